@@ -1,0 +1,13 @@
+// Small stateless helpers. Any thread.
+#pragma once
+
+#include <string>
+
+class CHelpers
+{
+public:
+    // `prefix` followed by `number` in decimal, without separator.
+    static std::string buildIdentifierString(const char* prefix, int number);
+    // From now on the process shows no critical-error and fault boxes. Returns 0.
+    static int setErrorModeSilent();
+};

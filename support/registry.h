@@ -1,0 +1,54 @@
+// Read-only access to the Windows registry: one key's values with the caller's defaults, and a snapshot of its names.
+//
+// Ownership: CRegistry owns its open key; CRegistrySubKeys owns copies of the names and does not keep the key open.
+// Threads:   an object belongs to the thread that made it.
+// Failure:   a missing key or value is no error to the caller: reads answer the default. Only the failed open is logged (ERROR).
+#pragma once
+
+#include "support/logger.h"
+
+#include <string>
+#include <vector>
+
+class CRegistry : public virtual Loggable
+{
+public:
+    // `access` as for RegOpenKeyExA: KEY_READ, or KEY_READ | KEY_WOW64_32KEY for the 32-bit view.
+    CRegistry(const char* path, HKEY keyroot, REGSAM access);
+    ~CRegistry() override;
+    CRegistry(const CRegistry&) = delete;
+    CRegistry& operator=(const CRegistry&) = delete;
+
+    // The value's bytes up to the first zero byte, whatever its type. A value of more than 254 characters gives the default.
+    std::string getStringValue(const char* name, const char* defaultValue);
+    // The value's first 32 bits as a signed number, whatever its type; data longer than that gives the default.
+    int getDWORDValue(const char* name, int defaultValue);
+    // May be called repeatedly.
+    void closeKey();
+
+private:
+    friend class CRegistrySubKeys;
+    HKEY m_key;
+    std::string m_path;
+};
+
+class CRegistrySubKeys : public virtual Loggable
+{
+public:
+    explicit CRegistrySubKeys(CRegistry& registry);
+    ~CRegistrySubKeys() override;
+    CRegistrySubKeys(const CRegistrySubKeys&) = delete;
+    CRegistrySubKeys& operator=(const CRegistrySubKeys&) = delete;
+
+    int getSubKeyCount();
+    int getValueCount();
+    // `index` from 0 to the count - 1; it is not checked. Names beyond the registry's limits come back empty.
+    std::string getSubKey(int index);
+    std::string getValue(int index);
+    // Captures the names of an open key; a null key gives none.
+    void getKeyNames(HKEY key);
+
+private:
+    std::vector<std::string> m_subKeys;
+    std::vector<std::string> m_values;
+};

@@ -1,0 +1,21 @@
+// Reads the version resource of an executable file. Stateless; any thread. Nothing is an error: what is missing gives the default.
+#pragma once
+
+#include <string>
+
+class CVersion
+{
+public:
+    // Four dotted numbers of the file version, or "" without a version resource.
+    static std::string getVersionInfo(const char* path);
+    // The same for the running executable; "" when no module name is set.
+    static std::string getVersionInfo();
+    // The product name in the first translation that has one, or "UNDEFINEDPRODUCT".
+    static std::string getProductName(const char* path);
+    // The same for the running executable; "UNDEFINEDPRODUCT" when no module name is set.
+    static std::string getProductName();
+
+    // Names the executable whose resource describes the process. Constant-initialised, since the log needs it during static
+    // initialisation; null switches the parameterless operations to their defaults.
+    static const char* s_moduleName;
+};
