@@ -1,0 +1,104 @@
+// The one Java virtual machine of the process and everything done through JNI: runtime discovery, start and end of the machine, frame,
+// bean and listener, forwarding of the client's calls, capture of Java exceptions.
+//
+// Ownership: the singleton owns the class references and the loaded jvm.dll. Bean, frame and listener are global references that it
+//            creates and that the caller keeps, hands to every operation and finally to stopBean, which deletes them. The machine itself
+//            is never destroyed: its threads end with the process.
+// Threads:   the main thread only (the one that created the machine and owns m_ENV), singleton creation and removal included.
+// Failure:   HRESULTs, S_OK or E_FAIL unless stated; the reason is in the log. Without a machine look-ups give null and each operation
+//            fails at its own check; a null class, object or method never reaches a JNI function. Java exceptions end in the log. Only an
+//            exhausted memory or a failed code page conversion leaves an operation as a CAtlException.
+//
+// A failed look-up leaves a Java error pending (deliberately: the step that failed calls nothing more). env() clears it just before the
+// next use of JNI, so that no later step fails because of it.
+#pragma once
+
+#include "support/logger.h"
+
+#include <jni.h>
+#include <oaidl.h>
+
+#include <string>
+#include <vector>
+
+// One installed Java runtime.
+struct JVMInfo
+{
+    std::string version; // the runtime's registry key name, e.g. 1.8.0_151
+    std::string path;    // full file name of its jvm.dll
+};
+
+class CJavaManagerJNIClient : public virtual Loggable
+{
+public:
+    // Creates the singleton when there is none, chooses a runtime and starts the machine. The singleton stays when the machine does not
+    // start. `basisControlPath` is not copied and must outlive this call.
+    static void createInstance(const char* basisControlPath);
+    // Detaches the thread, unloads the library and removes the singleton. Returns 0, also without a singleton.
+    static int cleanUp();
+    // Null before createInstance and after cleanUp.
+    static CJavaManagerJNIClient* s_Instance;
+
+    // Lifecycle of one control, in the order of use. The first three parameters of startBean and the first of regEventListener are
+    // outputs. regEventListener does not use `frame`.
+    HRESULT startBean(jobject* beanObject, jobject* frameObject, int* frameID, const char* bean_package, const char* bean_class);
+    HRESULT regEventListener(jobject* listener, jobject frame, jobject bean);
+    HRESULT addBean(jobject frame, jobject bean);
+    // Always S_OK; releases whatever is not null.
+    HRESULT stopBean(jobject bean, jobject frame, jobject listener);
+
+    HRESULT setFrameFocusableWindowState(jobject frame, bool value);
+    HRESULT setFrameAlwaysOnTop(jobject frame, bool value);
+    HRESULT setFrameUndecorated(jobject frame, bool value);
+    HRESULT setFrameVisible(jobject frame, bool value);
+    HRESULT setFrameEnabled(jobject frame, bool value);
+    // The four values are logged and not passed to Java. Deliberate: what the frame receives is undefined, hosts move the window
+    // themselves.
+    HRESULT setFrameBounds(jobject frame, int x, int y, int width, int height);
+    HRESULT validateFrameAndBean(jobject frame, jobject bean);
+
+    // Forwarding to the Java method of the same name. `result` receives a new BSTR that the caller owns, on success only; its previous
+    // content is not freed. A null Java string gives an empty result.
+    HRESULT callMethod(jobject bean, BSTR arg0, BSTR arg1, BSTR* result);
+    HRESULT callMethodCompressed(jobject bean, BSTR arg0, int arg1, BSTR arg2, BSTR* result);
+    HRESULT displayDebugConsole(jobject bean, BSTR* result);
+    HRESULT free(jobject bean, BSTR* result);
+    HRESULT getBasisControlVersionInfo(jobject bean, BSTR* result);
+    HRESULT getProperty(jobject bean, BSTR arg0, BSTR* result);
+    HRESULT getVersionInfo(jobject bean, BSTR arg0, BSTR* result);
+    HRESULT setLogLevel(jobject bean, int arg0, BSTR* result);
+    HRESULT setProperty(jobject bean, BSTR arg0, BSTR arg1, BSTR* result);
+    HRESULT setUsedControl(jobject frame, jobject bean, BSTR arg0, BSTR arg1, BSTR* result);
+    HRESULT updateVersion(jobject bean, BSTR arg0, BSTR* result);
+    HRESULT testBridge(jobject listener, const wchar_t* text, int ttl, int delay);
+
+protected:
+    explicit CJavaManagerJNIClient(const char* basisControlPath);
+    ~CJavaManagerJNIClient() override;
+    CJavaManagerJNIClient(const CJavaManagerJNIClient&) = delete;
+    CJavaManagerJNIClient& operator=(const CJavaManagerJNIClient&) = delete;
+
+    // Start and end of the machine, in the order of use.
+    JVMInfo findJVM();
+    std::string findORVControls();
+    int loadJVMlibrary(const char* filename);
+    int createJVM(JVMInfo jvm_info);
+    unsigned int destroyJVM();
+
+    int createUniqueID();
+    HRESULT registerNative(jclass listenerClass, const char* name, const char* signature, void* function);
+    HRESULT callBooleanSetterOnFrame(jobject frame, const char* methodName, bool value);
+
+    // True when no Java exception was pending; otherwise it is logged and cleared.
+    bool checkNoJNIException();
+
+    JavaVM* m_JVM = nullptr;
+    JNIEnv* m_ENV = nullptr;
+    JavaVMInitArgs m_JVMArguments = {};
+    HMODULE m_DLLHandle = nullptr;
+    const char* m_BasisControlPath;
+    jclass m_BeanClass = nullptr;
+    jclass m_FrameClass = nullptr;
+    jclass m_ListenerClass = nullptr;
+    int m_UniqueWindowID = -1;
+};

@@ -1,0 +1,39 @@
+// A shared, reference-counted text: a BSTR and, made on demand, its narrow copy in the system's ANSI code page.
+//
+// Ownership: copies share one record; the last one frees both forms.
+// Threads:   the count is atomic, so that copies may end on any thread; the record itself is used by one thread at a time.
+// Failure:   exhausted memory throws CAtlException(E_OUTOFMEMORY), a failed code page conversion the error of GetLastError.
+#pragma once
+
+#include <windows.h>
+#include <oleauto.h>
+
+#include <memory>
+#include <string>
+
+// Code page conversions of whole texts; converting nothing gives nothing and is no error.
+std::string narrowText(const wchar_t* text, size_t length);
+std::string narrowText(BSTR text); // null gives ""
+std::wstring wideText(const char* text, size_t length);
+
+class SharedText
+{
+public:
+    SharedText() = default;
+    // Copies the BSTR, embedded zeros included; a null BSTR gives a text without record.
+    explicit SharedText(BSTR text);
+    // Copies narrow text through the ANSI code page.
+    explicit SharedText(const char* text);
+
+    // Appends narrow text; other copies keep what they had.
+    void append(const char* text);
+
+    // Null when the text has no record; valid as long as this object holds the record.
+    BSTR bstr() const;
+    // "" when the text has no record; valid as long as this object holds the record.
+    const char* narrow() const;
+
+private:
+    struct Record;
+    std::shared_ptr<Record> m_record;
+};
