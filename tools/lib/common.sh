@@ -1,0 +1,47 @@
+# shellcheck shell=bash
+# Shared by the commands at the root and the scripts of the tool environment: messages, locks, and progress of long steps.
+
+say() {
+    printf 'toolbox: %s\n' "$*" >&2
+}
+
+die() {
+    say "$*"
+    exit 1
+}
+
+# Runs a long step with its output in a log. What the user sees is one line with the time that passed: renewed in place on a
+# terminal, every ten seconds otherwise. A failing step shows the end of its log.
+# usage: step TITLE LOG COMMAND...
+step() {
+    local title=$1 log=$2 begin=$SECONDS pid rc=0 ticks=0
+    shift 2
+    say "$title ..."
+    "$@" >>"$log" 2>&1 </dev/null &
+    pid=$!
+    while kill -0 "$pid" 2>/dev/null; do
+        sleep 0.2
+        ticks=$((ticks + 1))
+        if [ -t 2 ]; then
+            printf '\r\033[K  %3d s  %.100s' $((SECONDS - begin)) "$(tail -n 1 "$log" 2>/dev/null | tr -cd '[:print:]')" >&2
+        elif [ $((ticks % 50)) -eq 0 ]; then
+            printf '  %3d s  %.100s\n' $((SECONDS - begin)) "$(tail -n 1 "$log" 2>/dev/null | tr -cd '[:print:]')" >&2
+        fi
+    done
+    wait "$pid" || rc=$?
+    [ ! -t 2 ] || printf '\r\033[K' >&2
+    if [ "$rc" -ne 0 ]; then
+        tail -n 20 "$log" >&2
+        say "$title failed (exit code $rc), the whole log is $log"
+        return "$rc"
+    fi
+    say "$title: $((SECONDS - begin)) s"
+}
+
+# Takes an exclusive lock on an open file descriptor, with a message when somebody else holds it.
+# usage: lock_or_wait DESCRIPTOR WHAT
+lock_or_wait() {
+    flock -n -x "$1" && return
+    say "another start is busy with $2, waiting for it ..."
+    flock -x "$1"
+}
