@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 // Code page conversions of whole texts; converting nothing gives nothing and is no error.
 std::string narrowText(const wchar_t* text, size_t length);
@@ -35,5 +36,7 @@ public:
 
 private:
     struct Record;
+    // Leaves the record that other copies share and starts one of its own.
+    void assign(std::wstring_view text);
     std::shared_ptr<Record> m_record;
 };

@@ -1,0 +1,75 @@
+#include "javabridge/JNIHelper.h"
+
+#include "atl/atl.h"
+#include "support/logger.h"
+
+#include <cstring>
+
+#define LOG_SOURCE "JNIHelper"
+
+namespace {
+
+// The characters of a Java string, in Java's modified UTF-8, given back to the virtual machine at the end. A null Java string
+// goes to the virtual machine as it is.
+class JavaCharacters
+{
+public:
+    JavaCharacters(JNIEnv* env, jstring text)
+        : m_env(env)
+        , m_text(text)
+        , m_characters(env->GetStringUTFChars(text, nullptr))
+    {
+        if (m_characters == nullptr && text != nullptr) {
+            AtlThrow(E_OUTOFMEMORY);
+        }
+    }
+    ~JavaCharacters()
+    {
+        if (m_characters != nullptr) {
+            m_env->ReleaseStringUTFChars(m_text, m_characters);
+        }
+    }
+    JavaCharacters(const JavaCharacters&) = delete;
+    JavaCharacters& operator=(const JavaCharacters&) = delete;
+
+    const char* get() const { return m_characters; }
+
+private:
+    JNIEnv* m_env;
+    jstring m_text;
+    const char* m_characters;
+};
+
+} // namespace
+
+jstring JNIHelper::bstrToJavaString(JNIEnv* env, BSTR text)
+{
+    LOG_SCOPE_STATIC(FINE, "JNIHelper::bstrToJavaString");
+    return env->NewStringUTF(narrowText(text).c_str());
+}
+
+void JNIHelper::javaStringToBstr(BSTR* result, JNIEnv* env, jstring text)
+{
+    LOG_SCOPE_STATIC(FINE, "JNIHelper::javaStringToBstr");
+    if (!CHECK_LOG(result!=NULL) || !CHECK_LOG(env!=NULL)) {
+        return;
+    }
+    if (text == nullptr) {
+        *result = CComBSTR(L"").Detach();
+        return;
+    }
+    const JavaCharacters characters(env, text);
+    const std::wstring wide = wideText(characters.get(), std::strlen(characters.get()));
+    *result = CComBSTR(wide.data(), wide.size()).Detach();
+}
+
+void JNIHelper::javaStringToText(SharedText* _bstr, JNIEnv* env, jstring text)
+{
+    LOG_SCOPE_STATIC(FINE, "JNIHelper::javaStringToText");
+    if (!CHECK_LOG(_bstr!=NULL) || !CHECK_LOG(env!=NULL)) {
+        return;
+    }
+    // Deliberately no test for a null Java string: a listener must not pass one.
+    const JavaCharacters characters(env, text);
+    *_bstr = SharedText(characters.get());
+}

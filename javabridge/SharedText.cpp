@@ -1,0 +1,111 @@
+#include "javabridge/SharedText.h"
+
+#include "atl/atl.h"
+
+#include <new>
+#include <optional>
+#include <utility>
+
+namespace {
+
+// Exhausted memory leaves this file as the COM error that callers expect.
+template <class Work>
+auto orOutOfMemory(Work work) -> decltype(work())
+{
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        AtlThrow(E_OUTOFMEMORY);
+    }
+}
+
+} // namespace
+
+std::string narrowText(const wchar_t* text, size_t length)
+{
+    if (length == 0) {
+        return {};
+    }
+    return orOutOfMemory([&] {
+        const int wideLength = static_cast<int>(length);
+        const int needed = WideCharToMultiByte(CP_ACP, 0, text, wideLength, nullptr, 0, nullptr, nullptr);
+        std::string narrow(static_cast<size_t>(needed), '\0');
+        if (WideCharToMultiByte(CP_ACP, 0, text, wideLength, narrow.data(), needed, nullptr, nullptr) == 0) {
+            AtlThrow(AtlHresultFromLastError());
+        }
+        return narrow;
+    });
+}
+
+std::string narrowText(BSTR text)
+{
+    return narrowText(text, SysStringLen(text));
+}
+
+std::wstring wideText(const char* text, size_t length)
+{
+    if (length == 0) {
+        return {};
+    }
+    return orOutOfMemory([&] {
+        const int narrowLength = static_cast<int>(length);
+        const int needed = MultiByteToWideChar(CP_ACP, 0, text, narrowLength, nullptr, 0);
+        std::wstring wide(static_cast<size_t>(needed), L'\0');
+        if (MultiByteToWideChar(CP_ACP, 0, text, narrowLength, wide.data(), needed) == 0) {
+            AtlThrow(AtlHresultFromLastError());
+        }
+        return wide;
+    });
+}
+
+struct SharedText::Record
+{
+    CComBSTR wide; // never null: a text with a record, even an empty one, is a BSTR
+    std::optional<std::string> narrow;
+};
+
+SharedText::SharedText(BSTR text)
+{
+    if (text != nullptr) {
+        assign({text, SysStringLen(text)});
+    }
+}
+
+SharedText::SharedText(const char* text)
+{
+    if (text != nullptr) {
+        assign(wideText(text, std::char_traits<char>::length(text)));
+    }
+}
+
+void SharedText::assign(std::wstring_view text)
+{
+    auto record = orOutOfMemory([] { return std::make_shared<Record>(); });
+    record->wide = CComBSTR(text.data(), text.size());
+    m_record = std::move(record);
+}
+
+void SharedText::append(const char* text)
+{
+    if (text == nullptr) {
+        return;
+    }
+    const std::wstring tail = wideText(text, std::char_traits<char>::length(text));
+    assign(orOutOfMemory([&] { return std::wstring(std::wstring_view(bstr(), SysStringLen(bstr()))) + tail; }));
+}
+
+BSTR SharedText::bstr() const
+{
+    return m_record ? m_record->wide.m_str : nullptr;
+}
+
+const char* SharedText::narrow() const
+{
+    if (!m_record) {
+        return "";
+    }
+    if (!m_record->narrow) {
+        m_record->narrow = narrowText(m_record->wide.m_str);
+    }
+    return m_record->narrow->c_str();
+}
