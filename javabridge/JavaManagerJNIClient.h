@@ -1,16 +1,16 @@
-// The one Java virtual machine of the process and everything done through JNI: runtime discovery, start and end of the machine, frame,
-// bean and listener, forwarding of the client's calls, capture of Java exceptions.
+// The one Java virtual machine of the process and everything done through JNI: runtime discovery, start and end of the machine,
+// frame, bean and listener, forwarding of the client's calls, capture of Java exceptions.
 //
-// Ownership: the singleton owns the class references and the loaded jvm.dll. Bean, frame and listener are global references that it
-//            creates and that the caller keeps, hands to every operation and finally to stopBean, which deletes them. The machine itself
-//            is never destroyed: its threads end with the process.
+// Ownership: the singleton owns the class references and the loaded jvm.dll. Bean, frame and listener are global references
+//            that it creates and that the caller keeps, hands to every operation and finally to stopBean, which deletes them.
+//            The machine itself is never destroyed: its threads end with the process.
 // Threads:   the main thread only (the one that created the machine and owns m_ENV), singleton creation and removal included.
-// Failure:   HRESULTs, S_OK or E_FAIL unless stated; the reason is in the log. Without a machine look-ups give null and each operation
-//            fails at its own check; a null class, object or method never reaches a JNI function. Java exceptions end in the log. Only an
-//            exhausted memory or a failed code page conversion leaves an operation as a CAtlException.
+// Failure:   HRESULTs, S_OK or E_FAIL unless stated; the reason is in the log. Without a machine look-ups give null and each
+//            operation fails at its own check; a null class, object or method never reaches a JNI function. Java exceptions
+//            end in the log. Only exhausted memory or a failed code page conversion leaves an operation as a CAtlException.
 //
-// A failed look-up leaves a Java error pending (deliberately: the step that failed calls nothing more). env() clears it just before the
-// next use of JNI, so that no later step fails because of it.
+// A failed look-up leaves a Java error pending (deliberately: the step that failed calls nothing more). env() clears it just
+// before the next use of JNI, so that no later step fails because of it.
 #pragma once
 
 #include "support/logger.h"
@@ -31,16 +31,16 @@ struct JVMInfo
 class CJavaManagerJNIClient : public virtual Loggable
 {
 public:
-    // Creates the singleton when there is none, chooses a runtime and starts the machine. The singleton stays when the machine does not
-    // start. `basisControlPath` is not copied and must outlive this call.
+    // Creates the singleton when there is none, chooses a runtime and starts the machine. The singleton stays when the machine
+    // does not start. `basisControlPath` is not copied and must outlive this call.
     static void createInstance(const char* basisControlPath);
     // Detaches the thread, unloads the library and removes the singleton. Returns 0, also without a singleton.
     static int cleanUp();
     // Null before createInstance and after cleanUp.
     static CJavaManagerJNIClient* s_Instance;
 
-    // Lifecycle of one control, in the order of use. The first three parameters of startBean and the first of regEventListener are
-    // outputs. regEventListener does not use `frame`.
+    // Lifecycle of one control, in the order of use. The first three parameters of startBean and the first of regEventListener
+    // are outputs. regEventListener does not use `frame`.
     HRESULT startBean(jobject* beanObject, jobject* frameObject, int* frameID, const char* bean_package, const char* bean_class);
     HRESULT regEventListener(jobject* listener, jobject frame, jobject bean);
     HRESULT addBean(jobject frame, jobject bean);
@@ -57,8 +57,8 @@ public:
     HRESULT setFrameBounds(jobject frame, int x, int y, int width, int height);
     HRESULT validateFrameAndBean(jobject frame, jobject bean);
 
-    // Forwarding to the Java method of the same name. `result` receives a new BSTR that the caller owns, on success only; its previous
-    // content is not freed. A null Java string gives an empty result.
+    // Forwarding to the Java method of the same name. `result` receives a new BSTR that the caller owns, on success only; its
+    // previous content is not freed. A null Java string gives an empty result.
     HRESULT callMethod(jobject bean, BSTR arg0, BSTR arg1, BSTR* result);
     HRESULT callMethodCompressed(jobject bean, BSTR arg0, int arg1, BSTR arg2, BSTR* result);
     HRESULT displayDebugConsole(jobject bean, BSTR* result);
@@ -92,6 +92,22 @@ protected:
     // True when no Java exception was pending; otherwise it is logged and cleared.
     bool checkNoJNIException();
 
+    // The environment for the next use of JNI, free of the error that a failed look-up may have left. Null without a machine.
+    JNIEnv* env();
+    // Look-ups give null, and call nothing, without a machine or when a class or `object` (the one that the method is for) is
+    // null.
+    jclass findClass(const char* name);
+    jmethodID findMethod(jclass objectClass, const char* name, const char* signature);
+    jmethodID findMethod(jobject object, jclass objectClass, const char* name, const char* signature);
+    // Creation whose error, like that of a look-up, is noted instead of logged. Null without class or constructor.
+    template <class... Arguments>
+    jobject newObject(jclass objectClass, jmethodID constructor, Arguments... arguments);
+    void deleteGlobalReference(jobject object);
+    // The common end of the forwarding operations: the call itself, the check for an exception, the result. Logs for `logScope`,
+    // the scope of the operation.
+    template <class... Arguments>
+    HRESULT forward(const LogScope& logScope, jobject bean, jmethodID method, BSTR* result, Arguments... arguments);
+
     JavaVM* m_JVM = nullptr;
     JNIEnv* m_ENV = nullptr;
     JavaVMInitArgs m_JVMArguments = {};
@@ -101,4 +117,5 @@ protected:
     jclass m_FrameClass = nullptr;
     jclass m_ListenerClass = nullptr;
     int m_UniqueWindowID = -1;
+    bool m_LookupFailed = false; // its error may still be pending
 };

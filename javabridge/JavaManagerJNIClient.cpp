@@ -1,0 +1,262 @@
+// The singleton, and the Java virtual machine from the loading of its library to the end of the process.
+#include "javabridge/JavaManagerJNIClient.h"
+
+#include "javabridge/PreferencesKey.h"
+#include "support/registry.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <format>
+#include <fstream>
+#include <new>
+#include <utility>
+
+#define LOG_SOURCE "JavaManagerJNIClient"
+
+CJavaManagerJNIClient* CJavaManagerJNIClient::s_Instance = nullptr;
+
+CJavaManagerJNIClient::CJavaManagerJNIClient(const char* basisControlPath)
+    : m_BasisControlPath(basisControlPath)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::CJavaManagerJNIClient", basisControlPath);
+}
+
+CJavaManagerJNIClient::~CJavaManagerJNIClient()
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::~CJavaManagerJNIClient");
+}
+
+void CJavaManagerJNIClient::createInstance(const char* basisControlPath)
+{
+    LOG_SCOPE_STATIC(FINE, "CJavaManagerJNIClient::createInstance");
+    if (s_Instance == nullptr) {
+        s_Instance = new CJavaManagerJNIClient(basisControlPath);
+        // Without a machine the singleton stays: every operation then fails at its own check.
+        s_Instance->createJVM(s_Instance->findJVM());
+    }
+    if (s_Instance != nullptr) {
+        LOG(TRACE, "CHECKPOINT: Successfully created JavaManagerJNIClient Singleton.");
+    }
+}
+
+int CJavaManagerJNIClient::cleanUp()
+{
+    LOG_SCOPE_STATIC(FINE, "CJavaManagerJNIClient::cleanUp");
+    if (s_Instance != nullptr) {
+        s_Instance->destroyJVM();
+        delete s_Instance;
+        s_Instance = nullptr;
+    }
+    LOG(TRACE, "CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.");
+    return 0;
+}
+
+namespace {
+
+const int PE_OFFSET_POSITION = 0x3C;
+const int32_t PE_SIGNATURE = 0x00004550;
+
+template <class Number>
+Number readNumber(std::ifstream& file)
+{
+    Number number = 0;
+    file.read(reinterpret_cast<char*>(&number), sizeof number);
+    return number;
+}
+
+// Says in the log why a file could not be loaded as a library of this process.
+void diagnoseLibrary(const char* filename, const LogScope& logScope)
+{
+    std::ifstream binaryFile(filename, std::ios::binary);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpointer-arith" // the log line shows the comparison as it is written
+    if (!CHECK_LOG((bool)binaryFile != NULL)) {
+        return;
+    }
+#pragma GCC diagnostic pop
+    binaryFile.seekg(PE_OFFSET_POSITION);
+    binaryFile.seekg(readNumber<int32_t>(binaryFile));
+    if (readNumber<int32_t>(binaryFile) != PE_SIGNATURE) {
+        LOG(WARN, "Java Client Library (jvm.dll) does not contain any PE header");
+        return;
+    }
+    // The widening is signed, deliberately: 0x8664 becomes 0xffff8664 and is reported as unknown, which is what readers of the
+    // log know.
+    const int machine = readNumber<int16_t>(binaryFile);
+    if (machine == 0x014C) {
+        LOG(WARN, "Java JRE for 32-bit platform");
+    } else if (machine == 0x8664 || machine == 0x0200) {
+        LOG(WARN, "Java JRE for 64-bit platform");
+    } else {
+        LOG(WARN, std::format("Java JRE for unknown platform ({:x})", static_cast<unsigned>(machine)));
+    }
+}
+
+} // namespace
+
+int CJavaManagerJNIClient::loadJVMlibrary(const char* filename)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::loadJVMlibrary", filename);
+    // The runtime's bin folder: the library finds its neighbours there.
+    const std::string loadFolder = std::string(filename) + "\\..\\..\\";
+    char savedFolder[MAX_PATH + 1] = "";
+    GetCurrentDirectoryA(sizeof savedFolder, savedFolder);
+    SetCurrentDirectoryA(loadFolder.c_str());
+    m_DLLHandle = LoadLibraryA(filename);
+    const DWORD error = GetLastError();
+    SetCurrentDirectoryA(savedFolder);
+    LOG(FINE, "Used " << loadFolder << " as current folder while loading JVM, using " << savedFolder << " again.");
+    if (!WIN32_LOG_CODE(m_DLLHandle != NULL, error)) {
+        diagnoseLibrary(filename, logScope);
+    }
+    CHECK_RETURN(m_DLLHandle != NULL, E_FAIL);
+    return 0;
+}
+
+namespace {
+
+using CreateJavaVM = jint JNICALL(JavaVM** machine, void** environment, void* arguments);
+
+using Options = std::vector<std::string>;
+
+// Values named "jvm_option_...", in the byte order of their names.
+void addRegistryOptions(Options& options)
+{
+    const std::string prefix = "jvm_option_";
+    std::vector<std::pair<std::string, std::string>> found;
+    CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
+    CRegistrySubKeys names(preferences);
+    for (int index = 0; index < names.getValueCount(); index++) {
+        const std::string name = names.getValue(index);
+        if (name.starts_with(prefix)) {
+            CRegistry value(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
+            found.emplace_back(name, value.getStringValue(name.c_str(), ""));
+        }
+    }
+    preferences.closeKey();
+    std::sort(found.begin(), found.end(), [](const auto& left, const auto& right) { return left.first < right.first; });
+    for (auto& [name, option] : found) {
+        options.push_back(std::move(option));
+    }
+}
+
+void addBackgroundOption(Options& options, const LogScope& logScope)
+{
+    CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
+    if (preferences.getDWORDValue("sun.awt.noerasebackground", -1) <= 0) {
+        LOG(FINE, "Adding sun.awt.noerasebackground JVM Option");
+        options.emplace_back("-Dsun.awt.noerasebackground=true");
+    }
+}
+
+void addLoggingOptions(Options& options, const LogScope& logScope)
+{
+    const Logger* const logger = Logger::instance();
+    if (logger != nullptr && logger->hasMagicDirectory()) {
+        LOG(FINE, "Adding additional JVM options for extra logging");
+        options.insert(options.end(), {
+                                          "-XX:+UnlockDiagnosticVMOptions",
+                                          "-XX:+LogVMOutput",
+                                          "-XX:+PrintJNIResolving",
+                                          "-XX:+PrintCommandLineFlags",
+                                          "-XX:+PrintCompilation",
+                                          "-XX:+CheckJNICalls",
+                                          "-XX:+PrintVMOptions",
+                                          "-XX:LogFile=" + logger->logFilePrefix() + "-jvm.log",
+                                          "-XX:ErrorFile=" + logger->logFilePrefix() + "-jvm-error.log",
+                                      });
+    }
+    // Without a Logger the control's own logging is given what a Logger starts with.
+    const std::string directory = logger != nullptr ? logger->logDirectory() : "";
+    const int level = logger != nullptr ? logger->maxLogLevel() : LOGLEVEL_WARN;
+    const int age = logger != nullptr ? logger->oldLogFileAge() : 2419200;
+    const int splitSize = logger != nullptr ? logger->splitLogFileSize() : 10;
+    options.push_back("-Dcom.orvane.qmrt.logpath=" + directory);
+    options.push_back(std::format("-Dcom.orvane.qmrt.loglevel={}", level));
+    options.push_back(std::format("-Dcom.orvane.qmrt.oldlogfileage={}", age));
+    options.push_back(std::format("-Dcom.orvane.qmrt.splitlogfilesize={}", splitSize));
+}
+
+// A policy file named after the executable switches Java's security manager on.
+void addPolicyOptions(Options& options, const LogScope& logScope)
+{
+    char executable[MAX_PATH + 1] = "";
+    GetModuleFileNameA(nullptr, executable, sizeof executable);
+    std::string policy = executable;
+    policy.resize(policy.size() - std::min<size_t>(policy.size(), 4));
+    policy += ".policy";
+    if (std::ifstream(policy).is_open()) {
+        LOG(FINE, "Enabled Java Security Manager with " << policy);
+        options.emplace_back("-Djava.security.manager");
+        options.push_back("-Djava.security.policy=" + policy);
+    } else {
+        LOG(FINE, "Java Security Manager was not enabled. (" << policy << ")");
+    }
+}
+
+// Keeps the library's code where the machine's threads run in it, whatever FreeLibrary is told later.
+void pinModuleOf(CreateJavaVM* function)
+{
+    HMODULE pinned = nullptr;
+    GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                       reinterpret_cast<const char*>(function), &pinned);
+}
+
+} // namespace
+
+int CJavaManagerJNIClient::createJVM(JVMInfo jvm_info)
+{
+    LOG_SCOPE(INFO, "CJavaManagerJNIClient::createJVM");
+    Options options = {"-Djava.class.path=" + findORVControls()};
+    LOG(FINE, "Class Path: " << options.front());
+    HRESULT_RETURN(loadJVMlibrary(jvm_info.path.c_str()));
+    auto* const CreateJavaVMProc =
+        reinterpret_cast<CreateJavaVM*>(reinterpret_cast<void*>(GetProcAddress(m_DLLHandle, "JNI_CreateJavaVM")));
+    CHECK_RETURN(CreateJavaVMProc != NULL, E_FAIL);
+
+    addRegistryOptions(options);
+    addBackgroundOption(options, logScope);
+    addLoggingOptions(options, logScope);
+    addPolicyOptions(options, logScope);
+
+    if (jvm_info.version.compare(0, 3, "1.6") < 0) {
+        m_JVMArguments.version = JNI_VERSION_1_4;
+        LOG(FINE, "JNI 1.4 selected");
+    } else {
+        m_JVMArguments.version = JNI_VERSION_1_6;
+        LOG(FINE, "JNI 1.6 selected");
+    }
+    m_JVMArguments.ignoreUnrecognized = JNI_TRUE;
+    m_JVMArguments.nOptions = static_cast<jint>(options.size());
+    // Never freed, as the machine is never destroyed. The texts are borrowed: the machine copies them while it is created.
+    m_JVMArguments.options = new (std::nothrow) JavaVMOption[options.size()]();
+    CHECK_RETURN(m_JVMArguments.options != NULL, E_FAIL);
+    for (size_t index = 0; index < options.size(); index++) {
+        m_JVMArguments.options[index].optionString = options[index].data();
+    }
+
+    LOG(FINE, "About to call JNI_CreateJavaVM");
+    pinModuleOf(CreateJavaVMProc);
+    JNI_RESULT_RETURN(CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments), E_FAIL);
+    JNI_RESULT_RETURN(m_JVM->AttachCurrentThread((void**)&m_ENV, NULL), E_FAIL);
+    return 0;
+}
+
+unsigned int CJavaManagerJNIClient::destroyJVM()
+{
+    LOG_SCOPE(INFO, "CJavaManagerJNIClient::destroyJVM");
+    for (const jclass reference : {m_BeanClass, m_FrameClass, m_ListenerClass}) {
+        if (reference != nullptr) {
+            env()->DeleteLocalRef(reference);
+        }
+    }
+    if (m_JVM != nullptr) {
+        env(); // a thread that ends with an error pending would print it
+        JNI_RESULT_RETURN(m_JVM->DetachCurrentThread(), static_cast<unsigned int>(E_FAIL));
+    }
+    // The machine is not destroyed: its threads end with the process.
+    if (m_DLLHandle != nullptr) {
+        WIN32_LOG(FreeLibrary(m_DLLHandle));
+    }
+    return 0;
+}

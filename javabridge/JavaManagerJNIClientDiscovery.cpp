@@ -1,0 +1,112 @@
+// Which Java runtime is loaded, and which archives form its class path. Both answers come from the registry.
+#include "javabridge/JavaManagerJNIClient.h"
+
+#include "javabridge/PreferencesKey.h"
+#include "support/registry.h"
+
+#include <algorithm>
+
+#define LOG_SOURCE "JavaManagerJNIClient"
+
+namespace {
+
+// In the order in which they are scanned: a current runtime of the later key replaces one of the earlier.
+const char* const RUNTIME_KEYS[] = {"SOFTWARE\\JavaSoft\\Java Runtime Environment\\", "SOFTWARE\\JavaSoft\\JRE\\"};
+
+// The candidate that one item of the preference pattern picks, a single version or a range with both bounds included.
+// `candidates` is sorted, and the last match wins.
+JVMInfo pickCandidate(const std::vector<JVMInfo>& candidates, const std::string& item, const LogScope& logScope)
+{
+    std::string lower = item;
+    std::string upper = item;
+    const size_t dash = item.find('-');
+    if (dash != std::string::npos) {
+        LOG(FINE, "Pattern (range) : " << item);
+        lower = item.substr(0, dash);
+        upper = item.substr(dash + 1);
+    } else {
+        LOG(FINE, "Pattern (single): " << item);
+    }
+    JVMInfo picked;
+    for (const JVMInfo& candidate : candidates) {
+        if (candidate.version >= lower && candidate.version <= upper) {
+            picked = candidate;
+        }
+    }
+    return picked;
+}
+
+} // namespace
+
+JVMInfo CJavaManagerJNIClient::findJVM()
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::findJVM");
+    LOG(FINE, "Looking for installed Java versions...");
+    std::vector<JVMInfo> candidates;
+    JVMInfo standard;
+    for (const char* const runtimeKey : RUNTIME_KEYS) {
+        CRegistry runtimes(runtimeKey, HKEY_LOCAL_MACHINE, KEY_READ);
+        const std::string currentVersion = runtimes.getStringValue("CurrentVersion", "");
+        CRegistrySubKeys versions(runtimes);
+        for (int index = 0; index < versions.getSubKeyCount(); index++) {
+            const std::string version = versions.getSubKey(index);
+            const bool isCurrent = version == currentVersion;
+            LOG(FINE, "Found Java " << version << (isCurrent ? " (* USED)" : ""));
+            CRegistry runtime((runtimeKey + version).c_str(), HKEY_LOCAL_MACHINE, KEY_READ);
+            const JVMInfo info = {version, runtime.getStringValue("RuntimeLib", "")};
+            LOG(FINE, (isCurrent ? "Standard JVM Path: " : "JVM Path: ") << info.path);
+            if (isCurrent) {
+                standard = info;
+            }
+            // Keys without an underscore name a family of runtimes (1.8) or a runtime of the newer version scheme (11.0.2).
+            // Deliberately they are never candidates and are reached as the current version only.
+            if (version.find('_') != std::string::npos) {
+                candidates.push_back(info);
+            }
+            runtime.closeKey();
+        }
+    }
+    // A comparison of texts, deliberately: 1.8.0_101 comes before 1.8.0_20, and installed patterns count on it.
+    std::sort(candidates.begin(), candidates.end(),
+              [](const JVMInfo& left, const JVMInfo& right) { return left.version < right.version; });
+
+    CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
+    std::string pattern = preferences.getStringValue("javavm", "");
+    if (pattern.empty()) {
+        return standard;
+    }
+    LOG(FINE, "orvane preferred JVM pattern: " << pattern);
+    JVMInfo preferred;
+    for (bool isLastItem = false; !isLastItem && preferred.version.empty();) {
+        const size_t comma = pattern.find(',');
+        isLastItem = comma == std::string::npos;
+        preferred = pickCandidate(candidates, pattern.substr(0, comma), logScope);
+        pattern.erase(0, isLastItem ? std::string::npos : comma + 1);
+    }
+    if (preferred.version.empty()) {
+        return standard;
+    }
+    LOG(FINE, "Preferred JVM according to registry pattern: " << preferred.version);
+    return preferred;
+}
+
+std::string CJavaManagerJNIClient::findORVControls()
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::findORVControls");
+    std::string classPath;
+    CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
+    CRegistrySubKeys controls(preferences);
+    for (int index = 0; index < controls.getSubKeyCount(); index++) {
+        // The name stands in the file name as the registry stores it; Java's encoding of preference names is not undone.
+        const std::string name = controls.getSubKey(index);
+        LOG(FINE, "ORVANE Control " << index << ": " << name);
+        CRegistry control((std::string(PREFERENCES_KEY) + "\\" + name).c_str(), HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
+        classPath += control.getStringValue("installpath", "") + "\\" + name + ".jar;";
+        LOG(FINE, "Control's Path: " << control.getStringValue("installpath", ""));
+    }
+    preferences.closeKey();
+    if (m_BasisControlPath != nullptr && *m_BasisControlPath != '\0') {
+        classPath += m_BasisControlPath;
+    }
+    return classPath;
+}

@@ -1,0 +1,258 @@
+// Life of one control: frame, bean and listener, from their creation to their release.
+#include "javabridge/JavaManagerJNIClient.h"
+
+#include "atl/atl.h"
+#include "javabridge/ListenerNatives.h"
+#include "support/helpers.h"
+
+#include <algorithm>
+#include <climits>
+
+#define LOG_SOURCE "JavaManagerJNIClient"
+
+namespace {
+
+const char FRAME_CLASS[] = "com/velmora/tq/kesta/KESTAFrame";
+const char LISTENER_CLASS[] = "com/velmora/tq/kesta/KESTAListener";
+const char LISTENER_SETTER[] = "(Lcom/orvane/tech/client/qmrt/QMRTControlListenerI;)V";
+
+// The class's name as JNI writes it.
+std::string jniClassName(const char* package, const char* name)
+{
+    std::string path = package;
+    if (!path.empty()) {
+        path += "/";
+    }
+    path += name;
+    std::replace(path.begin(), path.end(), '.', '/');
+    return path;
+}
+
+} // namespace
+
+template <class... Arguments>
+jobject CJavaManagerJNIClient::newObject(jclass objectClass, jmethodID constructor, Arguments... arguments)
+{
+    if (objectClass == nullptr || constructor == nullptr) {
+        return nullptr;
+    }
+    const jobject created = env()->NewObject(objectClass, constructor, arguments...);
+    m_LookupFailed = created == nullptr;
+    return created;
+}
+
+HRESULT CJavaManagerJNIClient::startBean(jobject* beanObject, jobject* frameObject, int* frameID, const char* bean_package,
+                                         const char* bean_class)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::startBean", bean_package << ", " << bean_class);
+    CHECK_RETURN(beanObject!=NULL, E_FAIL);
+    CHECK_RETURN(frameObject!=NULL, E_FAIL);
+    CHECK_RETURN(frameID!=NULL, E_FAIL);
+    CHECK_RETURN(bean_package!=NULL, E_FAIL);
+    CHECK_RETURN(bean_class!=NULL, E_FAIL);
+
+    m_BeanClass = findClass(jniClassName(bean_package, bean_class).c_str());
+    CHECK_RETURN(m_BeanClass!=NULL, E_FAIL);
+    jmethodID constructID = findMethod(m_BeanClass, "<init>", "()V");
+    CHECK_RETURN(constructID!=NULL, E_FAIL);
+    jobject localReference = env()->NewObject(m_BeanClass, constructID);
+    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    CHECK_RETURN(localReference != NULL, E_FAIL);
+    *beanObject = env()->NewGlobalRef(localReference);
+    env()->DeleteLocalRef(localReference);
+
+    m_FrameClass = findClass(FRAME_CLASS);
+    constructID = findMethod(m_FrameClass, "<init>", "(Ljava/lang/String;)V");
+    *frameID = createUniqueID();
+    // The reference of the name is deliberately left to the end of the thread.
+    const jstring frameName = env()->NewStringUTF(CHelpers::buildIdentifierString("kesta_frame_", *frameID).c_str());
+    localReference = newObject(m_FrameClass, constructID, frameName);
+    CHECK_RETURN(localReference!=NULL, E_FAIL);
+    *frameObject = env()->NewGlobalRef(localReference);
+    env()->DeleteLocalRef(localReference);
+
+    HRESULT_NUMBER_LOG(setFrameFocusableWindowState(*frameObject, false));
+    HRESULT_NUMBER_LOG(setFrameAlwaysOnTop(*frameObject, false));
+    HRESULT_NUMBER_LOG(setFrameUndecorated(*frameObject, true));
+    LOG(TRACE, "CHECKPOINT: Successfully started bean.");
+    return S_OK;
+}
+
+HRESULT CJavaManagerJNIClient::addBean(jobject frame, jobject bean)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::addBean");
+    const jmethodID addID =
+        bean == nullptr ? nullptr : findMethod(frame, m_FrameClass, "add", "(Ljava/awt/Component;)Ljava/awt/Component;");
+    CHECK_RETURN(addID!=NULL, E_FAIL);
+    const jobject component = env()->CallObjectMethod(frame, addID, bean);
+    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    if (component != nullptr) {
+        env()->DeleteLocalRef(component);
+    }
+    LOG(INFO, "Successfully added Bean to KESTAFrame!");
+    return S_OK;
+}
+
+// Taken from the process id, so that frames of different server processes have different names. After the wrap comes 0 and only
+// then the process id again, deliberately.
+int CJavaManagerJNIClient::createUniqueID()
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::createUniqueID");
+    if (m_UniqueWindowID < 0) {
+        LOG(INFO, "Unique Window ID was not initialized yet (-1)");
+    } else {
+        LOG(INFO, "Unique Window ID was " << m_UniqueWindowID);
+    }
+    if (m_UniqueWindowID < 1) {
+        m_UniqueWindowID = static_cast<int>(GetCurrentProcessId());
+    } else if (m_UniqueWindowID < INT_MAX) {
+        m_UniqueWindowID++;
+    } else {
+        m_UniqueWindowID = 0;
+    }
+    LOG(INFO, "Unique Window ID=" << m_UniqueWindowID);
+    return m_UniqueWindowID;
+}
+
+HRESULT CJavaManagerJNIClient::regEventListener(jobject* listener, jobject /*frame*/, jobject bean)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::regEventListener");
+    CHECK_RETURN(listener!=NULL, E_FAIL);
+    m_ListenerClass = findClass(LISTENER_CLASS);
+    const jmethodID constructID = findMethod(m_ListenerClass, "<init>", "()V");
+    const jobject localReference = newObject(m_ListenerClass, constructID);
+    CHECK_RETURN(localReference!=NULL, E_FAIL);
+    *listener = env()->NewGlobalRef(localReference);
+
+    const ListenerNatives& natives = listenerNatives();
+    const char* const textOnly = "(Ljava/lang/String;)V";
+    registerNative(m_ListenerClass, "testBridgeEvent", "(Ljava/lang/String;I)V",
+                   reinterpret_cast<void*>(natives.testBridgeEvent));
+    registerNative(m_ListenerClass, "OnControlReady", textOnly, reinterpret_cast<void*>(natives.OnControlReady));
+    registerNative(m_ListenerClass, "OnCustomEvent", textOnly, reinterpret_cast<void*>(natives.OnCustomEvent));
+
+    const jmethodID addORVListenerID = findMethod(bean, m_BeanClass, "addORVANEControlListener", LISTENER_SETTER);
+    CHECK_RETURN(addORVListenerID!=NULL, E_FAIL);
+    LOG(TRACE, "call addORVANEControlListener method");
+    env()->CallVoidMethod(bean, addORVListenerID, *listener);
+    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    env()->DeleteLocalRef(localReference);
+    LOG(TRACE, "CHECKPOINT: Successfully registered event listener.");
+    return S_OK;
+}
+
+HRESULT CJavaManagerJNIClient::registerNative(jclass listenerClass, const char* name, const char* signature, void* function)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::registerNative", name << ", " << signature);
+    const JNINativeMethod native = {const_cast<char*>(name), const_cast<char*>(signature), function};
+    env()->RegisterNatives(listenerClass, &native, 1);
+    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    return S_OK;
+}
+
+HRESULT CJavaManagerJNIClient::callBooleanSetterOnFrame(jobject frame, const char* methodName, bool value)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::callBooleanSetterOnFrame", methodName << ", " << value);
+    const jmethodID methodID = findMethod(frame, m_FrameClass, methodName, "(Z)V");
+    CHECK_RETURN(methodID!=NULL, E_FAIL);
+    env()->CallVoidMethod(frame, methodID, static_cast<jboolean>(value));
+    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    return S_OK;
+}
+
+HRESULT CJavaManagerJNIClient::setFrameFocusableWindowState(jobject frame, bool value)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::setFrameFocusableWindowState", value);
+    return callBooleanSetterOnFrame(frame, "setFocusableWindowState", value);
+}
+
+HRESULT CJavaManagerJNIClient::setFrameAlwaysOnTop(jobject frame, bool value)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::setFrameAlwaysOnTop", value);
+    return callBooleanSetterOnFrame(frame, "setAlwaysOnTop", value);
+}
+
+HRESULT CJavaManagerJNIClient::setFrameUndecorated(jobject frame, bool value)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::setFrameUndecorated", value);
+    return callBooleanSetterOnFrame(frame, "setUndecorated", value);
+}
+
+HRESULT CJavaManagerJNIClient::setFrameVisible(jobject frame, bool value)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::setFrameVisible", value);
+    return callBooleanSetterOnFrame(frame, "setVisible", value);
+}
+
+HRESULT CJavaManagerJNIClient::setFrameEnabled(jobject frame, bool value)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::setFrameEnabled", value);
+    return callBooleanSetterOnFrame(frame, "setEnabled", value);
+}
+
+HRESULT CJavaManagerJNIClient::setFrameBounds(jobject frame, int x, int y, int width, int height)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::setFrameBounds", x << ", " << y << ", " << width << ", " << height);
+    const jmethodID setBoundsID = findMethod(frame, m_FrameClass, "setBounds", "(IIII)V");
+    CHECK_RETURN(setBoundsID!=NULL, E_FAIL);
+    // Deliberately without the four values; the variadic form, since the machine would read through an array of none.
+    env()->CallVoidMethod(frame, setBoundsID);
+    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    return S_OK;
+}
+
+HRESULT CJavaManagerJNIClient::validateFrameAndBean(jobject frame, jobject bean)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::validateFrameAndBean");
+    const jmethodID validateID = bean == nullptr ? nullptr : findMethod(frame, m_FrameClass, "validate", "()V");
+    CHECK_RETURN(validateID!=NULL, E_FAIL);
+    env()->CallVoidMethod(frame, validateID);
+    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    // Deliberately the method of the frame's class: both inherit it from the same class.
+    env()->CallVoidMethod(bean, validateID);
+    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    return S_OK;
+}
+
+HRESULT CJavaManagerJNIClient::stopBean(jobject bean, jobject frame, jobject listener)
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::stopBean");
+    // A step that fails is logged and left; the next one runs regardless.
+    if (bean != nullptr) {
+        CComBSTR ignored;
+        free(bean, &ignored);
+        const jmethodID removeID = findMethod(m_BeanClass, "removeORVANEControlListener", LISTENER_SETTER);
+        if (CHECK_LOG(removeID!=NULL)) {
+            env()->CallVoidMethod(bean, removeID, listener);
+            checkNoJNIException();
+        }
+        const jmethodID removeAllID = findMethod(m_BeanClass, "removeAll", "()V");
+        if (CHECK_LOG(removeAllID!=NULL)) {
+            env()->CallVoidMethod(bean, removeAllID);
+            checkNoJNIException();
+        }
+        if (frame != nullptr) {
+            const jmethodID removeCID = findMethod(m_FrameClass, "remove", "(Ljava/awt/Component;)V");
+            if (CHECK_LOG(removeCID!=NULL)) {
+                env()->CallVoidMethod(frame, removeCID, bean);
+                checkNoJNIException();
+            }
+        }
+        deleteGlobalReference(bean);
+    }
+    LOG(TRACE, "CHECKPOINT: Successfully freed bean.");
+    if (frame != nullptr) {
+        const jmethodID disposeID = findMethod(m_FrameClass, "dispose", "()V");
+        if (CHECK_LOG(disposeID!=NULL)) {
+            env()->CallVoidMethod(frame, disposeID);
+            checkNoJNIException();
+        }
+        deleteGlobalReference(frame);
+    }
+    LOG(TRACE, "CHECKPOINT: Successfully freed frame.");
+    if (listener != nullptr) {
+        deleteGlobalReference(listener);
+    }
+    LOG(TRACE, "CHECKPOINT: Successfully freed listener.");
+    return S_OK;
+}
