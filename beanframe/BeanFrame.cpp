@@ -1,0 +1,185 @@
+#define LOG_SOURCE "BeanFrame"
+
+#include "beanframe/BeanFrame.h"
+
+#include "javabridge/JavaManagerJNIClient.h"
+
+CBeanFrame* CBeanFrame::s_Instance = nullptr;
+DWORD CBeanFrame::s_MainThreadId = 0;
+std::atomic<int> CBeanFrame::s_InstanceUsers = 0;
+
+namespace {
+
+constexpr int FRAME_ID_BUFFER = 30;
+
+// The one call of each forwarding operation. The singleton is there from the constructor until the process ends its Java side; a call
+// that comes after that fails like one that finds no bean frame.
+template <class Call>
+HRESULT forward(Call&& call)
+{
+    CJavaManagerJNIClient* const client = CJavaManagerJNIClient::s_Instance;
+    return client ? call(*client) : E_FAIL;
+}
+
+// Integers among the texts of a call go through OLE Automation's own conversion.
+std::string automationText(int number)
+{
+    CComVariant text(number);
+    return SUCCEEDED(text.ChangeType(VT_BSTR)) ? narrowText(text.bstrVal) : std::string();
+}
+
+} // namespace
+
+void CBeanFrame::createInstance(const char* basisControlPath, const char* beanPackage, const char* beanClass)
+{
+    LOG_SCOPE_STATIC(INFO, "CBeanFrame::createInstance", basisControlPath << "," << beanPackage << "," << beanClass);
+    if (s_Instance) {
+        LOG(WARN, "double creation of BeanFrameInstance");
+        return;
+    }
+    std::atomic_ref(s_Instance).store(new CBeanFrame(basisControlPath, beanPackage, beanClass));
+}
+
+// Events that Java raises while this runs find no instance yet and are dropped with their line.
+CBeanFrame::CBeanFrame(const char* basisControlPath, const char* beanPackage, const char* beanClass)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::CBeanFrame", basisControlPath << "," << beanPackage << "," << beanClass);
+    s_MainThreadId = GetCurrentThreadId();
+
+    CJavaManagerJNIClient::createInstance(basisControlPath);
+    forward([&](CJavaManagerJNIClient& client) {
+        return client.startBean(&beanObject, &frameObject, &frameID, beanPackage, beanClass);
+    });
+    forward([&](CJavaManagerJNIClient& client) { return client.regEventListener(&listener, frameObject, beanObject); });
+
+    if (CJavaManagerJNIClient::s_Instance && beanObject && frameObject && listener && frameID != 0)
+        LOG(TRACE, "CHECKPOINT: Successfully created BeanFrame.");
+}
+
+CBeanFrame::~CBeanFrame()
+{
+    LOG_SCOPE(INFO, "CBeanFrame::~CBeanFrame");
+    forward([&](CJavaManagerJNIClient& client) { return client.stopBean(beanObject, frameObject, listener); });
+
+    // From here on Java's threads find no bean frame. Those that found it before are inside a native callback, which only queues and
+    // waits for nothing but short locks: they are let out before the memory goes.
+    std::atomic_ref(s_Instance).store(nullptr);
+    while (s_InstanceUsers.load() != 0)
+        SwitchToThread();
+}
+
+void CBeanFrame::deleteInstance()
+{
+    LOG_SCOPE_STATIC(INFO, "CBeanFrame::deleteInstance");
+    CHECK_RETURN(s_Instance!=NULL, );
+    {
+        CComCritSecLock lock(s_EventQueueLock);
+        for (QueueEntry* const entry : s_EventQueue)
+            delete entry;
+        s_EventQueue.clear();
+        s_EventIndex.clear();
+    }
+    delete s_Instance;
+}
+
+std::string CBeanFrame::getLogObjectInfo() const
+{
+    char text[FRAME_ID_BUFFER];
+    return _itoa(frameID, text, 10);
+}
+
+HRESULT CBeanFrame::callMethod(BSTR arg0, BSTR arg1, BSTR* result)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::callMethod", arg0 << "," << arg1);
+    return forward([&](CJavaManagerJNIClient& client) { return client.callMethod(beanObject, arg0, arg1, result); });
+}
+
+HRESULT CBeanFrame::callMethodCompressed(BSTR arg0, int arg1, BSTR arg2, BSTR* result)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::callMethodCompressed", arg0 << "," << automationText(arg1) << "," << arg2);
+    return forward([&](CJavaManagerJNIClient& client) { return client.callMethodCompressed(beanObject, arg0, arg1, arg2, result); });
+}
+
+HRESULT CBeanFrame::displayDebugConsole(BSTR* result)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::displayDebugConsole");
+    return forward([&](CJavaManagerJNIClient& client) { return client.displayDebugConsole(beanObject, result); });
+}
+
+HRESULT CBeanFrame::free(BSTR* result)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::free");
+    return forward([&](CJavaManagerJNIClient& client) { return client.free(beanObject, result); });
+}
+
+HRESULT CBeanFrame::getBasisControlVersionInfo(BSTR* result)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::getBasisControlVersionInfo");
+    return forward([&](CJavaManagerJNIClient& client) { return client.getBasisControlVersionInfo(beanObject, result); });
+}
+
+HRESULT CBeanFrame::getProperty(BSTR arg0, BSTR* result)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::getProperty", arg0);
+    return forward([&](CJavaManagerJNIClient& client) { return client.getProperty(beanObject, arg0, result); });
+}
+
+HRESULT CBeanFrame::getVersionInfo(BSTR arg0, BSTR* result)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::getVersionInfo", arg0);
+    return forward([&](CJavaManagerJNIClient& client) { return client.getVersionInfo(beanObject, arg0, result); });
+}
+
+HRESULT CBeanFrame::setLogLevel(int arg0, BSTR* result)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::setLogLevel");
+    return forward([&](CJavaManagerJNIClient& client) { return client.setLogLevel(beanObject, arg0, result); });
+}
+
+HRESULT CBeanFrame::setProperty(BSTR arg0, BSTR arg1, BSTR* result)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::setProperty", arg0 << "," << arg1);
+    return forward([&](CJavaManagerJNIClient& client) { return client.setProperty(beanObject, arg0, arg1, result); });
+}
+
+HRESULT CBeanFrame::setUsedControl(BSTR arg0, BSTR arg1, BSTR* result)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::setUsedControl", arg0 << "," << arg1);
+    return forward([&](CJavaManagerJNIClient& client) { return client.setUsedControl(frameObject, beanObject, arg0, arg1, result); });
+}
+
+HRESULT CBeanFrame::updateVersion(BSTR arg0, BSTR* result)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::updateVersion", arg0);
+    return forward([&](CJavaManagerJNIClient& client) { return client.updateVersion(beanObject, arg0, result); });
+}
+
+HRESULT CBeanFrame::setBounds(int x, int y, int width, int height)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::setBounds", x << "," << y << "," << width << "," << height);
+    return forward([&](CJavaManagerJNIClient& client) { return client.setFrameBounds(frameObject, x, y, width, height); });
+}
+
+HRESULT CBeanFrame::setEnabled(bool enabled)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::setEnabled", enabled);
+    return forward([&](CJavaManagerJNIClient& client) { return client.setFrameEnabled(frameObject, enabled); });
+}
+
+HRESULT CBeanFrame::setVisible(bool visible)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::setVisible");
+    return forward([&](CJavaManagerJNIClient& client) { return client.setFrameVisible(frameObject, visible); });
+}
+
+HRESULT CBeanFrame::validate()
+{
+    LOG_SCOPE(INFO, "CBeanFrame::validate");
+    return forward([&](CJavaManagerJNIClient& client) { return client.validateFrameAndBean(frameObject, beanObject); });
+}
+
+HRESULT CBeanFrame::testBridge(BSTR text, int ttl, int delay)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::testBridge", text);
+    return forward([&](CJavaManagerJNIClient& client) { return client.testBridge(listener, text, ttl, delay); });
+}

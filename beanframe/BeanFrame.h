@@ -1,0 +1,147 @@
+// The process-wide mediator between the COM object and the Java side: forwards calls down, carries Java's events up through a queue to
+// the main thread, and watches the client's window.
+//
+//     client -> COM object -> CBeanFrame -> CJavaManagerJNIClient -> Java          calls, on the main thread
+//     Java thread -> Native... -> enqueue... -> queueEvent -> s_EventQueue         events, on the Java thread
+//     post or timer -> message loop -> processEventQueue -> handler -> EventTarget -> sinks   events, on the main thread
+//
+// Ownership: at most one instance, s_Instance, made by createInstance and ended by deleteInstance. It keeps the global references of bean,
+//            frame and listener, which stopBean deletes. The queue owns its entries until they are taken out for processing.
+// Threads:   main thread, but for the natives, the enqueue operations, queueEvent and isClientAlive (Java threads) and timerRoutine
+//            (timer-queue threads). Java threads reach the instance through InstanceUse only; the destructor waits for them, so that an
+//            event raised while the object ends never meets freed memory. The queue and its lock live until the process ends.
+// Locks:     s_EventQueueLock guards the queue and is held for list work only, never across a call into Java, COM or a sink.
+// Failure:   HRESULTs of the called Java operation, unchanged. The constructor never fails: what could not be started leaves null
+//            references, and later calls fail at their own checks. No C++ exception leaves a native.
+#pragma once
+
+#include "atl/atl.h"
+#include "beanframe/EventTarget.h"
+#include "javabridge/SharedText.h"
+#include "support/logger.h"
+
+#include <jni.h>
+
+#include <atomic>
+#include <list>
+#include <map>
+
+// The thread message that makes the main thread drain the event queue; no parameters.
+constexpr UINT WM_PROCESSEVENTQUEUE = WM_APP + 3;
+
+class CBeanFrame : public virtual Loggable
+{
+public:
+    // Narrow texts: path of the basis control archive, Java package and class of the control. A second creation only warns.
+    static void createInstance(const char* basisControlPath, const char* beanPackage, const char* beanClass);
+    // Drops pending events and ends the instance. Without one the failed check is logged.
+    static void deleteInstance();
+    // Null before createInstance and after deleteInstance. Written on the main thread only; Java threads go through InstanceUse.
+    static CBeanFrame* s_Instance;
+
+    // The frame id in decimal, "-1" until the frame exists.
+    std::string getLogObjectInfo() const override;
+
+    // Forwarding; results are new BSTRs that the caller owns.
+    HRESULT callMethod(BSTR arg0, BSTR arg1, BSTR* result);
+    HRESULT callMethodCompressed(BSTR arg0, int arg1, BSTR arg2, BSTR* result);
+    HRESULT displayDebugConsole(BSTR* result);
+    HRESULT free(BSTR* result);
+    HRESULT getBasisControlVersionInfo(BSTR* result);
+    HRESULT getProperty(BSTR arg0, BSTR* result);
+    HRESULT getVersionInfo(BSTR arg0, BSTR* result);
+    HRESULT setLogLevel(int arg0, BSTR* result);
+    HRESULT setProperty(BSTR arg0, BSTR arg1, BSTR* result);
+    HRESULT setUsedControl(BSTR arg0, BSTR arg1, BSTR* result);
+    HRESULT updateVersion(BSTR arg0, BSTR* result);
+    HRESULT setBounds(int x, int y, int width, int height);
+    HRESULT setEnabled(bool enabled);
+    HRESULT setVisible(bool visible);
+    HRESULT validate();
+    HRESULT testBridge(BSTR text, int ttl, int delay);
+
+    // Takes the client's window, which must be a child window, puts the bean into its frame and starts a watchdog chain. A second push
+    // starts a second chain; both watch the latest handle.
+    HRESULT pushWindowHandle(int wndhandle);
+    // Whether the client's window still exists and has a proper parent; true as long as no window was pushed. Any thread.
+    bool isClientAlive();
+
+    // What Java calls; exported from the executable and bound to the listener's natives.
+    __declspec(dllexport) static void JNICALL NativeOnControlReady(JNIEnv* env, jobject caller, jstring text);
+    __declspec(dllexport) static void JNICALL NativeOnCustomEvent(JNIEnv* env, jobject caller, jstring text);
+    __declspec(dllexport) static void JNICALL NativeTestBridgeEvent(JNIEnv* env, jobject caller, jstring text, jint delay);
+
+    // Java threads. The text is copied; the delay is in milliseconds.
+    void enqueueOnControlReady(BSTR text);
+    void enqueueOnCustomEvent(BSTR text);
+    void enqueueTestBridgeEvent(BSTR text, DWORD delay);
+
+    // Called by the message loop for each WM_PROCESSEVENTQUEUE: processes every due entry, of the due ones always the one that became
+    // due last, the first queued among equals. S_OK, or E_FAIL when an entry is due and no bean frame is left.
+    static HRESULT processEventQueue();
+    // Called by the message loop after each dispatched message. A foreign modal loop (COM's own while it waits for a sink, say) drops
+    // thread messages; when one of ours was lost that way, a new one is posted.
+    static void repostSwallowedMessage();
+
+    int frameID = -1;
+
+protected:
+    using Handler = void (CBeanFrame::*)(BSTR text);
+    struct QueueEntry;
+    using EntryList = std::list<QueueEntry*>;
+    using EntryIndex = std::multimap<DWORD, QueueEntry*>; // by due time; equal ones stay in queuing order
+
+    struct QueueEntry
+    {
+        SharedText text;
+        Handler handler;
+        DWORD dueTime; // GetTickCount milliseconds, modulo 2^32
+        EntryList::iterator place;
+        EntryIndex::iterator indexPlace;
+    };
+
+    // Holds s_Instance for the length of a native callback. Null when there is none.
+    class InstanceUse
+    {
+    public:
+        InstanceUse();
+        ~InstanceUse();
+        InstanceUse(const InstanceUse&) = delete;
+        InstanceUse& operator=(const InstanceUse&) = delete;
+        CBeanFrame* get() const { return m_instance; }
+
+    private:
+        CBeanFrame* m_instance;
+    };
+
+    CBeanFrame(const char* basisControlPath, const char* beanPackage, const char* beanClass);
+    ~CBeanFrame() override;
+    CBeanFrame(const CBeanFrame&) = delete;
+    CBeanFrame& operator=(const CBeanFrame&) = delete;
+
+    void queueEvent(BSTR text, Handler handler, DWORD delay);
+    static void CALLBACK timerRoutine(void* parameter, BOOLEAN timerOrWaitFired);
+    static void postProcessEventQueue();
+    static QueueEntry* takeDueEntry(DWORD now);
+
+    HRESULT processQueueEntry(QueueEntry* entry);
+    void processOnControlReady(BSTR text);
+    void processOnCustomEvent(BSTR text);
+    void processTestBridgeEvent(BSTR text);
+    void processWatchDogEvent(BSTR text);
+
+    std::atomic<HWND> clientWindow = nullptr;
+    std::atomic<bool> eventsSuspended = false; // no operation sets it; true would discard every new event
+    jobject beanObject = nullptr;
+    jobject frameObject = nullptr;
+    jobject listener = nullptr;
+
+    static DWORD s_MainThreadId;
+    static EntryList& s_EventQueue;
+    static EntryIndex& s_EventIndex;
+    static CComCriticalSection& s_EventQueueLock;
+    static std::atomic<int> s_InstanceUsers;
+    static std::atomic<bool> s_MessagePosted; // a message was posted since the last pass over the queue began
+    // The queue's clock, GetTickCount. Unit tests set it to reach the wrap-around.
+    static DWORD(WINAPI* s_TickCount)();
+};

@@ -1,0 +1,66 @@
+#define LOG_SOURCE "BeanFrame"
+
+#include "beanframe/BeanFrame.h"
+
+#include "javabridge/JavaManagerJNIClient.h"
+
+namespace {
+
+constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
+
+} // namespace
+
+HRESULT CBeanFrame::pushWindowHandle(int wndhandle)
+{
+    LOG_SCOPE(INFO, "CBeanFrame::pushWindowHandle", wndhandle);
+    // Window handles have 32 significant bits and are widened by sign extension.
+    clientWindow = reinterpret_cast<HWND>(static_cast<INT_PTR>(wndhandle));
+    CJavaManagerJNIClient* const client = CJavaManagerJNIClient::s_Instance;
+    const HRESULT result = client ? client->addBean(frameObject, beanObject) : E_FAIL;
+    LOG(TRACE, "Starting WatchDog on server side...");
+    queueEvent(nullptr, &CBeanFrame::processWatchDogEvent, WATCHDOG_PERIOD);
+    return result;
+}
+
+bool CBeanFrame::isClientAlive()
+{
+    LOG_SCOPE(FINE, "CBeanFrame::isClientAlive");
+    const HWND window = clientWindow;
+    if (!window) {
+        LOG(TRACE, "Frame's window not yet set, thus no check!");
+        return true;
+    }
+    if (!IsWindow(window)) {
+        LOG(TRACE, "Frame's window seems not to be alive anymore! (invalid window handle) ");
+        return false;
+    }
+    if (!GetParent(window) || GetParent(window) == GetDesktopWindow()) {
+        LOG(TRACE, "Frame's window has no valid parent anymore!");
+        return false;
+    }
+    return true;
+}
+
+void CBeanFrame::processWatchDogEvent(BSTR text)
+{
+    LOG_SCOPE(FINE, "CBeanFrame::processWatchDogEvent", text);
+    if (!eventTarget() || isClientAlive()) {
+        queueEvent(nullptr, &CBeanFrame::processWatchDogEvent, WATCHDOG_PERIOD);
+        return;
+    }
+    LOG(WARN, "Client seems to be not alive... releasing event sinks.");
+    LOG(WARN, "Releasing ATL object.");
+
+    // COM holds references on behalf of the dead client and would use them after the object is gone. The object is held, COM's
+    // references are taken back, and then everything that is left is released, whoever believes to own it.
+    IUnknown* const object = eventTarget()->targetUnknown();
+    object->AddRef();
+    CoDisconnectObject(object, 0);
+    ULONG count = object->Release();
+    while (count != 0) {
+        LOG_PLAIN(TRACE, "More objects to release...");
+        count = eventTarget()->targetUnknown()->Release();
+    }
+    // The bean frame went with the object: no member is touched from here on.
+    LOG_PLAIN(INFO, "Releasing all sinks and objects done");
+}

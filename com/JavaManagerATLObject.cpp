@@ -1,0 +1,100 @@
+#define LOG_SOURCE "JavaManagerATLObject"
+
+#include "com/JavaManagerATLObject.h"
+
+#include "beanframe/BeanFrame.h"
+#include "support/registry.h"
+
+CJavaManagerATLObject* CJavaManagerATLObject::s_Instance = nullptr;
+
+namespace {
+
+constexpr UINT REGISTRY_SCRIPT = 102;
+constexpr char PREFERENCES_KEY[] = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
+constexpr DWORD MODULE_PATH_SIZE = 260;
+
+// The control archive beside the executable; "" when the executable's path cannot be had.
+std::string defaultBasisControl()
+{
+    char path[MODULE_PATH_SIZE + 1] = {};
+    const int length = static_cast<int>(GetModuleFileNameA(nullptr, path, MODULE_PATH_SIZE));
+    if (length < 0 || length > static_cast<int>(MODULE_PATH_SIZE))
+        return {};
+    const std::string module = path;
+    return module.substr(0, module.rfind('\\')) + "\\ORVANEControl.jar";
+}
+
+} // namespace
+
+EventTarget* eventTarget() { return CJavaManagerATLObject::s_Instance; }
+
+CJavaManagerATLObject::CJavaManagerATLObject()
+{
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::CJavaManagerATLObject");
+    if (!CHECK_LOG(s_Instance == NULL))
+        return;
+    s_Instance = this;
+    // The object exists whatever happens on the way to its frame.
+    const HRESULT hr = AtlGuard([&]() -> HRESULT {
+        const std::string defaultControl = defaultBasisControl();
+        CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, KEY_READ | KEY_WOW64_32KEY);
+        std::string basiscontrol = preferences.getStringValue("basiscontrol", defaultControl.c_str());
+        if (!doesFileExist(basiscontrol) && basiscontrol != defaultControl && doesFileExist(defaultControl))
+            basiscontrol = defaultControl;
+        LOG(FINE, "Basiscontrol path: " << basiscontrol);
+        CHECK_RETURN(doesFileExist(basiscontrol), S_OK);
+
+        CBeanFrame::createInstance(basiscontrol.c_str(), "com.orvane.tech.client.qmrt.win", "QMRTWinControl");
+        if (!CBeanFrame::s_Instance) {
+            LOG(ERROR, "Failed to create ATL object.");
+            return S_OK;
+        }
+        HRESULT_LOG(CBeanFrame::s_Instance->setVisible(true));
+        LOG(TRACE, "CHECKPOINT: Successfully created ATL object."); // also when the frame could not be shown
+        return S_OK;
+    });
+    if (FAILED(hr))
+        LOG(ERROR, "Failed to create ATL object. " << getWindowsErrorText(static_cast<unsigned>(hr)));
+}
+
+CJavaManagerATLObject::~CJavaManagerATLObject()
+{
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::~CJavaManagerATLObject");
+    if (CHECK_LOG(CBeanFrame::s_Instance!=NULL))
+        CBeanFrame::deleteInstance();
+}
+
+HRESULT CJavaManagerATLObject::UpdateRegistry(BOOL registering)
+{
+    return _AtlModule->UpdateRegistryFromResource(REGISTRY_SCRIPT, registering);
+}
+
+void CJavaManagerATLObject::ObjectMain(bool starting)
+{
+    if (starting)
+        Logger::addRefCount();
+    LOG_SCOPE_STATIC(INFO, "CJavaManagerATLObject::ObjectMain", starting);
+    if (!starting)
+        Logger::release();
+}
+
+HRESULT CJavaManagerATLObject::FinalConstruct()
+{
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::FinalConstruct");
+    return S_OK;
+}
+
+void CJavaManagerATLObject::FinalRelease() { LOG_SCOPE(INFO, "CJavaManagerATLObject::FinalRelease"); }
+
+const char* CJavaManagerATLObject::getLogClassName() const { return "CJavaManagerATLObject"; }
+
+bool CJavaManagerATLObject::doesFileExist(const std::string& path)
+{
+    LOG_SCOPE(FINE, "CJavaManagerATLObject::doesFileExist", path);
+    return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+IUnknown* CJavaManagerATLObject::targetUnknown() { return static_cast<IJavaManager*>(this); }
+HRESULT CJavaManagerATLObject::fireControlReady(BSTR text) { return Fire_controlReady(text); }
+HRESULT CJavaManagerATLObject::fireCustomEvent(BSTR text) { return Fire_customEvent(text); }
+HRESULT CJavaManagerATLObject::fireTestBridgeEvent(BSTR text) { return Fire_testBridgeEvent(text); }

@@ -1,0 +1,90 @@
+// The creatable COM class JavaManager: a thin, logged forwarder from IJavaManager to the bean frame, and the container of the connection
+// point through which events reach the client.
+//
+// Ownership: the first object of a process creates the bean frame; the destruction of any object deletes it.
+// Threads:   the server's single apartment thread only.
+// Failure:   creation never fails; a client finds out through getBeanFrameID (-1) that there is no frame. A failing call returns its
+//            HRESULT with COM error info whose description is the error backtrace of the log. No C++ exception leaves a method.
+#pragma once
+
+#include "KESTAserver_h.h"
+#include "atl/atl.h"
+#include "beanframe/EventTarget.h"
+#include "com/JavaManagerEvents.h"
+#include "support/logger.h"
+
+class CJavaManagerATLObject : public CComObjectRootEx<CComSingleThreadModel>,
+                              public CComCoClass<CJavaManagerATLObject, &CLSID_JavaManager>,
+                              public ISupportErrorInfo,
+                              public IConnectionPointContainerImpl<CJavaManagerATLObject>,
+                              public CProxy_IJavaManagerEvents<CJavaManagerATLObject>,
+                              public IDispatchImpl<IJavaManager, &IID_IJavaManager, &LIBID_KESTAserverLib, 1, 0>,
+                              public EventTarget,
+                              public virtual Loggable
+{
+public:
+    CJavaManagerATLObject();
+    ~CJavaManagerATLObject() override;
+
+    BEGIN_COM_MAP(CJavaManagerATLObject)
+    COM_INTERFACE_ENTRY(IJavaManager)
+    COM_INTERFACE_ENTRY(IDispatch)
+    COM_INTERFACE_ENTRY(ISupportErrorInfo)
+    COM_INTERFACE_ENTRY(IConnectionPointContainer)
+    END_COM_MAP()
+
+    BEGIN_CONNECTION_POINT_MAP(CJavaManagerATLObject)
+    CONNECTION_POINT_ENTRY(DIID__IJavaManagerEvents)
+    END_CONNECTION_POINT_MAP()
+
+    // The first object constructed in the process. Never reset and never replaced: later objects stay inert, and after the object's end
+    // nothing asks for it, since the bean frame went with it.
+    static CJavaManagerATLObject* s_Instance;
+
+    // Runs the class's registry script.
+    static HRESULT UpdateRegistry(BOOL registering);
+    // Called by the module at start and end of the server: keeps the Logger for as long as the class is registered.
+    static void ObjectMain(bool starting);
+    HRESULT FinalConstruct();
+    void FinalRelease();
+
+    // The same name whatever template the object was created through.
+    const char* getLogClassName() const override;
+
+    STDMETHOD(InterfaceSupportsErrorInfo)(REFIID riid) override;
+
+    STDMETHOD(callMethod)(BSTR arg0, BSTR arg1, BSTR* result) override;
+    STDMETHOD(callMethodCompressed)(BSTR arg0, int arg1, BSTR arg2, BSTR* result) override;
+    STDMETHOD(displayDebugConsole)(BSTR* result) override;
+    STDMETHOD(free)(BSTR* result) override;
+    STDMETHOD(getBasisControlVersionInfo)(BSTR* result) override;
+    STDMETHOD(getProperty)(BSTR arg0, BSTR* result) override;
+    STDMETHOD(getVersionInfo)(BSTR arg0, BSTR* result) override;
+    STDMETHOD(setLogLevel)(int arg0, BSTR* result) override;
+    STDMETHOD(setProperty)(BSTR arg0, BSTR arg1, BSTR* result) override;
+    STDMETHOD(setUsedControl)(BSTR arg0, BSTR arg1, BSTR* result) override;
+    STDMETHOD(updateVersion)(BSTR arg0, BSTR* result) override;
+    STDMETHOD(getBeanFrameID)(int* uid) override;
+    STDMETHOD(validate)() override;
+    STDMETHOD(setBounds)(int x, int y, int width, int height) override;
+    STDMETHOD(testBridge)(BSTR text, int ttl, int delay) override;
+    STDMETHOD(enable)(VARIANT_BOOL enabled) override;
+    STDMETHOD(pushWindowHandle)(int wndhandle) override;
+
+    IUnknown* targetUnknown() override;
+    HRESULT fireControlReady(BSTR text) override;
+    HRESULT fireCustomEvent(BSTR text) override;
+    HRESULT fireTestBridgeEvent(BSTR text) override;
+
+protected:
+    // Success codes become S_OK; a failure sets the COM error info from the log's error entries and is returned.
+    HRESULT provideErrorInfo(HRESULT hr);
+    bool doesFileExist(const std::string& path);
+
+private:
+    // The one call of a forwarding method, on behalf of the method's scope.
+    template <class Call>
+    HRESULT forward(const LogScope& logScope, Call&& call);
+    template <class Call>
+    HRESULT forwardChecked(const LogScope& logScope, Call&& call);
+};
