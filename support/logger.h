@@ -1,10 +1,11 @@
 // The process-wide log: levels, statements, scopes, checks and the error backtrace.
 //
-// Ownership: one Logger a process, made by the first Logger::addRefCount and ended by the last Logger::release. Its memory and locks
-// are never freed: Java's and the timer queue's threads still run while the process ends and may be inside a logging call.
+// Ownership: one Logger a process, made by the first Logger::addRefCount and ended by the last Logger::release. Its memory and
+// locks are never freed: Java's and the timer queue's threads still run while the process ends and may be inside a logging call.
 // Threads:   any thread may log at any time, also before the Logger exists and after it ended (then nothing is written).
 //            addRefCount and release are called at process start and end only.
 // Failure:   logging never fails visibly. A log file that cannot be opened ends file logging, the debugger stream goes on.
+//            Only the creation of the Logger's locks can raise: std::system_error with the HRESULT (0x8007xxxx) as its code.
 //
 // How a function logs:
 //
@@ -18,8 +19,9 @@
 //         ...
 //     }
 //
-// LOG_SCOPE opens the function's scope under the name logScope; every other macro logs on behalf of that scope's object. An object that
-// may end inside the function logs through LOG_PLAIN from then on. The arguments of a statement are evaluated only when its level is on.
+// LOG_SCOPE opens the function's scope under the name logScope; every other macro logs on behalf of that scope's object. An
+// object that may end inside the function logs through LOG_PLAIN from then on. The arguments of a statement are evaluated only
+// when its level is on.
 #pragma once
 
 #include <windows.h>
@@ -42,16 +44,18 @@ enum LogLevel : int {
 // The name printed for a level. The table ends at 6, "(invalid)"; no other level may reach it.
 const char* getLogLevelName(int level);
 
-// The name of a result of the JNI invocation interface. "successfull" and "JNI_ENOMEN" are meant to stand so: log readers search for them.
+// The name of a result of the JNI invocation interface. "successfull" and "JNI_ENOMEN" are meant to stand so: log readers
+// search for them.
 std::string getJNIErrorName(int code);
 
-// The system's text for a Win32 or HRESULT code, first line only, with " (%08x)" behind it. A code without text gives the latter alone.
+// The system's text for a Win32 or HRESULT code, first line only, with " (%08x)" behind it. A code without text gives
+// " (%08x)" alone.
 std::string getWindowsErrorText(unsigned code);
 
 class Logger;
 class LogScope;
 
-// What the level checks read. Both are -1 while no Logger exists, so that a statement that is off costs one comparison and no pointer.
+// What the level checks read. Both are -1 while no Logger exists, so that a statement that is off costs one comparison.
 struct LogState
 {
     static std::atomic<int> s_maxLogLevel;
@@ -76,7 +80,8 @@ public:
     virtual ~Loggable() = default;
 };
 
-// The text of one line under construction. Null texts are streamed as empty ones: a null pointer would swallow the rest of the line.
+// The text of one line under construction. Null texts are streamed as empty ones: a null pointer would swallow
+// what follows it.
 class LogStream
 {
 public:
@@ -104,8 +109,8 @@ private:
 class LogEntry
 {
 public:
-    // A statement: written when it goes out of scope. `owner` is the logging object, null in free functions and static members; it is
-    // asked for its name and text here and not used afterwards, since it may be gone when the line is printed.
+    // A statement: written when it goes out of scope. `owner` is the logging object, null in free functions and static members;
+    // it is asked for its name and text here and not used afterwards, since it may be gone when the line is printed.
     LogEntry(const char* file, int line, int level, const Loggable* owner = nullptr);
     ~LogEntry();
     LogEntry(const LogEntry&) = delete;
@@ -141,15 +146,16 @@ protected:
     std::string m_formatted;
 };
 
-// Function scope: entry line on construction, exit line with the elapsed time on destruction, and a link in the thread's scope chain,
-// which an error backtrace prints. Scopes of one thread end in reverse order of their creation.
+// Function scope: entry line on construction, exit line with the elapsed time on destruction, and a link in the thread's scope
+// chain, which an error backtrace prints. Scopes of one thread end in reverse order of their creation.
 class LogScope : public LogEntry
 {
 public:
     LogScope(const char* file, int line, int level, const Loggable* owner = nullptr);
     ~LogScope();
 
-    // The text for the entry line: the part of `qualifiedName` after its first "::" (the whole name when it has none) and a blank.
+    // The text for the entry line: the part of `qualifiedName` after its first "::" (the whole name when it has none)
+    // and a blank.
     LogStream& name(const char* qualifiedName);
     // Writes the entry line at once.
     void writeEntry();
@@ -160,7 +166,7 @@ private:
     friend class Logger;
     const Loggable* m_owner;
     LogScope* m_previous = nullptr;
-    bool m_traced = false;
+    Logger* m_tracedBy = nullptr; // whose chain this scope is linked in; null when it is in none
 };
 
 class Logger
@@ -177,7 +183,8 @@ public:
     // The lines collected by error backtraces of all threads since the last call; empties the buffer. "" without a Logger.
     static std::string getErrorEntries();
 
-    // Settled during construction. The prefix is the full path of the log file without index and extension, empty = no file logging.
+    // Settled during construction. The prefix is the full path of the log file without index and extension; empty: no file
+    // logging.
     const std::string& logDirectory() const;
     const std::string& logFilePrefix() const;
     int maxLogLevel() const;
@@ -212,16 +219,16 @@ bool logWin32(const char* file, int line, const Loggable* owner, bool succeeded,
 bool logWin32Code(const char* file, int line, const Loggable* owner, bool succeeded, DWORD error, const char* text);
 int logJniResult(const char* file, int line, const Loggable* owner, int code, const char* text);
 
-#define LOG_SCOPE_OF_(owner, level, name_, ...)                                                                                    \
-    LogScope logScope(LOG_SOURCE, __LINE__, level, owner);                                                                         \
-    if (::isLogEnabled(LOG_SOURCE, __LINE__, level)) {                                                                             \
-        logScope.name(name_) __VA_OPT__(<< __VA_ARGS__);                                                                           \
-        logScope.writeEntry();                                                                                                     \
+#define LOG_SCOPE_OF_(owner, level, name_, ...)                                                                                  \
+    LogScope logScope(LOG_SOURCE, __LINE__, level, owner);                                                                       \
+    if (::isLogEnabled(LOG_SOURCE, __LINE__, level)) {                                                                           \
+        logScope.name(name_) __VA_OPT__(<< __VA_ARGS__);                                                                         \
+        logScope.writeEntry();                                                                                                   \
     }
-#define LOG_OF_(owner, level, ...)                                                                                                 \
-    do {                                                                                                                           \
-        if (::isLogEnabled(LOG_SOURCE, __LINE__, level))                                                                           \
-            LogEntry(LOG_SOURCE, __LINE__, level, owner).stream() << __VA_ARGS__;                                                  \
+#define LOG_OF_(owner, level, ...)                                                                                               \
+    do {                                                                                                                         \
+        if (::isLogEnabled(LOG_SOURCE, __LINE__, level))                                                                         \
+            LogEntry(LOG_SOURCE, __LINE__, level, owner).stream() << __VA_ARGS__;                                                \
     } while (false)
 
 // Levels are written ALWAYS, ERROR, WARN, INFO, FINE, TRACE.
@@ -230,36 +237,36 @@ int logJniResult(const char* file, int line, const Loggable* owner, int code, co
 #define LOG(level, ...) LOG_OF_(logScope.owner(), LOGLEVEL_##level, __VA_ARGS__)
 #define LOG_PLAIN(level, ...) LOG_OF_(nullptr, LOGLEVEL_##level, __VA_ARGS__)
 
-// The checks, by what is checked and what happens then. Each evaluates its argument once and logs the argument's own text, taken at
-// this outermost macro so that NULL or CreateDirectory come out as they are written.
+// The checks, by what is checked and what happens then. Each evaluates its argument once and logs the argument's own text, taken
+// at this outermost macro so that NULL or CreateDirectory come out as they are written.
 //
 //                  logs only, gives the value     returns `result` from the function on failure
 //   condition      CHECK_LOG                      CHECK_RETURN                    ": true" TRACE / ": false" ERROR
 //   HRESULT        HRESULT_LOG                    HRESULT_RETURN (its own value)  ": success: " text / ": failure: " text
 //                  HRESULT_NUMBER_LOG                                             the same with the HRESULT in decimal
-//   Win32 call     WIN32_LOG, WIN32_LOG_CODE                                      ": success" / ": failure: " text of GetLastError()
-//   JNI result     JNI_RESULT_LOG                 JNI_RESULT_RETURN               ": " name of the code
+//   Win32 call     WIN32_LOG, WIN32_LOG_CODE                                      ": success" / ": failure: " text of the error
+//   JNI result     JNI_RESULT_LOG                 JNI_RESULT_RETURN               ": " name of the code, not 0 is ERROR
 #define CHECK_LOG(condition) ::logCheck(LOG_SOURCE, __LINE__, logScope.owner(), static_cast<bool>(condition), #condition)
-#define CHECK_RETURN(condition, result)                                                                                            \
-    do {                                                                                                                           \
-        if (!::logCheck(LOG_SOURCE, __LINE__, logScope.owner(), static_cast<bool>(condition), #condition))                         \
-            return result;                                                                                                         \
+#define CHECK_RETURN(condition, result)                                                                                          \
+    do {                                                                                                                         \
+        if (!::logCheck(LOG_SOURCE, __LINE__, logScope.owner(), static_cast<bool>(condition), #condition))                       \
+            return result;                                                                                                       \
     } while (false)
 #define HRESULT_LOG(call) ::logHresult(LOG_SOURCE, __LINE__, logScope.owner(), (call), #call)
 #define HRESULT_NUMBER_LOG(call) ::logHresultNumber(LOG_SOURCE, __LINE__, logScope.owner(), (call), #call)
-#define HRESULT_RETURN(call)                                                                                                       \
-    do {                                                                                                                           \
-        const HRESULT checkedResult_ = ::logHresult(LOG_SOURCE, __LINE__, logScope.owner(), (call), #call);                        \
-        if (checkedResult_ < 0)                                                                                                    \
-            return checkedResult_;                                                                                                 \
+#define HRESULT_RETURN(call)                                                                                                     \
+    do {                                                                                                                         \
+        const HRESULT checkedResult_ = ::logHresult(LOG_SOURCE, __LINE__, logScope.owner(), (call), #call);                      \
+        if (checkedResult_ < 0)                                                                                                  \
+            return checkedResult_;                                                                                               \
     } while (false)
 #define WIN32_LOG(call) ::logWin32(LOG_SOURCE, __LINE__, logScope.owner(), static_cast<bool>(call), #call)
 // For calls whose error code had to be saved before something else reset it.
-#define WIN32_LOG_CODE(condition, error)                                                                                           \
+#define WIN32_LOG_CODE(condition, error)                                                                                         \
     ::logWin32Code(LOG_SOURCE, __LINE__, logScope.owner(), static_cast<bool>(condition), error, #condition)
 #define JNI_RESULT_LOG(call) ::logJniResult(LOG_SOURCE, __LINE__, logScope.owner(), (call), #call)
-#define JNI_RESULT_RETURN(call, result)                                                                                            \
-    do {                                                                                                                           \
-        if (::logJniResult(LOG_SOURCE, __LINE__, logScope.owner(), (call), #call) != 0)                                            \
-            return result;                                                                                                         \
+#define JNI_RESULT_RETURN(call, result)                                                                                          \
+    do {                                                                                                                         \
+        if (::logJniResult(LOG_SOURCE, __LINE__, logScope.owner(), (call), #call) != 0)                                          \
+            return result;                                                                                                       \
     } while (false)

@@ -1,4 +1,4 @@
-// Reads the version resource of an executable file. Stateless; any thread. Nothing is an error: what is missing gives the default.
+// Reads the version resource of an executable file. Stateless; any thread. Nothing is an error: what is missing gives a default.
 #pragma once
 
 #include <string>

@@ -1,0 +1,159 @@
+#include "support/loggerImplementation.h"
+
+#include "support/version.h"
+
+#include <mutex>
+#include <system_error>
+
+#define LOG_SOURCE "logger"
+
+// Constant-initialised: other static initialisers log before this file's own have run.
+constinit std::atomic<int> LogState::s_maxLogLevel{-1};
+constinit std::atomic<int> LogState::s_traceLogLevel{-1};
+
+namespace {
+constinit int s_referenceCount = 0;
+constinit std::atomic<Logger*> s_instance{nullptr};
+
+// Keeps the Logger from static initialisation to the end of static destruction. It stands in the file that defines Logger, so
+// that the linker takes it out of the library wherever something logs.
+class LoggerGuard
+{
+public:
+    LoggerGuard() { Logger::addRefCount(); }
+    ~LoggerGuard() { Logger::release(); }
+    LoggerGuard(const LoggerGuard&) = delete;
+    LoggerGuard& operator=(const LoggerGuard&) = delete;
+};
+// Before and, as destruction runs backwards, after every ordinary static object.
+__attribute__((init_priority(101))) const LoggerGuard s_guard;
+} // namespace
+
+LogLock::LogLock()
+{
+    if (!InitializeCriticalSectionEx(&m_section, 0, 0))
+        throw std::system_error(HRESULT_FROM_WIN32(GetLastError()), std::system_category(), "InitializeCriticalSectionEx");
+}
+
+void Logger::addRefCount()
+{
+    if (s_referenceCount++ == 0) {
+        auto* logger = new Logger; // never freed, see the header
+        logger->start();
+        return;
+    }
+    LOG_SCOPE_STATIC(FINE, "Logger::addRefCount", "logging already initialized");
+}
+
+void Logger::release()
+{
+    if (s_referenceCount-- == 1) {
+        instance()->end();
+        return;
+    }
+    LOG_SCOPE_STATIC(FINE, "Logger::release", "not time to deinitialize log yet");
+}
+
+Logger* Logger::instance()
+{
+    return s_instance.load(std::memory_order_acquire);
+}
+
+Logger::Logger()
+    : m_impl(std::make_unique<Implementation>())
+{
+    m_impl->counterSlot = TlsAlloc();
+    m_impl->scopeSlot = TlsAlloc();
+    m_impl->processId = GetCurrentProcessId();
+
+    char path[MAX_PATH + 1] = {};
+    const DWORD length = GetModuleFileNameA(nullptr, path, MAX_PATH);
+    m_impl->executablePath = path;
+    // npos + 1 is 0: a path without backslash is taken whole.
+    m_impl->executableName =
+        length > MAX_PATH ? "unknown" : m_impl->executablePath.substr(m_impl->executablePath.rfind('\\') + 1);
+    m_impl->productName = CVersion::getProductName();
+}
+
+void Logger::start()
+{
+    s_instance.store(this, std::memory_order_release);
+    LogState::s_traceLogLevel = LOGLEVEL_TRACE;
+    LogState::s_maxLogLevel = LOGLEVEL_WARN;
+
+    // Suppressed by the initial WARN, and kept: it shows when the initial level is raised.
+    LOG_PLAIN(INFO, "Beginning logging to debug stream (logging parameters not yet initialized)");
+    initParametersFromRegistryOrSpecialFolder();
+    LOG_PLAIN(INFO, "Beginning logging with log level " << getLogLevelName(maxLogLevel()) << ", log file prefix is "
+                                                        << m_impl->logFilePrefix);
+    LOG_PLAIN(INFO, "Executable path: " << m_impl->executablePath);
+    initCleanUpLogFiles();
+}
+
+// Threads of Java and of the timer queue still run. They may hold the pointer or be inside a call, so the file is closed for
+// good, while memory, locks and thread-local slots stay.
+void Logger::end()
+{
+    LOG_PLAIN(FINE, "End of logging, further static deinitializers can not log anymore");
+    {
+        const std::lock_guard lock(m_impl->fileLock);
+        m_impl->file.close();
+        m_impl->openAttempted = true;
+    }
+    LogState::s_maxLogLevel = -1;
+    LogState::s_traceLogLevel = -1;
+    s_instance.store(nullptr, std::memory_order_release);
+}
+
+void Logger::setMaxLogLevel(int level)
+{
+    LOG_SCOPE_STATIC(FINE, "Logger::setMaxLogLevel", level);
+    if (instance() != nullptr)
+        LogState::s_maxLogLevel = level;
+}
+
+std::string Logger::getErrorEntries()
+{
+    LOG_SCOPE_STATIC(FINE, "Logger::getErrorEntries");
+    std::string entries;
+    if (const Logger* logger = instance()) {
+        const std::lock_guard lock(logger->m_impl->errorLock);
+        entries.swap(logger->m_impl->errorBuffer);
+    }
+    return entries;
+}
+
+const std::string& Logger::logDirectory() const
+{
+    return m_impl->logDirectory;
+}
+
+const std::string& Logger::logFilePrefix() const
+{
+    return m_impl->logFilePrefix;
+}
+
+int Logger::maxLogLevel() const
+{
+    return LogState::s_maxLogLevel;
+}
+
+int Logger::traceLogLevel() const
+{
+    return LogState::s_traceLogLevel;
+}
+
+int Logger::oldLogFileAge() const
+{
+    return m_impl->oldLogFileAge;
+}
+
+int Logger::splitLogFileSize() const
+{
+    return m_impl->splitLogFileSize;
+}
+
+bool Logger::hasMagicDirectory() const
+{
+    return m_impl->magicDirectory;
+}

@@ -1,0 +1,313 @@
+#include "support/loggerImplementation.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cxxabi.h>
+#include <mutex>
+#include <typeinfo>
+
+namespace {
+// Demangled type names by the address of the encoded name. Entries are only ever added and stay until the process ends, so that a
+// lookup takes no lock; two threads that add the same type leave two equal entries, which does no harm.
+struct TypeName
+{
+    const char* encoded;
+    std::string plain;
+    const TypeName* next;
+};
+constinit std::atomic<const TypeName*> s_typeNames[64];
+
+std::string demangle(const char* encoded)
+{
+    int status = 0;
+    const std::unique_ptr<char, decltype(&std::free)> plain(abi::__cxa_demangle(encoded, nullptr, nullptr, &status), &std::free);
+    std::string name = plain != nullptr ? plain.get() : encoded;
+    if (name.compare(0, 6, "class ") == 0)
+        name.erase(0, 6);
+    return name;
+}
+
+const char* plainTypeName(const char* encoded)
+{
+    auto& bucket = s_typeNames[(reinterpret_cast<std::uintptr_t>(encoded) >> 4) % std::size(s_typeNames)];
+    const TypeName* first = bucket.load(std::memory_order_acquire);
+    for (const TypeName* entry = first; entry != nullptr; entry = entry->next)
+        if (entry->encoded == encoded)
+            return entry->plain.c_str();
+
+    auto* added = new TypeName{encoded, demangle(encoded), first};
+    while (!bucket.compare_exchange_weak(added->next, added, std::memory_order_release, std::memory_order_relaxed)) {
+    }
+    return added->plain.c_str();
+}
+
+const char* afterLast(const char* text, char separator)
+{
+    const char* found = std::strrchr(text, separator);
+    return found != nullptr ? found + 1 : text;
+}
+
+// 124 characters and a line feed each; the begin banner ends in one backslash.
+constexpr std::string_view beginBanner = "/******************************************** error detected - begin backtrace "
+                                         "********************************************\\\n";
+constexpr std::string_view endBanner = "\\************************************************** end error backtrace "
+                                       "***************************************************/\n";
+static_assert(beginBanner.size() == 125 && endBanner.size() == 125);
+} // namespace
+
+const char* Loggable::getLogClassName() const
+{
+    return plainTypeName(typeid(*this).name());
+}
+
+std::string Loggable::getLogObjectInfo() const
+{
+    return {};
+}
+
+bool Loggable::isLogEnabled(const char* file, int line, int level) const
+{
+    return ::isLogEnabled(file, line, level);
+}
+
+LogStream& LogStream::operator<<(const char* text)
+{
+    if (text != nullptr)
+        m_stream << text;
+    return *this;
+}
+
+LogStream& LogStream::operator<<(const wchar_t* text)
+{
+    if (text == nullptr)
+        return *this;
+    const int length = static_cast<int>(std::wcslen(text));
+    std::string narrow(static_cast<size_t>(WideCharToMultiByte(CP_ACP, 0, text, length, nullptr, 0, nullptr, nullptr)), '\0');
+    WideCharToMultiByte(CP_ACP, 0, text, length, narrow.data(), static_cast<int>(narrow.size()), nullptr, nullptr);
+    m_stream << narrow;
+    return *this;
+}
+
+LogStream& LogStream::operator<<(std::ios_base& (*manipulator)(std::ios_base&))
+{
+    m_stream << manipulator;
+    return *this;
+}
+
+LogEntry::LogEntry(const char* file, int line, int level, const Loggable* owner)
+    : LogEntry(NotPending(), file, line, level, owner)
+{
+    m_pending = true;
+}
+
+LogEntry::LogEntry(NotPending, const char* file, int line, int level, const Loggable* owner)
+    : m_file(file)
+    , m_line(line)
+    , m_level(level)
+    , m_pending(false)
+{
+    GetSystemTimeAsFileTime(&m_time);
+    if (owner != nullptr) {
+        m_className = owner->getLogClassName();
+        m_objectInfo = owner->getLogObjectInfo();
+    }
+    if (const Logger* logger = Logger::instance()) {
+        const LogScope* scope = logger->m_impl->innermostScope();
+        m_scopeDepth = scope != nullptr ? scope->m_scopeDepth + 1 : 0;
+        m_depth = m_scopeDepth;
+    }
+}
+
+LogEntry::~LogEntry()
+{
+    if (!m_pending)
+        return;
+    if (Logger* logger = Logger::instance())
+        logger->m_impl->write(*this);
+}
+
+LogStream& LogEntry::stream()
+{
+    if (!m_stream)
+        m_stream.emplace();
+    return *m_stream;
+}
+
+const std::string& LogEntry::format()
+{
+    if (!m_formatted.empty())
+        return m_formatted;
+
+    FILETIME local;
+    SYSTEMTIME time;
+    FileTimeToLocalFileTime(&m_time, &local);
+    FileTimeToSystemTime(&local, &time);
+    char header[500];
+    const int length =
+        std::snprintf(header, sizeof header, "%04d-%02d-%02d %02d:%02d:%02d.%03d %05d %-6s %-20.20s %03d ", time.wYear,
+                      time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds,
+                      static_cast<int>(GetCurrentThreadId()), getLogLevelName(m_level), afterLast(m_file, '\\'), m_line);
+
+    m_formatted.reserve(256);
+    m_formatted.append(header, static_cast<size_t>(length));
+    if (m_depth >= 0) {
+        m_formatted.append(static_cast<size_t>(std::min(m_depth, 20)), ' ');
+        m_formatted += m_marker == Marker::Plain ? "   " : m_marker == Marker::Entry ? "-> " : "<- ";
+    }
+    if (*m_className != '\0')
+        m_formatted.append(m_className).append(" ").append(m_objectInfo).append(" ");
+    if (m_stream)
+        m_formatted += m_stream->str();
+    m_formatted += '\n';
+    return m_formatted;
+}
+
+LogScope::LogScope(const char* file, int line, int level, const Loggable* owner)
+    : LogEntry(NotPending(), file, line, level, owner)
+    , m_owner(owner)
+{
+    if (level > LogState::s_traceLogLevel.load(std::memory_order_relaxed))
+        return;
+    m_tracedBy = Logger::instance();
+    if (m_tracedBy == nullptr)
+        return;
+    m_previous = m_tracedBy->m_impl->innermostScope();
+    m_tracedBy->m_impl->setInnermostScope(this);
+    m_marker = Marker::Entry;
+}
+
+LogScope::~LogScope()
+{
+    // The Logger may have ended, or another one begun, inside this scope: then the chain this scope is in is not used any more.
+    if (m_tracedBy == nullptr || m_tracedBy != Logger::instance())
+        return;
+    if (m_written) {
+        LogEntry exit(NotPending(), m_file, m_line, m_level, nullptr);
+        exit.m_className = m_className;
+        exit.m_objectInfo = m_objectInfo;
+        exit.m_depth = m_depth;
+        exit.m_marker = Marker::Exit;
+        if (m_stream)
+            exit.stream() << m_stream->str();
+        const auto ticks = [](const FILETIME& time) {
+            return static_cast<LONGLONG>(static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
+        };
+        const LONGLONG milliseconds = (ticks(exit.m_time) - ticks(m_time)) / 10000;
+        if (milliseconds >= 10)
+            exit.stream() << " [" << milliseconds << " ms]";
+        m_tracedBy->m_impl->write(exit);
+    }
+    m_tracedBy->m_impl->setInnermostScope(m_previous);
+}
+
+LogStream& LogScope::name(const char* qualifiedName)
+{
+    const char* separator = std::strstr(qualifiedName, "::");
+    return stream() << (separator != nullptr ? separator + 2 : qualifiedName) << " ";
+}
+
+void LogScope::writeEntry()
+{
+    if (Logger* logger = Logger::instance())
+        logger->m_impl->write(*this);
+}
+
+int Logger::Implementation::backtraceCounter() const
+{
+    return static_cast<int>(reinterpret_cast<INT_PTR>(TlsGetValue(counterSlot)));
+}
+
+void Logger::Implementation::setBacktraceCounter(int counter)
+{
+    TlsSetValue(counterSlot, reinterpret_cast<void*>(static_cast<INT_PTR>(counter)));
+}
+
+void Logger::Implementation::write(LogEntry& entry)
+{
+    const bool isError = entry.m_level == LOGLEVEL_ERROR;
+    if (isError && backtraceCounter() == 0) {
+        setBacktraceCounter(1);
+        output(beginBanner, false);
+    }
+    output(entry.format(), backtraceCounter() >= 1);
+    entry.m_written = true;
+    if (!isError)
+        return;
+
+    // Every error prints its whole chain, also the scopes that were written before: a client's error text is read on its own.
+    for (LogScope* scope = innermostScope(); scope != nullptr; scope = scope->m_previous) {
+        output(scope->format(), true);
+        scope->m_written = true;
+    }
+    setBacktraceCounter(backtraceCounter() - 1);
+    if (backtraceCounter() == 0)
+        output(endBanner, false);
+}
+
+void Logger::Implementation::output(std::string_view line, bool intoErrorBuffer)
+{
+    OutputDebugStringA((productName + " " + executableName + " ").append(line).c_str());
+    writeToFile(line);
+    if (intoErrorBuffer) {
+        const std::lock_guard lock(errorLock);
+        errorBuffer += line;
+    }
+}
+
+namespace {
+void writeCheck(const char* file, int line, const Loggable* owner, bool passed, const char* text, const std::string& outcome)
+{
+    LogEntry(file, line, passed ? LOGLEVEL_TRACE : LOGLEVEL_ERROR, owner).stream() << text << outcome;
+}
+
+bool isCheckEnabled(const char* file, int line, bool passed)
+{
+    return isLogEnabled(file, line, passed ? LOGLEVEL_TRACE : LOGLEVEL_ERROR);
+}
+} // namespace
+
+bool logCheck(const char* file, int line, const Loggable* owner, bool holds, const char* text)
+{
+    if (isCheckEnabled(file, line, holds))
+        writeCheck(file, line, owner, holds, text, holds ? ": true" : ": false");
+    return holds;
+}
+
+HRESULT logHresult(const char* file, int line, const Loggable* owner, HRESULT result, const char* text)
+{
+    if (isCheckEnabled(file, line, SUCCEEDED(result)))
+        writeCheck(file, line, owner, SUCCEEDED(result), text,
+                   (SUCCEEDED(result) ? ": success: " : ": failure: ") + getWindowsErrorText(static_cast<unsigned>(result)));
+    return result;
+}
+
+HRESULT logHresultNumber(const char* file, int line, const Loggable* owner, HRESULT result, const char* text)
+{
+    if (isCheckEnabled(file, line, SUCCEEDED(result)))
+        writeCheck(file, line, owner, SUCCEEDED(result), text,
+                   (SUCCEEDED(result) ? ": success: " : ": failure: ") + std::to_string(result));
+    return result;
+}
+
+bool logWin32(const char* file, int line, const Loggable* owner, bool succeeded, const char* text)
+{
+    // First of all: building an entry reads thread-local slots, which resets the last error.
+    const DWORD error = GetLastError();
+    return logWin32Code(file, line, owner, succeeded, error, text);
+}
+
+bool logWin32Code(const char* file, int line, const Loggable* owner, bool succeeded, DWORD error, const char* text)
+{
+    if (isCheckEnabled(file, line, succeeded))
+        writeCheck(file, line, owner, succeeded, text, succeeded ? ": success" : ": failure: " + getWindowsErrorText(error));
+    return succeeded;
+}
+
+int logJniResult(const char* file, int line, const Loggable* owner, int code, const char* text)
+{
+    if (isCheckEnabled(file, line, code == 0))
+        writeCheck(file, line, owner, code == 0, text, ": " + getJNIErrorName(code));
+    return code;
+}

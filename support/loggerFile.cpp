@@ -1,0 +1,303 @@
+#include "support/loggerImplementation.h"
+
+#include "support/registry.h"
+#include "support/version.h"
+
+#include <cstdio>
+#include <mutex>
+#include <shlobj.h>
+#include <vector>
+
+#define LOG_SOURCE "logger"
+
+namespace {
+constexpr const char* preferencesKey = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
+
+// The template layer of the COM side, by the number of the library version whose conventions it keeps. This room stands beside
+// that layer and cannot ask it.
+constexpr int templateLayerVersion = 0x0E00;
+constexpr int compilerVersion = __GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__;
+
+struct FindCloser
+{
+    void operator()(void* find) const { FindClose(find); }
+};
+
+std::string withBackslash(std::string directory)
+{
+    if (!directory.ends_with('\\'))
+        directory += '\\';
+    return directory;
+}
+
+LONGLONG ticks(const FILETIME& time)
+{
+    return static_cast<LONGLONG>(static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
+}
+
+// A level outside the table, the default 6 included, is taken as `otherwise`.
+int levelOr(int level, int otherwise)
+{
+    return level >= LOGLEVEL_ALWAYS && level <= LOGLEVEL_TRACE ? level : otherwise;
+}
+
+bool isWow64()
+{
+    using IsWow64ProcessFunction = BOOL(WINAPI*)(HANDLE, BOOL*);
+    const auto address = GetProcAddress(GetModuleHandleA("kernel32"), "IsWow64Process");
+    const auto isWow64Process = reinterpret_cast<IsWow64ProcessFunction>(reinterpret_cast<void*>(address));
+    BOOL result = FALSE;
+    return isWow64Process != nullptr && isWow64Process(GetCurrentProcess(), &result) && result;
+}
+} // namespace
+
+bool LogFile::open(const std::string& path)
+{
+    m_failed = false;
+    m_handle = CreateFileA(path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return isOpen();
+}
+
+void LogFile::close()
+{
+    if (isOpen())
+        CloseHandle(m_handle);
+    m_handle = INVALID_HANDLE_VALUE;
+}
+
+void LogFile::write(std::string_view text)
+{
+    if (m_failed)
+        return;
+    m_buffer.clear();
+    for (const char character : text) {
+        if (character == '\n')
+            m_buffer += '\r';
+        m_buffer += character;
+    }
+    DWORD written = 0;
+    const BOOL succeeded = WriteFile(m_handle, m_buffer.data(), static_cast<DWORD>(m_buffer.size()), &written, nullptr);
+    m_failed = !succeeded || written != m_buffer.size();
+}
+
+LONGLONG LogFile::position() const
+{
+    LARGE_INTEGER size = {};
+    if (m_failed || !GetFileSizeEx(m_handle, &size))
+        return 0;
+    return size.QuadPart;
+}
+
+void Logger::initParametersFromRegistryOrSpecialFolder()
+{
+    LOG_SCOPE_STATIC(FINE, "Logger::initParametersFromRegistryOrSpecialFolder");
+    m_impl->initSetDefaultLogfilePath();
+    m_impl->magicDirectory = false;
+    if (m_impl->initSetParametersIfDesktopFolderExists() == S_OK) {
+        LogState::s_maxLogLevel = LOGLEVEL_TRACE;
+        LogState::s_traceLogLevel = LOGLEVEL_TRACE;
+    } else {
+        m_impl->initSetParametersFromRegistry();
+    }
+
+    std::string prefix; // an empty directory turns file logging off
+    if (!m_impl->logDirectory.empty()) {
+        m_impl->ensureLogDirectory();
+        prefix = m_impl->logDirectory + m_impl->productName + "-" + m_impl->executableName + "-" +
+                 std::to_string(static_cast<int>(m_impl->processId));
+    }
+    m_impl->setLogFilePrefix(prefix);
+}
+
+void Logger::Implementation::initSetDefaultLogfilePath()
+{
+    LOG_SCOPE_STATIC(FINE, "Logger::initSetDefaultLogfilePath");
+    char localappdatadir[MAX_PATH + 1] = {};
+    if (FAILED(HRESULT_LOG(SHGetFolderPath(0, CSIDL_LOCAL_APPDATA, 0, SHGFP_TYPE_CURRENT, localappdatadir))))
+        return;
+    logDirectory = withBackslash(localappdatadir) + productName + "-logs";
+    LOG(FINE, "default log file path is " << logDirectory);
+}
+
+HRESULT Logger::Implementation::initSetParametersIfDesktopFolderExists()
+{
+    LOG_SCOPE_STATIC(FINE, "Logger::initSetParametersIfDesktopFolderExists");
+    char desktopdir[MAX_PATH + 1] = {};
+    HRESULT_RETURN(SHGetFolderPath(0, CSIDL_DESKTOPDIRECTORY, 0, SHGFP_TYPE_CURRENT, desktopdir));
+    const std::string candidate = std::string(desktopdir) + "\\" + productName + "-logs";
+    const DWORD attributes = GetFileAttributesA(candidate.c_str());
+    LOG(TRACE, "file attributes are " << std::hex << attributes);
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+        LOG(FINE, "did not find magic logging directory " << candidate);
+        return S_FALSE;
+    }
+    LOG(INFO, "found magic logging directory " << candidate);
+    logDirectory = candidate;
+    magicDirectory = true;
+    return S_OK;
+}
+
+void Logger::Implementation::initSetParametersFromRegistry()
+{
+    LOG_SCOPE_STATIC(FINE, "Logger::initSetParametersFromRegistry");
+    CRegistry registry(preferencesKey, HKEY_LOCAL_MACHINE, KEY_READ | KEY_WOW64_32KEY);
+    const int maxLevel = levelOr(registry.getDWORDValue("loglevel", 6), LOGLEVEL_WARN);
+    const int traceLevel = levelOr(registry.getDWORDValue("traceloglevel", 6), LOGLEVEL_TRACE);
+    logDirectory = registry.getStringValue("logpath", logDirectory.c_str());
+    oldLogFileAge = registry.getDWORDValue("oldlogfileage", oldLogFileAge);
+    splitLogFileSize = registry.getDWORDValue("splitlogfilesize", splitLogFileSize);
+
+    LogState::s_maxLogLevel = maxLevel;
+    LogState::s_traceLogLevel = traceLevel;
+    LOG(FINE, "Log level parameters from registry: loglevel=" << getLogLevelName(maxLevel)
+                                                              << ", traceloglevel=" << getLogLevelName(traceLevel));
+    LOG(FINE, "Log file parameters after reading from registry: logpath=" << logDirectory << ", oldlogfileage=" << oldLogFileAge
+                                                                          << ", splitlogfilesize=" << splitLogFileSize);
+}
+
+void Logger::Implementation::ensureLogDirectory()
+{
+    LOG_SCOPE_STATIC(FINE, "Logger::ensureLogDirectory");
+    logDirectory = withBackslash(logDirectory);
+    const std::string& directory = logDirectory;
+    LOG(TRACE, "ensuring directory " << directory << " exisits..."); // written so, deliberately
+    const DWORD attributes = GetFileAttributesA(directory.c_str());
+    LOG(TRACE, "file attributes are " << std::hex << attributes);
+    if (attributes == INVALID_FILE_ATTRIBUTES)
+        WIN32_LOG(CreateDirectory(directory.c_str(), 0));
+}
+
+void Logger::Implementation::setLogFilePrefix(const std::string& prefix)
+{
+    LOG_SCOPE_STATIC(FINE, "Logger::setLogFilePrefix", prefix);
+    bool redirect;
+    {
+        const std::lock_guard lock(fileLock);
+        redirect = file.isOpen() && prefix != logFilePrefix;
+        if (!redirect)
+            logFilePrefix = prefix;
+    }
+    if (!redirect)
+        return;
+
+    LOG(INFO, "Re-directing logging, closing this log file");
+    {
+        const std::lock_guard lock(fileLock);
+        file.close();
+        openAttempted = false;
+        logFilePrefix = prefix;
+    }
+    LOG(INFO,
+        "Re-directing logging with log level " << getLogLevelName(LogState::s_maxLogLevel) << ", log file prefix is " << prefix);
+}
+
+std::string Logger::Implementation::logFileName() const
+{
+    if (splitFileIndex == 0)
+        return logFilePrefix + ".log";
+    char index[16];
+    std::snprintf(index, sizeof index, "-%04d", splitFileIndex);
+    return logFilePrefix + index + ".log";
+}
+
+void Logger::Implementation::writeToFile(std::string_view text)
+{
+    const std::lock_guard lock(fileLock);
+    if (logFilePrefix.empty())
+        return;
+    if (!openAttempted)
+        openFile();
+    if (!file.isOpen())
+        return;
+    file.write(text);
+    if (splitLogFileSize > 0 && (file.position() >> 20) > splitLogFileSize) {
+        file.close();
+        openAttempted = false;
+        ++splitFileIndex;
+    }
+}
+
+// Under the file lock. The flags are set before the system information is written, since its lines come back here.
+void Logger::Implementation::openFile()
+{
+    openAttempted = true;
+    if (!file.open(logFileName())) {
+        OutputDebugStringA("Could not open log file, giving up logging to files");
+        logFilePrefix.clear();
+        return;
+    }
+    if (splitFileIndex != 0 || systemInformationWritten)
+        return;
+    systemInformationWritten = true;
+
+    // The line that opened the file may be the first of a backtrace. The block belongs neither to it nor to the client's error
+    // text.
+    const int counter = backtraceCounter();
+    LogScope* const scope = innermostScope();
+    setBacktraceCounter(0);
+    setInnermostScope(nullptr);
+    writeSystemInformation();
+    setInnermostScope(scope);
+    setBacktraceCounter(counter);
+}
+
+void Logger::Implementation::writeSystemInformation()
+{
+    LOG_SCOPE_STATIC(FINE, "Logger::writeSystemInformation");
+    LOG(ALWAYS, productName << " version: " << CVersion::getVersionInfo() << ", ATL version: 0x" << std::hex
+                            << templateLayerVersion << ", compiler version: " << std::dec << compilerVersion);
+
+    OSVERSIONINFOEXA versionInfo = {};
+    versionInfo.dwOSVersionInfoSize = sizeof versionInfo;
+    CHECK_LOG(GetVersionEx((OSVERSIONINFO*)&versionInfo));
+    LOG(ALWAYS, "Windows version: " << versionInfo.dwMajorVersion << "." << versionInfo.dwMinorVersion << "."
+                                    << versionInfo.dwBuildNumber << ", service pack " << versionInfo.wServicePackMajor << "."
+                                    << versionInfo.wServicePackMinor << ", suite mask: " << std::hex << versionInfo.wSuiteMask
+                                    << std::dec << ", product type " << static_cast<int>(versionInfo.wProductType)
+                                    << ", WOW64 process: " << (isWow64() ? "true" : "false"));
+
+    LOG(ALWAYS, "System Metrics: SM_REMOTECONTROL="
+                    << GetSystemMetrics(SM_REMOTECONTROL) << ", SM_REMOTESESSION=" << GetSystemMetrics(SM_REMOTESESSION)
+                    << ", SM_SLOWMACHINE=" << GetSystemMetrics(SM_SLOWMACHINE) << ", SM_NETWORK=" << GetSystemMetrics(SM_NETWORK)
+                    << ", SM_MEDIACENTER=" << GetSystemMetrics(SM_MEDIACENTER) << ", SM_PENWINDOWS="
+                    << GetSystemMetrics(SM_PENWINDOWS) << ", SM_TABLETPC=" << GetSystemMetrics(SM_TABLETPC));
+
+    SYSTEM_INFO system = {};
+    GetSystemInfo(&system);
+    LOG(ALWAYS, "Hardware Info: processor type=" << system.dwProcessorType << ", level=" << system.wProcessorLevel
+                                                 << ", revision=" << system.wProcessorRevision
+                                                 << ", number of processors=" << system.dwNumberOfProcessors
+                                                 << ", processor mask=0x" << std::hex << system.dwActiveProcessorMask << std::dec
+                                                 << ", page size=" << system.dwPageSize);
+}
+
+bool isOldLogFile(const FILETIME& now, const FILETIME& lastWrite, int oldLogFileAge)
+{
+    return (ticks(now) - ticks(lastWrite)) / 10000000 > oldLogFileAge;
+}
+
+void Logger::initCleanUpLogFiles()
+{
+    LOG_SCOPE_STATIC(FINE, "Logger::initCleanUpLogFiles");
+    if (m_impl->logFilePrefix.empty())
+        return;
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    std::vector<std::string> oldFiles;
+    WIN32_FIND_DATAA found;
+    const HANDLE first = FindFirstFileA((m_impl->logDirectory + m_impl->productName + "-*.log").c_str(), &found);
+    if (first == INVALID_HANDLE_VALUE)
+        return;
+    {
+        const std::unique_ptr<void, FindCloser> find(first);
+        do {
+            if (isOldLogFile(now, found.ftLastWriteTime, m_impl->oldLogFileAge))
+                oldFiles.emplace_back(found.cFileName);
+        } while (FindNextFileA(find.get(), &found));
+    }
+    for (const std::string& name : oldFiles) {
+        LOG(INFO, "Deleting old log file " << name);
+        DeleteFileA((m_impl->logDirectory + name).c_str()); // a file that is in use stays until next time
+    }
+}
