@@ -9,7 +9,6 @@ CJavaManagerATLObject* CJavaManagerATLObject::s_Instance = nullptr;
 
 namespace {
 
-constexpr UINT REGISTRY_SCRIPT = 102;
 constexpr char PREFERENCES_KEY[] = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
 constexpr DWORD MODULE_PATH_SIZE = 260;
 
@@ -62,11 +61,6 @@ CJavaManagerATLObject::~CJavaManagerATLObject()
     LOG_SCOPE(INFO, "CJavaManagerATLObject::~CJavaManagerATLObject");
     if (CHECK_LOG(CBeanFrame::s_Instance!=NULL))
         CBeanFrame::deleteInstance();
-}
-
-HRESULT CJavaManagerATLObject::UpdateRegistry(BOOL registering)
-{
-    return _AtlModule->UpdateRegistryFromResource(REGISTRY_SCRIPT, registering);
 }
 
 void CJavaManagerATLObject::ObjectMain(bool starting)

@@ -37,12 +37,12 @@ public:
     CONNECTION_POINT_ENTRY(DIID__IJavaManagerEvents)
     END_CONNECTION_POINT_MAP()
 
+    DECLARE_REGISTRY_RESOURCEID(102)
+
     // The first object constructed in the process. Never reset and never replaced: later objects stay inert, and after the object's end
     // nothing asks for it, since the bean frame went with it.
     static CJavaManagerATLObject* s_Instance;
 
-    // Runs the class's registry script.
-    static HRESULT UpdateRegistry(BOOL registering);
     // Called by the module at start and end of the server: keeps the Logger for as long as the class is registered.
     static void ObjectMain(bool starting);
     HRESULT FinalConstruct();

@@ -13,8 +13,9 @@ class CKESTAserverModule : public CAtlExeModuleT<CKESTAserverModule>, public vir
 public:
     CKESTAserverModule();
 
-    // Drives the bean frame's event queue besides the windows of the thread. Ends on WM_QUIT.
-    void RunMessageLoop();
-    // Runs the AppID's registry script.
-    HRESULT UpdateRegistryAppId(BOOL registering) noexcept;
+    DECLARE_REGISTRY_APPID_RESOURCEID(101, "{9E27B6D1-3C48-4A0F-B5E2-71D4C0A96F38}")
+
+protected:
+    // Drives the bean frame's event queue besides the windows of the thread. Ends on WM_QUIT or an error.
+    void RunMessageLoop() override;
 };
