@@ -1,0 +1,70 @@
+package com.orvane.tech.client.qmrt.win;
+
+import java.util.Timer;
+import java.util.TimerTask;
+import java.util.concurrent.atomic.AtomicInteger;
+import java.util.function.Consumer;
+
+/** Raises custom events on threads of its own, one at a time or as fast as it can. Every text is different. */
+final class EventSource {
+    private final Consumer<String> target;
+    private final AtomicInteger bursts = new AtomicInteger();
+    // Threads of a burst stop when this is no longer the number they started with.
+    private final AtomicInteger generation = new AtomicInteger();
+    private Timer timer;
+
+    EventSource(Consumer<String> target) {
+        this.target = target;
+    }
+
+    /** Events "timer 1", "timer 2", ... on a timer thread; a timer that is running already is replaced. */
+    synchronized void startTimer(int period) {
+        stopTimer();
+        timer = new Timer("ORVANEControl timer", true);
+        timer.schedule(new TimerTask() {
+            private int count;
+
+            @Override
+            public void run() {
+                target.accept("timer " + ++count);
+            }
+        }, period, period);
+    }
+
+    synchronized void stopTimer() {
+        if (timer != null) {
+            timer.cancel();
+            timer = null;
+        }
+    }
+
+    /** Starts the threads and returns: events "burst BURST.THREAD.NUMBER", all counted from 1, pause milliseconds apart. */
+    void burst(int events, int threads, int pause) {
+        int burst = bursts.incrementAndGet();
+        int started = generation.get();
+        for (int thread = 1; thread <= threads; ++thread) {
+            String prefix = "burst " + burst + "." + thread + ".";
+            Thread worker = new Thread(() -> raise(prefix, events, pause, started), "ORVANEControl burst " + burst + "." + thread);
+            worker.setDaemon(true);
+            worker.start();
+        }
+    }
+
+    void stop() {
+        generation.incrementAndGet();
+        stopTimer();
+    }
+
+    private void raise(String prefix, int events, int pause, int started) {
+        for (int number = 1; number <= events && generation.get() == started; ++number) {
+            target.accept(prefix + number);
+            if (pause > 0) {
+                try {
+                    Thread.sleep(pause);
+                } catch (InterruptedException e) {
+                    return;
+                }
+            }
+        }
+    }
+}

@@ -1,0 +1,110 @@
+package com.velmora.tq.kesta;
+
+import java.awt.BorderLayout;
+import java.awt.Color;
+import java.awt.Component;
+import java.awt.EventQueue;
+import java.lang.reflect.InvocationTargetException;
+import javax.swing.JFrame;
+import javax.swing.WindowConstants;
+
+/**
+ * The window that carries the control. Its title is the name that the client looks for (FindWindow); the client then makes it a
+ * child of its own window and from that moment owns its place and size.
+ *
+ * The server calls in on its main thread. Until the window exists these calls run where they are. Afterwards they are handed to the
+ * event thread and not waited for: the window is then a child of another process's window, and an event thread that waits for that
+ * process must never be waited for by the thread that serves it.
+ */
+public final class KESTAFrame extends JFrame {
+    private static final long serialVersionUID = 1L;
+
+    private static final int FIRST_WIDTH = 320;
+    private static final int FIRST_HEIGHT = 200;
+    // Until the client has taken the window in, it stands where nobody sees it.
+    private static final int OUT_OF_SIGHT = -8000;
+
+    public KESTAFrame(String name) {
+        super(name);
+        setDefaultCloseOperation(WindowConstants.DO_NOTHING_ON_CLOSE);
+        setBackground(Color.WHITE);
+        getContentPane().setBackground(Color.WHITE);
+        getContentPane().setLayout(new BorderLayout());
+        super.setBounds(OUT_OF_SIGHT, OUT_OF_SIGHT, FIRST_WIDTH, FIRST_HEIGHT);
+    }
+
+    /**
+     * Ignored. The client moves and sizes the window itself, and the server calls this without passing any values: whatever arrives
+     * here is what happened to lie on the stack.
+     */
+    @Override
+    public void setBounds(int x, int y, int width, int height) {
+    }
+
+    /** The one call that waits: when it returns, the client can find the window. It is made before the window has a parent. */
+    @Override
+    public void setVisible(boolean visible) {
+        if (!visible || isDisplayable() || EventQueue.isDispatchThread()) {
+            onEventThread(() -> super.setVisible(visible));
+            return;
+        }
+        try {
+            EventQueue.invokeAndWait(() -> super.setVisible(true));
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+            throw new IllegalStateException("interrupted while the window was made", e);
+        } catch (InvocationTargetException e) {
+            throw new IllegalStateException("the window could not be made: " + e.getCause(), e.getCause());
+        }
+    }
+
+    /** Shows on the control, too, that it takes no input. */
+    @Override
+    public void setEnabled(boolean enabled) {
+        onEventThread(() -> {
+            super.setEnabled(enabled);
+            for (Component component : getContentPane().getComponents()) {
+                component.setEnabled(enabled);
+            }
+        });
+    }
+
+    /** Off at first, so that the window takes no focus away; the server switches it on with setUsedControl. */
+    @Override
+    public void setFocusableWindowState(boolean focusable) {
+        onEventThread(() -> super.setFocusableWindowState(focusable));
+    }
+
+    @Override
+    public Component add(Component component) {
+        onEventThread(() -> {
+            component.setEnabled(isEnabled());
+            super.add(component);
+            super.validate();
+        });
+        return component;
+    }
+
+    @Override
+    public void remove(Component component) {
+        onEventThread(() -> super.remove(component));
+    }
+
+    @Override
+    public void validate() {
+        onEventThread(super::validate);
+    }
+
+    @Override
+    public void dispose() {
+        onEventThread(super::dispose);
+    }
+
+    private void onEventThread(Runnable work) {
+        if (EventQueue.isDispatchThread() || !isDisplayable()) {
+            work.run();
+        } else {
+            EventQueue.invokeLater(work);
+        }
+    }
+}
