@@ -172,7 +172,7 @@ void CBeanFrame::repostSwallowedMessage()
 // Under the queue's lock. Unsigned 32-bit arithmetic throughout, so that the clock may wrap.
 CBeanFrame::QueueEntry* CBeanFrame::takeDueEntry(DWORD now)
 {
-    if (isLogEnabled(LOG_SOURCE, __LINE__, LOGLEVEL_FINE)) {
+    if (::isLogEnabled(LOG_SOURCE, __LINE__, LOGLEVEL_FINE)) {
         for (const QueueEntry* const entry : s_EventQueue) {
             const DWORD elapsed = now - entry->dueTime;
             const DWORD ahead = entry->dueTime - now;

@@ -7,7 +7,7 @@
 
 namespace {
 
-const ATL_OBJMAP_ENTRY OBJECT_MAP[] = {OBJECT_ENTRY(&CLSID_JavaManager, CJavaManagerATLObject)};
+const ATL_OBJMAP_ENTRY OBJECT_MAP[] = {OBJECT_ENTRY(CLSID_JavaManager, CJavaManagerATLObject)};
 
 } // namespace
 
