@@ -1,0 +1,78 @@
+// IDispatch of a dual interface, answered from the type information of a registered type library.
+//
+// Every call comes on the apartment thread. The type information is loaded at the first call that needs it; when that fails (the
+// library is not registered, the interface is not in it) the call returns the HRESULT and the next call tries again. Once loaded
+// it is kept until the process ends, deliberately: it must not be released after COM was uninitialised.
+#pragma once
+
+#include "atl/base.h"
+
+namespace ATL {
+
+// One interface's type information.
+class CComTypeInfoHolder
+{
+public:
+    constexpr CComTypeInfoHolder(const IID* iid, const GUID* libid, WORD major, WORD minor) noexcept
+        : m_iid(iid)
+        , m_libid(libid)
+        , m_major(major)
+        , m_minor(minor)
+    {
+    }
+
+    // The type information for the user's language, with a reference for the caller.
+    HRESULT GetTI(ITypeInfo** info) noexcept;
+
+private:
+    const IID* m_iid;
+    const GUID* m_libid;
+    WORD m_major;
+    WORD m_minor;
+    ITypeInfo* m_info = nullptr;
+};
+
+// T is the dual interface, e.g. IDispatchImpl<IThing, &IID_IThing, &LIBID_ThingLib, 1, 0>.
+template <class T, const IID* iid, const GUID* libid, WORD major, WORD minor>
+class IDispatchImpl : public T
+{
+public:
+    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override
+    {
+        if (count == nullptr) {
+            return E_POINTER;
+        }
+        *count = 1;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID /*locale*/, ITypeInfo** info) override
+    {
+        if (info == nullptr) {
+            return E_POINTER;
+        }
+        *info = nullptr;
+        return index == 0 ? s_typeInfo.GetTI(info) : DISP_E_BADINDEX;
+    }
+    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID /*reserved*/, LPOLESTR* names, UINT count, LCID /*locale*/,
+                                            DISPID* ids) override
+    {
+        CComPtr<ITypeInfo> info;
+        const HRESULT hr = s_typeInfo.GetTI(&info);
+        return FAILED(hr) ? hr : info->GetIDsOfNames(names, count, ids);
+    }
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID /*reserved*/, LCID /*locale*/, WORD flags, DISPPARAMS* parameters,
+                                     VARIANT* result, EXCEPINFO* exception, UINT* argumentError) override
+    {
+        CComPtr<ITypeInfo> info;
+        const HRESULT hr = s_typeInfo.GetTI(&info);
+        return FAILED(hr) ? hr : info->Invoke(static_cast<T*>(this), id, flags, parameters, result, exception, argumentError);
+    }
+
+protected:
+    ~IDispatchImpl() = default;
+
+private:
+    static inline CComTypeInfoHolder s_typeInfo{iid, libid, major, minor};
+};
+
+} // namespace ATL

@@ -1,0 +1,117 @@
+#include "atl/object.h"
+
+#include "atl/module.h"
+
+namespace ATL {
+
+CComModuleLock::CComModuleLock() noexcept
+{
+    _pAtlModule->Lock();
+}
+
+CComModuleLock::~CComModuleLock()
+{
+    if (!m_kept) {
+        _pAtlModule->Unlock();
+    }
+}
+
+HRESULT AtlInternalQueryInterface(void* self, const ATL_INTMAP_ENTRY* entries, REFIID iid, void** object) noexcept
+{
+    if (object == nullptr) {
+        return E_POINTER;
+    }
+    *object = nullptr;
+    for (const ATL_INTMAP_ENTRY* entry = entries; entry->iid != nullptr; ++entry) {
+        if (IsEqualIID(iid, *entry->iid) || IsEqualIID(iid, IID_IUnknown)) {
+            auto* const answer = static_cast<IUnknown*>(entry->cast(self));
+            answer->AddRef();
+            *object = answer;
+            return S_OK;
+        }
+    }
+    return E_NOINTERFACE;
+}
+
+HRESULT CComClassFactory::Create(Creator creator, REFIID iid, void** factory) noexcept
+{
+    return AtlGuard([&]() -> HRESULT {
+        const CComPtr<CComClassFactory> created(new CComClassFactory(creator));
+        return created->QueryInterface(iid, factory);
+    });
+}
+
+HRESULT STDMETHODCALLTYPE CComClassFactory::QueryInterface(REFIID iid, void** object)
+{
+    static const ATL_INTMAP_ENTRY entries[] = {
+        {&IID_IClassFactory,
+         [](void* self) -> void* { return static_cast<IClassFactory*>(static_cast<CComClassFactory*>(self)); }},
+        {nullptr, nullptr}};
+    return AtlInternalQueryInterface(this, entries, iid, object);
+}
+
+ULONG STDMETHODCALLTYPE CComClassFactory::AddRef()
+{
+    return CComSingleThreadModel::Increment(m_dwRef);
+}
+
+ULONG STDMETHODCALLTYPE CComClassFactory::Release()
+{
+    const ULONG count = CComSingleThreadModel::Decrement(m_dwRef);
+    if (count == 0) {
+        delete this;
+    }
+    return count;
+}
+
+HRESULT STDMETHODCALLTYPE CComClassFactory::CreateInstance(IUnknown* outer, REFIID iid, void** object)
+{
+    if (object == nullptr) {
+        return E_POINTER;
+    }
+    *object = nullptr;
+    if (outer != nullptr) {
+        return CLASS_E_NOAGGREGATION;
+    }
+    return m_creator(iid, object);
+}
+
+HRESULT STDMETHODCALLTYPE CComClassFactory::LockServer(BOOL lock)
+{
+    if (lock) {
+        _pAtlModule->Lock();
+    } else {
+        _pAtlModule->Unlock();
+    }
+    return S_OK;
+}
+
+HRESULT AtlReportError(const CLSID& clsid, const OLECHAR* description, const IID& iid, HRESULT hr) noexcept
+{
+    CComPtr<ICreateErrorInfo> creation;
+    if (SUCCEEDED(CreateErrorInfo(&creation))) {
+        creation->SetGUID(iid);
+        if (LPOLESTR progId = nullptr; SUCCEEDED(ProgIDFromCLSID(clsid, &progId))) {
+            creation->SetSource(progId);
+            CoTaskMemFree(progId);
+        }
+        creation->SetDescription(const_cast<LPOLESTR>(description));
+        CComPtr<IErrorInfo> info;
+        if (SUCCEEDED(creation.QueryInterface(&info))) {
+            SetErrorInfo(0, info);
+        }
+    }
+    return hr == 0 ? DISP_E_EXCEPTION : hr;
+}
+
+HRESULT AtlReportError(const CLSID& clsid, const char* description, const IID& iid, HRESULT hr) noexcept
+{
+    const HRESULT converted = AtlGuard([&]() -> HRESULT {
+        const CComBSTR wide(description);
+        return AtlReportError(clsid, wide.m_str, iid, hr);
+    });
+    // Without memory for the text the caller's own failure is still the answer.
+    return hr == 0 ? converted : hr;
+}
+
+} // namespace ATL

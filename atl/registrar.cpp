@@ -1,0 +1,165 @@
+#include "atl/registrar.h"
+
+#include "atl/object.h"
+
+namespace ATL {
+
+namespace {
+
+LONG writeValue(CRegKey& key, const std::string& name, const CRegValue& value) noexcept
+{
+    if (const auto* const text = std::get_if<std::string>(&value)) {
+        return key.SetStringValue(name, *text);
+    }
+    if (const auto* const number = std::get_if<DWORD>(&value)) {
+        return key.SetDWORDValue(name, *number);
+    }
+    return key.SetBinaryValue(name, *std::get_if<std::vector<std::byte>>(&value));
+}
+
+HRESULT result(LONG error) noexcept
+{
+    return error == ERROR_SUCCESS ? S_OK : AtlHresultFromWin32(error);
+}
+
+// For removals: what is not there is as good as removed.
+HRESULT removalResult(LONG error) noexcept
+{
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? S_OK : result(error);
+}
+
+} // namespace
+
+void CRegObject::AddReplacement(const std::string& name, const std::string& text)
+{
+    m_replacements.insert_or_assign(name, text);
+}
+
+HRESULT CRegObject::StringRegister(std::string_view script) noexcept
+{
+    return RunScript(script, &CRegObject::RegisterEntry);
+}
+
+HRESULT CRegObject::StringUnregister(std::string_view script) noexcept
+{
+    return RunScript(script, &CRegObject::UnregisterEntry);
+}
+
+HRESULT CRegObject::ResourceRegister(HMODULE module, UINT id) noexcept
+{
+    return RunResource(module, id, &CRegObject::RegisterEntry);
+}
+
+HRESULT CRegObject::ResourceUnregister(HMODULE module, UINT id) noexcept
+{
+    return RunResource(module, id, &CRegObject::UnregisterEntry);
+}
+
+HRESULT CRegObject::RunResource(HMODULE module, UINT id, Operation operation) noexcept
+{
+    const HRSRC resource = FindResourceA(module, MAKEINTRESOURCEA(id), "REGISTRY");
+    if (resource == nullptr) {
+        return AtlHresultFromLastError();
+    }
+    const HGLOBAL loaded = LoadResource(module, resource);
+    const auto* const text = loaded == nullptr ? nullptr : static_cast<const char*>(LockResource(loaded));
+    if (text == nullptr) {
+        return AtlHresultFromLastError();
+    }
+    return RunScript(std::string_view(text, SizeofResource(module, resource)), operation);
+}
+
+HRESULT CRegObject::RunScript(std::string_view script, Operation operation) noexcept
+{
+    return AtlGuard([&]() -> HRESULT {
+        std::vector<CRegRoot> roots;
+        try {
+            roots = AtlParseScript(AtlExpandScript(script, m_replacements));
+        } catch (const CRegScriptError& error) {
+            return AtlReportError(CLSID_NULL, error.text.c_str(), GUID_NULL, DISP_E_EXCEPTION);
+        }
+        for (CRegRoot& root : roots) {
+            RedirectClassesRoot(root);
+            CRegKey key(m_transaction);
+            // An empty name opens the root itself.
+            if (const LONG error = key.Open(root.key, ""); error != ERROR_SUCCESS) {
+                return AtlHresultFromWin32(error);
+            }
+            if (const HRESULT hr = RunContent(key, root.content, operation); FAILED(hr)) {
+                return hr;
+            }
+        }
+        return S_OK;
+    });
+}
+
+void CRegObject::RedirectClassesRoot(CRegRoot& root) const
+{
+    if (m_scope != CRegistrationScope::User || root.key != HKEY_CLASSES_ROOT) {
+        return;
+    }
+    for (const char* const name : {"Classes", "Software"}) {
+        CRegEntry around{CRegEntry::Kind::NoRemoveKey, name, {}, std::move(root.content)};
+        root.content.clear();
+        root.content.push_back(std::move(around));
+    }
+    root.key = HKEY_CURRENT_USER;
+}
+
+HRESULT CRegObject::RunContent(CRegKey& parent, const std::vector<CRegEntry>& content, Operation operation)
+{
+    for (const CRegEntry& entry : content) {
+        if (const HRESULT hr = (this->*operation)(parent, entry); FAILED(hr)) {
+            return hr;
+        }
+    }
+    return S_OK;
+}
+
+HRESULT CRegObject::RegisterEntry(CRegKey& parent, const CRegEntry& entry)
+{
+    using Kind = CRegEntry::Kind;
+    if (entry.kind == Kind::NamedValue) {
+        return result(writeValue(parent, entry.name, *entry.value));
+    }
+    if (entry.kind == Kind::DeleteKey || entry.kind == Kind::ForceRemoveKey) {
+        const HRESULT hr = removalResult(parent.RecurseDeleteKey(entry.name));
+        if (FAILED(hr) || entry.kind == Kind::DeleteKey) {
+            return hr;
+        }
+    }
+    CRegKey key(m_transaction);
+    LONG error = key.Create(parent, entry.name);
+    if (error == ERROR_SUCCESS && entry.value) {
+        error = writeValue(key, "", *entry.value);
+    }
+    return error != ERROR_SUCCESS ? AtlHresultFromWin32(error) : RunContent(key, entry.content, &CRegObject::RegisterEntry);
+}
+
+HRESULT CRegObject::UnregisterEntry(CRegKey& parent, const CRegEntry& entry)
+{
+    switch (entry.kind) {
+    case CRegEntry::Kind::NamedValue:
+        return removalResult(parent.DeleteValue(entry.name));
+    case CRegEntry::Kind::DeleteKey:
+        return S_OK;
+    case CRegEntry::Kind::ForceRemoveKey:
+        return removalResult(parent.RecurseDeleteKey(entry.name));
+    case CRegEntry::Kind::Key:
+    case CRegEntry::Kind::NoRemoveKey:
+        break;
+    }
+    {
+        CRegKey key(m_transaction);
+        if (const LONG error = key.Open(parent, entry.name); error != ERROR_SUCCESS) {
+            return removalResult(error);
+        }
+        const HRESULT hr = RunContent(key, entry.content, &CRegObject::UnregisterEntry);
+        if (FAILED(hr) || entry.kind == CRegEntry::Kind::NoRemoveKey || key.HasSubKeys()) {
+            return hr;
+        }
+    }
+    return removalResult(parent.DeleteSubKey(entry.name));
+}
+
+} // namespace ATL

@@ -1,0 +1,128 @@
+#include "atl/regkey.h"
+
+namespace ATL {
+
+namespace {
+
+// A function of "Advapi32.dll"; the library is one that this program imports anyway.
+template <class Function>
+Function advapiFunction(const char* name) noexcept
+{
+    const HMODULE library = GetModuleHandleA("Advapi32.dll");
+    return library == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+}
+
+} // namespace
+
+LONG CRegKey::Open(HKEY parent, const std::string& name, REGSAM access) noexcept
+{
+    HKEY key = nullptr;
+    LONG error = ERROR_SUCCESS;
+    if (m_transaction != nullptr) {
+        const auto open = advapiFunction<decltype(&RegOpenKeyTransactedA)>("RegOpenKeyTransactedA");
+        error = open == nullptr ? ERROR_PROC_NOT_FOUND : open(parent, name.c_str(), 0, access, &key, m_transaction, nullptr);
+    } else {
+        error = RegOpenKeyExA(parent, name.c_str(), 0, access, &key);
+    }
+    Close();
+    m_hKey = key;
+    return error;
+}
+
+LONG CRegKey::Create(HKEY parent, const std::string& name, REGSAM access) noexcept
+{
+    HKEY key = nullptr;
+    LONG error = ERROR_SUCCESS;
+    if (m_transaction != nullptr) {
+        const auto create = advapiFunction<decltype(&RegCreateKeyTransactedA)>("RegCreateKeyTransactedA");
+        error = create == nullptr ? ERROR_PROC_NOT_FOUND
+                                  : create(parent, name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key,
+                                           nullptr, m_transaction, nullptr);
+    } else {
+        error = RegCreateKeyExA(parent, name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key, nullptr);
+    }
+    Close();
+    m_hKey = key;
+    return error;
+}
+
+void CRegKey::Close() noexcept
+{
+    if (m_hKey != nullptr) {
+        RegCloseKey(std::exchange(m_hKey, nullptr));
+    }
+}
+
+LONG CRegKey::SetValue(const std::string& name, DWORD type, const void* data, size_t size) noexcept
+{
+    return RegSetValueExA(m_hKey, name.c_str(), 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(size));
+}
+
+LONG CRegKey::SetStringValue(const std::string& name, const std::string& value) noexcept
+{
+    return SetValue(name, REG_SZ, value.c_str(), value.size() + 1);
+}
+
+LONG CRegKey::SetDWORDValue(const std::string& name, DWORD value) noexcept
+{
+    return SetValue(name, REG_DWORD, &value, sizeof value);
+}
+
+LONG CRegKey::SetBinaryValue(const std::string& name, std::span<const std::byte> value) noexcept
+{
+    return SetValue(name, REG_BINARY, value.data(), value.size());
+}
+
+LONG CRegKey::DeleteValue(const std::string& name) noexcept
+{
+    return RegDeleteValueA(m_hKey, name.c_str());
+}
+
+bool CRegKey::HasSubKeys() const noexcept
+{
+    DWORD count = 0;
+    return RegQueryInfoKeyA(m_hKey, nullptr, nullptr, nullptr, &count, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                            nullptr) == ERROR_SUCCESS &&
+           count != 0;
+}
+
+LONG CRegKey::DeleteSubKey(const std::string& name) noexcept
+{
+    if (m_transaction == nullptr) {
+        return RegDeleteKeyA(m_hKey, name.c_str());
+    }
+    if (const auto remove = advapiFunction<decltype(&RegDeleteKeyTransactedA)>("RegDeleteKeyTransactedA"); remove != nullptr) {
+        return remove(m_hKey, name.c_str(), 0, 0, m_transaction, nullptr);
+    }
+    // The best that is left: the key goes at once instead of with the transaction.
+    const auto remove = advapiFunction<decltype(&RegDeleteKeyExA)>("RegDeleteKeyExA");
+    return remove == nullptr ? ERROR_PROC_NOT_FOUND : remove(m_hKey, name.c_str(), 0, 0);
+}
+
+LONG CRegKey::RecurseDeleteKey(const std::string& name)
+{
+    {
+        CRegKey key(m_transaction);
+        if (const LONG error = key.Open(m_hKey, name); error != ERROR_SUCCESS) {
+            return error;
+        }
+        // Each round removes the subkey that is first then: the numbering moves with every deletion.
+        for (;;) {
+            char child[256];
+            DWORD length = sizeof child;
+            const LONG found = RegEnumKeyExA(key, 0, child, &length, nullptr, nullptr, nullptr, nullptr);
+            if (found == ERROR_NO_MORE_ITEMS) {
+                break;
+            }
+            if (found != ERROR_SUCCESS) {
+                return found;
+            }
+            if (const LONG error = key.RecurseDeleteKey(std::string(child, length)); error != ERROR_SUCCESS) {
+                return error;
+            }
+        }
+    }
+    return DeleteSubKey(name);
+}
+
+} // namespace ATL
