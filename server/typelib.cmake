@@ -1,0 +1,24 @@
+# kesta_contract: the COM contract for everybody who speaks it. Include "KESTAserver_h.h" for the interfaces; the identifiers (IIDs,
+# CLSID, LIBID) are compiled once. The type library lies in KESTA_CONTRACT_DIR as KESTAserver.tlb.
+include_guard(GLOBAL)
+
+find_program(KESTA_WIDL widl REQUIRED)
+set(KESTA_CONTRACT_DIR ${CMAKE_BINARY_DIR}/contract CACHE INTERNAL "Folder of what is generated from KESTAserver.idl")
+file(MAKE_DIRECTORY ${KESTA_CONTRACT_DIR})
+
+add_custom_command(
+    OUTPUT
+        ${KESTA_CONTRACT_DIR}/KESTAserver_h.h
+        ${KESTA_CONTRACT_DIR}/KESTAserver_i.c
+        ${KESTA_CONTRACT_DIR}/KESTAserver.tlb
+    COMMAND ${KESTA_WIDL} --win64 -h -o KESTAserver_h.h ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl
+    COMMAND ${KESTA_WIDL} --win64 -u -o KESTAserver_i.c ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl
+    COMMAND ${KESTA_WIDL} --win64 -t -o KESTAserver.tlb ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl
+    WORKING_DIRECTORY ${KESTA_CONTRACT_DIR}
+    DEPENDS ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl
+    COMMENT "Generating the COM contract"
+    VERBATIM)
+
+add_library(kesta_contract STATIC ${KESTA_CONTRACT_DIR}/KESTAserver_i.c ${KESTA_CONTRACT_DIR}/KESTAserver_h.h
+    ${KESTA_CONTRACT_DIR}/KESTAserver.tlb)
+target_include_directories(kesta_contract SYSTEM PUBLIC ${KESTA_CONTRACT_DIR})
