@@ -12,9 +12,9 @@ import javax.swing.WindowConstants;
  * The window that carries the control. Its title is the name that the client looks for (FindWindow); the client then makes it a
  * child of its own window and from that moment owns its place and size.
  *
- * The server calls in on its main thread. Until the window exists these calls run where they are. Afterwards they are handed to the
- * event thread and not waited for: the window is then a child of another process's window, and an event thread that waits for that
- * process must never be waited for by the thread that serves it.
+ * The server calls in on its main thread. Until the window exists these calls run where they are. Afterwards they are handed to
+ * the event thread and not waited for: the window is then a child of another process's window, and an event thread that waits
+ * for that process must never be waited for by the thread that serves it.
  */
 public final class KESTAFrame extends JFrame {
     private static final long serialVersionUID = 1L;
@@ -34,8 +34,8 @@ public final class KESTAFrame extends JFrame {
     }
 
     /**
-     * Ignored. The client moves and sizes the window itself, and the server calls this without passing any values: whatever arrives
-     * here is what happened to lie on the stack.
+     * Ignored. The client moves and sizes the window itself, and the server calls this without passing any values: whatever
+     * arrives here is what happened to lie on the stack.
      */
     @Override
     public void setBounds(int x, int y, int width, int height) {

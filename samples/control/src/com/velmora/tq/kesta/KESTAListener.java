@@ -41,8 +41,8 @@ public final class KESTAListener implements QMRTControlListenerI, QMRTBridgeI {
     }
 
     /**
-     * Called by the server on its main thread. Adds "J"; a ttl that is used up here, or a control that is not there, sends the text
-     * back. As in the server, a text that begins with "error" makes the hop that turned it round fail after its answer.
+     * Called by the server on its main thread. Adds "J"; a ttl that is used up here, or a control that is not there, sends the
+     * text back. As in the server, a text that begins with "error" makes the hop that turned it round fail after its answer.
      */
     @Override
     public void testBridge(String text, int ttl, int delay) {

@@ -57,8 +57,8 @@ final class Chart extends JPanel {
         chart.setBackgroundPaint(Style.CARD);
         chart.setPadding(new RectangleInsets(8, 10, 6, 12));
         chart.setTextAntiAlias(true);
-        // No pop-up menu and no zooming: the sample shows, it does not edit. The limits keep the library from stretching a picture
-        // of its own favourite size.
+        // No pop-up menu and no zooming: the sample shows, it does not edit. The limits keep the library from stretching a
+        // picture of its own favourite size.
         ChartPanel panel = new ChartPanel(chart, false, false, false, false, false);
         panel.setPopupMenu(null);
         panel.setDomainZoomable(false);

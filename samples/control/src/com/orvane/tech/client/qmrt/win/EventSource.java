@@ -44,7 +44,8 @@ final class EventSource {
         int started = generation.get();
         for (int thread = 1; thread <= threads; ++thread) {
             String prefix = "burst " + burst + "." + thread + ".";
-            Thread worker = new Thread(() -> raise(prefix, events, pause, started), "ORVANEControl burst " + burst + "." + thread);
+            String name = "ORVANEControl burst " + burst + "." + thread;
+            Thread worker = new Thread(() -> raise(prefix, events, pause, started), name);
             worker.setDaemon(true);
             worker.start();
         }

@@ -18,8 +18,9 @@ import javax.swing.JPanel;
  * The control: a table, a chart of it, a text field and a button, driven by the client through names and texts.
  *
  * The server creates it and calls its public methods on its main thread, one call at a time. None of them waits for the event
- * thread: they read and write the model, and the view follows. An exception that leaves a method becomes the client's failed call
- * and a line in the server's log; a null result reaches the client as an empty text. Texts that come from the server are never null.
+ * thread: they read and write the model, and the view follows. An exception that leaves a method becomes the client's failed
+ * call and a line in the server's log; a null result reaches the client as an empty text. Texts that come from the server are
+ * never null.
  */
 public final class QMRTWinControl extends JPanel implements QMRTBridgeI {
     private static final long serialVersionUID = 1L;
