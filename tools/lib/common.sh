@@ -10,22 +10,26 @@ die() {
     exit 1
 }
 
+last_line() {
+    tail -n 1 "$1" 2>/dev/null | tr -cd '[:print:]' | cut -c1-100
+}
+
 # Runs a long step with its output in a log. What the user sees is one line with the time that passed: renewed in place on a
 # terminal, every ten seconds otherwise. A failing step shows the end of its log.
 # usage: step TITLE LOG COMMAND...
 step() {
-    local title=$1 log=$2 begin=$SECONDS pid rc=0 ticks=0
+    local title=$1 log=$2 begin=$SECONDS shown=$SECONDS pid rc=0
     shift 2
     say "$title ..."
     "$@" >>"$log" 2>&1 </dev/null &
     pid=$!
     while kill -0 "$pid" 2>/dev/null; do
         sleep 0.2
-        ticks=$((ticks + 1))
         if [ -t 2 ]; then
-            printf '\r\033[K  %3d s  %.100s' $((SECONDS - begin)) "$(tail -n 1 "$log" 2>/dev/null | tr -cd '[:print:]')" >&2
-        elif [ $((ticks % 50)) -eq 0 ]; then
-            printf '  %3d s  %.100s\n' $((SECONDS - begin)) "$(tail -n 1 "$log" 2>/dev/null | tr -cd '[:print:]')" >&2
+            printf '\r\033[K  %3d s  %s' $((SECONDS - begin)) "$(last_line "$log")" >&2
+        elif [ $((SECONDS - shown)) -ge 10 ]; then
+            shown=$SECONDS
+            printf '  %3d s  %s\n' $((SECONDS - begin)) "$(last_line "$log")" >&2
         fi
     done
     wait "$pid" || rc=$?
@@ -42,6 +46,19 @@ step() {
 # usage: lock_or_wait DESCRIPTOR WHAT
 lock_or_wait() {
     flock -n -x "$1" && return
-    say "another start is busy with $2, waiting for it ..."
+    say "$2 is in use by another start, waiting for it ..."
     flock -x "$1"
+}
+
+# Turns this shell into a command run by root: directly, or through sudo with the settings of this environment.
+exec_as_root() {
+    [ "$EUID" -ne 0 ] || exec "$@"
+    command -v sudo >/dev/null || die "The tool environment is made by root: this user is not root, and sudo is missing."
+    exec sudo -E -- "$@"
+}
+
+# The Debian packages of the tool environment.
+# shellcheck disable=SC2154 # set by the command that uses this file
+packages() {
+    grep -v -E '^(#|$)' "$project/tools/packages.txt"
 }

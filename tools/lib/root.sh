@@ -1,6 +1,7 @@
 # shellcheck shell=bash
-# The private Debian root: built once for each content of packages.txt, complete or not there at all.
-# Runs as root. Needs common.sh, $project and $cache.
+# Makes the private Debian root, once for each content of packages.txt: complete or not there at all.
+# Runs as root. Needs common.sh, and the variables project and cache.
+: "${project:?}" "${cache:?}"
 
 suite=trixie
 # Counted up when this file puts something else into the root.
@@ -10,13 +11,10 @@ root_hash() {
     { echo "$suite $recipe" && packages; } | sha256sum | cut -c1-16
 }
 
-packages() {
-    grep -v '^#' "$project/tools/packages.txt"
-}
-
-# The mirror the machine itself uses, so that a machine behind a mirror or proxy of its own works. Empty if it has none that
-# looks like Debian's main archive; debootstrap then takes its default.
+# The mirror the machine itself uses, so that a machine behind a mirror of its own works. Empty if it has none that looks like
+# Debian's main archive; debootstrap then takes its default.
 machine_mirror() {
+    # shellcheck disable=SC2016 # the variable is apt's
     apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 2>/dev/null | grep -m1 -E '/debian/?$' || true
 }
 
@@ -41,6 +39,7 @@ install_packages() {
     mount --rbind /dev "$root/dev"
     copy_apt_settings "$root"
     install -m 644 "$(readlink -f /etc/resolv.conf)" "$root/etc/resolv.conf"
+    # Keeps package scripts from starting services.
     printf '#!/bin/sh\nexit 101\n' >"$root/usr/sbin/policy-rc.d"
     chmod 755 "$root/usr/sbin/policy-rc.d"
     export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
@@ -51,13 +50,15 @@ install_packages() {
     rm -rf "$root/etc/apt/auth.conf" "$root"/etc/apt/auth.conf.d/*
 }
 
-# In a namespace of its own: the mounts are gone, and every process of the installation is dead, when the build ends or is
-# interrupted.
+# Turns the calling subshell into a command in namespaces of its own: when the build ends or its shell dies, the mounts are gone
+# and the processes dead.
 in_namespace() {
-    unshare --mount --pid --fork --kill-child=KILL bash -euc '
+    # shellcheck disable=SC2016 # the inner shell expands them
+    exec env --default-signal=INT,QUIT setpriv --pdeathsig KILL unshare --mount --pid --fork --kill-child=KILL bash -euo pipefail -c '
         project=$1 cache=$2; shift 2
         . "$project/tools/lib/common.sh"
         . "$project/tools/lib/root.sh"
+        mount --make-rprivate /
         "$@"' bash "$project" "$cache" "$@"
 }
 

