@@ -1,0 +1,168 @@
+#include "tests/javabridge/BridgeFixture.h"
+
+#include <algorithm>
+
+namespace {
+
+void JNICALL testBridgeEvent(JNIEnv*, jobject, jstring, jint)
+{
+}
+void JNICALL onControlReady(JNIEnv*, jobject, jstring)
+{
+}
+void JNICALL onCustomEvent(JNIEnv*, jobject, jstring)
+{
+}
+
+const std::string CLASS_NAME = "CBridgeClient  ";
+
+} // namespace
+
+const ListenerNatives& listenerNatives()
+{
+    static const ListenerNatives natives = {testBridgeEvent, onControlReady, onCustomEvent};
+    return natives;
+}
+
+Strings operator+(Strings left, const Strings& right)
+{
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+Strings setterCalls(const std::string& object, const std::string& method, const std::string& value)
+{
+    return {"GetMethodID(class " + FRAME + ", " + method + ", (Z)V)",
+            "CallVoidMethod(" + object + ", " + method + ", " + value + ")", "ExceptionCheck()"};
+}
+
+Strings captureCalls(const std::string& exceptionClass, const std::string& message)
+{
+    return {
+        "ExceptionCheck() [pending]",
+        "ExceptionOccurred() [pending]",
+        "GetObjectClass(throwable " + exceptionClass + ") [pending]",
+        "FindClass(java/lang/Class) [pending]",
+        "GetMethodID(class java/lang/Class, getName, ()Ljava/lang/String;) [pending]",
+        "CallObjectMethod(class " + exceptionClass + ", getName) [pending]",
+        "GetStringUTFChars(\"" + exceptionClass + "\") [pending]",
+        "GetMethodID(class " + exceptionClass + ", getMessage, ()Ljava/lang/String;) [pending]",
+        "CallObjectMethod(throwable " + exceptionClass + ", getMessage) [pending]",
+        "GetStringUTFChars(\"" + message + "\") [pending]",
+        "ReleaseStringUTFChars(\"" + message + "\") [pending]",
+        "DeleteLocalRef(\"" + message + "\") [pending]",
+        "ReleaseStringUTFChars(\"" + exceptionClass + "\") [pending]",
+        "DeleteLocalRef(\"" + exceptionClass + "\") [pending]",
+        "DeleteLocalRef(throwable " + exceptionClass + ") [pending]",
+        "ExceptionClear() [pending]",
+    };
+}
+
+testing::AssertionResult sameStrings(const Strings& actual, const Strings& expected)
+{
+    if (actual == expected) {
+        return testing::AssertionSuccess();
+    }
+    testing::AssertionResult result = testing::AssertionFailure();
+    result << "the lists differ (= same, - expected, + actual):\n";
+    for (size_t index = 0; index < std::max(actual.size(), expected.size()); index++) {
+        if (index < actual.size() && index < expected.size() && actual[index] == expected[index]) {
+            result << "= " << actual[index] << "\n";
+            continue;
+        }
+        if (index < expected.size()) {
+            result << "- " << expected[index] << "\n";
+        }
+        if (index < actual.size()) {
+            result << "+ " << actual[index] << "\n";
+        }
+    }
+    return result;
+}
+
+ClientLog::ClientLog()
+{
+    Logger::setMaxLogLevel(LOGLEVEL_TRACE);
+    m_stream.clear();
+}
+
+ClientLog::~ClientLog()
+{
+    Logger::setMaxLogLevel(LOGLEVEL_WARN);
+}
+
+Strings ClientLog::take(bool wantScopes)
+{
+    Strings result;
+    bool isBacktrace = false;
+    for (const fixtures::LogLine& line : m_stream.lines()) {
+        isBacktrace = line.body == fixtures::beginBanner || (isBacktrace && line.body != fixtures::endBanner);
+        const size_t begin = line.body.find_first_not_of(' ');
+        const std::string marker = begin == std::string::npos ? "" : line.body.substr(begin, 3);
+        const bool isScope = marker == "-> " || marker == "<- ";
+        if (line.level.empty() || isScope != wantScopes || marker == "<- " || (isBacktrace && isScope)) {
+            continue;
+        }
+        std::string text = line.text();
+        if (text.starts_with(CLASS_NAME)) {
+            text.erase(0, CLASS_NAME.size());
+        } else if (wantScopes) {
+            continue;
+        }
+        result.push_back(line.level + " " + text);
+    }
+    return result;
+}
+
+Strings ClientLog::takeScopes()
+{
+    return take(true);
+}
+
+Strings ClientLog::takeStatements()
+{
+    const Strings result = take(false);
+    m_stream.clear();
+    return result;
+}
+
+Strings ClientLog::takeStatements(const std::string& level)
+{
+    Strings result;
+    for (const std::string& statement : takeStatements()) {
+        if (statement.starts_with(level + " ")) {
+            result.push_back(statement.substr(level.size() + 1));
+        }
+    }
+    return result;
+}
+
+BridgeTest::BridgeTest()
+    : bean(java.global("bean"))
+    , frame(java.global("frame"))
+    , listener(java.global("listener"))
+{
+    client.m_ENV = java.env();
+    client.m_JVM = java.vm();
+    java.nameFunction(reinterpret_cast<void*>(testBridgeEvent), "testBridgeEvent");
+    java.nameFunction(reinterpret_cast<void*>(onControlReady), "onControlReady");
+    java.nameFunction(reinterpret_cast<void*>(onCustomEvent), "onCustomEvent");
+}
+
+BridgeTest::~BridgeTest()
+{
+    EXPECT_EQ(java.heldCharacters(), 0);
+}
+
+void BridgeTest::haveControl()
+{
+    client.m_BeanClass = java.localClass(BEAN);
+    client.m_FrameClass = java.localClass(FRAME);
+    client.m_ListenerClass = java.localClass(LISTENER);
+}
+
+void BridgeTest::haveNoMachine()
+{
+    client.m_ENV = nullptr;
+    client.m_JVM = nullptr;
+}
