@@ -181,7 +181,8 @@ private:
     std::vector<std::string> m_texts;
 };
 
-// Stands in for one of the predefined keys, both views, while it is alive. Starts empty.
+// Stands in for one of the predefined keys while it is alive. Starts empty. Below it the two views are one and the same: a test
+// sets what the code under test reads, in the view that code names.
 class RegistryScratch
 {
 public:
@@ -233,7 +234,9 @@ private:
     HKEY open(const std::string& path, REGSAM view)
     {
         HKEY key = nullptr;
-        check(RegCreateKeyExA(m_root, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS | view, nullptr, &key, nullptr));
+        // The narrow call takes no path of more than 260 characters.
+        const std::wstring wide(path.begin(), path.end());
+        check(RegCreateKeyExW(m_root, wide.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS | view, nullptr, &key, nullptr));
         return key;
     }
     static void check(LSTATUS status)

@@ -1,0 +1,194 @@
+// The check macros: what they log, what they give back, and that they evaluate their argument once.
+#include "tests/support/fixtures.h"
+
+#include <gmock/gmock.h>
+
+#define LOG_SOURCE "loggerCheckTest"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+class LoggerCheck : public testing::Test
+{
+protected:
+    LoggerCheck()
+    {
+        m_world.setPreference("loglevel", LOGLEVEL_TRACE);
+        m_world.start();
+        m_stream.clear();
+    }
+    // The lines of the checks themselves: neither scopes nor backtraces nor the system information.
+    std::vector<std::string> checks()
+    {
+        std::vector<std::string> result;
+        for (const fixtures::LogLine& line : m_stream.lines())
+            if (line.source.starts_with(LOG_SOURCE) && (line.level == "TRACE" || line.level == "ERROR"))
+                result.push_back(line.level + " " + line.text());
+        m_stream.clear();
+        return result;
+    }
+
+    fixtures::LoggerWorld m_world;
+    fixtures::DebugStream m_stream;
+};
+
+int s_calls = 0;
+
+template <class T>
+T counted(T value)
+{
+    ++s_calls;
+    return value;
+}
+
+int callsSince()
+{
+    const int calls = s_calls;
+    s_calls = 0;
+    return calls;
+}
+
+int returningCondition(bool value)
+{
+    LOG_SCOPE_STATIC(FINE, "returningCondition");
+    CHECK_RETURN(counted(value), 17);
+    return 4;
+}
+
+HRESULT returningHresult(HRESULT value)
+{
+    LOG_SCOPE_STATIC(FINE, "returningHresult");
+    HRESULT_RETURN(counted(value));
+    return 4;
+}
+
+int returningJni(int value)
+{
+    LOG_SCOPE_STATIC(FINE, "returningJni");
+    JNI_RESULT_RETURN(counted(value), 17);
+    return 4;
+}
+
+bool failWith(DWORD error)
+{
+    SetLastError(error);
+    return counted(false);
+}
+
+const std::string success = getWindowsErrorText(0);
+const std::string failure = getWindowsErrorText(0x80004005);
+const std::string denied = getWindowsErrorText(ERROR_ACCESS_DENIED);
+
+} // namespace
+
+TEST_F(LoggerCheck, condition)
+{
+    LOG_SCOPE_STATIC(FINE, "condition");
+    void* pointer = nullptr;
+    EXPECT_TRUE(CHECK_LOG(counted(pointer) == NULL));
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_FALSE(CHECK_LOG(counted(pointer) != NULL));
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(pointer) == NULL: true", "ERROR counted(pointer) != NULL: false"));
+}
+
+TEST_F(LoggerCheck, conditionThatReturns)
+{
+    EXPECT_EQ(returningCondition(true), 4);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_EQ(returningCondition(false), 17);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(value): true", "ERROR counted(value): false"));
+}
+
+TEST_F(LoggerCheck, hresult)
+{
+    LOG_SCOPE_STATIC(FINE, "hresult");
+    EXPECT_EQ(HRESULT_LOG(counted(S_OK)), S_OK);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_EQ(HRESULT_LOG(counted(E_FAIL)), E_FAIL);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(S_OK): success: " + success, "ERROR counted(E_FAIL): failure: " + failure));
+}
+
+TEST_F(LoggerCheck, hresultThatReturns)
+{
+    EXPECT_EQ(returningHresult(S_FALSE), 4);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_EQ(returningHresult(E_FAIL), E_FAIL);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(value): success: " + getWindowsErrorText(1),
+                                      "ERROR counted(value): failure: " + failure));
+}
+
+TEST_F(LoggerCheck, hresultInDecimal)
+{
+    LOG_SCOPE_STATIC(FINE, "hresultInDecimal");
+    EXPECT_EQ(HRESULT_NUMBER_LOG(counted(S_FALSE)), S_FALSE);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_EQ(HRESULT_NUMBER_LOG(counted(E_FAIL)), E_FAIL);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(S_FALSE): success: 1", "ERROR counted(E_FAIL): failure: -2147467259"));
+}
+
+TEST_F(LoggerCheck, win32CallTellsTheErrorThatTheCallLeft)
+{
+    LOG_SCOPE_STATIC(FINE, "win32");
+    EXPECT_TRUE(WIN32_LOG(counted(true)));
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_FALSE(WIN32_LOG(failWith(ERROR_ACCESS_DENIED)));
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(true): success", "ERROR failWith(ERROR_ACCESS_DENIED): failure: " + denied));
+}
+
+TEST_F(LoggerCheck, win32CallWithSavedError)
+{
+    LOG_SCOPE_STATIC(FINE, "win32Code");
+    EXPECT_TRUE(WIN32_LOG_CODE(counted(true), 0));
+    EXPECT_EQ(callsSince(), 1);
+    SetLastError(ERROR_SUCCESS);
+    EXPECT_FALSE(WIN32_LOG_CODE(counted(false), ERROR_ACCESS_DENIED));
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(true): success", "ERROR counted(false): failure: " + denied));
+}
+
+TEST_F(LoggerCheck, jniResult)
+{
+    LOG_SCOPE_STATIC(FINE, "jniResult");
+    EXPECT_EQ(JNI_RESULT_LOG(counted(0)), 0);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_EQ(JNI_RESULT_LOG(counted(-4)), -4);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(0): successfull", "ERROR counted(-4): JNI_ENOMEN"));
+    EXPECT_EQ(returningJni(0), 4);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_EQ(returningJni(-7), 17);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(value): successfull", "ERROR counted(value): Unknown error (-7)"));
+}
+
+TEST_F(LoggerCheck, namesThatAreMacrosAreLoggedAsTheyAreWritten)
+{
+    LOG_SCOPE_STATIC(FINE, "names");
+    EXPECT_FALSE(WIN32_LOG(CreateDirectory("Q:\\none\\none", NULL)));
+    const std::string expected = getWindowsErrorText(ERROR_PATH_NOT_FOUND);
+    EXPECT_THAT(checks(), ElementsAre("ERROR CreateDirectory(\"Q:\\\\none\\\\none\", NULL): failure: " + expected));
+}
+
+TEST_F(LoggerCheck, argumentsAreEvaluatedAlsoWhenNothingIsLogged)
+{
+    LOG_SCOPE_STATIC(FINE, "silent");
+    Logger::setMaxLogLevel(-1);
+    m_stream.clear();
+    EXPECT_TRUE(CHECK_LOG(counted(true)));
+    EXPECT_EQ(HRESULT_LOG(counted(E_FAIL)), E_FAIL);
+    EXPECT_EQ(HRESULT_NUMBER_LOG(counted(E_FAIL)), E_FAIL);
+    EXPECT_FALSE(WIN32_LOG(counted(false)));
+    EXPECT_FALSE(WIN32_LOG_CODE(counted(false), 5));
+    EXPECT_EQ(JNI_RESULT_LOG(counted(-1)), -1);
+    EXPECT_EQ(callsSince(), 6);
+    EXPECT_THAT(m_stream.texts(), IsEmpty());
+}
