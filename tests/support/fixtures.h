@@ -57,7 +57,8 @@ struct LogLine
     std::string level;
     std::string source; // all 20 characters
     int line = 0;
-    std::string body; // indentation and marker, class name, object, text
+    std::string body; // indentation and marker, class name, object, text; without the elapsed time, which depends on the machine
+    int milliseconds = 0; // the elapsed time of an exit line, 0 when it has none
 
     // Without indentation and marker.
     std::string text() const
@@ -86,6 +87,11 @@ inline LogLine parseLogLine(const std::string& line)
     result.source = match[4];
     result.line = std::stoi(match[5]);
     result.body = match[6];
+    static const std::regex s_elapsed("( *<- [^]*) \\[(\\d+) ms\\]");
+    if (std::regex_match(result.body, match, s_elapsed)) {
+        result.milliseconds = std::stoi(match[2]);
+        result.body = match[1].str();
+    }
     return result;
 }
 

@@ -350,7 +350,7 @@ std::string exitLine(DebugStream& stream, int milliseconds)
             AgedScope scope(milliseconds);
         }
         if (clockNow() - begin < 10000)
-            return stream.lines().back().body;
+            return DebugStream::withoutNames(stream.texts().back()).substr(62);
     }
 }
 } // namespace

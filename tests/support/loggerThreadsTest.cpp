@@ -69,8 +69,7 @@ public:
         ++m_failed;
         const std::string owner = "Worker of " + std::to_string(line.thread) + " ";
         ASSERT_NE(line.body.find(owner), std::string::npos) << line.body;
-        ASSERT_TRUE(line.body.ends_with(suffix(line.thread)) || line.body.find(suffix(line.thread) + " [") != std::string::npos)
-            << line.body;
+        ASSERT_TRUE(line.body.ends_with(suffix(line.thread))) << line.body;
         const size_t marker = line.body.find_first_not_of(' ');
         const std::string kind = line.body.substr(marker, 3);
         if (!m_chain.empty()) {
@@ -84,7 +83,7 @@ public:
             ASSERT_EQ(marker + 1, m_scopes.size());
             std::string entry = line.body;
             entry.replace(marker, 2, "->");
-            ASSERT_TRUE(entry.starts_with(m_scopes.back()));
+            ASSERT_EQ(entry, m_scopes.back());
             m_scopes.pop_back();
         } else {
             ASSERT_EQ(marker, m_scopes.size() + 3);
