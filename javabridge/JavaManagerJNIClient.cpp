@@ -56,12 +56,12 @@ namespace {
 const int PE_OFFSET_POSITION = 0x3C;
 const int32_t PE_SIGNATURE = 0x00004550;
 
+// 0 where the file ends before.
 template <class Number>
 Number readNumber(std::ifstream& file)
 {
     Number number = 0;
-    file.read(reinterpret_cast<char*>(&number), sizeof number);
-    return number;
+    return file.read(reinterpret_cast<char*>(&number), sizeof number) ? number : Number{0};
 }
 
 // Says in the log why a file could not be loaded as a library of this process.

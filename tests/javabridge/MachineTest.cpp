@@ -1,0 +1,359 @@
+// Start and end of the Java virtual machine with a stand-in for it: options, version, results, and the singleton around them.
+#include "tests/javabridge/StandIn.h"
+
+namespace {
+
+const std::string RUNTIMES = "SOFTWARE\\JavaSoft\\Java Runtime Environment";
+
+TEST_F(MachineTest, machineIsCreatedAndTheThreadAttached)
+{
+    const std::string folder = RuntimeFolder::currentFolder();
+    EXPECT_EQ(create(), 0);
+    EXPECT_STRINGS(runtime.record(),
+                   Strings{"loaded in " + runtime.bin(), "create in " + folder, "version 00010006", "ignoreUnrecognized 1",
+                           "option -Djava.class.path=C:\\basis.jar", "option -Dsun.awt.noerasebackground=true",
+                           "option -Dcom.orvane.qmrt.logpath=" + world.folder() + "\\", "option -Dcom.orvane.qmrt.loglevel=5",
+                           "option -Dcom.orvane.qmrt.oldlogfileage=77", "option -Dcom.orvane.qmrt.splitlogfilesize=5", "attach"});
+    EXPECT_NE(client.m_JVM, nullptr);
+    EXPECT_NE(client.m_ENV, nullptr);
+    EXPECT_EQ(client.m_JVMArguments.nOptions, 6);
+    EXPECT_STRINGS(log.takeScopes(),
+                   Strings{"INFO createJVM ", "FINE findORVControls ", "FINE loadJVMlibrary " + runtime.library()});
+    const std::string success = getWindowsErrorText(0);
+    EXPECT_STRINGS(
+        log.takeStatements(),
+        Strings{
+            "TRACE CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true",
+            "FINE Class Path: -Djava.class.path=C:\\basis.jar",
+            "FINE Used " + runtime.library() + "\\..\\..\\ as current folder while loading JVM, using " + folder + " again.",
+            "TRACE m_DLLHandle != NULL: success",
+            "TRACE m_DLLHandle != NULL: true",
+            "TRACE loadJVMlibrary(jvm_info.path.c_str()): success: " + success,
+            "TRACE CreateJavaVMProc != NULL: true",
+            "TRACE CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true",
+            "TRACE CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true",
+            "FINE Adding sun.awt.noerasebackground JVM Option",
+            "FINE Java Security Manager was not enabled. (" + RuntimeFolder::besideExecutable(".policy") + ")",
+            "FINE JNI 1.6 selected",
+            "TRACE m_JVMArguments.options != NULL: true",
+            "FINE About to call JNI_CreateJavaVM",
+            "TRACE CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments): successfull",
+            "TRACE m_JVM->AttachCurrentThread((void**)&m_ENV, NULL): successfull",
+        });
+}
+
+TEST_F(MachineTest, emptyClassPathIsPassedAllTheSame)
+{
+    CBridgeClient withoutBasis(nullptr);
+    EXPECT_EQ(withoutBasis.createJVM({"1.8.0_151", runtime.library()}), 0);
+    EXPECT_EQ(runtime.options().front(), "-Djava.class.path=");
+}
+
+TEST_F(MachineTest, registryOptionsStandInTheOrderOfTheirNames)
+{
+    world.setPreference("jvm_option_b", "-Db");
+    world.setPreference("jvm_option_a", "-Da");
+    world.setPreference("jvm_option_2", "-D2");
+    world.setPreference("jvm_option_10", "-D10");
+    world.setPreference("jvm_option_1", "-D1");
+    world.setPreference("jvm_option_B", "-DB is the same name to the registry");
+    world.setPreference("jvm_option_", "-Dshortest");
+    world.setPreference("jvm_option", "-Dtoo.short");
+    world.setPreference("jvm_options_x", "-Dother");
+    world.setPreference("JVM_OPTION_x", "-Dcapitals");
+    world.setPreference("my_jvm_option_x", "-Dnot.at.the.start");
+    EXPECT_EQ(create(), 0);
+    EXPECT_STRINGS(runtime.options(),
+                   first + Strings{"-Dshortest", "-D1", "-D10", "-D2", "-Da", "-DB is the same name to the registry"} +
+                       background + last());
+}
+
+TEST_F(MachineTest, registryOptionBeyondTheLimitIsEmpty)
+{
+    world.setPreference("jvm_option_1", std::string(254, 'x'));
+    world.setPreference("jvm_option_2", std::string(255, 'x'));
+    EXPECT_EQ(create(), 0);
+    EXPECT_STRINGS(runtime.options(), first + Strings{std::string(254, 'x'), ""} + background + last());
+}
+
+TEST_F(MachineTest, backgroundOptionIsLeftOutForPositiveNumbersOnly)
+{
+    for (const auto& [number, isAdded] : {std::pair{1, false}, {2, false}, {0, true}, {-1, true}, {-7, true}}) {
+        SCOPED_TRACE(number);
+        world.setPreference("sun.awt.noerasebackground", number);
+        EXPECT_EQ(create(), 0);
+        const Strings statements = log.takeStatements("FINE");
+        EXPECT_EQ(std::count(statements.begin(), statements.end(), "Adding sun.awt.noerasebackground JVM Option"), isAdded);
+        const Strings options = runtime.options();
+        const size_t count = isAdded ? 6 : 5;
+        ASSERT_GE(options.size(), count);
+        EXPECT_STRINGS(Strings(options.end() - static_cast<int>(count), options.end()),
+                       first + (isAdded ? background : Strings{}) + last());
+    }
+}
+
+TEST_F(MachineTest, extraLoggingAddsItsOptions)
+{
+    std::filesystem::create_directories(world.desktop() + "\\UNDEFINEDPRODUCT-logs");
+    world.start();
+    Logger::setMaxLogLevel(LOGLEVEL_TRACE);
+    ASSERT_TRUE(Logger::instance()->hasMagicDirectory());
+    const std::string prefix = Logger::instance()->logFilePrefix();
+    EXPECT_EQ(create(), 0);
+    EXPECT_STRINGS(runtime.options(),
+                   first + background +
+                       Strings{"-XX:+UnlockDiagnosticVMOptions", "-XX:+LogVMOutput", "-XX:+PrintJNIResolving",
+                               "-XX:+PrintCommandLineFlags", "-XX:+PrintCompilation", "-XX:+CheckJNICalls", "-XX:+PrintVMOptions",
+                               "-XX:LogFile=" + prefix + "-jvm.log", "-XX:ErrorFile=" + prefix + "-jvm-error.log",
+                               "-Dcom.orvane.qmrt.logpath=" + world.desktop() + "\\UNDEFINEDPRODUCT-logs\\",
+                               "-Dcom.orvane.qmrt.loglevel=5", "-Dcom.orvane.qmrt.oldlogfileage=2419200",
+                               "-Dcom.orvane.qmrt.splitlogfilesize=10"});
+    const Strings statements = log.takeStatements("FINE");
+    EXPECT_EQ(std::count(statements.begin(), statements.end(), "Adding additional JVM options for extra logging"), 1);
+}
+
+TEST_F(MachineTest, logLevelIsTheCurrentOne)
+{
+    Logger::setMaxLogLevel(LOGLEVEL_INFO);
+    EXPECT_EQ(create(), 0);
+    EXPECT_STRINGS(runtime.options(), first + background + last(LOGLEVEL_INFO));
+}
+
+TEST_F(MachineTest, machineStartsWithoutALoggerToo)
+{
+    fixtures::LoggerWorld::stop();
+    EXPECT_EQ(client.createJVM({"1.8.0_151", runtime.library()}), 0);
+    EXPECT_STRINGS(runtime.options(),
+                   first + background +
+                       Strings{"-Dcom.orvane.qmrt.logpath=", "-Dcom.orvane.qmrt.loglevel=2",
+                               "-Dcom.orvane.qmrt.oldlogfileage=2419200", "-Dcom.orvane.qmrt.splitlogfilesize=10"});
+}
+
+TEST_F(MachineTest, versionTextDecidesTheJniVersion)
+{
+    for (const auto& [text, version] : std::vector<std::pair<std::string, std::string>>{{"1.5.0_22", "4"},
+                                                                                        {"1.6.0_45", "6"},
+                                                                                        {"1.8.0_151", "6"},
+                                                                                        {"11.0.2", "6"},
+                                                                                        {"9", "6"},
+                                                                                        {"10", "6"},
+                                                                                        {"1.10", "4"},
+                                                                                        {"1.6", "6"},
+                                                                                        {"1.", "4"},
+                                                                                        {"", "4"}}) {
+        SCOPED_TRACE(text);
+        std::filesystem::remove(runtime.bin() + "\\server\\jvm.record");
+        EXPECT_EQ(create(text), 0);
+        const Strings record = runtime.record();
+        EXPECT_EQ(std::count(record.begin(), record.end(), "version 0001000" + version), 1);
+        const Strings statements = log.takeStatements("FINE");
+        EXPECT_EQ(std::count(statements.begin(), statements.end(), "JNI 1." + version + " selected"), 1);
+    }
+}
+
+TEST_F(MachineTest, libraryThatDoesNotLoadEndsTheCreation)
+{
+    const std::string missing = runtime.library() + "x";
+    log.takeStatements();
+    EXPECT_EQ(client.createJVM({"1.8.0_151", missing}), E_FAIL);
+    EXPECT_STRINGS(log.takeStatements("ERROR"),
+                   Strings{"m_DLLHandle != NULL: failure: " + getWindowsErrorText(ERROR_MOD_NOT_FOUND),
+                           "(bool)binaryFile != NULL: false", "m_DLLHandle != NULL: false",
+                           "loadJVMlibrary(jvm_info.path.c_str()): failure: " + getWindowsErrorText(0x80004005)});
+    EXPECT_EQ(client.m_JVM, nullptr);
+}
+
+TEST_F(MachineTest, libraryWithoutTheFunctionEndsTheCreationAndCanBeUnloaded)
+{
+    std::filesystem::remove(runtime.library());
+    runtime.install("nojvm.dll");
+    log.takeStatements();
+    EXPECT_EQ(client.createJVM({"1.8.0_151", runtime.library()}), E_FAIL);
+    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"CreateJavaVMProc != NULL: false"});
+    EXPECT_NE(GetModuleHandleA(runtime.library().c_str()), nullptr);
+    EXPECT_EQ(client.destroyJVM(), 0u);
+    EXPECT_EQ(GetModuleHandleA(runtime.library().c_str()), nullptr);
+}
+
+TEST_F(MachineTest, machineThatRefusesItsOptionsEndsTheCreation)
+{
+    runtime.order("create -6");
+    EXPECT_EQ(create(), E_FAIL);
+    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments): JNI_EINVAL"});
+    EXPECT_EQ(client.m_JVM, nullptr);
+    EXPECT_EQ(client.m_ENV, nullptr);
+}
+
+TEST_F(MachineTest, everyResultOtherThanZeroIsAFailure)
+{
+    runtime.order("create 7");
+    EXPECT_EQ(create(), E_FAIL);
+    EXPECT_STRINGS(log.takeStatements("ERROR"),
+                   Strings{"CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments): Unknown error (7)"});
+}
+
+TEST_F(MachineTest, threadThatIsNotAttachedEndsTheCreation)
+{
+    runtime.order("attach -2");
+    EXPECT_EQ(create(), E_FAIL);
+    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"m_JVM->AttachCurrentThread((void**)&m_ENV, NULL): JNI_EDETACHED"});
+}
+
+TEST_F(MachineTest, machineMayEndTheProcess)
+{
+    runtime.order("exit 1");
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(create(), testing::ExitedWithCode(1), "");
+}
+
+TEST_F(MachineTest, destroyDetachesAndFreesALibraryThatStaysForItsThreads)
+{
+    EXPECT_EQ(create(), 0);
+    log.takeStatements();
+    EXPECT_EQ(client.destroyJVM(), 0u);
+    EXPECT_EQ(runtime.record().back(), "detach");
+    EXPECT_NE(GetModuleHandleA(runtime.library().c_str()), nullptr);
+    EXPECT_STRINGS(log.takeStatements(),
+                   Strings{"TRACE m_JVM->DetachCurrentThread(): successfull", "TRACE FreeLibrary(m_DLLHandle): success"});
+}
+
+TEST_F(MachineTest, libraryStaysAlsoWhenTheMachineWasOnlyAskedToStart)
+{
+    runtime.order("create -4");
+    EXPECT_EQ(create(), E_FAIL);
+    log.takeStatements();
+    EXPECT_EQ(client.destroyJVM(), 0u);
+    EXPECT_NE(GetModuleHandleA(runtime.library().c_str()), nullptr);
+    EXPECT_STRINGS(log.takeStatements(), Strings{"TRACE FreeLibrary(m_DLLHandle): success"});
+}
+
+TEST_F(MachineTest, threadThatIsNotDetachedKeepsTheLibrary)
+{
+    EXPECT_EQ(create(), 0);
+    runtime.order("detach -1");
+    log.takeStatements();
+    EXPECT_EQ(client.destroyJVM(), static_cast<unsigned>(E_FAIL));
+    EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR m_JVM->DetachCurrentThread(): JNI_ERR"});
+}
+
+TEST_F(MachineTest, singletonIsCreatedOnceAndRemoved)
+{
+    world.machine().setString(RUNTIMES, "CurrentVersion", "1.8");
+    world.machine().setString(RUNTIMES + "\\1.8", "RuntimeLib", runtime.library());
+    EXPECT_EQ(CJavaManagerJNIClient::s_Instance, nullptr);
+    CJavaManagerJNIClient::createInstance("C:\\basis.jar");
+    CJavaManagerJNIClient* const created = CJavaManagerJNIClient::s_Instance;
+    ASSERT_NE(created, nullptr);
+    const Strings messages = log.stream().messages();
+    for (const char* expected : {"FINE createInstance ", "FINE CJavaManagerJNIClient  CJavaManagerJNIClient C:\\basis.jar",
+                                 "FINE CJavaManagerJNIClient  findJVM ", "INFO CJavaManagerJNIClient  createJVM ",
+                                 "FINE CJavaManagerJNIClient  findORVControls ",
+                                 "TRACE CHECKPOINT: Successfully created JavaManagerJNIClient Singleton."}) {
+        EXPECT_TRUE(log.stream().contains(expected)) << expected;
+    }
+    EXPECT_EQ(messages.back(), "FINE createInstance ");
+    log.takeStatements();
+    const size_t lines = runtime.record().size();
+
+    CJavaManagerJNIClient::createInstance("D:\\other.jar");
+    EXPECT_EQ(CJavaManagerJNIClient::s_Instance, created);
+    EXPECT_STRINGS(log.takeStatements(), Strings{"TRACE CHECKPOINT: Successfully created JavaManagerJNIClient Singleton."});
+    EXPECT_EQ(runtime.record().size(), lines) << "no second machine";
+
+    EXPECT_EQ(CJavaManagerJNIClient::cleanUp(), 0);
+    EXPECT_EQ(CJavaManagerJNIClient::s_Instance, nullptr);
+    EXPECT_STRINGS(log.stream().messages(), Strings{
+                                                "FINE cleanUp ",
+                                                "INFO CJavaManagerJNIClient  destroyJVM ",
+                                                "TRACE CJavaManagerJNIClient  m_JVM->DetachCurrentThread(): successfull",
+                                                "TRACE CJavaManagerJNIClient  FreeLibrary(m_DLLHandle): success",
+                                                "INFO CJavaManagerJNIClient  destroyJVM ",
+                                                "FINE CJavaManagerJNIClient  ~CJavaManagerJNIClient ",
+                                                "FINE CJavaManagerJNIClient  ~CJavaManagerJNIClient ",
+                                                "TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.",
+                                                "FINE cleanUp ",
+                                            });
+}
+
+TEST_F(MachineTest, cleanUpWithoutSingletonLogsItsCheckpoint)
+{
+    log.takeStatements();
+    EXPECT_EQ(CJavaManagerJNIClient::cleanUp(), 0);
+    EXPECT_STRINGS(log.takeStatements(), Strings{"TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton."});
+}
+
+TEST_F(MachineTest, singletonWithoutRuntimeStaysAndItsOperationsFail)
+{
+    CJavaManagerJNIClient::createInstance("C:\\basis.jar");
+    ASSERT_NE(CJavaManagerJNIClient::s_Instance, nullptr);
+    EXPECT_TRUE(log.stream().contains("TRACE CHECKPOINT: Successfully created JavaManagerJNIClient Singleton."));
+    log.takeStatements();
+    jobject bean = nullptr;
+    jobject frame = nullptr;
+    int frameID = 0;
+    EXPECT_EQ(CJavaManagerJNIClient::s_Instance->startBean(&bean, &frame, &frameID, "a", "B"), E_FAIL);
+    EXPECT_TRUE(log.stream().contains("ERROR CJavaManagerJNIClient  m_BeanClass!=NULL: false"));
+    EXPECT_EQ(CJavaManagerJNIClient::cleanUp(), 0);
+}
+
+class EndTest : public BridgeTest
+{
+};
+
+TEST_F(EndTest, classReferencesAreDeletedInOrder)
+{
+    haveControl();
+    EXPECT_EQ(client.destroyJVM(), 0u);
+    EXPECT_STRINGS(java.takeCalls(), Strings{"DeleteLocalRef(class a/b/Bean)", "DeleteLocalRef(class " + FRAME + ")",
+                                             "DeleteLocalRef(class " + LISTENER + ")", "DetachCurrentThread()"});
+    EXPECT_STRINGS(java.liveLocals(), Strings{});
+    EXPECT_STRINGS(log.takeScopes(), Strings{"INFO destroyJVM "});
+    EXPECT_NE(client.m_BeanClass, nullptr) << "the members are not reset";
+}
+
+TEST_F(EndTest, onlyTheClassesThatWereFoundAreDeleted)
+{
+    client.m_FrameClass = java.localClass(FRAME);
+    EXPECT_EQ(client.destroyJVM(), 0u);
+    EXPECT_STRINGS(java.takeCalls(), Strings{"DeleteLocalRef(class " + FRAME + ")", "DetachCurrentThread()"});
+}
+
+TEST_F(EndTest, errorOfAFailedLookUpIsClearedBeforeTheThreadIsDetached)
+{
+    java.missing = {BEAN};
+    jobject newBean = nullptr;
+    jobject newFrame = nullptr;
+    int frameID = 0;
+    client.startBean(&newBean, &newFrame, &frameID, "a.b", "Bean");
+    java.takeCalls();
+    EXPECT_EQ(client.destroyJVM(), 0u);
+    EXPECT_STRINGS(java.takeCalls(), Strings{"ExceptionClear() [pending]", "DetachCurrentThread()"});
+}
+
+TEST_F(EndTest, failedDetachEndsTheDestruction)
+{
+    java.detachResult = JNI_ERR;
+    client.m_DLLHandle = GetModuleHandleA("kernel32");
+    EXPECT_EQ(client.destroyJVM(), static_cast<unsigned>(E_FAIL));
+    EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR m_JVM->DetachCurrentThread(): JNI_ERR"});
+}
+
+TEST_F(EndTest, libraryThatIsNotFreedIsLoggedOnly)
+{
+    haveNoMachine();
+    client.m_DLLHandle = reinterpret_cast<HMODULE>(0x1000);
+    EXPECT_EQ(client.destroyJVM(), 0u);
+    const Strings statements = log.takeStatements();
+    ASSERT_EQ(statements.size(), 1u);
+    EXPECT_TRUE(statements[0].starts_with("ERROR FreeLibrary(m_DLLHandle): failure: ")) << statements[0];
+    EXPECT_STRINGS(java.takeCalls(), Strings{});
+}
+
+TEST_F(EndTest, withoutMachineAndLibraryNothingIsLogged)
+{
+    haveNoMachine();
+    EXPECT_EQ(client.destroyJVM(), 0u);
+    EXPECT_STRINGS(log.takeStatements(), Strings{});
+}
+
+} // namespace

@@ -1,0 +1,20 @@
+// This program has a policy file beside it.
+#include "tests/javabridge/StandIn.h"
+
+namespace {
+
+class PolicyTest : public MachineTest
+{
+};
+
+TEST_F(PolicyTest, policyFileSwitchesTheSecurityManagerOn)
+{
+    EXPECT_EQ(create(), 0);
+    const std::string policy = RuntimeFolder::besideExecutable(".policy");
+    EXPECT_STRINGS(runtime.options(),
+                   first + background + last() + Strings{"-Djava.security.manager", "-Djava.security.policy=" + policy});
+    const Strings statements = log.takeStatements("FINE");
+    EXPECT_EQ(std::count(statements.begin(), statements.end(), "Enabled Java Security Manager with " + policy), 1);
+}
+
+} // namespace

@@ -1,0 +1,164 @@
+// Stand-in for a runtime's jvm.dll: writes down what it is given and fails as it is told.
+//
+// Record:  PATH\jvm.record, one line an event: "loaded in FOLDER", "create in FOLDER", "version 00010006", "ignoreUnrecognized
+// 1",
+//          "option TEXT" (each, in order), "attach", "detach", "unloaded".
+// Orders:  PATH\jvm.orders, read at every call, lines of a word and a number:
+//              create -6     JNI_CreateJavaVM gives this result
+//              exit 1        the process ends inside JNI_CreateJavaVM, as a virtual machine does that cannot go on
+//              attach -1     AttachCurrentThread gives this result
+//              detach -1     DetachCurrentThread gives this result
+// Threads: the one that creates the machine.
+// Failure: what the environment does not offer (all but FindClass, which finds nothing, and the clearing of errors) ends the
+// process
+//          with exit code 99.
+#define _JNI_IMPLEMENTATION_
+#include <jni.h>
+
+#include <windows.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+namespace {
+
+HMODULE s_module = nullptr;
+
+// The library's own path with another extension.
+std::string besideLibrary(const std::string& extension)
+{
+    char path[MAX_PATH] = "";
+    GetModuleFileNameA(s_module, path, sizeof path);
+    const std::string library = path;
+    return library.substr(0, library.rfind('.')) + extension;
+}
+
+void record(const std::string& line)
+{
+    std::ofstream(besideLibrary(".record"), std::ios::app) << line << std::endl;
+}
+
+int ordered(const std::string& word, int otherwise)
+{
+    std::ifstream orders(besideLibrary(".orders"));
+    std::string found;
+    int number = 0;
+    while (orders >> found >> number) {
+        if (found == word) {
+            return number;
+        }
+    }
+    return otherwise;
+}
+
+std::string currentFolder()
+{
+    char folder[MAX_PATH] = "";
+    GetCurrentDirectoryA(sizeof folder, folder);
+    return folder;
+}
+
+void JNICALL notOffered()
+{
+    std::fprintf(stderr, "This virtual machine is a stand-in and does not offer what was called.\n");
+    ExitProcess(99);
+}
+
+jclass JNICALL findClass(JNIEnv*, const char*)
+{
+    return nullptr;
+}
+
+void JNICALL exceptionClear(JNIEnv*)
+{
+}
+
+template <class Table>
+Table emptyTable()
+{
+    Table table;
+    auto* const functions = reinterpret_cast<void (**)()>(&table);
+    for (size_t index = 0; index < sizeof table / sizeof *functions; index++) {
+        functions[index] = notOffered;
+    }
+    return table;
+}
+
+JNIEnv* environment()
+{
+    static JNINativeInterface_ functions = [] {
+        auto table = emptyTable<JNINativeInterface_>();
+        table.FindClass = findClass;
+        table.ExceptionClear = exceptionClear;
+        return table;
+    }();
+    static JNIEnv environment = {&functions};
+    return &environment;
+}
+
+jint JNICALL attachCurrentThread(JavaVM*, void** env, void* arguments)
+{
+    record(arguments == nullptr ? "attach" : "attach with arguments");
+    *env = environment();
+    return ordered("attach", JNI_OK);
+}
+
+jint JNICALL detachCurrentThread(JavaVM*)
+{
+    record("detach");
+    return ordered("detach", JNI_OK);
+}
+
+JavaVM* machine()
+{
+    static JNIInvokeInterface_ functions = [] {
+        auto table = emptyTable<JNIInvokeInterface_>();
+        table.AttachCurrentThread = attachCurrentThread;
+        table.DetachCurrentThread = detachCurrentThread;
+        return table;
+    }();
+    static JavaVM machine = {&functions};
+    return &machine;
+}
+
+std::string hexadecimal(jint number)
+{
+    char text[9] = "";
+    std::snprintf(text, sizeof text, "%08lx", static_cast<unsigned long>(number));
+    return text;
+}
+
+} // namespace
+
+extern "C" JNIEXPORT jint JNICALL JNI_CreateJavaVM(JavaVM** vm, void** env, void* arguments)
+{
+    const auto& given = *static_cast<const JavaVMInitArgs*>(arguments);
+    record("create in " + currentFolder());
+    record("version " + hexadecimal(given.version));
+    record("ignoreUnrecognized " + std::to_string(given.ignoreUnrecognized));
+    for (jint index = 0; index < given.nOptions; index++) {
+        const JavaVMOption& option = given.options[index];
+        record(std::string("option ") + option.optionString + (option.extraInfo == nullptr ? "" : " with extra information"));
+    }
+    if (const int code = ordered("exit", 0); code != 0) {
+        ExitProcess(static_cast<UINT>(code));
+    }
+    const int result = ordered("create", JNI_OK);
+    if (result == JNI_OK) {
+        *vm = machine();
+        *env = environment();
+    }
+    return result;
+}
+
+BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID processEnds)
+{
+    s_module = instance;
+    if (reason == DLL_PROCESS_ATTACH) {
+        record("loaded in " + currentFolder());
+    } else if (reason == DLL_PROCESS_DETACH && processEnds == nullptr) {
+        record("unloaded");
+    }
+    return TRUE;
+}
