@@ -46,7 +46,7 @@ step() {
 # usage: lock_or_wait DESCRIPTOR WHAT
 lock_or_wait() {
     flock -n -x "$1" && return
-    say "$2 is in use by another start, waiting for it ..."
+    say "another start holds $2, waiting for it ..."
     flock -x "$1"
 }
 

@@ -43,6 +43,7 @@ prefix_stamp() {
 }
 
 make_prefix() {
+    forget_server "$tools/prefix.part"
     rm -rf "$tools/prefix.part"
     export WINEPREFIX=$tools/prefix.part DISPLAY='' WINEDLLOVERRIDES='mscoree,mshtml='
     wineboot -i
@@ -54,11 +55,22 @@ make_prefix() {
     mv "$tools/prefix.part" "$tools/prefix"
 }
 
+prefix_ready() {
+    [ "$(cat "$tools/prefix/stamp" 2>/dev/null)" = "$1" ]
+}
+
 prepare_prefix() {
     local stamp
     stamp=$(prefix_stamp)
-    [ "$(cat "$tools/prefix/stamp" 2>/dev/null)" = "$stamp" ] || {
-        : >"$tools/prefix.log"
-        step "Preparing the Wine prefix (about a quarter of a minute)" "$tools/prefix.log" make_prefix
-    }
+    ! prefix_ready "$stamp" || return 0
+    : >"$tools/prefix.log"
+    step "Preparing the Wine prefix (about a quarter of a minute)" "$tools/prefix.log" make_prefix
+}
+
+prepared() {
+    local version
+    for version in $(java_versions | cut -d' ' -f1); do
+        [ -d "$tools/java/$version" ] || return
+    done
+    prefix_ready "$(prefix_stamp)"
 }

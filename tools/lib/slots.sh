@@ -27,9 +27,13 @@ forget_server() {
 copy_prefix() {
     forget_server "$1"
     rm -rf "$1" "$1.part"
-    cp -al "$tools/prefix" "$1.part"
-    rm "$1.part"/*.reg
-    cp "$tools/prefix"/*.reg "$1.part"
+    (
+        # Not while the base is replaced.
+        flock -s 9
+        cp -al "$tools/prefix" "$1.part"
+        rm "$1.part"/*.reg
+        cp "$tools/prefix"/*.reg "$1.part"
+    ) 9>>"$tools/lock"
     mv "$1.part" "$1"
 }
 
@@ -81,10 +85,12 @@ use_slot() {
     export WINEPREFIX DISPLAY=$display
 }
 
-# Starts the services before the first program of a test does: they would keep its output open, and take time from it.
+# Starts Wine's services, and the desktop with start.exe as its lasting user. Otherwise the first program that needs them starts
+# them, and they keep that program's output open after its end: a second and a half more for each test with a window.
 warm_slot() {
     [ ! -e "$KESTA_SESSION/$1.warm" ] || return 0
     wine cmd /c exit >/dev/null 2>&1 </dev/null 5>&- 8>&-
+    setsid "$project/tools/lib/bin/wine" start.exe /wait explorer.exe /desktop >/dev/null 2>&1 </dev/null 5>&- 8>&- &
     : >"$KESTA_SESSION/$1.warm"
 }
 
