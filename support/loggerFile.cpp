@@ -232,10 +232,11 @@ void Logger::Implementation::openFile()
     systemInformationWritten = true;
 
     // The line that opened the file may be the first of a backtrace. The block belongs neither to it nor to the client's error
-    // text.
+    // text, not even with an error of its own: the error buffer's lock is never taken under the file lock. A counter below zero
+    // does both.
     const int counter = backtraceCounter();
     LogScope* const scope = innermostScope();
-    setBacktraceCounter(0);
+    setBacktraceCounter(-1);
     setInnermostScope(nullptr);
     writeSystemInformation();
     setInnermostScope(scope);
