@@ -8,6 +8,21 @@ namespace {
 
 constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
 
+// Takes back the references that COM holds on an object for its clients. A connection point counts on its object but has an identity
+// of its own, and so has what COM holds on it.
+void disconnectClients(IUnknown* object)
+{
+    CComPtr<IConnectionPointContainer> container;
+    CComPtr<IEnumConnectionPoints> points;
+    if (SUCCEEDED(object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container))) &&
+        SUCCEEDED(container->EnumConnectionPoints(&points))) {
+        CComPtr<IConnectionPoint> point;
+        while (points->Next(1, &point, nullptr) == S_OK)
+            CoDisconnectObject(point, 0);
+    }
+    CoDisconnectObject(object, 0);
+}
+
 } // namespace
 
 HRESULT CBeanFrame::pushWindowHandle(int wndhandle)
@@ -55,7 +70,7 @@ void CBeanFrame::processWatchDogEvent(BSTR text)
     // references are taken back, and then everything that is left is released, whoever believes to own it.
     IUnknown* const object = eventTarget()->targetUnknown();
     object->AddRef();
-    CoDisconnectObject(object, 0);
+    disconnectClients(object);
     ULONG count = object->Release();
     while (count != 0) {
         LOG_PLAIN(TRACE, "More objects to release...");
