@@ -164,6 +164,18 @@ TEST_F(LoggerEntry, everyErrorWritesTheWholeChainAgainFromItsCachedLines)
     EXPECT_EQ(lines[1].time, lines[3].time);
 }
 
+TEST_F(LoggerEntry, lineIsFormattedOnce)
+{
+    begin(LOGLEVEL_FINE);
+    {
+        LOG_SCOPE_STATIC(FINE, "Sample::scope", 1);
+        logScope.stream() << " and later";
+        LOG(ERROR, "broken");
+    }
+    EXPECT_THAT(written(), ElementsAre("FINE|-> scope 1", beginBanner, "ERROR|    broken", "FINE|-> scope 1", endBanner,
+                                       "FINE|<- scope 1 and later"));
+}
+
 TEST_F(LoggerEntry, errorWithoutScopeHasNoChain)
 {
     LOG_PLAIN(ERROR, "alone");

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <shlobj.h>
+
 #define LOG_SOURCE "loggerFileTest"
 
 using fixtures::DebugStream;
@@ -158,6 +160,43 @@ TEST_F(LoggerFile, desktopFolderIsReported)
     Logger::instance()->initParametersFromRegistryOrSpecialFolder();
     EXPECT_TRUE(m_stream.contains("TRACE file attributes are 10"));
     EXPECT_TRUE(m_stream.contains("INFO found magic logging directory " + magicFolder()));
+}
+
+namespace {
+std::string lookupFailure(int folder)
+{
+    char path[MAX_PATH + 1] = {};
+    const HRESULT result = SHGetFolderPathA(nullptr, folder, nullptr, SHGFP_TYPE_CURRENT, path);
+    EXPECT_TRUE(FAILED(result)) << "the test needs a folder that cannot be found";
+    return ": failure: " + getWindowsErrorText(static_cast<unsigned>(result));
+}
+} // namespace
+
+TEST_F(LoggerFile, failedLookupOfTheApplicationDataFolderLeavesTheDirectoryAsItWas)
+{
+    std::filesystem::remove(m_world.appData());
+    m_world.start();
+    const std::string failure = lookupFailure(CSIDL_LOCAL_APPDATA);
+    EXPECT_TRUE(
+        m_stream.contains("ERROR SHGetFolderPath(0, CSIDL_LOCAL_APPDATA, 0, SHGFP_TYPE_CURRENT, localappdatadir)" + failure));
+    EXPECT_EQ(logger().logDirectory(), "");
+    EXPECT_EQ(logger().logFilePrefix(), "");
+
+    m_world.setPreference("logpath", m_world.folder());
+    m_world.start();
+    EXPECT_EQ(logger().logDirectory(), m_world.folder() + "\\") << "the registry is read all the same";
+}
+
+TEST_F(LoggerFile, failedLookupOfTheDesktopMeansTheRegistry)
+{
+    std::filesystem::remove(m_world.desktop());
+    m_world.setPreference("loglevel", LOGLEVEL_INFO);
+    m_world.start();
+    const std::string failure = lookupFailure(CSIDL_DESKTOPDIRECTORY);
+    EXPECT_TRUE(
+        m_stream.contains("ERROR SHGetFolderPath(0, CSIDL_DESKTOPDIRECTORY, 0, SHGFP_TYPE_CURRENT, desktopdir)" + failure));
+    EXPECT_EQ(logger().maxLogLevel(), LOGLEVEL_INFO);
+    EXPECT_EQ(logger().logDirectory(), defaultFolder() + "\\");
 }
 
 TEST_F(LoggerFile, emptyLogPathTurnsFileLoggingOff)
