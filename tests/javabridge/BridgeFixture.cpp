@@ -1,20 +1,47 @@
 #include "tests/javabridge/BridgeFixture.h"
 
+#include "javabridge/JNIHelper.h"
+
 #include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <mutex>
+#include <utility>
 
 namespace {
 
-void JNICALL testBridgeEvent(JNIEnv*, jobject, jstring, jint)
+std::mutex s_eventsMutex;
+Strings s_events;
+
+void receive(const std::string& event)
 {
-}
-void JNICALL onControlReady(JNIEnv*, jobject, jstring)
-{
-}
-void JNICALL onCustomEvent(JNIEnv*, jobject, jstring)
-{
+    const std::lock_guard lock(s_eventsMutex);
+    s_events.push_back(event + " on thread " + std::to_string(GetCurrentThreadId()));
 }
 
-const std::string CLASS_NAME = "CBridgeClient  ";
+std::string narrow(JNIEnv* env, jstring text)
+{
+    SharedText shared;
+    JNIHelper::javaStringToText(&shared, env, text);
+    return shared.narrow();
+}
+
+void JNICALL testBridgeEvent(JNIEnv* env, jobject, jstring text, jint delay)
+{
+    receive("testBridgeEvent " + narrow(env, text) + ", " + std::to_string(delay));
+}
+
+void JNICALL onControlReady(JNIEnv* env, jobject, jstring text)
+{
+    receive("OnControlReady " + narrow(env, text));
+}
+
+void JNICALL onCustomEvent(JNIEnv* env, jobject, jstring text)
+{
+    receive("OnCustomEvent " + narrow(env, text));
+}
+
+const std::string CLASS_NAMES[] = {"CBridgeClient  ", "CJavaManagerJNIClient  "};
 
 } // namespace
 
@@ -80,6 +107,12 @@ testing::AssertionResult sameStrings(const Strings& actual, const Strings& expec
     return result;
 }
 
+Strings takeReceivedEvents()
+{
+    const std::lock_guard lock(s_eventsMutex);
+    return std::exchange(s_events, {});
+}
+
 ClientLog::ClientLog()
 {
     Logger::setMaxLogLevel(LOGLEVEL_TRACE);
@@ -88,6 +121,12 @@ ClientLog::ClientLog()
 
 ClientLog::~ClientLog()
 {
+    if (testing::Test::HasFailure()) {
+        const std::vector<fixtures::LogLine> lines = m_stream.lines();
+        for (size_t index = lines.size() - std::min<size_t>(lines.size(), 60); index < lines.size(); index++) {
+            std::printf("log: %s %s\n", lines[index].level.c_str(), lines[index].body.c_str());
+        }
+    }
     Logger::setMaxLogLevel(LOGLEVEL_WARN);
 }
 
@@ -104,8 +143,10 @@ Strings ClientLog::take(bool wantScopes)
             continue;
         }
         std::string text = line.text();
-        if (text.starts_with(CLASS_NAME)) {
-            text.erase(0, CLASS_NAME.size());
+        const auto* const className = std::find_if(std::begin(CLASS_NAMES), std::end(CLASS_NAMES),
+                                                   [&](const std::string& name) { return text.starts_with(name); });
+        if (className != std::end(CLASS_NAMES)) {
+            text.erase(0, className->size());
         } else if (wantScopes) {
             continue;
         }

@@ -29,6 +29,9 @@ Strings setterCalls(const std::string& object, const std::string& method, const 
 // The record of an exception's capture, from the check on.
 Strings captureCalls(const std::string& exceptionClass, const std::string& message);
 
+// What the listener's natives were given since the last call of this: "NAME TEXT[, DELAY] on thread ID".
+Strings takeReceivedEvents();
+
 // Opens what the room keeps to itself.
 class CBridgeClient : public CJavaManagerJNIClient
 {
@@ -58,7 +61,7 @@ public:
     using CJavaManagerJNIClient::registerNative;
 };
 
-// What the client logged at the highest level, without the class name in front.
+// What the client logged at the highest level, without the class name in front. The end of it is printed when the test failed.
 class ClientLog
 {
 public:

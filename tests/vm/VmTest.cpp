@@ -1,0 +1,367 @@
+// The bridge on real Java virtual machines. A process holds one machine only, so that each test needs a process of its own.
+#include "tests/javabridge/BridgeFixture.h"
+
+#include "atl/atl.h"
+#include "javabridge/SharedText.h"
+
+#include <cstdlib>
+#include <functional>
+
+namespace {
+
+const std::string NEW_RUNTIMES = "SOFTWARE\\JavaSoft\\JRE";
+const std::string PREFERENCES = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
+
+std::string windowsPath(const std::string& path)
+{
+    std::string result = path.starts_with('/') ? "Z:" + path : path;
+    std::replace(result.begin(), result.end(), '/', '\\');
+    return result;
+}
+
+// The folder of a pinned runtime, by its main version.
+std::string runtimeFolder(int version)
+{
+    const char* const folder = std::getenv(("KESTA_JAVA_" + std::to_string(version)).c_str());
+    if (folder == nullptr) {
+        throw std::runtime_error("KESTA_JAVA_" + std::to_string(version) + " is not set: run inside the tool environment");
+    }
+    return windowsPath(folder);
+}
+
+std::string besideExecutable(const std::string& name)
+{
+    char path[MAX_PATH + 1] = "";
+    GetModuleFileNameA(nullptr, path, sizeof path);
+    return (std::filesystem::path(path).parent_path() / name).string();
+}
+
+class VmTest : public testing::Test
+{
+protected:
+    VmTest()
+    {
+        static int s_tests = 0;
+        EXPECT_EQ(++s_tests, 1) << "run the tests one by one: a process holds one machine";
+    }
+    ~VmTest() override
+    {
+        if (client() != nullptr) {
+            client()->stopBean(bean, frame, listener);
+            CJavaManagerJNIClient::cleanUp();
+        }
+    }
+
+    // Starts the machine that the registry names, on the registry of the test's own.
+    void startMachine(const std::string& jar, int version = 21, const std::string& option = "")
+    {
+        fixtures::RegistryScratch machine(HKEY_LOCAL_MACHINE);
+        machine.createKey("SOFTWARE\\JavaSoft\\Java Runtime Environment");
+        machine.setString(NEW_RUNTIMES, "CurrentVersion", std::to_string(version));
+        machine.setString(NEW_RUNTIMES + "\\" + std::to_string(version), "RuntimeLib",
+                          runtimeFolder(version) + "\\bin\\server\\jvm.dll");
+        machine.createKey(PREFERENCES, KEY_WOW64_32KEY);
+        if (!option.empty()) {
+            machine.setString(PREFERENCES, "jvm_option_1", option, KEY_WOW64_32KEY);
+        }
+        const std::string basisControl = besideExecutable(jar);
+        CJavaManagerJNIClient::createInstance(basisControl.c_str());
+        ASSERT_TRUE(
+            log.stream().contains("TRACE CJavaManagerJNIClient  m_JVM->AttachCurrentThread((void**)&m_ENV, NULL): successfull"));
+    }
+    HRESULT startBean(const std::string& name = "Control")
+    {
+        return client()->startBean(&bean, &frame, &frameID, "kestatest", name.c_str());
+    }
+    // Machine, bean, frame and listener.
+    void startControl(int version = 21, const std::string& option = "")
+    {
+        startMachine("whole.jar", version, option);
+        ASSERT_EQ(startBean(), S_OK);
+        ASSERT_EQ(client()->regEventListener(&listener, frame, bean), S_OK);
+    }
+    std::wstring callMethod(const wchar_t* name, const wchar_t* argument)
+    {
+        CComBSTR result;
+        EXPECT_EQ(client()->callMethod(bean, CComBSTR(name), CComBSTR(argument), &result), S_OK);
+        return result.m_str == nullptr ? L"(null)" : std::wstring(result.m_str, result.Length());
+    }
+    // The errors that were logged since the last call of this.
+    Strings takeErrors() { return log.takeStatements("ERROR"); }
+
+    static CJavaManagerJNIClient* client() { return CJavaManagerJNIClient::s_Instance; }
+
+    jobject bean = nullptr;
+    jobject frame = nullptr;
+    jobject listener = nullptr;
+    int frameID = 0;
+    CComBSTR result;
+    ClientLog log;
+};
+
+class RuntimeTest : public VmTest, public testing::WithParamInterface<int>
+{
+};
+
+TEST_P(RuntimeTest, startsAnswersAndStops)
+{
+    // Runtime 17 looks its zip library up late, by its bare name: the runtime's folder has to be on the search path.
+    SetDllDirectoryA((runtimeFolder(GetParam()) + "\\bin").c_str());
+    startControl(GetParam());
+    EXPECT_EQ(callMethod(L"setText", L"Hello"), L"setText|Hello");
+    EXPECT_EQ(client()->stopBean(bean, frame, listener), S_OK);
+    bean = frame = listener = nullptr;
+    log.takeStatements();
+    EXPECT_EQ(CJavaManagerJNIClient::cleanUp(), 0);
+    EXPECT_STRINGS(log.takeStatements(),
+                   Strings{"TRACE m_JVM->DetachCurrentThread(): successfull", "TRACE FreeLibrary(m_DLLHandle): success",
+                           "TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton."});
+}
+
+INSTANTIATE_TEST_SUITE_P(Java, RuntimeTest, testing::Values(11, 17, 21, 25));
+
+// The whole life of a control, as the frame and the control see it.
+void liveAndDie(CJavaManagerJNIClient* client, jobject& bean, jobject& frame, jobject& listener, int& frameID,
+                const std::function<std::wstring(const wchar_t*, const wchar_t*)>& callMethod)
+{
+    EXPECT_EQ(callMethod(L"calls", L""), CComBSTR(("control,frame kesta_frame_" + std::to_string(GetCurrentProcessId()) +
+                                                   ",setFocusableWindowState false,setUndecorated true,"
+                                                   "addORVANEControlListener com.velmora.tq.kesta.KESTAListener")
+                                                      .c_str())
+                                             .m_str);
+    EXPECT_EQ(client->setFrameVisible(frame, true), S_OK);
+    EXPECT_NE(FindWindowA(nullptr, ("kesta_frame_" + std::to_string(frameID)).c_str()), nullptr);
+    EXPECT_EQ(client->addBean(frame, bean), S_OK);
+    EXPECT_EQ(client->setFrameBounds(frame, 1, 2, 3, 4), S_OK);
+    EXPECT_EQ(client->setFrameEnabled(frame, false), S_OK);
+    EXPECT_EQ(client->setFrameEnabled(frame, true), S_OK);
+    callMethod(L"calls", L"");
+    EXPECT_EQ(client->validateFrameAndBean(frame, bean), S_OK);
+    CComBSTR result;
+    EXPECT_EQ(client->setUsedControl(frame, bean, CComBSTR(L"first"), CComBSTR(L"second"), &result), S_OK);
+    EXPECT_STREQ(result, L"first|second");
+    EXPECT_EQ(callMethod(L"calls", L""), L"validate control,setFocusableWindowState true,setUsedControl");
+    EXPECT_EQ(client->stopBean(bean, frame, listener), S_OK);
+
+    bean = frame = listener = nullptr;
+    const int before = frameID;
+    EXPECT_EQ(client->startBean(&bean, &frame, &frameID, "kestatest", "Control"), S_OK) << "a second control can be started";
+    EXPECT_EQ(frameID, before + 1);
+    const std::wstring calls = callMethod(L"calls", L"");
+    EXPECT_TRUE(calls.starts_with(L"free,removeORVANEControlListener the same,removeAll,remove kestatest.Control,dispose,"
+                                  "control,frame kesta_frame_"))
+        << narrowText(calls.c_str(), calls.size());
+}
+
+TEST_F(VmTest, controlLivesInItsFrame)
+{
+    startControl();
+    takeErrors();
+    liveAndDie(client(), bean, frame, listener, frameID,
+               [&](const wchar_t* name, const wchar_t* argument) { return callMethod(name, argument); });
+    EXPECT_STRINGS(takeErrors(), Strings{});
+}
+
+TEST_F(VmTest, machineThatChecksJniFindsNothingFatal)
+{
+    startControl(21, "-Xcheck:jni");
+    takeErrors();
+    liveAndDie(client(), bean, frame, listener, frameID,
+               [&](const wchar_t* name, const wchar_t* argument) { return callMethod(name, argument); });
+    EXPECT_STRINGS(takeErrors(), Strings{});
+}
+
+TEST_F(VmTest, everyForwardedMethodAnswers)
+{
+    startControl();
+    CJavaManagerJNIClient* const java = client();
+    const CComBSTR first(L"first");
+    const CComBSTR second(L"second");
+    EXPECT_EQ(java->callMethodCompressed(bean, first, -5, second, &result), S_OK);
+    EXPECT_STREQ(result, L"first|-5|second");
+    EXPECT_EQ(java->displayDebugConsole(bean, &result), S_OK);
+    EXPECT_STREQ(result, L"console");
+    EXPECT_EQ(java->free(bean, &result), S_OK);
+    EXPECT_STREQ(result, L"freed");
+    EXPECT_EQ(java->getBasisControlVersionInfo(bean, &result), S_OK);
+    EXPECT_STREQ(result, L"basis version");
+    EXPECT_EQ(java->getVersionInfo(bean, first, &result), S_OK);
+    EXPECT_STREQ(result, L"version of first");
+    EXPECT_EQ(java->setLogLevel(bean, 3, &result), S_OK);
+    EXPECT_STREQ(result, L"level 3");
+    EXPECT_EQ(java->setProperty(bean, first, second, &result), S_OK);
+    EXPECT_STREQ(result, L"first=second");
+    EXPECT_EQ(java->updateVersion(bean, first, &result), S_OK);
+    EXPECT_STREQ(result, L"updated first");
+}
+
+TEST_F(VmTest, nullAnswersAndNullArgumentsAreEmptyTexts)
+{
+    startControl();
+    EXPECT_EQ(client()->getProperty(bean, CComBSTR(L"x"), &result), S_OK);
+    ASSERT_NE(result.m_str, nullptr);
+    EXPECT_EQ(result.Length(), 0u);
+    EXPECT_EQ(callMethod(L"null", L"x"), L"");
+    EXPECT_EQ(callMethod(nullptr, nullptr), L"|");
+    EXPECT_EQ(client()->updateVersion(bean, nullptr, &result), S_OK);
+    EXPECT_STREQ(result, L"updated ");
+    EXPECT_EQ(client()->updateVersion(bean, nullptr, nullptr), S_OK);
+    EXPECT_STRINGS(takeErrors(), Strings{"result!=NULL: false"});
+}
+
+TEST_F(VmTest, textOutsideAsciiIsKeptAsItsBytes)
+{
+    startControl();
+    ASSERT_EQ(GetACP(), 1252u) << "the texts of this test are in Windows-1252";
+    // Up to Java the text goes as ANSI bytes, which Java takes for its modified UTF-8. A byte that begins no character is a
+    // character of its own; bytes that happen to form one become that one.
+    EXPECT_EQ(callMethod(L"codes", L"a\u00E4!"), L"0061 00E4 0021"); // 61 E4 21
+    EXPECT_EQ(callMethod(L"codes", L"\u00C3\u00A4"), L"00E4");       // C3 A4
+    EXPECT_EQ(callMethod(L"codes", L"\u00E2\u201A\u00AC"), L"20AC"); // E2 82 AC
+    EXPECT_EQ(callMethod(L"codes", L"\u4E2D"), L"003F");             // not in the code page: a question mark
+    // This machine takes the number of bytes that can begin a character for the length: a lone byte that cannot, such as the 80
+    // of the euro sign, costs the text its last character.
+    EXPECT_EQ(callMethod(L"codes", L"a\u20ACb"), L"0061 0080"); // 61 80 62
+    EXPECT_EQ(callMethod(L"codes", L"\u20AC"), L"");            // 80
+    // Down from Java the bytes of the modified UTF-8 are taken for ANSI text.
+    EXPECT_EQ(callMethod(L"text", L"E4"), L"\u00C3\u00A4");                            // C3 A4
+    EXPECT_EQ(callMethod(L"text", L"20AC"), L"\u00E2\u201A\u00AC");                    // E2 82 AC
+    EXPECT_EQ(callMethod(L"text", L"4E2D"), L"\u00E4\u00B8\u00AD");                    // E4 B8 AD
+    EXPECT_EQ(callMethod(L"text", L"0"), L"\u00C0\u20AC");                             // C0 80, Java's way to write a zero
+    EXPECT_EQ(callMethod(L"text", L"1F600"), L"\u00ED\u00A0\u00BD\u00ED\u00B8\u20AC"); // ED A0 BD ED B8 80, a surrogate pair
+    // Both ways.
+    EXPECT_EQ(callMethod(L"\u00E4", L"\u00FC"), L"\u00C3\u00A4|\u00C3\u00BC");
+    takeErrors();
+    EXPECT_EQ(client()->callMethod(bean, CComBSTR(L"throwWithMessage"), CComBSTR(L"\u00E4"), &result), E_FAIL);
+    EXPECT_EQ(takeErrors().front(), "Exception: java.lang.IllegalStateException: \xC3\xA4\n") << "the log keeps the bytes";
+    EXPECT_EQ(client()->testBridge(listener, L"\u00E4", 1, 2), S_OK);
+    EXPECT_STRINGS(takeReceivedEvents(),
+                   Strings{"testBridgeEvent \xC3\xA4 1, 2 on thread " + std::to_string(GetCurrentThreadId())});
+}
+
+TEST_F(VmTest, exceptionsEndInTheLog)
+{
+    startControl();
+    takeErrors();
+    const CComBSTR message(L"said why");
+    EXPECT_EQ(client()->callMethod(bean, CComBSTR(L"throwWithMessage"), message, &result), E_FAIL);
+    EXPECT_STRINGS(takeErrors(),
+                   Strings{"Exception: java.lang.IllegalStateException: said why\n", "checkNoJNIException(): false"});
+    EXPECT_EQ(client()->callMethod(bean, CComBSTR(L"throwWithoutMessage"), message, &result), E_FAIL);
+    EXPECT_STRINGS(takeErrors(), Strings{"Exception: java.lang.IllegalStateException: \n", "checkNoJNIException(): false"});
+    EXPECT_EQ(client()->callMethod(bean, CComBSTR(L"throwItsOwn"), message, &result), E_FAIL);
+    EXPECT_STRINGS(takeErrors(), Strings{"Exception: kestatest.Control$Failure: \n", "checkNoJNIException(): false"});
+    EXPECT_EQ(result.m_str, nullptr);
+    EXPECT_EQ(callMethod(L"still", L"there"), L"still|there");
+    EXPECT_STRINGS(takeErrors(), Strings{});
+}
+
+TEST_F(VmTest, missingMethodFailsNoLaterCall)
+{
+    startMachine("whole.jar");
+    ASSERT_EQ(startBean("WithoutMethods"), S_OK);
+    takeErrors();
+    EXPECT_EQ(client()->callMethod(bean, nullptr, nullptr, &result), E_FAIL);
+    EXPECT_EQ(client()->setFrameEnabled(frame, true), S_OK);
+    EXPECT_EQ(client()->regEventListener(&listener, frame, bean), E_FAIL);
+    EXPECT_EQ(client()->addBean(frame, bean), S_OK);
+    EXPECT_STRINGS(takeErrors(), Strings{"callMethodID != NULL: false", "addORVListenerID!=NULL: false"});
+    EXPECT_EQ(client()->stopBean(bean, frame, listener), S_OK);
+    EXPECT_STRINGS(takeErrors(), Strings{"freeID != NULL: false", "removeID!=NULL: false"}) << "removeAll is every panel's";
+    bean = frame = listener = nullptr;
+}
+
+TEST_F(VmTest, missingControlClass)
+{
+    startMachine("whole.jar");
+    takeErrors();
+    EXPECT_EQ(startBean("NotThere"), E_FAIL);
+    EXPECT_STRINGS(takeErrors(), Strings{"m_BeanClass!=NULL: false"});
+    EXPECT_EQ(client()->regEventListener(&listener, frame, bean), E_FAIL);
+    EXPECT_STRINGS(takeErrors(), Strings{"addORVListenerID!=NULL: false"});
+    EXPECT_EQ(client()->setFrameVisible(frame, true), E_FAIL);
+    EXPECT_EQ(client()->callMethod(bean, nullptr, nullptr, &result), E_FAIL);
+    EXPECT_STRINGS(takeErrors(), Strings{"methodID!=NULL: false", "callMethodID != NULL: false"});
+    EXPECT_EQ(startBean(), S_OK) << "nothing is left pending";
+}
+
+TEST_F(VmTest, missingControlJar)
+{
+    startMachine("not there.jar");
+    takeErrors();
+    EXPECT_EQ(startBean(), E_FAIL);
+    EXPECT_STRINGS(takeErrors(), Strings{"m_BeanClass!=NULL: false"});
+    EXPECT_EQ(client()->regEventListener(&listener, frame, bean), E_FAIL);
+    EXPECT_STRINGS(takeErrors(), Strings{"localReference!=NULL: false"});
+}
+
+TEST_F(VmTest, missingFrameClass)
+{
+    startMachine("noframe.jar");
+    takeErrors();
+    EXPECT_EQ(startBean(), E_FAIL);
+    EXPECT_STRINGS(takeErrors(), Strings{"localReference!=NULL: false"});
+    EXPECT_NE(bean, nullptr);
+    EXPECT_EQ(frame, nullptr);
+    EXPECT_EQ(client()->regEventListener(&listener, frame, bean), S_OK);
+    EXPECT_EQ(client()->setFrameVisible(frame, true), E_FAIL);
+    EXPECT_EQ(client()->addBean(frame, bean), E_FAIL);
+    EXPECT_STRINGS(takeErrors(), Strings{"methodID!=NULL: false", "addID!=NULL: false"});
+    EXPECT_EQ(callMethod(L"still", L"there"), L"still|there");
+    EXPECT_EQ(client()->stopBean(bean, frame, listener), S_OK);
+    EXPECT_STRINGS(takeErrors(), Strings{});
+    bean = listener = nullptr;
+}
+
+TEST_F(VmTest, missingListenerClass)
+{
+    startMachine("nolistener.jar");
+    ASSERT_EQ(startBean(), S_OK);
+    takeErrors();
+    EXPECT_EQ(client()->regEventListener(&listener, frame, bean), E_FAIL);
+    EXPECT_STRINGS(takeErrors(), Strings{"localReference!=NULL: false"});
+    EXPECT_EQ(client()->testBridge(listener, L"x", 1, 2), E_FAIL);
+    EXPECT_STRINGS(takeErrors(), Strings{"debugTextMethodID != NULL: false"});
+    EXPECT_EQ(callMethod(L"still", L"there"), L"still|there");
+    EXPECT_EQ(client()->stopBean(bean, frame, listener), S_OK);
+    EXPECT_STRINGS(takeErrors(), Strings{}) << "the control is asked to remove a listener that is null";
+    bean = frame = nullptr;
+}
+
+TEST_F(VmTest, constructorThatThrows)
+{
+    startMachine("whole.jar");
+    takeErrors();
+    EXPECT_EQ(startBean("ThrowingConstructor"), E_FAIL);
+    EXPECT_STRINGS(takeErrors(),
+                   Strings{"Exception: java.lang.UnsupportedOperationException: not today\n", "checkNoJNIException(): false"});
+    EXPECT_EQ(bean, nullptr);
+}
+
+TEST_F(VmTest, constructorThatNeedsAnArgument)
+{
+    startMachine("whole.jar");
+    takeErrors();
+    EXPECT_EQ(startBean("WithoutConstructor"), E_FAIL);
+    EXPECT_STRINGS(takeErrors(), Strings{"constructID!=NULL: false"});
+    EXPECT_EQ(startBean(), S_OK);
+    EXPECT_STRINGS(takeErrors(), Strings{});
+}
+
+TEST_F(VmTest, eventsOfAForwardedCallArriveOnItsThread)
+{
+    startControl();
+    takeReceivedEvents();
+    EXPECT_EQ(callMethod(L"raise", L"an event"), L"raised");
+    const std::string thread = " on thread " + std::to_string(GetCurrentThreadId());
+    EXPECT_STRINGS(takeReceivedEvents(),
+                   Strings{"OnControlReady ready for an event" + thread, "OnCustomEvent an event" + thread});
+    EXPECT_EQ(client()->testBridge(listener, L"loop", 3, 500), S_OK);
+    EXPECT_STRINGS(takeReceivedEvents(), Strings{"testBridgeEvent loop 3, 500" + thread});
+    takeErrors();
+    EXPECT_EQ(client()->testBridge(listener, L"loop", -1, 500), E_FAIL);
+    EXPECT_STRINGS(takeErrors(),
+                   Strings{"Exception: java.lang.IllegalArgumentException: ttl -1\n", "checkNoJNIException(): false"});
+}
+
+} // namespace

@@ -1,0 +1,66 @@
+package com.velmora.tq.kesta;
+
+import java.awt.Component;
+import java.awt.Frame;
+import kestatest.Calls;
+
+/**
+ * A frame that notes what the bridge asks of it. Deliberately without a validate of its own: the bridge calls the frame's method on
+ * the control, too, and a machine that checks JNI calls ends the process unless both inherit it from the same class.
+ */
+public class KESTAFrame extends Frame {
+    private static final long serialVersionUID = 1L;
+
+    public KESTAFrame(String name) {
+        super(name);
+        Calls.note("frame " + name);
+    }
+
+    @Override
+    public void setFocusableWindowState(boolean focusable) {
+        Calls.note("setFocusableWindowState " + focusable);
+        super.setFocusableWindowState(focusable);
+    }
+
+    @Override
+    public void setUndecorated(boolean undecorated) {
+        Calls.note("setUndecorated " + undecorated);
+        super.setUndecorated(undecorated);
+    }
+
+    @Override
+    public void setVisible(boolean visible) {
+        Calls.note("setVisible " + visible);
+        super.setVisible(visible);
+    }
+
+    @Override
+    public void setEnabled(boolean enabled) {
+        Calls.note("setEnabled " + enabled);
+        super.setEnabled(enabled);
+    }
+
+    /** What arrives here is what happened to lie on the stack: it is not used. */
+    @Override
+    public void setBounds(int x, int y, int width, int height) {
+        Calls.note("setBounds");
+    }
+
+    @Override
+    public Component add(Component component) {
+        Calls.note("add " + component.getClass().getName());
+        return super.add(component);
+    }
+
+    @Override
+    public void remove(Component component) {
+        Calls.note("remove " + component.getClass().getName());
+        super.remove(component);
+    }
+
+    @Override
+    public void dispose() {
+        Calls.note("dispose");
+        super.dispose();
+    }
+}

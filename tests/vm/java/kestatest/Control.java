@@ -1,0 +1,121 @@
+package kestatest;
+
+import com.orvane.tech.client.qmrt.QMRTControlListenerI;
+import java.awt.Panel;
+
+/** A control whose callMethod does what its first argument says. */
+public class Control extends Panel {
+    private static final long serialVersionUID = 1L;
+
+    private transient QMRTControlListenerI listener;
+
+    public Control() {
+        Calls.note("control");
+    }
+
+    public String callMethod(String name, String argument) {
+        switch (name) {
+            case "calls":
+                return Calls.take();
+            case "throwWithMessage":
+                throw new IllegalStateException(argument);
+            case "throwWithoutMessage":
+                throw new IllegalStateException();
+            case "throwItsOwn":
+                throw new Failure();
+            case "null":
+                return null;
+            case "codes":
+                return codes(argument);
+            case "text":
+                return new String(Character.toChars(Integer.parseInt(argument, 16)));
+            case "raise":
+                listener.customEvent(argument);
+                return "raised";
+            default:
+                return name + "|" + argument;
+        }
+    }
+
+    public String callMethodCompressed(String first, int number, String second) {
+        return first + "|" + number + "|" + second;
+    }
+
+    public String displayDebugConsole() {
+        return "console";
+    }
+
+    public String free() {
+        Calls.note("free");
+        return "freed";
+    }
+
+    public String getBasisControlVersionInfo() {
+        return "basis version";
+    }
+
+    public String getProperty(String name) {
+        return null;
+    }
+
+    public String getVersionInfo(String name) {
+        return "version of " + name;
+    }
+
+    public String setLogLevel(int level) {
+        return "level " + level;
+    }
+
+    public String setProperty(String name, String value) {
+        return name + "=" + value;
+    }
+
+    public String setUsedControl(String name, String argument) {
+        Calls.note("setUsedControl");
+        return name + "|" + argument;
+    }
+
+    public String updateVersion(String name) {
+        return "updated " + name;
+    }
+
+    public void addORVANEControlListener(QMRTControlListenerI added) {
+        Calls.note("addORVANEControlListener " + added.getClass().getName());
+        listener = added;
+    }
+
+    public void removeORVANEControlListener(QMRTControlListenerI removed) {
+        Calls.note("removeORVANEControlListener " + (removed == listener ? "the same" : "another"));
+        listener = null;
+    }
+
+    @Override
+    public void removeAll() {
+        Calls.note("removeAll");
+        super.removeAll();
+    }
+
+    @Override
+    public void validate() {
+        Calls.note("validate control");
+        super.validate();
+    }
+
+    private static String codes(String text) {
+        StringBuilder codes = new StringBuilder();
+        for (char character : text.toCharArray()) {
+            codes.append(String.format("%04X ", (int) character));
+        }
+        return codes.toString().trim();
+    }
+
+    /** An exception that cannot say its message. */
+    private static final class Failure extends RuntimeException {
+        private static final long serialVersionUID = 1L;
+
+        @Override
+        public String getMessage() {
+            throw new IllegalStateException("no message");
+        }
+    }
+}
