@@ -1,0 +1,94 @@
+#include "tests/process/DebugMonitor.h"
+
+#include <cstring>
+#include <stdexcept>
+
+namespace fixtures {
+
+namespace {
+
+// What a sender leaves in the shared page.
+struct Page
+{
+    DWORD process;
+    char text[4096 - sizeof(DWORD)];
+};
+
+constexpr char SERVER_LINE[] = "KESTA KESTAx64.exe ";
+
+} // namespace
+
+CDebugMonitor::CDebugMonitor()
+    : m_mutexOfSenders(CreateMutexA(nullptr, FALSE, "DBWinMutex"))
+    , m_mapping(CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(Page), "DBWIN_BUFFER"))
+    , m_bufferReady(CreateEventA(nullptr, FALSE, FALSE, "DBWIN_BUFFER_READY"))
+    , m_dataReady(CreateEventA(nullptr, FALSE, FALSE, "DBWIN_DATA_READY"))
+    , m_changed(CreateEventA(nullptr, FALSE, FALSE, nullptr))
+    , m_stop(CreateEventA(nullptr, TRUE, FALSE, nullptr))
+{
+    if (!m_mutexOfSenders || !m_mapping || !m_bufferReady || !m_dataReady)
+        throw std::runtime_error("the debugger stream cannot be read");
+    m_collector = std::thread([this] { collect(); });
+}
+
+CDebugMonitor::~CDebugMonitor()
+{
+    stop();
+}
+
+void CDebugMonitor::stop()
+{
+    if (!m_collector.joinable())
+        return;
+    SetEvent(m_stop);
+    m_collector.join();
+    m_bufferReady.Close();
+    m_dataReady.Close();
+    m_mapping.Close();
+}
+
+void CDebugMonitor::collect()
+{
+    const auto* const page = static_cast<const Page*>(MapViewOfFile(m_mapping, FILE_MAP_READ, 0, 0, 0));
+    const HANDLE handles[] = {m_stop, m_dataReady};
+    SetEvent(m_bufferReady);
+    while (WaitForMultipleObjects(2, handles, FALSE, INFINITE) != WAIT_OBJECT_0) {
+        Line line{page->process, std::string(page->text, strnlen(page->text, sizeof page->text))};
+        if (line.text.ends_with('\n'))
+            line.text.pop_back();
+        {
+            const std::lock_guard lock(m_mutex);
+            if (line.text.starts_with(SERVER_LINE) && !m_senders.contains(line.process))
+                m_senders.emplace(line.process, std::make_shared<CProcess>(line.process));
+            m_lines.push_back(std::move(line));
+        }
+        SetEvent(m_bufferReady);
+        SetEvent(m_changed);
+    }
+    UnmapViewOfFile(page);
+}
+
+std::vector<CDebugMonitor::Line> CDebugMonitor::lines() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_lines;
+}
+
+std::vector<std::string> CDebugMonitor::lines(DWORD process) const
+{
+    const std::lock_guard lock(m_mutex);
+    std::vector<std::string> texts;
+    for (const Line& line : m_lines) {
+        if (line.process == process)
+            texts.push_back(line.text);
+    }
+    return texts;
+}
+
+std::map<DWORD, std::shared_ptr<CProcess>> CDebugMonitor::senders() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_senders;
+}
+
+} // namespace fixtures

@@ -1,0 +1,64 @@
+// A client in a process of its own. It creates the object, connects a sink, prints "frame ID", and then does what its role says:
+//   hold           pushes its window, takes the frame in, and releases everything when a line arrives on its standard input
+//   hold-unpushed  the same without ever giving the server a window
+//   die-in-sink    pushes its window, lets a Java timer raise events and ends itself inside its sink, while the server waits for
+//   it
+#include "tests/process/Client.h"
+
+#include <cstdio>
+#include <iostream>
+
+using namespace fixtures;
+
+namespace {
+
+constexpr UINT EXIT_CODE_OF_DEATH = 7;
+constexpr size_t EVENTS_BEFORE_DEATH = 20;
+
+int serve(const std::string& role)
+{
+    ATL::CComPtr<IJavaManager> manager;
+    if (FAILED(manager.CoCreateInstance(CLSID_JavaManager, CLSCTX_LOCAL_SERVER)))
+        return 1;
+    int frameId = 0;
+    if (FAILED(manager->getBeanFrameID(&frameId)))
+        return 2;
+    CSink sink;
+    CConnection connection(manager, sink);
+    CClientWindow window;
+    if (role != "hold-unpushed") {
+        if (!window.takeIn(frameId) || FAILED(manager->pushWindowHandle(window.handle())))
+            return 3;
+        if (!pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }))
+            return 4;
+    }
+    if (role == "die-in-sink") {
+        sink.reaction = [&](const CSink::Event&) {
+            if (sink.events.size() > EVENTS_BEFORE_DEATH)
+                TerminateProcess(GetCurrentProcess(), EXIT_CODE_OF_DEATH);
+        };
+        callMethod(manager, "startTimer", "1");
+    }
+    std::printf("frame %d\n", frameId);
+    std::fflush(stdout);
+
+    const ATL::CHandle lineArrived(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    std::thread reader([&] {
+        std::string line;
+        std::getline(std::cin, line);
+        SetEvent(lineArrived);
+    });
+    pumpUntil([&] { return WaitForSingleObject(lineArrived, 0) == WAIT_OBJECT_0; }, {lineArrived}, INFINITE);
+    reader.join();
+    return 0;
+}
+
+} // namespace
+
+int main(int count, char** arguments)
+{
+    CoInitialize(nullptr);
+    const int result = count == 2 ? serve(arguments[1]) : -1;
+    CoUninitialize();
+    return result;
+}

@@ -1,0 +1,325 @@
+// Events of the control at the client's sinks.
+#include "tests/process/ServerFixture.h"
+
+#include <algorithm>
+#include <set>
+
+namespace fixtures {
+namespace {
+
+using ATL::CComBSTR;
+
+class EventTest : public ServerTest
+{
+protected:
+    // The thread that runs the server's message loop.
+    DWORD mainThread(DWORD process) const
+    {
+        for (const std::string& text : monitor.lines(process)) {
+            const auto line = parseLogLine(text);
+            if (line && line->marker == "->" && line->message.starts_with("WinMain "))
+                return line->thread;
+        }
+        return 0;
+    }
+
+    // The threads that have logged a message beginning so.
+    std::set<DWORD> threadsOf(DWORD process, const std::string& beginning) const
+    {
+        std::set<DWORD> threads;
+        for (const std::string& text : monitor.lines(process)) {
+            const auto line = parseLogLine(text);
+            if (line && line->message.starts_with(beginning))
+                threads.insert(line->thread);
+        }
+        return threads;
+    }
+
+    // As the mouse does it.
+    static void click(POINT place)
+    {
+        SetCursorPos(place.x, place.y);
+        INPUT inputs[2] = {};
+        inputs[0].type = INPUT_MOUSE;
+        inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
+        inputs[1].type = INPUT_MOUSE;
+        inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
+        SendInput(2, inputs, sizeof *inputs);
+    }
+
+    void release(SManager& manager)
+    {
+        manager.object.Release();
+        expectEnd(*manager.server);
+    }
+};
+
+TEST_F(EventTest, ClickOnTheButtonReachesTheSinkOnTheServersMainThread)
+{
+    SManager manager = create();
+    CClientWindow window;
+    CSink sink;
+    CConnection connection(manager.object, sink);
+    ASSERT_TRUE(window.takeIn(manager.frameId()));
+    ASSERT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
+    ASSERT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
+    EXPECT_EQ("typed", callMethod(manager.object, "setText", "typed"));
+
+    // The button stands in the control's lower right corner.
+    const HWND frame =
+        FindWindowExA(window.pane(), nullptr, nullptr, ("kesta_frame_" + std::to_string(manager.frameId())).c_str());
+    ASSERT_NE(nullptr, frame);
+    RECT pane = {};
+    RECT area = {};
+    GetClientRect(window.pane(), &pane);
+    ASSERT_TRUE(pumpUntil([&] { return GetClientRect(frame, &area) && EqualRect(&area, &pane); }));
+    POINT button = {area.right - 40, area.bottom - 25};
+    ClientToScreen(frame, &button);
+    click(button);
+    ASSERT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "button: typed"); }));
+
+    EXPECT_EQ(GetCurrentThreadId(), sink.events.back().thread);
+    connection.end();
+    release(manager);
+    const DWORD id = manager.server->id();
+    const std::string frameLine = "CBeanFrame " + std::to_string(id) + " ";
+    EXPECT_EQ(std::set<DWORD>{mainThread(id)}, threadsOf(id, frameLine + "processOnCustomEvent button: typed"));
+    // It was raised on another one, Java's event thread.
+    const std::set<DWORD> raised = threadsOf(id, frameLine + "enqueueOnCustomEvent button: typed");
+    EXPECT_EQ(1u, raised.size());
+    EXPECT_FALSE(raised.contains(mainThread(id)));
+}
+
+TEST_F(EventTest, TestBridgeTurnsRoundAtEveryHop)
+{
+    SManager manager = create();
+    CSink sink;
+    CConnection connection(manager.object, sink);
+    const auto expectAnswer = [&](const char* text, int ttl, int delay, const std::string& answer) {
+        EXPECT_EQ(S_OK, manager->testBridge(CComBSTR(text), ttl, delay));
+        EXPECT_TRUE(pumpUntil([&] { return sink.has(TEST_BRIDGE_EVENT, answer); })) << answer;
+    };
+    expectAnswer("abc", 1, 0, "abcSs");
+    expectAnswer("abc", 0, 5, "abcSs (delayed only when passed through bean)");
+    expectAnswer("abc", 2, 0, "abcSJjs");
+    expectAnswer("abc", 3, 0, "abcSJBbjs");
+
+    const ULONGLONG begin = GetTickCount64();
+    expectAnswer("late", 5, 500, "lateSJBbjs");
+    EXPECT_LE(begin + 500, sink.events.back().time);
+
+    EXPECT_EQ(E_FAIL, manager->testBridge(CComBSTR("error-x"), 1, 0));
+    EXPECT_TRUE(pumpUntil([&] { return sink.has(TEST_BRIDGE_EVENT, "error-xSs"); }));
+    EXPECT_EQ(6u, sink.events.size());
+    connection.end();
+    release(manager);
+}
+
+TEST_F(EventTest, TenThousandEventsFromFourThreadsReachTwoSinks)
+{
+    constexpr size_t THREADS = 4;
+    constexpr size_t EVENTS = 2500;
+    setLogLevel(WARNINGS);
+    SManager manager = create();
+    CSink sinks[2];
+    CConnection first(manager.object, sinks[0]);
+    CConnection second(manager.object, sinks[1]);
+    const auto all = [&] { return sinks[0].events.size() >= THREADS * EVENTS && sinks[1].events.size() >= THREADS * EVENTS; };
+
+    const ULONGLONG begin = GetTickCount64();
+    EXPECT_EQ("10000", callMethod(manager.object, "burst", "2500;4"));
+    EXPECT_TRUE(pumpUntil(all)) << sinks[0].events.size() << " and " << sinks[1].events.size() << " events";
+    const ULONGLONG time = GetTickCount64() - begin;
+
+    // One that is raised after all others, and the end of the process, show that nothing follows.
+    EXPECT_EQ("last", callMethod(manager.object, "raise", "last"));
+    EXPECT_TRUE(pumpUntil([&] { return sinks[1].has(CUSTOM_EVENT, "last"); }));
+    first.end();
+    second.end();
+    release(manager);
+    for (const CSink& sink : sinks) {
+        std::multiset<std::string> expected = {"last"};
+        for (size_t thread = 1; thread <= THREADS; ++thread) {
+            for (size_t number = 1; number <= EVENTS; ++number)
+                expected.insert("burst 1." + std::to_string(thread) + "." + std::to_string(number));
+        }
+        std::multiset<std::string> received;
+        for (const CSink::Event& event : sink.events) {
+            received.insert(event.text);
+            EXPECT_EQ(CUSTOM_EVENT, event.id);
+        }
+        EXPECT_TRUE(expected == received) << received.size() << " events";
+    }
+    std::printf("10000 events to two sinks in %llu ms: %llu events/s, %llu calls/s\n", time, 10000000 / time, 20000000 / time);
+}
+
+TEST_F(EventTest, EventsOfFourThreadsAreAllFiredOnTheMainThread)
+{
+    SManager manager = create();
+    CSink sink;
+    CConnection connection(manager.object, sink);
+    EXPECT_EQ("200", callMethod(manager.object, "burst", "50;4"));
+    EXPECT_TRUE(pumpUntil([&] { return sink.events.size() == 200; }));
+    connection.end();
+    release(manager);
+    const DWORD id = manager.server->id();
+    const std::string frameLine = "CBeanFrame " + std::to_string(id) + " ";
+    EXPECT_EQ(std::set<DWORD>{mainThread(id)}, threadsOf(id, frameLine + "processOnCustomEvent burst 1."));
+    EXPECT_EQ(4u, threadsOf(id, frameLine + "enqueueOnCustomEvent burst 1.").size());
+}
+
+TEST_F(EventTest, SinkThatUnadvisesItselfGetsNothingMoreAndTheOtherEverything)
+{
+    SManager manager = create();
+    CSink leaving;
+    CSink staying;
+    CConnection first(manager.object, leaving);
+    CConnection second(manager.object, staying);
+    EXPECT_EQ(1u, first.cookie());
+    EXPECT_EQ(2u, second.cookie());
+    leaving.reaction = [&](const CSink::Event&) { first.end(); };
+    callMethod(manager.object, "raise", "one");
+    EXPECT_TRUE(pumpUntil([&] { return staying.has(CUSTOM_EVENT, "one"); }));
+    callMethod(manager.object, "raise", "two");
+    EXPECT_TRUE(pumpUntil([&] { return staying.has(CUSTOM_EVENT, "two"); }));
+    EXPECT_EQ(1u, leaving.events.size());
+    EXPECT_EQ(2u, staying.events.size());
+    second.end();
+    release(manager);
+}
+
+TEST_F(EventTest, FailingSinkDoesNotKeepTheOthersFromTheirEvents)
+{
+    SManager manager = create();
+    CSink failing;
+    CSink working;
+    failing.answer = E_FAIL;
+    CConnection first(manager.object, failing);
+    CConnection second(manager.object, working);
+    callMethod(manager.object, "raise", "one");
+    callMethod(manager.object, "raise", "two");
+    EXPECT_TRUE(pumpUntil([&] { return working.has(CUSTOM_EVENT, "one") && working.has(CUSTOM_EVENT, "two"); }));
+    EXPECT_EQ(2u, failing.events.size());
+    first.end();
+    second.end();
+    release(manager);
+}
+
+TEST_F(EventTest, SinkThatCallsBackIsAnswered)
+{
+    SManager manager = create();
+    CSink sink;
+    CConnection connection(manager.object, sink);
+    std::vector<std::string> answers;
+    sink.reaction = [&](const CSink::Event& event) {
+        if (event.text == "ask") {
+            answers.push_back(callMethod(manager.object, "echo", "answer"));
+            answers.push_back(callMethod(manager.object, "raise", "raised inside"));
+            answers.push_back(callMethod(manager.object, "throw", "inside"));
+        }
+    };
+    callMethod(manager.object, "raise", "ask");
+    EXPECT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "raised inside"); }));
+    EXPECT_EQ((std::vector<std::string>{"answer", "raised inside", "(failed)"}), answers);
+    connection.end();
+    release(manager);
+}
+
+TEST_F(EventTest, SinkThatReleasesTheObjectEndsTheServer)
+{
+    SManager manager = create();
+    CSink sink;
+    CConnection connection(manager.object, sink);
+    callMethod(manager.object, "startTimer", "5");
+    sink.reaction = [&](const CSink::Event&) {
+        sink.reaction = nullptr;
+        connection.end();
+        manager.object.Release();
+    };
+    EXPECT_TRUE(pumpUntil([&] { return !manager.object; }));
+    expectEnd(*manager.server);
+    EXPECT_EQ(0u, sink.references());
+}
+
+TEST_F(EventTest, SinkThatBlocksHoldsUpOtherSinksButNotJava)
+{
+    constexpr DWORD BLOCKED = 1000; // ms
+    constexpr size_t EVENTS = 100;
+    logToFile();
+    SManager manager = create();
+    CSink blocking;
+    CSink other;
+    CConnection first(manager.object, blocking);
+    CConnection second(manager.object, other);
+    ULONGLONG blockedAt = 0;
+    blocking.reaction = [&](const CSink::Event& event) {
+        blocking.reaction = nullptr;
+        blockedAt = event.time;
+        Sleep(BLOCKED); // the sink's own slowness, which is what this is about
+    };
+    EXPECT_EQ("100", callMethod(manager.object, "burst", "100;1"));
+    EXPECT_TRUE(pumpUntil([&] { return other.events.size() == EVENTS; }));
+    first.end();
+    second.end();
+    release(manager);
+
+    // The first event reached the other sink only after the block.
+    ASSERT_FALSE(other.events.empty());
+    EXPECT_LE(blockedAt + BLOCKED, other.events.front().time);
+    // Java raised on: from the first to the last native callback it took no longer than its own pauses, and no callback stands
+    // out.
+    std::vector<std::string> begins;
+    int longest = 0;
+    for (const std::string& text : logFileLines(manager.server->id())) {
+        const auto line = parseLogLine(text);
+        if (!line || !line->message.starts_with("NativeOnCustomEvent "))
+            continue;
+        if (line->marker == "->")
+            begins.push_back(line->time);
+        const size_t duration = line->message.find('[');
+        if (duration != std::string::npos)
+            longest = std::max(longest, std::stoi(line->message.substr(duration + 1)));
+    }
+    EXPECT_EQ(EVENTS, begins.size());
+    const auto milliseconds = [](const std::string& time) {
+        return ((std::stoi(time.substr(11, 2)) * 60 + std::stoi(time.substr(14, 2))) * 60 + std::stoi(time.substr(17, 2))) *
+                   1000 +
+               std::stoi(time.substr(20, 3));
+    };
+    const int raising = milliseconds(begins.back()) - milliseconds(begins.front());
+    std::printf("sink blocked for %lu ms: other sink waited %llu ms, Java's longest callback %d ms, 100 events raised in %d ms\n",
+                BLOCKED, other.events.front().time - blockedAt, longest, raising);
+    EXPECT_LT(longest, static_cast<int>(BLOCKED / 2));
+    EXPECT_LT(raising, static_cast<int>(BLOCKED));
+}
+
+TEST_F(EventTest, StartAndReleaseWhileFourThreadsFire)
+{
+    const char* const wanted = std::getenv("KESTA_CYCLES");
+    const int cycles = wanted ? std::stoi(wanted) : 5;
+    setLogLevel(WARNINGS);
+    CClientWindow window;
+    for (int cycle = 1; cycle <= cycles; ++cycle) {
+        SCOPED_TRACE("cycle " + std::to_string(cycle));
+        SManager manager = create();
+        CSink sink;
+        CConnection connection(manager.object, sink);
+        if (cycle % 2 == 0) {
+            EXPECT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
+        }
+        EXPECT_EQ("400000000", callMethod(manager.object, "burst", "100000000;4"));
+        EXPECT_TRUE(pumpUntil([&] { return sink.events.size() > 100; }));
+        // Released while Java goes on, some of the times with the sink still connected.
+        if (cycle % 4 < 2)
+            connection.end();
+        else
+            connection.abandon();
+        manager.object.Release();
+        expectEnd(*manager.server);
+        if (HasFailure())
+            break;
+    }
+}
+
+} // namespace
+} // namespace fixtures

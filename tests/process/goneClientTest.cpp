@@ -1,0 +1,134 @@
+// Clients that go away without a word.
+//
+// A client that dies before it has pushed its window leaves no watchdog. Under Windows COM itself then gives back the dead
+// client's references after some minutes (its pings stay away), which ends the server; Wine does not, and the test ends that
+// server.
+#include "tests/process/ServerFixture.h"
+
+#include <algorithm>
+
+namespace fixtures {
+namespace {
+
+constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
+
+class GoneClientTest : public ServerTest
+{
+protected:
+    // Starts a client process and finds the server that it was given.
+    std::shared_ptr<CProcess> serverOf(CProgram& client)
+    {
+        if (!client.waitForOutput("frame "))
+            throw std::runtime_error("the client has no frame: " + client.output());
+        const DWORD id = static_cast<DWORD>(std::stoul(client.output().substr(client.output().find("frame ") + 6)));
+        return monitor.senders().at(id);
+    }
+    static std::string command(const char* role) { return "\"" + programFolder() + "\\process_client.exe\" " + role; }
+
+    // The watchdog's lines, in their order, and how often the object had to be released is left open.
+    void expectForcedRelease(const CProcess& server)
+    {
+        expectEnd(server);
+        const std::string frame = "CBeanFrame " + std::to_string(server.id()) + " ";
+        std::vector<std::string> lines;
+        for (const std::string& message : messages(server.id())) {
+            if (message == frame + "Client seems to be not alive... releasing event sinks." ||
+                message == frame + "Releasing ATL object." || message == "-> CJavaManagerATLObject  ~CJavaManagerATLObject " ||
+                message == "-> " + frame + "~CBeanFrame " || message == "Releasing all sinks and objects done" ||
+                message == "CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.")
+                lines.push_back(message);
+        }
+        EXPECT_EQ((std::vector<std::string>{
+                      frame + "Client seems to be not alive... releasing event sinks.",
+                      frame + "Releasing ATL object.",
+                      "-> CJavaManagerATLObject  ~CJavaManagerATLObject ",
+                      "-> " + frame + "~CBeanFrame ",
+                      "Releasing all sinks and objects done",
+                      "CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.",
+                  }),
+                  lines);
+    }
+};
+
+TEST_F(GoneClientTest, DestroyedWindowEndsTheServerOfALivingProcess)
+{
+    SManager manager = create();
+    const DWORD id = manager.server->id();
+    CClientWindow window;
+    CSink sink;
+    CConnection connection(manager.object, sink);
+    ASSERT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
+    const ULONGLONG pushed = GetTickCount64();
+    ASSERT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
+    EXPECT_EQ("before", callMethod(manager.object, "raise", "before"));
+    ASSERT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "before"); }));
+
+    window.destroy();
+    EXPECT_EQ("after", callMethod(manager.object, "raise", "after"));
+    EXPECT_EQ(S_OK, manager->testBridge(ATL::CComBSTR("late"), 3, 0));
+    const std::string frame = "CBeanFrame " + std::to_string(id) + " ";
+    EXPECT_TRUE(waitForMessage(id, frame + "Frame's window seems not to be alive anymore! (invalid window handle) "));
+    EXPECT_TRUE(waitForMessage(id, frame + "Dropped custom event, client seems to be not alive anymore..."));
+    EXPECT_TRUE(waitForMessage(id, frame + "Dropped TestBridgeEvent, client seems to be not alive anymore..."));
+
+    EXPECT_TRUE(waitForMessage(id, frame + "Releasing ATL object."));
+    EXPECT_LE(pushed + WATCHDOG_PERIOD - 100, GetTickCount64());
+    expectForcedRelease(*manager.server);
+    EXPECT_EQ(2u, sink.events.size());
+    // The client's references lead nowhere any more.
+    EXPECT_EQ("(failed)", callMethod(manager.object, "echo", "anybody there"));
+}
+
+TEST_F(GoneClientTest, TopLevelWindowCountsAsDeadAndAHandlePushedTwiceIsWatchedAsTheLatest)
+{
+    SManager manager = create();
+    const DWORD id = manager.server->id();
+    CClientWindow window;
+    CSink sink;
+    CConnection connection(manager.object, sink);
+    ASSERT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
+    ASSERT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
+    manager->pushWindowHandle(static_cast<int>(reinterpret_cast<INT_PTR>(window.window())));
+
+    EXPECT_EQ("lost", callMethod(manager.object, "raise", "lost"));
+    const std::string frame = "CBeanFrame " + std::to_string(id) + " ";
+    EXPECT_TRUE(waitForMessage(id, frame + "Frame's window has no valid parent anymore!"));
+    EXPECT_TRUE(waitForMessage(id, frame + "Dropped custom event, client seems to be not alive anymore..."));
+    EXPECT_EQ(2u, countMessages(id, "-> " + frame + "queueEvent 15000"));
+
+    // Two chains, and the latest handle in both: a good one keeps the server.
+    ASSERT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
+    EXPECT_EQ("kept", callMethod(manager.object, "raise", "kept"));
+    EXPECT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "kept"); }));
+    connection.end();
+    manager.object.Release();
+    expectEnd(*manager.server);
+    EXPECT_EQ(0u, countMessages(id, frame + "Releasing ATL object."));
+}
+
+TEST_F(GoneClientTest, ProcessThatDiesInsideItsSinkEndsItsServer)
+{
+    CProgram client(command("die-in-sink"));
+    const std::shared_ptr<CProcess> server = serverOf(client);
+    EXPECT_EQ(7u, client.process().exitCode());
+    expectForcedRelease(*server);
+    // Events were on their way when it died, and Java went on raising.
+    EXPECT_LT(0u, countMessages(server->id(), "CBeanFrame " + std::to_string(server->id()) +
+                                                  " Dropped custom event, client seems to be not alive anymore..."));
+}
+
+TEST_F(GoneClientTest, ProcessThatDiesBeforeItPushedItsWindowLeavesAServerThatGoesOn)
+{
+    CProgram client(command("hold-unpushed"));
+    const std::shared_ptr<CProcess> server = serverOf(client);
+    client.process().kill(9);
+    EXPECT_EQ(9u, client.process().exitCode());
+    EXPECT_TRUE(server->isRunning());
+    EXPECT_EQ(0u, countMessages(server->id(), "-> CBeanFrame " + std::to_string(server->id()) + " queueEvent 15000"));
+    // Nobody is left to end it here.
+    expectExit(server->id(), ERROR_PROCESS_ABORTED);
+    server->kill(ERROR_PROCESS_ABORTED);
+}
+
+} // namespace
+} // namespace fixtures
