@@ -111,6 +111,7 @@ struct ATL_CONNMAP_ENTRY
     IConnectionPoint* (*point)(void* object);
 };
 
+// clang-format off
 #define BEGIN_CONNECTION_POINT_MAP(x)                                                                                            \
 public:                                                                                                                          \
     using ConnectionMapClass = x;                                                                                                \
@@ -119,19 +120,16 @@ public:                                                                         
         static const ATL::ATL_CONNMAP_ENTRY entries[] = {
 
 #define CONNECTION_POINT_ENTRY(interfaceId)                                                                                      \
-    {&interfaceId, [](void* self) -> IConnectionPoint* {                                                                         \
-         using Point = ATL::IConnectionPointImpl<ConnectionMapClass, &interfaceId>;                                              \
-         return static_cast<Point*>(static_cast<ConnectionMapClass*>(self))->GetConnectionPoint();                               \
-     }},
+            {&interfaceId, [](void* self) -> IConnectionPoint* {                                                                 \
+                 using Point = ATL::IConnectionPointImpl<ConnectionMapClass, &interfaceId>;                                      \
+                 return static_cast<Point*>(static_cast<ConnectionMapClass*>(self))->GetConnectionPoint();                       \
+             }},
 
 #define END_CONNECTION_POINT_MAP()                                                                                               \
-    {                                                                                                                            \
-        nullptr, nullptr                                                                                                         \
-    }                                                                                                                            \
-    }                                                                                                                            \
-    ;                                                                                                                            \
-    return entries;                                                                                                              \
+            {nullptr, nullptr}};                                                                                                 \
+        return entries;                                                                                                          \
     }
+// clang-format on
 
 HRESULT AtlEnumConnectionPoints(void* self, const ATL_CONNMAP_ENTRY* entries, IEnumConnectionPoints** enumerator) noexcept;
 HRESULT AtlFindConnectionPoint(void* self, const ATL_CONNMAP_ENTRY* entries, REFIID iid, IConnectionPoint** point) noexcept;

@@ -37,18 +37,6 @@ HRESULT executablePath(std::string& path)
     return S_OK;
 }
 
-std::string inScriptApostrophes(const std::string& path)
-{
-    std::string text;
-    for (const char c : path) {
-        text += c;
-        if (c == '\'') {
-            text += c;
-        }
-    }
-    return path.find(' ') == std::string::npos ? text : '"' + text + '"';
-}
-
 // Uninitialises COM at the end of a scope, also when an exception ends it.
 class ComScope
 {
@@ -91,6 +79,18 @@ CRegistrationSwitch AtlFindRegistrationSwitch(const char* commandLine) noexcept
     return CRegistrationSwitch::None;
 }
 
+std::string AtlQuotedForScript(const std::string& path)
+{
+    std::string text;
+    for (const char c : path) {
+        text += c;
+        if (c == '\'') {
+            text += c;
+        }
+    }
+    return path.find(' ') == std::string::npos ? text : '"' + text + '"';
+}
+
 CAtlModule::CAtlModule() noexcept
 {
     _pAtlModule = this;
@@ -109,7 +109,7 @@ HRESULT CAtlModule::UpdateRegistryFromResource(UINT id, BOOL registering) noexce
             return hr;
         }
         CRegObject registrar(RegistrationScope());
-        registrar.AddReplacement("MODULE", inScriptApostrophes(path));
+        registrar.AddReplacement("MODULE", AtlQuotedForScript(path));
         AddCommonRGSReplacements(registrar);
         const HMODULE executable = GetModuleHandleA(nullptr);
         return registering ? registrar.ResourceRegister(executable, id) : registrar.ResourceUnregister(executable, id);

@@ -35,6 +35,9 @@ enum class CRegistrationSwitch { None, RegServer, UnregServer, RegServerPerUser,
 // case; a word ends at a blank, a tab or the end. The first of the four words decides.
 CRegistrationSwitch AtlFindRegistrationSwitch(const char* commandLine) noexcept;
 
+// A path as a registration script has it between apostrophes: apostrophes doubled, in double quotes when it holds blanks.
+std::string AtlQuotedForScript(const std::string& path);
+
 // What objects and registration need of their module.
 class CAtlModule
 {

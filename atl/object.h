@@ -39,6 +39,7 @@ struct ATL_INTMAP_ENTRY
     void* (*cast)(void* object);
 };
 
+// clang-format off
 #define BEGIN_COM_MAP(x)                                                                                                         \
 public:                                                                                                                          \
     using ComMapClass = x;                                                                                                       \
@@ -51,17 +52,18 @@ public:                                                                         
 // A base interface that several bases bring along (IDispatch): answered through the branch itf2.
 #define COM_INTERFACE_ENTRY2(itf, itf2) COM_INTERFACE_ENTRY_IID(__uuidof(itf), itf2)
 #define COM_INTERFACE_ENTRY_IID(interfaceId, itf)                                                                                \
-    {&interfaceId, [](void* self) -> void* { return static_cast<itf*>(static_cast<ComMapClass*>(self)); }},
+            {&interfaceId, [](void* self) -> void* { return static_cast<itf*>(static_cast<ComMapClass*>(self)); }},
 
-// The first entry also answers for IUnknown: it is the object's identity.
+// The first entry also answers for IUnknown: it is the object's identity. The declarations let T's own code count on itself, whose
+// several bases each bring these three along.
 #define END_COM_MAP()                                                                                                            \
-    {                                                                                                                            \
-        nullptr, nullptr                                                                                                         \
+            {nullptr, nullptr}};                                                                                                 \
+        return ATL::AtlInternalQueryInterface(this, entries, iid, object);                                                       \
     }                                                                                                                            \
-    }                                                                                                                            \
-    ;                                                                                                                            \
-    return ATL::AtlInternalQueryInterface(this, entries, iid, object);                                                           \
-    }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override = 0;                                            \
+    ULONG STDMETHODCALLTYPE AddRef() override = 0;                                                                               \
+    ULONG STDMETHODCALLTYPE Release() override = 0;
+// clang-format on
 
 // Looks iid up in a table that ends with a null entry and counts the reference handed out.
 HRESULT AtlInternalQueryInterface(void* self, const ATL_INTMAP_ENTRY* entries, REFIID iid, void** object) noexcept;

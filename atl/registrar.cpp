@@ -80,11 +80,7 @@ HRESULT CRegObject::RunScript(std::string_view script, Operation operation) noex
         }
         for (CRegRoot& root : roots) {
             RedirectClassesRoot(root);
-            CRegKey key(m_transaction);
-            // An empty name opens the root itself.
-            if (const LONG error = key.Open(root.key, ""); error != ERROR_SUCCESS) {
-                return AtlHresultFromWin32(error);
-            }
+            CRegKey key(root.key, m_transaction);
             if (const HRESULT hr = RunContent(key, root.content, operation); FAILED(hr)) {
                 return hr;
             }

@@ -19,8 +19,9 @@ namespace ATL {
 class CRegObject
 {
 public:
-    // The transaction, if any, belongs to the caller.
-    explicit CRegObject(CRegistrationScope scope = CRegistrationScope::Machine, HANDLE transaction = nullptr) noexcept
+    // The transaction, if any, belongs to the caller and outlives the registrar.
+    explicit CRegObject(CRegistrationScope scope = CRegistrationScope::Machine,
+                        const CRegTransaction* transaction = nullptr) noexcept
         : m_scope(scope)
         , m_transaction(transaction)
     {
@@ -47,7 +48,7 @@ private:
     HRESULT UnregisterEntry(CRegKey& parent, const CRegEntry& entry);
 
     CRegistrationScope m_scope;
-    HANDLE m_transaction;
+    const CRegTransaction* m_transaction;
     CRegReplacements m_replacements;
 };
 

@@ -4,25 +4,33 @@ namespace ATL {
 
 namespace {
 
-// A function of "Advapi32.dll"; the library is one that this program imports anyway.
 template <class Function>
-Function advapiFunction(const char* name) noexcept
+void lookUp(Function& function, const char* name) noexcept
 {
+    // The library is one that this program imports anyway.
     const HMODULE library = GetModuleHandleA("Advapi32.dll");
-    return library == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+    function = library == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
 }
 
 } // namespace
 
+CRegTransaction::CRegTransaction(HANDLE handle) noexcept
+    : transaction(handle)
+{
+    lookUp(createKey, "RegCreateKeyTransactedA");
+    lookUp(openKey, "RegOpenKeyTransactedA");
+    lookUp(deleteKey, "RegDeleteKeyTransactedA");
+    lookUp(deleteKeyAtOnce, "RegDeleteKeyExA");
+}
+
 LONG CRegKey::Open(HKEY parent, const std::string& name, REGSAM access) noexcept
 {
     HKEY key = nullptr;
-    LONG error = ERROR_SUCCESS;
-    if (m_transaction != nullptr) {
-        const auto open = advapiFunction<decltype(&RegOpenKeyTransactedA)>("RegOpenKeyTransactedA");
-        error = open == nullptr ? ERROR_PROC_NOT_FOUND : open(parent, name.c_str(), 0, access, &key, m_transaction, nullptr);
-    } else {
+    LONG error = ERROR_PROC_NOT_FOUND;
+    if (m_transaction == nullptr) {
         error = RegOpenKeyExA(parent, name.c_str(), 0, access, &key);
+    } else if (m_transaction->openKey != nullptr) {
+        error = m_transaction->openKey(parent, name.c_str(), 0, access, &key, m_transaction->transaction, nullptr);
     }
     Close();
     m_hKey = key;
@@ -32,14 +40,12 @@ LONG CRegKey::Open(HKEY parent, const std::string& name, REGSAM access) noexcept
 LONG CRegKey::Create(HKEY parent, const std::string& name, REGSAM access) noexcept
 {
     HKEY key = nullptr;
-    LONG error = ERROR_SUCCESS;
-    if (m_transaction != nullptr) {
-        const auto create = advapiFunction<decltype(&RegCreateKeyTransactedA)>("RegCreateKeyTransactedA");
-        error = create == nullptr ? ERROR_PROC_NOT_FOUND
-                                  : create(parent, name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key,
-                                           nullptr, m_transaction, nullptr);
-    } else {
+    LONG error = ERROR_PROC_NOT_FOUND;
+    if (m_transaction == nullptr) {
         error = RegCreateKeyExA(parent, name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key, nullptr);
+    } else if (m_transaction->createKey != nullptr) {
+        error = m_transaction->createKey(parent, name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key,
+                                         nullptr, m_transaction->transaction, nullptr);
     }
     Close();
     m_hKey = key;
@@ -48,8 +54,9 @@ LONG CRegKey::Create(HKEY parent, const std::string& name, REGSAM access) noexce
 
 void CRegKey::Close() noexcept
 {
-    if (m_hKey != nullptr) {
-        RegCloseKey(std::exchange(m_hKey, nullptr));
+    const HKEY key = std::exchange(m_hKey, nullptr);
+    if (key != nullptr && !std::exchange(m_predefined, false)) {
+        RegCloseKey(key);
     }
 }
 
@@ -91,12 +98,11 @@ LONG CRegKey::DeleteSubKey(const std::string& name) noexcept
     if (m_transaction == nullptr) {
         return RegDeleteKeyA(m_hKey, name.c_str());
     }
-    if (const auto remove = advapiFunction<decltype(&RegDeleteKeyTransactedA)>("RegDeleteKeyTransactedA"); remove != nullptr) {
-        return remove(m_hKey, name.c_str(), 0, 0, m_transaction, nullptr);
+    if (m_transaction->deleteKey != nullptr) {
+        return m_transaction->deleteKey(m_hKey, name.c_str(), 0, 0, m_transaction->transaction, nullptr);
     }
-    // The best that is left: the key goes at once instead of with the transaction.
-    const auto remove = advapiFunction<decltype(&RegDeleteKeyExA)>("RegDeleteKeyExA");
-    return remove == nullptr ? ERROR_PROC_NOT_FOUND : remove(m_hKey, name.c_str(), 0, 0);
+    return m_transaction->deleteKeyAtOnce == nullptr ? ERROR_PROC_NOT_FOUND
+                                                     : m_transaction->deleteKeyAtOnce(m_hKey, name.c_str(), 0, 0);
 }
 
 LONG CRegKey::RecurseDeleteKey(const std::string& name)

@@ -1,9 +1,8 @@
 // An open registry key, inside a registry transaction or outside of one.
 //
 // The key is closed when its owner goes. Any thread, one at a time. Operations return the Windows error (ERROR_SUCCESS on
-// success) and throw nothing but E_OUTOFMEMORY. With a transaction, keys are created, opened and deleted through the functions
-// of "Advapi32.dll" made for it, looked up when they are needed (ERROR_PROC_NOT_FOUND on a system without them); without one
-// through the plain functions.
+// success) and throw nothing but std::bad_alloc. With a transaction, keys are created, opened and deleted through the functions
+// made for it (ERROR_PROC_NOT_FOUND on a system without them); without one through the plain functions.
 #pragma once
 
 #include "atl/base.h"
@@ -22,12 +21,32 @@ enum class CRegistrationScope {
     User
 };
 
+// A transaction to work in, and the functions of "Advapi32.dll" that know of transactions, looked up by name: null on a system
+// without them. The transaction belongs to the caller and outlives the keys that work in it.
+struct CRegTransaction
+{
+    explicit CRegTransaction(HANDLE handle) noexcept;
+
+    HANDLE transaction;
+    decltype(&RegCreateKeyTransactedA) createKey;
+    decltype(&RegOpenKeyTransactedA) openKey;
+    decltype(&RegDeleteKeyTransactedA) deleteKey;
+    // For a system that has transactions but lacks deleteKey: the key goes at once instead of with the transaction.
+    decltype(&RegDeleteKeyExA) deleteKeyAtOnce;
+};
+
 class CRegKey
 {
 public:
-    // The transaction, if any, belongs to the caller and outlives the key.
-    explicit CRegKey(HANDLE transaction = nullptr) noexcept
+    explicit CRegKey(const CRegTransaction* transaction = nullptr) noexcept
         : m_transaction(transaction)
+    {
+    }
+    // One of the predefined keys, which are not opened and not closed.
+    CRegKey(HKEY predefined, const CRegTransaction* transaction) noexcept
+        : m_hKey(predefined)
+        , m_transaction(transaction)
+        , m_predefined(true)
     {
     }
     CRegKey(const CRegKey&) = delete;
@@ -57,7 +76,8 @@ private:
     LONG SetValue(const std::string& name, DWORD type, const void* data, size_t size) noexcept;
 
     HKEY m_hKey = nullptr;
-    HANDLE m_transaction;
+    const CRegTransaction* m_transaction;
+    bool m_predefined = false;
 };
 
 } // namespace ATL

@@ -210,10 +210,12 @@ private:
         return key;
     }
 
+    static bool isAnyMark(const Token& token) noexcept { return token.isMark("{") || token.isMark("}") || token.isMark("="); }
+
     Token name()
     {
         Token token = m_scanner.take();
-        if (token.end || token.isMark("{") || token.isMark("}") || token.isMark("=")) {
+        if (token.end || isAnyMark(token)) {
             fail(token.line, "a name expected");
         }
         return token;
@@ -242,7 +244,7 @@ private:
             fail(type.line, "a value type expected (s, d or b)");
         }
         const Token token = m_scanner.take();
-        if (token.end) {
+        if (token.end || isAnyMark(token)) {
             fail(token.line, "a value expected");
         }
         if (isText) {

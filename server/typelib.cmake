@@ -3,6 +3,7 @@
 include_guard(GLOBAL)
 
 find_program(KESTA_WIDL widl REQUIRED)
+find_program(KESTA_PYTHON python3 REQUIRED)
 set(KESTA_CONTRACT_DIR ${CMAKE_BINARY_DIR}/contract CACHE INTERNAL "Folder of what is generated from KESTAserver.idl")
 file(MAKE_DIRECTORY ${KESTA_CONTRACT_DIR})
 
@@ -13,9 +14,12 @@ add_custom_command(
         ${KESTA_CONTRACT_DIR}/KESTAserver.tlb
     COMMAND ${KESTA_WIDL} --win64 -h -o KESTAserver_h.h ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl
     COMMAND ${KESTA_WIDL} --win64 -u -o KESTAserver_i.c ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl
-    COMMAND ${KESTA_WIDL} --win64 -t -o KESTAserver.tlb ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl
+    # It says "duplicate uuid" here and means its own fault, which the next command mends.
+    COMMAND ${KESTA_WIDL} --win64 -t -o KESTAserver-widl.tlb ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl
+    COMMAND ${KESTA_PYTHON} ${CMAKE_SOURCE_DIR}/tools/typelib-mend.py
+        ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl KESTAserver-widl.tlb KESTAserver.tlb
     WORKING_DIRECTORY ${KESTA_CONTRACT_DIR}
-    DEPENDS ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl
+    DEPENDS ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl ${CMAKE_SOURCE_DIR}/tools/typelib-mend.py
     COMMENT "Generating the COM contract"
     VERBATIM)
 

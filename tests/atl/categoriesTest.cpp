@@ -1,0 +1,62 @@
+#include "atl/categories.h"
+#include "tests/atl/registryFixture.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+const CLSID CLASS_ID = {0x11111111, 0x2222, 0x3333, {1, 2, 3, 4, 5, 6, 7, 0xAB}};
+const GUID FIRST = {0xAAAAAAAA, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}};
+const GUID SECOND = {0xAAAAAAAA, 0, 0, {0, 0, 0, 0, 0, 0, 0, 2}};
+
+using Type = ATL_CATMAP_ENTRY::Type;
+const ATL_CATMAP_ENTRY MAP[] = {
+    {Type::Implemented, &FIRST}, {Type::Implemented, &SECOND}, {Type::Required, &FIRST}, {Type::Required, nullptr}};
+
+class CategoriesTest : public RegistryTest
+{
+};
+
+} // namespace
+
+TEST_F(CategoriesTest, areKeysOfTheClass)
+{
+    EXPECT_EQ(S_OK, AtlRegisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
+    const std::string clsid = "CLSID\\{11111111-2222-3333-0102-0304050607AB}";
+    EXPECT_THAT(classes(), ElementsAre("CLSID", clsid, clsid + "\\Implemented Categories",
+                                       clsid + "\\Implemented Categories\\{AAAAAAAA-0000-0000-0000-000000000001}",
+                                       clsid + "\\Implemented Categories\\{AAAAAAAA-0000-0000-0000-000000000002}",
+                                       clsid + "\\Required Categories",
+                                       clsid + "\\Required Categories\\{AAAAAAAA-0000-0000-0000-000000000001}"));
+    EXPECT_EQ(S_OK, AtlUnregisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
+    EXPECT_THAT(classes(), ElementsAre("CLSID", clsid));
+    EXPECT_EQ(S_OK, AtlUnregisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
+}
+
+TEST_F(CategoriesTest, perUserLieUnderTheUser)
+{
+    EXPECT_EQ(S_OK, AtlRegisterCategories(CLASS_ID, MAP + 2, CRegistrationScope::User));
+    EXPECT_THAT(classes(), IsEmpty());
+    const std::string clsid = "Software\\Classes\\CLSID\\{11111111-2222-3333-0102-0304050607AB}";
+    EXPECT_THAT(contentOf(HKEY_CURRENT_USER),
+                ElementsAre("Software", "Software\\Classes", "Software\\Classes\\CLSID", clsid, clsid + "\\Required Categories",
+                            clsid + "\\Required Categories\\{AAAAAAAA-0000-0000-0000-000000000001}"));
+}
+
+TEST_F(CategoriesTest, foreignCategoriesStay)
+{
+    EXPECT_EQ(S_OK, AtlRegisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
+    EXPECT_EQ(S_OK, AtlUnregisterCategories(CLASS_ID, MAP + 2, CRegistrationScope::Machine));
+    const std::string clsid = "CLSID\\{11111111-2222-3333-0102-0304050607AB}";
+    EXPECT_THAT(classes(), ElementsAre("CLSID", clsid, clsid + "\\Implemented Categories",
+                                       clsid + "\\Implemented Categories\\{AAAAAAAA-0000-0000-0000-000000000001}",
+                                       clsid + "\\Implemented Categories\\{AAAAAAAA-0000-0000-0000-000000000002}"));
+}
+
+TEST_F(CategoriesTest, aClassWithoutAnyWritesNothing)
+{
+    EXPECT_EQ(S_OK, AtlRegisterCategories(CLASS_ID, nullptr, CRegistrationScope::Machine));
+    EXPECT_EQ(S_OK, AtlUnregisterCategories(CLASS_ID, nullptr, CRegistrationScope::Machine));
+    EXPECT_THAT(classes(), IsEmpty());
+}

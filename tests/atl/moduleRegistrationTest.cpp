@@ -1,0 +1,159 @@
+#include "tests/atl/registryFixture.h"
+#include "tests/atl/sampleObject.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+const char* const APPID = "{9E27B6D1-3C48-4A0F-B5E2-71D4C0A96F38}";
+
+// The sample with the server's class script.
+class CRegisteredObject : public CSampleObject
+{
+public:
+    DECLARE_REGISTRY_RESOURCEID(102)
+};
+
+constexpr ATL_OBJMAP_ENTRY OBJECT_MAP[] = {OBJECT_ENTRY(CLSID_JavaManager, CRegisteredObject)};
+
+class CRegisteringModule : public CAtlExeModuleT<CRegisteringModule>
+{
+public:
+    CRegisteringModule()
+        : CAtlExeModuleT(OBJECT_MAP)
+    {
+    }
+    DECLARE_REGISTRY_APPID_RESOURCEID(101, APPID)
+    using CAtlExeModule::ParseCommandLine;
+};
+
+class ModuleRegistrationTest : public RegistryTest
+{
+protected:
+    ModuleRegistrationTest() { CoInitialize(nullptr); }
+    ~ModuleRegistrationTest() override { CoUninitialize(); }
+
+    HRESULT run(const char* commandLine)
+    {
+        HRESULT result = S_FALSE;
+        EXPECT_FALSE(m_module.ParseCommandLine(commandLine, result));
+        return result;
+    }
+    static std::string executable()
+    {
+        char path[MAX_PATH] = {};
+        GetModuleFileNameA(nullptr, path, MAX_PATH);
+        return path;
+    }
+    // Without the keys of the type library and its interfaces.
+    static std::vector<std::string> ownKeys(HKEY root)
+    {
+        std::vector<std::string> lines = contentOf(root);
+        std::erase_if(lines,
+                      [](const std::string& line) { return line.starts_with("TypeLib") || line.starts_with("Interface"); });
+        return lines;
+    }
+    static std::vector<std::string> expectedKeys(const std::string& prefix)
+    {
+        const std::string clsid = "CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}";
+        std::vector<std::string> lines = {
+            "AppID",
+            "AppID\\KESTA.EXE",
+            std::string("AppID\\KESTA.EXE [AppID] = s '") + APPID + "'",
+            std::string("AppID\\") + APPID,
+            std::string("AppID\\") + APPID + " [] = s 'KESTAserver'",
+            "CLSID",
+            clsid,
+            clsid + " [] = s 'KESTA Java Manager'",
+            clsid + "\\LocalServer32",
+            clsid + "\\LocalServer32 [] = s '" + executable() + "'",
+            clsid + "\\ProgID",
+            clsid + "\\ProgID [] = s 'KESTAserver.JavaManager.1'",
+            clsid + "\\Programmable",
+            clsid + "\\TypeLib",
+            clsid + "\\TypeLib [] = s '{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}'",
+            clsid + "\\VersionIndependentProgID",
+            clsid + "\\VersionIndependentProgID [] = s 'KESTAserver.JavaManager'",
+            "KESTAserver.JavaManager",
+            "KESTAserver.JavaManager [] = s 'KESTA Java Manager'",
+            "KESTAserver.JavaManager\\CLSID",
+            "KESTAserver.JavaManager\\CLSID [] = s '{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}'",
+            "KESTAserver.JavaManager\\CurVer",
+            "KESTAserver.JavaManager\\CurVer [] = s 'KESTAserver.JavaManager.1'",
+            "KESTAserver.JavaManager.1",
+            "KESTAserver.JavaManager.1 [] = s 'KESTA Java Manager'",
+            "KESTAserver.JavaManager.1\\CLSID",
+            "KESTAserver.JavaManager.1\\CLSID [] = s '{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}'",
+        };
+        for (std::string& line : lines) {
+            line = prefix + line;
+        }
+        return lines;
+    }
+
+    CRegisteringModule m_module;
+};
+
+} // namespace
+
+TEST_F(ModuleRegistrationTest, writesTheServersKeysAndTheLibrary)
+{
+    EXPECT_EQ(S_OK, run("server.exe /RegServer"));
+    EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT), testing::ElementsAreArray(expectedKeys("")));
+    EXPECT_THAT(contentOf(HKEY_CURRENT_USER), IsEmpty());
+    CComPtr<ITypeLib> library;
+    EXPECT_EQ(S_OK, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library));
+}
+
+TEST_F(ModuleRegistrationTest, aSecondRegistrationLeavesOneSet)
+{
+    EXPECT_EQ(S_OK, run("server.exe -regserver"));
+    const auto once = classes();
+    CRegKey foreign;
+    EXPECT_EQ(ERROR_SUCCESS, foreign.Create(HKEY_CLASSES_ROOT, "CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}\\Leftover"));
+    foreign.Close();
+    EXPECT_EQ(S_OK, run("server.exe -regserver"));
+    EXPECT_EQ(once, classes());
+}
+
+TEST_F(ModuleRegistrationTest, removalKeepsTheSharedParents)
+{
+    EXPECT_EQ(S_OK, run("server.exe /RegServer"));
+    EXPECT_EQ(S_OK, run("server.exe /UnregServer"));
+    EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT), ElementsAre("AppID", "CLSID"));
+    CComPtr<ITypeLib> library;
+    EXPECT_EQ(TYPE_E_LIBNOTREGISTERED, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library));
+}
+
+TEST_F(ModuleRegistrationTest, perUserEverythingLiesUnderTheUser)
+{
+    EXPECT_EQ(S_OK, run("server.exe /RegServerPerUser"));
+    std::vector<std::string> expected = expectedKeys("Software\\Classes\\");
+    expected.insert(expected.begin(), {"Software", "Software\\Classes"});
+    EXPECT_THAT(contentOf(HKEY_CURRENT_USER), testing::ElementsAreArray(expected));
+    EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT), IsEmpty());
+    EXPECT_THAT(contentOf(HKEY_LOCAL_MACHINE), IsEmpty());
+    EXPECT_EQ(S_OK, run("server.exe /UnregServerPerUser"));
+    EXPECT_THAT(contentOf(HKEY_CURRENT_USER),
+                ElementsAre("Software", "Software\\Classes", "Software\\Classes\\AppID", "Software\\Classes\\CLSID"));
+    EXPECT_THAT(contentOf(HKEY_LOCAL_MACHINE), IsEmpty());
+}
+
+TEST_F(ModuleRegistrationTest, aFailingStepEndsTheRemoval)
+{
+    EXPECT_EQ(S_OK, run("server.exe /RegServer"));
+    EXPECT_EQ(S_OK, UnRegisterTypeLib(LIBID_KESTAserverLib, 1, 0, 0, SYS_WIN64));
+    EXPECT_TRUE(FAILED(run("server.exe /UnregServer")));
+    EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT),
+                ElementsAre("AppID", "AppID\\KESTA.EXE", std::string("AppID\\KESTA.EXE [AppID] = s '") + APPID + "'",
+                            std::string("AppID\\") + APPID, std::string("AppID\\") + APPID + " [] = s 'KESTAserver'", "CLSID"));
+}
+
+TEST(QuotedForScript, doublesApostrophesAndQuotesBlanks)
+{
+    EXPECT_EQ("C:\\plain\\server.exe", AtlQuotedForScript("C:\\plain\\server.exe"));
+    EXPECT_EQ("C:\\it''s\\server.exe", AtlQuotedForScript("C:\\it's\\server.exe"));
+    EXPECT_EQ("\"C:\\two words\\server.exe\"", AtlQuotedForScript("C:\\two words\\server.exe"));
+    EXPECT_EQ("\"C:\\it''s two''s\\server.exe\"", AtlQuotedForScript("C:\\it's two's\\server.exe"));
+}

@@ -1,0 +1,118 @@
+#include <windows.h>
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+std::vector<WORD> languagesOf(LPCSTR type, LPCSTR name)
+{
+    std::vector<WORD> languages;
+    const auto collect = [](HMODULE, LPCSTR, LPCSTR, WORD language, LONG_PTR parameter) -> BOOL {
+        reinterpret_cast<std::vector<WORD>*>(parameter)->push_back(language);
+        return TRUE;
+    };
+    EnumResourceLanguagesA(nullptr, type, name, collect, reinterpret_cast<LONG_PTR>(&languages));
+    return languages;
+}
+
+std::string contentOf(LPCSTR type, LPCSTR name)
+{
+    const HRSRC resource = FindResourceA(nullptr, name, type);
+    if (resource == nullptr) {
+        return "(no resource)";
+    }
+    return std::string(static_cast<const char*>(LockResource(LoadResource(nullptr, resource))),
+                       SizeofResource(nullptr, resource));
+}
+
+} // namespace
+
+TEST(Resources, theScriptsAreThoseOfTheContract)
+{
+    EXPECT_EQ(R"(HKCR
+{
+	NoRemove AppID
+	{
+		'%APPID%' = s 'KESTAserver'
+		'KESTA.EXE'
+		{
+			val AppID = s '%APPID%'
+		}
+	}
+}
+)",
+              contentOf("REGISTRY", MAKEINTRESOURCEA(101)));
+    EXPECT_EQ(R"(HKCR
+{
+	KESTAserver.JavaManager.1 = s 'KESTA Java Manager'
+	{
+		CLSID = s '{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}'
+	}
+	KESTAserver.JavaManager = s 'KESTA Java Manager'
+	{
+		CLSID = s '{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}'
+		CurVer = s 'KESTAserver.JavaManager.1'
+	}
+	NoRemove CLSID
+	{
+		ForceRemove {4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14} = s 'KESTA Java Manager'
+		{
+			ProgID = s 'KESTAserver.JavaManager.1'
+			VersionIndependentProgID = s 'KESTAserver.JavaManager'
+			ForceRemove 'Programmable'
+			LocalServer32 = s '%MODULE%'
+			'TypeLib' = s '{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}'
+		}
+	}
+}
+)",
+              contentOf("REGISTRY", MAKEINTRESOURCEA(102)));
+}
+
+TEST(Resources, theScriptsHaveTheirLanguages)
+{
+    EXPECT_THAT(languagesOf("REGISTRY", MAKEINTRESOURCEA(101)), testing::ElementsAre(1033));
+    EXPECT_THAT(languagesOf("REGISTRY", MAKEINTRESOURCEA(102)), testing::ElementsAre(1031));
+}
+
+TEST(Resources, theTypeLibraryIsNumberOne)
+{
+    EXPECT_EQ("MSFT", contentOf("TYPELIB", MAKEINTRESOURCEA(1)).substr(0, 4));
+}
+
+TEST(Resources, theProjectNameIsString100)
+{
+    char text[64] = {};
+    EXPECT_EQ(11, LoadStringA(GetModuleHandleA(nullptr), 100, text, sizeof text));
+    EXPECT_STREQ("KESTAserver", text);
+}
+
+TEST(Resources, thereIsNoManifest)
+{
+    EXPECT_THAT(languagesOf(MAKEINTRESOURCEA(24), MAKEINTRESOURCEA(1)), testing::IsEmpty());
+}
+
+TEST(Resources, productNameAndVersion)
+{
+    char path[MAX_PATH] = {};
+    GetModuleFileNameA(nullptr, path, MAX_PATH);
+    const DWORD size = GetFileVersionInfoSizeA(path, nullptr);
+    ASSERT_NE(0u, size);
+    std::vector<char> data(size);
+    ASSERT_TRUE(GetFileVersionInfoA(path, 0, size, data.data()));
+    void* value = nullptr;
+    UINT length = 0;
+    ASSERT_TRUE(VerQueryValueA(data.data(), "\\", &value, &length));
+    const auto* const fixed = static_cast<const VS_FIXEDFILEINFO*>(value);
+    EXPECT_EQ(0x00010006u, fixed->dwFileVersionMS);
+    EXPECT_EQ(0u, fixed->dwFileVersionLS);
+    EXPECT_EQ(0x00010006u, fixed->dwProductVersionMS);
+    EXPECT_EQ(0u, fixed->dwProductVersionLS);
+    ASSERT_TRUE(VerQueryValueA(data.data(), "\\StringFileInfo\\040904E4\\ProductName", &value, &length));
+    EXPECT_STREQ("KESTA", static_cast<const char*>(value));
+    ASSERT_TRUE(VerQueryValueA(data.data(), "\\StringFileInfo\\040904E4\\FileVersion", &value, &length));
+    EXPECT_STREQ("1.6.0.0", static_cast<const char*>(value));
+}
