@@ -50,10 +50,14 @@ lock_or_wait() {
     flock -x "$1"
 }
 
+require_root() {
+    [ "$EUID" -eq 0 ] || command -v sudo >/dev/null || die "The tools are installed by root: this user is not root, and sudo is missing."
+}
+
 # Turns this shell into a command run by root: directly, or through sudo with the settings of this environment.
 exec_as_root() {
     [ "$EUID" -ne 0 ] || exec "$@"
-    command -v sudo >/dev/null || die "The tool environment is made by root: this user is not root, and sudo is missing."
+    require_root
     exec sudo -E -- "$@"
 }
 

@@ -19,7 +19,7 @@ forget_server() {
     name=$(cat "$1/wineserver")
     case $name in
         *[!A-Za-z0-9-]* | '') ;;
-        wine-*) rm -rf "/tmp/$name" ;;
+        wine-*) rm -rf "/tmp/$name" || true ;;
     esac
     rm -f "$1/wineserver"
 }
