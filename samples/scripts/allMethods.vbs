@@ -1,0 +1,51 @@
+' A late-bound client: creates the control by its ProgID, calls every method once, and shows what a failing call tells.
+' Run it with cscript allMethods.vbs. The exit code is 0 when all calls but the last one worked and the last one failed with a text.
+Option Explicit
+
+Dim control, failures
+failures = 0
+Set control = CreateObject("KESTAserver.JavaManager.1")
+
+' -1 would mean that Java did not start; the next failing call would say why.
+Report "getBeanFrameID", control.getBeanFrameID()
+' A script has no window of its own to put the frame into. 0 stands for none: the control goes into its frame all the same.
+control.pushWindowHandle 0
+Report "pushWindowHandle", "done"
+
+Report "setUsedControl", control.setUsedControl("QMRTWinControl", "1.0")
+Report "setProperty", control.setProperty("title", "Set by a script")
+Report "getProperty", control.getProperty("title")
+If control.getProperty("title") <> "Set by a script" Then failures = failures + 1
+Report "callMethod", control.callMethod("echo", "there and back")
+If control.callMethod("echo", "there and back") <> "there and back" Then failures = failures + 1
+Report "callMethodCompressed", control.callMethodCompressed("echo", 1, "the same")
+Report "setLogLevel", control.setLogLevel(2)
+Report "displayDebugConsole", control.displayDebugConsole()
+Report "getBasisControlVersionInfo", control.getBasisControlVersionInfo()
+Report "getVersionInfo", control.getVersionInfo("java")
+Report "updateVersion", control.updateVersion("1.0")
+control.setBounds 0, 0, 400, 300
+Report "setBounds", "done"
+control.validate
+Report "validate", "done"
+control.enable True
+Report "enable", "done"
+control.testBridge "abc", 1, 0
+Report "testBridge", "done"
+
+' The error text of a failing call is what the server has logged about it: the failed check and every function around it.
+On Error Resume Next
+control.callMethod "throw", "a failure on purpose"
+If Err.Number = 0 Or InStr(Err.Description, "a failure on purpose") = 0 Then failures = failures + 1
+WScript.Echo "callMethod failed as it should, error 0x" & Hex(Err.Number) & ":"
+WScript.Echo Err.Description
+On Error Goto 0
+
+Report "free", control.free()
+' The release of the last reference ends the server process.
+Set control = Nothing
+WScript.Quit failures
+
+Sub Report(method, answer)
+    WScript.Echo method & " -> " & answer
+End Sub
