@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -198,7 +199,7 @@ std::vector<std::string> ServerTest::messages(DWORD process) const
     std::vector<std::string> texts;
     for (const std::string& text : monitor.lines(process)) {
         if (const auto line = parseLogLine(text))
-            texts.push_back((line->marker.empty() ? "" : line->marker + " ") + line->messageWithoutDuration());
+            texts.push_back(line->text());
     }
     return texts;
 }
@@ -247,6 +248,33 @@ std::string SLogLine::messageWithoutDuration() const
     const size_t bracket = message.rfind(" [");
     const bool hasDuration = marker == "<-" && bracket != std::string::npos && message.ends_with(" ms]");
     return hasDuration ? message.substr(0, bracket) : message;
+}
+
+std::string SLogLine::text() const
+{
+    return (marker.empty() ? "" : marker + " ") + messageWithoutDuration();
+}
+
+std::vector<std::string> messagesOf(const std::string& text)
+{
+    std::vector<std::string> messages;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const auto parsed = parseLogLine(line);
+        messages.push_back(parsed ? parsed->text() : line);
+    }
+    if (text.ends_with('\n'))
+        messages.emplace_back();
+    return messages;
+}
+
+std::string systemText(DWORD error)
+{
+    char text[256] = {};
+    FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0, text, sizeof text, nullptr);
+    char number[16] = {};
+    std::snprintf(number, sizeof number, " (%08lx)", error);
+    return std::string(text, std::strcspn(text, "\r\n")) + number;
 }
 
 std::optional<SLogLine> parseLogLine(const std::string& text)

@@ -130,7 +130,13 @@ struct SLogLine
 
     // The message without the " [12 ms]" of an exit line.
     std::string messageWithoutDuration() const;
+    // The same with the marker and a blank before it.
+    std::string text() const;
 };
+// A text of several log lines, such as an error text, as ServerTest::messages gives them; lines of another form stay as they are.
+std::vector<std::string> messagesOf(const std::string& text);
+// Windows' own text of an error as the log shows it.
+std::string systemText(DWORD error);
 // Nothing for a banner or the rest of a text of several lines. The line may begin with the product and executable names.
 std::optional<SLogLine> parseLogLine(const std::string& line);
 

@@ -1,0 +1,198 @@
+// Calls of late-bound clients, and what a failing call tells them.
+#include "tests/process/ServerFixture.h"
+
+#include <array>
+
+namespace fixtures {
+namespace {
+
+using ATL::CComBSTR;
+using Lines = std::vector<std::string>;
+
+// What the backtrace of a failing throw shows of the functions that led to it, from the Java client outwards.
+Lines callersOf(const std::string& method, const std::string& first, const std::string& second, int frameId)
+{
+    return {"-> CJavaManagerJNIClient  " + method + " " + first + ", " + second,
+            "-> CBeanFrame " + std::to_string(frameId) + " " + method + " " + first + "," + second,
+            "-> CJavaManagerATLObject  " + method + " " + first + ", " + second, "-> CKESTAserverModule  RunMessageLoop ",
+            "-> WinMain -Embedding"};
+}
+
+// The whole error text of a callMethod that let a Java exception pass.
+Lines textOfThrowing(const std::string& first, const std::string& second, const std::string& exception, int frameId)
+{
+    const Lines callers = callersOf("callMethod", first, second, frameId);
+    Lines text = {"CJavaManagerJNIClient  Exception: " + exception, "", "-> CJavaManagerJNIClient  checkNoJNIException "};
+    text.insert(text.end(), callers.begin(), callers.end());
+    text.push_back("CJavaManagerJNIClient  checkNoJNIException(): false");
+    text.insert(text.end(), callers.begin(), callers.end());
+    return text;
+}
+
+// The error of the start: the older installer's key is missing on this machine. The first failing call tells it too.
+Lines textOfStart(const std::string& jar)
+{
+    const std::string bean = jar + ",com.orvane.tech.client.qmrt.win,QMRTWinControl";
+    return {"CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: false",
+            "-> CRegistry  CRegistry SOFTWARE\\JavaSoft\\Java Runtime Environment\\",
+            "-> CJavaManagerJNIClient  findJVM ",
+            "-> createInstance ",
+            "-> CBeanFrame -1 CBeanFrame " + bean,
+            "-> createInstance " + bean,
+            "-> CJavaManagerATLObject  CJavaManagerATLObject ",
+            "-> CKESTAserverModule  RunMessageLoop ",
+            "-> WinMain -Embedding"};
+}
+
+Lines operator+(Lines left, const Lines& right)
+{
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+TEST_F(ServerTest, ScriptCallsEveryMethodAndPrintsTheTextOfAFailingOne)
+{
+    CProgram script("cscript.exe //nologo \"" + programFolder() + "\\allMethods.vbs\"");
+    EXPECT_EQ(0u, script.process().exitCode());
+    const auto servers = monitor.senders();
+    const std::string output = script.output();
+    const std::string beginOfText = "callMethod failed as it should, error 0x80004005:\n";
+    const std::string endOfText = "\nfree -> freed\n";
+    const size_t begin = output.find(beginOfText);
+    const size_t end = output.find(endOfText);
+    ASSERT_NE(std::string::npos, begin) << output;
+    ASSERT_NE(std::string::npos, end) << output;
+
+    const int frameId = std::atoi(output.substr(output.find("-> ") + 3).c_str());
+    ASSERT_TRUE(servers.contains(static_cast<DWORD>(frameId)));
+    EXPECT_EQ("getBeanFrameID -> " + std::to_string(frameId) +
+                  "\n"
+                  "pushWindowHandle -> done\n"
+                  "setUsedControl -> QMRTWinControl;1.0\n"
+                  "setProperty -> Set by a script\n"
+                  "getProperty -> Set by a script\n"
+                  "callMethod -> there and back\n"
+                  "callMethodCompressed -> the same\n"
+                  "setLogLevel -> 2\n"
+                  "displayDebugConsole -> shown\n"
+                  "getBasisControlVersionInfo -> ORVANEControl 1.0.0\n"
+                  "getVersionInfo -> 21.0.8\n"
+                  "updateVersion -> 1.0.0\n"
+                  "setBounds -> done\n"
+                  "validate -> done\n"
+                  "enable -> done\n"
+                  "testBridge -> done\n",
+              output.substr(0, begin));
+    EXPECT_EQ(
+        textOfStart(buildFolder() + "\\ORVANEControl.jar") +
+            textOfThrowing("throw", "a failure on purpose", "java.lang.IllegalStateException: a failure on purpose", frameId) +
+            Lines{""},
+        messagesOf(output.substr(begin + beginOfText.size(), end - begin - beginOfText.size())));
+    EXPECT_EQ(output.size(), end + endOfText.size());
+}
+
+TEST_F(ServerTest, LateBoundCallsByNameAndMemberId)
+{
+    SManager manager = create();
+    IDispatch* const object = manager.object;
+    constexpr std::array NAMES = {L"callMethod",
+                                  L"callMethodCompressed",
+                                  L"displayDebugConsole",
+                                  L"free",
+                                  L"getBasisControlVersionInfo",
+                                  L"getProperty",
+                                  L"getVersionInfo",
+                                  L"setLogLevel",
+                                  L"setProperty",
+                                  L"setUsedControl",
+                                  L"updateVersion",
+                                  L"getBeanFrameID",
+                                  L"validate",
+                                  L"setBounds",
+                                  L"testBridge",
+                                  L"enable",
+                                  L"pushWindowHandle"};
+    for (size_t index = 0; index < NAMES.size(); ++index)
+        EXPECT_EQ(static_cast<DISPID>(index + 3), memberId(object, NAMES[index]));
+    EXPECT_EQ(DISPID_UNKNOWN, memberId(object, L"noSuchMethod"));
+
+    const auto expect = [](const SCallResult& outcome, const std::string& answer) {
+        EXPECT_EQ(S_OK, outcome.result) << outcome.description;
+        EXPECT_EQ(answer, outcome.answer);
+    };
+    expect(call(object, 3, "echo", "Hello"), "Hello");
+    expect(call(object, 4, "echo", 2, "packed"), "packed");
+    expect(call(object, 7), "ORVANEControl 1.0.0");
+    expect(call(object, 11, "title", "Wind"), "Wind");
+    expect(call(object, 8, "title"), "Wind");
+    expect(call(object, 9, "java"), "21.0.8");
+    expect(call(object, 10, 1), "1");
+    expect(call(object, 12, "QMRTWinControl", "1"), "QMRTWinControl;1");
+    expect(call(object, 13, "2.0"), "1.0.0");
+    expect(call(object, 14), std::to_string(manager.server->id()));
+    expect(call(object, 15), "");
+    expect(call(object, 16, 1, 2, 300, 200), "");
+    expect(call(object, 17, "abc", 1, 0), "");
+    expect(call(object, 18, 1), "");
+    expect(call(object, 19, 0), "");
+    expect(call(object, 6), "freed");
+    manager.object.Release();
+}
+
+TEST_F(ServerTest, FailingCallTellsItsWholeBacktraceOnce)
+{
+    SManager manager = create();
+    const int frameId = manager.frameId();
+    SCallResult failed = call(manager.object, 3, "throw", "on purpose");
+    EXPECT_EQ(E_FAIL, failed.result);
+    EXPECT_EQ("KESTAserver.JavaManager.1", failed.source);
+    EXPECT_EQ(textOfStart(buildFolder() + "\\ORVANEControl.jar") +
+                  textOfThrowing("throw", "on purpose", "java.lang.IllegalStateException: on purpose", frameId) + Lines{""},
+              messagesOf(failed.description));
+
+    // The text is handed out once; without a message nothing stands behind the colon.
+    failed = call(manager.object, 3, "throwNoMessage", "");
+    EXPECT_EQ(textOfThrowing("throwNoMessage", "", "java.lang.IllegalStateException: ", frameId) + Lines{""},
+              messagesOf(failed.description));
+
+    // A failure without an error line has an empty text.
+    failed = call(manager.object, 17, "error-x", 1, 0);
+    EXPECT_EQ(E_FAIL, failed.result);
+    EXPECT_EQ("", failed.description);
+    EXPECT_EQ("still there", callMethod(manager.object, "echo", "still there"));
+    manager.object.Release();
+}
+
+TEST_F(ServerTest, NullsAndTextOutsideAsciiCrossAsTheyAlwaysDid)
+{
+    SManager manager = create();
+    CComBSTR answer(L"before");
+    EXPECT_EQ(S_OK, manager->callMethod(CComBSTR(L"returnNull"), CComBSTR(L""), &answer));
+    EXPECT_EQ(0u, answer.Length());
+    EXPECT_EQ(S_OK, manager->callMethod(CComBSTR(L"echo"), nullptr, &answer));
+    EXPECT_EQ(0u, answer.Length());
+    EXPECT_EQ(S_OK, manager->getProperty(CComBSTR(L"unknown"), &answer));
+    EXPECT_EQ(0u, answer.Length());
+
+    // Each byte of the text in the system's code page becomes one Java character, and comes back as the bytes of its UTF-8 form.
+    ASSERT_EQ(1252u, GetACP());
+    EXPECT_EQ(S_OK, manager->callMethod(CComBSTR(L"echo"), CComBSTR(L"\u00fc-\u00f6"), &answer));
+    EXPECT_STREQ(L"\u00c3\u00bc-\u00c3\u00b6", answer.m_str);
+    manager.object.Release();
+}
+
+TEST_F(ServerTest, OnlyVariantTrueEnables)
+{
+    SManager manager = create();
+    const std::string frame = "-> CBeanFrame " + std::to_string(manager.frameId()) + " setEnabled ";
+    EXPECT_EQ(S_OK, manager->enable(VARIANT_TRUE));
+    EXPECT_EQ(1u, countMessages(manager.server->id(), frame + "1"));
+    EXPECT_EQ(S_OK, manager->enable(1));
+    EXPECT_EQ(1u, countMessages(manager.server->id(), frame + "0"));
+    EXPECT_EQ(S_OK, manager->enable(VARIANT_FALSE));
+    EXPECT_EQ(2u, countMessages(manager.server->id(), frame + "0"));
+    manager.object.Release();
+}
+
+} // namespace
+} // namespace fixtures
