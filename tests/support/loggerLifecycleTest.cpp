@@ -119,7 +119,7 @@ TEST(LoggerLifecycle, setMaxLogLevelStoresAnyInteger)
     EXPECT_THAT(stream.texts(), IsEmpty());
 }
 
-TEST(LoggerLifecycle, ordinaryStaticsLogFromTheirConstructionToTheirEnd)
+TEST(LoggerLifecycle, staticObjectsLogFromTheirConstructionToTheirEnd)
 {
     char path[MAX_PATH + 1] = {};
     GetModuleFileNameA(nullptr, path, MAX_PATH);
@@ -153,6 +153,7 @@ TEST(LoggerLifecycle, ordinaryStaticsLogFromTheirConstructionToTheirEnd)
     for (const fixtures::LogLine& line : fixtures::parseLogLines(output))
         if (line.source.starts_with("probe ") || line.body.find("End of logging") != std::string::npos)
             messages.push_back(line.level + " " + line.text());
-    EXPECT_THAT(messages, ElementsAre("WARN static begins", "WARN main", "WARN static ends",
-                                      "FINE End of logging, further static deinitializers can not log anymore"));
+    EXPECT_THAT(messages,
+                ElementsAre("WARN early static begins", "WARN ordinary static begins", "WARN main", "WARN ordinary static ends",
+                            "WARN early static ends", "FINE End of logging, further static deinitializers can not log anymore"));
 }

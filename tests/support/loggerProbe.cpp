@@ -1,4 +1,4 @@
-// A process whose ordinary static object logs at its construction and at its end. What goes to the debugger stream is printed,
+// A process whose static objects log at their construction and at their end. What goes to the debugger stream is printed,
 // until the very end of the process; the test that starts it reads that.
 #include "support/logger.h"
 
@@ -21,24 +21,35 @@ LONG CALLBACK print(EXCEPTION_POINTERS* exception)
     return EXCEPTION_CONTINUE_EXECUTION;
 }
 
-class OrdinaryStatic
+class Static
 {
 public:
-    OrdinaryStatic()
+    explicit Static(const char* name)
+        : m_name(name)
     {
-        AddVectoredExceptionHandler(1, &print);
-        LOG_PLAIN(WARN, "static begins");
+        LOG_PLAIN(WARN, m_name << " begins");
     }
-    ~OrdinaryStatic()
+    ~Static()
     {
-        LOG_PLAIN(WARN, "static ends");
+        LOG_PLAIN(WARN, m_name << " ends");
         Logger::setMaxLogLevel(LOGLEVEL_FINE);
     }
-    OrdinaryStatic(const OrdinaryStatic&) = delete;
-    OrdinaryStatic& operator=(const OrdinaryStatic&) = delete;
+    Static(const Static&) = delete;
+    Static& operator=(const Static&) = delete;
+
+private:
+    const char* m_name;
 };
 
-const OrdinaryStatic s_ordinary;
+// The linker's order alone would construct the guard of the log before ordinary objects of the program, but not before an early
+// one.
+struct Printing
+{
+    Printing() { AddVectoredExceptionHandler(1, &print); }
+};
+__attribute__((init_priority(200))) const Printing s_printing;
+__attribute__((init_priority(201))) const Static s_early("early static");
+const Static s_ordinary("ordinary static");
 
 } // namespace
 
