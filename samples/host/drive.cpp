@@ -59,17 +59,6 @@ private:
     HWND m_window;
 };
 
-void CDriver::run() const
-{
-    try {
-        useWindow();
-    } catch (const std::exception&) {
-        ask("picture"); // of the failure
-        throw;
-    }
-    ask("picture");
-}
-
 void CDriver::useWindow() const
 {
     waitFor("the control is in the window", [this] {
@@ -233,6 +222,20 @@ int CDriver::countWith(const std::string& prefix) const
     const std::vector<SEvent> all = events();
     return static_cast<int>(
         std::count_if(all.begin(), all.end(), [&](const SEvent& event) { return event.text.starts_with(prefix); }));
+}
+
+// Also after a failure, for whoever wants to know what there was to see.
+void CDriver::run() const
+{
+    std::string failure;
+    try {
+        useWindow();
+    } catch (const std::runtime_error& problem) {
+        failure = problem.what();
+        printStep("failed: " + failure);
+    }
+    ask("picture");
+    expect(failure.empty(), "not everything worked");
 }
 
 } // namespace
