@@ -208,7 +208,7 @@ TEST_F(DiscoveryTest, classPathListsTheControlsAndEndsWithTheBasisControl)
     machine.setString(PREFERENCES + "\\B", "installpath", "D:\\y", KEY_WOW64_32KEY);
     CBridgeClient withBasis("P");
     EXPECT_EQ(withBasis.findORVControls(), "C:\\x\\A.jar;D:\\y\\B.jar;P");
-    EXPECT_STRINGS(log.takeScopes(), Strings{"FINE findORVControls "});
+    EXPECT_STRINGS(log.takeScopes(), Strings{"FINE CJavaManagerJNIClient P", "FINE findORVControls "});
     EXPECT_STRINGS(log.takeStatements("FINE"),
                    Strings{"ORVANE Control 0: A", "Control's Path: C:\\x", "ORVANE Control 1: B", "Control's Path: D:\\y"});
 }

@@ -3,6 +3,9 @@
 
 #include "atl/atl.h"
 #include "javabridge/JNIHelper.h"
+#include "tests/javabridge/FailingAllocations.h"
+
+#include <functional>
 
 namespace {
 
@@ -271,6 +274,29 @@ TEST_F(StringTest, conversionsOpenScopes)
     EXPECT_STRINGS(entries,
                    Strings{"FINE JNIHelper           -> bstrToJavaString ", "FINE JNIHelper           -> javaStringToBstr ",
                            "FINE JNIHelper           -> javaStringToText "});
+}
+
+TEST_F(StringTest, exhaustedMemoryIsAnAllocationFailure)
+{
+    const std::string narrow(FailingAllocations::LARGE, 'x');
+    const std::wstring wide(FailingAllocations::LARGE, L'x');
+    const CComBSTR bstr(wide.c_str());
+    SharedText text(bstr.m_str);
+    const FailingAllocations failing(FailingAllocations::Kind::Large);
+    const std::function<void()> conversions[] = {
+        [&] { narrowText(bstr); },           [&] { wideText(narrow.data(), narrow.size()); },
+        [&] { SharedText(narrow.c_str()); }, [&] { text.narrow(); },
+        [&] { text.append("x"); },           [&] { JNIHelper::bstrToJavaString(java.env(), bstr); },
+    };
+    for (const auto& convert : conversions) {
+        try {
+            convert();
+            ADD_FAILURE() << "no exception";
+        } catch (const CAtlException& exception) {
+            EXPECT_EQ(exception.m_hr, E_OUTOFMEMORY);
+        }
+    }
+    EXPECT_EQ(SysStringLen(text.bstr()), FailingAllocations::LARGE) << "the text is what it was";
 }
 
 TEST_F(StringTest, convertingNothingIsNoError)

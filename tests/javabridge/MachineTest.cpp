@@ -1,4 +1,5 @@
 // Start and end of the Java virtual machine with a stand-in for it: options, version, results, and the singleton around them.
+#include "tests/javabridge/FailingAllocations.h"
 #include "tests/javabridge/StandIn.h"
 
 namespace {
@@ -173,6 +174,14 @@ TEST_F(MachineTest, libraryWithoutTheFunctionEndsTheCreationAndCanBeUnloaded)
     EXPECT_NE(GetModuleHandleA(runtime.library().c_str()), nullptr);
     EXPECT_EQ(client.destroyJVM(), 0u);
     EXPECT_EQ(GetModuleHandleA(runtime.library().c_str()), nullptr);
+}
+
+TEST_F(MachineTest, missingMemoryForTheOptionsEndsTheCreation)
+{
+    const FailingAllocations failing(FailingAllocations::Kind::NothrowArrays);
+    EXPECT_EQ(create(), E_FAIL);
+    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"m_JVMArguments.options != NULL: false"});
+    EXPECT_STRINGS(runtime.record(), Strings{"loaded in " + runtime.bin()});
 }
 
 TEST_F(MachineTest, machineThatRefusesItsOptionsEndsTheCreation)
