@@ -366,6 +366,9 @@ void CAtlExeModule::MonitorShutdown() noexcept
 
 bool CAtlExeModule::SignalShutdown() noexcept
 {
+    if (m_bInitFailed) {
+        return false;
+    }
     // Whoever comes after the monitor thread has closed the event finds nothing left to signal.
     const CComCritSecLock lock(m_csShutdown);
     return m_hEventShutdown != nullptr && SetEvent(m_hEventShutdown);

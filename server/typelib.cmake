@@ -1,10 +1,16 @@
 # kesta_contract: the COM contract for everybody who speaks it. Include "KESTAserver_h.h" for the interfaces; the identifiers (IIDs,
 # CLSID, LIBID) are compiled once. The type library lies in KESTA_CONTRACT_DIR as KESTAserver.tlb.
+#
+# Whoever includes this may compile KESTAserver.rc: what it carries besides its own text is found, and makes it anew when it changes.
+set(KESTA_CONTRACT_DIR ${CMAKE_BINARY_DIR}/contract)
+set_source_files_properties(${CMAKE_SOURCE_DIR}/server/KESTAserver.rc PROPERTIES
+    INCLUDE_DIRECTORIES "${CMAKE_SOURCE_DIR}/server;${KESTA_CONTRACT_DIR}"
+    OBJECT_DEPENDS "${KESTA_CONTRACT_DIR}/KESTAserver.tlb;${CMAKE_SOURCE_DIR}/server/KESTAserver.rgs;${CMAKE_SOURCE_DIR}/server/JavaManagerATLObject.rgs")
+
 include_guard(GLOBAL)
 
 find_program(KESTA_WIDL widl REQUIRED)
 find_program(KESTA_PYTHON python3 REQUIRED)
-set(KESTA_CONTRACT_DIR ${CMAKE_BINARY_DIR}/contract CACHE INTERNAL "Folder of what is generated from KESTAserver.idl")
 file(MAKE_DIRECTORY ${KESTA_CONTRACT_DIR})
 
 add_custom_command(

@@ -41,6 +41,7 @@ def expect(condition, what):
 
 
 def word(data, offset):
+    expect(offset + 4 <= len(data), "the file ends too early")
     return struct.unpack_from("<i", data, offset)[0]
 
 
