@@ -11,9 +11,27 @@
 
 namespace ATL {
 
+// Takes back the references that COM holds for its clients on the enumerators of this process. For the end of an object whose
+// client is gone: an enumerator keeps the process, and with its list the object's connection points, alive.
+void AtlDisconnectEnumerators() noexcept;
+
+// Notes an enumerator for AtlDisconnectEnumerators, from its construction to its destruction.
+class CComEnumBase
+{
+protected:
+    CComEnumBase();
+    CComEnumBase(const CComEnumBase&) = delete;
+    CComEnumBase& operator=(const CComEnumBase&) = delete;
+    ~CComEnumBase();
+
+private:
+    friend void AtlDisconnectEnumerators() noexcept;
+    virtual IUnknown* Identity() noexcept = 0;
+};
+
 // Item says what Next fills (Type), what the list keeps (Owner), and how the first comes of the second (handOut).
 template <class Interface, class Item>
-class CComEnum : public CComObjectRootEx<CComSingleThreadModel>, public Interface
+class CComEnum : public CComObjectRootEx<CComSingleThreadModel>, public CComEnumBase, public Interface
 {
     using List = std::vector<typename Item::Owner>;
 
@@ -80,6 +98,8 @@ protected:
     ~CComEnum() = default;
 
 private:
+    IUnknown* Identity() noexcept override { return static_cast<Interface*>(this); }
+
     std::shared_ptr<const List> m_list;
     size_t m_position = 0;
 };

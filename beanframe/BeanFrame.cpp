@@ -59,7 +59,11 @@ CBeanFrame::CBeanFrame(const char* basisControlPath, const char* beanPackage, co
 CBeanFrame::~CBeanFrame()
 {
     LOG_SCOPE(INFO, "CBeanFrame::~CBeanFrame");
-    forward([&](CJavaManagerJNIClient& client) { return client.stopBean(beanObject, frameObject, listener); });
+    const HRESULT hr = AtlGuard([&] {
+        return forward([&](CJavaManagerJNIClient& client) { return client.stopBean(beanObject, frameObject, listener); });
+    });
+    if (FAILED(hr) && CJavaManagerJNIClient::s_Instance)
+        LOG(ERROR, "Java side was not released: " << getWindowsErrorText(static_cast<unsigned>(hr)));
 
     // From here on Java's threads find no bean frame. Those that found it before are inside a native callback, which only queues and
     // waits for nothing but short locks: they are let out before the memory goes.

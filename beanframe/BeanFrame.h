@@ -121,8 +121,10 @@ protected:
 
     void queueEvent(BSTR text, Handler handler, DWORD delay);
     static void CALLBACK timerRoutine(void* parameter, BOOLEAN timerOrWaitFired);
+    static void startTimer(DWORD delay);
     static void postProcessEventQueue();
     static QueueEntry* takeDueEntry(DWORD now);
+    static void awaitNearEntry(DWORD now);
 
     HRESULT processQueueEntry(QueueEntry* entry);
     void processOnControlReady(BSTR text);

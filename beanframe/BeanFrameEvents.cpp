@@ -19,7 +19,11 @@ namespace {
 // An entry that became due longer ago than this is never chosen.
 constexpr DWORD NEVER_CHOSEN = 0x7FFFFFFF;
 
-// C++ exceptions (exhausted memory, a failed code page conversion) end here: they must not unwind into the virtual machine.
+// The steps, in ms, in which GetTickCount goes on. Timers may go on in smaller ones.
+constexpr DWORD TICK_COUNT_STEP = 16;
+
+// C++ exceptions (exhausted memory, a failed code page conversion) end here: they must not unwind into the virtual machine or the
+// timer queue.
 template <class Body>
 void guardNative(Body&& body) noexcept
 {
@@ -44,11 +48,18 @@ const ListenerNatives& listenerNatives()
 CBeanFrame::InstanceUse::InstanceUse()
 {
     // Count first, look afterwards: the destructor clears the pointer first and counts afterwards, so one of the two sees the other.
+    // Whoever finds nothing gives the count back at once: the destructor waits for the users it still has, not for newcomers.
     ++s_InstanceUsers;
     m_instance = std::atomic_ref(s_Instance).load();
+    if (!m_instance)
+        --s_InstanceUsers;
 }
 
-CBeanFrame::InstanceUse::~InstanceUse() { --s_InstanceUsers; }
+CBeanFrame::InstanceUse::~InstanceUse()
+{
+    if (m_instance)
+        --s_InstanceUsers;
+}
 
 void JNICALL CBeanFrame::NativeOnControlReady(JNIEnv* env, jobject, jstring javaText)
 {
@@ -135,23 +146,29 @@ void CBeanFrame::queueEvent(BSTR text, Handler handler, DWORD delay)
         entry->place = node.begin();
         entry->indexPlace = s_EventIndex.emplace(entry->dueTime, entry.get());
         s_EventQueue.splice(s_EventQueue.end(), node);
-        LOG(TRACE, "queued new event: " << static_cast<const void*>(entry.get()));
-        entry.release(); // owned by the queue now
+        const void* const queued = entry.release(); // owned by the queue now
+        LOG(TRACE, "queued new event: " << queued);
     }
-    if (delay != 0) {
-        // The timer is never deleted: it fires once and the default timer queue ends with the process. A delay of 0xFFFFFFFF never
-        // fires; its entry is due at once and goes out with the next message.
-        HANDLE timer = nullptr;
-        CreateTimerQueueTimer(&timer, nullptr, timerRoutine, nullptr, delay, 0, WT_EXECUTEONLYONCE);
-    } else {
+    // A timer of 0xFFFFFFFF never fires; its entry is due at once and goes out with the next message.
+    if (delay != 0)
+        startTimer(delay);
+    else
         postProcessEventQueue();
-    }
+}
+
+// The timer is never deleted: it fires once, and the default timer queue ends with the process.
+void CBeanFrame::startTimer(DWORD delay)
+{
+    HANDLE timer = nullptr;
+    CreateTimerQueueTimer(&timer, nullptr, timerRoutine, nullptr, delay, 0, WT_EXECUTEONLYONCE);
 }
 
 void CALLBACK CBeanFrame::timerRoutine(void*, BOOLEAN)
 {
-    LOG_SCOPE_STATIC(FINE, "CBeanFrame::timerRoutine");
-    postProcessEventQueue();
+    guardNative([] {
+        LOG_SCOPE_STATIC(FINE, "CBeanFrame::timerRoutine");
+        postProcessEventQueue();
+    });
 }
 
 void CBeanFrame::postProcessEventQueue()
@@ -169,7 +186,7 @@ void CBeanFrame::repostSwallowedMessage()
         postProcessEventQueue();
 }
 
-// Under the queue's lock. Unsigned 32-bit arithmetic throughout, so that the clock may wrap.
+// Under the queue's lock; null when nothing is to be processed now. Unsigned 32-bit arithmetic throughout, so that the clock may wrap.
 CBeanFrame::QueueEntry* CBeanFrame::takeDueEntry(DWORD now)
 {
     if (::isLogEnabled(LOG_SOURCE, __LINE__, LOGLEVEL_FINE)) {
@@ -192,6 +209,18 @@ CBeanFrame::QueueEntry* CBeanFrame::takeDueEntry(DWORD now)
     return s_EventIndex.lower_bound(place->first)->second;
 }
 
+// Under the queue's lock. A timer that ran ahead of the queue's clock has posted its message while its entry still lay in the future:
+// nothing else would come for that entry, so one more timer is started.
+void CBeanFrame::awaitNearEntry(DWORD now)
+{
+    auto next = s_EventIndex.upper_bound(now);
+    if (next == s_EventIndex.end())
+        next = s_EventIndex.begin();
+    const DWORD ahead = next->first - now;
+    if (ahead != 0 && ahead <= TICK_COUNT_STEP)
+        startTimer(ahead);
+}
+
 HRESULT CBeanFrame::processEventQueue()
 {
     LOG_SCOPE_STATIC(FINE, "CBeanFrame::processEventQueue");
@@ -205,10 +234,12 @@ HRESULT CBeanFrame::processEventQueue()
             const DWORD now = s_TickCount();
             entry.reset(takeDueEntry(now));
             if (entry) {
-                LOG(FINE, "QueueEntry " << static_cast<const void*>(entry.get()) << " expired, removing from queue ("
-                                        << entry->dueTime << "<=" << now << ")");
                 s_EventQueue.erase(entry->place);
                 s_EventIndex.erase(entry->indexPlace);
+                LOG(FINE, "QueueEntry " << static_cast<const void*>(entry.get()) << " expired, removing from queue ("
+                                        << entry->dueTime << "<=" << now << ")");
+            } else {
+                awaitNearEntry(now);
             }
         }
         if (!entry) {

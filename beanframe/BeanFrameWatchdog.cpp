@@ -2,14 +2,15 @@
 
 #include "beanframe/BeanFrame.h"
 
+#include "atl/enumerator.h"
 #include "javabridge/JavaManagerJNIClient.h"
 
 namespace {
 
 constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
 
-// Takes back the references that COM holds on an object for its clients. A connection point counts on its object but has an identity
-// of its own, and so has what COM holds on it.
+// Takes back the references that COM holds for its clients on an object and on what it handed out. A connection point counts on its
+// object but has an identity of its own, and an enumerator refers to connection points.
 void disconnectClients(IUnknown* object)
 {
     CComPtr<IConnectionPointContainer> container;
@@ -20,6 +21,8 @@ void disconnectClients(IUnknown* object)
         while (points->Next(1, &point, nullptr) == S_OK)
             CoDisconnectObject(point, 0);
     }
+    points.Release();
+    AtlDisconnectEnumerators();
     CoDisconnectObject(object, 0);
 }
 
@@ -73,7 +76,7 @@ void CBeanFrame::processWatchDogEvent(BSTR text)
     disconnectClients(object);
     ULONG count = object->Release();
     while (count != 0) {
-        LOG_PLAIN(TRACE, "More objects to release...");
+        LOG(TRACE, "More objects to release...");
         count = eventTarget()->targetUnknown()->Release();
     }
     // The bean frame went with the object: no member is touched from here on.

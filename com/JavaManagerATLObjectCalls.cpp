@@ -195,6 +195,7 @@ STDMETHODIMP CJavaManagerATLObject::testBridge(BSTR text, int ttl, int delay)
         forwarded += L"s";
         if (delay > 0)
             forwarded += L" (delayed only when passed through bean)";
+        const CComPtr<IUnknown> hold(targetUnknown()); // a sink may release the object
         Fire_testBridgeEvent(forwarded);
         // A way for clients to see what a failing call looks like.
         return beginsWith(text, FAILING_TEXT) ? provideErrorInfo(E_FAIL) : S_OK;

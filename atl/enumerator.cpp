@@ -1,0 +1,39 @@
+#include "atl/enumerator.h"
+
+#include <algorithm>
+
+namespace ATL {
+
+namespace {
+
+// The enumerators there are. Apartment thread only; never destroyed, since enumerators may outlive static destruction.
+std::vector<CComEnumBase*>& s_enumerators = *new std::vector<CComEnumBase*>;
+
+} // namespace
+
+CComEnumBase::CComEnumBase()
+{
+    s_enumerators.push_back(this);
+}
+
+CComEnumBase::~CComEnumBase()
+{
+    std::erase(s_enumerators, this);
+}
+
+void AtlDisconnectEnumerators() noexcept
+{
+    AtlGuard([] {
+        // Held all together first: disconnecting one may end others.
+        std::vector<CComPtr<IUnknown>> enumerators;
+        for (CComEnumBase* const enumerator : s_enumerators) {
+            enumerators.emplace_back(enumerator->Identity());
+        }
+        for (IUnknown* const enumerator : enumerators) {
+            CoDisconnectObject(enumerator, 0);
+        }
+        return S_OK;
+    });
+}
+
+} // namespace ATL
