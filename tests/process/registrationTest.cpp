@@ -1,0 +1,195 @@
+// What the registration switches write, keep and remove.
+#include "tests/process/ServerFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+
+namespace fixtures {
+namespace {
+
+constexpr char CLASSES[] = "Software\\Classes";
+constexpr char CLASS_ID[] = "{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}";
+constexpr char APP_ID[] = "{9E27B6D1-3C48-4A0F-B5E2-71D4C0A96F38}";
+constexpr char LIBRARY_ID[] = "{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}";
+
+const std::vector<std::string> SCRIPTED_KEYS = {
+    std::string("AppID\\") + APP_ID, "AppID\\KESTA.EXE", "KESTAserver.JavaManager.1", "KESTAserver.JavaManager",
+    std::string("CLSID\\") + CLASS_ID};
+
+std::string classKey(const std::string& key)
+{
+    return CLASSES + ("\\" + key);
+}
+
+// Every key and text of a tree, one a line, sorted. Nothing for a tree that is not there.
+void dump(HKEY root, const std::string& path, std::vector<std::string>& lines)
+{
+    HKEY key = nullptr;
+    if (RegOpenKeyExA(root, classKey(path).c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
+        return;
+    lines.push_back(path);
+    char name[256];
+    char text[1024];
+    for (DWORD index = 0, size = sizeof name, textSize = sizeof text, type = 0;
+         RegEnumValueA(key, index, name, &size, nullptr, &type, reinterpret_cast<BYTE*>(text), &textSize) == ERROR_SUCCESS;
+         ++index, size = sizeof name, textSize = sizeof text)
+        lines.push_back(path + " @" + name + " = " + (type == REG_SZ ? std::string(text) : "(type " + std::to_string(type) + ")"));
+    for (DWORD index = 0, size = sizeof name;
+         RegEnumKeyExA(key, index, name, &size, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS; ++index, size = sizeof name)
+        dump(root, path + "\\" + name, lines);
+    RegCloseKey(key);
+}
+
+std::vector<std::string> scriptedKeys(HKEY root)
+{
+    std::vector<std::string> lines;
+    for (const std::string& key : SCRIPTED_KEYS)
+        dump(root, key, lines);
+    std::sort(lines.begin(), lines.end());
+    return lines;
+}
+
+// What the scripts write for an executable.
+std::vector<std::string> expectedKeys(const std::string& executable)
+{
+    const std::string quoted = executable.find(' ') == std::string::npos ? executable : "\"" + executable + "\"";
+    const std::string appId = std::string("AppID\\") + APP_ID;
+    const std::string classId = std::string("CLSID\\") + CLASS_ID;
+    std::vector<std::string> lines = {
+        appId,
+        appId + " @ = KESTAserver",
+        "AppID\\KESTA.EXE",
+        std::string("AppID\\KESTA.EXE @AppID = ") + APP_ID,
+        "KESTAserver.JavaManager.1",
+        "KESTAserver.JavaManager.1 @ = KESTA Java Manager",
+        "KESTAserver.JavaManager.1\\CLSID",
+        std::string("KESTAserver.JavaManager.1\\CLSID @ = ") + CLASS_ID,
+        "KESTAserver.JavaManager",
+        "KESTAserver.JavaManager @ = KESTA Java Manager",
+        "KESTAserver.JavaManager\\CLSID",
+        std::string("KESTAserver.JavaManager\\CLSID @ = ") + CLASS_ID,
+        "KESTAserver.JavaManager\\CurVer",
+        "KESTAserver.JavaManager\\CurVer @ = KESTAserver.JavaManager.1",
+        classId,
+        classId + " @ = KESTA Java Manager",
+        classId + "\\ProgID",
+        classId + "\\ProgID @ = KESTAserver.JavaManager.1",
+        classId + "\\VersionIndependentProgID",
+        classId + "\\VersionIndependentProgID @ = KESTAserver.JavaManager",
+        classId + "\\Programmable",
+        classId + "\\LocalServer32",
+        classId + "\\LocalServer32 @ = " + quoted,
+        classId + "\\TypeLib",
+        classId + "\\TypeLib @ = " + LIBRARY_ID,
+    };
+    std::sort(lines.begin(), lines.end());
+    return lines;
+}
+
+// Begins without registration, in a folder whose name has blanks and an apostrophe.
+class RegistrationTest : public ServerTest
+{
+protected:
+    void SetUp() override
+    {
+        ServerTest::SetUp();
+        ASSERT_EQ(0u, runServer("/UnregServer"));
+        ASSERT_TRUE(CreateDirectoryA(home.c_str(), nullptr));
+        ASSERT_TRUE(CopyFileA((buildFolder() + "\\KESTAx64.exe").c_str(), executable.c_str(), TRUE));
+        ASSERT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_LOCAL_MACHINE));
+    }
+    void TearDown() override
+    {
+        EXPECT_EQ(0u, runServer("/RegServer"));
+        ServerTest::TearDown();
+    }
+    DWORD run(const char* switches) { return runServer(home, switches); }
+
+    const std::string home = folder.file("it's a server's home");
+    const std::string executable = home + "\\KESTAx64.exe";
+    const std::string library = classKey(std::string("TypeLib\\") + LIBRARY_ID + "\\1.0");
+};
+
+TEST_F(RegistrationTest, WritesAndRemovesItsKeysInEverySpellingOfTheSwitches)
+{
+    constexpr const char* SPELLINGS[][2] = {
+        {"/RegServer", "/UnregServer"}, {"-REGSERVER", "-unregserver"}, {"/nothing -x /regserver\tmore", "-UNREGSERVER /RegServer"}};
+    for (const auto& [add, remove] : SPELLINGS) {
+        SCOPED_TRACE(add);
+        EXPECT_EQ(0u, run(add));
+        EXPECT_EQ(expectedKeys(executable), scriptedKeys(HKEY_LOCAL_MACHINE));
+        EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_CURRENT_USER));
+        EXPECT_EQ("KESTA Server 1.0", keyText(HKEY_LOCAL_MACHINE, library));
+        EXPECT_EQ(executable, keyText(HKEY_LOCAL_MACHINE, library + "\\0\\win64"));
+        EXPECT_EQ(home, keyText(HKEY_LOCAL_MACHINE, library + "\\HELPDIR"));
+
+        EXPECT_EQ(0u, run(remove));
+        EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_LOCAL_MACHINE));
+        EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, library));
+        EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, classKey("AppID")));
+        EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, classKey("CLSID")));
+    }
+}
+
+TEST_F(RegistrationTest, RegisteringTwiceLeavesOneSet)
+{
+    EXPECT_EQ(0u, run("/RegServer"));
+    // Left over from another version of the class.
+    HKEY key = nullptr;
+    RegCreateKeyExA(HKEY_LOCAL_MACHINE, classKey(std::string("CLSID\\") + CLASS_ID + "\\InprocServer32").c_str(), 0, nullptr, 0,
+                    KEY_ALL_ACCESS, nullptr, &key, nullptr);
+    RegCloseKey(key);
+    EXPECT_NE(expectedKeys(executable), scriptedKeys(HKEY_LOCAL_MACHINE));
+    EXPECT_EQ(0u, run("/RegServer"));
+    EXPECT_EQ(expectedKeys(executable), scriptedKeys(HKEY_LOCAL_MACHINE));
+    EXPECT_EQ(0u, run("/UnregServer"));
+}
+
+TEST_F(RegistrationTest, RegistersFromAFolderWithBlanksAndApostropheAndIsStartedThere)
+{
+    EXPECT_EQ(0u, run("/RegServer"));
+    settings.setPreference("basiscontrol", buildFolder() + "\\ORVANEControl.jar");
+    SManager manager = create();
+    char path[MAX_PATH] = {};
+    DWORD size = sizeof path;
+    QueryFullProcessImageNameA(manager.server->handle(), 0, path, &size);
+    EXPECT_EQ(executable, path);
+    EXPECT_EQ("Hello", callMethod(manager.object, "echo", "Hello"));
+    manager.object.Release();
+    expectEnd(*manager.server);
+    EXPECT_EQ(0u, run("/UnregServer"));
+}
+
+TEST_F(RegistrationTest, PerUserSwitchesWriteTheirKeysUnderTheUserOnly)
+{
+    EXPECT_EQ(0u, run("-RegServerPerUser"));
+    EXPECT_EQ(expectedKeys(executable), scriptedKeys(HKEY_CURRENT_USER));
+    EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_LOCAL_MACHINE));
+    EXPECT_EQ(0u, run("/REGSERVERPERUSER"));
+    EXPECT_EQ(expectedKeys(executable), scriptedKeys(HKEY_CURRENT_USER));
+    EXPECT_EQ(0u, run("/unregserverperuser"));
+    EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_CURRENT_USER));
+    EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_LOCAL_MACHINE));
+    EXPECT_TRUE(keyExists(HKEY_CURRENT_USER, classKey("AppID")));
+    EXPECT_TRUE(keyExists(HKEY_CURRENT_USER, classKey("CLSID")));
+}
+
+TEST_F(RegistrationTest, FailingSwitchEndsWithItsResult)
+{
+    // Nothing lasting can be written below a key that goes with the session.
+    const std::string programId = classKey("KESTAserver.JavaManager.1");
+    HKEY key = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_LOCAL_MACHINE, programId.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS,
+                                             nullptr, &key, nullptr));
+    RegCloseKey(key);
+    EXPECT_EQ(static_cast<DWORD>(HRESULT_FROM_WIN32(ERROR_CHILD_MUST_BE_VOLATILE)), run("/RegServer"));
+    // What was done before stays, what comes after is not begun.
+    EXPECT_EQ("KESTAserver", keyText(HKEY_LOCAL_MACHINE, classKey(std::string("AppID\\") + APP_ID)));
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, classKey(std::string("CLSID\\") + CLASS_ID)));
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, library));
+    EXPECT_EQ(ERROR_SUCCESS, RegDeleteTreeA(HKEY_LOCAL_MACHINE, programId.c_str()));
+}
+
+} // namespace
+} // namespace fixtures
