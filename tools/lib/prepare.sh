@@ -47,7 +47,7 @@ make_prefix() {
     rm -rf "$tools/prefix.part"
     export WINEPREFIX=$tools/prefix.part DISPLAY='' WINEDLLOVERRIDES='mscoree,mshtml='
     wineboot -i
-    wine regedit /S "Z:${project//\//\\}\\tools\\prefix.reg"
+    wine reg import "Z:${project//\//\\}\\tools\\prefix.reg"
     wineserver -w
     forget_server "$WINEPREFIX"
     echo "$stamp" >"$WINEPREFIX/stamp"

@@ -6,7 +6,7 @@
 # A slot belongs to one session at a time: its Xvfb inherits the slot's lock, and is the last to end.
 # Within a session a slot has a key: "own", "pool-1", ... are fresh copies in any free folder auto-1, auto-2, ...;
 # "named-NAME" is the folder NAME and keeps its content from session to session. The session's folder has one file for each key,
-# "folder display Xvfb's process", and KEY.warm once Wine's services run.
+# "display, Xvfb's process, folder", and KEY.warm once Wine's services run.
 # Needs common.sh and the variable project.
 : "${project:?}"
 
@@ -73,7 +73,7 @@ open_slot() {
         kill -0 $! 2>/dev/null || die "Xvfb does not start."
         sleep 0.01
     done
-    echo "$slot :$display $!" >"$KESTA_SESSION/$1"
+    echo ":$display $! $slot" >"$KESTA_SESSION/$1"
     exec 6>&-
 }
 
@@ -81,7 +81,7 @@ open_slot() {
 # usage: use_slot KEY
 use_slot() {
     local display
-    read -r WINEPREFIX display _ <"$KESTA_SESSION/$1"
+    read -r display _ WINEPREFIX <"$KESTA_SESSION/$1"
     export WINEPREFIX DISPLAY=$display
 }
 
@@ -97,7 +97,7 @@ warm_slot() {
 # Ends the Windows programs of a slot, and then its Xvfb. The file "wineserver" is there if one was started.
 close_slot() {
     local process
-    read -r WINEPREFIX _ process <"$KESTA_SESSION/$1"
+    read -r _ process WINEPREFIX <"$KESTA_SESSION/$1"
     if [ -e "$WINEPREFIX/wineserver" ]; then
         WINEPREFIX=$WINEPREFIX wineserver -k 2>/dev/null || true
         forget_server "$WINEPREFIX"
