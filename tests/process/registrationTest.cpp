@@ -13,9 +13,8 @@ constexpr char CLASS_ID[] = "{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}";
 constexpr char APP_ID[] = "{9E27B6D1-3C48-4A0F-B5E2-71D4C0A96F38}";
 constexpr char LIBRARY_ID[] = "{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}";
 
-const std::vector<std::string> SCRIPTED_KEYS = {
-    std::string("AppID\\") + APP_ID, "AppID\\KESTA.EXE", "KESTAserver.JavaManager.1", "KESTAserver.JavaManager",
-    std::string("CLSID\\") + CLASS_ID};
+const std::vector<std::string> SCRIPTED_KEYS = {std::string("AppID\\") + APP_ID, "AppID\\KESTA.EXE", "KESTAserver.JavaManager.1",
+                                                "KESTAserver.JavaManager", std::string("CLSID\\") + CLASS_ID};
 
 std::string classKey(const std::string& key)
 {
@@ -34,7 +33,8 @@ void dump(HKEY root, const std::string& path, std::vector<std::string>& lines)
     for (DWORD index = 0, size = sizeof name, textSize = sizeof text, type = 0;
          RegEnumValueA(key, index, name, &size, nullptr, &type, reinterpret_cast<BYTE*>(text), &textSize) == ERROR_SUCCESS;
          ++index, size = sizeof name, textSize = sizeof text)
-        lines.push_back(path + " @" + name + " = " + (type == REG_SZ ? std::string(text) : "(type " + std::to_string(type) + ")"));
+        lines.push_back(path + " @" + name + " = " +
+                        (type == REG_SZ ? std::string(text) : "(type " + std::to_string(type) + ")"));
     for (DWORD index = 0, size = sizeof name;
          RegEnumKeyExA(key, index, name, &size, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS; ++index, size = sizeof name)
         dump(root, path + "\\" + name, lines);
@@ -113,8 +113,9 @@ protected:
 
 TEST_F(RegistrationTest, WritesAndRemovesItsKeysInEverySpellingOfTheSwitches)
 {
-    constexpr const char* SPELLINGS[][2] = {
-        {"/RegServer", "/UnregServer"}, {"-REGSERVER", "-unregserver"}, {"/nothing -x /regserver\tmore", "-UNREGSERVER /RegServer"}};
+    constexpr const char* SPELLINGS[][2] = {{"/RegServer", "/UnregServer"},
+                                            {"-REGSERVER", "-unregserver"},
+                                            {"/nothing -x /regserver\tmore", "-UNREGSERVER /RegServer"}};
     for (const auto& [add, remove] : SPELLINGS) {
         SCOPED_TRACE(add);
         EXPECT_EQ(0u, run(add));
@@ -180,8 +181,8 @@ TEST_F(RegistrationTest, FailingSwitchEndsWithItsResult)
     // Nothing lasting can be written below a key that goes with the session.
     const std::string programId = classKey("KESTAserver.JavaManager.1");
     HKEY key = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_LOCAL_MACHINE, programId.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS,
-                                             nullptr, &key, nullptr));
+    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_LOCAL_MACHINE, programId.c_str(), 0, nullptr, REG_OPTION_VOLATILE,
+                                             KEY_ALL_ACCESS, nullptr, &key, nullptr));
     RegCloseKey(key);
     EXPECT_EQ(static_cast<DWORD>(HRESULT_FROM_WIN32(ERROR_CHILD_MUST_BE_VOLATILE)), run("/RegServer"));
     // What was done before stays, what comes after is not begun.

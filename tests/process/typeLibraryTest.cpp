@@ -99,7 +99,8 @@ protected:
         EXPECT_STREQ(help, actualHelp.m_str);
     }
 
-    static void expectFunction(ITypeInfo* info, UINT index, const SFunction& expected, FUNCKIND kind, VARTYPE result, short offset)
+    static void expectFunction(ITypeInfo* info, UINT index, const SFunction& expected, FUNCKIND kind, VARTYPE result,
+                               short offset)
     {
         FUNCDESC* description = nullptr;
         ASSERT_EQ(S_OK, info->GetFuncDesc(index, &description));
@@ -160,7 +161,8 @@ TEST_F(TypeLibraryTest, LibraryHasItsNameVersionAndLocale)
     EXPECT_STREQ(L"KESTA Server 1.0", help.m_str);
 
     ASSERT_EQ(3u, library->GetTypeInfoCount());
-    constexpr TYPEKIND KINDS[] = {TKIND_DISPATCH, TKIND_COCLASS, TKIND_DISPATCH}; // a dual interface shows its dispatch face first
+    constexpr TYPEKIND KINDS[] = {TKIND_DISPATCH, TKIND_COCLASS,
+                                  TKIND_DISPATCH}; // a dual interface shows its dispatch face first
     for (UINT index = 0; index < 3; ++index) {
         TYPEKIND kind = TKIND_MAX;
         library->GetTypeInfoType(index, &kind);
