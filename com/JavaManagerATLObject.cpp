@@ -9,7 +9,6 @@ CJavaManagerATLObject* CJavaManagerATLObject::s_Instance = nullptr;
 
 namespace {
 
-constexpr char PREFERENCES_KEY[] = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
 constexpr DWORD MODULE_PATH_SIZE = 260;
 
 // The control archive beside the executable; "" when the executable's path cannot be had.
@@ -36,8 +35,8 @@ CJavaManagerATLObject::CJavaManagerATLObject()
     // The object exists whatever happens on the way to its frame.
     const HRESULT hr = AtlGuard([&]() -> HRESULT {
         const std::string defaultControl = defaultBasisControl();
-        CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, KEY_READ | KEY_WOW64_32KEY);
-        std::string basiscontrol = preferences.getStringValue("basiscontrol", defaultControl.c_str());
+        std::string basiscontrol =
+            CRegistry(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS).getStringValue("basiscontrol", defaultControl.c_str());
         if (!doesFileExist(basiscontrol) && basiscontrol != defaultControl && doesFileExist(defaultControl))
             basiscontrol = defaultControl;
         LOG(FINE, "Basiscontrol path: " << basiscontrol);

@@ -1,7 +1,6 @@
 // The singleton, and the Java virtual machine from the loading of its library to the end of the process.
 #include "javabridge/JavaManagerJNIClient.h"
 
-#include "javabridge/PreferencesKey.h"
 #include "support/registry.h"
 
 #include <algorithm>

@@ -1,7 +1,6 @@
 // Which Java runtime is loaded, and which archives form its class path. Both answers come from the registry.
 #include "javabridge/JavaManagerJNIClient.h"
 
-#include "javabridge/PreferencesKey.h"
 #include "support/registry.h"
 
 #include <algorithm>

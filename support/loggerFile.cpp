@@ -11,11 +11,9 @@
 #define LOG_SOURCE "logger"
 
 namespace {
-constexpr const char* preferencesKey = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
 
-// The template layer of the COM side, by the number of the library version whose conventions it keeps. This room stands beside
-// that layer and cannot ask it.
-constexpr int templateLayerVersion = 0x0E00;
+// ATL_VER of the project's template layer (atl/base.h), which this room stands beside and cannot ask.
+constexpr int templateLayerVersion = 0x0100;
 constexpr int compilerVersion = __GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__;
 
 struct FindCloser
@@ -141,7 +139,7 @@ HRESULT Logger::Implementation::initSetParametersIfDesktopFolderExists()
 void Logger::Implementation::initSetParametersFromRegistry()
 {
     LOG_SCOPE_STATIC(FINE, "Logger::initSetParametersFromRegistry");
-    CRegistry registry(preferencesKey, HKEY_LOCAL_MACHINE, KEY_READ | KEY_WOW64_32KEY);
+    CRegistry registry(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
     const int maxLevel = levelOr(registry.getDWORDValue("loglevel", 6), LOGLEVEL_WARN);
     const int traceLevel = levelOr(registry.getDWORDValue("traceloglevel", 6), LOGLEVEL_TRACE);
     logDirectory = registry.getStringValue("logpath", logDirectory.c_str());

@@ -390,7 +390,7 @@ TEST_F(LoggerFile, beginsWithTheSystemInformation)
     SYSTEM_INFO system = {};
     GetSystemInfo(&system);
     const std::string gcc = std::to_string(__GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__);
-    EXPECT_EQ(lines[0].body, "    " + std::string(product) + " version: , ATL version: 0xe00, compiler version: " + gcc);
+    EXPECT_EQ(lines[0].body, "    " + std::string(product) + " version: , ATL version: 0x100, compiler version: " + gcc);
     EXPECT_TRUE(std::regex_match(lines[1].body, std::regex("    Windows version: \\d+\\.\\d+\\.\\d+, service pack \\d+\\.\\d+, "
                                                            "suite mask: [0-9a-f]+, product type \\d+, WOW64 process: false")))
         << lines[1].body;
