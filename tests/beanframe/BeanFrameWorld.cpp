@@ -1,0 +1,108 @@
+#include "tests/beanframe/BeanFrameWorld.h"
+
+#include <sstream>
+
+EventTarget* eventTarget()
+{
+    return RecordingTarget::s_current;
+}
+
+HRESULT RecordingTarget::fire(const char* event, BSTR text)
+{
+    const std::string call = std::string(event) + " " + (text ? narrowText(text) : "(null)");
+    calls.push_back(call);
+    events.push_back(call);
+    if (onFire)
+        onFire(call);
+    return S_OK;
+}
+
+HRESULT STDMETHODCALLTYPE RecordingTarget::QueryInterface(REFIID iid, void** object)
+{
+    *object = iid == IID_IMarshal ? &m_marshaler : nullptr;
+    return *object ? S_OK : E_NOINTERFACE;
+}
+
+ULONG STDMETHODCALLTYPE RecordingTarget::AddRef()
+{
+    calls.push_back("AddRef");
+    return ++references;
+}
+
+ULONG STDMETHODCALLTYPE RecordingTarget::Release()
+{
+    calls.push_back("Release");
+    const ULONG count = --references;
+    if (count == 0 && onLastRelease)
+        onLastRelease();
+    return count;
+}
+
+HRESULT STDMETHODCALLTYPE RecordingTarget::Marshaler::DisconnectObject(DWORD)
+{
+    m_target.calls.push_back("DisconnectObject");
+    if (m_target.onDisconnect)
+        m_target.onDisconnect();
+    return S_OK;
+}
+
+BeanFrameWorld::BeanFrameWorld()
+{
+    world.setPreference("loglevel", LOGLEVEL_TRACE);
+    world.setPreference("logpath", "");
+    world.start();
+    s_now = 1000;
+    FrameAccess::s_TickCount = testClock;
+    FrameAccess::s_MessagePosted = false;
+    takeMessages(); // gives this thread its message queue
+    stream.clear();
+}
+
+BeanFrameWorld::~BeanFrameWorld()
+{
+    if (java)
+        java->insideVoidMethods = nullptr;
+    if (CBeanFrame::s_Instance)
+        CBeanFrame::deleteInstance();
+    FrameAccess::s_EventQueue.clear();
+    FrameAccess::s_EventIndex.clear();
+    if (!java)
+        CJavaManagerJNIClient::cleanUp();
+    FrameAccess::s_TickCount = GetTickCount;
+    takeMessages();
+}
+
+void BeanFrameWorld::createFrame()
+{
+    java.emplace();
+    CBeanFrame::createInstance("C:\\controls\\basis.jar", "com.maker.win", "Control");
+    java->jni.takeCalls();
+    stream.clear();
+}
+
+void BeanFrameWorld::queue(const char* text, FrameAccess::Handler handler, DWORD delay)
+{
+    (frame().*&FrameAccess::queueEvent)(CComBSTR(text), handler, delay);
+}
+
+std::string BeanFrameWorld::address(const void* pointer)
+{
+    std::ostringstream text;
+    text << pointer;
+    return text.str();
+}
+
+std::vector<BeanFrameWorld::Message> BeanFrameWorld::takeMessages()
+{
+    std::vector<Message> result;
+    MSG message;
+    while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE))
+        if (!message.hwnd)
+            result.push_back({message.message, message.wParam, message.lParam});
+    return result;
+}
+
+bool BeanFrameWorld::waitForMessage()
+{
+    return MsgWaitForMultipleObjectsEx(0, nullptr, 10000, QS_POSTMESSAGE, MWMO_INPUTAVAILABLE) == WAIT_OBJECT_0;
+}

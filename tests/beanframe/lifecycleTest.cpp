@@ -1,0 +1,200 @@
+// Creation and end of the bean frame.
+#include "tests/beanframe/BeanFrameWorld.h"
+
+#include "javabridge/ListenerNatives.h"
+
+#include <gmock/gmock.h>
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class BeanFrameLifecycle : public BeanFrameWorld
+{
+protected:
+    static void create() { CBeanFrame::createInstance("C:\\controls\\basis.jar", "com.maker.win", "Control"); }
+};
+
+TEST_F(BeanFrameLifecycle, CreationLogsItsArgumentsAndTheFrameIdOnceItIsThere)
+{
+    java.emplace();
+    create();
+    EXPECT_THAT(lines(), ElementsAre("INFO -> createInstance C:\\controls\\basis.jar,com.maker.win,Control",
+                                     "INFO -> CBeanFrame -1 CBeanFrame C:\\controls\\basis.jar,com.maker.win,Control",
+                                     "TRACE " + object() + "CHECKPOINT: Successfully created BeanFrame.",
+                                     "INFO <- CBeanFrame -1 CBeanFrame C:\\controls\\basis.jar,com.maker.win,Control",
+                                     "INFO <- createInstance C:\\controls\\basis.jar,com.maker.win,Control"));
+}
+
+TEST_F(BeanFrameLifecycle, CreationStartsTheBeanAndThenRegistersTheListener)
+{
+    java.emplace();
+    java->jni.nameFunction(reinterpret_cast<void*>(CBeanFrame::NativeTestBridgeEvent), "NativeTestBridgeEvent");
+    java->jni.nameFunction(reinterpret_cast<void*>(CBeanFrame::NativeOnControlReady), "NativeOnControlReady");
+    java->jni.nameFunction(reinterpret_cast<void*>(CBeanFrame::NativeOnCustomEvent), "NativeOnCustomEvent");
+    create();
+
+    std::vector<std::string> steps;
+    for (const std::string& call : java->jni.takeCalls())
+        if (call.starts_with("NewObject(") || call.starts_with("NewGlobalRef(") || call.starts_with("RegisterNatives(") ||
+            call.starts_with("Call"))
+            steps.push_back(call);
+    const std::string bean = "com/maker/win/Control";
+    const std::string frameClass = "com/velmora/tq/kesta/KESTAFrame";
+    const std::string listenerClass = "com/velmora/tq/kesta/KESTAListener";
+    EXPECT_THAT(
+        steps,
+        ElementsAre("NewObject(class " + bean + ", <init>)", "NewGlobalRef(local " + bean + ")",
+                    "NewObject(class " + frameClass + ", <init>, \"kesta_frame_" + std::to_string(GetCurrentProcessId()) + "\")",
+                    "NewGlobalRef(local " + frameClass + ")",
+                    "CallVoidMethod(global " + frameClass + ", setFocusableWindowState, false)",
+                    "CallVoidMethod(global " + frameClass + ", setAlwaysOnTop, false)",
+                    "CallVoidMethod(global " + frameClass + ", setUndecorated, true)",
+                    "NewObject(class " + listenerClass + ", <init>)", "NewGlobalRef(local " + listenerClass + ")",
+                    "RegisterNatives(class " + listenerClass + ", testBridgeEvent (Ljava/lang/String;I)V NativeTestBridgeEvent)",
+                    "RegisterNatives(class " + listenerClass + ", OnControlReady (Ljava/lang/String;)V NativeOnControlReady)",
+                    "RegisterNatives(class " + listenerClass + ", OnCustomEvent (Ljava/lang/String;)V NativeOnCustomEvent)",
+                    "CallVoidMethod(global " + bean + ", addORVANEControlListener, global " + listenerClass + ")"));
+    EXPECT_EQ(frame().frameID, static_cast<int>(GetCurrentProcessId()));
+    EXPECT_EQ(FrameAccess::s_MainThreadId, GetCurrentThreadId());
+    EXPECT_EQ(frame().*&FrameAccess::clientWindow, nullptr);
+    EXPECT_FALSE(frame().*&FrameAccess::eventsSuspended);
+}
+
+TEST_F(BeanFrameLifecycle, SecondCreationOnlyWarns)
+{
+    createFrame();
+    CBeanFrame* const first = CBeanFrame::s_Instance;
+    CBeanFrame::createInstance("other.jar", "p", "B");
+    EXPECT_EQ(CBeanFrame::s_Instance, first);
+    EXPECT_THAT(lines(), ElementsAre("INFO -> createInstance other.jar,p,B", "WARN double creation of BeanFrameInstance",
+                                     "INFO <- createInstance other.jar,p,B"));
+    EXPECT_THAT(java->jni.takeCalls(), IsEmpty());
+}
+
+TEST_F(BeanFrameLifecycle, CreationWithoutRuntimeKeepsTheFrameWithoutReferences)
+{
+    create();
+    ASSERT_NE(CBeanFrame::s_Instance, nullptr);
+    EXPECT_EQ(frame().frameID, -1);
+    EXPECT_EQ(frame().*&FrameAccess::beanObject, nullptr);
+    EXPECT_EQ(frame().*&FrameAccess::frameObject, nullptr);
+    EXPECT_EQ(frame().*&FrameAccess::listener, nullptr);
+    EXPECT_THAT(linesWith(lines(), "CHECKPOINT"), IsEmpty());
+
+    stream.clear();
+    EXPECT_EQ(frame().validate(), E_FAIL);
+    EXPECT_THAT(lines(), ElementsAre("INFO -> CBeanFrame -1 validate ", "INFO -> CBeanFrame -1 validate ",
+                                     "INFO <- CBeanFrame -1 validate "))
+        << "the scope once more in the error backtrace";
+}
+
+// Each of the three references and the frame id counts.
+TEST_F(BeanFrameLifecycle, CheckpointOnlyWhenEverythingIsThere)
+{
+    for (const char* missing :
+         {"com/maker/win/Control", "com/velmora/tq/kesta/KESTAFrame", "com/velmora/tq/kesta/KESTAListener"}) {
+        SCOPED_TRACE(missing);
+        java.emplace();
+        java->jni.missing.insert(missing);
+        stream.clear();
+        create();
+        EXPECT_THAT(linesWith(lines(), "CHECKPOINT"), IsEmpty());
+        CBeanFrame::deleteInstance();
+    }
+}
+
+// Java answers a listener's registration with an event at once.
+TEST_F(BeanFrameLifecycle, EventsRaisedDuringConstructionAreDropped)
+{
+    java.emplace();
+    java->insideVoidMethods = [&] {
+        CBeanFrame::NativeOnControlReady(environment.env(), nullptr, NativeEnvironment::text("early"));
+    };
+    create();
+    EXPECT_THAT(linesWith(lines(), "INFO Dropped ControlReady Event, no corresponding bean frame was found..."),
+                testing::SizeIs(4))
+        << "three setters of the frame and the registration";
+    EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
+    EXPECT_THAT(takeMessages(), IsEmpty());
+}
+
+// A native called on the main thread, inside a forwarded call, only queues.
+TEST_F(BeanFrameLifecycle, EventsRaisedInsideACallAreQueued)
+{
+    createFrame();
+    java->insideVoidMethods = [&] {
+        CBeanFrame::NativeOnCustomEvent(environment.env(), nullptr, NativeEnvironment::text("inside"));
+    };
+    EXPECT_EQ(frame().setVisible(true), S_OK);
+    EXPECT_THAT(target.calls, IsEmpty());
+    EXPECT_THAT(takeMessages(), ElementsAre(PROCESS_QUEUE));
+    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
+    EXPECT_THAT(target.events, ElementsAre("customEvent inside"));
+}
+
+// So does one called while the frame ends, whose event is lost.
+TEST_F(BeanFrameLifecycle, EventsRaisedDuringDestructionReachNobody)
+{
+    createFrame();
+    java->insideVoidMethods = [&] {
+        CBeanFrame::NativeOnCustomEvent(environment.env(), nullptr, NativeEnvironment::text("late"));
+    };
+    CBeanFrame::deleteInstance();
+    EXPECT_EQ(CBeanFrame::processEventQueue(), E_FAIL);
+    EXPECT_THAT(target.calls, IsEmpty());
+}
+
+TEST_F(BeanFrameLifecycle, DeletionStopsTheBeanAndLeavesNoInstance)
+{
+    createFrame();
+    CBeanFrame::deleteInstance();
+    EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
+    EXPECT_THAT(lines(),
+                ElementsAre("INFO -> deleteInstance ", "TRACE s_Instance!=NULL: true", "INFO -> " + object() + "~CBeanFrame ",
+                            "INFO <- " + object() + "~CBeanFrame ", "INFO <- deleteInstance "));
+    const std::string bean = "global com/maker/win/Control";
+    EXPECT_THAT(
+        java->takeMethodCalls(),
+        ElementsAre("CallObjectMethod(" + bean + ", free)",
+                    "CallVoidMethod(" + bean + ", removeORVANEControlListener, global com/velmora/tq/kesta/KESTAListener)",
+                    "CallVoidMethod(" + bean + ", removeAll)",
+                    "CallVoidMethod(global com/velmora/tq/kesta/KESTAFrame, remove, " + bean + ")",
+                    "CallVoidMethod(global com/velmora/tq/kesta/KESTAFrame, dispose)"));
+    EXPECT_THAT(java->jni.liveGlobals(), IsEmpty());
+}
+
+TEST_F(BeanFrameLifecycle, DeletionWithoutInstanceLogsTheFailedCheck)
+{
+    CBeanFrame::deleteInstance();
+    EXPECT_THAT(stream.messages(), ElementsAre("INFO deleteInstance ", fixtures::beginBanner, "ERROR s_Instance!=NULL: false",
+                                               "INFO deleteInstance ", fixtures::endBanner, "INFO deleteInstance "));
+}
+
+TEST_F(BeanFrameLifecycle, DeletionDropsPendingEvents)
+{
+    createFrame();
+    queue("now", &FrameAccess::processOnCustomEvent, 0);
+    queue("later", &FrameAccess::processTestBridgeEvent, 60000);
+    CBeanFrame::deleteInstance();
+    EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
+    EXPECT_THAT(FrameAccess::s_EventIndex, IsEmpty());
+
+    EXPECT_THAT(takeMessages(), ElementsAre(PROCESS_QUEUE)) << "posted before";
+    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
+    EXPECT_THAT(target.calls, IsEmpty());
+}
+
+TEST_F(BeanFrameLifecycle, NewInstanceMayFollowADeletedOne)
+{
+    createFrame();
+    CBeanFrame::deleteInstance();
+    create();
+    EXPECT_EQ(frame().frameID, static_cast<int>(GetCurrentProcessId()) + 1);
+}
+
+TEST_F(BeanFrameLifecycle, ListenerNativesAreTheFrameNatives)
+{
+    EXPECT_EQ(listenerNatives().testBridgeEvent, CBeanFrame::NativeTestBridgeEvent);
+    EXPECT_EQ(listenerNatives().OnControlReady, CBeanFrame::NativeOnControlReady);
+    EXPECT_EQ(listenerNatives().OnCustomEvent, CBeanFrame::NativeOnCustomEvent);
+}
