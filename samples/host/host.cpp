@@ -407,8 +407,9 @@ INT_PTR CHost::handle(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_DESTROY:
         PostQuitMessage(0);
         return TRUE;
+    default:
+        return FALSE;
     }
-    return FALSE;
 }
 
 INT_PTR CALLBACK CHost::dialogProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
