@@ -29,7 +29,7 @@ struct ATL_OBJMAP_ENTRY
 #define OBJECT_ENTRY(clsid, x) {&clsid, &x::UpdateRegistry, &x::ClassFactoryCreator, &x::ObjectMain, &x::GetCategoryMap},
 
 // The switch that a command line holds.
-enum class CRegistrationSwitch { None, RegServer, UnregServer, RegServerPerUser, UnregServerPerUser };
+enum class CRegistrationSwitch : unsigned char { None, RegServer, UnregServer, RegServerPerUser, UnregServerPerUser };
 
 // Looks at each word after a "-" or "/", wherever that stands (the executable's own path is part of the command line), in any
 // case; a word ends at a blank, a tab or the end. The first of the four words decides.

@@ -36,6 +36,7 @@ HRESULT AtlInternalQueryInterface(void* self, const ATL_INTMAP_ENTRY* entries, R
 HRESULT CComClassFactory::Create(Creator creator, REFIID iid, void** factory) noexcept
 {
     return AtlGuard([&]() -> HRESULT {
+        // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): the guard is the handler
         const CComPtr<CComClassFactory> created(new CComClassFactory(creator));
         return created->QueryInterface(iid, factory);
     });

@@ -109,7 +109,7 @@ public:
         *object = nullptr;
         CComModuleLock lock;
         return AtlGuard([&]() -> HRESULT {
-            auto* const created = new CComObject;
+            auto* const created = new CComObject; // NOLINT(bugprone-unhandled-exception-at-new): the guard is the handler
             // A reference that FinalConstruct hands out and gets back must not end the object.
             created->InternalAddRef();
             const HRESULT hr = AtlGuard([&] { return created->FinalConstruct(); });
@@ -203,7 +203,7 @@ HRESULT AtlReportError(const CLSID& clsid, const char* description, const IID& i
 // Component categories of a class: a table that ends with a null category. A class without any has no table.
 struct ATL_CATMAP_ENTRY
 {
-    enum class Type { Implemented, Required };
+    enum class Type : unsigned char { Implemented, Required };
     Type type;
     const GUID* catid;
 };

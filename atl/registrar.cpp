@@ -6,15 +6,19 @@ namespace ATL {
 
 namespace {
 
-LONG writeValue(CRegKey& key, const std::string& name, const CRegValue& value) noexcept
+// Writes nothing when there is no value.
+LONG writeValue(CRegKey& key, const std::string& name, const std::optional<CRegValue>& value) noexcept
 {
-    if (const auto* const text = std::get_if<std::string>(&value)) {
+    if (!value) {
+        return ERROR_SUCCESS;
+    }
+    if (const auto* const text = std::get_if<std::string>(&*value)) {
         return key.SetStringValue(name, *text);
     }
-    if (const auto* const number = std::get_if<DWORD>(&value)) {
+    if (const auto* const number = std::get_if<DWORD>(&*value)) {
         return key.SetDWORDValue(name, *number);
     }
-    return key.SetBinaryValue(name, *std::get_if<std::vector<std::byte>>(&value));
+    return key.SetBinaryValue(name, *std::get_if<std::vector<std::byte>>(&*value));
 }
 
 HRESULT result(LONG error) noexcept
@@ -116,7 +120,7 @@ HRESULT CRegObject::RegisterEntry(CRegKey& parent, const CRegEntry& entry)
 {
     using Kind = CRegEntry::Kind;
     if (entry.kind == Kind::NamedValue) {
-        return result(writeValue(parent, entry.name, *entry.value));
+        return result(writeValue(parent, entry.name, entry.value));
     }
     if (entry.kind == Kind::DeleteKey || entry.kind == Kind::ForceRemoveKey) {
         const HRESULT hr = removalResult(parent.RecurseDeleteKey(entry.name));
@@ -126,8 +130,8 @@ HRESULT CRegObject::RegisterEntry(CRegKey& parent, const CRegEntry& entry)
     }
     CRegKey key(m_transaction);
     LONG error = key.Create(parent, entry.name);
-    if (error == ERROR_SUCCESS && entry.value) {
-        error = writeValue(key, "", *entry.value);
+    if (error == ERROR_SUCCESS) {
+        error = writeValue(key, "", entry.value);
     }
     return error != ERROR_SUCCESS ? AtlHresultFromWin32(error) : RunContent(key, entry.content, &CRegObject::RegisterEntry);
 }

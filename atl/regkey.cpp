@@ -9,7 +9,8 @@ void lookUp(Function& function, const char* name) noexcept
 {
     // The library is one that this program imports anyway.
     const HMODULE library = GetModuleHandleA("Advapi32.dll");
-    function = library == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+    function =
+        library == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(library, name)));
 }
 
 } // namespace

@@ -14,7 +14,7 @@
 namespace ATL {
 
 // Whom a registration is for.
-enum class CRegistrationScope {
+enum class CRegistrationScope : unsigned char {
     // HKEY_CLASSES_ROOT as it is.
     Machine,
     // HKEY_CURRENT_USER\Software\Classes stands for HKEY_CLASSES_ROOT.

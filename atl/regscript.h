@@ -31,7 +31,7 @@ using CRegValue = std::variant<std::string, DWORD, std::vector<std::byte>>;
 // One key or named value, in the script's order.
 struct CRegEntry
 {
-    enum class Kind { Key, NoRemoveKey, ForceRemoveKey, DeleteKey, NamedValue };
+    enum class Kind : unsigned char { Key, NoRemoveKey, ForceRemoveKey, DeleteKey, NamedValue };
     Kind kind = Kind::Key;
     std::string name;
     // The default value of a key, if it has one; the value of a named value always.

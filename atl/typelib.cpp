@@ -12,7 +12,7 @@ Function perUserFunction(const char* name) noexcept
 {
     // The library is one that this program imports anyway.
     const HMODULE library = GetModuleHandleA("OLEAUT32.DLL");
-    return library == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+    return library == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(library, name)));
 }
 
 // The path of the file that held the library is left in `path`.
