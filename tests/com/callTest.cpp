@@ -1,0 +1,327 @@
+// The methods of IJavaManager: logging, null checks, results, error info, and the test bridge.
+#include "tests/com/ComWorld.h"
+
+#include "atl/typelib.h"
+#include "beanframe/BeanFrame.h"
+
+#include <gmock/gmock.h>
+
+#include <climits>
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+using SinkCall = RecordingSink::Call;
+
+namespace {
+
+const CComBSTR A(L"first");
+const CComBSTR B(L"second");
+
+struct Method
+{
+    const char* name;
+    std::string entry;
+    // With a check of its own for the bean frame.
+    bool isChecked;
+    HRESULT (*call)(IJavaManager& object, BSTR* result);
+};
+
+const Method METHODS[] = {
+    {"callMethod", "callMethod first, second", false, [](IJavaManager& o, BSTR* r) { return o.callMethod(A, B, r); }},
+    {"callMethodCompressed", "callMethodCompressed first, -7, second", false,
+     [](IJavaManager& o, BSTR* r) { return o.callMethodCompressed(A, -7, B, r); }},
+    {"displayDebugConsole", "displayDebugConsole ", false, [](IJavaManager& o, BSTR* r) { return o.displayDebugConsole(r); }},
+    {"free", "free ", false, [](IJavaManager& o, BSTR* r) { return o.free(r); }},
+    {"getBasisControlVersionInfo", "getBasisControlVersionInfo ", false,
+     [](IJavaManager& o, BSTR* r) { return o.getBasisControlVersionInfo(r); }},
+    {"getProperty", "getProperty first", false, [](IJavaManager& o, BSTR* r) { return o.getProperty(A, r); }},
+    {"getVersionInfo", "getVersionInfo first", false, [](IJavaManager& o, BSTR* r) { return o.getVersionInfo(A, r); }},
+    {"setLogLevel", "setLogLevel 3", false, [](IJavaManager& o, BSTR* r) { return o.setLogLevel(3, r); }},
+    {"setProperty", "setProperty first, second", false, [](IJavaManager& o, BSTR* r) { return o.setProperty(A, B, r); }},
+    {"setUsedControl", "setUsedControl first, second", false, [](IJavaManager& o, BSTR* r) { return o.setUsedControl(A, B, r); }},
+    {"updateVersion", "updateVersion first", false, [](IJavaManager& o, BSTR* r) { return o.updateVersion(A, r); }},
+    {"validate", "validate ", true, [](IJavaManager& o, BSTR*) { return o.validate(); }},
+    {"setBounds", "setBounds 1, -2, 30, 40", true, [](IJavaManager& o, BSTR*) { return o.setBounds(1, -2, 30, 40); }},
+    {"setEnabled", "enable -1", true, [](IJavaManager& o, BSTR*) { return o.enable(VARIANT_TRUE); }},
+    {"add", "pushWindowHandle 4711", true, [](IJavaManager& o, BSTR*) { return o.pushWindowHandle(4711); }},
+    {"testBridge", "testBridge first, 2, 500", false, [](IJavaManager& o, BSTR*) { return o.testBridge(A, 2, 500); }},
+};
+
+} // namespace
+
+class JavaManagerCalls : public ComWorld
+{
+protected:
+    void SetUp() override
+    {
+        object = create();
+        Logger::getErrorEntries();
+        stream.clear();
+        java.jni.takeCalls();
+    }
+    void TearDown() override { object.Release(); }
+
+    HRESULT testBridge(const wchar_t* text, int ttl, int delay) { return object->testBridge(CComBSTR(text), ttl, delay); }
+    // What the log wrote between the banners of its backtraces.
+    std::string backtraces() const
+    {
+        std::string result;
+        bool isInside = false;
+        for (const std::string& text : stream.texts()) {
+            const std::string line = fixtures::DebugStream::withoutNames(text);
+            if (line == fixtures::beginBanner || line == fixtures::endBanner)
+                isInside = line == fixtures::beginBanner;
+            else if (isInside)
+                result += line + "\n";
+        }
+        return result;
+    }
+
+    RecordingSink sink;
+    CComPtr<Object> object;
+};
+
+TEST_F(JavaManagerCalls, LogTheirArgumentsAndEndInProvideErrorInfo)
+{
+    for (const Method& method : METHODS) {
+        SCOPED_TRACE(method.name);
+        stream.clear();
+        CComBSTR result;
+        EXPECT_EQ(method.call(*object, &result), S_OK);
+        const std::vector<std::string> check = {"TRACE " + OBJECT + "CBeanFrame::s_Instance!=NULL: true"};
+        EXPECT_THAT(lines(), ElementsAreArray(methodLines(method.entry, method.isChecked ? check : std::vector<std::string>())));
+        const std::vector<std::string> calls = java.takeMethodCalls();
+        EXPECT_THAT(linesWith(calls, std::string(", ") + method.name), testing::Not(IsEmpty()));
+    }
+}
+
+TEST_F(JavaManagerCalls, ReturnTheAnswerAsANewString)
+{
+    CComBSTR result;
+    EXPECT_EQ(object->callMethod(A, B, &result), S_OK);
+    EXPECT_STREQ(result.m_str, L"answer of callMethod");
+    EXPECT_EQ(object->getProperty(A, &result), S_OK);
+    EXPECT_STREQ(result.m_str, L"answer of getProperty");
+}
+
+TEST_F(JavaManagerCalls, FailureCarriesTheBacktraceAsErrorText)
+{
+    for (const Method& method : METHODS) {
+        SCOPED_TRACE(method.name);
+        java.jni.outcomes[method.name] = RecordingJni::throws("java.lang.IllegalStateException", "not now");
+        stream.clear();
+        CComBSTR result;
+        EXPECT_EQ(method.call(*object, &result), E_FAIL);
+        const std::optional<ErrorInfo> info = takeErrorInfo();
+        ASSERT_TRUE(info);
+        EXPECT_EQ(info->description, backtraces());
+        EXPECT_THAT(info->description, testing::HasSubstr("Exception: java.lang.IllegalStateException: not now"));
+        EXPECT_THAT(info->description, testing::HasSubstr("CJavaManagerATLObject  " + method.entry + "\n"));
+        EXPECT_THAT(info->description, testing::Not(testing::HasSubstr("backtrace ***")));
+        EXPECT_EQ(info->iid, IID_IJavaManager);
+        EXPECT_FALSE(info->hasHelpFile);
+        EXPECT_EQ(info->helpContext, 0u);
+    }
+}
+
+TEST_F(JavaManagerCalls, WithoutBeanFrameFailWithErrorInfo)
+{
+    CBeanFrame::deleteInstance();
+    for (const Method& method : METHODS) {
+        SCOPED_TRACE(method.name);
+        stream.clear();
+        CComBSTR result;
+        EXPECT_EQ(method.call(*object, &result), E_FAIL);
+        const std::vector<std::string> check = {"ERROR " + OBJECT + "CBeanFrame::s_Instance!=NULL: false",
+                                                "INFO -> " + OBJECT + method.entry};
+        EXPECT_THAT(lines(), ElementsAreArray(methodLines(method.entry, check, E_FAIL)));
+        const std::optional<ErrorInfo> info = takeErrorInfo();
+        ASSERT_TRUE(info);
+        EXPECT_EQ(info->description, backtraces());
+    }
+}
+
+TEST_F(JavaManagerCalls, SuccessCodesAreFlattened)
+{
+    ObjectAccess* const access = static_cast<ObjectAccess*>(static_cast<CJavaManagerATLObject*>(object.p));
+    EXPECT_EQ((access->*&ObjectAccess::provideErrorInfo)(S_FALSE), S_OK);
+    EXPECT_THAT(lines(), ElementsAre("INFO -> " + OBJECT + "provideErrorInfo 1", "INFO <- " + OBJECT + "provideErrorInfo 1"));
+    EXPECT_FALSE(takeErrorInfo());
+}
+
+TEST_F(JavaManagerCalls, FailureCodesArePassedThrough)
+{
+    ObjectAccess* const access = static_cast<ObjectAccess*>(static_cast<CJavaManagerATLObject*>(object.p));
+    EXPECT_EQ((access->*&ObjectAccess::provideErrorInfo)(E_INVALIDARG), E_INVALIDARG);
+    const std::string scope = OBJECT + "provideErrorInfo -2147024809";
+    EXPECT_THAT(lines(), ElementsAre("INFO -> " + scope, "TRACE " + OBJECT + "Providing Error Info!", "INFO <- " + scope));
+    EXPECT_EQ(takeErrorInfo()->description, "") << "no error line since the last call";
+}
+
+TEST_F(JavaManagerCalls, ErrorTextHoldsWhatCameSinceTheLastFailure)
+{
+    CBeanFrame::deleteInstance();
+    EXPECT_EQ(object->validate(), E_FAIL);
+    const std::string firstText = takeErrorInfo()->description;
+    stream.clear();
+    EXPECT_EQ(object->validate(), E_FAIL);
+    EXPECT_EQ(takeErrorInfo()->description, backtraces());
+    EXPECT_THAT(firstText, testing::HasSubstr("validate"));
+}
+
+TEST_F(JavaManagerCalls, OnlyVariantTrueEnables)
+{
+    EXPECT_EQ(object->enable(VARIANT_TRUE), S_OK);
+    EXPECT_EQ(object->enable(1), S_OK);
+    EXPECT_EQ(object->enable(VARIANT_FALSE), S_OK);
+    EXPECT_EQ(object->enable(-2), S_OK);
+    const std::string frame = "CallVoidMethod(global com/velmora/tq/kesta/KESTAFrame, setEnabled, ";
+    EXPECT_THAT(java.takeMethodCalls(), ElementsAre(frame + "true)", frame + "false)", frame + "false)", frame + "false)"));
+    EXPECT_THAT(linesWith(lines(), "-> " + OBJECT + "enable"),
+                ElementsAre("INFO -> " + OBJECT + "enable -1", "INFO -> " + OBJECT + "enable 1", "INFO -> " + OBJECT + "enable 0",
+                            "INFO -> " + OBJECT + "enable -2"));
+}
+
+TEST_F(JavaManagerCalls, FrameIdIsTheFramesOrThatOfAZombie)
+{
+    int id = 0;
+    EXPECT_EQ(object->getBeanFrameID(&id), S_OK);
+    EXPECT_EQ(id, CBeanFrame::s_Instance->frameID);
+    const std::string scope = OBJECT + "getBeanFrameID ";
+    EXPECT_THAT(lines(), ElementsAre("INFO -> " + scope, "INFO <- " + scope));
+
+    CBeanFrame::deleteInstance();
+    stream.clear();
+    EXPECT_EQ(object->getBeanFrameID(&id), S_OK);
+    EXPECT_EQ(id, -1);
+    EXPECT_THAT(lines(),
+                ElementsAre("INFO -> " + scope,
+                            "WARN " + OBJECT + "CBeanFrame::s_Instance==NULL, this object is a zombie; client should release it",
+                            "INFO <- " + scope));
+    EXPECT_FALSE(takeErrorInfo());
+    EXPECT_EQ(object->getBeanFrameID(nullptr), E_POINTER);
+}
+
+TEST_F(JavaManagerCalls, TestBridgeAnswersItselfAtTheEndOfItsHops)
+{
+    advise(object, sink);
+    struct Case
+    {
+        const wchar_t* text;
+        int ttl;
+        int delay;
+        const char* fired;
+        HRESULT result;
+    };
+    const std::string tail = " (delayed only when passed through bean)";
+    const std::string abcDelayed = "abcSs" + tail;
+    const Case cases[] = {
+        {L"abc", 1, 0, "abcSs", S_OK},
+        {L"abc", 0, 5, abcDelayed.c_str(), S_OK},
+        {L"abc", 0, 0, "abcSs", S_OK},
+        {L"abc", -3, -5, "abcSs", S_OK},
+        {L"abc", INT_MIN, 0, "abcSs", S_OK},
+        {L"error-x", 1, 0, "error-xSs", E_FAIL},
+        {L"error", 1, 0, "errorSs", E_FAIL},
+        {L"erro", 1, 0, "erroSs", S_OK},
+        {L"Error-x", 1, 0, "Error-xSs", S_OK},
+        {L"an error", 1, 0, "an errorSs", S_OK},
+        {L"", 1, 0, "Ss", S_OK},
+        {nullptr, 1, 0, "Ss", S_OK},
+    };
+    for (const Case& tested : cases) {
+        SCOPED_TRACE(tested.fired);
+        sink.calls.clear();
+        stream.clear();
+        EXPECT_EQ(testBridge(tested.text, tested.ttl, tested.delay), tested.result);
+        EXPECT_THAT(sink.calls, ElementsAre(SinkCall{2, tested.fired}));
+        const std::optional<ErrorInfo> info = takeErrorInfo();
+        EXPECT_EQ(info.has_value(), tested.result == E_FAIL);
+        if (info) {
+            EXPECT_EQ(info->description, "") << "nothing went wrong in the log";
+        } else {
+            EXPECT_THAT(linesWith(lines(), "provideErrorInfo"), IsEmpty()) << "success does not pass through it";
+        }
+    }
+    EXPECT_THAT(java.takeMethodCalls(), IsEmpty());
+}
+
+TEST_F(JavaManagerCalls, TestBridgeForwardsWhileHopsAreLeft)
+{
+    advise(object, sink);
+    EXPECT_EQ(testBridge(L"abc", 3, 0), S_OK);
+    EXPECT_EQ(testBridge(L"abc", 2, 500), S_OK);
+    EXPECT_EQ(testBridge(L"error", INT_MAX, -1), S_OK);
+    const std::string listener = "CallVoidMethod(global com/velmora/tq/kesta/KESTAListener, testBridge, ";
+    EXPECT_THAT(java.takeMethodCalls(), ElementsAre(listener + "\"abcS\", 2, 0)", listener + "\"abcS\", 1, 500)",
+                                                    listener + "\"errorS\", 2147483646, -1)"));
+    EXPECT_THAT(sink.calls, IsEmpty());
+}
+
+TEST_F(JavaManagerCalls, TestBridgeLogsWhatTheClientPassed)
+{
+    EXPECT_EQ(testBridge(L"abc", 1, 7), S_OK);
+    EXPECT_THAT(lines(), ElementsAre("INFO -> " + OBJECT + "testBridge abc, 1, 7", "INFO <- " + OBJECT + "testBridge abc, 1, 7"));
+}
+
+TEST_F(JavaManagerCalls, TestBridgeAnswersAlsoWithoutBeanFrame)
+{
+    advise(object, sink);
+    CBeanFrame::deleteInstance();
+    EXPECT_EQ(testBridge(L"abc", 1, 0), S_OK);
+    EXPECT_THAT(sink.calls, ElementsAre(SinkCall{2, "abcSs"}));
+}
+
+// Java calls back into the client while the client's call is still on its way.
+TEST_F(JavaManagerCalls, SinkMayCallIn)
+{
+    advise(object, sink);
+    sink.onCall = [&] {
+        CComBSTR result;
+        EXPECT_EQ(object->callMethod(A, B, &result), S_OK);
+    };
+    EXPECT_EQ(testBridge(L"abc", 1, 0), S_OK);
+    EXPECT_THAT(java.takeMethodCalls(), testing::SizeIs(1));
+}
+
+TEST_F(JavaManagerCalls, SinkMayReleaseTheObject)
+{
+    advise(object, sink);
+    IJavaManager* const manager = object.p;
+    sink.onCall = [&] { object.Release(); };
+    EXPECT_EQ(manager->testBridge(CComBSTR(L"error"), 1, 0), E_FAIL);
+    EXPECT_EQ(module.locks, 0);
+}
+
+TEST_F(JavaManagerCalls, AreReachedByNameThroughTheTypeLibrary)
+{
+    char path[MAX_PATH] = {};
+    GetModuleFileNameA(nullptr, path, MAX_PATH);
+    ASSERT_EQ(AtlRegisterTypeLib(path, CRegistrationScope::Machine), S_OK);
+    const CComPtr<IDispatch> dispatch(object.p);
+    const auto invoke = [&](const wchar_t* name, std::vector<VARIANT> arguments, VARIANT* result, EXCEPINFO* exception) {
+        LPOLESTR text = const_cast<LPOLESTR>(name);
+        DISPID id = 0;
+        EXPECT_EQ(dispatch->GetIDsOfNames(IID_NULL, &text, 1, LOCALE_USER_DEFAULT, &id), S_OK);
+        DISPPARAMS parameters = {arguments.data(), nullptr, static_cast<UINT>(arguments.size()), 0};
+        return dispatch->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &parameters, result, exception, nullptr);
+    };
+    CComVariant first(A.m_str);
+    CComVariant second(B.m_str);
+    CComVariant result;
+    EXPECT_EQ(invoke(L"callMethod", {second, first}, &result, nullptr), S_OK);
+    ASSERT_EQ(result.vt, VT_BSTR);
+    EXPECT_STREQ(result.bstrVal, L"answer of callMethod");
+
+    CBeanFrame::deleteInstance();
+    stream.clear();
+    EXCEPINFO exception = {};
+    EXPECT_EQ(invoke(L"validate", {}, nullptr, &exception), DISP_E_EXCEPTION);
+    EXPECT_EQ(exception.scode, E_FAIL);
+    EXPECT_EQ(narrowText(exception.bstrDescription), backtraces());
+    SysFreeString(exception.bstrSource);
+    SysFreeString(exception.bstrDescription);
+    SysFreeString(exception.bstrHelpFile);
+}
