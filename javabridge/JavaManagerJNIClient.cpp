@@ -146,6 +146,7 @@ void addBackgroundOption(Options& options, const LogScope& logScope)
         LOG(FINE, "Adding sun.awt.noerasebackground JVM Option");
         options.emplace_back("-Dsun.awt.noerasebackground=true");
     }
+    preferences.closeKey();
 }
 
 void addLoggingOptions(Options& options, const LogScope& logScope)

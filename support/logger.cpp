@@ -95,13 +95,13 @@ void Logger::start()
 void Logger::end()
 {
     LOG_PLAIN(FINE, "End of logging, further static deinitializers can not log anymore");
+    LogState::s_maxLogLevel = -1;
+    LogState::s_traceLogLevel = -1;
     {
         const std::lock_guard lock(m_impl->fileLock);
         m_impl->file.close();
         m_impl->openAttempted = true;
     }
-    LogState::s_maxLogLevel = -1;
-    LogState::s_traceLogLevel = -1;
     s_instance.store(nullptr, std::memory_order_release);
 }
 
@@ -128,8 +128,9 @@ const std::string& Logger::logDirectory() const
     return m_impl->logDirectory;
 }
 
-const std::string& Logger::logFilePrefix() const
+std::string Logger::logFilePrefix() const
 {
+    const std::lock_guard lock(m_impl->fileLock);
     return m_impl->logFilePrefix;
 }
 

@@ -4,7 +4,8 @@
 // locks are never freed: Java's and the timer queue's threads still run while the process ends and may be inside a logging call.
 // Threads:   any thread may log at any time, also before the Logger exists and after it ended (then nothing is written).
 //            addRefCount and release are called at process start and end only.
-// Failure:   logging never fails visibly. A log file that cannot be opened ends file logging, the debugger stream goes on.
+// Failure:   logging never fails visibly. A log file that cannot be opened ends file logging, the debugger stream goes on; a line for whose
+//            text there is no memory is left out (only streaming into a statement or an entry line can throw std::bad_alloc).
 //            Only the creation of the Logger's locks can raise: std::system_error with the HRESULT (0x8007xxxx) as its code.
 //
 // How a function logs:
@@ -76,6 +77,7 @@ public:
     virtual const char* getLogClassName() const;
     // What tells this object from others of its class; empty by default.
     virtual std::string getLogObjectInfo() const;
+    // The same answer as the free function, which is what the macros below ask: a statement that is off costs no virtual call.
     virtual bool isLogEnabled(const char* file, int line, int level) const;
     virtual ~Loggable() = default;
 };
@@ -164,6 +166,8 @@ public:
 
 private:
     friend class Logger;
+    void writeExit();
+
     const Loggable* m_owner;
     LogScope* m_previous = nullptr;
     Logger* m_tracedBy = nullptr; // whose chain this scope is linked in; null when it is in none
@@ -183,10 +187,10 @@ public:
     // The lines collected by error backtraces of all threads since the last call; empties the buffer. "" without a Logger.
     static std::string getErrorEntries();
 
-    // Settled during construction. The prefix is the full path of the log file without index and extension; empty: no file
-    // logging.
+    // Settled during construction. The prefix is the full path of the log file without index and extension, empty = no file
+    // logging; it becomes empty when a file cannot be opened.
     const std::string& logDirectory() const;
-    const std::string& logFilePrefix() const;
+    std::string logFilePrefix() const;
     int maxLogLevel() const;
     int traceLogLevel() const;
     int oldLogFileAge() const;    // seconds

@@ -55,6 +55,8 @@ constexpr std::string_view beginBanner = "/*************************************
 constexpr std::string_view endBanner = "\\************************************************** end error backtrace "
                                        "***************************************************/\n";
 static_assert(beginBanner.size() == 125 && endBanner.size() == 125);
+
+constexpr char OUT_OF_MEMORY[] = "Out of memory, a log line was left out";
 } // namespace
 
 const char* Loggable::getLogClassName() const
@@ -125,7 +127,7 @@ LogEntry::~LogEntry()
     if (!m_pending)
         return;
     if (Logger* logger = Logger::instance())
-        logger->m_impl->write(*this);
+        logger->m_impl->writeOrDrop(*this);
 }
 
 LogStream& LogEntry::stream()
@@ -184,22 +186,31 @@ LogScope::~LogScope()
     if (m_tracedBy == nullptr || m_tracedBy != Logger::instance())
         return;
     if (m_written) {
-        LogEntry exit(NotPending(), m_file, m_line, m_level, nullptr);
-        exit.m_className = m_className;
-        exit.m_objectInfo = m_objectInfo;
-        exit.m_depth = m_depth;
-        exit.m_marker = Marker::Exit;
-        if (m_stream)
-            exit.stream() << m_stream->str();
-        const auto ticks = [](const FILETIME& time) {
-            return static_cast<LONGLONG>(static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
-        };
-        const LONGLONG milliseconds = (ticks(exit.m_time) - ticks(m_time)) / 10000;
-        if (milliseconds >= 10)
-            exit.stream() << " [" << milliseconds << " ms]";
-        m_tracedBy->m_impl->write(exit);
+        try {
+            writeExit();
+        } catch (...) {
+            OutputDebugStringA(OUT_OF_MEMORY);
+        }
     }
     m_tracedBy->m_impl->setInnermostScope(m_previous);
+}
+
+void LogScope::writeExit()
+{
+    LogEntry exit(NotPending(), m_file, m_line, m_level, nullptr);
+    exit.m_className = m_className;
+    exit.m_objectInfo = m_objectInfo;
+    exit.m_depth = m_depth;
+    exit.m_marker = Marker::Exit;
+    if (m_stream)
+        exit.stream() << m_stream->str();
+    const auto ticks = [](const FILETIME& time) {
+        return static_cast<LONGLONG>(static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
+    };
+    const LONGLONG milliseconds = (ticks(exit.m_time) - ticks(m_time)) / 10000;
+    if (milliseconds >= 10)
+        exit.stream() << " [" << milliseconds << " ms]";
+    m_tracedBy->m_impl->write(exit);
 }
 
 LogStream& LogScope::name(const char* qualifiedName)
@@ -226,24 +237,45 @@ void Logger::Implementation::setBacktraceCounter(int counter)
 
 void Logger::Implementation::write(LogEntry& entry)
 {
-    const bool isError = entry.m_level == LOGLEVEL_ERROR;
-    if (isError && backtraceCounter() == 0) {
+    if (entry.m_level != LOGLEVEL_ERROR) {
+        output(entry.format(), backtraceCounter() >= 1);
+        entry.m_written = true;
+        return;
+    }
+    // The counter comes back to what it was also when memory for a text runs out: otherwise every later line of this thread would count
+    // as part of this error.
+    struct CounterKeeper
+    {
+        Implementation& logger;
+        const int counter;
+        ~CounterKeeper() { logger.setBacktraceCounter(counter); }
+    };
+    const CounterKeeper before{*this, backtraceCounter()};
+    const bool isOutermost = before.counter == 0;
+    if (isOutermost) {
         setBacktraceCounter(1);
         output(beginBanner, false);
     }
-    output(entry.format(), backtraceCounter() >= 1);
+    const bool intoErrorBuffer = backtraceCounter() >= 1;
+    output(entry.format(), intoErrorBuffer);
     entry.m_written = true;
-    if (!isError)
-        return;
-
     // Every error prints its whole chain, also the scopes that were written before: a client's error text is read on its own.
     for (LogScope* scope = innermostScope(); scope != nullptr; scope = scope->m_previous) {
-        output(scope->format(), true);
+        output(scope->format(), intoErrorBuffer);
         scope->m_written = true;
     }
-    setBacktraceCounter(backtraceCounter() - 1);
-    if (backtraceCounter() == 0)
+    if (isOutermost)
         output(endBanner, false);
+}
+
+// For destructors: without memory for its text a line is left out, and nothing else happens.
+void Logger::Implementation::writeOrDrop(LogEntry& entry) noexcept
+{
+    try {
+        write(entry);
+    } catch (...) {
+        OutputDebugStringA(OUT_OF_MEMORY);
+    }
 }
 
 void Logger::Implementation::output(std::string_view line, bool intoErrorBuffer)

@@ -204,7 +204,8 @@ void Logger::Implementation::writeToFile(std::string_view text)
     const std::lock_guard lock(fileLock);
     if (logFilePrefix.empty())
         return;
-    if (!openAttempted)
+    // Repeated when the system information has filled the file by itself: the text then belongs into the next one.
+    while (!openAttempted)
         openFile();
     if (!file.isOpen())
         return;

@@ -52,6 +52,7 @@ struct Logger::Implementation
     // loggerEntry.cpp
     // Writes an entry and, for an ERROR, the backtrace around it.
     void write(LogEntry& entry);
+    void writeOrDrop(LogEntry& entry) noexcept;
     void output(std::string_view line, bool intoErrorBuffer);
     int backtraceCounter() const;
     void setBacktraceCounter(int counter);

@@ -95,6 +95,28 @@ constexpr LONGLONG fourWeeks = 28 * 24 * 60 * 60;
 
 } // namespace
 
+// A process that got the id of an earlier one goes on in its file, which any line of the facts block may then fill.
+TEST_F(LoggerSplit, noLineIsLostWhereverTheSystemInformationFillsAFile)
+{
+    m_world.setPreference("splitlogfilesize", 1);
+    start();
+    for (size_t room = 50; room < 1000; room += 50) {
+        m_world.stop();
+        std::filesystem::remove(file(1));
+        const std::string earlier(2 * megabyte - room, 'x');
+        std::ofstream(file(), std::ios::binary | std::ios::trunc) << earlier << "\r\n";
+
+        start();
+        writeLines(1, 2);
+
+        const std::string written = fixtures::readFile(file()).substr(earlier.size()) + fixtures::readFile(file(1));
+        const size_t first = written.find("   line 1 ");
+        EXPECT_NE(first, std::string::npos) << room;
+        EXPECT_NE(written.find("   line 2 ", first), std::string::npos) << room;
+        EXPECT_EQ(fixtures::splitLines(written).size(), 1 + 4 + 2u) << room; // the earlier line's end, the facts, the lines
+    }
+}
+
 TEST_F(LoggerSplit, twelveMegabytesFillOneFilePastElevenAndGoOnInTheNext)
 {
     start();
