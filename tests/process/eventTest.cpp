@@ -128,7 +128,7 @@ TEST_F(EventTest, TenThousandEventsFromFourThreadsReachTwoSinks)
 
     const ULONGLONG begin = GetTickCount64();
     EXPECT_EQ("10000", callMethod(manager.object, "burst", "2500;4"));
-    EXPECT_TRUE(pumpUntil(all)) << sinks[0].events.size() << " and " << sinks[1].events.size() << " events";
+    EXPECT_TRUE(pumpUntil(all, {}, 2 * TIME_LIMIT)) << sinks[0].events.size() << " and " << sinks[1].events.size() << " events";
     const ULONGLONG time = GetTickCount64() - begin;
 
     // One that is raised after all others, and the end of the process, show that nothing follows.
@@ -307,7 +307,8 @@ TEST_F(EventTest, StartAndReleaseWhileFourThreadsFire)
         if (cycle % 2 == 0) {
             EXPECT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
         }
-        EXPECT_EQ("400000000", callMethod(manager.object, "burst", "100000000;4"));
+        // As fast as they can, or leaving the other threads some of the machine.
+        EXPECT_EQ("400000000", callMethod(manager.object, "burst", cycle % 5 == 1 ? "100000000;4" : "100000000;4;1"));
         EXPECT_TRUE(pumpUntil([&] { return sink.events.size() > 100; }));
         // Released while Java goes on, some of the times with the sink still connected.
         if (cycle % 4 < 2)
