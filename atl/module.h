@@ -116,6 +116,9 @@ protected:
 
     // Set when the construction failed.
     bool m_bInitFailed = false;
+    // There from the registration of the class objects on; the event until the monitor thread has closed it.
+    CHandle m_hEventShutdown;
+    CHandle m_hMonitorThread;
 
 private:
     HRESULT RegisterClassObjects();
@@ -130,8 +133,6 @@ private:
     std::atomic<bool> m_ending = false;
     // Guards m_hEventShutdown: the monitor thread closes it while the main thread may come to signal it once more.
     CComCriticalSection m_csShutdown;
-    CHandle m_hEventShutdown;
-    CHandle m_hMonitorThread;
 };
 
 // T is the server's module class. It says in its class body

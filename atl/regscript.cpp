@@ -280,7 +280,7 @@ private:
             const char* const pair = text.data() + i;
             const size_t length = i + 1 < text.size() ? 2 : 1;
             const auto [end, error] = std::from_chars(pair, pair + length, byte, 16);
-            if (length != 2 || error != std::errc() || end != pair + 2) {
+            if (error != std::errc() || end != pair + 2) {
                 fail(token.line, "'" + text + "' is not a row of hex digits, two a byte");
             }
             bytes.push_back(static_cast<std::byte>(byte));

@@ -52,6 +52,7 @@ public:
     }
     BOOL PostQuit() noexcept override
     {
+        Sleep(m_postDuration);
         ++m_posts;
         if (m_posts <= m_failingPosts) {
             SetLastError(m_postError);
@@ -79,6 +80,8 @@ public:
     }
     void failConstruction() { m_bInitFailed = true; }
 
+    using CAtlExeModule::m_hEventShutdown;
+    using CAtlExeModule::m_hMonitorThread;
     using CAtlExeModule::ParseCommandLine;
     using CAtlExeModule::Run;
 
@@ -91,6 +94,7 @@ public:
     int m_posts = 0;
     int m_failingPosts = 0;
     DWORD m_postError = 0;
+    DWORD m_postDuration = 0;
     DWORD m_cookie = 0;
     std::function<void()> m_loop;
 };
@@ -251,11 +255,13 @@ TEST_F(ModuleTest, theLastUnlockEndsTheLoop)
 
 TEST_F(ModuleTest, aSecondUnlockToZeroFindsNothingToSignal)
 {
-    m_module->m_loop = [this] { useOnce(); };
+    m_module->m_loop = [this] {
+        EXPECT_NE(nullptr, static_cast<HANDLE>(m_module->m_hEventShutdown));
+        useOnce();
+    };
     EXPECT_EQ(S_OK, m_module->Run(SW_HIDE));
+    EXPECT_EQ(nullptr, static_cast<HANDLE>(m_module->m_hEventShutdown));
     useOnce();
-    EXPECT_EQ(0, m_module->Unlock() + 1) << "the count is COM's own and goes on below zero";
-    m_module->Lock();
     EXPECT_EQ(1, m_module->m_posts);
     EXPECT_FALSE(quitPosted());
 }
@@ -329,9 +335,11 @@ TEST_F(ModuleTest, withoutMonitorThreadTheStartFails)
 TEST_F(ModuleTest, aFailingResumeEndsTheMonitorThreadAndFailsTheStart)
 {
     m_module->m_resumeResult = E_ACCESSDENIED;
+    m_module->m_postDuration = 300;
     EXPECT_EQ(E_ACCESSDENIED, m_module->Run(SW_HIDE));
     EXPECT_THAT(g_events, ElementsAre("register", "monitor", "resume"));
     EXPECT_EQ(1, m_module->m_posts);
+    EXPECT_EQ(nullptr, static_cast<HANDLE>(m_module->m_hMonitorThread));
     EXPECT_TRUE(classObjectIsRevoked());
     EXPECT_TRUE(quitPosted());
 }

@@ -43,13 +43,15 @@ HKCR
         val Name = s 'it''s'
         val Number = d &H10
         val 'Bytes' = b 00ff
+        val Nothing = s ''
         Inner = d 5 { Deepest = b 01 }
     }
 }
 )"));
-    EXPECT_THAT(classes(), ElementsAre("Plain", "Text", "Text [Bytes] = b 00ff", "Text [Name] = s 'it's'", "Text [Number] = d 16",
-                                       "Text [] = s 'default text'", "Text\\Inner", "Text\\Inner [] = d 5",
-                                       "Text\\Inner\\Deepest", "Text\\Inner\\Deepest [] = b 01"));
+    EXPECT_THAT(classes(),
+                ElementsAre("Plain", "Text", "Text [Bytes] = b 00ff", "Text [Name] = s 'it's'", "Text [Nothing] = s ''",
+                            "Text [Number] = d 16", "Text [] = s 'default text'", "Text\\Inner", "Text\\Inner [] = d 5",
+                            "Text\\Inner\\Deepest", "Text\\Inner\\Deepest [] = b 01"));
 }
 
 TEST_F(RegistrarTest, writesUnderEveryRoot)
