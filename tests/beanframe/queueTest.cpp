@@ -202,17 +202,21 @@ TEST_F(EventQueue, DelayPostsFromATimerAndNotBefore)
     const DWORD queued = GetTickCount();
     queue("delayed", &FrameAccess::processTestBridgeEvent, 200);
     EXPECT_THAT(takeMessages(), IsEmpty());
-    ASSERT_TRUE(waitForMessage());
+    // More than one message when the timer ran ahead of the clock.
+    while (target.events.empty() && waitForMessage()) {
+        EXPECT_THAT(takeMessages(), ElementsAre(PROCESS_QUEUE));
+        EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
+    }
     EXPECT_GE(GetTickCount() - queued, 200u);
-    EXPECT_THAT(takeMessages(), ElementsAre(PROCESS_QUEUE));
-    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
     EXPECT_THAT(target.events, ElementsAre("testBridgeEvent delayed"));
 
     std::vector<std::string> fromTimer;
     for (const fixtures::LogLine& line : stream.lines())
         if (line.thread != GetCurrentThreadId())
             fromTimer.push_back(line.level + " " + line.body);
-    EXPECT_THAT(fromTimer, ElementsAre("FINE -> timerRoutine ", "FINE <- timerRoutine "));
+    ASSERT_GE(fromTimer.size(), 2u);
+    EXPECT_EQ(fromTimer[0], "FINE -> timerRoutine ");
+    EXPECT_EQ(fromTimer[1], "FINE <- timerRoutine ");
 }
 
 TEST_F(EventQueue, MessageOfAnotherEventLeavesTheFutureOne)
@@ -305,6 +309,7 @@ TEST_F(EventQueue, DueEntryWithoutFrameIsLostWithTheFailedCheck)
         CBeanFrame::NativeOnCustomEvent(environment.env(), nullptr, NativeEnvironment::text("late"));
     };
     CBeanFrame::deleteInstance();
+    CBeanFrame::deleteInstance(); // without an instance nothing is emptied
     ASSERT_THAT(FrameAccess::s_EventQueue, SizeIs(1));
     const std::string entry = newest();
     stream.clear();

@@ -36,6 +36,7 @@ using JavaManagerConstruction = ComWorld;
 
 TEST_F(JavaManagerConstruction, FirstObjectStartsTheBeanFrameAndShowsIt)
 {
+    EXPECT_EQ(eventTarget(), nullptr);
     CComPtr<Object> object = create();
     EXPECT_EQ(CJavaManagerATLObject::s_Instance, object.p);
     ASSERT_NE(CBeanFrame::s_Instance, nullptr);

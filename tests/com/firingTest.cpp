@@ -1,6 +1,8 @@
 // The event proxy and the client's sinks.
 #include "tests/com/ComWorld.h"
 
+#include "beanframe/BeanFrame.h"
+
 #include <gmock/gmock.h>
 
 using testing::ElementsAre;
@@ -182,4 +184,23 @@ TEST_F(Firing, ReachesTheObjectsOwnSinksThroughTheEventTarget)
     EXPECT_EQ(target->fireCustomEvent(CComBSTR(L"b")), S_OK);
     EXPECT_EQ(target->fireTestBridgeEvent(CComBSTR(L"c")), S_OK);
     EXPECT_THAT(first.calls, ElementsAre(Call{3, "a"}, Call{4, "b"}, Call{2, "c"}));
+}
+
+// The queue holds the object while it fires: the client may give up its last reference inside its sink.
+TEST_F(Firing, ClientMayReleaseTheObjectInsideItsSink)
+{
+    NativeEnvironment environment;
+    advise(object, first);
+    advise(object, second);
+    first.onCall = [&] {
+        CBeanFrame::NativeOnCustomEvent(environment.env(), nullptr, NativeEnvironment::text("too late"));
+        object.Release();
+    };
+    CBeanFrame::NativeOnCustomEvent(environment.env(), nullptr, NativeEnvironment::text("last"));
+    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
+    EXPECT_THAT(first.calls, ElementsAre(Call{4, "last"}));
+    EXPECT_THAT(second.calls, ElementsAre(Call{4, "last"})) << "the round goes on to its end";
+    EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
+    EXPECT_EQ(first.references + second.references, 0u);
+    EXPECT_EQ(module.locks, 0);
 }
