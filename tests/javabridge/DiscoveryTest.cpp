@@ -177,9 +177,14 @@ TEST_F(DiscoveryTest, candidatesOfBothKeysStandInOneList)
     install("1.8.0_20", RUNTIMES_NEW);
     prefer("1.8.0_20");
     EXPECT_EQ(found(), "1.8.0_20");
+}
+
+TEST_F(DiscoveryTest, candidatesAreSortedAcrossBothKeys)
+{
+    install("1.8.0_20");
     install("1.7.0_80", RUNTIMES_NEW);
     prefer("1.7-1.9");
-    EXPECT_EQ(found(), "1.8.0_20") << "the list is sorted across the keys";
+    EXPECT_EQ(found(), "1.8.0_20");
 }
 
 TEST_F(DiscoveryTest, preferenceIsReadInThe32BitViewAndRuntimesInThe64BitView)

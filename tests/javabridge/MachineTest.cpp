@@ -58,6 +58,7 @@ TEST_F(MachineTest, registryOptionsStandInTheOrderOfTheirNames)
     world.setPreference("jvm_option_10", "-D10");
     world.setPreference("jvm_option_1", "-D1");
     world.setPreference("jvm_option_B", "-DB is the same name to the registry");
+    world.setPreference("jvm_option_C", "-DC"); // capitals come first, while the registry lists a, b, C
     world.setPreference("jvm_option_", "-Dshortest");
     world.setPreference("jvm_option", "-Dtoo.short");
     world.setPreference("jvm_options_x", "-Dother");
@@ -65,7 +66,7 @@ TEST_F(MachineTest, registryOptionsStandInTheOrderOfTheirNames)
     world.setPreference("my_jvm_option_x", "-Dnot.at.the.start");
     EXPECT_EQ(create(), 0);
     EXPECT_STRINGS(runtime.options(),
-                   first + Strings{"-Dshortest", "-D1", "-D10", "-D2", "-Da", "-DB is the same name to the registry"} +
+                   first + Strings{"-Dshortest", "-D1", "-D10", "-D2", "-DC", "-Da", "-DB is the same name to the registry"} +
                        background + last());
 }
 
@@ -75,6 +76,20 @@ TEST_F(MachineTest, registryOptionBeyondTheLimitIsEmpty)
     world.setPreference("jvm_option_2", std::string(255, 'x'));
     EXPECT_EQ(create(), 0);
     EXPECT_STRINGS(runtime.options(), first + Strings{std::string(254, 'x'), ""} + background + last());
+}
+
+TEST_F(MachineTest, preferencesAreReadInThe32BitView)
+{
+    fixtures::RegistryScratch& machine = world.machine();
+    machine.createKey("SOFTWARE\\Wow6432Node"); // from here on the two views are two
+    machine.setString(world.preferencesKey, "jvm_option_1", "-D32", KEY_WOW64_32KEY);
+    machine.setString(world.preferencesKey, "jvm_option_2", "-D64");
+    machine.setDword(world.preferencesKey, "sun.awt.noerasebackground", 1);
+    EXPECT_EQ(create(), 0);
+    EXPECT_STRINGS(runtime.options(), first + Strings{"-D32"} + background + last());
+    machine.setDword(world.preferencesKey, "sun.awt.noerasebackground", 1, KEY_WOW64_32KEY);
+    EXPECT_EQ(create(), 0);
+    EXPECT_STRINGS(runtime.options(), first + Strings{"-D32"} + background + last() + first + Strings{"-D32"} + last());
 }
 
 TEST_F(MachineTest, backgroundOptionIsLeftOutForPositiveNumbersOnly)
