@@ -225,20 +225,26 @@ TEST_F(EventTest, SinkThatCallsBackIsAnswered)
     release(manager);
 }
 
-TEST_F(EventTest, SinkThatReleasesTheObjectEndsTheServer)
+TEST_F(EventTest, SinkThatReleasesTheObjectEndsTheServerAfterTheEventHasGoneToAll)
 {
     SManager manager = create();
-    CSink sink;
-    CConnection connection(manager.object, sink);
-    callMethod(manager.object, "startTimer", "5");
-    sink.reaction = [&](const CSink::Event&) {
-        sink.reaction = nullptr;
-        connection.end();
+    CSink releasing;
+    CSink other;
+    CConnection first(manager.object, releasing);
+    CConnection second(manager.object, other);
+    releasing.reaction = [&](const CSink::Event&) {
+        releasing.reaction = nullptr;
+        first.abandon();
+        second.abandon();
         manager.object.Release();
     };
-    EXPECT_TRUE(pumpUntil([&] { return !manager.object; }));
+    callMethod(manager.object, "raise", "one");
     expectEnd(*manager.server);
-    EXPECT_EQ(0u, sink.references());
+    EXPECT_EQ(1u, releasing.count(CUSTOM_EVENT, "one"));
+    EXPECT_EQ(1u, other.count(CUSTOM_EVENT, "one"));
+    // The server has let both of them go.
+    EXPECT_EQ(0u, releasing.references());
+    EXPECT_EQ(0u, other.references());
 }
 
 TEST_F(EventTest, SinkThatBlocksHoldsUpOtherSinksButNotJava)
