@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <climits>
 
 using testing::ElementsAre;
@@ -304,6 +305,14 @@ TEST_F(JavaManagerCalls, SinkMayReleaseTheObject)
     sink.onCall = [&] { object.Release(); };
     EXPECT_EQ(manager->testBridge(CComBSTR(L"error"), 1, 0), E_FAIL);
     EXPECT_EQ(module.locks, 0);
+    // It goes when the call has done its work, not under its feet.
+    const std::vector<std::string> all = lines();
+    const auto place = [&](const char* part) {
+        return std::find_if(all.begin(), all.end(),
+                            [&](const std::string& line) { return line.find(part) != std::string::npos; });
+    };
+    EXPECT_LT(place("provideErrorInfo"), place("FinalRelease"));
+    EXPECT_NE(place("FinalRelease"), all.end());
 }
 
 TEST_F(JavaManagerCalls, AreReachedByNameThroughTheTypeLibrary)
