@@ -286,6 +286,7 @@ TEST_F(ConnectionTest, enumeratorsReadManySkipResetAndClone)
     EXPECT_EQ(S_FALSE, enumerator->Skip(1));
     EXPECT_EQ(S_OK, enumerator->Reset());
     EXPECT_EQ(S_FALSE, enumerator->Skip(6));
+    EXPECT_EQ(S_FALSE, enumerator->Skip(1));
     EXPECT_EQ(S_FALSE, enumerator->Next(1, data, &fetched));
     EXPECT_EQ(S_OK, enumerator->Next(0, data, &fetched));
     EXPECT_EQ(E_POINTER, enumerator->Next(1, nullptr, &fetched));
