@@ -4,16 +4,15 @@
 usage: typelibMendTest.py PROJECT CONTRACT_FOLDER
 """
 
-import importlib.util
 import os
+import runpy
 import struct
 import sys
+import types
 import unittest
 
 project, contract = sys.argv[1:3]
-specification = importlib.util.spec_from_file_location("mend", os.path.join(project, "tools", "typelib-mend.py"))
-tool = importlib.util.module_from_spec(specification)
-specification.loader.exec_module(tool)
+tool = types.SimpleNamespace(**runpy.run_path(os.path.join(project, "tools", "typelib-mend.py")))
 
 with open(os.path.join(project, "server", "KESTAserver.idl"), encoding="ascii") as file:
     IDL = file.read()
@@ -75,8 +74,8 @@ class MendTest(unittest.TestCase):
         self.assertEqual(broken_guid, self.refusal(changed(BROKEN, self.guids + 15, 0x0E)))
         self.assertEqual(broken_guid, self.refusal(changed(BROKEN, self.guids, 0)))
         self.assertEqual(broken_guid, self.refusal(BROKEN, bytes(16)))
-        types = struct.unpack_from("<i", BROKEN, tool.HEADER_TYPE_COUNT)[0]
-        entry = tool.HEADER_SIZE + 4 * types + tool.SEGMENT_SIZE * tool.SEGMENT_IMPORTS
+        type_count = struct.unpack_from("<i", BROKEN, tool.HEADER_TYPE_COUNT)[0]
+        entry = tool.HEADER_SIZE + 4 * type_count + tool.SEGMENT_SIZE * tool.SEGMENT_IMPORTS
         self.assertEqual("12 bytes of imports instead of two imports", self.refusal(changed(BROKEN, entry + 4, 12)))
 
 
