@@ -12,8 +12,8 @@ namespace {
 
 constexpr int FRAME_ID_BUFFER = 30;
 
-// The one call of each forwarding operation. The singleton is there from the constructor until the process ends its Java side; a call
-// that comes after that fails like one that finds no bean frame.
+// The one call of each forwarding operation. The singleton is there from the constructor until the process ends its Java side; a
+// call that comes after that fails like one that finds no bean frame.
 template <class Call>
 HRESULT forward(Call&& call)
 {
@@ -65,8 +65,8 @@ CBeanFrame::~CBeanFrame()
     if (FAILED(hr) && CJavaManagerJNIClient::s_Instance)
         LOG(ERROR, "Java side was not released: " << getWindowsErrorText(static_cast<unsigned>(hr)));
 
-    // From here on Java's threads find no bean frame. Those that found it before are inside a native callback, which only queues and
-    // waits for nothing but short locks: they are let out before the memory goes.
+    // From here on Java's threads find no bean frame. Those that found it before are inside a native callback, which only queues
+    // and waits for nothing but short locks: they are let out before the memory goes.
     std::atomic_ref(s_Instance).store(nullptr);
     while (s_InstanceUsers.load() != 0)
         SwitchToThread();
@@ -101,7 +101,8 @@ HRESULT CBeanFrame::callMethod(BSTR arg0, BSTR arg1, BSTR* result)
 HRESULT CBeanFrame::callMethodCompressed(BSTR arg0, int arg1, BSTR arg2, BSTR* result)
 {
     LOG_SCOPE(INFO, "CBeanFrame::callMethodCompressed", arg0 << "," << automationText(arg1) << "," << arg2);
-    return forward([&](CJavaManagerJNIClient& client) { return client.callMethodCompressed(beanObject, arg0, arg1, arg2, result); });
+    return forward(
+        [&](CJavaManagerJNIClient& client) { return client.callMethodCompressed(beanObject, arg0, arg1, arg2, result); });
 }
 
 HRESULT CBeanFrame::displayDebugConsole(BSTR* result)
@@ -149,7 +150,8 @@ HRESULT CBeanFrame::setProperty(BSTR arg0, BSTR arg1, BSTR* result)
 HRESULT CBeanFrame::setUsedControl(BSTR arg0, BSTR arg1, BSTR* result)
 {
     LOG_SCOPE(INFO, "CBeanFrame::setUsedControl", arg0 << "," << arg1);
-    return forward([&](CJavaManagerJNIClient& client) { return client.setUsedControl(frameObject, beanObject, arg0, arg1, result); });
+    return forward(
+        [&](CJavaManagerJNIClient& client) { return client.setUsedControl(frameObject, beanObject, arg0, arg1, result); });
 }
 
 HRESULT CBeanFrame::updateVersion(BSTR arg0, BSTR* result)

@@ -1,15 +1,18 @@
-// The process-wide mediator between the COM object and the Java side: forwards calls down, carries Java's events up through a queue to
-// the main thread, and watches the client's window.
+// The process-wide mediator between the COM object and the Java side: forwards calls down, carries Java's events up through a
+// queue to the main thread, and watches the client's window.
 //
 //     client -> COM object -> CBeanFrame -> CJavaManagerJNIClient -> Java          calls, on the main thread
 //     Java thread -> Native... -> enqueue... -> queueEvent -> s_EventQueue         events, on the Java thread
 //     post or timer -> message loop -> processEventQueue -> handler -> EventTarget -> sinks   events, on the main thread
 //
-// Ownership: at most one instance, s_Instance, made by createInstance and ended by deleteInstance. It keeps the global references of bean,
+// Ownership: at most one instance, s_Instance, made by createInstance and ended by deleteInstance. It keeps the global references
+// of bean,
 //            frame and listener, which stopBean deletes. The queue owns its entries until they are taken out for processing.
-// Threads:   main thread, but for the natives, the enqueue operations, queueEvent and isClientAlive (Java threads) and timerRoutine
-//            (timer-queue threads). Java threads reach the instance through InstanceUse only; the destructor waits for them, so that an
-//            event raised while the object ends never meets freed memory. The queue and its lock live until the process ends.
+// Threads:   main thread, but for the natives, the enqueue operations, queueEvent and isClientAlive (Java threads) and
+// timerRoutine
+//            (timer-queue threads). Java threads reach the instance through InstanceUse only; the destructor waits for them, so
+//            that an event raised while the object ends never meets freed memory. The queue and its lock live until the process
+//            ends.
 // Locks:     s_EventQueueLock guards the queue and is held for list work only, never across a call into Java, COM or a sink.
 // Failure:   HRESULTs of the called Java operation, unchanged. The constructor never fails: what could not be started leaves null
 //            references, and later calls fail at their own checks. No C++ exception leaves a native.
@@ -60,8 +63,8 @@ public:
     HRESULT validate();
     HRESULT testBridge(BSTR text, int ttl, int delay);
 
-    // Takes the client's window, which must be a child window, puts the bean into its frame and starts a watchdog chain. A second push
-    // starts a second chain; both watch the latest handle.
+    // Takes the client's window, which must be a child window, puts the bean into its frame and starts a watchdog chain. A second
+    // push starts a second chain; both watch the latest handle.
     HRESULT pushWindowHandle(int wndhandle);
     // Whether the client's window still exists and has a proper parent; true as long as no window was pushed. Any thread.
     bool isClientAlive();
@@ -76,11 +79,11 @@ public:
     void enqueueOnCustomEvent(BSTR text);
     void enqueueTestBridgeEvent(BSTR text, DWORD delay);
 
-    // Called by the message loop for each WM_PROCESSEVENTQUEUE: processes every due entry, of the due ones always the one that became
-    // due last, the first queued among equals. S_OK, or E_FAIL when an entry is due and no bean frame is left.
+    // Called by the message loop for each WM_PROCESSEVENTQUEUE: processes every due entry, of the due ones always the one that
+    // became due last, the first queued among equals. S_OK, or E_FAIL when an entry is due and no bean frame is left.
     static HRESULT processEventQueue();
-    // Called by the message loop after each dispatched message. A foreign modal loop (COM's own while it waits for a sink, say) drops
-    // thread messages; when one of ours was lost that way, a new one is posted.
+    // Called by the message loop after each dispatched message. A foreign modal loop (COM's own while it waits for a sink, say)
+    // drops thread messages; when one of ours was lost that way, a new one is posted.
     static void repostSwallowedMessage();
 
     int frameID = -1;

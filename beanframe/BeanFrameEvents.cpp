@@ -40,15 +40,16 @@ void guardNative(Body&& body) noexcept
 
 const ListenerNatives& listenerNatives()
 {
-    static const ListenerNatives natives = {
-        CBeanFrame::NativeTestBridgeEvent, CBeanFrame::NativeOnControlReady, CBeanFrame::NativeOnCustomEvent};
+    static const ListenerNatives natives = {CBeanFrame::NativeTestBridgeEvent, CBeanFrame::NativeOnControlReady,
+                                            CBeanFrame::NativeOnCustomEvent};
     return natives;
 }
 
 CBeanFrame::InstanceUse::InstanceUse()
 {
-    // Count first, look afterwards: the destructor clears the pointer first and counts afterwards, so one of the two sees the other.
-    // Whoever finds nothing gives the count back at once: the destructor waits for the users it still has, not for newcomers.
+    // Count first, look afterwards: the destructor clears the pointer first and counts afterwards, so one of the two sees the
+    // other. Whoever finds nothing gives the count back at once: the destructor waits for the users it still has, not for
+    // newcomers.
     ++s_InstanceUsers;
     m_instance = std::atomic_ref(s_Instance).load();
     if (!m_instance)
@@ -186,7 +187,8 @@ void CBeanFrame::repostSwallowedMessage()
         postProcessEventQueue();
 }
 
-// Under the queue's lock; null when nothing is to be processed now. Unsigned 32-bit arithmetic throughout, so that the clock may wrap.
+// Under the queue's lock; null when nothing is to be processed now. Unsigned 32-bit arithmetic throughout, so that the clock may
+// wrap.
 CBeanFrame::QueueEntry* CBeanFrame::takeDueEntry(DWORD now)
 {
     if (::isLogEnabled(LOG_SOURCE, __LINE__, LOGLEVEL_FINE)) {
@@ -197,9 +199,9 @@ CBeanFrame::QueueEntry* CBeanFrame::takeDueEntry(DWORD now)
                 LOG_PLAIN(FINE, "QueueEntry not yet expired (" << entry->dueTime << ">" << now << ")");
         }
     }
-    // Of the due entries the one that became due last is required, not the oldest: clients rely on the latest state coming first. Going
-    // back from now around the circle of 2^32, the first due time met is the one with the smallest elapsed time; when that is not
-    // below the limit, everything in the queue lies in the future or became due too long ago.
+    // Of the due entries the one that became due last is required, not the oldest: clients rely on the latest state coming first.
+    // Going back from now around the circle of 2^32, the first due time met is the one with the smallest elapsed time; when that
+    // is not below the limit, everything in the queue lies in the future or became due too long ago.
     auto place = s_EventIndex.upper_bound(now);
     if (place == s_EventIndex.begin())
         place = s_EventIndex.end();
@@ -209,8 +211,8 @@ CBeanFrame::QueueEntry* CBeanFrame::takeDueEntry(DWORD now)
     return s_EventIndex.lower_bound(place->first)->second;
 }
 
-// Under the queue's lock. A timer that ran ahead of the queue's clock has posted its message while its entry still lay in the future:
-// nothing else would come for that entry, so one more timer is started.
+// Under the queue's lock. A timer that ran ahead of the queue's clock has posted its message while its entry still lay in the
+// future: nothing else would come for that entry, so one more timer is started.
 void CBeanFrame::awaitNearEntry(DWORD now)
 {
     auto next = s_EventIndex.upper_bound(now);

@@ -9,8 +9,8 @@ namespace {
 
 constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
 
-// Takes back the references that COM holds for its clients on an object and on what it handed out. A connection point counts on its
-// object but has an identity of its own, and an enumerator refers to connection points.
+// Takes back the references that COM holds for its clients on an object and on what it handed out. A connection point counts on
+// its object but has an identity of its own, and an enumerator refers to connection points.
 void disconnectClients(IUnknown* object)
 {
     CComPtr<IConnectionPointContainer> container;

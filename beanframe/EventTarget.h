@@ -1,13 +1,13 @@
-// What the bean frame needs from the room above: the object whose sinks an event reaches. Declared here and defined by the COM object's
-// room, so that events travel up without the bean frame knowing the COM classes.
+// What the bean frame needs from the room above: the object whose sinks an event reaches. Declared here and defined by the COM
+// object's room, so that events travel up without the bean frame knowing the COM classes.
 #pragma once
 
 #include <windows.h>
 #include <unknwn.h>
 #include <oaidl.h>
 
-// Main thread only. Firing calls every connected sink and may therefore re-enter the server: while it runs the client may call in,
-// release the object or die.
+// Main thread only. Firing calls every connected sink and may therefore re-enter the server: while it runs the client may call
+// in, release the object or die.
 class EventTarget
 {
 public:

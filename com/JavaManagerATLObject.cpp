@@ -24,7 +24,10 @@ std::string defaultBasisControl()
 
 } // namespace
 
-EventTarget* eventTarget() { return CJavaManagerATLObject::s_Instance; }
+EventTarget* eventTarget()
+{
+    return CJavaManagerATLObject::s_Instance;
+}
 
 CJavaManagerATLObject::CJavaManagerATLObject()
 {
@@ -35,8 +38,8 @@ CJavaManagerATLObject::CJavaManagerATLObject()
     // The object exists whatever happens on the way to its frame.
     const HRESULT hr = AtlGuard([&]() -> HRESULT {
         const std::string defaultControl = defaultBasisControl();
-        std::string basiscontrol =
-            CRegistry(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS).getStringValue("basiscontrol", defaultControl.c_str());
+        std::string basiscontrol = CRegistry(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS)
+                                       .getStringValue("basiscontrol", defaultControl.c_str());
         if (!doesFileExist(basiscontrol) && basiscontrol != defaultControl && doesFileExist(defaultControl))
             basiscontrol = defaultControl;
         LOG(FINE, "Basiscontrol path: " << basiscontrol);
@@ -77,9 +80,15 @@ HRESULT CJavaManagerATLObject::FinalConstruct()
     return S_OK;
 }
 
-void CJavaManagerATLObject::FinalRelease() { LOG_SCOPE(INFO, "CJavaManagerATLObject::FinalRelease"); }
+void CJavaManagerATLObject::FinalRelease()
+{
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::FinalRelease");
+}
 
-const char* CJavaManagerATLObject::getLogClassName() const { return "CJavaManagerATLObject"; }
+const char* CJavaManagerATLObject::getLogClassName() const
+{
+    return "CJavaManagerATLObject";
+}
 
 bool CJavaManagerATLObject::doesFileExist(const std::string& path)
 {
@@ -87,7 +96,19 @@ bool CJavaManagerATLObject::doesFileExist(const std::string& path)
     return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-IUnknown* CJavaManagerATLObject::targetUnknown() { return static_cast<IJavaManager*>(this); }
-HRESULT CJavaManagerATLObject::fireControlReady(BSTR text) { return Fire_controlReady(text); }
-HRESULT CJavaManagerATLObject::fireCustomEvent(BSTR text) { return Fire_customEvent(text); }
-HRESULT CJavaManagerATLObject::fireTestBridgeEvent(BSTR text) { return Fire_testBridgeEvent(text); }
+IUnknown* CJavaManagerATLObject::targetUnknown()
+{
+    return static_cast<IJavaManager*>(this);
+}
+HRESULT CJavaManagerATLObject::fireControlReady(BSTR text)
+{
+    return Fire_controlReady(text);
+}
+HRESULT CJavaManagerATLObject::fireCustomEvent(BSTR text)
+{
+    return Fire_customEvent(text);
+}
+HRESULT CJavaManagerATLObject::fireTestBridgeEvent(BSTR text)
+{
+    return Fire_testBridgeEvent(text);
+}

@@ -1,9 +1,10 @@
-// The creatable COM class JavaManager: a thin, logged forwarder from IJavaManager to the bean frame, and the container of the connection
-// point through which events reach the client.
+// The creatable COM class JavaManager: a thin, logged forwarder from IJavaManager to the bean frame, and the container of the
+// connection point through which events reach the client.
 //
 // Ownership: the first object of a process creates the bean frame; the destruction of any object deletes it.
 // Threads:   the server's single apartment thread only.
-// Failure:   creation never fails; a client finds out through getBeanFrameID (-1) that there is no frame. A failing call returns its
+// Failure:   creation never fails; a client finds out through getBeanFrameID (-1) that there is no frame. A failing call returns
+// its
 //            HRESULT with COM error info whose description is the error backtrace of the log. No C++ exception leaves a method.
 #pragma once
 
@@ -39,8 +40,8 @@ public:
 
     DECLARE_REGISTRY_RESOURCEID(102)
 
-    // The first object constructed in the process. Never reset and never replaced: later objects stay inert, and after the object's end
-    // nothing asks for it, since the bean frame went with it.
+    // The first object constructed in the process. Never reset and never replaced: later objects stay inert, and after the
+    // object's end nothing asks for it, since the bean frame went with it.
     static CJavaManagerATLObject* s_Instance;
 
     // Called by the module at start and end of the server: keeps the Logger for as long as the class is registered.

@@ -1,6 +1,7 @@
 // The event proxy: fires the events of _IJavaManagerEvents to every connected sink.
 //
-// Threads: the server's apartment thread only. A sink is called with no lock held and may do anything meanwhile: advise, unadvise, call
+// Threads: the server's apartment thread only. A sink is called with no lock held and may do anything meanwhile: advise,
+// unadvise, call
 //          in, release the object (whoever fires holds a reference).
 // Failure: a failing sink does not stop the others; the result is the last sink's. Only an exhausted memory throws
 //          (CAtlException, E_OUTOFMEMORY).
@@ -31,7 +32,8 @@ private:
             DISPPARAMS parameters = {&argument, nullptr, 1, 0};
             // The sink was stored through its query for the event interface, which is a dispinterface.
             IDispatch* const dispatch = static_cast<IDispatch*>(sink.p);
-            result = dispatch->Invoke(event, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &parameters, nullptr, nullptr, nullptr);
+            result =
+                dispatch->Invoke(event, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &parameters, nullptr, nullptr, nullptr);
         }
         return result;
     }

@@ -26,8 +26,8 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR lpCmdLine, int nShowCmd)
     } catch (...) {
         LOG(ERROR, "Unexpected exception in main class");
     }
-    // Silent only from here on, so that the process can end without error boxes while the Java runtime and the runtime libraries unload;
-    // a fault before this point should be seen.
+    // Silent only from here on, so that the process can end without error boxes while the Java runtime and the runtime libraries
+    // unload; a fault before this point should be seen.
     HRESULT_LOG(CHelpers::setErrorModeSilent());
     return result;
 }

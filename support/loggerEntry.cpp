@@ -242,8 +242,8 @@ void Logger::Implementation::write(LogEntry& entry)
         entry.m_written = true;
         return;
     }
-    // The counter comes back to what it was also when memory for a text runs out: otherwise every later line of this thread would count
-    // as part of this error.
+    // The counter comes back to what it was also when memory for a text runs out: otherwise every later line of this thread would
+    // count as part of this error.
     struct CounterKeeper
     {
         Implementation& logger;

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-// The host application's Java preferences branch under HKEY_LOCAL_MACHINE. Always read in the 32-bit registry view, where its installer
-// writes it.
+// The host application's Java preferences branch under HKEY_LOCAL_MACHINE. Always read in the 32-bit registry view, where its
+// installer writes it.
 inline constexpr char PREFERENCES_KEY[] = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
 inline constexpr REGSAM PREFERENCES_ACCESS = KEY_READ | KEY_WOW64_32KEY;
 
