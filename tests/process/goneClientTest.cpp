@@ -62,6 +62,15 @@ TEST_F(GoneClientTest, DestroyedWindowEndsTheServerOfALivingProcess)
     ASSERT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
     EXPECT_EQ("before", callMethod(manager.object, "raise", "before"));
     ASSERT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "before"); }));
+    // What the client holds besides the object keeps the server no more than the object itself.
+    ATL::CComPtr<IConnectionPointContainer> container;
+    ATL::CComPtr<IEnumConnectionPoints> points;
+    ATL::CComPtr<IConnectionPoint> point;
+    ATL::CComPtr<IEnumConnections> connections;
+    ASSERT_EQ(S_OK, manager->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container)));
+    ASSERT_EQ(S_OK, container->EnumConnectionPoints(&points));
+    ASSERT_EQ(S_OK, container->FindConnectionPoint(DIID__IJavaManagerEvents, &point));
+    ASSERT_EQ(S_OK, point->EnumConnections(&connections));
 
     window.destroy();
     EXPECT_EQ("after", callMethod(manager.object, "raise", "after"));
