@@ -9,6 +9,13 @@ target_include_directories(kesta_options INTERFACE ${CMAKE_SOURCE_DIR})
 # -static leaves only the DLLs that Windows itself has.
 target_link_options(kesta_options INTERFACE -static -Wl,--dynamicbase,--high-entropy-va,--nxcompat)
 
+# The counters are those of several threads at once.
+option(KESTA_COVERAGE "Programs note in files beside their objects which lines and branches they went through" OFF)
+if(KESTA_COVERAGE)
+    target_compile_options(kesta_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:--coverage -fprofile-update=atomic>)
+    target_link_options(kesta_options INTERFACE --coverage)
+endif()
+
 # kesta_jni: jni.h and the Windows jni_md.h of the pinned runtime.
 add_library(kesta_jni INTERFACE)
 if(NOT DEFINED ENV{KESTA_JNI_INCLUDE})
