@@ -1,17 +1,16 @@
 // Stand-in for a runtime's jvm.dll: writes down what it is given and fails as it is told.
 //
-// Record:  PATH\jvm.record, one line an event: "loaded in FOLDER", "create in FOLDER", "version 00010006", "ignoreUnrecognized
-// 1",
-//          "option TEXT" (each, in order), "attach", "detach", "unloaded".
+// Record:  PATH\jvm.record, one line an event: "loaded in FOLDER", "create in FOLDER", "version 00010006",
+//          "ignoreUnrecognized 1", "option TEXT" (each, in order), "attach", "find CLASS", "detach", "unloaded".
 // Orders:  PATH\jvm.orders, read at every call, lines of a word and a number:
 //              create -6     JNI_CreateJavaVM gives this result
 //              exit 1        the process ends inside JNI_CreateJavaVM, as a virtual machine does that cannot go on
-//              attach -1     AttachCurrentThread gives this result
+//              attach -1     AttachCurrentThread gives this result, and no environment
 //              detach -1     DetachCurrentThread gives this result
+// Environments: the creation gives one and AttachCurrentThread another; the record names the former where it is used.
 // Threads: the one that creates the machine.
 // Failure: what the environment does not offer (all but FindClass, which finds nothing, and the clearing of errors) ends the
-// process
-//          with exit code 99.
+//          process with exit code 99.
 #define _JNI_IMPLEMENTATION_
 #include <jni.h>
 
@@ -65,8 +64,11 @@ void JNICALL notOffered()
     ExitProcess(99);
 }
 
-jclass JNICALL findClass(JNIEnv*, const char*)
+bool isAttached(const JNIEnv* env);
+
+jclass JNICALL findClass(JNIEnv* env, const char* name)
 {
+    record(std::string("find ") + name + (isAttached(env) ? "" : " in the environment of the creation"));
     return nullptr;
 }
 
@@ -85,7 +87,13 @@ Table emptyTable()
     return table;
 }
 
-JNIEnv* environment()
+struct Environments
+{
+    JNIEnv created;
+    JNIEnv attached;
+};
+
+Environments& environments()
 {
     static JNINativeInterface_ functions = [] {
         auto table = emptyTable<JNINativeInterface_>();
@@ -93,15 +101,23 @@ JNIEnv* environment()
         table.ExceptionClear = exceptionClear;
         return table;
     }();
-    static JNIEnv environment = {&functions};
-    return &environment;
+    static Environments environments = {{&functions}, {&functions}};
+    return environments;
+}
+
+bool isAttached(const JNIEnv* env)
+{
+    return env == &environments().attached;
 }
 
 jint JNICALL attachCurrentThread(JavaVM*, void** env, void* arguments)
 {
     record(arguments == nullptr ? "attach" : "attach with arguments");
-    *env = environment();
-    return ordered("attach", JNI_OK);
+    const int result = ordered("attach", JNI_OK);
+    if (result == JNI_OK) {
+        *env = &environments().attached;
+    }
+    return result;
 }
 
 jint JNICALL detachCurrentThread(JavaVM*)
@@ -147,7 +163,7 @@ extern "C" JNIEXPORT jint JNICALL JNI_CreateJavaVM(JavaVM** vm, void** env, void
     const int result = ordered("create", JNI_OK);
     if (result == JNI_OK) {
         *vm = machine();
-        *env = environment();
+        *env = &environments().created;
     }
     return result;
 }
