@@ -220,8 +220,7 @@ HRESULT CJavaManagerJNIClient::stopBean(jobject bean, jobject frame, jobject lis
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::stopBean");
     // A step that fails is logged and left; the next one runs regardless.
     if (bean != nullptr) {
-        CComBSTR ignored;
-        free(bean, &ignored);
+        free(bean, &CComBSTR()); // its answer is of no interest
         const jmethodID removeID = findMethod(m_BeanClass, "removeORVANEControlListener", LISTENER_SETTER);
         if (CHECK_LOG(removeID!=NULL)) {
             env()->CallVoidMethod(bean, removeID, listener);

@@ -2,12 +2,14 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace {
 
 std::atomic<bool> s_largeFail{false};
 std::atomic<bool> s_nothrowArraysFail{false};
+std::atomic<void*> s_lastNothrowArray{nullptr};
 
 } // namespace
 
@@ -22,18 +24,32 @@ void* operator new(size_t size)
 
 void* operator new[](size_t size, const std::nothrow_t&) noexcept
 {
-    return s_nothrowArraysFail ? nullptr : std::malloc(size == 0 ? 1 : size);
+    void* const memory = s_nothrowArraysFail ? nullptr : std::malloc(size == 0 ? 1 : size);
+    if (memory != nullptr) {
+        std::memset(memory, FailingAllocations::FILLING, size);
+        s_lastNothrowArray = memory;
+    }
+    return memory;
 }
 
 // The array forms of the library end here, too.
 void operator delete(void* memory) noexcept
 {
+    void* freed = memory;
+    if (memory != nullptr) {
+        s_lastNothrowArray.compare_exchange_strong(freed, nullptr);
+    }
     std::free(memory);
 }
 
 void operator delete(void* memory, size_t) noexcept
 {
-    std::free(memory);
+    operator delete(memory);
+}
+
+const void* FailingAllocations::lastNothrowArray()
+{
+    return s_lastNothrowArray;
 }
 
 FailingAllocations::FailingAllocations(Kind kind)

@@ -146,7 +146,7 @@ struct RecordingFunctions
             self().raise("java.lang.NoSuchMethodError", methods->name);
             return JNI_ERR;
         }
-        return JNI_OK;
+        return self().registerResult;
     }
 
     static jobject JNICALL newGlobalRef(JNIEnv*, jobject object)
@@ -382,7 +382,9 @@ RecordingJni::Outcome RecordingJni::run(const std::string& function, jobject obj
     } else if (method.name == "getName") {
         outcome = answers(classNameOf(nameOf(object)));
     }
-    if (const auto told = outcomes.find(method.name); told != outcomes.end()) {
+    if (const auto toldObject = outcomes.find(nameOf(object) + ": " + method.name); toldObject != outcomes.end()) {
+        outcome = toldObject->second;
+    } else if (const auto told = outcomes.find(method.name); told != outcomes.end()) {
         outcome = told->second;
     } else if (const auto toldClass = outcomes.find(method.ofClass + "." + method.name); toldClass != outcomes.end()) {
         outcome = toldClass->second;

@@ -39,12 +39,15 @@ public:
     {
         return {exceptionClass, message, {}};
     }
-    // By method name; a constructor by "class.<init>". Without a word methods answer "answer of NAME".
+    // By method name, a constructor by "class.<init>", a method on one object only by "OBJECT: NAME". Without a word methods
+    // answer "answer of NAME".
     std::map<std::string, Outcome> outcomes;
     // Classes and methods that are not there: a look-up gives null and leaves a Java error pending.
     std::set<std::string> missing;
     // JNI functions that answer null from their nth call on (1 = the first), without an error pending.
     std::map<std::string, int> nullFrom;
+    // What RegisterNatives answers about natives that are there.
+    jint registerResult = JNI_OK;
     jint attachResult = JNI_OK;
     jint detachResult = JNI_OK;
 
@@ -55,6 +58,8 @@ public:
     // The name of a native function in the record.
     void nameFunction(void* function, const std::string& name) { m_functionNames[function] = name; }
     void raise(const std::string& exceptionClass, const std::optional<std::string>& message);
+    // Adds an event of another kind to the record.
+    void note(const std::string& event) { record(event); }
 
     // The record since the last call of this. A call made while a Java exception is pending ends in " [pending]".
     std::vector<std::string> takeCalls();
