@@ -60,6 +60,33 @@ TEST_F(ExceptionTest, exceptionWhoseNameIsNull)
     EXPECT_FALSE(client.checkNoJNIException());
     EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR Exception: (null name): the reason\n"});
     EXPECT_FALSE(java.isPending());
+    EXPECT_STRINGS(java.takeCalls(), Strings{
+                                         "ExceptionCheck() [pending]",
+                                         "ExceptionOccurred() [pending]",
+                                         "GetObjectClass(throwable com.example.Failure) [pending]",
+                                         "FindClass(java/lang/Class) [pending]",
+                                         "GetMethodID(class java/lang/Class, getName, ()Ljava/lang/String;) [pending]",
+                                         "CallObjectMethod(class com.example.Failure, getName) [pending]",
+                                         "GetMethodID(class com.example.Failure, getMessage, ()Ljava/lang/String;) [pending]",
+                                         "CallObjectMethod(throwable com.example.Failure, getMessage) [pending]",
+                                         "GetStringUTFChars(\"the reason\") [pending]",
+                                         "ReleaseStringUTFChars(\"the reason\") [pending]",
+                                         "DeleteLocalRef(\"the reason\") [pending]",
+                                         "DeleteLocalRef(throwable com.example.Failure) [pending]",
+                                         "ExceptionClear() [pending]",
+                                     });
+}
+
+TEST_F(ExceptionTest, exceptionThatFailsToExplainItself)
+{
+    java.raise("com.example.Failure", "the reason");
+    java.outcomes["getName"] = RecordingJni::throws("java.lang.Error", "no name");
+    java.outcomes["getMessage"] = RecordingJni::throws("java.lang.Error", "no message");
+    EXPECT_FALSE(client.checkNoJNIException());
+    EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR Exception: (null name): \n"});
+    EXPECT_EQ(java.takeCalls().back(), "ExceptionClear() [pending]");
+    EXPECT_FALSE(java.isPending());
+    EXPECT_STRINGS(java.liveLocals(), Strings{"class com.example.Failure", "class java/lang/Class"});
 }
 
 TEST_F(ExceptionTest, missingMethodsOfTheExceptionGiveDefaults)
@@ -111,6 +138,11 @@ TEST_F(ExceptionTest, exceptionIsUnknownWithoutTheClassOfClasses)
     EXPECT_FALSE(client.checkNoJNIException());
     EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR Exception: unknown"});
     EXPECT_FALSE(java.isPending());
+    EXPECT_STRINGS(java.takeCalls(),
+                   Strings{"ExceptionCheck() [pending]", "ExceptionOccurred() [pending]",
+                           "GetObjectClass(throwable com.example.Failure) [pending]", "FindClass(java/lang/Class) [pending]",
+                           "DeleteLocalRef(throwable com.example.Failure) [pending]", "ExceptionClear() [pending]"});
+    EXPECT_STRINGS(java.liveLocals(), Strings{"class com.example.Failure"});
 }
 
 TEST_F(ExceptionTest, exceptionLineEndsInItsOwnLineFeedBesidesTheEntrys)
@@ -159,6 +191,8 @@ TEST_F(StringTest, charactersOutsideTheCodePageBecomeQuestionMarks)
 {
     JNIHelper::bstrToJavaString(java.env(), CComBSTR(L"\u4E2D\u6587!"));
     EXPECT_STRINGS(java.takeCalls(), Strings{"NewStringUTF(\?\?!)"});
+    JNIHelper::bstrToJavaString(java.env(), CComBSTR(L"\u0100"));
+    EXPECT_STRINGS(java.takeCalls(), Strings{"NewStringUTF(A)"}) << "or the letter that comes closest";
 }
 
 TEST_F(StringTest, nullAndEmptyBstrReachJavaAsEmptyText)
@@ -191,6 +225,8 @@ TEST_F(StringTest, bytesOfJavaTextAreTakenAsAnsiText)
     CComBSTR result;
     JNIHelper::javaStringToBstr(&result, java.env(), java.localString(UMLAUT_UTF));
     EXPECT_STREQ(result, UMLAUT_UTF_AS_ANSI.c_str());
+    JNIHelper::javaStringToBstr(&result, java.env(), java.localString("\x81"));
+    EXPECT_STREQ(result, L"\u0081") << "also a byte that stands for no letter";
 }
 
 TEST_F(StringTest, nullAndEmptyJavaStringsBecomeEmptyBstrs)

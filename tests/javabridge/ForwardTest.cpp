@@ -14,6 +14,7 @@ struct Forwarded
 {
     std::string method;
     std::string parameters; // of the Java method, as the signature writes them
+    std::string signature;
     std::string check;
     std::string scope; // the arguments in the entry line
     std::function<HRESULT(CJavaManagerJNIClient&, jobject, BSTR*)> call;
@@ -23,24 +24,26 @@ const CComBSTR FIRST(L"first");
 const CComBSTR SECOND(L"second");
 
 const Forwarded OPERATIONS[] = {
-    {"callMethod", STRING + STRING, "callMethodID != NULL", "first, second",
-     [](auto& client, jobject bean, BSTR* result) { return client.callMethod(bean, FIRST, SECOND, result); }},
-    {"callMethodCompressed", STRING + "I" + STRING, "callMethodID != NULL", "first, 42, second",
+    {"callMethod", STRING + STRING, "(Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;", "callMethodID != NULL",
+     "first, second", [](auto& client, jobject bean, BSTR* result) { return client.callMethod(bean, FIRST, SECOND, result); }},
+    {"callMethodCompressed", STRING + "I" + STRING, "(Ljava/lang/String;ILjava/lang/String;)Ljava/lang/String;",
+     "callMethodID != NULL", "first, 42, second",
      [](auto& client, jobject bean, BSTR* result) { return client.callMethodCompressed(bean, FIRST, 42, SECOND, result); }},
-    {"displayDebugConsole", "", "displayConsoleID != NULL", "",
+    {"displayDebugConsole", "", "()Ljava/lang/String;", "displayConsoleID != NULL", "",
      [](auto& client, jobject bean, BSTR* result) { return client.displayDebugConsole(bean, result); }},
-    {"free", "", "freeID != NULL", "", [](auto& client, jobject bean, BSTR* result) { return client.free(bean, result); }},
-    {"getBasisControlVersionInfo", "", "getBasisControlVersionInfoID != NULL", "",
+    {"free", "", "()Ljava/lang/String;", "freeID != NULL", "",
+     [](auto& client, jobject bean, BSTR* result) { return client.free(bean, result); }},
+    {"getBasisControlVersionInfo", "", "()Ljava/lang/String;", "getBasisControlVersionInfoID != NULL", "",
      [](auto& client, jobject bean, BSTR* result) { return client.getBasisControlVersionInfo(bean, result); }},
-    {"getProperty", STRING, "getPropertyID != NULL", "first",
+    {"getProperty", STRING, "(Ljava/lang/String;)Ljava/lang/String;", "getPropertyID != NULL", "first",
      [](auto& client, jobject bean, BSTR* result) { return client.getProperty(bean, FIRST, result); }},
-    {"getVersionInfo", STRING, "getVersionInfoID != NULL", "first",
+    {"getVersionInfo", STRING, "(Ljava/lang/String;)Ljava/lang/String;", "getVersionInfoID != NULL", "first",
      [](auto& client, jobject bean, BSTR* result) { return client.getVersionInfo(bean, FIRST, result); }},
-    {"setLogLevel", "I", "setLogLevelID != NULL", "42",
+    {"setLogLevel", "I", "(I)Ljava/lang/String;", "setLogLevelID != NULL", "42",
      [](auto& client, jobject bean, BSTR* result) { return client.setLogLevel(bean, 42, result); }},
-    {"setProperty", STRING + STRING, "setPropertyID != NULL", "first, second",
-     [](auto& client, jobject bean, BSTR* result) { return client.setProperty(bean, FIRST, SECOND, result); }},
-    {"updateVersion", STRING, "updateVersionID != NULL", "first",
+    {"setProperty", STRING + STRING, "(Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;", "setPropertyID != NULL",
+     "first, second", [](auto& client, jobject bean, BSTR* result) { return client.setProperty(bean, FIRST, SECOND, result); }},
+    {"updateVersion", STRING, "(Ljava/lang/String;)Ljava/lang/String;", "updateVersionID != NULL", "first",
      [](auto& client, jobject bean, BSTR* result) { return client.updateVersion(bean, FIRST, result); }},
 };
 
@@ -76,7 +79,7 @@ protected:
 
     static std::string lookUp(const Forwarded& operation)
     {
-        return "GetMethodID(class a/b/Bean, " + operation.method + ", (" + operation.parameters + ")" + STRING + ")";
+        return "GetMethodID(class a/b/Bean, " + operation.method + ", " + operation.signature + ")";
     }
     static std::string call(const Forwarded& operation)
     {
@@ -112,9 +115,11 @@ TEST_F(ForwardTest, missingMethodEndsTheOperation)
         SCOPED_TRACE(operation.method);
         java.missing = {operation.method};
         BSTR result = reinterpret_cast<BSTR>(-1);
+        const Strings cleared = java.isPending() ? Strings{"ExceptionClear() [pending]"} : Strings{};
         EXPECT_EQ(operation.call(client, bean, &result), E_FAIL);
         EXPECT_EQ(result, reinterpret_cast<BSTR>(-1)) << "the result is not written";
-        EXPECT_EQ(java.takeCalls().back(), lookUp(operation));
+        EXPECT_STRINGS(java.takeCalls(), cleared + Strings{lookUp(operation)});
+        EXPECT_STRINGS(java.liveLocals(), classes);
         EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR " + operation.check + ": false"});
     }
 }
@@ -151,6 +156,9 @@ TEST_F(ForwardTest, exceptionKeepsReferencesAndResult)
                                              captureCalls("java.lang.IllegalStateException", "said why"));
         EXPECT_EQ(java.liveLocals().size(), before.size() + arguments.references.size() + 2)
             << "the arguments, the exception's class and java/lang/Class stay";
+        Strings kept = before + arguments.references + Strings{"class java.lang.IllegalStateException", "class java/lang/Class"};
+        std::sort(kept.begin(), kept.end());
+        EXPECT_STRINGS(java.liveLocals(), kept);
         EXPECT_STRINGS(log.takeStatements(), Strings{"TRACE " + operation.check + ": true",
                                                      "ERROR Exception: java.lang.IllegalStateException: said why\n",
                                                      "ERROR checkNoJNIException(): false"});
@@ -178,7 +186,10 @@ TEST_F(ForwardTest, withoutResultPointerTheCallIsMadeAllTheSame)
     for (const Forwarded& operation : OPERATIONS) {
         SCOPED_TRACE(operation.method);
         EXPECT_EQ(operation.call(client, bean, nullptr), S_OK);
-        EXPECT_EQ(java.takeCalls().back(), "DeleteLocalRef(\"answer of " + operation.method + "\")");
+        const Arguments arguments(operation.parameters);
+        EXPECT_STRINGS(java.takeCalls(), Strings{lookUp(operation)} + arguments.conversions +
+                                             Strings{call(operation), "ExceptionCheck()"} + arguments.deletions +
+                                             Strings{"DeleteLocalRef(\"answer of " + operation.method + "\")"});
         EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"result!=NULL: false"});
         EXPECT_STRINGS(java.liveLocals(), classes);
     }
@@ -231,6 +242,31 @@ TEST_F(ForwardTest, nullTextReachesJavaAsEmptyText)
     EXPECT_EQ(log.takeScopes().front(), "FINE callMethod , ");
 }
 
+TEST_F(ForwardTest, entryLineHoldsTextsInTheAnsiCodePageAndNegativeNumbers)
+{
+    ASSERT_EQ(GetACP(), 1252u) << "the text of this test is in Windows-1252";
+    CComBSTR result;
+    EXPECT_EQ(client.callMethodCompressed(bean, CComBSTR(L"\u00E4 \u20AC"), -5, CComBSTR(L""), &result), S_OK);
+    EXPECT_EQ(log.takeScopes().front(), "FINE callMethodCompressed \xE4 \x80, -5, ");
+    EXPECT_EQ(java.takeCalls()[3], "CallObjectMethod(global bean, callMethodCompressed, \"\xE4 \x80\", -5, \"\")");
+}
+
+TEST_F(ForwardTest, resultsFormerContentIsLeftAlone)
+{
+    BSTR before = SysAllocString(L"before");
+    BSTR result = before;
+    EXPECT_EQ(client.free(bean, &result), S_OK);
+    EXPECT_NE(result, before);
+    EXPECT_STREQ(before, L"before");
+    EXPECT_STREQ(result, L"answer of free");
+    SysFreeString(result);
+    SysFreeString(before);                 // a second time, were it freed by the call
+    result = reinterpret_cast<BSTR>(0x10); // nothing that could be freed
+    EXPECT_EQ(client.free(bean, &result), S_OK);
+    EXPECT_STREQ(result, L"answer of free");
+    SysFreeString(result);
+}
+
 TEST_F(ForwardTest, textThatCouldNotBeMadeIsNotDeleted)
 {
     java.nullFrom["NewStringUTF"] = 1;
@@ -244,7 +280,8 @@ TEST_F(ForwardTest, textThatCouldNotBeMadeIsNotDeleted)
 class SetUsedControlTest : public ForwardTest
 {
 protected:
-    const std::string beanLookUp = "GetMethodID(class a/b/Bean, setUsedControl, (" + STRING + STRING + ")" + STRING + ")";
+    const std::string beanLookUp =
+        "GetMethodID(class a/b/Bean, setUsedControl, (Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;)";
     const Strings beanCalls = {
         beanLookUp,
         "NewStringUTF(first)",
@@ -300,6 +337,35 @@ TEST_F(SetUsedControlTest, exceptionEndsTheOperation)
     EXPECT_EQ(client.setUsedControl(frame, bean, FIRST, SECOND, &result), E_FAIL);
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"Exception: java.lang.Error: x\n", "checkNoJNIException(): false"});
     EXPECT_EQ(result.m_str, nullptr);
+    EXPECT_STRINGS(java.takeCalls(), setterCalls("global frame", "setFocusableWindowState", "true") +
+                                         Strings(beanCalls.begin(), beanCalls.begin() + 4) +
+                                         captureCalls("java.lang.Error", "x"));
+    EXPECT_STRINGS(java.liveLocals(), Strings{"\"first\"", "\"second\"", "class a/b/Bean", "class " + FRAME, "class " + LISTENER,
+                                              "class java.lang.Error", "class java/lang/Class"});
+}
+
+TEST_F(SetUsedControlTest, exceptionOfTheFrameIsLoggedAndCleared)
+{
+    java.outcomes["setFocusableWindowState"] = RecordingJni::throws("java.lang.Error", "frame");
+    EXPECT_EQ(client.setUsedControl(frame, bean, FIRST, SECOND, &result), S_OK);
+    EXPECT_STREQ(result, L"answer of setUsedControl");
+    EXPECT_STRINGS(java.takeCalls(), Strings{"GetMethodID(class " + FRAME + ", setFocusableWindowState, (Z)V)",
+                                             "CallVoidMethod(global frame, setFocusableWindowState, true)"} +
+                                         captureCalls("java.lang.Error", "frame") + beanCalls);
+    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"Exception: java.lang.Error: frame\n", "checkNoJNIException(): false",
+                                                        "setFrameFocusableWindowState(frame, true): failure: -2147467259"});
+}
+
+TEST_F(SetUsedControlTest, nullAnswerAndNullResultPointer)
+{
+    EXPECT_EQ(client.setUsedControl(frame, bean, FIRST, SECOND, nullptr), S_OK);
+    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"result!=NULL: false"});
+    java.outcomes["setUsedControl"] = RecordingJni::answersNull();
+    EXPECT_EQ(client.setUsedControl(frame, bean, FIRST, SECOND, &result), S_OK);
+    ASSERT_NE(result.m_str, nullptr);
+    EXPECT_EQ(result.Length(), 0u);
+    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{});
+    EXPECT_STRINGS(java.liveLocals(), classes);
 }
 
 class TestBridgeTest : public ForwardTest
@@ -323,6 +389,14 @@ TEST_F(TestBridgeTest, nullTextReachesJavaAsEmptyText)
 {
     EXPECT_EQ(client.testBridge(listener, nullptr, 0, 0), S_OK);
     EXPECT_EQ(java.takeCalls()[1], "NewStringUTF()");
+}
+
+TEST_F(TestBridgeTest, textReachesJavaInTheAnsiCodePage)
+{
+    ASSERT_EQ(GetACP(), 1252u) << "the text of this test is in Windows-1252";
+    EXPECT_EQ(client.testBridge(listener, L"\u00E4 \u20AC", 0, 0), S_OK);
+    EXPECT_EQ(java.takeCalls()[1], "NewStringUTF(\xE4 \x80)");
+    EXPECT_EQ(log.takeScopes().front(), "FINE testBridge \xE4 \x80, 0, 0");
 }
 
 TEST_F(TestBridgeTest, failures)

@@ -35,8 +35,10 @@ TEST_F(FrameUseTest, addBeanFailures)
     EXPECT_EQ(client.addBean(frame, bean), E_FAIL);
     EXPECT_STRINGS(log.takeStatements("ERROR"),
                    Strings{"Exception: java.lang.IllegalArgumentException: adding\n", "checkNoJNIException(): false"});
+    EXPECT_STRINGS(java.takeCalls(), Strings{"GetMethodID(class " + FRAME + ", add, (Ljava/awt/Component;)Ljava/awt/Component;)",
+                                             "CallObjectMethod(global frame, add, global bean)"} +
+                                         captureCalls("java.lang.IllegalArgumentException", "adding"));
     java.missing = {"add"};
-    java.takeCalls();
     EXPECT_EQ(client.addBean(frame, bean), E_FAIL);
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"addID!=NULL: false"});
     EXPECT_STRINGS(java.takeCalls(),
@@ -76,7 +78,9 @@ TEST_F(FrameUseTest, setterFailures)
     java.outcomes["setVisible"] = RecordingJni::throws("java.lang.Error", "x");
     EXPECT_EQ(client.setFrameVisible(frame, true), E_FAIL);
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"Exception: java.lang.Error: x\n", "checkNoJNIException(): false"});
-    java.takeCalls();
+    EXPECT_STRINGS(java.takeCalls(), Strings{"GetMethodID(class " + FRAME + ", setVisible, (Z)V)",
+                                             "CallVoidMethod(global frame, setVisible, true)"} +
+                                         captureCalls("java.lang.Error", "x"));
     java.missing = {"setVisible"};
     EXPECT_EQ(client.setFrameVisible(frame, true), E_FAIL);
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"methodID!=NULL: false"});
@@ -98,7 +102,9 @@ TEST_F(FrameUseTest, boundsFailures)
     java.outcomes["setBounds"] = RecordingJni::throws("java.lang.Error", "x");
     EXPECT_EQ(client.setFrameBounds(frame, 1, 2, 3, 4), E_FAIL);
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"Exception: java.lang.Error: x\n", "checkNoJNIException(): false"});
-    java.takeCalls();
+    EXPECT_STRINGS(java.takeCalls(), Strings{"GetMethodID(class " + FRAME + ", setBounds, (IIII)V)",
+                                             "CallVoidMethod(global frame, setBounds, ...)"} +
+                                         captureCalls("java.lang.Error", "x"));
     java.missing = {"setBounds"};
     EXPECT_EQ(client.setFrameBounds(frame, 1, 2, 3, 4), E_FAIL);
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"setBoundsID!=NULL: false"});
@@ -130,6 +136,18 @@ TEST_F(FrameUseTest, validateFailures)
     EXPECT_EQ(client.validateFrameAndBean(frame, bean), E_FAIL);
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"validateID!=NULL: false"});
     EXPECT_STRINGS(java.takeCalls(), Strings{"GetMethodID(class " + FRAME + ", validate, ()V)"});
+}
+
+TEST_F(FrameUseTest, beanThatDoesNotValidateFailsTheOperation)
+{
+    java.outcomes["global bean: validate"] = RecordingJni::throws("java.lang.Error", "x");
+    EXPECT_EQ(client.validateFrameAndBean(frame, bean), E_FAIL);
+    EXPECT_STRINGS(java.takeCalls(),
+                   Strings{"GetMethodID(class " + FRAME + ", validate, ()V)", "CallVoidMethod(global frame, validate)",
+                           "ExceptionCheck()", "CallVoidMethod(global bean, validate)"} +
+                       captureCalls("java.lang.Error", "x"));
+    EXPECT_STRINGS(log.takeStatements(), Strings{"TRACE validateID!=NULL: true", "TRACE checkNoJNIException(): true",
+                                                 "ERROR Exception: java.lang.Error: x\n", "ERROR checkNoJNIException(): false"});
 }
 
 TEST_F(FrameUseTest, nullObjectsFailAtTheOperationsOwnCheckWithoutJni)
@@ -289,6 +307,20 @@ TEST_F(FrameUseTest, stopBeanGoesOnAfterExceptions)
         java.outcomes[method] = RecordingJni::throws("java.lang.Error", method);
     }
     EXPECT_EQ(client.stopBean(bean, frame, listener), S_OK);
+    const auto failing = [](const std::string& lookUp, const std::string& call, const std::string& method) {
+        return Strings{lookUp, call} + captureCalls("java.lang.Error", method);
+    };
+    EXPECT_STRINGS(
+        java.takeCalls(),
+        failing(FREE_CALLS[0], FREE_CALLS[1], "free") +
+            failing("GetMethodID(class a/b/Bean, removeORVANEControlListener, " + LISTENER_SETTER + ")",
+                    "CallVoidMethod(global bean, removeORVANEControlListener, global listener)", "removeORVANEControlListener") +
+            failing("GetMethodID(class a/b/Bean, removeAll, ()V)", "CallVoidMethod(global bean, removeAll)", "removeAll") +
+            failing("GetMethodID(class " + FRAME + ", remove, (Ljava/awt/Component;)V)",
+                    "CallVoidMethod(global frame, remove, global bean)", "remove") +
+            Strings{"DeleteGlobalRef(global bean)"} +
+            failing("GetMethodID(class " + FRAME + ", dispose, ()V)", "CallVoidMethod(global frame, dispose)", "dispose") +
+            Strings{"DeleteGlobalRef(global frame)", "DeleteGlobalRef(global listener)"});
     EXPECT_STRINGS(java.liveGlobals(), Strings{});
     EXPECT_FALSE(java.isPending());
     EXPECT_STRINGS(log.takeStatements("ERROR"),
