@@ -27,6 +27,29 @@ protected:
     }
     void prefer(const std::string& pattern) { machine.setString(PREFERENCES, "javavm", pattern, KEY_WOW64_32KEY); }
     std::string found() { return client.findJVM().version; }
+    // The whole log from the last forgetting of it on, the registry's classes included: "LEVEL text" of entries and statements.
+    // What destructors do is left out.
+    Strings takeSteps()
+    {
+        Strings steps;
+        size_t leavingAt = std::string::npos;
+        for (const fixtures::LogLine& line : log.stream().lines()) {
+            const size_t depth = line.body.find_first_not_of(' ');
+            const bool isEntry = line.body.find("-> ") == depth;
+            if (leavingAt != std::string::npos && depth > leavingAt) {
+                continue;
+            }
+            leavingAt = isEntry && line.text().find("~") != std::string::npos ? depth : std::string::npos;
+            if (leavingAt == std::string::npos && line.body.find("<- ") != depth && !line.level.empty()) {
+                std::string text = line.text();
+                text.erase(0, text.starts_with("CBridgeClient  ") ? 15 : 0);
+                steps.push_back(line.level + " " + text);
+            }
+        }
+        forgetLog();
+        return steps;
+    }
+    void forgetLog() { log.takeStatements(); }
 
     fixtures::RegistryScratch machine{HKEY_LOCAL_MACHINE};
     CBridgeClient client{nullptr};
@@ -49,6 +72,10 @@ TEST(DiscoveryWithoutKeysTest, missingKeysAreNoError)
     EXPECT_EQ(client.findJVM().version, "");
     EXPECT_STRINGS(log.takeStatements("FINE"), Strings{"Looking for installed Java versions..."});
     EXPECT_EQ(client.findORVControls(), "C:\\basis.jar");
+    const std::string notOpened = "CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: false";
+    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{notOpened});
+    client.findJVM();
+    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{notOpened, notOpened, notOpened});
 }
 
 TEST_F(DiscoveryTest, currentRuntimeIsUsedWithoutPreference)
@@ -75,6 +102,129 @@ TEST_F(DiscoveryTest, currentRuntimeOfTheNewerKeyReplacesThatOfTheOlder)
     EXPECT_STRINGS(log.takeStatements("FINE"), Strings{"Looking for installed Java versions...", "Found Java 1.8.0_20 (* USED)",
                                                        "Standard JVM Path: C:\\1.8.0_20\\jvm.dll", "Found Java 11.0.2 (* USED)",
                                                        "Standard JVM Path: C:\\11.0.2\\jvm.dll"});
+}
+
+const std::string OPENED = "TRACE CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true";
+
+TEST_F(DiscoveryTest, runtimesAreReadStepByStep)
+{
+    install("1.8.0_20");
+    makeCurrent("1.8.0_20");
+    install("9", RUNTIMES_NEW);
+    prefer("1.8.0_20");
+    forgetLog();
+    client.findJVM();
+    EXPECT_STRINGS(takeSteps(), Strings{
+                                    "FINE findJVM ",
+                                    "FINE Looking for installed Java versions...",
+                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Java Runtime Environment\\",
+                                    OPENED,
+                                    "FINE CRegistry  getStringValue CurrentVersion, ",
+                                    "FINE CRegistrySubKeys  CRegistrySubKeys ",
+                                    "FINE CRegistrySubKeys  getKeyNames ",
+                                    "FINE CRegistrySubKeys  getSubKeyCount ",
+                                    "FINE CRegistrySubKeys  getSubKey 0",
+                                    "FINE Found Java 1.8.0_20 (* USED)",
+                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Java Runtime Environment\\1.8.0_20",
+                                    OPENED,
+                                    "FINE CRegistry  getStringValue RuntimeLib, ",
+                                    "FINE Standard JVM Path: C:\\1.8.0_20\\jvm.dll",
+                                    "FINE CRegistry  closeKey ",
+                                    "FINE CRegistrySubKeys  getSubKeyCount ",
+                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\JRE\\",
+                                    OPENED,
+                                    "FINE CRegistry  getStringValue CurrentVersion, ",
+                                    "FINE CRegistrySubKeys  CRegistrySubKeys ",
+                                    "FINE CRegistrySubKeys  getKeyNames ",
+                                    "FINE CRegistrySubKeys  getSubKeyCount ",
+                                    "FINE CRegistrySubKeys  getSubKey 0",
+                                    "FINE Found Java 9",
+                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\JRE\\9",
+                                    OPENED,
+                                    "FINE CRegistry  getStringValue RuntimeLib, ",
+                                    "FINE JVM Path: C:\\9\\jvm.dll",
+                                    "FINE CRegistry  closeKey ",
+                                    "FINE CRegistrySubKeys  getSubKeyCount ",
+                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt",
+                                    OPENED,
+                                    "FINE CRegistry  getStringValue javavm, ",
+                                    "FINE orvane preferred JVM pattern: 1.8.0_20",
+                                    "FINE Pattern (single): 1.8.0_20",
+                                    "FINE Preferred JVM according to registry pattern: 1.8.0_20",
+                                });
+}
+
+TEST_F(DiscoveryTest, controlsAreReadStepByStep)
+{
+    machine.setString(PREFERENCES + "\\A", "installpath", "C:\\x", KEY_WOW64_32KEY);
+    forgetLog();
+    client.findORVControls();
+    EXPECT_STRINGS(takeSteps(), Strings{
+                                    "FINE findORVControls ",
+                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt",
+                                    OPENED,
+                                    "FINE CRegistrySubKeys  CRegistrySubKeys ",
+                                    "FINE CRegistrySubKeys  getKeyNames ",
+                                    "FINE CRegistrySubKeys  getSubKeyCount ",
+                                    "FINE CRegistrySubKeys  getSubKey 0",
+                                    "FINE ORVANE Control 0: A",
+                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt\\A",
+                                    OPENED,
+                                    "FINE CRegistry  getStringValue installpath, ",
+                                    "FINE CRegistry  getStringValue installpath, ",
+                                    "FINE Control's Path: C:\\x",
+                                    "FINE CRegistrySubKeys  getSubKeyCount ",
+                                    "FINE CRegistry  closeKey ",
+                                });
+}
+
+TEST_F(DiscoveryTest, currentVersionCountsUnderItsOwnKeyOnly)
+{
+    makeCurrent("1.8.0_20");
+    install("1.8.0_20", RUNTIMES_NEW);
+    EXPECT_EQ(found(), "");
+    install("1.8.0_20");
+    machine.setString(RUNTIMES_NEW, "CurrentVersion", "gone");
+    EXPECT_EQ(found(), "1.8.0_20") << "and one without its key replaces nothing";
+}
+
+TEST_F(DiscoveryTest, libraryPathLongerThanTheRegistryLimitIsNone)
+{
+    makeCurrent("1.8");
+    machine.setString(RUNTIMES + "\\1.8", "RuntimeLib", std::string(254, 'x'));
+    EXPECT_EQ(client.findJVM().path, std::string(254, 'x'));
+    machine.setString(RUNTIMES + "\\1.8", "RuntimeLib", std::string(255, 'x'));
+    const JVMInfo info = client.findJVM();
+    EXPECT_EQ(info.version, "1.8");
+    EXPECT_EQ(info.path, "");
+}
+
+TEST_F(DiscoveryTest, nameBeyondTheRegistryLimitIsTreatedAsTheEmptyName)
+{
+    install(std::string(254, '1'));
+    makeCurrent(std::string(254, '1'));
+    EXPECT_EQ(found(), std::string(254, '1'));
+
+    machine.createKey(RUNTIMES_NEW + "\\" + std::string(255, '_'));
+    machine.setString(RUNTIMES_NEW, "RuntimeLib", "C:\\of the base key\\jvm.dll");
+    forgetLog();
+    const JVMInfo info = client.findJVM();
+    EXPECT_EQ(info.version, "") << "equal to the current version that is missing";
+    EXPECT_EQ(info.path, "C:\\of the base key\\jvm.dll");
+    const Strings statements = log.takeStatements("FINE");
+    EXPECT_STRINGS(Strings(statements.end() - 2, statements.end()),
+                   Strings{"Found Java  (* USED)", "Standard JVM Path: C:\\of the base key\\jvm.dll"});
+    prefer("_-a");
+    EXPECT_EQ(found(), "") << "it has no underscore any more";
+}
+
+TEST_F(DiscoveryTest, underscoreMayStandAnywhereInTheName)
+{
+    for (const char* version : {"_1", "2_", "3_0_4"}) {
+        install(version);
+        prefer(version);
+        EXPECT_EQ(found(), version);
+    }
 }
 
 TEST_F(DiscoveryTest, currentVersionWithoutItsKeyGivesNothing)
@@ -226,6 +376,33 @@ TEST_F(DiscoveryTest, controlWithoutInstallPathStaysInTheClassPath)
     machine.createKey(PREFERENCES + "\\/Qmrt /Grid", KEY_WOW64_32KEY);
     EXPECT_EQ(client.findORVControls(), "\\/Qmrt /Grid.jar;") << "the name is used as it is stored";
     EXPECT_STRINGS(log.takeStatements("FINE"), Strings{"ORVANE Control 0: /Qmrt /Grid", "Control's Path: "});
+}
+
+TEST_F(DiscoveryTest, installPathLongerThanTheRegistryLimitIsNone)
+{
+    machine.setString(PREFERENCES + "\\A", "installpath", std::string(254, 'x'), KEY_WOW64_32KEY);
+    EXPECT_EQ(client.findORVControls(), std::string(254, 'x') + "\\A.jar;");
+    machine.setString(PREFERENCES + "\\A", "installpath", std::string(255, 'x'), KEY_WOW64_32KEY);
+    EXPECT_EQ(client.findORVControls(), "\\A.jar;");
+}
+
+TEST_F(DiscoveryTest, controlWhoseNameIsBeyondTheRegistryLimitIsTheEmptyName)
+{
+    machine.createKey(PREFERENCES + "\\" + std::string(255, 'A'), KEY_WOW64_32KEY);
+    machine.setString(PREFERENCES, "installpath", "C:\\of the key above", KEY_WOW64_32KEY);
+    EXPECT_EQ(client.findORVControls(), "C:\\of the key above\\.jar;");
+    EXPECT_STRINGS(log.takeStatements("FINE"), Strings{"ORVANE Control 0: ", "Control's Path: C:\\of the key above"});
+}
+
+TEST_F(DiscoveryTest, controlsAreCountedInDecimal)
+{
+    for (char name = 'A'; name <= 'K'; name++) {
+        machine.createKey(PREFERENCES + "\\" + name, KEY_WOW64_32KEY);
+    }
+    client.findORVControls();
+    const Strings statements = log.takeStatements("FINE");
+    ASSERT_EQ(statements.size(), 22u);
+    EXPECT_EQ(statements[20], "ORVANE Control 10: K");
 }
 
 TEST_F(DiscoveryTest, controlsOfThe64BitViewAreNotSeen)

@@ -55,6 +55,20 @@ TEST_F(LibraryTest, noFileName)
     EXPECT_TRUE(errors[0].starts_with("m_DLLHandle != NULL: failure: "));
     EXPECT_EQ(errors[1], "(bool)binaryFile != NULL: false");
     EXPECT_EQ(errors[2], "m_DLLHandle != NULL: false");
+    LoadLibraryA("");
+    const DWORD error = GetLastError();
+    client.loadJVMlibrary("");
+    EXPECT_STRINGS(log.takeStatements(), failure("", error, {"ERROR (bool)binaryFile != NULL: false"}));
+}
+
+TEST_F(LibraryTest, missingFolderLeavesTheCurrentOne)
+{
+    const std::string before = RuntimeFolder::currentFolder();
+    EXPECT_EQ(client.loadJVMlibrary("C:\\not there\\bin\\server\\jvm.dll"), E_FAIL);
+    EXPECT_EQ(RuntimeFolder::currentFolder(), before);
+    EXPECT_EQ(log.takeStatements().front(),
+              "FINE Used C:\\not there\\bin\\server\\jvm.dll\\..\\..\\ as current folder while loading JVM, using " + before +
+                  " again.");
 }
 
 // A file of 200 bytes with the PE header at 100.
@@ -85,6 +99,7 @@ TEST_F(LibraryTest, diagnosisOfFilesThatAreNoLibrary)
         {"x64, reported as unknown", peFile(0x8664), "WARN Java JRE for unknown platform (ffff8664)"},
         {"ARM64", peFile(0xAA64), "WARN Java JRE for unknown platform (ffffaa64)"},
         {"positive machine", peFile(0x01C4), "WARN Java JRE for unknown platform (1c4)"},
+        {"the other byte order of 32-bit", peFile(0x4C01), "WARN Java JRE for unknown platform (4c01)"},
         {"machine 0", peFile(0), "WARN Java JRE for unknown platform (0)"},
         {"cut after the signature", peFile(0x014C).substr(0, 104), "WARN Java JRE for unknown platform (0)"},
         {"text", std::string(100, 'x'), NO_HEADER},
@@ -102,6 +117,7 @@ TEST_F(LibraryTest, diagnosisOfFilesThatAreNoLibrary)
         EXPECT_TRUE(statements[1].starts_with("ERROR m_DLLHandle != NULL: failure: ")) << statements[1];
         EXPECT_STRINGS(Strings(statements.begin() + 2, statements.end()),
                        Strings{"TRACE (bool)binaryFile != NULL: true", file.warning, "ERROR m_DLLHandle != NULL: false"});
+        EXPECT_TRUE(DeleteFileA(runtime.library().c_str())) << "the file is closed";
     }
 }
 

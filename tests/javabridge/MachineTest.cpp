@@ -18,6 +18,9 @@ TEST_F(MachineTest, machineIsCreatedAndTheThreadAttached)
     EXPECT_NE(client.m_JVM, nullptr);
     EXPECT_NE(client.m_ENV, nullptr);
     EXPECT_EQ(client.m_JVMArguments.nOptions, 6);
+    EXPECT_EQ(client.m_JVMArguments.version, 0x00010006);
+    EXPECT_EQ(client.m_JVMArguments.ignoreUnrecognized, 1);
+    EXPECT_EQ(client.m_JVMArguments.options, FailingAllocations::lastNothrowArray());
     EXPECT_STRINGS(log.takeScopes(),
                    Strings{"INFO createJVM ", "FINE findORVControls ", "FINE loadJVMlibrary " + runtime.library()});
     const std::string success = getWindowsErrorText(0);
@@ -41,6 +44,27 @@ TEST_F(MachineTest, machineIsCreatedAndTheThreadAttached)
             "TRACE CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments): successfull",
             "TRACE m_JVM->AttachCurrentThread((void**)&m_ENV, NULL): successfull",
         });
+}
+
+TEST_F(MachineTest, environmentIsTheOneOfTheAttachedThread)
+{
+    EXPECT_EQ(create(), 0);
+    client.m_ENV->FindClass("a/b/C");
+    EXPECT_EQ(runtime.record().back(), "find a/b/C");
+}
+
+TEST_F(MachineTest, optionsStayAllocatedWhenAllElseIsGone)
+{
+    const void* options = nullptr;
+    {
+        CBridgeClient other("C:\\basis.jar");
+        EXPECT_EQ(other.createJVM({"1.8.0_151", runtime.library()}), 0);
+        options = other.m_JVMArguments.options;
+        EXPECT_NE(options, nullptr);
+        EXPECT_EQ(other.destroyJVM(), 0u);
+        EXPECT_EQ(other.m_JVMArguments.options, options);
+    }
+    EXPECT_EQ(FailingAllocations::lastNothrowArray(), options);
 }
 
 TEST_F(MachineTest, emptyClassPathIsPassedAllTheSame)
@@ -76,6 +100,38 @@ TEST_F(MachineTest, registryOptionBeyondTheLimitIsEmpty)
     world.setPreference("jvm_option_2", std::string(255, 'x'));
     EXPECT_EQ(create(), 0);
     EXPECT_STRINGS(runtime.options(), first + Strings{std::string(254, 'x'), ""} + background + last());
+}
+
+TEST_F(MachineTest, registryOptionWhoseNameIsBeyondTheLimitIsNone)
+{
+    const std::string prefix = "jvm_option_";
+    world.setPreference("jvm_option_1", "-D1");
+    world.setPreference(prefix + std::string(16382 - prefix.size(), 'x'), "-Dlongest");
+    world.setPreference(prefix + std::string(16383 - prefix.size(), 'y'), "-Dbeyond");
+    EXPECT_EQ(create(), 0);
+    EXPECT_STRINGS(runtime.options(), first + Strings{"-D1", "-Dlongest"} + background + last());
+}
+
+TEST_F(MachineTest, registryOptionOfAnotherTypeIsItsBytes)
+{
+    const std::string unexpanded = "-D%PATH%";
+    world.machine().setBytes(world.preferencesKey, "jvm_option_1", REG_EXPAND_SZ, unexpanded.c_str(), unexpanded.size() + 1,
+                             KEY_WOW64_32KEY);
+    world.setPreference("jvm_option_2", 0x004F452D); // the bytes of "-EO"
+    EXPECT_EQ(create(), 0);
+    EXPECT_STRINGS(runtime.options(), first + Strings{unexpanded, "-EO"} + background + last());
+}
+
+TEST_F(MachineTest, missingPreferencesKeyAddsTheBackgroundOptionOnly)
+{
+    world.setPreference("jvm_option_1", "-D1");
+    world.setPreference("sun.awt.noerasebackground", 1);
+    ASSERT_EQ(RegDeleteTreeA(HKEY_LOCAL_MACHINE, "SOFTWARE\\JavaSoft"), ERROR_SUCCESS);
+    EXPECT_EQ(create(), 0);
+    EXPECT_STRINGS(runtime.options(), first + background + last());
+    const std::string notOpened = "CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: false";
+    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{notOpened, notOpened, notOpened})
+        << "controls, options, background option";
 }
 
 TEST_F(MachineTest, preferencesAreReadInThe32BitView)
@@ -163,7 +219,8 @@ TEST_F(MachineTest, versionTextDecidesTheJniVersion)
         const Strings record = runtime.record();
         EXPECT_EQ(std::count(record.begin(), record.end(), "version 0001000" + version), 1);
         const Strings statements = log.takeStatements("FINE");
-        EXPECT_EQ(std::count(statements.begin(), statements.end(), "JNI 1." + version + " selected"), 1);
+        const std::string selected = version == "4" ? "JNI 1.4 selected" : "JNI 1.6 selected";
+        EXPECT_EQ(std::count(statements.begin(), statements.end(), selected), 1);
     }
 }
 
@@ -172,6 +229,7 @@ TEST_F(MachineTest, libraryThatDoesNotLoadEndsTheCreation)
     const std::string missing = runtime.library() + "x";
     log.takeStatements();
     EXPECT_EQ(client.createJVM({"1.8.0_151", missing}), E_FAIL);
+    EXPECT_TRUE(log.stream().contains(fixtures::beginBanner)) << "an error writes its backtrace";
     EXPECT_STRINGS(log.takeStatements("ERROR"),
                    Strings{"m_DLLHandle != NULL: failure: " + getWindowsErrorText(ERROR_MOD_NOT_FOUND),
                            "(bool)binaryFile != NULL: false", "m_DLLHandle != NULL: false",
@@ -239,6 +297,7 @@ TEST_F(MachineTest, destroyDetachesAndFreesALibraryThatStaysForItsThreads)
     EXPECT_NE(GetModuleHandleA(runtime.library().c_str()), nullptr);
     EXPECT_STRINGS(log.takeStatements(),
                    Strings{"TRACE m_JVM->DetachCurrentThread(): successfull", "TRACE FreeLibrary(m_DLLHandle): success"});
+    EXPECT_NE(client.m_DLLHandle, nullptr) << "the handle is not reset";
 }
 
 TEST_F(MachineTest, libraryStaysAlsoWhenTheMachineWasOnlyAskedToStart)
@@ -276,6 +335,8 @@ TEST_F(MachineTest, singletonIsCreatedOnceAndRemoved)
         EXPECT_TRUE(log.stream().contains(expected)) << expected;
     }
     EXPECT_EQ(messages.back(), "FINE createInstance ");
+    EXPECT_STRINGS(log.takeScopes(), Strings{"FINE CJavaManagerJNIClient C:\\basis.jar", "FINE findJVM ", "INFO createJVM ",
+                                             "FINE findORVControls ", "FINE loadJVMlibrary " + runtime.library()});
     log.takeStatements();
     const size_t lines = runtime.record().size();
 
@@ -297,6 +358,19 @@ TEST_F(MachineTest, singletonIsCreatedOnceAndRemoved)
                                                 "TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.",
                                                 "FINE cleanUp ",
                                             });
+}
+
+TEST_F(MachineTest, singletonIsRemovedAlsoWhenItsThreadIsNotDetached)
+{
+    world.machine().setString(RUNTIMES, "CurrentVersion", "1.8");
+    world.machine().setString(RUNTIMES + "\\1.8", "RuntimeLib", runtime.library());
+    CJavaManagerJNIClient::createInstance("C:\\basis.jar");
+    runtime.order("detach -1");
+    log.takeStatements();
+    EXPECT_EQ(CJavaManagerJNIClient::cleanUp(), 0);
+    EXPECT_EQ(CJavaManagerJNIClient::s_Instance, nullptr);
+    EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR m_JVM->DetachCurrentThread(): JNI_ERR",
+                                                 "TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton."});
 }
 
 TEST_F(MachineTest, cleanUpWithoutSingletonLogsItsCheckpoint)
@@ -333,6 +407,29 @@ TEST_F(EndTest, classReferencesAreDeletedInOrder)
     EXPECT_STRINGS(java.liveLocals(), Strings{});
     EXPECT_STRINGS(log.takeScopes(), Strings{"INFO destroyJVM "});
     EXPECT_NE(client.m_BeanClass, nullptr) << "the members are not reset";
+    EXPECT_NE(client.m_FrameClass, nullptr);
+    EXPECT_NE(client.m_ListenerClass, nullptr);
+}
+
+TEST_F(EndTest, beginningKnowsNothingAndTheEndOfTheObjectReleasesNothing)
+{
+    {
+        CBridgeClient other("C:\\basis.jar");
+        EXPECT_EQ(other.m_JVM, nullptr);
+        EXPECT_EQ(other.m_ENV, nullptr);
+        EXPECT_EQ(other.m_DLLHandle, nullptr);
+        EXPECT_EQ(other.m_BeanClass, nullptr);
+        EXPECT_EQ(other.m_FrameClass, nullptr);
+        EXPECT_EQ(other.m_ListenerClass, nullptr);
+        EXPECT_EQ(other.m_UniqueWindowID, -1);
+        other.m_JVM = java.vm();
+        other.m_ENV = java.env();
+        other.m_BeanClass = java.localClass(BEAN);
+    }
+    EXPECT_STRINGS(java.takeCalls(), Strings{});
+    EXPECT_STRINGS(java.liveLocals(), Strings{"class " + BEAN});
+    EXPECT_STRINGS(log.takeScopes(), Strings{"FINE CJavaManagerJNIClient C:\\basis.jar", "FINE ~CJavaManagerJNIClient "});
+    EXPECT_STRINGS(log.takeStatements(), Strings{});
 }
 
 TEST_F(EndTest, onlyTheClassesThatWereFoundAreDeleted)

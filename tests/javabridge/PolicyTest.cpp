@@ -17,4 +17,16 @@ TEST_F(PolicyTest, policyFileSwitchesTheSecurityManagerOn)
     EXPECT_EQ(std::count(statements.begin(), statements.end(), "Enabled Java Security Manager with " + policy), 1);
 }
 
+TEST_F(PolicyTest, policyFileThatCannotBeReadIsNone)
+{
+    const std::string policy = RuntimeFolder::besideExecutable(".policy");
+    const HANDLE locked = CreateFileA(policy.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(locked, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(create(), 0);
+    CloseHandle(locked);
+    EXPECT_STRINGS(runtime.options(), first + background + last());
+    const Strings statements = log.takeStatements("FINE");
+    EXPECT_EQ(std::count(statements.begin(), statements.end(), "Java Security Manager was not enabled. (" + policy + ")"), 1);
+}
+
 } // namespace
