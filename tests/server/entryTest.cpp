@@ -1,0 +1,377 @@
+// The entry point of the executable with its module: what it says to Windows and to the log, in which order, and what becomes the
+// exit code. Each call of Windows that the start and the end consist of shows as a line among those of the log.
+#include "javabridge/JavaManagerJNIClient.h"
+#include "server/KESTAserver.h"
+#include "tests/atl/importHook.h"
+#include "tests/support/fixtures.h"
+
+#include <gmock/gmock.h>
+
+#include <format>
+#include <functional>
+#include <stdexcept>
+
+using testing::Contains;
+using testing::ElementsAreArray;
+
+KESTA_IMPORT(CoInitialize);
+KESTA_IMPORT(CoRegisterClassObject);
+KESTA_IMPORT(CoResumeClassObjects);
+KESTA_IMPORT(CoRevokeClassObject);
+KESTA_IMPORT(CoUninitialize);
+KESTA_IMPORT(DispatchMessageA);
+KESTA_IMPORT(FreeLibrary);
+KESTA_IMPORT(GetCommandLineA);
+KESTA_IMPORT(GetMessageA);
+KESTA_IMPORT(GetModuleHandleA);
+KESTA_IMPORT(PostThreadMessageA);
+KESTA_IMPORT(SetErrorMode);
+KESTA_IMPORT(Sleep);
+KESTA_IMPORT(TranslateMessage);
+
+namespace {
+
+const auto realCoInitialize = __imp_CoInitialize;
+const auto realCoUninitialize = __imp_CoUninitialize;
+const auto realGetMessage = __imp_GetMessageA;
+const auto realGetModuleHandle = __imp_GetModuleHandleA;
+const auto realPostThreadMessage = __imp_PostThreadMessageA;
+const auto realSetErrorMode = __imp_SetErrorMode;
+const auto realSleep = __imp_Sleep;
+
+constexpr DWORD COOKIE = 4711;
+
+// What Windows answers in this test, and what happens in its calls.
+struct SWindows
+{
+    HRESULT initialize = S_OK;
+    HRESULT registerClass = S_OK;
+    HRESULT resume = S_OK;
+    HRESULT revoke = S_OK;
+    bool isManaged = false;
+    const char* commandLine = "server.exe -Embedding";
+    std::function<void()> beforeMessage;
+    std::function<void()> whenDispatched;
+};
+SWindows g_windows;
+
+template <class... Arguments>
+void note(std::format_string<Arguments...> format, Arguments&&... arguments)
+{
+    OutputDebugStringA((std::format(format, std::forward<Arguments>(arguments)...) + "\n").c_str());
+}
+
+std::string guidText(const GUID& guid)
+{
+    wchar_t text[40] = {};
+    StringFromGUID2(guid, text, 40);
+    return std::string(text, text + wcslen(text));
+}
+
+// Ends the message loop as the last client does.
+void letGo()
+{
+    ATL::_pAtlModule->Lock();
+    ATL::_pAtlModule->Unlock();
+}
+
+// Opens the module's protected parts.
+struct ModuleAccess : CKESTAserverModule
+{
+    using CKESTAserverModule::m_bInitFailed;
+};
+
+// The Logger reference that the entry point's module gives back at the end of the process.
+struct SModulesReference
+{
+    ~SModulesReference() { Logger::addRefCount(); }
+};
+
+class EntryTest : public testing::Test
+{
+protected:
+    EntryTest()
+    {
+        world.setPreference("loglevel", LOGLEVEL_TRACE);
+        world.setPreference("logpath", "");
+        world.start();
+        g_windows = {};
+        module().m_bComInitialized = false;
+    }
+    static CKESTAserverModule& module() { return static_cast<CKESTAserverModule&>(*ATL::_pAtlModule); }
+
+    // Runs the entry point and gives what it returned.
+    int run()
+    {
+        char commandLine[] = "the command line";
+        realSetErrorMode(SEM_NOOPENFILEERRORBOX);
+        stream.clear();
+        return ::WinMain(GetModuleHandleA(nullptr), nullptr, commandLine, SW_HIDE);
+    }
+    // The lines of the run, whole.
+    std::vector<std::string> lines() const
+    {
+        std::vector<std::string> lines;
+        for (const fixtures::LogLine& line : stream.lines()) {
+            const std::string marker = line.body.substr(std::min(line.body.find_first_not_of(' '), line.body.size()), 3);
+            lines.push_back((line.level.empty() ? "" : line.level + " ") +
+                            (!line.level.empty() && (marker == "-> " || marker == "<- ") ? marker : "") + line.text());
+        }
+        return lines;
+    }
+    // What begins and ends every run, around the module's own lines.
+    static std::vector<std::string> wholeRun(const std::vector<std::string>& moduleLines)
+    {
+        std::vector<std::string> all = {"INFO -> WinMain the command line"};
+        all.insert(all.end(), moduleLines.begin(), moduleLines.end());
+        for (const char* line : {"FINE -> cleanUp ", "TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.",
+                                 "FINE <- cleanUp ", "FINE -> setErrorModeSilent ", "SetErrorMode 3", "FINE new error mode:3",
+                                 "FINE old error mode:8000", "FINE <- setErrorModeSilent "})
+            all.push_back(line);
+        all.push_back("TRACE CHelpers::setErrorModeSilent(): success: " + getWindowsErrorText(0));
+        all.push_back("INFO <- WinMain the command line");
+        return all;
+    }
+    // A start as far as the loop.
+    static std::vector<std::string> started(const std::vector<std::string>& further)
+    {
+        std::vector<std::string> all = {"CoInitialize", "CoRegisterClassObject {4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14} 4 4",
+                                        "CoResumeClassObjects"};
+        all.insert(all.end(), further.begin(), further.end());
+        return all;
+    }
+    static inline const std::string LOOP_BEGIN = "FINE -> CKESTAserverModule  RunMessageLoop ";
+    static inline const std::string LOOP_END = "FINE <- CKESTAserverModule  RunMessageLoop ";
+    static inline const std::string REVOCATION = "CoRevokeClassObject 4711";
+    // The monitor thread's message to the main thread: WM_QUIT.
+    static inline const std::string QUIT = "PostThreadMessageA main thread 18 0 0";
+
+    SModulesReference modulesReference;
+    fixtures::LoggerWorld world;
+    fixtures::RegistryScratch classes{HKEY_CLASSES_ROOT};
+    fixtures::DebugStream stream;
+
+    const CImportHook<decltype(__imp_CoInitialize)> initialize{__imp_CoInitialize, [](LPVOID reserved) -> HRESULT {
+                                                                   note("CoInitialize{}", reserved ? " not null" : "");
+                                                                   return FAILED(g_windows.initialize)
+                                                                              ? g_windows.initialize
+                                                                              : realCoInitialize(reserved);
+                                                               }};
+    const CImportHook<decltype(__imp_CoUninitialize)> uninitialize{__imp_CoUninitialize, [] {
+                                                                       note("CoUninitialize");
+                                                                       realCoUninitialize();
+                                                                   }};
+    const CImportHook<decltype(__imp_CoRegisterClassObject)> registerClass{
+        __imp_CoRegisterClassObject, [](REFCLSID clsid, LPUNKNOWN, DWORD context, DWORD flags, LPDWORD cookie) -> HRESULT {
+            note("CoRegisterClassObject {} {} {}", guidText(clsid), context, flags);
+            *cookie = COOKIE;
+            return g_windows.registerClass;
+        }};
+    const CImportHook<decltype(__imp_CoResumeClassObjects)> resume{__imp_CoResumeClassObjects, []() -> HRESULT {
+                                                                       note("CoResumeClassObjects");
+                                                                       return g_windows.resume;
+                                                                   }};
+    const CImportHook<decltype(__imp_CoRevokeClassObject)> revoke{__imp_CoRevokeClassObject, [](DWORD cookie) -> HRESULT {
+                                                                      note("CoRevokeClassObject {}", cookie);
+                                                                      return g_windows.revoke;
+                                                                  }};
+    const CImportHook<decltype(__imp_GetCommandLineA)> commandLine{
+        __imp_GetCommandLineA, []() -> LPSTR { return const_cast<LPSTR>(g_windows.commandLine); }};
+    const CImportHook<decltype(__imp_GetModuleHandleA)> moduleHandle{
+        __imp_GetModuleHandleA, [](LPCSTR name) -> HMODULE {
+            const bool isAsked = name != nullptr && std::string(name) == "Mscoree.dll";
+            return isAsked && g_windows.isManaged ? realGetModuleHandle("kernel32") : realGetModuleHandle(name);
+        }};
+    const CImportHook<decltype(__imp_GetMessageA)> getMessage{__imp_GetMessageA,
+                                                              [](LPMSG message, HWND window, UINT first, UINT last) -> BOOL {
+                                                                  EXPECT_EQ(window, nullptr);
+                                                                  EXPECT_EQ(first, 0u);
+                                                                  EXPECT_EQ(last, 0u);
+                                                                  if (g_windows.beforeMessage)
+                                                                      g_windows.beforeMessage();
+                                                                  return realGetMessage(message, window, first, last);
+                                                              }};
+    const CImportHook<decltype(__imp_TranslateMessage)> translate{__imp_TranslateMessage, [](const MSG* message) -> BOOL {
+                                                                      note("TranslateMessage {}", message->message);
+                                                                      return FALSE;
+                                                                  }};
+    const CImportHook<decltype(__imp_DispatchMessageA)> dispatch{__imp_DispatchMessageA, [](const MSG* message) -> LRESULT {
+                                                                     note("DispatchMessageA {}", message->message);
+                                                                     if (g_windows.whenDispatched)
+                                                                         g_windows.whenDispatched();
+                                                                     return 0;
+                                                                 }};
+    const CImportHook<decltype(__imp_PostThreadMessageA)> postThreadMessage{
+        __imp_PostThreadMessageA, [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
+            note("PostThreadMessageA {} {} {} {}", thread == module().m_dwMainThreadID ? "main thread" : "somebody", message,
+                 wParam, lParam);
+            return realPostThreadMessage(thread, message, wParam, lParam);
+        }};
+    const CImportHook<decltype(__imp_Sleep)> sleep{__imp_Sleep, [](DWORD time) {
+                                                       if (time < 500)
+                                                           realSleep(time);
+                                                       else
+                                                           note("Sleep {}", time);
+                                                   }};
+    const CImportHook<decltype(__imp_SetErrorMode)> errorMode{__imp_SetErrorMode, [](UINT mode) -> UINT {
+                                                                  note("SetErrorMode {}", mode);
+                                                                  return realSetErrorMode(mode);
+                                                              }};
+};
+
+} // namespace
+
+TEST_F(EntryTest, AWholeRunFromComToTheSilentErrorMode)
+{
+    // The next message, the last client's release in its wake.
+    g_windows.beforeMessage = [] {
+        g_windows.beforeMessage = nullptr;
+        realPostThreadMessage(GetCurrentThreadId(), 0x8003, 0, 0);
+        APTTYPE type = APTTYPE_CURRENT;
+        APTTYPEQUALIFIER qualifier = {};
+        EXPECT_EQ(CoGetApartmentType(&type, &qualifier), S_OK);
+        EXPECT_NE(type, APTTYPE_MTA);
+        EXPECT_NE(type, APTTYPE_NA);
+    };
+    g_windows.whenDispatched = letGo;
+    EXPECT_EQ(run(), 0);
+    EXPECT_THAT(lines(), ElementsAreArray(wholeRun(started({
+                             LOOP_BEGIN,
+                             "FINE CKESTAserverModule  window message: message=32771, lParam=0, wParam=0",
+                             "FINE -> processEventQueue ",
+                             "FINE <- processEventQueue ",
+                             "TranslateMessage 32771",
+                             "DispatchMessageA 32771",
+                             QUIT,
+                             LOOP_END,
+                             REVOCATION,
+                             "Sleep 1000",
+                             "CoUninitialize",
+                         }))));
+}
+
+TEST_F(EntryTest, AnExceptionOfTheModuleIsLoggedAndTheJavaSideIsCleanedUpAllTheSame)
+{
+    g_windows.beforeMessage = [] { throw std::runtime_error("out of the loop"); };
+    EXPECT_EQ(run(), 0);
+    EXPECT_THAT(lines(), ElementsAreArray(wholeRun(started({
+                             LOOP_BEGIN,
+                             LOOP_END,
+                             "CoUninitialize",
+                             fixtures::beginBanner,
+                             "ERROR Unexpected exception in main class",
+                             "INFO -> WinMain the command line",
+                             fixtures::endBanner,
+                         }))));
+    // Ends the monitor thread.
+    letGo();
+    while (!stream.contains(QUIT))
+        SwitchToThread();
+}
+
+TEST_F(EntryTest, AnExceptionOfTheJavaSideIsLoggedAndTheModulesResultStays)
+{
+    class Client : public CJavaManagerJNIClient
+    {
+    public:
+        Client()
+            : CJavaManagerJNIClient("")
+        {
+            m_DLLHandle = realGetModuleHandle("kernel32");
+        }
+        ~Client() override = default;
+    };
+    Client client;
+    CJavaManagerJNIClient::s_Instance = &client;
+    const CImportHook freeLibrary(__imp_FreeLibrary, [](HMODULE) -> BOOL { throw std::runtime_error("out of the Java side"); });
+    g_windows.initialize = E_ACCESSDENIED;
+    EXPECT_EQ(run(), E_ACCESSDENIED);
+    CJavaManagerJNIClient::s_Instance = nullptr;
+    const std::vector<std::string> all = lines();
+    const auto error = std::find(all.begin(), all.end(), "ERROR Unexpected exception in main class");
+    const auto silent = std::find(all.begin(), all.end(), "SetErrorMode 3");
+    EXPECT_THAT(std::vector<std::string>(all.begin(), error), Contains("FINE -> cleanUp "));
+    EXPECT_LT(error, silent);
+    EXPECT_NE(silent, all.end());
+}
+
+TEST_F(EntryTest, WithoutComNothingIsRegisteredAndTheResultIsComs)
+{
+    g_windows.initialize = E_OUTOFMEMORY;
+    EXPECT_EQ(run(), E_OUTOFMEMORY);
+    EXPECT_THAT(lines(), ElementsAreArray(wholeRun({"CoInitialize"})));
+}
+
+TEST_F(EntryTest, ComInAnotherModeEndsTheProcessUnlessARuntimeManagesIt)
+{
+    ASSERT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+    EXPECT_EQ(run(), static_cast<int>(0x80010106));
+    EXPECT_THAT(lines(), ElementsAreArray(wholeRun({"CoInitialize"})));
+
+    g_windows.isManaged = true;
+    g_windows.beforeMessage = letGo;
+    EXPECT_EQ(run(), 0);
+    EXPECT_THAT(lines(), ElementsAreArray(wholeRun(started({LOOP_BEGIN, QUIT, LOOP_END, REVOCATION, "Sleep 1000"}))))
+        << "COM is not uninitialised: it was not initialised here";
+
+    // Another failure is not forgiven.
+    g_windows.initialize = E_OUTOFMEMORY;
+    EXPECT_EQ(run(), E_OUTOFMEMORY);
+    realCoUninitialize();
+}
+
+TEST_F(EntryTest, WithoutCriticalSectionTheExitCodeIsMinusOne)
+{
+    module().*& ModuleAccess::m_bInitFailed = true;
+    EXPECT_EQ(run(), -1);
+    module().*& ModuleAccess::m_bInitFailed = false;
+    EXPECT_THAT(lines(), ElementsAreArray(wholeRun({})));
+}
+
+TEST_F(EntryTest, AClassObjectThatIsRefusedIsTheResult)
+{
+    g_windows.registerClass = CO_E_OBJISREG;
+    EXPECT_EQ(run(), CO_E_OBJISREG);
+    EXPECT_THAT(lines(),
+                ElementsAreArray(wholeRun(
+                    {"CoInitialize", "CoRegisterClassObject {4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14} 4 4", "CoUninitialize"})));
+}
+
+TEST_F(EntryTest, ClassObjectsThatCannotBeResumedAreRevokedWithoutPause)
+{
+    g_windows.resume = CO_E_SERVER_STOPPING;
+    EXPECT_EQ(run(), CO_E_SERVER_STOPPING);
+    EXPECT_THAT(lines(), ElementsAreArray(wholeRun(started({QUIT, REVOCATION, "CoUninitialize"}))));
+    MSG message;
+    EXPECT_TRUE(PeekMessageA(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE)) << "the monitor thread had posted before";
+}
+
+TEST_F(EntryTest, AFailingRevocationIsTheResultAfterThePause)
+{
+    g_windows.beforeMessage = letGo;
+    g_windows.revoke = CO_E_OBJNOTREG;
+    EXPECT_EQ(run(), CO_E_OBJNOTREG);
+    EXPECT_THAT(lines(),
+                ElementsAreArray(wholeRun(started({LOOP_BEGIN, QUIT, LOOP_END, REVOCATION, "Sleep 1000", "CoUninitialize"}))));
+}
+
+TEST_F(EntryTest, ASwitchRegistersAndRunsNoServer)
+{
+    g_windows.commandLine = "server.exe -REGSERVER";
+    EXPECT_EQ(run(), S_OK);
+    EXPECT_THAT(lines(), ElementsAreArray(wholeRun({"CoInitialize", "CoUninitialize"})));
+    const auto description = [] {
+        char text[64] = {};
+        DWORD size = sizeof text;
+        RegGetValueA(HKEY_CLASSES_ROOT, "KESTAserver.JavaManager", nullptr, RRF_RT_REG_SZ, nullptr, text, &size);
+        return std::string(text);
+    };
+    EXPECT_EQ(description(), "KESTA Java Manager");
+
+    g_windows.commandLine = "server.exe /unregserver";
+    EXPECT_EQ(run(), S_OK);
+    EXPECT_EQ(description(), "");
+    // What is not there any more cannot be removed: the type library's failure is the exit code.
+    EXPECT_LT(run(), 0);
+    EXPECT_THAT(lines(), ElementsAreArray(wholeRun({"CoInitialize", "CoUninitialize"})));
+}
