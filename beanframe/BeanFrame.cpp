@@ -4,6 +4,8 @@
 
 #include "javabridge/JavaManagerJNIClient.h"
 
+#include <new>
+
 CBeanFrame* CBeanFrame::s_Instance = nullptr;
 DWORD CBeanFrame::s_MainThreadId = 0;
 std::atomic<int> CBeanFrame::s_InstanceUsers = 0;
@@ -37,7 +39,7 @@ void CBeanFrame::createInstance(const char* basisControlPath, const char* beanPa
         LOG(WARN, "double creation of BeanFrameInstance");
         return;
     }
-    std::atomic_ref(s_Instance).store(new CBeanFrame(basisControlPath, beanPackage, beanClass));
+    std::atomic_ref(s_Instance).store(new (std::nothrow) CBeanFrame(basisControlPath, beanPackage, beanClass));
 }
 
 // Events that Java raises while this runs find no instance yet and are dropped with their line.

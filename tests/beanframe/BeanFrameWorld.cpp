@@ -1,6 +1,10 @@
 #include "tests/beanframe/BeanFrameWorld.h"
 
+#include <chrono>
+#include <future>
+#include <memory>
 #include <sstream>
+#include <thread>
 
 EventTarget* eventTarget()
 {
@@ -14,7 +18,7 @@ HRESULT RecordingTarget::fire(const char* event, BSTR text)
     events.push_back(call);
     if (onFire)
         onFire(call);
-    return S_OK;
+    return answer;
 }
 
 HRESULT STDMETHODCALLTYPE RecordingTarget::QueryInterface(REFIID iid, void** object)
@@ -61,9 +65,10 @@ BeanFrameWorld::BeanFrameWorld()
 BeanFrameWorld::~BeanFrameWorld()
 {
     if (java)
-        java->insideVoidMethods = nullptr;
+        java->insideVoidMethods = java->insideObjectMethods = nullptr;
     if (CBeanFrame::s_Instance)
         CBeanFrame::deleteInstance();
+    EXPECT_TRUE(isQueueUnlocked()) << "every path gives the lock back";
     FrameAccess::s_EventQueue.clear();
     FrameAccess::s_EventIndex.clear();
     if (!java)
@@ -105,4 +110,14 @@ std::vector<BeanFrameWorld::Message> BeanFrameWorld::takeMessages()
 bool BeanFrameWorld::waitForMessage()
 {
     return MsgWaitForMultipleObjectsEx(0, nullptr, 10000, QS_POSTMESSAGE, MWMO_INPUTAVAILABLE) == WAIT_OBJECT_0;
+}
+
+bool BeanFrameWorld::isQueueUnlocked()
+{
+    const auto isTaken = std::make_shared<std::promise<void>>();
+    std::thread([isTaken] {
+        const CComCritSecLock lock(FrameAccess::s_EventQueueLock);
+        isTaken->set_value();
+    }).detach();
+    return isTaken->get_future().wait_for(std::chrono::seconds(10)) == std::future_status::ready;
 }

@@ -62,6 +62,8 @@ public:
     // The events alone.
     std::vector<std::string> events;
     ULONG references = 1;
+    // What firing returns.
+    HRESULT answer = S_OK;
     std::function<void(const std::string& event)> onFire;
     std::function<void()> onDisconnect;
     std::function<void()> onLastRelease;
@@ -130,6 +132,8 @@ protected:
     static std::vector<Message> takeMessages();
     // Until the next thread message is there, at most ten seconds. It stays in the queue.
     static bool waitForMessage();
+    // Whether another thread gets the queue's lock, within ten seconds.
+    static bool isQueueUnlocked();
 
     static constexpr Message PROCESS_QUEUE = {0x8003, 0, 0};
 

@@ -20,6 +20,8 @@ public:
         m_recorded = jni.env()->functions;
         m_functions = *m_recorded;
         m_functions.CallVoidMethodV = callVoidMethod;
+        m_functions.CallObjectMethodV = callObjectMethod;
+        m_functions.NewGlobalRef = newGlobalRef;
         jni.env()->functions = &m_functions;
     }
     ~JavaSide()
@@ -43,6 +45,12 @@ public:
     RecordingJni jni;
     // Runs inside each Java method without result, as Java code does that calls a native of the listener.
     std::function<void()> insideVoidMethods;
+    // The same for methods with a result.
+    std::function<void()> insideObjectMethods;
+    // How many global references are still given before one is refused; a negative number refuses none.
+    int globalsUntilRefusal = -1;
+    // The next frame gets the id that follows.
+    void setLastFrameId(int id) { m_client.setLastFrameId(id); }
 
 private:
     static void JNICALL callVoidMethod(JNIEnv* env, jobject object, jmethodID method, va_list arguments)
@@ -50,6 +58,17 @@ private:
         s_current->m_recorded->CallVoidMethodV(env, object, method, arguments);
         if (s_current->insideVoidMethods)
             s_current->insideVoidMethods();
+    }
+    static jobject JNICALL callObjectMethod(JNIEnv* env, jobject object, jmethodID method, va_list arguments)
+    {
+        const jobject answer = s_current->m_recorded->CallObjectMethodV(env, object, method, arguments);
+        if (s_current->insideObjectMethods)
+            s_current->insideObjectMethods();
+        return answer;
+    }
+    static jobject JNICALL newGlobalRef(JNIEnv* env, jobject object)
+    {
+        return s_current->globalsUntilRefusal-- == 0 ? nullptr : s_current->m_recorded->NewGlobalRef(env, object);
     }
 
     class Client : public CJavaManagerJNIClient
@@ -61,6 +80,7 @@ private:
             m_ENV = jni.env();
         }
         ~Client() override = default;
+        void setLastFrameId(int id) { m_UniqueWindowID = id; }
     };
     static inline JavaSide* s_current = nullptr;
     Client m_client;

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <climits>
+
 using testing::ElementsAre;
 
 namespace {
@@ -133,4 +135,29 @@ TEST_F(BeanFrameForwarding, NullTextsLeaveTheirPlaceInTheEntryEmpty)
     CComBSTR result;
     EXPECT_EQ(frame().callMethod(nullptr, nullptr, &result), S_OK);
     EXPECT_EQ(lines().front(), "INFO -> " + object() + "callMethod ,");
+}
+
+// What the bridge hands to Java of them is the bridge's matter; the frame passes on all four as they are.
+TEST_F(BeanFrameForwarding, IntegersReachTheBridgeUnchanged)
+{
+    createFrame();
+    CComBSTR result;
+    EXPECT_EQ(frame().setBounds(INT_MIN, -2, 30, INT_MAX), S_OK);
+    EXPECT_THAT(linesWith(moduleLines(stream, "JavaManagerJNIClient"), "-> ").front(),
+                testing::EndsWith(" setFrameBounds -2147483648, -2, 30, 2147483647"));
+    for (const int number : {INT_MIN, -1, 0, 10, INT_MAX}) {
+        stream.clear();
+        EXPECT_EQ(frame().callMethodCompressed(A, number, B, &result), S_OK);
+        EXPECT_EQ(lines().front(), "INFO -> " + object() + "callMethodCompressed first," + std::to_string(number) + ",second");
+        EXPECT_EQ(java->takeMethodCalls().back(),
+                  "CallObjectMethod(" + BEAN + ", callMethodCompressed, \"first\", " + std::to_string(number) + ", \"second\")");
+        EXPECT_EQ(frame().setLogLevel(number, &result), S_OK);
+        EXPECT_EQ(java->takeMethodCalls().back(), "CallObjectMethod(" + BEAN + ", setLogLevel, " + std::to_string(number) + ")");
+        EXPECT_EQ(frame().testBridge(A, number, 7), S_OK);
+        EXPECT_EQ(java->takeMethodCalls().back(),
+                  "CallVoidMethod(" + LISTENER + ", testBridge, \"first\", " + std::to_string(number) + ", 7)");
+        EXPECT_EQ(frame().testBridge(A, 7, number), S_OK);
+        EXPECT_EQ(java->takeMethodCalls().back(),
+                  "CallVoidMethod(" + LISTENER + ", testBridge, \"first\", 7, " + std::to_string(number) + ")");
+    }
 }

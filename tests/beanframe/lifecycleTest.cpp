@@ -2,8 +2,11 @@
 #include "tests/beanframe/BeanFrameWorld.h"
 
 #include "javabridge/ListenerNatives.h"
+#include "tests/beanframe/FailingFrameMemory.h"
 
 #include <gmock/gmock.h>
+
+#include <climits>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -101,6 +104,82 @@ TEST_F(BeanFrameLifecycle, CheckpointOnlyWhenEverythingIsThere)
         EXPECT_THAT(linesWith(lines(), "CHECKPOINT"), IsEmpty());
         CBeanFrame::deleteInstance();
     }
+}
+
+// One reference alone is refused, the others are there.
+TEST_F(BeanFrameLifecycle, CheckpointOnlyWithAllThreeReferences)
+{
+    for (int refused = 0; refused < 3; ++refused) {
+        SCOPED_TRACE(refused);
+        java.emplace();
+        java->globalsUntilRefusal = refused;
+        stream.clear();
+        create();
+        EXPECT_EQ(frame().*&FrameAccess::beanObject == nullptr, refused == 0);
+        EXPECT_EQ(frame().*&FrameAccess::frameObject == nullptr, refused == 1);
+        EXPECT_EQ(frame().*&FrameAccess::listener == nullptr, refused == 2);
+        EXPECT_THAT(linesWith(lines(), "CHECKPOINT"), IsEmpty());
+        CBeanFrame::deleteInstance();
+    }
+}
+
+TEST_F(BeanFrameLifecycle, CheckpointOnlyWithAFrameIdThatIsNotZero)
+{
+    java.emplace();
+    java->setLastFrameId(INT_MAX); // zero follows
+    create();
+    EXPECT_EQ(frame().frameID, 0);
+    EXPECT_NE(frame().*&FrameAccess::listener, nullptr);
+    EXPECT_THAT(linesWith(lines(), "CHECKPOINT"), IsEmpty());
+    EXPECT_EQ(frame().getLogObjectInfo(), "0");
+}
+
+TEST_F(BeanFrameLifecycle, FrameIdIsLoggedSignedAndInDecimal)
+{
+    createFrame();
+    for (const int id : {INT_MIN, -1, 0, 9, INT_MAX}) {
+        frame().frameID = id;
+        EXPECT_EQ(frame().getLogObjectInfo(), std::to_string(id));
+    }
+}
+
+TEST_F(BeanFrameLifecycle, CreationWithoutMemoryLeavesNoInstance)
+{
+    java.emplace();
+    {
+        const FailingFrameMemory memory;
+        create();
+    }
+    EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
+    EXPECT_THAT(lines(), ElementsAre("INFO -> createInstance C:\\controls\\basis.jar,com.maker.win,Control",
+                                     "INFO <- createInstance C:\\controls\\basis.jar,com.maker.win,Control"));
+    EXPECT_THAT(java->jni.takeCalls(), IsEmpty());
+    create();
+    EXPECT_NE(CBeanFrame::s_Instance, nullptr);
+}
+
+TEST_F(BeanFrameLifecycle, MainThreadIsKnownBeforeJavaIsCalled)
+{
+    java.emplace();
+    FrameAccess::s_MainThreadId = 0;
+    int calls = 0;
+    java->insideVoidMethods = [&] {
+        ++calls;
+        EXPECT_EQ(FrameAccess::s_MainThreadId, GetCurrentThreadId());
+    };
+    create();
+    EXPECT_EQ(calls, 4);
+}
+
+// Memory may be exhausted in the middle of the end: the instance goes all the same.
+TEST_F(BeanFrameLifecycle, DeletionLetsNoExceptionOut)
+{
+    createFrame();
+    java->insideVoidMethods = [] { AtlThrow(E_OUTOFMEMORY); };
+    CBeanFrame::deleteInstance();
+    EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
+    EXPECT_THAT(linesWith(lines(), "ERROR"),
+                ElementsAre("ERROR " + object() + "Java side was not released: " + getWindowsErrorText(0x8007000E)));
 }
 
 // Java answers a listener's registration with an event at once.
