@@ -46,6 +46,7 @@ ComWorld::ComWorld()
     world.setPreference("logpath", "");
     world.start();
     CJavaManagerATLObject::s_Instance = nullptr;
+    SetErrorInfo(0, nullptr);
     stream.clear();
 }
 

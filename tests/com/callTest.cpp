@@ -24,6 +24,8 @@ struct Method
 {
     const char* name;
     std::string entry;
+    // Of the bean frame's operation, behind its object.
+    std::string frameEntry;
     // What the last call of a Java method ends in.
     std::string javaCall;
     // With a check of its own for the bean frame.
@@ -32,33 +34,36 @@ struct Method
 };
 
 const Method METHODS[] = {
-    {"callMethod", "callMethod first, second", ", callMethod, \"first\", \"second\")", false,
+    {"callMethod", "callMethod first, second", "callMethod first,second", ", callMethod, \"first\", \"second\")", false,
      [](IJavaManager& o, BSTR* r) { return o.callMethod(A, B, r); }},
-    {"callMethodCompressed", "callMethodCompressed first, -7, second", ", callMethodCompressed, \"first\", -7, \"second\")",
-     false, [](IJavaManager& o, BSTR* r) { return o.callMethodCompressed(A, -7, B, r); }},
-    {"displayDebugConsole", "displayDebugConsole ", ", displayDebugConsole)", false,
+    {"callMethodCompressed", "callMethodCompressed first, -7, second", "callMethodCompressed first,-7,second",
+     ", callMethodCompressed, \"first\", -7, \"second\")", false,
+     [](IJavaManager& o, BSTR* r) { return o.callMethodCompressed(A, -7, B, r); }},
+    {"displayDebugConsole", "displayDebugConsole ", "displayDebugConsole ", ", displayDebugConsole)", false,
      [](IJavaManager& o, BSTR* r) { return o.displayDebugConsole(r); }},
-    {"free", "free ", ", free)", false, [](IJavaManager& o, BSTR* r) { return o.free(r); }},
-    {"getBasisControlVersionInfo", "getBasisControlVersionInfo ", ", getBasisControlVersionInfo)", false,
-     [](IJavaManager& o, BSTR* r) { return o.getBasisControlVersionInfo(r); }},
-    {"getProperty", "getProperty first", ", getProperty, \"first\")", false,
+    {"free", "free ", "free ", ", free)", false, [](IJavaManager& o, BSTR* r) { return o.free(r); }},
+    {"getBasisControlVersionInfo", "getBasisControlVersionInfo ", "getBasisControlVersionInfo ", ", getBasisControlVersionInfo)",
+     false, [](IJavaManager& o, BSTR* r) { return o.getBasisControlVersionInfo(r); }},
+    {"getProperty", "getProperty first", "getProperty first", ", getProperty, \"first\")", false,
      [](IJavaManager& o, BSTR* r) { return o.getProperty(A, r); }},
-    {"getVersionInfo", "getVersionInfo first", ", getVersionInfo, \"first\")", false,
+    {"getVersionInfo", "getVersionInfo first", "getVersionInfo first", ", getVersionInfo, \"first\")", false,
      [](IJavaManager& o, BSTR* r) { return o.getVersionInfo(A, r); }},
-    {"setLogLevel", "setLogLevel 3", ", setLogLevel, 3)", false, [](IJavaManager& o, BSTR* r) { return o.setLogLevel(3, r); }},
-    {"setProperty", "setProperty first, second", ", setProperty, \"first\", \"second\")", false,
+    {"setLogLevel", "setLogLevel 3", "setLogLevel ", ", setLogLevel, 3)", false,
+     [](IJavaManager& o, BSTR* r) { return o.setLogLevel(3, r); }},
+    {"setProperty", "setProperty first, second", "setProperty first,second", ", setProperty, \"first\", \"second\")", false,
      [](IJavaManager& o, BSTR* r) { return o.setProperty(A, B, r); }},
-    {"setUsedControl", "setUsedControl first, second", ", setUsedControl, \"first\", \"second\")", false,
-     [](IJavaManager& o, BSTR* r) { return o.setUsedControl(A, B, r); }},
-    {"updateVersion", "updateVersion first", ", updateVersion, \"first\")", false,
+    {"setUsedControl", "setUsedControl first, second", "setUsedControl first,second", ", setUsedControl, \"first\", \"second\")",
+     false, [](IJavaManager& o, BSTR* r) { return o.setUsedControl(A, B, r); }},
+    {"updateVersion", "updateVersion first", "updateVersion first", ", updateVersion, \"first\")", false,
      [](IJavaManager& o, BSTR* r) { return o.updateVersion(A, r); }},
-    {"validate", "validate ", ", validate)", true, [](IJavaManager& o, BSTR*) { return o.validate(); }},
-    {"setBounds", "setBounds 1, -2, 30, 40", ", setBounds, ...)", true,
+    {"validate", "validate ", "validate ", ", validate)", true, [](IJavaManager& o, BSTR*) { return o.validate(); }},
+    {"setBounds", "setBounds 1, -2, 30, 40", "setBounds 1,-2,30,40", ", setBounds, ...)", true,
      [](IJavaManager& o, BSTR*) { return o.setBounds(1, -2, 30, 40); }},
-    {"setEnabled", "enable -1", ", setEnabled, true)", true, [](IJavaManager& o, BSTR*) { return o.enable(VARIANT_TRUE); }},
-    {"add", "pushWindowHandle 4711", ", add, global com/orvane/tech/client/qmrt/win/QMRTWinControl)", true,
-     [](IJavaManager& o, BSTR*) { return o.pushWindowHandle(4711); }},
-    {"testBridge", "testBridge first, 2, 500", ", testBridge, \"firstS\", 1, 500)", false,
+    {"setEnabled", "enable -1", "setEnabled 1", ", setEnabled, true)", true,
+     [](IJavaManager& o, BSTR*) { return o.enable(VARIANT_TRUE); }},
+    {"add", "pushWindowHandle 4711", "pushWindowHandle 4711", ", add, global com/orvane/tech/client/qmrt/win/QMRTWinControl)",
+     true, [](IJavaManager& o, BSTR*) { return o.pushWindowHandle(4711); }},
+    {"testBridge", "testBridge first, 2, 500", "testBridge firstS", ", testBridge, \"firstS\", 1, 500)", false,
      [](IJavaManager& o, BSTR*) { return o.testBridge(A, 2, 500); }},
 };
 
@@ -106,7 +111,25 @@ TEST_F(JavaManagerCalls, LogTheirArgumentsAndEndInProvideErrorInfo)
         const std::vector<std::string> check = {"TRACE " + OBJECT + "CBeanFrame::s_Instance!=NULL: true"};
         EXPECT_THAT(lines(), ElementsAreArray(methodLines(method.entry, method.isChecked ? check : std::vector<std::string>())));
         EXPECT_THAT(java.takeMethodCalls().back(), testing::EndsWith(method.javaCall));
+        // One operation of the frame, with the same arguments.
+        EXPECT_THAT(
+            linesWith(moduleLines(stream, "BeanFrame"), "INFO -> "),
+            ElementsAre("INFO -> CBeanFrame " + std::to_string(CBeanFrame::s_Instance->frameID) + " " + method.frameEntry));
+        const bool hasAnswer = !method.isChecked && method.name != std::string("testBridge");
+        EXPECT_EQ(narrowText(result.m_str), hasAnswer ? std::string("answer of ") + method.name : "");
+        EXPECT_FALSE(takeErrorInfo());
     }
+}
+
+TEST_F(JavaManagerCalls, NullTextsLeaveTheirPlaceInTheEntryEmpty)
+{
+    CComBSTR result;
+    EXPECT_EQ(object->callMethodCompressed(nullptr, INT_MIN, nullptr, &result), S_OK);
+    EXPECT_EQ(object->setProperty(nullptr, B, &result), S_OK);
+    EXPECT_EQ(object->getProperty(nullptr, &result), S_OK);
+    EXPECT_THAT(linesWith(linesWith(lines(), "-> "), "roperty"),
+                ElementsAre("INFO -> " + OBJECT + "setProperty , second", "INFO -> " + OBJECT + "getProperty "));
+    EXPECT_EQ(lines().front(), "INFO -> " + OBJECT + "callMethodCompressed , -2147483648, ");
 }
 
 TEST_F(JavaManagerCalls, ReturnTheAnswerAsANewString)
@@ -201,6 +224,7 @@ TEST_F(JavaManagerCalls, FrameIdIsTheFramesOrThatOfAZombie)
     int id = 0;
     EXPECT_EQ(object->getBeanFrameID(&id), S_OK);
     EXPECT_EQ(id, CBeanFrame::s_Instance->frameID);
+    EXPECT_GT(id, 0);
     const std::string scope = OBJECT + "getBeanFrameID ";
     EXPECT_THAT(lines(), ElementsAre("INFO -> " + scope, "INFO <- " + scope));
 

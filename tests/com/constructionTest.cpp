@@ -224,6 +224,9 @@ TEST_F(JavaManagerConstruction, SupportsErrorInfoOfItsInterfaceOnly)
     EXPECT_EQ(object->InterfaceSupportsErrorInfo(IID_IDispatch), S_FALSE);
     const std::string scope = OBJECT + "InterfaceSupportsErrorInfo ";
     EXPECT_THAT(lines(), ElementsAre("INFO -> " + scope, "INFO <- " + scope, "INFO -> " + scope, "INFO <- " + scope));
+    for (const IID& iid : {IID_IUnknown, IID_ISupportErrorInfo, IID_IConnectionPointContainer, DIID__IJavaManagerEvents, IID_NULL,
+                           CLSID_JavaManager})
+        EXPECT_EQ(object->InterfaceSupportsErrorInfo(iid), S_FALSE);
 }
 
 TEST_F(JavaManagerConstruction, RegistersAndUnregistersItsClass)

@@ -5,6 +5,8 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -115,6 +117,44 @@ TEST_F(Firing, CookiesArePositions)
     EXPECT_EQ(advise(object, third), 1u);
 }
 
+TEST_F(Firing, ManySinksAreCalledInTheOrderOfTheirCookies)
+{
+    std::array<RecordingSink, 20> sinks;
+    std::vector<DWORD> order;
+    for (DWORD number = 1; number <= sinks.size(); ++number) {
+        RecordingSink& sink = sinks[number - 1];
+        EXPECT_EQ(advise(object, sink), number);
+        sink.onCall = [&order, number] { order.push_back(number); };
+        sink.answer = static_cast<HRESULT>(number);
+    }
+    EXPECT_EQ(fire(), 20);
+    EXPECT_THAT(order, ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20));
+    object.Release(); // the sinks go before it otherwise
+    EXPECT_EQ(sinks.back().references, 0u);
+}
+
+TEST_F(Firing, ConnectionsAreTheOccupiedSlotsWithTheirCookies)
+{
+    advise(object, first);
+    advise(object, second);
+    advise(object, third);
+    EXPECT_EQ(unadvise(object, 2), S_OK);
+    CComPtr<IConnectionPoint> point;
+    ASSERT_EQ(object->FindConnectionPoint(DIID__IJavaManagerEvents, &point), S_OK);
+    CComPtr<IEnumConnections> connections;
+    ASSERT_EQ(point->EnumConnections(&connections), S_OK);
+    CONNECTDATA data[3] = {};
+    ULONG fetched = 0;
+    EXPECT_EQ(connections->Next(3, data, &fetched), S_FALSE);
+    ASSERT_EQ(fetched, 2u);
+    EXPECT_EQ(data[0].pUnk, static_cast<IUnknown*>(&first));
+    EXPECT_EQ(data[0].dwCookie, 1u);
+    EXPECT_EQ(data[1].pUnk, static_cast<IUnknown*>(&third));
+    EXPECT_EQ(data[1].dwCookie, 3u);
+    data[0].pUnk->Release();
+    data[1].pUnk->Release();
+}
+
 TEST_F(Firing, SinkThatUnadvisesItselfLeavesTheOthers)
 {
     advise(object, first);
@@ -123,6 +163,7 @@ TEST_F(Firing, SinkThatUnadvisesItselfLeavesTheOthers)
     second.onCall = [&] { EXPECT_EQ(unadvise(object, cookie), S_OK); };
     EXPECT_EQ(fire(L"one"), S_OK);
     EXPECT_EQ(second.references, 0u);
+    EXPECT_EQ(unadvise(object, cookie), CONNECT_E_NOCONNECTION) << "its slot is empty";
     EXPECT_EQ(fire(L"two"), S_OK);
     EXPECT_THAT(first.calls, ElementsAre(Call{4, "one"}, Call{4, "two"}));
     EXPECT_THAT(second.calls, ElementsAre(Call{4, "one"}));
