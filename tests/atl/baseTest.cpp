@@ -1,11 +1,23 @@
 #include "atl/atl.h"
+#include "tests/atl/importHook.h"
 
 #include <gmock/gmock.h>
 
 #include <stdexcept>
 #include <string>
 
+KESTA_IMPORT(InitializeCriticalSectionEx);
+KESTA_IMPORT(MultiByteToWideChar);
+
 namespace {
+
+const auto realMultiByteToWideChar = __imp_MultiByteToWideChar;
+
+BOOL noCriticalSection(LPCRITICAL_SECTION, DWORD, DWORD)
+{
+    SetLastError(ERROR_OUTOFMEMORY);
+    return FALSE;
+}
 
 std::wstring textOf(BSTR text)
 {
@@ -109,6 +121,14 @@ TEST(CriticalSection, initialisesOnDemand)
     section.Unlock();
 }
 
+TEST(CriticalSection, tellsThatItCouldNotBeMade)
+{
+    const CImportHook hook(__imp_InitializeCriticalSectionEx, &noCriticalSection);
+    EXPECT_EQ(E_OUTOFMEMORY, thrownBy([] { const CComAutoCriticalSection section; }));
+    CComCriticalSection section;
+    EXPECT_EQ(E_OUTOFMEMORY, section.Init());
+}
+
 TEST(Handle, closesWhatItHeldWhenItTakesAnother)
 {
     const HANDLE first = CreateEventA(nullptr, TRUE, FALSE, nullptr);
@@ -163,6 +183,26 @@ TEST(Bstr, narrowTextComesThroughTheAnsiCodePage)
     const char umlaut[] = "\xe4";
     ASSERT_EQ(2, MultiByteToWideChar(CP_ACP, 0, umlaut, -1, expected, 2));
     EXPECT_EQ(std::wstring(L"gr") + expected, textOf(CComBSTR((std::string("gr") + umlaut).c_str())));
+}
+
+TEST(Bstr, narrowTextThatCannotBeConvertedIsAnError)
+{
+    {
+        const CImportHook neither(__imp_MultiByteToWideChar, [](UINT, DWORD, LPCCH, int, LPWSTR, int) -> int {
+            SetLastError(ERROR_NO_UNICODE_TRANSLATION);
+            return 0;
+        });
+        EXPECT_EQ(AtlHresultFromWin32(ERROR_NO_UNICODE_TRANSLATION), thrownBy([] { const CComBSTR text("x"); }));
+    }
+    const CImportHook onlyMeasured(__imp_MultiByteToWideChar,
+                                   [](UINT page, DWORD flags, LPCCH text, int length, LPWSTR wide, int size) -> int {
+                                       if (wide != nullptr) {
+                                           SetLastError(ERROR_INSUFFICIENT_BUFFER);
+                                           return 0;
+                                       }
+                                       return realMultiByteToWideChar(page, flags, text, length, wide, size);
+                                   });
+    EXPECT_EQ(AtlHresultFromWin32(ERROR_INSUFFICIENT_BUFFER), thrownBy([] { const CComBSTR text("x"); }));
 }
 
 TEST(Bstr, appending)

@@ -1,3 +1,5 @@
+#include "atl/enumerator.h"
+#include "tests/atl/importHook.h"
 #include "tests/atl/sampleObject.h"
 
 #include <gmock/gmock.h>
@@ -5,6 +7,8 @@
 #include <deque>
 
 using testing::ElementsAre;
+
+KESTA_IMPORT(CoDisconnectObject);
 
 namespace {
 
@@ -297,4 +301,40 @@ TEST_F(ConnectionTest, enumeratorsReadManySkipResetAndClone)
     for (const CSink& sink : m_sinks) {
         EXPECT_EQ(1, sink.m_references);
     }
+}
+
+TEST_F(ConnectionTest, everyLivingEnumeratorIsDisconnectedOnceAndStaysTheClients)
+{
+    static std::vector<IUnknown*> s_disconnected;
+    s_disconnected.clear();
+    CSink& sink = newSink();
+    advise(sink);
+    CComPtr<IEnumConnections> connectionsOfThePoint;
+    CComPtr<IEnumConnections> gone;
+    CComPtr<IEnumConnectionPoints> points;
+    EXPECT_EQ(S_OK, m_point->EnumConnections(&gone));
+    EXPECT_EQ(S_OK, m_point->EnumConnections(&connectionsOfThePoint));
+    EXPECT_EQ(S_OK, m_container->EnumConnectionPoints(&points));
+    gone.Release();
+
+    const CImportHook hook(__imp_CoDisconnectObject, [](LPUNKNOWN object, DWORD reserved) -> HRESULT {
+        EXPECT_EQ(0u, reserved);
+        s_disconnected.push_back(object);
+        return S_OK;
+    });
+    AtlDisconnectEnumerators();
+    CComPtr<IUnknown> first;
+    CComPtr<IUnknown> second;
+    EXPECT_EQ(S_OK, connectionsOfThePoint.QueryInterface(&first));
+    EXPECT_EQ(S_OK, points.QueryInterface(&second));
+    EXPECT_THAT(s_disconnected, ElementsAre(first.p, second.p));
+    first.Release();
+    second.Release();
+    EXPECT_THAT(connections(connectionsOfThePoint), ElementsAre(std::pair<IUnknown*, DWORD>(&sink, 1)));
+    IUnknown* const enumerator = connectionsOfThePoint.Detach();
+    EXPECT_EQ(0u, enumerator->Release());
+    s_disconnected.clear();
+    points.Release();
+    AtlDisconnectEnumerators();
+    EXPECT_THAT(s_disconnected, ElementsAre());
 }

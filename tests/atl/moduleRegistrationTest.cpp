@@ -1,8 +1,11 @@
+#include "tests/atl/importHook.h"
 #include "tests/atl/registryFixture.h"
 #include "tests/atl/sampleObject.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+KESTA_IMPORT(GetModuleFileNameA);
 
 namespace {
 
@@ -25,6 +28,56 @@ public:
     {
     }
     DECLARE_REGISTRY_APPID_RESOURCEID(101, APPID)
+    using CAtlExeModule::ParseCommandLine;
+};
+
+// Two classes that only note their registration; the first has categories.
+const CLSID FIRST_CLASS = {0x11111111, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}};
+const CLSID SECOND_CLASS = {0x22222222, 0, 0, {0, 0, 0, 0, 0, 0, 0, 2}};
+const GUID CATEGORY = {0xAAAAAAAA, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}};
+
+class CClassWithCategories : public CSampleObject
+{
+public:
+    // Also notes whether the categories are there.
+    static HRESULT UpdateRegistry(BOOL registering) noexcept
+    {
+        CRegKey list;
+        const char* const path = "CLSID\\{11111111-0000-0000-0000-000000000001}\\Required Categories";
+        g_events.push_back(list.Open(HKEY_CLASSES_ROOT, path) == ERROR_SUCCESS ? "with categories" : "without categories");
+        return CSampleObject::UpdateRegistry(registering);
+    }
+    static const ATL_CATMAP_ENTRY* GetCategoryMap()
+    {
+        using Type = ATL_CATMAP_ENTRY::Type;
+        static const ATL_CATMAP_ENTRY map[] = {
+            {Type::Implemented, &CATEGORY}, {Type::Required, &CATEGORY}, {Type::Required, nullptr}};
+        return map;
+    }
+};
+
+class CSecondClass : public CSampleObject
+{
+public:
+    static HRESULT UpdateRegistry(BOOL registering) noexcept
+    {
+        g_events.push_back(registering ? "second UpdateRegistry 1" : "second UpdateRegistry 0");
+        return S_OK;
+    }
+};
+
+constexpr ATL_OBJMAP_ENTRY TWO_CLASSES[] = {OBJECT_ENTRY(FIRST_CLASS, CClassWithCategories)
+                                                OBJECT_ENTRY(SECOND_CLASS, CSecondClass)};
+
+class CTwoClassModule : public CAtlExeModuleT<CTwoClassModule>
+{
+public:
+    CTwoClassModule()
+        : CAtlExeModuleT(TWO_CLASSES)
+    {
+    }
+    static const char* GetAppIdT() noexcept { return ""; }
+    static HRESULT UpdateRegistryAppId(BOOL) noexcept { return S_OK; }
     using CAtlExeModule::ParseCommandLine;
 };
 
@@ -148,6 +201,72 @@ TEST_F(ModuleRegistrationTest, aFailingStepEndsTheRemoval)
     EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT),
                 ElementsAre("AppID", "AppID\\KESTA.EXE", std::string("AppID\\KESTA.EXE [AppID] = s '") + APPID + "'",
                             std::string("AppID\\") + APPID, std::string("AppID\\") + APPID + " [] = s 'KESTAserver'", "CLSID"));
+}
+
+TEST_F(ModuleRegistrationTest, eachClassIsFollowedByItsCategoriesAndAllByTheLibrary)
+{
+    CTwoClassModule module;
+    HRESULT result = S_FALSE;
+    g_events.clear();
+    EXPECT_FALSE(module.ParseCommandLine("server.exe /RegServer", result));
+    EXPECT_EQ(S_OK, result);
+    EXPECT_THAT(g_events, ElementsAre("without categories", "UpdateRegistry 1", "second UpdateRegistry 1"));
+    const std::string clsid = "CLSID\\{11111111-0000-0000-0000-000000000001}";
+    const std::string category = "\\{AAAAAAAA-0000-0000-0000-000000000001}";
+    EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT),
+                ElementsAre("CLSID", clsid, clsid + "\\Implemented Categories", clsid + "\\Implemented Categories" + category,
+                            clsid + "\\Required Categories", clsid + "\\Required Categories" + category));
+    CComPtr<ITypeLib> library;
+    EXPECT_EQ(S_OK, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library));
+    library.Release();
+
+    g_events.clear();
+    EXPECT_FALSE(module.ParseCommandLine("server.exe /UnregServer", result));
+    EXPECT_EQ(S_OK, result);
+    EXPECT_THAT(g_events, ElementsAre("with categories", "UpdateRegistry 0", "second UpdateRegistry 0"));
+    EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT), ElementsAre("CLSID", clsid));
+    EXPECT_EQ(TYPE_E_LIBNOTREGISTERED, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library));
+}
+
+TEST_F(ModuleRegistrationTest, aFailingClassEndsTheWorkBeforeItsCategoriesAndTheNextClass)
+{
+    CTwoClassModule module;
+    HRESULT result = S_OK;
+    g_events.clear();
+    CSampleObject::s_updateResult = E_ACCESSDENIED;
+    EXPECT_FALSE(module.ParseCommandLine("server.exe /RegServer", result));
+    EXPECT_EQ(E_ACCESSDENIED, result);
+    EXPECT_FALSE(module.ParseCommandLine("server.exe /UnregServer", result));
+    EXPECT_EQ(E_ACCESSDENIED, result);
+    CSampleObject::s_updateResult = S_OK;
+    EXPECT_THAT(g_events, ElementsAre("without categories", "UpdateRegistry 1", "without categories", "UpdateRegistry 0"));
+    EXPECT_THAT(classes(), IsEmpty());
+}
+
+TEST_F(ModuleRegistrationTest, anExecutableWithoutAPathCannotBeRegistered)
+{
+    const auto none = [](HMODULE, LPSTR, DWORD) -> DWORD {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return 0;
+    };
+    // Windows cuts a path that does not fit and tells the whole size of the buffer.
+    const auto cut = [](HMODULE, LPSTR buffer, DWORD size) -> DWORD {
+        std::fill_n(buffer, size, 'x');
+        return size;
+    };
+    CTwoClassModule module;
+    HRESULT result = S_OK;
+    for (const char* const commandLine : {"server.exe /RegServer", "server.exe /UnregServer"}) {
+        {
+            const CImportHook hook(__imp_GetModuleFileNameA, none);
+            EXPECT_FALSE(module.ParseCommandLine(commandLine, result));
+            EXPECT_EQ(E_ACCESSDENIED, result);
+        }
+        const CImportHook hook(__imp_GetModuleFileNameA, cut);
+        EXPECT_FALSE(module.ParseCommandLine(commandLine, result));
+        EXPECT_EQ(AtlHresultFromWin32(ERROR_INSUFFICIENT_BUFFER), result);
+        EXPECT_EQ(AtlHresultFromWin32(ERROR_INSUFFICIENT_BUFFER), module.UpdateRegistryFromResource(101, TRUE));
+    }
 }
 
 TEST(QuotedForScript, doublesApostrophesAndQuotesBlanks)

@@ -1,9 +1,16 @@
+#include "tests/atl/importHook.h"
 #include "tests/atl/registryFixture.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+KESTA_IMPORT(LoadResource);
+KESTA_IMPORT(RegDeleteKeyA);
+KESTA_IMPORT(RegEnumKeyExA);
+
 namespace {
+
+const auto realDeleteKey = __imp_RegDeleteKeyA;
 
 class RegistrarTest : public RegistryTest
 {
@@ -183,6 +190,34 @@ TEST_F(RegistrarTest, aMissingResourceIsAnError)
 {
     EXPECT_EQ(AtlHresultFromWin32(ERROR_RESOURCE_NAME_NOT_FOUND), m_registrar.ResourceRegister(GetModuleHandleA(nullptr), 999));
     EXPECT_EQ(AtlHresultFromWin32(ERROR_RESOURCE_NAME_NOT_FOUND), m_registrar.ResourceUnregister(GetModuleHandleA(nullptr), 999));
+}
+
+TEST_F(RegistrarTest, aResourceThatCannotBeLoadedIsAnError)
+{
+    const CImportHook hook(__imp_LoadResource, [](HMODULE, HRSRC) -> HGLOBAL {
+        SetLastError(ERROR_RESOURCE_DATA_NOT_FOUND);
+        return nullptr;
+    });
+    EXPECT_EQ(AtlHresultFromWin32(ERROR_RESOURCE_DATA_NOT_FOUND), m_registrar.ResourceRegister(GetModuleHandleA(nullptr), 101));
+    EXPECT_THAT(classes(), IsEmpty());
+}
+
+TEST_F(RegistrarTest, aTreeThatCannotBeRemovedWholeIsAnError)
+{
+    makeKey(HKEY_CLASSES_ROOT, "A\\inner");
+    {
+        const CImportHook hook(
+            __imp_RegEnumKeyExA,
+            [](HKEY, DWORD, LPSTR, LPDWORD, LPDWORD, LPSTR, LPDWORD, PFILETIME) -> LSTATUS { return ERROR_ACCESS_DENIED; });
+        EXPECT_EQ(E_ACCESSDENIED, m_registrar.StringRegister("HKCR { Delete A }"));
+    }
+    {
+        const CImportHook hook(__imp_RegDeleteKeyA, [](HKEY key, LPCSTR name) -> LSTATUS {
+            return std::string(name) == "inner" ? ERROR_ACCESS_DENIED : realDeleteKey(key, name);
+        });
+        EXPECT_EQ(E_ACCESSDENIED, m_registrar.StringUnregister("HKCR { ForceRemove A }"));
+    }
+    EXPECT_THAT(classes(), ElementsAre("A", "A\\inner"));
 }
 
 namespace {

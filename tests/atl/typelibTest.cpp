@@ -1,4 +1,5 @@
 #include "atl/typelib.h"
+#include "tests/atl/importHook.h"
 #include "tests/atl/registryFixture.h"
 
 #include "KESTAserver_h.h"
@@ -9,7 +10,12 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+KESTA_IMPORT(GetProcAddress);
+KESTA_IMPORT(UnRegisterTypeLib);
+
 namespace {
+
+const auto realGetProcAddress = __imp_GetProcAddress;
 
 std::string executable()
 {
@@ -368,4 +374,85 @@ TEST_F(TypeLibRegistrationTest, perUserTheFunctionsForUsersAreCalled)
     loaded.Release();
     EXPECT_EQ(S_OK, AtlUnRegisterTypeLib(executable(), CRegistrationScope::User));
     EXPECT_EQ(TYPE_E_LIBNOTREGISTERED, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &loaded));
+}
+
+namespace {
+
+// What was called, with its arguments.
+std::vector<std::string> g_libraryCalls;
+
+std::string removal(const char* function, REFGUID id, WORD major, WORD minor, LCID locale, SYSKIND system)
+{
+    return std::format("{} {} {}.{} {:x} {}", function, guidText(id), major, minor, locale, static_cast<int>(system));
+}
+
+HRESULT STDAPICALLTYPE registerForUser(ITypeLib* library, OLECHAR* path, OLECHAR* folder)
+{
+    g_libraryCalls.push_back(
+        std::format("RegisterTypeLibForUser {} {} {}", library != nullptr ? "library" : "nothing", narrow(path), narrow(folder)));
+    return TYPE_E_REGISTRYACCESS;
+}
+
+HRESULT STDAPICALLTYPE unregisterForUser(REFGUID id, WORD major, WORD minor, LCID locale, SYSKIND system)
+{
+    g_libraryCalls.push_back(removal("UnRegisterTypeLibForUser", id, major, minor, locale, system));
+    return TYPE_E_REGISTRYACCESS;
+}
+
+// Stand-ins for the functions for users; everything else is the system's.
+FARPROC functionOfTheTest(HMODULE module, LPCSTR name)
+{
+    const auto found = [&](auto function) {
+        EXPECT_EQ(GetModuleHandleA("OLEAUT32.DLL"), module);
+        return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(function));
+    };
+    const std::string wanted = name;
+    return wanted == "RegisterTypeLibForUser"     ? found(&registerForUser)
+           : wanted == "UnRegisterTypeLibForUser" ? found(&unregisterForUser)
+                                                  : realGetProcAddress(module, name);
+}
+
+const char* const REMOVED = " {6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6} 1.0 0 3";
+
+} // namespace
+
+TEST_F(TypeLibRegistrationTest, perUserTheFunctionsForUsersAreLookedUpByName)
+{
+    g_libraryCalls.clear();
+    const CImportHook hook(__imp_GetProcAddress, &functionOfTheTest);
+    const std::string folder = executable().substr(0, executable().find_last_of('\\'));
+    // Their results are the results.
+    EXPECT_EQ(TYPE_E_REGISTRYACCESS, AtlRegisterTypeLib(executable(), CRegistrationScope::User));
+    EXPECT_EQ(TYPE_E_REGISTRYACCESS, AtlUnRegisterTypeLib(executable(), CRegistrationScope::User));
+    EXPECT_THAT(g_libraryCalls, ElementsAre("RegisterTypeLibForUser library " + executable() + " " + folder,
+                                            std::string("UnRegisterTypeLibForUser") + REMOVED));
+    EXPECT_THAT(classes(), IsEmpty());
+    // For the machine nobody asks for them.
+    g_libraryCalls.clear();
+    EXPECT_EQ(S_OK, AtlRegisterTypeLib(executable(), CRegistrationScope::Machine));
+    EXPECT_EQ(S_OK, AtlUnRegisterTypeLib(executable(), CRegistrationScope::Machine));
+    EXPECT_THAT(g_libraryCalls, IsEmpty());
+}
+
+TEST_F(TypeLibRegistrationTest, aSystemWithoutTheFunctionsForUsersFailsThePerUserSwitchesOnly)
+{
+    const CImportHook hook(__imp_GetProcAddress, [](HMODULE module, LPCSTR name) -> FARPROC {
+        return std::string(name).ends_with("ForUser") ? nullptr : realGetProcAddress(module, name);
+    });
+    EXPECT_EQ(AtlHresultFromWin32(ERROR_PROC_NOT_FOUND), AtlRegisterTypeLib(executable(), CRegistrationScope::User));
+    EXPECT_EQ(AtlHresultFromWin32(ERROR_PROC_NOT_FOUND), AtlUnRegisterTypeLib(executable(), CRegistrationScope::User));
+    EXPECT_THAT(classes(), IsEmpty());
+    EXPECT_EQ(S_OK, AtlRegisterTypeLib(executable(), CRegistrationScope::Machine));
+}
+
+TEST_F(TypeLibRegistrationTest, theLibraryIsRemovedByItsIdVersionLanguageAndSystem)
+{
+    g_libraryCalls.clear();
+    const CImportHook hook(__imp_UnRegisterTypeLib,
+                           [](REFGUID id, WORD major, WORD minor, LCID locale, SYSKIND system) -> HRESULT {
+                               g_libraryCalls.push_back(removal("UnRegisterTypeLib", id, major, minor, locale, system));
+                               return TYPE_E_REGISTRYACCESS;
+                           });
+    EXPECT_EQ(TYPE_E_REGISTRYACCESS, AtlUnRegisterTypeLib(executable(), CRegistrationScope::Machine));
+    EXPECT_THAT(g_libraryCalls, ElementsAre(std::string("UnRegisterTypeLib") + REMOVED));
 }

@@ -2,6 +2,7 @@
 #include "server/KESTAserver.h"
 
 #include "beanframe/BeanFrame.h"
+#include "tests/atl/importHook.h"
 #include "tests/com/ComWorld.h"
 
 #include <gmock/gmock.h>
@@ -10,6 +11,10 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+KESTA_IMPORT(DispatchMessageA);
+KESTA_IMPORT(GetMessageA);
+KESTA_IMPORT(TranslateMessage);
 
 namespace {
 
@@ -89,6 +94,50 @@ TEST_F(ServerModule, LoopLogsEachMessageAndEndsOnQuit)
     EXPECT_THAT(linesWith(moduleLines(stream, "BeanFrame"), "processEventQueue"),
                 ElementsAre("FINE -> processEventQueue ", "FINE <- processEventQueue "))
         << "for the one message, with an empty queue";
+}
+
+TEST_F(ServerModule, LoopHandlesItsMessageThenTranslatesAndDispatchesEveryOne)
+{
+    CKESTAserverModule server;
+    const CImportHook translate(__imp_TranslateMessage, [](const MSG* message) -> BOOL {
+        OutputDebugStringA(("translate " + std::to_string(message->message) + "\n").c_str());
+        return FALSE;
+    });
+    const CImportHook dispatch(__imp_DispatchMessageA, [](const MSG* message) -> LRESULT {
+        OutputDebugStringA(("dispatch " + std::to_string(message->message) + "\n").c_str());
+        return 0;
+    });
+    stream.clear();
+    post(WM_APP + 3, static_cast<WPARAM>(-1), static_cast<LPARAM>(1) << 40);
+    post(WM_APP + 4);
+    PostQuitMessage(0);
+    run(server);
+    EXPECT_THAT(stream.messages(),
+                ElementsAre("FINE " + MODULE + "RunMessageLoop ",
+                            "FINE " + MODULE +
+                                "window message: message=32771, lParam=1099511627776, "
+                                "wParam=18446744073709551615",
+                            "FINE processEventQueue ", "FINE processEventQueue ", "translate 32771", "dispatch 32771",
+                            "FINE " + MODULE + "window message: message=32772, lParam=0, wParam=0", "translate 32772",
+                            "dispatch 32772", "FINE " + MODULE + "RunMessageLoop "));
+}
+
+TEST_F(ServerModule, LoopTakesTheMessagesOfAllWindowsAndEndsOnAnError)
+{
+    CKESTAserverModule server;
+    static int s_calls;
+    s_calls = 0;
+    const CImportHook getMessage(__imp_GetMessageA, [](LPMSG, HWND window, UINT first, UINT last) -> BOOL {
+        EXPECT_EQ(window, nullptr);
+        EXPECT_EQ(first, 0u);
+        EXPECT_EQ(last, 0u);
+        ++s_calls;
+        return -1;
+    });
+    stream.clear();
+    run(server);
+    EXPECT_EQ(s_calls, 1);
+    EXPECT_THAT(lines(), ElementsAre("FINE -> " + MODULE + "RunMessageLoop ", "FINE <- " + MODULE + "RunMessageLoop "));
 }
 
 TEST_F(ServerModule, LoopLogsNoMessagesBelowFine)

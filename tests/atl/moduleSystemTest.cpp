@@ -1,0 +1,302 @@
+// What the module says to Windows, argument by argument, and what it makes of Windows' refusals.
+#include "tests/atl/importHook.h"
+#include "tests/atl/moduleFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <atomic>
+#include <format>
+
+using testing::Contains;
+using testing::ElementsAre;
+
+KESTA_IMPORT(CoRegisterClassObject);
+KESTA_IMPORT(CoRevokeClassObject);
+KESTA_IMPORT(CreateEventA);
+KESTA_IMPORT(CreateThread);
+KESTA_IMPORT(InitializeCriticalSectionEx);
+KESTA_IMPORT(PostThreadMessageA);
+KESTA_IMPORT(Sleep);
+KESTA_IMPORT(WaitForSingleObject);
+
+namespace {
+
+const auto realRegisterClassObject = __imp_CoRegisterClassObject;
+const auto realPostThreadMessage = __imp_PostThreadMessageA;
+const auto realSleep = __imp_Sleep;
+const auto realWait = __imp_WaitForSingleObject;
+
+// A wait of any thread. Kept without memory or locks: those wait themselves.
+struct SWait
+{
+    HANDLE handle;
+    DWORD limit;
+    bool operator==(const SWait&) const = default;
+};
+std::array<SWait, 64> g_waits;
+std::atomic<size_t> g_waitCount = 0;
+
+DWORD WINAPI notedWait(HANDLE handle, DWORD limit)
+{
+    if (const size_t place = g_waitCount++; place < g_waits.size()) {
+        g_waits[place] = {handle, limit};
+    }
+    return realWait(handle, limit);
+}
+
+// Two classes, whose class objects Windows may refuse to revoke.
+const CLSID CLSID_Other = {0x5A6C1B2D, 0x4E3F, 0x4A5B, {0x8C, 0x9D, 0x0E, 0x1F, 0x2A, 0x3B, 0x4C, 0x5E}};
+
+class COtherObject : public CSampleObject
+{
+public:
+    static void ObjectMain(bool starting) { g_events.push_back(starting ? "other ObjectMain 1" : "other ObjectMain 0"); }
+};
+
+constexpr ATL_OBJMAP_ENTRY TWO_CLASSES[] = {OBJECT_ENTRY(CLSID_Sample, CSampleObject) OBJECT_ENTRY(CLSID_Other, COtherObject)};
+
+class CTwoClassModule : public CAtlExeModuleT<CTwoClassModule>
+{
+public:
+    CTwoClassModule()
+        : CAtlExeModuleT(TWO_CLASSES)
+    {
+    }
+    static const char* GetAppIdT() noexcept { return ""; }
+    static HRESULT UpdateRegistryAppId(BOOL) noexcept { return S_OK; }
+    HRESULT RegisterClassObject(const CLSID& clsid, IUnknown*, DWORD& cookie) noexcept override
+    {
+        cookie = IsEqualCLSID(clsid, CLSID_Sample) ? 11 : 22;
+        g_events.push_back(std::format("register {}", cookie));
+        return cookie == m_refused ? E_ACCESSDENIED : S_OK;
+    }
+    void RunMessageLoop() override { g_events.push_back("loop"); }
+
+    using CAtlExeModule::Run;
+
+    DWORD m_refused = 0;
+};
+
+// What CoRevokeClassObject answers for a cookie.
+HRESULT revoked(DWORD cookie)
+{
+    g_events.push_back(std::format("revoke {}", cookie));
+    return S_OK;
+}
+HRESULT notRevoked(DWORD cookie)
+{
+    g_events.push_back(std::format("revoke {}", cookie));
+    return CO_E_OBJNOTREG;
+}
+void notedSleep(DWORD time)
+{
+    if (time < 500) {
+        realSleep(time);
+    } else {
+        g_events.push_back(std::format("Sleep {}", time));
+    }
+}
+
+} // namespace
+
+TEST_F(ModuleTest, theClassObjectIsForSingleUseAndSuspended)
+{
+    static DWORD s_context;
+    static DWORD s_flags;
+    s_context = s_flags = 0;
+    const CImportHook hook(__imp_CoRegisterClassObject,
+                           [](REFCLSID clsid, LPUNKNOWN factory, DWORD context, DWORD flags, LPDWORD cookie) -> HRESULT {
+                               EXPECT_EQ(CLSID_Sample, clsid);
+                               s_context = context;
+                               s_flags = flags;
+                               return realRegisterClassObject(clsid, factory, context, flags, cookie);
+                           });
+    m_module->m_loop = [this] { useOnce(); };
+    EXPECT_EQ(S_OK, m_module->Run(SW_HIDE));
+    EXPECT_EQ(4u, s_context);
+    EXPECT_EQ(4u, s_flags);
+}
+
+TEST_F(ModuleTest, theShutdownEventIsNotSignalledAndWakesTheMonitorThreadAlone)
+{
+    CHandle event;
+    m_module->m_loop = [&] {
+        HANDLE copy = nullptr;
+        DuplicateHandle(GetCurrentProcess(), m_module->m_hEventShutdown, GetCurrentProcess(), &copy, 0, FALSE,
+                        DUPLICATE_SAME_ACCESS);
+        event.Attach(copy);
+        EXPECT_EQ(static_cast<DWORD>(WAIT_TIMEOUT), WaitForSingleObject(event, 0));
+        useOnce();
+    };
+    EXPECT_EQ(S_OK, m_module->Run(SW_HIDE));
+    // Whoever waited for it has taken the signal.
+    EXPECT_EQ(static_cast<DWORD>(WAIT_TIMEOUT), WaitForSingleObject(event, 0));
+}
+
+TEST_F(ModuleTest, withoutShutdownEventTheStartFails)
+{
+    const CImportHook hook(__imp_CreateEventA, [](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCSTR) -> HANDLE {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    });
+    EXPECT_EQ(E_FAIL, m_module->Run(SW_HIDE));
+    EXPECT_THAT(g_events, ElementsAre("register", "monitor"));
+    EXPECT_EQ(nullptr, static_cast<HANDLE>(m_module->m_hMonitorThread));
+    EXPECT_TRUE(classObjectIsRevoked());
+}
+
+TEST_F(ModuleTest, withoutThreadTheStartFailsAndTheEventIsClosed)
+{
+    const CImportHook hook(__imp_CreateThread,
+                           [](LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD) -> HANDLE {
+                               SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+                               return nullptr;
+                           });
+    EXPECT_EQ(E_FAIL, m_module->Run(SW_HIDE));
+    EXPECT_THAT(g_events, ElementsAre("register", "monitor"));
+    EXPECT_EQ(nullptr, static_cast<HANDLE>(m_module->m_hEventShutdown));
+    EXPECT_TRUE(classObjectIsRevoked());
+}
+
+TEST_F(ModuleTest, theMonitorThreadWaitsForEverAndIsWaitedForTwiceTheTimeOut)
+{
+    class CHandleModule : public CTestModule
+    {
+    public:
+        HRESULT ResumeClassObjects() noexcept override
+        {
+            event = m_hEventShutdown;
+            thread = m_hMonitorThread;
+            return E_ACCESSDENIED;
+        }
+        HANDLE event = nullptr;
+        HANDLE thread = nullptr;
+    };
+    m_module.reset();
+    CHandleModule module;
+    g_waitCount = 0;
+    {
+        const CImportHook hook(__imp_WaitForSingleObject, &notedWait);
+        EXPECT_EQ(E_ACCESSDENIED, module.Run(SW_HIDE));
+    }
+    EXPECT_THAT(g_waits, Contains(SWait{module.event, INFINITE}));
+    EXPECT_THAT(g_waits, Contains(SWait{module.thread, 10000}));
+}
+
+TEST_F(ModuleTest, theEndIsPostedToTheMainThreadWithoutParameters)
+{
+    struct Post
+    {
+        DWORD from;
+        DWORD to;
+        UINT message;
+        WPARAM wParam;
+        LPARAM lParam;
+    };
+    static std::atomic<int> s_count;
+    static Post s_post;
+    s_count = 0;
+    {
+        const CImportHook hook(__imp_PostThreadMessageA, [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
+            s_post = {GetCurrentThreadId(), thread, message, wParam, lParam};
+            ++s_count;
+            return realPostThreadMessage(thread, message, wParam, lParam);
+        });
+        m_module->m_loop = [this] { useOnce(); };
+        EXPECT_EQ(S_OK, m_module->Run(SW_HIDE));
+    }
+    EXPECT_EQ(1, s_count);
+    EXPECT_NE(GetCurrentThreadId(), s_post.from) << "by the monitor thread";
+    EXPECT_EQ(GetCurrentThreadId(), s_post.to);
+    EXPECT_EQ(static_cast<UINT>(WM_QUIT), s_post.message);
+    EXPECT_EQ(0u, s_post.wParam);
+    EXPECT_EQ(0, s_post.lParam);
+}
+
+TEST_F(ModuleTest, withoutDelayTheMainThreadPostsTheEnd)
+{
+    static DWORD s_from;
+    s_from = 0;
+    const CImportHook hook(__imp_PostThreadMessageA, [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
+        s_from = GetCurrentThreadId();
+        return realPostThreadMessage(thread, message, wParam, lParam);
+    });
+    m_module->m_bDelayShutdown = false;
+    m_module->m_loop = [this] { useOnce(); };
+    EXPECT_EQ(S_OK, m_module->Run(SW_HIDE));
+    EXPECT_EQ(GetCurrentThreadId(), s_from);
+}
+
+TEST_F(ModuleTest, classesStartRegisterAndGoInTheOrderOfTheMap)
+{
+    m_module.reset();
+    g_events.clear();
+    {
+        const CImportHook revoke(__imp_CoRevokeClassObject, &revoked);
+        const CImportHook sleep(__imp_Sleep, &notedSleep);
+        CTwoClassModule module;
+        EXPECT_EQ(S_OK, module.Run(SW_HIDE));
+    }
+    EXPECT_THAT(g_events, ElementsAre("ObjectMain 1", "other ObjectMain 1", "register 11", "register 22", "loop", "revoke 11",
+                                      "revoke 22", "Sleep 1000", "ObjectMain 0", "other ObjectMain 0"));
+}
+
+TEST_F(ModuleTest, theFirstClassObjectThatIsNotRevokedIsTheResultAfterThePause)
+{
+    m_module.reset();
+    CTwoClassModule module;
+    g_events.clear();
+    const CImportHook revoke(__imp_CoRevokeClassObject, &notRevoked);
+    const CImportHook sleep(__imp_Sleep, &notedSleep);
+    EXPECT_EQ(CO_E_OBJNOTREG, module.Run(SW_HIDE));
+    EXPECT_THAT(g_events, ElementsAre("register 11", "register 22", "loop", "revoke 11", "Sleep 1000"));
+}
+
+TEST_F(ModuleTest, aRefusedClassObjectEndsTheStartAtOnce)
+{
+    m_module.reset();
+    CTwoClassModule module;
+    g_events.clear();
+    module.m_refused = 11;
+    EXPECT_EQ(E_ACCESSDENIED, module.Run(SW_HIDE));
+    EXPECT_THAT(g_events, ElementsAre("register 11"));
+}
+
+TEST_F(ModuleTest, comIsThereBeforeTheProcessesCommandLineIsRead)
+{
+    class CReadingModule : public CTestModule
+    {
+    public:
+        bool ParseCommandLine(const char* commandLine, HRESULT& result) override
+        {
+            EXPECT_STREQ(GetCommandLineA(), commandLine);
+            EXPECT_TRUE(comIsInitialized());
+            EXPECT_TRUE(m_bComInitialized);
+            EXPECT_EQ(S_OK, result);
+            result = S_FALSE;
+            return false;
+        }
+    };
+    m_module.reset();
+    CoUninitialize();
+    ASSERT_FALSE(comIsInitialized());
+    CReadingModule module;
+    g_events.clear();
+    EXPECT_EQ(S_FALSE, module.WinMain(SW_HIDE));
+    EXPECT_THAT(g_events, ElementsAre());
+    EXPECT_FALSE(comIsInitialized());
+    CoInitialize(nullptr);
+}
+
+TEST_F(ModuleTest, withoutMemoryForItsCriticalSectionTheModuleDoesNotRun)
+{
+    m_module.reset();
+    {
+        const CImportHook hook(__imp_InitializeCriticalSectionEx, [](LPCRITICAL_SECTION, DWORD, DWORD) -> BOOL { return FALSE; });
+        m_module.emplace();
+    }
+    g_events.clear();
+    EXPECT_EQ(-1, m_module->WinMain(SW_HIDE));
+    EXPECT_THAT(g_events, ElementsAre());
+}
