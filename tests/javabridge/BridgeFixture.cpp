@@ -142,17 +142,41 @@ Strings ClientLog::take(bool wantScopes)
         if (line.level.empty() || isScope != wantScopes || marker == "<- " || (isBacktrace && isScope)) {
             continue;
         }
-        std::string text = line.text();
-        const auto* const className = std::find_if(std::begin(CLASS_NAMES), std::end(CLASS_NAMES),
-                                                   [&](const std::string& name) { return text.starts_with(name); });
-        if (className != std::end(CLASS_NAMES)) {
-            text.erase(0, className->size());
-        } else if (wantScopes) {
+        const std::string text = withoutClassName(line.text());
+        if (wantScopes && text == line.text()) {
             continue;
         }
         result.push_back(line.level + " " + text);
     }
     return result;
+}
+
+std::string ClientLog::withoutClassName(const std::string& text)
+{
+    const auto* const className = std::find_if(std::begin(CLASS_NAMES), std::end(CLASS_NAMES),
+                                               [&](const std::string& name) { return text.starts_with(name); });
+    return className == std::end(CLASS_NAMES) ? text : text.substr(className->size());
+}
+
+Strings ClientLog::takeSteps()
+{
+    Strings steps;
+    bool isBacktrace = false;
+    size_t destructorDepth = std::string::npos;
+    for (const fixtures::LogLine& line : m_stream.lines()) {
+        isBacktrace = line.body == fixtures::beginBanner || (isBacktrace && line.body != fixtures::endBanner);
+        const size_t depth = line.body.find_first_not_of(' ');
+        if (line.level.empty() || isBacktrace || (destructorDepth != std::string::npos && depth > destructorDepth)) {
+            continue;
+        }
+        const bool isEntry = line.body.compare(depth, 3, "-> ") == 0;
+        destructorDepth = isEntry && line.body.find("  ~") != std::string::npos ? depth : std::string::npos;
+        if (destructorDepth == std::string::npos && line.body.compare(depth, 3, "<- ") != 0) {
+            steps.push_back(line.level + " " + withoutClassName(line.text()));
+        }
+    }
+    m_stream.clear();
+    return steps;
 }
 
 Strings ClientLog::takeScopes()

@@ -76,10 +76,14 @@ public:
     Strings takeStatements(const std::string& level);
     // "LEVEL text" of every scope that the client itself opened.
     Strings takeScopes();
+    // "LEVEL text" of every entry and statement since the last call of one of these, the registry's classes included. What
+    // destructors do, and backtraces, are left out.
+    Strings takeSteps();
     const fixtures::DebugStream& stream() const { return m_stream; }
 
 private:
     Strings take(bool wantScopes);
+    static std::string withoutClassName(const std::string& text);
 
     fixtures::DebugStream m_stream;
 };

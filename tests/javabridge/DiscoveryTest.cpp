@@ -27,28 +27,6 @@ protected:
     }
     void prefer(const std::string& pattern) { machine.setString(PREFERENCES, "javavm", pattern, KEY_WOW64_32KEY); }
     std::string found() { return client.findJVM().version; }
-    // The whole log from the last forgetting of it on, the registry's classes included: "LEVEL text" of entries and statements.
-    // What destructors do is left out.
-    Strings takeSteps()
-    {
-        Strings steps;
-        size_t leavingAt = std::string::npos;
-        for (const fixtures::LogLine& line : log.stream().lines()) {
-            const size_t depth = line.body.find_first_not_of(' ');
-            const bool isEntry = line.body.find("-> ") == depth;
-            if (leavingAt != std::string::npos && depth > leavingAt) {
-                continue;
-            }
-            leavingAt = isEntry && line.text().find("~") != std::string::npos ? depth : std::string::npos;
-            if (leavingAt == std::string::npos && line.body.find("<- ") != depth && !line.level.empty()) {
-                std::string text = line.text();
-                text.erase(0, text.starts_with("CBridgeClient  ") ? 15 : 0);
-                steps.push_back(line.level + " " + text);
-            }
-        }
-        forgetLog();
-        return steps;
-    }
     void forgetLog() { log.takeStatements(); }
 
     fixtures::RegistryScratch machine{HKEY_LOCAL_MACHINE};
@@ -114,44 +92,44 @@ TEST_F(DiscoveryTest, runtimesAreReadStepByStep)
     prefer("1.8.0_20");
     forgetLog();
     client.findJVM();
-    EXPECT_STRINGS(takeSteps(), Strings{
-                                    "FINE findJVM ",
-                                    "FINE Looking for installed Java versions...",
-                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Java Runtime Environment\\",
-                                    OPENED,
-                                    "FINE CRegistry  getStringValue CurrentVersion, ",
-                                    "FINE CRegistrySubKeys  CRegistrySubKeys ",
-                                    "FINE CRegistrySubKeys  getKeyNames ",
-                                    "FINE CRegistrySubKeys  getSubKeyCount ",
-                                    "FINE CRegistrySubKeys  getSubKey 0",
-                                    "FINE Found Java 1.8.0_20 (* USED)",
-                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Java Runtime Environment\\1.8.0_20",
-                                    OPENED,
-                                    "FINE CRegistry  getStringValue RuntimeLib, ",
-                                    "FINE Standard JVM Path: C:\\1.8.0_20\\jvm.dll",
-                                    "FINE CRegistry  closeKey ",
-                                    "FINE CRegistrySubKeys  getSubKeyCount ",
-                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\JRE\\",
-                                    OPENED,
-                                    "FINE CRegistry  getStringValue CurrentVersion, ",
-                                    "FINE CRegistrySubKeys  CRegistrySubKeys ",
-                                    "FINE CRegistrySubKeys  getKeyNames ",
-                                    "FINE CRegistrySubKeys  getSubKeyCount ",
-                                    "FINE CRegistrySubKeys  getSubKey 0",
-                                    "FINE Found Java 9",
-                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\JRE\\9",
-                                    OPENED,
-                                    "FINE CRegistry  getStringValue RuntimeLib, ",
-                                    "FINE JVM Path: C:\\9\\jvm.dll",
-                                    "FINE CRegistry  closeKey ",
-                                    "FINE CRegistrySubKeys  getSubKeyCount ",
-                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt",
-                                    OPENED,
-                                    "FINE CRegistry  getStringValue javavm, ",
-                                    "FINE orvane preferred JVM pattern: 1.8.0_20",
-                                    "FINE Pattern (single): 1.8.0_20",
-                                    "FINE Preferred JVM according to registry pattern: 1.8.0_20",
-                                });
+    EXPECT_STRINGS(log.takeSteps(), Strings{
+                                        "FINE findJVM ",
+                                        "FINE Looking for installed Java versions...",
+                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Java Runtime Environment\\",
+                                        OPENED,
+                                        "FINE CRegistry  getStringValue CurrentVersion, ",
+                                        "FINE CRegistrySubKeys  CRegistrySubKeys ",
+                                        "FINE CRegistrySubKeys  getKeyNames ",
+                                        "FINE CRegistrySubKeys  getSubKeyCount ",
+                                        "FINE CRegistrySubKeys  getSubKey 0",
+                                        "FINE Found Java 1.8.0_20 (* USED)",
+                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Java Runtime Environment\\1.8.0_20",
+                                        OPENED,
+                                        "FINE CRegistry  getStringValue RuntimeLib, ",
+                                        "FINE Standard JVM Path: C:\\1.8.0_20\\jvm.dll",
+                                        "FINE CRegistry  closeKey ",
+                                        "FINE CRegistrySubKeys  getSubKeyCount ",
+                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\JRE\\",
+                                        OPENED,
+                                        "FINE CRegistry  getStringValue CurrentVersion, ",
+                                        "FINE CRegistrySubKeys  CRegistrySubKeys ",
+                                        "FINE CRegistrySubKeys  getKeyNames ",
+                                        "FINE CRegistrySubKeys  getSubKeyCount ",
+                                        "FINE CRegistrySubKeys  getSubKey 0",
+                                        "FINE Found Java 9",
+                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\JRE\\9",
+                                        OPENED,
+                                        "FINE CRegistry  getStringValue RuntimeLib, ",
+                                        "FINE JVM Path: C:\\9\\jvm.dll",
+                                        "FINE CRegistry  closeKey ",
+                                        "FINE CRegistrySubKeys  getSubKeyCount ",
+                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt",
+                                        OPENED,
+                                        "FINE CRegistry  getStringValue javavm, ",
+                                        "FINE orvane preferred JVM pattern: 1.8.0_20",
+                                        "FINE Pattern (single): 1.8.0_20",
+                                        "FINE Preferred JVM according to registry pattern: 1.8.0_20",
+                                    });
 }
 
 TEST_F(DiscoveryTest, controlsAreReadStepByStep)
@@ -159,23 +137,23 @@ TEST_F(DiscoveryTest, controlsAreReadStepByStep)
     machine.setString(PREFERENCES + "\\A", "installpath", "C:\\x", KEY_WOW64_32KEY);
     forgetLog();
     client.findORVControls();
-    EXPECT_STRINGS(takeSteps(), Strings{
-                                    "FINE findORVControls ",
-                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt",
-                                    OPENED,
-                                    "FINE CRegistrySubKeys  CRegistrySubKeys ",
-                                    "FINE CRegistrySubKeys  getKeyNames ",
-                                    "FINE CRegistrySubKeys  getSubKeyCount ",
-                                    "FINE CRegistrySubKeys  getSubKey 0",
-                                    "FINE ORVANE Control 0: A",
-                                    "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt\\A",
-                                    OPENED,
-                                    "FINE CRegistry  getStringValue installpath, ",
-                                    "FINE CRegistry  getStringValue installpath, ",
-                                    "FINE Control's Path: C:\\x",
-                                    "FINE CRegistrySubKeys  getSubKeyCount ",
-                                    "FINE CRegistry  closeKey ",
-                                });
+    EXPECT_STRINGS(log.takeSteps(), Strings{
+                                        "FINE findORVControls ",
+                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt",
+                                        OPENED,
+                                        "FINE CRegistrySubKeys  CRegistrySubKeys ",
+                                        "FINE CRegistrySubKeys  getKeyNames ",
+                                        "FINE CRegistrySubKeys  getSubKeyCount ",
+                                        "FINE CRegistrySubKeys  getSubKey 0",
+                                        "FINE ORVANE Control 0: A",
+                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt\\A",
+                                        OPENED,
+                                        "FINE CRegistry  getStringValue installpath, ",
+                                        "FINE CRegistry  getStringValue installpath, ",
+                                        "FINE Control's Path: C:\\x",
+                                        "FINE CRegistrySubKeys  getSubKeyCount ",
+                                        "FINE CRegistry  closeKey ",
+                                    });
 }
 
 TEST_F(DiscoveryTest, currentVersionCountsUnderItsOwnKeyOnly)
@@ -316,6 +294,10 @@ TEST_F(DiscoveryTest, candidatesAreSortedAsTexts)
     install("1.8.0_101");
     prefer("1.8.0_0-1.8.0_3");
     EXPECT_EQ(found(), "1.8.0_20") << "1.8.0_101 comes before 1.8.0_20";
+    install("1.8.0_B");
+    install("1.8.0_a");
+    prefer("1.8.0_-1.8.0_z");
+    EXPECT_EQ(found(), "1.8.0_a") << "byte by byte, while the registry lists a before B";
 }
 
 TEST_F(DiscoveryTest, candidatesOfBothKeysStandInOneList)

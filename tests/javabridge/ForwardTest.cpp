@@ -321,6 +321,8 @@ TEST_F(SetUsedControlTest, reachesTheBeanWhenTheFrameFails)
                    Strings{"methodID!=NULL: false", "setFrameFocusableWindowState(frame, true): failure: -2147467259"});
     EXPECT_EQ(client.setUsedControl(nullptr, bean, FIRST, SECOND, &result), S_OK);
     EXPECT_STRINGS(java.takeCalls(), beanCalls);
+    EXPECT_STRINGS(log.takeStatements("ERROR"),
+                   Strings{"methodID!=NULL: false", "setFrameFocusableWindowState(frame, true): failure: -2147467259"});
 }
 
 TEST_F(SetUsedControlTest, missingMethodEndsTheOperation)
