@@ -194,6 +194,23 @@ TEST_F(Delivery, ForcedReleaseFollowsTheProcessesObject)
     EXPECT_THAT(linesWith(lines(), "More objects to release..."), SizeIs(2));
 }
 
+// Java raised them while the instance was going.
+TEST_F(Delivery, WithoutInstanceAPassEndsAtTheFirstDueEntry)
+{
+    java->insideVoidMethods = [&] {
+        java->insideVoidMethods = nullptr;
+        native("first");
+        native("second");
+    };
+    CBeanFrame::deleteInstance();
+    ASSERT_THAT(FrameAccess::s_EventQueue, SizeIs(2));
+    EXPECT_EQ(CBeanFrame::processEventQueue(), E_FAIL);
+    EXPECT_THAT(FrameAccess::s_EventQueue, SizeIs(1)) << "the taken one is lost, the other waits";
+    EXPECT_EQ(CBeanFrame::processEventQueue(), E_FAIL);
+    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
+    EXPECT_THAT(target.calls, IsEmpty());
+}
+
 // Code that Java runs may throw anything.
 TEST_F(Delivery, NativeLetsNoExceptionOut)
 {

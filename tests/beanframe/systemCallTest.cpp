@@ -109,6 +109,20 @@ TEST_F(QueueSystemCalls, ClockIsGetTickCount)
     EXPECT_EQ(s_clockOfTheStart(), 0xFFFF4711);
 }
 
+// The queue's lock is one of this kind, made before any bean frame exists.
+TEST_F(QueueSystemCalls, LockIsMadeWithoutSpinningAndFlags)
+{
+    static std::vector<DWORD> s_arguments;
+    const ImportHook<decltype(&InitializeCriticalSectionEx)> hook(
+        "InitializeCriticalSectionEx", [](LPCRITICAL_SECTION section, DWORD spins, DWORD flags) -> BOOL {
+            s_arguments.insert(s_arguments.end(), {spins, flags});
+            return ImportHook<decltype(&InitializeCriticalSectionEx)>::original(section, spins, flags);
+        });
+    const CComAutoCriticalSection section;
+    EXPECT_THAT(s_arguments, ElementsAre(0, 0));
+    EXPECT_TRUE(isQueueUnlocked());
+}
+
 TEST_F(QueueSystemCalls, EventsWithoutDelayArePostedAtOnceToTheMainThreadAndStartNoTimer)
 {
     const PostHook postHook("PostThreadMessageA", notePost);

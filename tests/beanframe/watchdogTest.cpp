@@ -1,5 +1,6 @@
 // The client's window, the watchdog chains and the forced release.
 #include "tests/beanframe/BeanFrameWorld.h"
+#include "tests/javabridge/ImportHook.h"
 
 #include <gmock/gmock.h>
 
@@ -31,6 +32,12 @@ public:
 private:
     HWND m_handle;
 };
+
+using ParentHook = ImportHook<decltype(&GetParent)>;
+
+// Whose parent was asked for, and what was answered.
+std::vector<HWND> s_children;
+HWND s_parent = nullptr;
 
 } // namespace
 
@@ -174,6 +181,39 @@ TEST_F(Watchdog, ChildOfTheDesktopIsDead)
     push(window);
     EXPECT_FALSE(frame().isClientAlive());
     EXPECT_THAT(aliveLines(), ElementsAre("TRACE " + object() + "Frame's window has no valid parent anymore!"));
+}
+
+// It is the pushed window's own parent that counts each time, not the parent's parent.
+TEST_F(Watchdog, ParentThatIsMissingOrTheDesktopIsNoParent)
+{
+    const Window parent;
+    const Window pane(parent, WS_CHILD);
+    push(pane);
+    const ParentHook hook("GetParent", [](HWND child) {
+        s_children.push_back(child);
+        return s_parent;
+    });
+    s_parent = parent;
+    EXPECT_TRUE(frame().isClientAlive());
+    s_parent = reinterpret_cast<HWND>(-2); // nobody asks what it is
+    EXPECT_TRUE(frame().isClientAlive());
+    s_parent = GetDesktopWindow();
+    EXPECT_FALSE(frame().isClientAlive());
+    s_parent = nullptr;
+    EXPECT_FALSE(frame().isClientAlive());
+    EXPECT_THAT(s_children, testing::Each(static_cast<HWND>(pane)));
+    const std::string line = "TRACE " + object() + "Frame's window has no valid parent anymore!";
+    EXPECT_THAT(aliveLines(), ElementsAre(line, line));
+}
+
+TEST_F(Watchdog, HandleOfNullTakesTheWindowBack)
+{
+    const Window window;
+    push(window);
+    EXPECT_FALSE(frame().isClientAlive());
+    EXPECT_EQ(frame().pushWindowHandle(0), S_OK);
+    EXPECT_TRUE(frame().isClientAlive());
+    expectChains(2);
 }
 
 // Windows names the owner as the parent of a popup.

@@ -187,6 +187,21 @@ TEST_F(JavaManagerConstruction, ObjectMainCreatesAndEndsTheLoggerWhenItIsTheOnly
     EXPECT_THAT(lines(), ElementsAre("INFO -> ObjectMain 0")) << "the Logger is gone before the scope ends";
 }
 
+// Clients bind to these numbers.
+TEST_F(JavaManagerConstruction, ClassAndInterfacesHaveTheirIdentifiers)
+{
+    const auto text = [](const GUID& id) {
+        OLECHAR characters[39] = {};
+        StringFromGUID2(id, characters, 39);
+        return narrowText(characters, wcslen(characters));
+    };
+    EXPECT_EQ(text(CLSID_JavaManager), "{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}");
+    EXPECT_EQ(text(IID_IJavaManager), "{7D0B4E93-2A6F-4C1D-B3E8-95F2A6C04D71}");
+    EXPECT_EQ(text(DIID__IJavaManagerEvents), "{E3A19C5F-8B27-4D60-A4F3-1C6E92B07D58}");
+    EXPECT_EQ(text(LIBID_KESTAserverLib), "{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}");
+    EXPECT_EQ(CJavaManagerATLObject::GetObjectCLSID(), CLSID_JavaManager);
+}
+
 TEST_F(JavaManagerConstruction, AnswersItsFourInterfaces)
 {
     CComPtr<Object> object = create();
