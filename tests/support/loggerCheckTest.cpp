@@ -155,6 +155,32 @@ TEST_F(LoggerCheck, win32CallWithSavedError)
     EXPECT_THAT(checks(), ElementsAre("TRACE counted(true): success", "ERROR counted(false): failure: " + denied));
 }
 
+namespace {
+// Its text for the log is made with calls that leave an error of their own.
+class Careless : public virtual Loggable
+{
+public:
+    std::string getLogObjectInfo() const override
+    {
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return "careless";
+    }
+    bool call()
+    {
+        LOG_SCOPE(FINE, "Careless::call");
+        return WIN32_LOG(failWith(ERROR_ACCESS_DENIED));
+    }
+};
+} // namespace
+
+TEST_F(LoggerCheck, win32ErrorIsTakenBeforeTheObjectIsAskedForItsText)
+{
+    EXPECT_FALSE(Careless().call());
+    EXPECT_THAT(checks(),
+                ElementsAre("ERROR (anonymous namespace)::Careless careless failWith(ERROR_ACCESS_DENIED): failure: " + denied));
+    callsSince();
+}
+
 TEST_F(LoggerCheck, jniResult)
 {
     LOG_SCOPE_STATIC(FINE, "jniResult");

@@ -119,11 +119,33 @@ TEST(LoggerLifecycle, setMaxLogLevelStoresAnyInteger)
     EXPECT_THAT(stream.texts(), IsEmpty());
 }
 
-TEST(LoggerLifecycle, staticObjectsLogFromTheirConstructionToTheirEnd)
+namespace {
+std::string probePath()
 {
     char path[MAX_PATH + 1] = {};
     GetModuleFileNameA(nullptr, path, MAX_PATH);
-    const std::string probe = (std::filesystem::path(path).parent_path() / "support_logger_probe.exe").string();
+    return (std::filesystem::path(path).parent_path() / "support_logger_probe.exe").string();
+}
+} // namespace
+
+// The level is always WARN when it is told, so that nobody hears it; it is kept all the same. This program holds the text itself.
+TEST(LoggerLifecycle, firstMessageIsKeptAlthoughItIsNeverWritten)
+{
+    EXPECT_NE(fixtures::readFile(probePath()).find("Beginning logging to debug stream (logging parameters not yet initialized)"),
+              std::string::npos);
+    LoggerWorld world;
+    DebugStream stream;
+    for (int level = LOGLEVEL_ALWAYS; level <= LOGLEVEL_TRACE; ++level) {
+        world.setPreference("loglevel", level);
+        world.start();
+    }
+    for (const std::string& text : stream.texts())
+        EXPECT_EQ(text.find("Beginning logging to debug stream"), std::string::npos);
+}
+
+TEST(LoggerLifecycle, staticObjectsLogFromTheirConstructionToTheirEnd)
+{
+    const std::string probe = probePath();
 
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
     HANDLE read = nullptr;

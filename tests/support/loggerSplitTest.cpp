@@ -158,6 +158,34 @@ TEST_F(LoggerSplit, sizeZeroNeverSplits)
     EXPECT_FALSE(std::filesystem::exists(file(1)));
 }
 
+TEST_F(LoggerSplit, negativeSizeNeverSplits)
+{
+    m_world.setPreference("splitlogfilesize", -1);
+    start();
+    writeLines(0, 1100);
+    EXPECT_GT(std::filesystem::file_size(file()), megabyte);
+    EXPECT_FALSE(std::filesystem::exists(file(1)));
+}
+
+// The next line goes on in the file as long as it holds less than two whole megabytes.
+TEST_F(LoggerSplit, fileIsFullAtTheFirstByteOfTheMegabyteAfterItsSize)
+{
+    m_world.setPreference("splitlogfilesize", 1);
+    start();
+    const auto write = [] { LOG_PLAIN(WARN, "text"); };
+    write();
+    const std::uintmax_t head = std::filesystem::file_size(file());
+    for (const bool isFull : {false, true}) {
+        m_world.stop();
+        std::ofstream(file(), std::ios::binary | std::ios::trunc) << std::string(2 * megabyte - head - (isFull ? 0 : 1), 'x');
+        start();
+        write();
+        EXPECT_EQ(std::filesystem::file_size(file()), 2 * megabyte - (isFull ? 0 : 1));
+        write();
+        EXPECT_EQ(std::filesystem::exists(file(1)), isFull);
+    }
+}
+
 TEST_F(LoggerSplit, laterFileThatCannotBeOpenedEndsFileLogging)
 {
     m_world.setPreference("splitlogfilesize", 1);

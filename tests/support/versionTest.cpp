@@ -1,5 +1,6 @@
 // Version resources: of files made by the build with resources of known content, and of the running executable.
 #include "support/version.h"
+#include "tests/javabridge/ImportHook.h"
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>
@@ -19,6 +20,16 @@ std::string executablePath()
 std::string beside(const char* name)
 {
     return (std::filesystem::path(executablePath()).parent_path() / name).string();
+}
+
+// "LEVEL|body" of what the module said.
+std::vector<std::string> linesOf(const DebugStream& stream)
+{
+    std::vector<std::string> result;
+    for (const fixtures::LogLine& line : stream.lines())
+        if (line.source == "version             ")
+            result.push_back(line.level + "|" + line.body);
+    return result;
 }
 
 // Sets another module name for the time of a test.
@@ -55,6 +66,66 @@ TEST(Version, productNameIsTakenFromTheFirstTranslationThatHasOne)
     EXPECT_EQ(CVersion::getProductName(beside("versionUntranslated.dll").c_str()), "UNDEFINEDPRODUCT");
 }
 
+TEST(Version, firstOfTwoProductNamesIsTaken)
+{
+    EXPECT_EQ(CVersion::getProductName(beside("versionBoth.dll").c_str()), "First");
+}
+
+namespace {
+using QueryHook = ImportHook<decltype(&VerQueryValueA)>;
+using PathHook = ImportHook<decltype(&GetModuleFileNameA)>;
+
+std::vector<std::string> s_calls;
+
+BOOL WINAPI noteQuery(LPCVOID block, LPCSTR name, LPVOID* value, PUINT length)
+{
+    s_calls.emplace_back(name);
+    return QueryHook::original(block, name, value, length);
+}
+
+DWORD WINAPI notePath(HMODULE module, LPSTR buffer, DWORD size)
+{
+    s_calls.push_back((module == nullptr                            ? "own "
+                       : module == GetModuleHandleA("kernel32.dll") ? "kernel32 "
+                                                                    : "another ") +
+                      std::to_string(size));
+    return PathHook::original(module, buffer, size);
+}
+} // namespace
+
+TEST(Version, resourceIsAskedForTheFixedInformationAndThenTranslationByTranslation)
+{
+    const QueryHook hook("VerQueryValueA", noteQuery);
+    s_calls.clear();
+    CVersion::getVersionInfo(beside("versionBoth.dll").c_str());
+    EXPECT_THAT(s_calls, ElementsAre("\\"));
+    s_calls.clear();
+    CVersion::getProductName(beside("versionBoth.dll").c_str());
+    EXPECT_THAT(s_calls, ElementsAre("\\VarFileInfo\\Translation", "\\StringFileInfo\\040904e4\\ProductName"));
+    s_calls.clear();
+    CVersion::getProductName(beside("versionSecond.dll").c_str());
+    EXPECT_THAT(s_calls, ElementsAre("\\VarFileInfo\\Translation", "\\StringFileInfo\\040904e4\\ProductName",
+                                     "\\StringFileInfo\\040704e4\\ProductName"));
+    s_calls.clear();
+    CVersion::getProductName(beside("versionUntranslated.dll").c_str());
+    EXPECT_THAT(s_calls, ElementsAre("\\VarFileInfo\\Translation"));
+}
+
+TEST(Version, moduleNameIsThatOfAnyLoadedModule)
+{
+    char path[MAX_PATH + 1] = {};
+    GetModuleFileNameA(GetModuleHandleA("kernel32.dll"), path, MAX_PATH);
+    const PathHook hook("GetModuleFileNameA", notePath);
+    s_calls.clear();
+    EXPECT_NE(CVersion::getProductName(), CVersion::getProductName(path));
+    {
+        const ModuleName other("kernel32.dll");
+        EXPECT_EQ(CVersion::getVersionInfo(), CVersion::getVersionInfo(path));
+        EXPECT_EQ(CVersion::getProductName(), CVersion::getProductName(path));
+    }
+    EXPECT_THAT(s_calls, ElementsAre("own 260", "kernel32 260", "kernel32 260"));
+}
+
 TEST(Version, fileWithoutVersionResourceGivesTheDefaults)
 {
     fixtures::TemporaryFolder folder;
@@ -85,10 +156,26 @@ TEST(Version, withoutModuleNameTheDefaultsAreGivenWithAWarning)
     DebugStream stream;
     EXPECT_EQ(CVersion::getVersionInfo(), "");
     EXPECT_EQ(CVersion::getProductName(), "UNDEFINEDPRODUCT");
-    int warnings = 0;
-    for (const std::string& message : stream.messages())
-        warnings += message == "WARN No module name was set";
-    EXPECT_EQ(warnings, 2);
+    EXPECT_THAT(linesOf(stream), ElementsAre("WARN|    No module name was set", "WARN|    No module name was set"));
+}
+
+TEST(Version, logOfAProcessWithoutModuleNameIsThatOfTheUndefinedProduct)
+{
+    fixtures::LoggerWorld world;
+    const ModuleName none(nullptr);
+    DebugStream stream;
+    world.start();
+    EXPECT_TRUE(Logger::instance()->logFilePrefix().starts_with(world.appData() + "\\UNDEFINEDPRODUCT-logs\\UNDEFINEDPRODUCT-"));
+    EXPECT_THAT(stream.texts(), testing::IsEmpty()) << "its name is settled before anything can be logged";
+}
+
+TEST(Version, logBeginsWithTheVersionOfTheExecutable)
+{
+    fixtures::LoggerWorld world;
+    world.start();
+    LogEntry("versionTest", 1, LOGLEVEL_WARN).stream() << "text";
+    const std::string gcc = std::to_string(__GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__);
+    EXPECT_EQ(world.logLines().front().body, "    VERSIONTEST version: 3.4.5.6, ATL version: 0x100, compiler version: " + gcc);
 }
 
 TEST(Version, operationsAreLogged)
@@ -99,15 +186,15 @@ TEST(Version, operationsAreLogged)
     CVersion::getProductName(path.c_str());
     CVersion::getVersionInfo(path.c_str());
     CVersion::getVersionInfo();
+    CVersion::getProductName();
     Logger::setMaxLogLevel(LOGLEVEL_WARN);
-    std::vector<std::string> bodies;
-    for (const fixtures::LogLine& line : stream.lines())
-        if (line.source.starts_with("version "))
-            bodies.push_back(line.level + "|" + line.body);
     const std::string own = executablePath();
-    EXPECT_THAT(bodies, ElementsAre("FINE|-> getProductName " + path,
-                                    "TRACE|    Product name from \\StringFileInfo\\040704e4\\ProductName: Second",
-                                    "FINE|<- getProductName " + path, "FINE|-> getVersionInfo " + path,
-                                    "FINE|<- getVersionInfo " + path, "FINE|-> getVersionInfo ", "FINE| -> getVersionInfo " + own,
-                                    "FINE| <- getVersionInfo " + own, "FINE|<- getVersionInfo "));
+    EXPECT_THAT(linesOf(stream),
+                ElementsAre("FINE|-> getProductName " + path,
+                            "TRACE|    Product name from \\StringFileInfo\\040704e4\\ProductName: Second",
+                            "FINE|<- getProductName " + path, "FINE|-> getVersionInfo " + path, "FINE|<- getVersionInfo " + path,
+                            "FINE|-> getVersionInfo ", "FINE| -> getVersionInfo " + own, "FINE| <- getVersionInfo " + own,
+                            "FINE|<- getVersionInfo ", "FINE|-> getProductName ", "FINE| -> getProductName " + own,
+                            "TRACE|     Product name from \\StringFileInfo\\040904e4\\ProductName: VERSIONTEST",
+                            "FINE| <- getProductName " + own, "FINE|<- getProductName "));
 }
