@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <set>
 
 namespace fixtures {
 namespace {
@@ -29,6 +30,51 @@ protected:
     }
     const char* text(DWORD address) const { return reinterpret_cast<const char*>(image() + address); }
 
+    // Each "type name" of the resources, numbers with "#".
+    std::set<std::string> resources() const
+    {
+        static std::set<std::string> s_found;
+        s_found.clear();
+        const auto shown = [](LPCSTR name) {
+            return IS_INTRESOURCE(name) ? "#" + std::to_string(LOWORD(name)) : std::string(name);
+        };
+        static constexpr auto SHOWN = shown;
+        EnumResourceTypesA(
+            m_module,
+            [](HMODULE module, LPSTR type, LONG_PTR) -> BOOL {
+                return EnumResourceNamesA(
+                    module, type,
+                    [](HMODULE, LPCSTR resourceType, LPSTR name, LONG_PTR) -> BOOL {
+                        s_found.insert(SHOWN(resourceType) + " " + SHOWN(name));
+                        return TRUE;
+                    },
+                    0);
+            },
+            0);
+        return s_found;
+    }
+    std::vector<WORD> languagesOf(LPCSTR type, int name) const
+    {
+        std::vector<WORD> languages;
+        const auto collect = [](HMODULE, LPCSTR, LPCSTR, WORD language, LONG_PTR parameter) -> BOOL {
+            reinterpret_cast<std::vector<WORD>*>(parameter)->push_back(language);
+            return TRUE;
+        };
+        EnumResourceLanguagesA(m_module, type, MAKEINTRESOURCEA(name), collect, reinterpret_cast<LONG_PTR>(&languages));
+        return languages;
+    }
+    // The names of the functions that the executable cannot start without.
+    std::vector<std::string> importedFunctions() const
+    {
+        std::vector<std::string> names;
+        for (auto* entry = directory<IMAGE_IMPORT_DESCRIPTOR>(IMAGE_DIRECTORY_ENTRY_IMPORT); entry->Name != 0; ++entry) {
+            const auto* thunk = reinterpret_cast<const IMAGE_THUNK_DATA64*>(image() + entry->OriginalFirstThunk);
+            for (; thunk->u1.AddressOfData != 0; ++thunk)
+                names.emplace_back(text(static_cast<DWORD>(thunk->u1.AddressOfData) + sizeof(WORD)));
+        }
+        return names;
+    }
+
     HMODULE m_module =
         LoadLibraryExA((programFolder() + "\\..\\..\\KESTAx64.exe").c_str(), nullptr, LOAD_LIBRARY_AS_IMAGE_RESOURCE);
 };
@@ -41,6 +87,11 @@ TEST_F(ExecutableTest, CarriesScriptsLibraryAndNameWithTheirLanguages)
     char name[64] = {};
     LoadStringA(m_module, 100, name, sizeof name);
     EXPECT_STREQ("KESTAserver", name);
+    EXPECT_EQ(11, LoadStringA(m_module, 100, name, sizeof name));
+    EXPECT_EQ(std::vector<WORD>{1033}, languagesOf("REGISTRY", 101));
+    EXPECT_EQ(std::vector<WORD>{1031}, languagesOf("REGISTRY", 102));
+    // The string tables are counted in sixteens from 1: this one holds 96 to 111. #16 is the version.
+    EXPECT_THAT(resources(), testing::ElementsAre("#16 #1", "#6 #7", "REGISTRY #101", "REGISTRY #102", "TYPELIB #1"));
     // A manifest could change the code page that every narrow text is in.
     EXPECT_FALSE(FindResourceA(m_module, MAKEINTRESOURCEA(1), MAKEINTRESOURCEA(24)));
 }
@@ -66,9 +117,21 @@ TEST_F(ExecutableTest, ImportsOnlyWhatWindowsHas)
                                             "shell32.dll", "user32.dll", "version.dll"}));
 }
 
+// What some system lacks is looked up by name at run time, and the Java runtime's function in the library that was chosen.
+TEST_F(ExecutableTest, StartsWithoutWhatItLooksUpAtRunTime)
+{
+    const std::vector<std::string> functions = importedFunctions();
+    EXPECT_THAT(functions, testing::IsSupersetOf({"CoRegisterClassObject", "RegisterTypeLib", "UnRegisterTypeLib"}));
+    for (const char* name :
+         {"RegisterTypeLibForUser", "UnRegisterTypeLibForUser", "RegCreateKeyTransactedA", "RegOpenKeyTransactedA",
+          "RegDeleteKeyTransactedA", "RegDeleteKeyExA", "JNI_CreateJavaVM", "IsWow64Process"})
+        EXPECT_THAT(functions, testing::Not(testing::Contains(name)));
+}
+
 TEST_F(ExecutableTest, ExportsTheNatives)
 {
     const auto* const exports = directory<IMAGE_EXPORT_DIRECTORY>(IMAGE_DIRECTORY_ENTRY_EXPORT);
+    EXPECT_EQ(3u, exports->NumberOfNames);
     std::string names;
     for (DWORD index = 0; index < exports->NumberOfNames; ++index)
         names += text(reinterpret_cast<const DWORD*>(image() + exports->AddressOfNames)[index]) + std::string("\n");

@@ -87,6 +87,19 @@ std::vector<std::string> expectedKeys(const std::string& executable)
     return lines;
 }
 
+// Makes a folder with everything of another one in it: the same files under a second name.
+void linkTree(const std::string& from, const std::string& to)
+{
+    ASSERT_TRUE(CreateDirectoryA(to.c_str(), nullptr));
+    for (const std::string& name : filesIn(from)) {
+        const std::string file = from + "\\" + name;
+        if (GetFileAttributesA(file.c_str()) & FILE_ATTRIBUTE_DIRECTORY)
+            linkTree(file, to + "\\" + name);
+        else
+            ASSERT_TRUE(CreateHardLinkA((to + "\\" + name).c_str(), file.c_str(), nullptr)) << file;
+    }
+}
+
 // Begins without registration, in a folder whose name has blanks and an apostrophe.
 class RegistrationTest : public ServerTest
 {
@@ -147,10 +160,23 @@ TEST_F(RegistrationTest, RegisteringTwiceLeavesOneSet)
     EXPECT_EQ(0u, run("/UnregServer"));
 }
 
+// So are the control's jar, the runtime and the folder of the log files.
 TEST_F(RegistrationTest, RegistersFromAFolderWithBlanksAndApostropheAndIsStartedThere)
 {
+    const std::string runtime = folder.file("java's own runtime");
+    ASSERT_TRUE(CreateDirectoryA(runtime.c_str(), nullptr));
+    const std::string library = runtimeLibrary(21);
+    const std::string java = library.substr(0, library.find("\\bin\\server\\jvm.dll"));
+    for (const char* part : {"\\bin", "\\conf", "\\lib"})
+        linkTree(java + part, runtime + part);
+    settings.setRuntime("21.0.8", runtime + "\\bin\\server\\jvm.dll");
+    const std::string jar = home + "\\the control's jar.jar";
+    ASSERT_TRUE(CopyFileA((buildFolder() + "\\ORVANEControl.jar").c_str(), jar.c_str(), TRUE));
+    settings.setPreference("basiscontrol", jar);
+    const std::string logs = folder.file("the user's log files");
+    settings.setPreference("logpath", logs);
+
     EXPECT_EQ(0u, run("/RegServer"));
-    settings.setPreference("basiscontrol", buildFolder() + "\\ORVANEControl.jar");
     SManager manager = create();
     char path[MAX_PATH] = {};
     DWORD size = sizeof path;
@@ -160,6 +186,21 @@ TEST_F(RegistrationTest, RegistersFromAFolderWithBlanksAndApostropheAndIsStarted
     manager.object.Release();
     expectEnd(*manager.server);
     EXPECT_EQ(0u, run("/UnregServer"));
+
+    const std::string logFile = "KESTA-KESTAx64.exe-" + std::to_string(manager.server->id()) + ".log";
+    std::vector<std::string> log = messagesOf(readFile(logs + "\\" + logFile));
+    for (std::string& line : log)
+        std::erase(line, '\r');
+    const std::vector<std::string> expected = {
+        "CJavaManagerATLObject  Basiscontrol path: " + jar,
+        "CJavaManagerATLObject  doesFileExist(basiscontrol): true",
+        "CJavaManagerJNIClient  Class Path: -Djava.class.path=" + jar,
+        "-> CJavaManagerJNIClient  loadJVMlibrary " + runtime + "\\bin\\server\\jvm.dll",
+        "CJavaManagerJNIClient  m_DLLHandle != NULL: success",
+        "-> CJavaManagerATLObject  callMethod echo, Hello",
+        "End of logging, further static deinitializers can not log anymore",
+    };
+    EXPECT_THAT(log, testing::IsSupersetOf(expected));
 }
 
 TEST_F(RegistrationTest, PerUserSwitchesWriteTheirKeysUnderTheUserOnly)

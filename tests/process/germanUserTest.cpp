@@ -1,0 +1,82 @@
+// The server of a user whose language is German: Windows' own texts are German, and everything else is as it always is. Wine
+// takes the language from LC_ALL, which CMakeLists.txt sets for these tests.
+#include "tests/process/ServerFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <regex>
+
+namespace fixtures {
+namespace {
+
+using testing::Contains;
+
+class GermanUserTest : public ServerTest
+{
+protected:
+    void SetUp() override
+    {
+        char decimal[4] = {};
+        GetLocaleInfoA(LOCALE_USER_DEFAULT, LOCALE_SDECIMAL, decimal, sizeof decimal);
+        ASSERT_EQ(0x407u, GetUserDefaultLCID()) << "start it with LC_ALL=de_DE.UTF-8";
+        ASSERT_STREQ(",", decimal);
+        ASSERT_EQ("Modul nicht gefunden. (0000007e)", systemText(ERROR_MOD_NOT_FOUND));
+        ServerTest::SetUp();
+    }
+};
+
+TEST_F(GermanUserTest, FindsWindowsTextsInGermanAndNothingElseChanged)
+{
+    // Of the two registration scripts one is marked English and the other one German.
+    EXPECT_EQ("KESTAserver", keyText(HKEY_LOCAL_MACHINE, "Software\\Classes\\AppID\\{9E27B6D1-3C48-4A0F-B5E2-71D4C0A96F38}"));
+    EXPECT_EQ("KESTA Java Manager", keyText(HKEY_LOCAL_MACHINE, "Software\\Classes\\KESTAserver.JavaManager"));
+
+    settings.setPreference("logpath", folder.path());
+    SManager manager = create();
+    const DWORD id = manager.server->id();
+    EXPECT_EQ(static_cast<int>(id), manager.frameId());
+    CSink sink;
+    CConnection connection(manager.object, sink);
+    // The type library is found from German too.
+    EXPECT_EQ(3, memberId(manager.object, L"callMethod"));
+    EXPECT_EQ("1234567", call(manager.object, 3, "echo", "1234567").answer);
+    EXPECT_EQ(S_OK, manager->testBridge(ATL::CComBSTR(L"1,5"), 3, 20));
+    EXPECT_TRUE(pumpUntil([&] { return !sink.events.empty(); }));
+    const SCallResult failed = call(manager.object, 3, "throw", "on purpose");
+    EXPECT_EQ(E_FAIL, failed.result);
+    EXPECT_THAT(messagesOf(failed.description),
+                Contains("CJavaManagerJNIClient  Exception: java.lang.IllegalStateException: on purpose"));
+    connection.end();
+    manager.object.Release();
+    expectEnd(*manager.server);
+
+    const std::vector<std::string> log = messages(id);
+    const std::vector<std::string> expected = {
+        "CKESTAserverModule  window message: message=32771, lParam=0, wParam=0",
+        "CJavaManagerJNIClient  Unique Window ID=" + std::to_string(id),
+        "CJavaManagerATLObject  CBeanFrame::s_Instance->setVisible(true): success: " + systemText(0),
+        "CHelpers::setErrorModeSilent(): success: " + systemText(0),
+    };
+    EXPECT_THAT(log, testing::IsSupersetOf(expected));
+    EXPECT_NE("Success. (00000000)", systemText(0));
+    static const std::regex s_begin(
+        R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \d{5,} (ALWAYS|ERROR |WARN  |INFO  |FINE  |TRACE ) .*)");
+    size_t begun = 0;
+    for (const std::string& line : logFileLines(id))
+        begun += std::regex_match(line, s_begin) ? 1 : 0;
+    EXPECT_LT(300u, begun);
+}
+
+TEST_F(GermanUserTest, IsToldInGermanWhatWindowsRefuses)
+{
+    settings.setRuntime("21.0.8", folder.file("gone\\jvm.dll"));
+    SManager manager = create();
+    EXPECT_EQ(-1, manager.frameId());
+    manager.object.Release();
+    expectEnd(*manager.server);
+    EXPECT_THAT(messages(manager.server->id()),
+                Contains("CJavaManagerJNIClient  m_DLLHandle != NULL: failure: Modul nicht gefunden. (0000007e)"));
+}
+
+} // namespace
+} // namespace fixtures
