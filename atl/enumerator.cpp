@@ -26,6 +26,7 @@ void AtlDisconnectEnumerators() noexcept
     AtlGuard([] {
         // Held all together first: disconnecting one may end others.
         std::vector<CComPtr<IUnknown>> enumerators;
+        enumerators.reserve(s_enumerators.size());
         for (CComEnumBase* const enumerator : s_enumerators) {
             enumerators.emplace_back(enumerator->Identity());
         }
