@@ -2,6 +2,7 @@
 #include "server/KESTAserver.h"
 
 #include "beanframe/BeanFrame.h"
+#include "support/registry.h"
 #include "tests/atl/importHook.h"
 #include "tests/com/ComWorld.h"
 
@@ -24,6 +25,17 @@ struct ModuleAccess : CKESTAserverModule
     using CKESTAserverModule::m_bInitFailed;
     using CKESTAserverModule::RunMessageLoop;
 };
+
+// One object text and one class name in the lines of an object, however many of its bases log: Loggable is a virtual base, so
+// that a class which adds it once more still has one.
+template <class T>
+struct LoggingTwice : T, virtual Loggable
+{
+};
+template <class T>
+constexpr bool LOGS_ONCE = std::is_convertible_v<LoggingTwice<T>*, Loggable*>;
+static_assert(LOGS_ONCE<CKESTAserverModule> && LOGS_ONCE<CJavaManagerATLObject> && LOGS_ONCE<CBeanFrame> &&
+              LOGS_ONCE<CJavaManagerJNIClient> && LOGS_ONCE<CRegistry> && LOGS_ONCE<CRegistrySubKeys>);
 
 } // namespace
 
