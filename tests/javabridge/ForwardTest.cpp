@@ -251,22 +251,6 @@ TEST_F(ForwardTest, entryLineHoldsTextsInTheAnsiCodePageAndNegativeNumbers)
     EXPECT_EQ(java.takeCalls()[3], "CallObjectMethod(global bean, callMethodCompressed, \"\xE4 \x80\", -5, \"\")");
 }
 
-TEST_F(ForwardTest, resultsFormerContentIsLeftAlone)
-{
-    BSTR before = SysAllocString(L"before");
-    BSTR result = before;
-    EXPECT_EQ(client.free(bean, &result), S_OK);
-    EXPECT_NE(result, before);
-    EXPECT_STREQ(before, L"before");
-    EXPECT_STREQ(result, L"answer of free");
-    SysFreeString(result);
-    SysFreeString(before);                 // a second time, were it freed by the call
-    result = reinterpret_cast<BSTR>(0x10); // nothing that could be freed
-    EXPECT_EQ(client.free(bean, &result), S_OK);
-    EXPECT_STREQ(result, L"answer of free");
-    SysFreeString(result);
-}
-
 TEST_F(ForwardTest, textThatCouldNotBeMadeIsNotDeleted)
 {
     java.nullFrom["NewStringUTF"] = 1;

@@ -132,8 +132,8 @@ RecordingJni* s_java = nullptr;
 
 void WINAPI noteFree(BSTR text)
 {
-    if (text != nullptr && std::wstring(text, SysStringLen(text)) == L"answer of free") {
-        s_java->note("SysFreeString");
+    if (text != nullptr) {
+        s_java->note("SysFreeString(" + narrowText(text) + ")");
     }
     FreeHook::original(text);
 }
@@ -238,6 +238,18 @@ TEST_F(ConversionTest, bstrThatCannotBeAllocatedIsAnAllocationFailure)
     EXPECT_EQ(java.heldCharacters(), 0);
 }
 
+// Without the rest of the record.
+Strings freedTexts(const Strings& calls)
+{
+    Strings freed;
+    for (const std::string& call : calls) {
+        if (call.starts_with("SysFreeString")) {
+            freed.push_back(call);
+        }
+    }
+    return freed;
+}
+
 TEST_F(ConversionTest, resultOfTheBeansCleanUpIsFreedAtOnce)
 {
     haveControl();
@@ -246,10 +258,31 @@ TEST_F(ConversionTest, resultOfTheBeansCleanUpIsFreedAtOnce)
         EXPECT_EQ(client.stopBean(bean, nullptr, nullptr), S_OK);
     }
     const Strings calls = java.takeCalls();
-    ASSERT_GE(calls.size(), 8u);
-    EXPECT_EQ(std::count(calls.begin(), calls.end(), "SysFreeString"), 1);
+    EXPECT_STRINGS(freedTexts(calls), Strings{"SysFreeString(answer of free)"});
+    ASSERT_GT(calls.size(), 6u);
     EXPECT_EQ(calls[5], "DeleteLocalRef(\"answer of free\")");
-    EXPECT_EQ(calls[6], "SysFreeString");
+    EXPECT_EQ(calls[6], "SysFreeString(answer of free)");
+}
+
+TEST_F(ConversionTest, formerContentOfAResultIsLeftAlone)
+{
+    haveControl();
+    const CComBSTR before(L"before");
+    BSTR results[] = {before.m_str, before.m_str, before.m_str};
+    {
+        const FreeHook hook("SysFreeString", noteFree);
+        EXPECT_EQ(client.free(bean, &results[0]), S_OK);
+        java.outcomes["free"] = RecordingJni::answersNull();
+        EXPECT_EQ(client.free(bean, &results[1]), S_OK);
+        java.outcomes["free"] = RecordingJni::throws("java.lang.Error", "x");
+        EXPECT_EQ(client.free(bean, &results[2]), E_FAIL);
+    }
+    EXPECT_STRINGS(freedTexts(java.takeCalls()), Strings{});
+    EXPECT_STREQ(results[0], L"answer of free");
+    EXPECT_STREQ(results[1], L"");
+    EXPECT_EQ(results[2], before.m_str);
+    SysFreeString(results[0]);
+    SysFreeString(results[1]);
 }
 
 } // namespace
