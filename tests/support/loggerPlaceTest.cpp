@@ -15,7 +15,6 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
@@ -280,9 +279,10 @@ TEST_F(LoggerPlace, folderIsMadeOnlyWhenNothingOfItsNameIsThere)
     std::ofstream(file).close();
     m_world.setPreference("logpath", file);
     m_world.start();
+    EXPECT_EQ(s_calls.size(), 1u) << "a file is there";
     m_world.setPreference("logpath", "");
     m_world.start();
-    EXPECT_THAT(s_calls, Not(Contains(""))) << "no path, no folder";
+    EXPECT_EQ(s_calls.size(), 1u) << "no path, no folder";
 }
 
 // ---- Another place while the process runs
@@ -312,6 +312,21 @@ TEST_F(LoggerPlace, newPlaceIsJustTakenWhileNoFileIsOpen)
     EXPECT_THAT(said(), IsEmpty());
     EXPECT_EQ(logger().logFilePrefix(), m_world.folder() + "\\" + fileName());
     EXPECT_TRUE(std::filesystem::is_empty(defaultFolder()));
+}
+
+TEST_F(LoggerPlace, filesAreCountedOnInTheNewPlace)
+{
+    m_world.setPreference("splitlogfilesize", 1);
+    m_world.start();
+    LOG_PLAIN(WARN, std::string(2 << 20, 'x'));
+    LOG_PLAIN(WARN, "in the second file");
+    m_world.setPreference("logpath", m_world.folder());
+    initialiseAgain();
+    LOG_PLAIN(WARN, "in the new place");
+    EXPECT_EQ(logger().logFilePrefix(), m_world.folder() + "\\" + fileName());
+    const std::vector<fixtures::LogLine> lines = m_world.logLines(1);
+    ASSERT_EQ(lines.size(), 1u) << "without the system information, which is in the first file";
+    EXPECT_EQ(lines[0].body, "   in the new place");
 }
 
 // ---- Cleaning up

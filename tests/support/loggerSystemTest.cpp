@@ -21,6 +21,7 @@ using testing::Not;
 namespace {
 
 using LockHook = ImportHook<decltype(&InitializeCriticalSectionEx)>;
+using SlotHook = ImportHook<decltype(&TlsAlloc)>;
 using PathHook = ImportHook<decltype(&GetModuleFileNameA)>;
 // Its last parameter is a va_list*, whose attributes a template argument cannot carry.
 using MessageHook = ImportHook<DWORD(WINAPI*)(DWORD, LPCVOID, DWORD, DWORD, LPSTR, DWORD, char**)>;
@@ -81,6 +82,24 @@ TEST_F(LoggerSystem, lockThatCannotBeMadeRaisesTheErrorAsAnHresult)
     } catch (const std::system_error& error) {
         EXPECT_EQ(static_cast<unsigned>(error.code().value()), 0x80070008u);
     }
+}
+
+namespace {
+
+DWORD WINAPI noteSlot()
+{
+    s_calls.emplace_back("slot");
+    return SlotHook::original();
+}
+
+} // namespace
+
+TEST_F(LoggerSystem, takesTwoThreadLocalSlots)
+{
+    const SlotHook hook("TlsAlloc", noteSlot);
+    m_world.start();
+    LOG_PLAIN(ERROR, "text");
+    EXPECT_THAT(s_calls, ElementsAre("slot", "slot"));
 }
 
 // ---- Name of the executable
