@@ -109,3 +109,9 @@ std::optional<ErrorInfo> ComWorld::takeErrorInfo()
     result.hasHelpFile = helpFile.Length() != 0;
     return result;
 }
+
+std::string ComWorld::takeErrorText()
+{
+    const std::optional<ErrorInfo> info = takeErrorInfo();
+    return info ? info->description : "(no error info)";
+}

@@ -89,6 +89,8 @@ protected:
     static std::vector<std::string> methodLines(const std::string& entry, const std::vector<std::string>& between = {},
                                                 HRESULT result = S_OK);
     static std::optional<ErrorInfo> takeErrorInfo();
+    // Its description; "(no error info)" when there is none.
+    static std::string takeErrorText();
     // What stands between the level and the text in the lines of the object.
     static inline const std::string OBJECT = "CJavaManagerATLObject  ";
 

@@ -197,7 +197,7 @@ TEST_F(BasisControl, ObjectWithoutBeanFrameIsCreatedAllTheSame)
     EXPECT_EQ(object->getBeanFrameID(&id), S_OK);
     EXPECT_EQ(id, -1);
     EXPECT_EQ(object->validate(), E_FAIL);
-    EXPECT_THAT(takeErrorInfo()->description, testing::HasSubstr("CJavaManagerATLObject  Failed to create ATL object.\n"));
+    EXPECT_THAT(takeErrorText(), testing::HasSubstr("CJavaManagerATLObject  Failed to create ATL object.\n"));
 }
 
 TEST_F(BasisControl, ObjectOutlivesMemoryThatIsExhaustedOnTheWayToItsFrame)

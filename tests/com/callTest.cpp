@@ -132,6 +132,17 @@ TEST_F(JavaManagerCalls, NullTextsLeaveTheirPlaceInTheEntryEmpty)
     EXPECT_EQ(lines().front(), "INFO -> " + OBJECT + "callMethodCompressed , -2147483648, ");
 }
 
+// In the system's code page; what it has no character for becomes a question mark.
+TEST_F(JavaManagerCalls, TextsAreLoggedNarrow)
+{
+    ASSERT_EQ(GetACP(), 1252u);
+    const CComBSTR text(L"\u00fc\u20ac\u0416");
+    CComBSTR result;
+    EXPECT_EQ(object->getProperty(text, &result), S_OK);
+    EXPECT_EQ(lines().front(), "INFO -> " + OBJECT + "getProperty \xfc\x80?");
+    EXPECT_THAT(linesWith(moduleLines(stream, "BeanFrame"), "-> ").front(), testing::EndsWith(" getProperty \xfc\x80?"));
+}
+
 TEST_F(JavaManagerCalls, ReturnTheAnswerAsANewString)
 {
     CComBSTR result;
@@ -192,17 +203,17 @@ TEST_F(JavaManagerCalls, FailureCodesArePassedThrough)
     EXPECT_EQ((access->*&ObjectAccess::provideErrorInfo)(E_INVALIDARG), E_INVALIDARG);
     const std::string scope = OBJECT + "provideErrorInfo -2147024809";
     EXPECT_THAT(lines(), ElementsAre("INFO -> " + scope, "TRACE " + OBJECT + "Providing Error Info!", "INFO <- " + scope));
-    EXPECT_EQ(takeErrorInfo()->description, "") << "no error line since the last call";
+    EXPECT_EQ(takeErrorText(), "") << "no error line since the last call";
 }
 
 TEST_F(JavaManagerCalls, ErrorTextHoldsWhatCameSinceTheLastFailure)
 {
     CBeanFrame::deleteInstance();
     EXPECT_EQ(object->validate(), E_FAIL);
-    const std::string firstText = takeErrorInfo()->description;
+    const std::string firstText = takeErrorText();
     stream.clear();
     EXPECT_EQ(object->validate(), E_FAIL);
-    EXPECT_EQ(takeErrorInfo()->description, backtraces());
+    EXPECT_EQ(takeErrorText(), backtraces());
     EXPECT_THAT(firstText, testing::HasSubstr("validate"));
 }
 

@@ -96,6 +96,22 @@ TEST_F(Firing, FailingSinkDoesNotStopTheNextAndTheLastResultCounts)
     EXPECT_THAT(second.calls, testing::SizeIs(3)) << "it stays connected";
 }
 
+TEST_F(Firing, ResultOfTheLastSinkIsThatOfEveryEvent)
+{
+    advise(object, first);
+    const CComBSTR text(L"text");
+    for (const HRESULT answer : {S_OK, S_FALSE, E_ABORT, DISP_E_MEMBERNOTFOUND}) {
+        first.answer = answer;
+        EXPECT_EQ(object->Fire_testBridgeEvent(text), answer);
+        EXPECT_EQ(object->Fire_controlReady(text), answer);
+        EXPECT_EQ(object->Fire_customEvent(text), answer);
+        EventTarget* const target = eventTarget();
+        EXPECT_EQ(target->fireTestBridgeEvent(text), answer);
+        EXPECT_EQ(target->fireControlReady(text), answer);
+        EXPECT_EQ(target->fireCustomEvent(text), answer);
+    }
+}
+
 TEST_F(Firing, EmptySlotsArePassedOver)
 {
     const DWORD cookie = advise(object, first);
