@@ -267,7 +267,7 @@ TEST_F(LoggerPlace, levelsAreTheRegistrysAgainWhenTheDesktopFolderIsGone)
     EXPECT_EQ(logger().logDirectory(), defaultFolder() + "\\");
 }
 
-TEST_F(LoggerPlace, folderIsMadeOnlyWhenNothingOfItsNameIsThere)
+TEST_F(LoggerPlace, folderIsMadeOnlyWhenThereIsNone)
 {
     const CreateHook hook("CreateDirectoryA", noteFolder);
     m_world.start();
@@ -279,10 +279,11 @@ TEST_F(LoggerPlace, folderIsMadeOnlyWhenNothingOfItsNameIsThere)
     std::ofstream(file).close();
     m_world.setPreference("logpath", file);
     m_world.start();
-    EXPECT_EQ(s_calls.size(), 1u) << "a file is there";
+    EXPECT_EQ(s_calls.size(), 2u) << "a file of that name is no folder";
+    EXPECT_EQ(s_calls.back(), file + "\\");
     m_world.setPreference("logpath", "");
     m_world.start();
-    EXPECT_EQ(s_calls.size(), 1u) << "no path, no folder";
+    EXPECT_EQ(s_calls.size(), 2u) << "no path, no folder";
 }
 
 // ---- Another place while the process runs
