@@ -1,17 +1,14 @@
 #include "atl/atl.h"
-#include "tests/atl/importHook.h"
+#include "tests/javabridge/ImportHook.h"
 
 #include <gmock/gmock.h>
 
 #include <stdexcept>
 #include <string>
 
-KESTA_IMPORT(InitializeCriticalSectionEx);
-KESTA_IMPORT(MultiByteToWideChar);
-
 namespace {
 
-const auto realMultiByteToWideChar = __imp_MultiByteToWideChar;
+const auto& realMultiByteToWideChar = ImportHook<decltype(&MultiByteToWideChar)>::original;
 
 BOOL noCriticalSection(LPCRITICAL_SECTION, DWORD, DWORD)
 {
@@ -123,7 +120,7 @@ TEST(CriticalSection, initialisesOnDemand)
 
 TEST(CriticalSection, tellsThatItCouldNotBeMade)
 {
-    const CImportHook hook(__imp_InitializeCriticalSectionEx, &noCriticalSection);
+    const ImportHook<decltype(&InitializeCriticalSectionEx)> hook("InitializeCriticalSectionEx", &noCriticalSection);
     EXPECT_EQ(E_OUTOFMEMORY, thrownBy([] { const CComAutoCriticalSection section; }));
     CComCriticalSection section;
     EXPECT_EQ(E_OUTOFMEMORY, section.Init());
@@ -188,20 +185,21 @@ TEST(Bstr, narrowTextComesThroughTheAnsiCodePage)
 TEST(Bstr, narrowTextThatCannotBeConvertedIsAnError)
 {
     {
-        const CImportHook neither(__imp_MultiByteToWideChar, [](UINT, DWORD, LPCCH, int, LPWSTR, int) -> int {
-            SetLastError(ERROR_NO_UNICODE_TRANSLATION);
-            return 0;
-        });
+        const ImportHook<decltype(&MultiByteToWideChar)> neither("MultiByteToWideChar",
+                                                                 [](UINT, DWORD, LPCCH, int, LPWSTR, int) -> int {
+                                                                     SetLastError(ERROR_NO_UNICODE_TRANSLATION);
+                                                                     return 0;
+                                                                 });
         EXPECT_EQ(AtlHresultFromWin32(ERROR_NO_UNICODE_TRANSLATION), thrownBy([] { const CComBSTR text("x"); }));
     }
-    const CImportHook onlyMeasured(__imp_MultiByteToWideChar,
-                                   [](UINT page, DWORD flags, LPCCH text, int length, LPWSTR wide, int size) -> int {
-                                       if (wide != nullptr) {
-                                           SetLastError(ERROR_INSUFFICIENT_BUFFER);
-                                           return 0;
-                                       }
-                                       return realMultiByteToWideChar(page, flags, text, length, wide, size);
-                                   });
+    const ImportHook<decltype(&MultiByteToWideChar)> onlyMeasured(
+        "MultiByteToWideChar", [](UINT page, DWORD flags, LPCCH text, int length, LPWSTR wide, int size) -> int {
+            if (wide != nullptr) {
+                SetLastError(ERROR_INSUFFICIENT_BUFFER);
+                return 0;
+            }
+            return realMultiByteToWideChar(page, flags, text, length, wide, size);
+        });
     EXPECT_EQ(AtlHresultFromWin32(ERROR_INSUFFICIENT_BUFFER), thrownBy([] { const CComBSTR text("x"); }));
 }
 

@@ -1,12 +1,9 @@
 #include "atl/categories.h"
-#include "tests/atl/importHook.h"
 #include "tests/atl/registryFixture.h"
+#include "tests/javabridge/ImportHook.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-KESTA_IMPORT(RegCreateKeyExA);
-KESTA_IMPORT(RegOpenKeyExA);
 
 namespace {
 
@@ -68,14 +65,13 @@ TEST_F(CategoriesTest, aClassWithoutAnyWritesNothing)
 TEST_F(CategoriesTest, aKeyThatCannotBeWrittenOrOpenedIsAnError)
 {
     {
-        const CImportHook hook(__imp_RegCreateKeyExA,
-                               [](HKEY, LPCSTR, DWORD, LPSTR, DWORD, REGSAM, LPSECURITY_ATTRIBUTES, PHKEY, LPDWORD) -> LSTATUS {
-                                   return ERROR_ACCESS_DENIED;
-                               });
+        const ImportHook<decltype(&RegCreateKeyExA)> hook("RegCreateKeyExA",
+                                                          [](HKEY, LPCSTR, DWORD, LPSTR, DWORD, REGSAM, LPSECURITY_ATTRIBUTES,
+                                                             PHKEY, LPDWORD) -> LSTATUS { return ERROR_ACCESS_DENIED; });
         EXPECT_EQ(E_ACCESSDENIED, AtlRegisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
     }
     EXPECT_EQ(S_OK, AtlRegisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
-    const CImportHook hook(__imp_RegOpenKeyExA,
-                           [](HKEY, LPCSTR, DWORD, REGSAM, PHKEY) -> LSTATUS { return ERROR_ACCESS_DENIED; });
+    const ImportHook<decltype(&RegOpenKeyExA)> hook(
+        "RegOpenKeyExA", [](HKEY, LPCSTR, DWORD, REGSAM, PHKEY) -> LSTATUS { return ERROR_ACCESS_DENIED; });
     EXPECT_EQ(E_ACCESSDENIED, AtlUnregisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
 }

@@ -1,14 +1,12 @@
 #include "atl/enumerator.h"
-#include "tests/atl/importHook.h"
 #include "tests/atl/sampleObject.h"
+#include "tests/javabridge/ImportHook.h"
 
 #include <gmock/gmock.h>
 
 #include <deque>
 
 using testing::ElementsAre;
-
-KESTA_IMPORT(CoDisconnectObject);
 
 namespace {
 
@@ -317,7 +315,7 @@ TEST_F(ConnectionTest, everyLivingEnumeratorIsDisconnectedOnceAndStaysTheClients
     EXPECT_EQ(S_OK, m_container->EnumConnectionPoints(&points));
     gone.Release();
 
-    const CImportHook hook(__imp_CoDisconnectObject, [](LPUNKNOWN object, DWORD reserved) -> HRESULT {
+    const ImportHook<decltype(&CoDisconnectObject)> hook("CoDisconnectObject", [](LPUNKNOWN object, DWORD reserved) -> HRESULT {
         EXPECT_EQ(0u, reserved);
         s_disconnected.push_back(object);
         return S_OK;

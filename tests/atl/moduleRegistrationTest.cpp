@@ -1,11 +1,9 @@
-#include "tests/atl/importHook.h"
 #include "tests/atl/registryFixture.h"
 #include "tests/atl/sampleObject.h"
+#include "tests/javabridge/ImportHook.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-KESTA_IMPORT(GetModuleFileNameA);
 
 namespace {
 
@@ -258,11 +256,11 @@ TEST_F(ModuleRegistrationTest, anExecutableWithoutAPathCannotBeRegistered)
     HRESULT result = S_OK;
     for (const char* const commandLine : {"server.exe /RegServer", "server.exe /UnregServer"}) {
         {
-            const CImportHook hook(__imp_GetModuleFileNameA, none);
+            const ImportHook<decltype(&GetModuleFileNameA)> hook("GetModuleFileNameA", none);
             EXPECT_FALSE(module.ParseCommandLine(commandLine, result));
             EXPECT_EQ(E_ACCESSDENIED, result);
         }
-        const CImportHook hook(__imp_GetModuleFileNameA, cut);
+        const ImportHook<decltype(&GetModuleFileNameA)> hook("GetModuleFileNameA", cut);
         EXPECT_FALSE(module.ParseCommandLine(commandLine, result));
         EXPECT_EQ(AtlHresultFromWin32(ERROR_INSUFFICIENT_BUFFER), result);
         EXPECT_EQ(AtlHresultFromWin32(ERROR_INSUFFICIENT_BUFFER), module.UpdateRegistryFromResource(101, TRUE));

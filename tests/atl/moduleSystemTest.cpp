@@ -1,6 +1,6 @@
 // What the module says to Windows, argument by argument, and what it makes of Windows' refusals.
-#include "tests/atl/importHook.h"
 #include "tests/atl/moduleFixture.h"
+#include "tests/javabridge/ImportHook.h"
 
 #include <gmock/gmock.h>
 
@@ -11,21 +11,12 @@
 using testing::Contains;
 using testing::ElementsAre;
 
-KESTA_IMPORT(CoRegisterClassObject);
-KESTA_IMPORT(CoRevokeClassObject);
-KESTA_IMPORT(CreateEventA);
-KESTA_IMPORT(CreateThread);
-KESTA_IMPORT(InitializeCriticalSectionEx);
-KESTA_IMPORT(PostThreadMessageA);
-KESTA_IMPORT(Sleep);
-KESTA_IMPORT(WaitForSingleObject);
-
 namespace {
 
-const auto realRegisterClassObject = __imp_CoRegisterClassObject;
-const auto realPostThreadMessage = __imp_PostThreadMessageA;
-const auto realSleep = __imp_Sleep;
-const auto realWait = __imp_WaitForSingleObject;
+const auto& realRegisterClassObject = ImportHook<decltype(&CoRegisterClassObject)>::original;
+const auto& realPostThreadMessage = ImportHook<decltype(&PostThreadMessageA)>::original;
+const auto& realSleep = ImportHook<decltype(&Sleep)>::original;
+const auto& realWait = ImportHook<decltype(&WaitForSingleObject)>::original;
 
 // A wait of any thread. Kept without memory or locks: those wait themselves.
 struct SWait
@@ -105,13 +96,13 @@ TEST_F(ModuleTest, theClassObjectIsForSingleUseAndSuspended)
     static DWORD s_context;
     static DWORD s_flags;
     s_context = s_flags = 0;
-    const CImportHook hook(__imp_CoRegisterClassObject,
-                           [](REFCLSID clsid, LPUNKNOWN factory, DWORD context, DWORD flags, LPDWORD cookie) -> HRESULT {
-                               EXPECT_EQ(CLSID_Sample, clsid);
-                               s_context = context;
-                               s_flags = flags;
-                               return realRegisterClassObject(clsid, factory, context, flags, cookie);
-                           });
+    const ImportHook<decltype(&CoRegisterClassObject)> hook(
+        "CoRegisterClassObject", [](REFCLSID clsid, LPUNKNOWN factory, DWORD context, DWORD flags, LPDWORD cookie) -> HRESULT {
+            EXPECT_EQ(CLSID_Sample, clsid);
+            s_context = context;
+            s_flags = flags;
+            return realRegisterClassObject(clsid, factory, context, flags, cookie);
+        });
     m_module->m_loop = [this] { useOnce(); };
     EXPECT_EQ(S_OK, m_module->Run(SW_HIDE));
     EXPECT_EQ(4u, s_context);
@@ -136,7 +127,7 @@ TEST_F(ModuleTest, theShutdownEventIsNotSignalledAndWakesTheMonitorThreadAlone)
 
 TEST_F(ModuleTest, withoutShutdownEventTheStartFails)
 {
-    const CImportHook hook(__imp_CreateEventA, [](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCSTR) -> HANDLE {
+    const ImportHook<decltype(&CreateEventA)> hook("CreateEventA", [](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCSTR) -> HANDLE {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     });
@@ -148,11 +139,11 @@ TEST_F(ModuleTest, withoutShutdownEventTheStartFails)
 
 TEST_F(ModuleTest, withoutThreadTheStartFailsAndTheEventIsClosed)
 {
-    const CImportHook hook(__imp_CreateThread,
-                           [](LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD) -> HANDLE {
-                               SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-                               return nullptr;
-                           });
+    const ImportHook<decltype(&CreateThread)> hook(
+        "CreateThread", [](LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD) -> HANDLE {
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            return nullptr;
+        });
     EXPECT_EQ(E_FAIL, m_module->Run(SW_HIDE));
     EXPECT_THAT(g_events, ElementsAre("register", "monitor"));
     EXPECT_EQ(nullptr, static_cast<HANDLE>(m_module->m_hEventShutdown));
@@ -177,7 +168,7 @@ TEST_F(ModuleTest, theMonitorThreadWaitsForEverAndIsWaitedForTwiceTheTimeOut)
     CHandleModule module;
     g_waitCount = 0;
     {
-        const CImportHook hook(__imp_WaitForSingleObject, &notedWait);
+        const ImportHook<decltype(&WaitForSingleObject)> hook("WaitForSingleObject", &notedWait);
         EXPECT_EQ(E_ACCESSDENIED, module.Run(SW_HIDE));
     }
     EXPECT_THAT(g_waits, Contains(SWait{module.event, INFINITE}));
@@ -198,11 +189,12 @@ TEST_F(ModuleTest, theEndIsPostedToTheMainThreadWithoutParameters)
     static Post s_post;
     s_count = 0;
     {
-        const CImportHook hook(__imp_PostThreadMessageA, [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
-            s_post = {GetCurrentThreadId(), thread, message, wParam, lParam};
-            ++s_count;
-            return realPostThreadMessage(thread, message, wParam, lParam);
-        });
+        const ImportHook<decltype(&PostThreadMessageA)> hook(
+            "PostThreadMessageA", [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
+                s_post = {GetCurrentThreadId(), thread, message, wParam, lParam};
+                ++s_count;
+                return realPostThreadMessage(thread, message, wParam, lParam);
+            });
         m_module->m_loop = [this] { useOnce(); };
         EXPECT_EQ(S_OK, m_module->Run(SW_HIDE));
     }
@@ -218,10 +210,11 @@ TEST_F(ModuleTest, withoutDelayTheMainThreadPostsTheEnd)
 {
     static DWORD s_from;
     s_from = 0;
-    const CImportHook hook(__imp_PostThreadMessageA, [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
-        s_from = GetCurrentThreadId();
-        return realPostThreadMessage(thread, message, wParam, lParam);
-    });
+    const ImportHook<decltype(&PostThreadMessageA)> hook("PostThreadMessageA",
+                                                         [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
+                                                             s_from = GetCurrentThreadId();
+                                                             return realPostThreadMessage(thread, message, wParam, lParam);
+                                                         });
     m_module->m_bDelayShutdown = false;
     m_module->m_loop = [this] { useOnce(); };
     EXPECT_EQ(S_OK, m_module->Run(SW_HIDE));
@@ -233,8 +226,8 @@ TEST_F(ModuleTest, classesStartRegisterAndGoInTheOrderOfTheMap)
     m_module.reset();
     g_events.clear();
     {
-        const CImportHook revoke(__imp_CoRevokeClassObject, &revoked);
-        const CImportHook sleep(__imp_Sleep, &notedSleep);
+        const ImportHook<decltype(&CoRevokeClassObject)> revoke("CoRevokeClassObject", &revoked);
+        const ImportHook<decltype(&Sleep)> sleep("Sleep", &notedSleep);
         CTwoClassModule module;
         EXPECT_EQ(S_OK, module.Run(SW_HIDE));
     }
@@ -247,8 +240,8 @@ TEST_F(ModuleTest, theFirstClassObjectThatIsNotRevokedIsTheResultAfterThePause)
     m_module.reset();
     CTwoClassModule module;
     g_events.clear();
-    const CImportHook revoke(__imp_CoRevokeClassObject, &notRevoked);
-    const CImportHook sleep(__imp_Sleep, &notedSleep);
+    const ImportHook<decltype(&CoRevokeClassObject)> revoke("CoRevokeClassObject", &notRevoked);
+    const ImportHook<decltype(&Sleep)> sleep("Sleep", &notedSleep);
     EXPECT_EQ(CO_E_OBJNOTREG, module.Run(SW_HIDE));
     EXPECT_THAT(g_events, ElementsAre("register 11", "register 22", "loop", "revoke 11", "Sleep 1000"));
 }
@@ -293,7 +286,8 @@ TEST_F(ModuleTest, withoutMemoryForItsCriticalSectionTheModuleDoesNotRun)
 {
     m_module.reset();
     {
-        const CImportHook hook(__imp_InitializeCriticalSectionEx, [](LPCRITICAL_SECTION, DWORD, DWORD) -> BOOL { return FALSE; });
+        const ImportHook<decltype(&InitializeCriticalSectionEx)> hook(
+            "InitializeCriticalSectionEx", [](LPCRITICAL_SECTION, DWORD, DWORD) -> BOOL { return FALSE; });
         m_module.emplace();
     }
     g_events.clear();

@@ -1,16 +1,12 @@
-#include "tests/atl/importHook.h"
 #include "tests/atl/registryFixture.h"
+#include "tests/javabridge/ImportHook.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-KESTA_IMPORT(LoadResource);
-KESTA_IMPORT(RegDeleteKeyA);
-KESTA_IMPORT(RegEnumKeyExA);
-
 namespace {
 
-const auto realDeleteKey = __imp_RegDeleteKeyA;
+const auto& realDeleteKey = ImportHook<decltype(&RegDeleteKeyA)>::original;
 
 class RegistrarTest : public RegistryTest
 {
@@ -194,7 +190,7 @@ TEST_F(RegistrarTest, aMissingResourceIsAnError)
 
 TEST_F(RegistrarTest, aResourceThatCannotBeLoadedIsAnError)
 {
-    const CImportHook hook(__imp_LoadResource, [](HMODULE, HRSRC) -> HGLOBAL {
+    const ImportHook<decltype(&LoadResource)> hook("LoadResource", [](HMODULE, HRSRC) -> HGLOBAL {
         SetLastError(ERROR_RESOURCE_DATA_NOT_FOUND);
         return nullptr;
     });
@@ -206,13 +202,13 @@ TEST_F(RegistrarTest, aTreeThatCannotBeRemovedWholeIsAnError)
 {
     makeKey(HKEY_CLASSES_ROOT, "A\\inner");
     {
-        const CImportHook hook(
-            __imp_RegEnumKeyExA,
+        const ImportHook<decltype(&RegEnumKeyExA)> hook(
+            "RegEnumKeyExA",
             [](HKEY, DWORD, LPSTR, LPDWORD, LPDWORD, LPSTR, LPDWORD, PFILETIME) -> LSTATUS { return ERROR_ACCESS_DENIED; });
         EXPECT_EQ(E_ACCESSDENIED, m_registrar.StringRegister("HKCR { Delete A }"));
     }
     {
-        const CImportHook hook(__imp_RegDeleteKeyA, [](HKEY key, LPCSTR name) -> LSTATUS {
+        const ImportHook<decltype(&RegDeleteKeyA)> hook("RegDeleteKeyA", [](HKEY key, LPCSTR name) -> LSTATUS {
             return std::string(name) == "inner" ? ERROR_ACCESS_DENIED : realDeleteKey(key, name);
         });
         EXPECT_EQ(E_ACCESSDENIED, m_registrar.StringUnregister("HKCR { ForceRemove A }"));

@@ -1,6 +1,6 @@
 #include "atl/typelib.h"
-#include "tests/atl/importHook.h"
 #include "tests/atl/registryFixture.h"
+#include "tests/javabridge/ImportHook.h"
 
 #include "KESTAserver_h.h"
 
@@ -10,12 +10,9 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-KESTA_IMPORT(GetProcAddress);
-KESTA_IMPORT(UnRegisterTypeLib);
-
 namespace {
 
-const auto realGetProcAddress = __imp_GetProcAddress;
+const auto& realGetProcAddress = ImportHook<decltype(&GetProcAddress)>::original;
 
 std::string executable()
 {
@@ -419,7 +416,7 @@ const char* const REMOVED = " {6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6} 1.0 0 3";
 TEST_F(TypeLibRegistrationTest, perUserTheFunctionsForUsersAreLookedUpByName)
 {
     g_libraryCalls.clear();
-    const CImportHook hook(__imp_GetProcAddress, &functionOfTheTest);
+    const ImportHook<decltype(&GetProcAddress)> hook("GetProcAddress", &functionOfTheTest);
     const std::string folder = executable().substr(0, executable().find_last_of('\\'));
     // Their results are the results.
     EXPECT_EQ(TYPE_E_REGISTRYACCESS, AtlRegisterTypeLib(executable(), CRegistrationScope::User));
@@ -436,7 +433,7 @@ TEST_F(TypeLibRegistrationTest, perUserTheFunctionsForUsersAreLookedUpByName)
 
 TEST_F(TypeLibRegistrationTest, aSystemWithoutTheFunctionsForUsersFailsThePerUserSwitchesOnly)
 {
-    const CImportHook hook(__imp_GetProcAddress, [](HMODULE module, LPCSTR name) -> FARPROC {
+    const ImportHook<decltype(&GetProcAddress)> hook("GetProcAddress", [](HMODULE module, LPCSTR name) -> FARPROC {
         return std::string(name).ends_with("ForUser") ? nullptr : realGetProcAddress(module, name);
     });
     EXPECT_EQ(AtlHresultFromWin32(ERROR_PROC_NOT_FOUND), AtlRegisterTypeLib(executable(), CRegistrationScope::User));
@@ -448,11 +445,11 @@ TEST_F(TypeLibRegistrationTest, aSystemWithoutTheFunctionsForUsersFailsThePerUse
 TEST_F(TypeLibRegistrationTest, theLibraryIsRemovedByItsIdVersionLanguageAndSystem)
 {
     g_libraryCalls.clear();
-    const CImportHook hook(__imp_UnRegisterTypeLib,
-                           [](REFGUID id, WORD major, WORD minor, LCID locale, SYSKIND system) -> HRESULT {
-                               g_libraryCalls.push_back(removal("UnRegisterTypeLib", id, major, minor, locale, system));
-                               return TYPE_E_REGISTRYACCESS;
-                           });
+    const ImportHook<decltype(&UnRegisterTypeLib)> hook(
+        "UnRegisterTypeLib", [](REFGUID id, WORD major, WORD minor, LCID locale, SYSKIND system) -> HRESULT {
+            g_libraryCalls.push_back(removal("UnRegisterTypeLib", id, major, minor, locale, system));
+            return TYPE_E_REGISTRYACCESS;
+        });
     EXPECT_EQ(TYPE_E_REGISTRYACCESS, AtlUnRegisterTypeLib(executable(), CRegistrationScope::Machine));
     EXPECT_THAT(g_libraryCalls, ElementsAre(std::string("UnRegisterTypeLib") + REMOVED));
 }

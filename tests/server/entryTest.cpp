@@ -2,7 +2,7 @@
 // exit code. Each call of Windows that the start and the end consist of shows as a line among those of the log.
 #include "javabridge/JavaManagerJNIClient.h"
 #include "server/KESTAserver.h"
-#include "tests/atl/importHook.h"
+#include "tests/javabridge/ImportHook.h"
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>
@@ -14,30 +14,15 @@
 using testing::Contains;
 using testing::ElementsAreArray;
 
-KESTA_IMPORT(CoInitialize);
-KESTA_IMPORT(CoRegisterClassObject);
-KESTA_IMPORT(CoResumeClassObjects);
-KESTA_IMPORT(CoRevokeClassObject);
-KESTA_IMPORT(CoUninitialize);
-KESTA_IMPORT(DispatchMessageA);
-KESTA_IMPORT(FreeLibrary);
-KESTA_IMPORT(GetCommandLineA);
-KESTA_IMPORT(GetMessageA);
-KESTA_IMPORT(GetModuleHandleA);
-KESTA_IMPORT(PostThreadMessageA);
-KESTA_IMPORT(SetErrorMode);
-KESTA_IMPORT(Sleep);
-KESTA_IMPORT(TranslateMessage);
-
 namespace {
 
-const auto realCoInitialize = __imp_CoInitialize;
-const auto realCoUninitialize = __imp_CoUninitialize;
-const auto realGetMessage = __imp_GetMessageA;
-const auto realGetModuleHandle = __imp_GetModuleHandleA;
-const auto realPostThreadMessage = __imp_PostThreadMessageA;
-const auto realSetErrorMode = __imp_SetErrorMode;
-const auto realSleep = __imp_Sleep;
+const auto& realCoInitialize = ImportHook<decltype(&CoInitialize)>::original;
+const auto& realCoUninitialize = ImportHook<decltype(&CoUninitialize)>::original;
+const auto& realGetMessage = ImportHook<decltype(&GetMessageA)>::original;
+const auto& realGetModuleHandle = ImportHook<decltype(&GetModuleHandleA)>::original;
+const auto& realPostThreadMessage = ImportHook<decltype(&PostThreadMessageA)>::original;
+const auto& realSetErrorMode = ImportHook<decltype(&SetErrorMode)>::original;
+const auto& realSleep = ImportHook<decltype(&Sleep)>::original;
 
 constexpr DWORD COOKIE = 4711;
 
@@ -151,72 +136,71 @@ protected:
     fixtures::RegistryScratch classes{HKEY_CLASSES_ROOT};
     fixtures::DebugStream stream;
 
-    const CImportHook<decltype(__imp_CoInitialize)> initialize{__imp_CoInitialize, [](LPVOID reserved) -> HRESULT {
-                                                                   note("CoInitialize{}", reserved ? " not null" : "");
-                                                                   return FAILED(g_windows.initialize)
-                                                                              ? g_windows.initialize
-                                                                              : realCoInitialize(reserved);
-                                                               }};
-    const CImportHook<decltype(__imp_CoUninitialize)> uninitialize{__imp_CoUninitialize, [] {
-                                                                       note("CoUninitialize");
-                                                                       realCoUninitialize();
-                                                                   }};
-    const CImportHook<decltype(__imp_CoRegisterClassObject)> registerClass{
-        __imp_CoRegisterClassObject, [](REFCLSID clsid, LPUNKNOWN, DWORD context, DWORD flags, LPDWORD cookie) -> HRESULT {
+    const ImportHook<decltype(&CoInitialize)> initialize{"CoInitialize", [](LPVOID reserved) -> HRESULT {
+                                                             note("CoInitialize{}", reserved ? " not null" : "");
+                                                             return FAILED(g_windows.initialize) ? g_windows.initialize
+                                                                                                 : realCoInitialize(reserved);
+                                                         }};
+    const ImportHook<decltype(&CoUninitialize)> uninitialize{"CoUninitialize", [] {
+                                                                 note("CoUninitialize");
+                                                                 realCoUninitialize();
+                                                             }};
+    const ImportHook<decltype(&CoRegisterClassObject)> registerClass{
+        "CoRegisterClassObject", [](REFCLSID clsid, LPUNKNOWN, DWORD context, DWORD flags, LPDWORD cookie) -> HRESULT {
             note("CoRegisterClassObject {} {} {}", guidText(clsid), context, flags);
             *cookie = COOKIE;
             return g_windows.registerClass;
         }};
-    const CImportHook<decltype(__imp_CoResumeClassObjects)> resume{__imp_CoResumeClassObjects, []() -> HRESULT {
-                                                                       note("CoResumeClassObjects");
-                                                                       return g_windows.resume;
-                                                                   }};
-    const CImportHook<decltype(__imp_CoRevokeClassObject)> revoke{__imp_CoRevokeClassObject, [](DWORD cookie) -> HRESULT {
-                                                                      note("CoRevokeClassObject {}", cookie);
-                                                                      return g_windows.revoke;
-                                                                  }};
-    const CImportHook<decltype(__imp_GetCommandLineA)> commandLine{
-        __imp_GetCommandLineA, []() -> LPSTR { return const_cast<LPSTR>(g_windows.commandLine); }};
-    const CImportHook<decltype(__imp_GetModuleHandleA)> moduleHandle{
-        __imp_GetModuleHandleA, [](LPCSTR name) -> HMODULE {
+    const ImportHook<decltype(&CoResumeClassObjects)> resume{"CoResumeClassObjects", []() -> HRESULT {
+                                                                 note("CoResumeClassObjects");
+                                                                 return g_windows.resume;
+                                                             }};
+    const ImportHook<decltype(&CoRevokeClassObject)> revoke{"CoRevokeClassObject", [](DWORD cookie) -> HRESULT {
+                                                                note("CoRevokeClassObject {}", cookie);
+                                                                return g_windows.revoke;
+                                                            }};
+    const ImportHook<decltype(&GetCommandLineA)> commandLine{"GetCommandLineA",
+                                                             []() -> LPSTR { return const_cast<LPSTR>(g_windows.commandLine); }};
+    const ImportHook<decltype(&GetModuleHandleA)> moduleHandle{
+        "GetModuleHandleA", [](LPCSTR name) -> HMODULE {
             const bool isAsked = name != nullptr && std::string(name) == "Mscoree.dll";
             return isAsked && g_windows.isManaged ? realGetModuleHandle("kernel32") : realGetModuleHandle(name);
         }};
-    const CImportHook<decltype(__imp_GetMessageA)> getMessage{__imp_GetMessageA,
-                                                              [](LPMSG message, HWND window, UINT first, UINT last) -> BOOL {
-                                                                  EXPECT_EQ(window, nullptr);
-                                                                  EXPECT_EQ(first, 0u);
-                                                                  EXPECT_EQ(last, 0u);
-                                                                  if (g_windows.beforeMessage)
-                                                                      g_windows.beforeMessage();
-                                                                  return realGetMessage(message, window, first, last);
-                                                              }};
-    const CImportHook<decltype(__imp_TranslateMessage)> translate{__imp_TranslateMessage, [](const MSG* message) -> BOOL {
-                                                                      note("TranslateMessage {}", message->message);
-                                                                      return FALSE;
-                                                                  }};
-    const CImportHook<decltype(__imp_DispatchMessageA)> dispatch{__imp_DispatchMessageA, [](const MSG* message) -> LRESULT {
-                                                                     note("DispatchMessageA {}", message->message);
-                                                                     if (g_windows.whenDispatched)
-                                                                         g_windows.whenDispatched();
-                                                                     return 0;
-                                                                 }};
-    const CImportHook<decltype(__imp_PostThreadMessageA)> postThreadMessage{
-        __imp_PostThreadMessageA, [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
+    const ImportHook<decltype(&GetMessageA)> getMessage{"GetMessageA",
+                                                        [](LPMSG message, HWND window, UINT first, UINT last) -> BOOL {
+                                                            EXPECT_EQ(window, nullptr);
+                                                            EXPECT_EQ(first, 0u);
+                                                            EXPECT_EQ(last, 0u);
+                                                            if (g_windows.beforeMessage)
+                                                                g_windows.beforeMessage();
+                                                            return realGetMessage(message, window, first, last);
+                                                        }};
+    const ImportHook<decltype(&TranslateMessage)> translate{"TranslateMessage", [](const MSG* message) -> BOOL {
+                                                                note("TranslateMessage {}", message->message);
+                                                                return FALSE;
+                                                            }};
+    const ImportHook<decltype(&DispatchMessageA)> dispatch{"DispatchMessageA", [](const MSG* message) -> LRESULT {
+                                                               note("DispatchMessageA {}", message->message);
+                                                               if (g_windows.whenDispatched)
+                                                                   g_windows.whenDispatched();
+                                                               return 0;
+                                                           }};
+    const ImportHook<decltype(&PostThreadMessageA)> postThreadMessage{
+        "PostThreadMessageA", [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
             note("PostThreadMessageA {} {} {} {}", thread == module().m_dwMainThreadID ? "main thread" : "somebody", message,
                  wParam, lParam);
             return realPostThreadMessage(thread, message, wParam, lParam);
         }};
-    const CImportHook<decltype(__imp_Sleep)> sleep{__imp_Sleep, [](DWORD time) {
-                                                       if (time < 500)
-                                                           realSleep(time);
-                                                       else
-                                                           note("Sleep {}", time);
-                                                   }};
-    const CImportHook<decltype(__imp_SetErrorMode)> errorMode{__imp_SetErrorMode, [](UINT mode) -> UINT {
-                                                                  note("SetErrorMode {}", mode);
-                                                                  return realSetErrorMode(mode);
-                                                              }};
+    const ImportHook<decltype(&Sleep)> sleep{"Sleep", [](DWORD time) {
+                                                 if (time < 500)
+                                                     realSleep(time);
+                                                 else
+                                                     note("Sleep {}", time);
+                                             }};
+    const ImportHook<decltype(&SetErrorMode)> errorMode{"SetErrorMode", [](UINT mode) -> UINT {
+                                                            note("SetErrorMode {}", mode);
+                                                            return realSetErrorMode(mode);
+                                                        }};
 };
 
 } // namespace
@@ -283,7 +267,8 @@ TEST_F(EntryTest, AnExceptionOfTheJavaSideIsLoggedAndTheModulesResultStays)
     };
     Client client;
     CJavaManagerJNIClient::s_Instance = &client;
-    const CImportHook freeLibrary(__imp_FreeLibrary, [](HMODULE) -> BOOL { throw std::runtime_error("out of the Java side"); });
+    const ImportHook<decltype(&FreeLibrary)> freeLibrary(
+        "FreeLibrary", [](HMODULE) -> BOOL { throw std::runtime_error("out of the Java side"); });
     g_windows.initialize = E_ACCESSDENIED;
     EXPECT_EQ(run(), E_ACCESSDENIED);
     CJavaManagerJNIClient::s_Instance = nullptr;

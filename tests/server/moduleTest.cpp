@@ -3,8 +3,8 @@
 
 #include "beanframe/BeanFrame.h"
 #include "support/registry.h"
-#include "tests/atl/importHook.h"
 #include "tests/com/ComWorld.h"
+#include "tests/javabridge/ImportHook.h"
 
 #include <gmock/gmock.h>
 
@@ -12,10 +12,6 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-KESTA_IMPORT(DispatchMessageA);
-KESTA_IMPORT(GetMessageA);
-KESTA_IMPORT(TranslateMessage);
 
 namespace {
 
@@ -111,11 +107,11 @@ TEST_F(ServerModule, LoopLogsEachMessageAndEndsOnQuit)
 TEST_F(ServerModule, LoopHandlesItsMessageThenTranslatesAndDispatchesEveryOne)
 {
     CKESTAserverModule server;
-    const CImportHook translate(__imp_TranslateMessage, [](const MSG* message) -> BOOL {
+    const ImportHook<decltype(&TranslateMessage)> translate("TranslateMessage", [](const MSG* message) -> BOOL {
         OutputDebugStringA(("translate " + std::to_string(message->message) + "\n").c_str());
         return FALSE;
     });
-    const CImportHook dispatch(__imp_DispatchMessageA, [](const MSG* message) -> LRESULT {
+    const ImportHook<decltype(&DispatchMessageA)> dispatch("DispatchMessageA", [](const MSG* message) -> LRESULT {
         OutputDebugStringA(("dispatch " + std::to_string(message->message) + "\n").c_str());
         return 0;
     });
@@ -139,7 +135,7 @@ TEST_F(ServerModule, LoopTakesTheMessagesOfAllWindowsAndEndsOnAnError)
     CKESTAserverModule server;
     static int s_calls;
     s_calls = 0;
-    const CImportHook getMessage(__imp_GetMessageA, [](LPMSG, HWND window, UINT first, UINT last) -> BOOL {
+    const ImportHook<decltype(&GetMessageA)> getMessage("GetMessageA", [](LPMSG, HWND window, UINT first, UINT last) -> BOOL {
         EXPECT_EQ(window, nullptr);
         EXPECT_EQ(first, 0u);
         EXPECT_EQ(last, 0u);
