@@ -5,8 +5,8 @@
 // Threads:   any thread may log at any time, also before the Logger exists and after it ended (then nothing is written).
 //            addRefCount and release are called at process start and end only.
 // Failure:   logging never fails visibly. A log file that cannot be opened ends file logging, the debugger stream goes on; a line
-// for whose
-//            text there is no memory is left out (only streaming into a statement or an entry line can throw std::bad_alloc).
+//            for whose text there is no memory is left out (only streaming into a statement or an entry line can throw
+//            std::bad_alloc).
 //            Only the creation of the Logger's locks can raise: std::system_error with the HRESULT (0x8007xxxx) as its code.
 //
 // How a function logs:
