@@ -62,6 +62,7 @@ BOOL WINAPI countConversion(const FILETIME* time, SYSTEMTIME* parts)
     return CalendarHook::original(time, parts);
 }
 
+// Only while nothing is asserted: the test framework tells its threads apart by the same call.
 DWORD WINAPI shortThreadId()
 {
     return 4712;
@@ -142,9 +143,9 @@ std::string elapsed(const DebugStream& stream, LONGLONG ticks)
 TEST_F(LoggerLine, scopeOfAnObjectIsWrittenWholeAtEntryAndExit)
 {
     begin(LOGLEVEL_FINE);
-    const ThreadIdHook thread("GetCurrentThreadId", shortThreadId);
     const CSampleControl control;
     {
+        const ThreadIdHook thread("GetCurrentThreadId", shortThreadId);
         const Scope scope(&control);
         s_now += 123 * millisecond;
     }
@@ -157,14 +158,16 @@ TEST_F(LoggerLine, scopeOfAnObjectIsWrittenWholeAtEntryAndExit)
 
 TEST_F(LoggerLine, statementIsWrittenWholeWithTheObjectsTextAndTheTimeOfItsCreation)
 {
-    const ThreadIdHook thread("GetCurrentThreadId", longThreadId);
     const CSampleControl control("frame 7");
     {
-        LogEntry entry("a/b\\c/d", 5, LOGLEVEL_WARN, &control);
-        s_now += hour;
-        entry.stream() << "text";
+        const ThreadIdHook thread("GetCurrentThreadId", longThreadId);
+        {
+            LogEntry entry("a/b\\c/d", 5, LOGLEVEL_WARN, &control);
+            s_now += hour;
+            entry.stream() << "text";
+        }
+        LogEntry("plain", 5, LOGLEVEL_ERROR).stream() << "text";
     }
-    LogEntry("plain", 5, LOGLEVEL_ERROR).stream() << "text";
     EXPECT_THAT(sent(),
                 ElementsAre("2020-03-04 10:15:02.123 1234567 WARN   c/d                  005    CSampleControl frame 7 text\n",
                             std::string(beginBanner) + "\n",
