@@ -249,8 +249,9 @@ TEST_F(EntryTest, AnExceptionOfTheModuleIsLoggedAndTheJavaSideIsCleanedUpAllTheS
                          }))));
     // Ends the monitor thread.
     letGo();
-    while (!stream.contains(QUIT))
+    for (const ULONGLONG start = GetTickCount64(); !stream.contains(QUIT) && GetTickCount64() - start < 5000;)
         SwitchToThread();
+    EXPECT_TRUE(stream.contains(QUIT));
 }
 
 TEST_F(EntryTest, AnExceptionOfTheJavaSideIsLoggedAndTheModulesResultStays)
