@@ -1,5 +1,5 @@
 #include "atl/atl.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 #include "atl/enumerator.h"
 #include "tests/atl/sampleObject.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 #include "tests/atl/registryFixture.h"
 #include "tests/atl/sampleObject.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -1,6 +1,6 @@
 // What the module says to Windows, argument by argument, and what it makes of Windows' refusals.
 #include "tests/atl/moduleFixture.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 
 #include <gmock/gmock.h>
 

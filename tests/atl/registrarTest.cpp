@@ -1,5 +1,5 @@
 #include "tests/atl/registryFixture.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;

@@ -1,6 +1,6 @@
 #include "atl/typelib.h"
 #include "tests/atl/registryFixture.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 
 #include "KESTAserver_h.h"
 

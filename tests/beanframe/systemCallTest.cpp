@@ -1,6 +1,6 @@
 // What the queue asks of Windows, with every argument, and what happens when Windows refuses.
 #include "tests/beanframe/BeanFrameWorld.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,6 @@
 // The client's window, the watchdog chains and the forced release.
 #include "tests/beanframe/BeanFrameWorld.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 
 #include <gmock/gmock.h>
 

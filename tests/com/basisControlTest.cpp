@@ -3,7 +3,7 @@
 
 #include "beanframe/BeanFrame.h"
 #include "tests/beanframe/FailingFrameMemory.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 
 #include <gmock/gmock.h>
 

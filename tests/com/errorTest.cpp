@@ -2,7 +2,7 @@
 #include "tests/com/ComWorld.h"
 
 #include "beanframe/BeanFrame.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 
 #include <gmock/gmock.h>
 

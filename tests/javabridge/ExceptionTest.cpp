@@ -3,7 +3,7 @@
 
 #include "atl/atl.h"
 #include "javabridge/JNIHelper.h"
-#include "tests/javabridge/FailingAllocations.h"
+#include "tests/support/FailingAllocations.h"
 
 #include <functional>
 

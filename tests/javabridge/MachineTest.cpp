@@ -1,5 +1,5 @@
 // Start and end of the Java virtual machine with a stand-in for it: options, version, results, and the singleton around them.
-#include "tests/javabridge/FailingAllocations.h"
+#include "tests/support/FailingAllocations.h"
 #include "tests/javabridge/StandIn.h"
 
 namespace {

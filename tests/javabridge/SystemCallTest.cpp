@@ -2,7 +2,7 @@
 // happens when Windows refuses.
 #include "atl/atl.h"
 #include "javabridge/JNIHelper.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 #include "tests/javabridge/StandIn.h"
 
 #include <format>

@@ -2,7 +2,7 @@
 // exit code. Each call of Windows that the start and the end consist of shows as a line among those of the log.
 #include "javabridge/JavaManagerJNIClient.h"
 #include "server/KESTAserver.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>

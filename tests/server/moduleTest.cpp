@@ -4,7 +4,7 @@
 #include "beanframe/BeanFrame.h"
 #include "support/registry.h"
 #include "tests/com/ComWorld.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
 // Whole lines, at times and on threads that the test names, and the places of scopes in the chain.
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>

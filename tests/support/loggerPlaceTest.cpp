@@ -1,5 +1,5 @@
 // The steps in which the log finds its place, what it reads and makes on the way, and how it cleans up.
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>

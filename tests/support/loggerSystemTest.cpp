@@ -1,6 +1,6 @@
 // What the log asks of Windows, what it makes of the answers, and what happens when Windows refuses.
 #include "support/loggerImplementation.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 // What is left undone when there is no memory for it, and that nothing else suffers.
 #include "support/version.h"
-#include "tests/javabridge/FailingAllocations.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/FailingAllocations.h"
+#include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 // What the readers ask of the Windows registry, and what they make of refusals.
 #include "support/registry.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 // Version resources: of files made by the build with resources of known content, and of the running executable.
 #include "support/version.h"
-#include "tests/javabridge/ImportHook.h"
+#include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>

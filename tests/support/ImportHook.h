@@ -1,0 +1,44 @@
+// Stands in for a Windows function that the test program imports, while it is alive: what product code calls by that name reaches
+// the test's function. One at a time for each function; the main thread only. A function that the program does not import throws.
+//
+//     static int s_calls;                                          // the functions take no state with them
+//     ImportHook<decltype(&GetACP)> hook("GetACP", [] { s_calls++; return ImportHook<decltype(&GetACP)>::original(); });
+#pragma once
+
+#include <windows.h>
+
+#include <stdexcept>
+#include <string>
+
+// The place in the program's import table that holds the function's address; null when there is none.
+void** importPlace(const std::string& function);
+// Puts an address there and gives the one that was there.
+void* exchangeImport(void** place, void* address);
+
+template <class Function>
+class ImportHook;
+
+template <class Result, class... Parameters>
+class ImportHook<Result(WINAPI*)(Parameters...)>
+{
+public:
+    using Function = Result(WINAPI*)(Parameters...);
+
+    ImportHook(const std::string& name, Function replacement)
+        : m_place(importPlace(name))
+    {
+        if (m_place == nullptr) {
+            throw std::runtime_error("the test program does not import " + name);
+        }
+        original = reinterpret_cast<Function>(exchangeImport(m_place, reinterpret_cast<void*>(replacement)));
+    }
+    ~ImportHook() { exchangeImport(m_place, reinterpret_cast<void*>(original)); }
+    ImportHook(const ImportHook&) = delete;
+    ImportHook& operator=(const ImportHook&) = delete;
+
+    // The function of Windows, while a hook of this type is alive.
+    static inline Function original = nullptr;
+
+private:
+    void** m_place;
+};
