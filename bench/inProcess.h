@@ -1,0 +1,41 @@
+// The server's object in the process of the measurement: the whole way from the COM object to Java and back, without COM's
+// channel between processes.
+#pragma once
+
+#include "beanframe/BeanFrame.h"
+#include "com/JavaManagerATLObject.h"
+#include "tests/process/Settings.h"
+
+#include <jni.h>
+
+namespace bench {
+
+class CInProcess
+{
+public:
+    // Starts the object with its machine on Java 21, at the log level WARN that an installation starts with. The control's
+    // archive stands beside the program.
+    CInProcess();
+    ~CInProcess();
+    CInProcess(const CInProcess&) = delete;
+    CInProcess& operator=(const CInProcess&) = delete;
+
+    IJavaManager* object() const { return m_object; }
+
+private:
+    class CModule final : public CAtlModule
+    {
+    public:
+        LONG Lock() noexcept override { return ++m_locks; }
+        LONG Unlock() noexcept override { return --m_locks; }
+
+    private:
+        LONG m_locks = 0;
+    };
+
+    fixtures::CSettings m_settings;
+    CModule m_module;
+    CComPtr<IJavaManager> m_object;
+};
+
+} // namespace bench

@@ -1,0 +1,54 @@
+"""The benchmark library: Debian's source package, fetched by apt and kept in .tools."""
+
+import hashlib
+import subprocess
+import sys
+import tarfile
+import tempfile
+from pathlib import Path
+
+PROJECT = Path(__file__).resolve().parents[1]
+SUITE = "trixie"
+PACKAGE = "benchmark"
+VERSION = "1.9.1"
+SHA256 = "32131c08ee31eeff2c8968d7e874f3cb648034377dfc32a4c377fa8796d84981"
+
+
+def archive():
+    """The machine's own Debian archive."""
+    listed = subprocess.run(["apt-get", "indextargets", "--format", "$(REPO_URI)", "Created-By: Packages"], check=True,
+                            capture_output=True, text=True).stdout.split()
+    for uri in listed:
+        if uri.rstrip("/").endswith("/debian"):
+            return uri
+    sys.exit("bench: apt knows no Debian archive")
+
+
+def fetch(folder):
+    """The library's source archive, in a folder with lists of its own: those of the machine have no source packages."""
+    (folder / "sources.list").write_text(f"deb-src {archive()} {SUITE} main\n")
+    for part in ("lists/partial", "cache/archives/partial"):
+        (folder / part).mkdir(parents=True)
+    settings = {"Dir::Etc::sourcelist": folder / "sources.list", "Dir::Etc::sourceparts": "/dev/null",
+                "Dir::State::lists": folder / "lists", "Dir::Cache": folder / "cache", "APT::Sandbox::User": ""}
+    options = [word for name, value in settings.items() for word in ("-o", f"{name}={value}")]
+    for command in (["update"], ["source", "--download-only", PACKAGE]):
+        ended = subprocess.run(["apt-get", *options, *command], cwd=folder, stdin=subprocess.DEVNULL, capture_output=True, text=True)
+        if ended.returncode:
+            sys.exit(f"bench: the benchmark library cannot be fetched: {ended.stdout}{ended.stderr}")
+    return folder / f"{PACKAGE}_{VERSION}.orig.tar.gz"
+
+
+def source():
+    """The folder of the library's source, which is complete when it is there."""
+    place = PROJECT / ".tools" / f"{PACKAGE}-{VERSION}"
+    if place.exists():
+        return place
+    with tempfile.TemporaryDirectory(dir=PROJECT / ".tools") as name:
+        tar = fetch(Path(name))
+        if not tar.exists() or hashlib.sha256(tar.read_bytes()).hexdigest() != SHA256:
+            sys.exit(f"bench: this is not the benchmark library {VERSION} that is expected")
+        with tarfile.open(tar) as content:
+            content.extractall(name, filter="data")
+        (Path(name) / place.name).rename(place)
+    return place

@@ -1,0 +1,91 @@
+// What memory the server needs: private bytes after the start, against a minimal program with the same machine and frame, and how
+// many are added by calls and events.
+#include "bench/countingSink.h"
+#include "bench/harness.h"
+#include "bench/servers.h"
+
+#include <psapi.h>
+
+#include <iostream>
+#include <stdexcept>
+
+namespace {
+
+constexpr int ROUNDS = 3;
+constexpr int CALLS = 100000;
+
+// Java's own memory is the same at any time, so that what is left to grow is the server's: the heap is there as a whole from the
+// start, and the compiler of the machine is off.
+const std::vector<std::string> STEADY_MACHINE = {"-Xms48m", "-Xmx48m", "-XX:+AlwaysPreTouch", "-XX:+UseSerialGC", "-Xint"};
+
+double privateBytes(const fixtures::CProcess& process)
+{
+    const ATL::CHandle handle(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, process.id()));
+    PROCESS_MEMORY_COUNTERS counters = {};
+    if (!GetProcessMemoryInfo(handle, &counters, sizeof counters))
+        throw std::runtime_error("the memory of a process cannot be read");
+    // The same number as the private bytes, which Wine leaves empty.
+    return static_cast<double>(counters.PagefileUsage);
+}
+
+// Lets what the start has left to other threads come to its end.
+void settle()
+{
+    fixtures::pumpUntil([] { return false; }, {}, 1000);
+}
+
+double hostMemory(const bench::CServers& servers)
+{
+    fixtures::CProgram host(servers.hostCommand());
+    if (!host.waitForOutput("ready"))
+        throw std::runtime_error("the minimal program did not start: " + host.output());
+    settle();
+    return privateBytes(host.process());
+}
+
+// Calls of which each raises an event, until the last of them has come.
+void callAndListen(IJavaManager* object, bench::CCountingSink& sink, int calls)
+{
+    const ATL::CComBSTR method(L"raise");
+    const ATL::CComBSTR value(L"a text of the usual length");
+    const long long expected = sink.events + calls;
+    for (int call = 0; call < calls; ++call) {
+        ATL::CComBSTR answer;
+        if (object->callMethod(method, value, &answer) != S_OK)
+            throw std::runtime_error("a call has failed");
+    }
+    if (!fixtures::pumpUntil([&] { return sink.events == expected; }))
+        throw std::runtime_error("events are missing");
+}
+
+void measure(int argc, char** argv)
+{
+    const bench::CServers servers(STEADY_MACHINE);
+    bench::Series series;
+    for (int round = 0; round < bench::argument(argc, argv, "--rounds", ROUNDS); ++round) {
+        const bench::CRemote server(CLSID_JavaManager);
+        settle();
+        series["server"].push_back(privateBytes(server.process()));
+        series["host"].push_back(hostMemory(servers));
+    }
+
+    const int calls = bench::argument(argc, argv, "--calls", CALLS);
+    const bench::CRemote server(CLSID_JavaManager);
+    bench::CCountingSink sink(server.object());
+    // The first tenth is the machine's: classes it loads late, buffers of the channel that find their size.
+    callAndListen(server.object(), sink, calls / 10);
+    series["before"].push_back(privateBytes(server.process()));
+    const double start = bench::now();
+    callAndListen(server.object(), sink, calls);
+    series["calls"].push_back(calls);
+    series["seconds"].push_back(bench::now() - start);
+    series["after"].push_back(privateBytes(server.process()));
+    bench::write(argc, argv, series);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    return bench::guarded(measure, argc, argv);
+}
