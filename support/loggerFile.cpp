@@ -3,6 +3,7 @@
 #include "support/registry.h"
 #include "support/version.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <mutex>
 #include <shlobj.h>
@@ -54,6 +55,8 @@ bool LogFile::open(const std::string& path)
     m_failed = false;
     m_handle = CreateFileA(path.c_str(), FILE_APPEND_DATA | FILE_READ_ATTRIBUTES | SYNCHRONIZE,
                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    LARGE_INTEGER size = {};
+    m_position = isOpen() && GetFileSizeEx(m_handle, &size) ? size.QuadPart : 0;
     return isOpen();
 }
 
@@ -69,22 +72,17 @@ void LogFile::write(std::string_view text)
     if (m_failed)
         return;
     m_buffer.clear();
-    for (const char character : text) {
-        if (character == '\n')
-            m_buffer += '\r';
-        m_buffer += character;
+    for (size_t place = 0; place < text.size();) {
+        const size_t end = std::min(text.find('\n', place), text.size());
+        m_buffer.append(text, place, end - place);
+        if (end < text.size())
+            m_buffer += "\r\n";
+        place = end + 1;
     }
     DWORD written = 0;
     const BOOL succeeded = WriteFile(m_handle, m_buffer.data(), static_cast<DWORD>(m_buffer.size()), &written, nullptr);
     m_failed = !succeeded || written != m_buffer.size();
-}
-
-LONGLONG LogFile::position() const
-{
-    LARGE_INTEGER size = {};
-    if (m_failed || !GetFileSizeEx(m_handle, &size))
-        return 0;
-    return size.QuadPart;
+    m_position += written;
 }
 
 void Logger::initParametersFromRegistryOrSpecialFolder()

@@ -38,12 +38,14 @@ public:
     void close();
     // Appends with line feeds as CR LF. After the first failed write nothing more is written until the next open.
     void write(std::string_view text);
-    // Where the next write goes; 0 after a failed write, so that a full disk starts no new files.
-    LONGLONG position() const;
+    // Where the next write goes; 0 after a failed write, so that a full disk starts no new files. Counted, since asking the
+    // system after each line costs as much as a tenth of the line: what another process appends meanwhile is not in it.
+    LONGLONG position() const { return m_failed ? 0 : m_position; }
 
 private:
     HANDLE m_handle = INVALID_HANDLE_VALUE;
     bool m_failed = false;
+    LONGLONG m_position = 0;
     std::string m_buffer;
 };
 
