@@ -10,10 +10,10 @@
 // Constant-initialised: other static initialisers log before this file's own have run.
 constinit std::atomic<int> LogState::s_maxLogLevel{-1};
 constinit std::atomic<int> LogState::s_traceLogLevel{-1};
+constinit std::atomic<Logger*> Logger::s_instance{nullptr};
 
 namespace {
 constinit int s_referenceCount = 0;
-constinit std::atomic<Logger*> s_instance{nullptr};
 
 // Keeps the Logger from static initialisation to the end of static destruction. It stands in the file that defines Logger, so
 // that the linker takes it out of the library wherever something logs.
@@ -52,11 +52,6 @@ void Logger::release()
         return;
     }
     LOG_SCOPE_STATIC(FINE, "Logger::release", "not time to deinitialize log yet");
-}
-
-Logger* Logger::instance()
-{
-    return s_instance.load(std::memory_order_acquire);
 }
 
 Logger::Logger()

@@ -33,6 +33,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 enum LogLevel : int {
     LOGLEVEL_ALWAYS = 0,
@@ -101,7 +102,8 @@ public:
     LogStream& operator<<(wchar_t* text) { return *this << static_cast<const wchar_t*>(text); }
     LogStream& operator<<(std::ios_base& (*manipulator)(std::ios_base&));
 
-    std::string str() const { return m_stream.str(); }
+    // Valid until the next text is streamed.
+    std::string_view view() const { return m_stream.view(); }
 
 private:
     std::ostringstream m_stream;
@@ -126,7 +128,10 @@ protected:
     struct NotPending
     {
     };
+    // Without time and place, which are the derived class's affair.
     LogEntry(NotPending, const char* file, int line, int level, const Loggable* owner);
+    // The depth in which it stands, inside the thread's innermost scope (null: in none).
+    void takePlace(const LogScope* enclosing);
 
     // The finished line with its line feed; formatted once, with the id of the calling thread.
     const std::string& format();
@@ -151,6 +156,10 @@ protected:
 
 // Function scope: entry line on construction, exit line with the elapsed time on destruction, and a link in the thread's scope
 // chain, which an error backtrace prints. Scopes of one thread end in reverse order of their creation.
+//
+// The system's clock is by far the dearest part of a scope that is off. A scope that is neither written nor the outermost of its
+// chain therefore keeps the processor's counter instead, and its time is found only when a backtrace prints it: between that of
+// an enclosing scope and now, in the proportion of the counters.
 class LogScope : public LogEntry
 {
 public:
@@ -168,8 +177,11 @@ public:
 private:
     friend class Logger;
     void writeExit();
+    void settleTime();
 
     const Loggable* m_owner;
+    ULONGLONG m_counter;     // the processor's, at the creation
+    bool m_timeKnown = true; // m_time is set
     LogScope* m_previous = nullptr;
     Logger* m_tracedBy = nullptr; // whose chain this scope is linked in; null when it is in none
 };
@@ -181,7 +193,7 @@ public:
     static void release();
 
     // Null while no Logger exists.
-    static Logger* instance();
+    static Logger* instance() { return s_instance.load(std::memory_order_acquire); }
 
     // Any integer is stored; callers keep to 0..5 (-1 silences the log).
     static void setMaxLogLevel(int level);
@@ -213,6 +225,7 @@ private:
     void start();
     void end();
 
+    static std::atomic<Logger*> s_instance;
     std::unique_ptr<Implementation> m_impl;
 };
 

@@ -7,6 +7,7 @@
 #include <cxxabi.h>
 #include <mutex>
 #include <typeinfo>
+#include <x86intrin.h>
 
 namespace {
 // Demangled type names by the address of the encoded name. Entries are only ever added and stay until the process ends, so that a
@@ -47,6 +48,11 @@ const char* afterLast(const char* text, char separator)
 {
     const char* found = std::strrchr(text, separator);
     return found != nullptr ? found + 1 : text;
+}
+
+LONGLONG ticks(const FILETIME& time)
+{
+    return static_cast<LONGLONG>(static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
 }
 
 // 124 characters and a line feed each; the begin banner ends in one backslash.
@@ -102,6 +108,9 @@ LogEntry::LogEntry(const char* file, int line, int level, const Loggable* owner)
     : LogEntry(NotPending(), file, line, level, owner)
 {
     m_pending = true;
+    GetSystemTimeAsFileTime(&m_time);
+    if (const Logger* logger = Logger::instance())
+        takePlace(logger->m_impl->innermostScope());
 }
 
 LogEntry::LogEntry(NotPending, const char* file, int line, int level, const Loggable* owner)
@@ -110,16 +119,16 @@ LogEntry::LogEntry(NotPending, const char* file, int line, int level, const Logg
     , m_level(level)
     , m_pending(false)
 {
-    GetSystemTimeAsFileTime(&m_time);
     if (owner != nullptr) {
         m_className = owner->getLogClassName();
         m_objectInfo = owner->getLogObjectInfo();
     }
-    if (const Logger* logger = Logger::instance()) {
-        const LogScope* scope = logger->m_impl->innermostScope();
-        m_scopeDepth = scope != nullptr ? scope->m_scopeDepth + 1 : 0;
-        m_depth = m_scopeDepth;
-    }
+}
+
+void LogEntry::takePlace(const LogScope* enclosing)
+{
+    m_scopeDepth = enclosing != nullptr ? enclosing->m_scopeDepth + 1 : 0;
+    m_depth = m_scopeDepth;
 }
 
 LogEntry::~LogEntry()
@@ -161,7 +170,7 @@ const std::string& LogEntry::format()
     if (*m_className != '\0')
         m_formatted.append(m_className).append(" ").append(m_objectInfo).append(" ");
     if (m_stream)
-        m_formatted += m_stream->str();
+        m_formatted += m_stream->view();
     m_formatted += '\n';
     return m_formatted;
 }
@@ -170,13 +179,20 @@ LogScope::LogScope(const char* file, int line, int level, const Loggable* owner)
     : LogEntry(NotPending(), file, line, level, owner)
     , m_owner(owner)
 {
+    Logger* const logger = Logger::instance();
+    LogScope* const enclosing = logger != nullptr ? logger->m_impl->innermostScope() : nullptr;
+    m_counter = __rdtsc();
+    m_timeKnown = enclosing == nullptr || ::isLogEnabled(file, line, level);
+    if (m_timeKnown)
+        GetSystemTimeAsFileTime(&m_time);
+    if (logger == nullptr)
+        return;
+    takePlace(enclosing);
     if (level > LogState::s_traceLogLevel.load(std::memory_order_relaxed))
         return;
-    m_tracedBy = Logger::instance();
-    if (m_tracedBy == nullptr)
-        return;
-    m_previous = m_tracedBy->m_impl->innermostScope();
-    m_tracedBy->m_impl->setInnermostScope(this);
+    m_tracedBy = logger;
+    m_previous = enclosing;
+    logger->m_impl->setInnermostScope(this);
     m_marker = Marker::Entry;
 }
 
@@ -198,19 +214,37 @@ LogScope::~LogScope()
 void LogScope::writeExit()
 {
     LogEntry exit(NotPending(), m_file, m_line, m_level, nullptr);
+    GetSystemTimeAsFileTime(&exit.m_time);
     exit.m_className = m_className;
     exit.m_objectInfo = m_objectInfo;
     exit.m_depth = m_depth;
     exit.m_marker = Marker::Exit;
     if (m_stream)
-        exit.stream() << m_stream->str();
-    const auto ticks = [](const FILETIME& time) {
-        return static_cast<LONGLONG>(static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
-    };
+        exit.stream() << m_stream->view();
     const LONGLONG milliseconds = (ticks(exit.m_time) - ticks(m_time)) / 10000;
     if (milliseconds >= 10)
         exit.stream() << " [" << milliseconds << " ms]";
     m_tracedBy->m_impl->write(exit);
+}
+
+// A counter that does not fit (set back, or another processor's) gives one of the two ends.
+void LogScope::settleTime()
+{
+    if (m_timeKnown)
+        return;
+    m_timeKnown = true;
+    GetSystemTimeAsFileTime(&m_time);
+    const LogScope* known = m_previous;
+    while (known != nullptr && !known->m_timeKnown)
+        known = known->m_previous;
+    if (known == nullptr) // above the trace level, and written all the same
+        return;
+    const ULONGLONG elapsed = __rdtsc() - known->m_counter;
+    const ULONGLONG age = std::min(m_counter - known->m_counter, elapsed);
+    const LONGLONG span = ticks(m_time) - ticks(known->m_time);
+    const double part = elapsed != 0 ? static_cast<double>(age) / static_cast<double>(elapsed) : 1;
+    const LONGLONG time = ticks(known->m_time) + static_cast<LONGLONG>(part * static_cast<double>(span));
+    m_time = {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
 }
 
 LogStream& LogScope::name(const char* qualifiedName)
@@ -221,6 +255,7 @@ LogStream& LogScope::name(const char* qualifiedName)
 
 void LogScope::writeEntry()
 {
+    settleTime();
     if (Logger* logger = Logger::instance())
         logger->m_impl->write(*this);
 }
@@ -261,6 +296,7 @@ void Logger::Implementation::write(LogEntry& entry)
     entry.m_written = true;
     // Every error prints its whole chain, also the scopes that were written before: a client's error text is read on its own.
     for (LogScope* scope = innermostScope(); scope != nullptr; scope = scope->m_previous) {
+        scope->settleTime();
         output(scope->format(), intoErrorBuffer);
         scope->m_written = true;
     }
@@ -280,7 +316,9 @@ void Logger::Implementation::writeOrDrop(LogEntry& entry) noexcept
 
 void Logger::Implementation::output(std::string_view line, bool intoErrorBuffer)
 {
-    OutputDebugStringA((productName + " " + executableName + " ").append(line).c_str());
+    std::string text;
+    text.reserve(productName.size() + executableName.size() + line.size() + 2);
+    OutputDebugStringA(text.append(productName).append(" ").append(executableName).append(" ").append(line).c_str());
     writeToFile(line);
     if (intoErrorBuffer) {
         const std::lock_guard lock(errorLock);

@@ -336,6 +336,67 @@ TEST_F(LoggerLine, levelIsSetAfterTheScopeThatTellsIt)
 }
 
 namespace {
+ULONGLONG clockNow()
+{
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    return static_cast<ULONGLONG>(now.dwHighDateTime) << 32 | now.dwLowDateTime;
+}
+
+// As the header of a line has it.
+std::string localText(ULONGLONG time)
+{
+    const FILETIME utc = {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
+    FILETIME local;
+    SYSTEMTIME parts;
+    FileTimeToLocalFileTime(&utc, &local);
+    FileTimeToSystemTime(&local, &parts);
+    char text[32];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", parts.wYear, parts.wMonth, parts.wDay, parts.wHour,
+                  parts.wMinute, parts.wSecond, parts.wMilliseconds);
+    return text;
+}
+} // namespace
+
+// By the real clock: only the outermost of these scopes has read it.
+TEST(LoggerTimes, everyScopeOfABacktraceHasTheTimeOfItsCreation)
+{
+    LoggerWorld world;
+    DebugStream stream;
+    world.setPreference("loglevel", LOGLEVEL_WARN);
+    world.start();
+    LOG_PLAIN(ALWAYS, "opens the file");
+    stream.clear();
+    std::vector<ULONGLONG> moments = {clockNow()};
+    {
+        LOG_SCOPE_STATIC(FINE, "Sample::outer");
+        moments.push_back(clockNow());
+        Sleep(40);
+        moments.push_back(clockNow());
+        {
+            LOG_SCOPE_STATIC(FINE, "Sample::middle");
+            moments.push_back(clockNow());
+            Sleep(80);
+            moments.push_back(clockNow());
+            {
+                LOG_SCOPE_STATIC(FINE, "Sample::inner");
+                moments.push_back(clockNow());
+                Sleep(20);
+                LOG(ERROR, "broken");
+            }
+        }
+    }
+    const std::vector<fixtures::LogLine> lines = stream.lines();
+    ASSERT_EQ(lines.size(), 1 + 4 + 1 + 3u);
+    for (const size_t scope : {0, 1, 2}) {
+        const std::string& time = lines[4 - scope].time;
+        EXPECT_GE(time, localText(moments[2 * scope] - 10000)) << scope;
+        EXPECT_LE(time, localText(moments[2 * scope + 1] + 10000)) << scope;
+    }
+    EXPECT_TRUE(stream.texts()[6].ends_with(" ms]\n")) << "the inner one has taken 20 ms: " << stream.texts()[6];
+}
+
+namespace {
 // The place in the table of virtual functions: a pointer to a virtual member function is one more than its offset.
 template <class Function>
 std::size_t slotOf(Function function)
