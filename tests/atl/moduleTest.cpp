@@ -221,6 +221,11 @@ TEST_F(ModuleTest, comInAnotherModeIsAcceptedInAManagedProcessOnly)
         EXPECT_FALSE(m_module->m_bComInitialized);
         useOnce();
     };
+    m_module->m_comResult = E_OUTOFMEMORY;
+    EXPECT_EQ(E_OUTOFMEMORY, m_module->WinMain(SW_HIDE)) << "any other failure counts in a managed process as well";
+    EXPECT_THAT(g_events, ElementsAre());
+
+    m_module->m_comResult = RPC_E_CHANGED_MODE;
     EXPECT_EQ(S_OK, m_module->WinMain(SW_HIDE));
     EXPECT_THAT(g_events, ElementsAre("register", "monitor", "resume", "loop"));
     EXPECT_TRUE(comIsInitialized());

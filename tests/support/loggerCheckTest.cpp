@@ -188,12 +188,19 @@ TEST_F(LoggerCheck, jniResult)
     EXPECT_EQ(callsSince(), 1);
     EXPECT_EQ(JNI_RESULT_LOG(counted(-4)), -4);
     EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(0): successfull", "ERROR counted(-4): JNI_ENOMEN"));
+    // Nothing but 0 is a success, here and for the caller below.
+    EXPECT_EQ(JNI_RESULT_LOG(counted(1)), 1);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(0): successfull", "ERROR counted(-4): JNI_ENOMEN",
+                                      "ERROR counted(1): Unknown error (1)"));
     EXPECT_EQ(returningJni(0), 4);
     EXPECT_EQ(callsSince(), 1);
     EXPECT_EQ(returningJni(-7), 17);
     EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(value): successfull", "ERROR counted(value): Unknown error (-7)"));
+    EXPECT_EQ(returningJni(2), 17);
+    EXPECT_EQ(callsSince(), 1);
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(value): successfull", "ERROR counted(value): Unknown error (-7)",
+                                      "ERROR counted(value): Unknown error (2)"));
 }
 
 TEST_F(LoggerCheck, namesThatAreMacrosAreLoggedAsTheyAreWritten)
