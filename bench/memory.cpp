@@ -43,6 +43,14 @@ double hostMemory(const bench::CServers& servers)
     return privateBytes(host.process());
 }
 
+// The same program as a COM server: what COM itself brings into a process is in it.
+double comHostMemory()
+{
+    const bench::CRemote host(bench::CLSID_BARE_JAVA);
+    settle();
+    return privateBytes(host.process());
+}
+
 // Calls of which each raises an event, until the last of them has come.
 void callAndListen(IJavaManager* object, bench::CCountingSink& sink, int calls)
 {
@@ -67,6 +75,7 @@ void measure(int argc, char** argv)
         settle();
         series["server"].push_back(privateBytes(server.process()));
         series["host"].push_back(hostMemory(servers));
+        series["COM host"].push_back(comHostMemory());
     }
 
     const int calls = bench::argument(argc, argv, "--calls", CALLS);

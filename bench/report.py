@@ -61,7 +61,12 @@ def memory_rows(memory):
              "limit": MEMORY_LIMIT, "rounds": 0, "reached": False}
     growth = {"question": "Memory after 100,000 calls and events", "against": "itself before them", "unit": "MiB",
               "limit": GROWTH_LIMIT, "rounds": 0, "reached": False}
+    com = {"question": "The same", "against": "that program as a COM server", "unit": "MiB", "limit": None, "rounds": 0,
+           "reached": True}
     if memory:
+        beyond = [(one - other) / MEBIBYTE for one, other in zip(memory["server"], memory["COM host"], strict=True)]
+        com |= {"ours": statistics.median(memory["server"]) / MEBIBYTE, "base": statistics.median(memory["COM host"]) / MEBIBYTE,
+                "value": statistics.median(beyond), "quartiles": quartiles(beyond), "rounds": len(beyond)}
         more = [(one - other) / MEBIBYTE for one, other in zip(memory["server"], memory["host"], strict=True)]
         added = [(after - before) / MEBIBYTE for after, before in zip(memory["after"], memory["before"], strict=True)]
         start |= {"ours": statistics.median(memory["server"]) / MEBIBYTE, "base": statistics.median(memory["host"]) / MEBIBYTE,
@@ -70,7 +75,7 @@ def memory_rows(memory):
                    "value": added[0], "quartiles": quartiles(added), "rounds": len(added)}
         for row in (start, growth):
             row["reached"] = row["value"] <= row["limit"]
-    return [start, growth]
+    return [start, com, growth]
 
 
 def figures(series):
@@ -108,7 +113,7 @@ def amount(value, unit):
 
 
 def cells(row):
-    limit = f"{row['limit']:g}" + (" MiB" if row["unit"] == "MiB" else "")
+    limit = "-" if row["limit"] is None else f"{row['limit']:g}" + (" MiB" if row["unit"] == "MiB" else "")
     if "value" not in row:
         return [row["question"], "-", row["against"], "-", "not measured", "-", limit, "FAILED"]
     digits = "+.2f" if row["unit"] == "MiB" else ".3f"
@@ -183,7 +188,7 @@ def machine(project):
 
 def chart(all_rows, folder):
     """Each ratio as a part of its limit, with the middle half of its rounds."""
-    measured = [row for row in all_rows if "value" in row]
+    measured = [row for row in all_rows if "value" in row and row["limit"] is not None]
     data = []
     for place, row in enumerate(reversed(measured), 1):
         low, high = row["quartiles"]
