@@ -1,10 +1,6 @@
 #include "tests/beanframe/BeanFrameWorld.h"
 
-#include <chrono>
-#include <future>
-#include <memory>
 #include <sstream>
-#include <thread>
 
 EventTarget* eventTarget()
 {
@@ -114,10 +110,11 @@ bool BeanFrameWorld::waitForMessage()
 
 bool BeanFrameWorld::isQueueUnlocked()
 {
-    const auto isTaken = std::make_shared<std::promise<void>>();
-    std::thread([isTaken] {
+    const auto take = [](void*) -> DWORD {
         const CComCritSecLock lock(FrameAccess::s_EventQueueLock);
-        isTaken->set_value();
-    }).detach();
-    return isTaken->get_future().wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+        return 0;
+    };
+    // Waited for to its very end: one that still ended while the next one began has been seen to block the process for good.
+    const CHandle thread(CreateThread(nullptr, 0, take, nullptr, 0, nullptr));
+    return WaitForSingleObject(thread, 10000) == WAIT_OBJECT_0;
 }
