@@ -4,6 +4,7 @@
 
 #include "javabridge/JavaManagerJNIClient.h"
 
+#include <charconv>
 #include <new>
 
 CBeanFrame* CBeanFrame::s_Instance = nullptr;
@@ -91,7 +92,7 @@ void CBeanFrame::deleteInstance()
 std::string CBeanFrame::getLogObjectInfo() const
 {
     char text[FRAME_ID_BUFFER];
-    return _itoa(frameID, text, 10);
+    return {text, std::to_chars(text, text + sizeof text, frameID).ptr};
 }
 
 HRESULT CBeanFrame::callMethod(BSTR arg0, BSTR arg1, BSTR* result)

@@ -59,8 +59,7 @@ void JNIHelper::javaStringToBstr(BSTR* result, JNIEnv* env, jstring text)
         return;
     }
     const JavaCharacters characters(env, text);
-    const std::wstring wide = wideText(characters.get(), std::strlen(characters.get()));
-    *result = CComBSTR(wide.data(), wide.size()).Detach();
+    *result = wideBstr(characters.get(), std::strlen(characters.get())).Detach();
 }
 
 void JNIHelper::javaStringToText(SharedText* _bstr, JNIEnv* env, jstring text)

@@ -1,7 +1,5 @@
 #include "javabridge/SharedText.h"
 
-#include "atl/atl.h"
-
 #include <new>
 #include <optional>
 #include <utility>
@@ -16,6 +14,20 @@ auto orOutOfMemory(Work work) -> decltype(work())
         return work();
     } catch (const std::bad_alloc&) {
         AtlThrow(E_OUTOFMEMORY);
+    }
+}
+
+// Converts into the memory that `room` gives for a number of characters; asks for none when there is nothing to convert.
+template <class Room>
+void widen(const char* text, size_t length, Room room)
+{
+    if (length == 0) {
+        return;
+    }
+    const int narrowLength = static_cast<int>(length);
+    const int needed = MultiByteToWideChar(CP_ACP, 0, text, narrowLength, nullptr, 0);
+    if (MultiByteToWideChar(CP_ACP, 0, text, narrowLength, room(static_cast<size_t>(needed)), needed) == 0) {
+        AtlThrow(AtlHresultFromLastError());
     }
 }
 
@@ -44,18 +56,27 @@ std::string narrowText(BSTR text)
 
 std::wstring wideText(const char* text, size_t length)
 {
-    if (length == 0) {
-        return {};
-    }
-    return orOutOfMemory([&] {
-        const int narrowLength = static_cast<int>(length);
-        const int needed = MultiByteToWideChar(CP_ACP, 0, text, narrowLength, nullptr, 0);
-        std::wstring wide(static_cast<size_t>(needed), L'\0');
-        if (MultiByteToWideChar(CP_ACP, 0, text, narrowLength, wide.data(), needed) == 0) {
-            AtlThrow(AtlHresultFromLastError());
-        }
-        return wide;
+    std::wstring wide;
+    widen(text, length, [&](size_t needed) {
+        return orOutOfMemory([&] {
+            wide.resize(needed);
+            return wide.data();
+        });
     });
+    return wide;
+}
+
+CComBSTR wideBstr(const char* text, size_t length)
+{
+    if (length == 0) {
+        return CComBSTR(L"");
+    }
+    CComBSTR wide;
+    widen(text, length, [&](size_t needed) {
+        wide = CComBSTR(nullptr, needed);
+        return wide.m_str;
+    });
+    return wide;
 }
 
 struct SharedText::Record

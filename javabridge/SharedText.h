@@ -5,17 +5,19 @@
 // Failure:   exhausted memory throws CAtlException(E_OUTOFMEMORY), a failed code page conversion the error of GetLastError.
 #pragma once
 
+#include "atl/atl.h"
+
 #include <windows.h>
-#include <oleauto.h>
 
 #include <memory>
 #include <string>
 #include <string_view>
 
-// Code page conversions of whole texts; converting nothing gives nothing and is no error.
+// Code page conversions of whole texts; converting nothing gives an empty text and is no error.
 std::string narrowText(const wchar_t* text, size_t length);
 std::string narrowText(BSTR text); // null gives ""
 std::wstring wideText(const char* text, size_t length);
+CComBSTR wideBstr(const char* text, size_t length);
 
 class SharedText
 {
