@@ -5,14 +5,13 @@
 //     Java thread -> Native... -> enqueue... -> queueEvent -> s_EventQueue         events, on the Java thread
 //     post or timer -> message loop -> processEventQueue -> handler -> EventTarget -> sinks   events, on the main thread
 //
-// Ownership: at most one instance, s_Instance, made by createInstance and ended by deleteInstance. It keeps the global references
-// of bean,
-//            frame and listener, which stopBean deletes. The queue owns its entries until they are taken out for processing.
+// Ownership: at most one instance, s_Instance, made by createInstance and ended by deleteInstance. It keeps the global
+//            references of bean, frame and listener, which stopBean deletes. The queue owns its entries until they are taken out
+//            for processing.
 // Threads:   main thread, but for the natives, the enqueue operations, queueEvent and isClientAlive (Java threads) and
-// timerRoutine
-//            (timer-queue threads). Java threads reach the instance through InstanceUse only; the destructor waits for them, so
-//            that an event raised while the object ends never meets freed memory. The queue and its lock live until the process
-//            ends.
+//            timerRoutine (timer-queue threads). Java threads reach the instance through InstanceUse only; the destructor waits
+//            for them, so that an event raised while the object ends never meets freed memory. The queue and its lock live until
+//            the process ends.
 // Locks:     s_EventQueueLock guards the queue and is held for list work only, never across a call into Java, COM or a sink.
 // Failure:   HRESULTs of the called Java operation, unchanged. The constructor never fails: what could not be started leaves null
 //            references, and later calls fail at their own checks. No C++ exception leaves a native.

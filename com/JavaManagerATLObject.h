@@ -4,8 +4,8 @@
 // Ownership: the first object of a process creates the bean frame; the destruction of any object deletes it.
 // Threads:   the server's single apartment thread only.
 // Failure:   creation never fails; a client finds out through getBeanFrameID (-1) that there is no frame. A failing call returns
-// its
-//            HRESULT with COM error info whose description is the error backtrace of the log. No C++ exception leaves a method.
+//            its HRESULT with COM error info whose description is the error backtrace of the log. No C++ exception leaves a
+//            method.
 #pragma once
 
 #include "KESTAserver_h.h"

@@ -1,8 +1,7 @@
 // The event proxy: fires the events of _IJavaManagerEvents to every connected sink.
 //
 // Threads: the server's apartment thread only. A sink is called with no lock held and may do anything meanwhile: advise,
-// unadvise, call
-//          in, release the object (whoever fires holds a reference).
+//          unadvise, call in, release the object (whoever fires holds a reference).
 // Failure: a failing sink does not stop the others; the result is the last sink's. Only an exhausted memory throws
 //          (CAtlException, E_OUTOFMEMORY).
 #pragma once

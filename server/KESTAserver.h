@@ -1,8 +1,9 @@
 // The server module: COM start-up, registration switches, class object, message loop, shutdown.
 //
 // Ownership: one global instance. It keeps the object class alive (and with it the Logger) from its construction to its
-// destruction. Threads:   the main thread, but for the monitor thread that waits for the last unlock. Failure:   HRESULTs, which
-// become the exit code.
+//            destruction.
+// Threads:   the main thread, but for the monitor thread that waits for the last unlock.
+// Failure:   HRESULTs, which become the exit code.
 #pragma once
 
 #include "atl/atl.h"
