@@ -13,7 +13,7 @@ MEBIBYTE = 1024 * 1024
 # question, program, ours, measured against (its name in the numbers, its name for readers), limit of the ratio
 RATIOS = [
     ("A call inside the server", "call", "object", "looked up", "bare JNI, look-up each time", 1.3),
-    ("The same", "call", "object", "kept", "bare JNI, kept method id", 1.6),
+    ("A call inside the server, id kept", "call", "object", "kept", "bare JNI, kept method id", 1.6),
     ("A call across processes, early bound", "remote", "early", "bare early", "COM server that answers a constant", 1.02),
     ("A call across processes, late bound", "remote", "late", "bare late", "COM server that answers a constant", 1.02),
     ("Start until the frame's id is answered", "start", "server", "bare", "COM server with the same VM and frame", 1.05),
@@ -61,7 +61,7 @@ def memory_rows(memory):
              "limit": MEMORY_LIMIT, "rounds": 0, "reached": False}
     growth = {"question": "Memory after 100,000 calls and events", "against": "itself before them", "unit": "MiB",
               "limit": GROWTH_LIMIT, "rounds": 0, "reached": False}
-    com = {"question": "The same", "against": "that program as a COM server", "unit": "MiB", "limit": None, "rounds": 0,
+    com = {"question": "Memory after the start, COM apart", "against": "that program as a COM server", "unit": "MiB", "limit": None, "rounds": 0,
            "reached": True}
     if memory:
         beyond = [(one - other) / MEBIBYTE for one, other in zip(memory["server"], memory["COM host"], strict=True)]
