@@ -61,11 +61,11 @@ IUnknown* CComDynamicUnkArray::GetAt(int index) const noexcept
 
 HRESULT STDMETHODCALLTYPE CComConnectionPoint::QueryInterface(REFIID iid, void** object)
 {
-    static const ATL_INTMAP_ENTRY entries[] = {
+    static const ATL_INTMAP_ENTRY ENTRIES[] = {
         {&IID_IConnectionPoint,
          [](void* self) -> void* { return static_cast<IConnectionPoint*>(static_cast<CComConnectionPoint*>(self)); }},
         {nullptr, nullptr}};
-    return AtlInternalQueryInterface(this, entries, iid, object);
+    return AtlInternalQueryInterface(this, ENTRIES, iid, object);
 }
 
 ULONG STDMETHODCALLTYPE CComConnectionPoint::AddRef()

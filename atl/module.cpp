@@ -63,14 +63,14 @@ private:
 
 CRegistrationSwitch AtlFindRegistrationSwitch(const char* commandLine) noexcept
 {
-    static constexpr SwitchName names[] = {
+    static constexpr SwitchName NAMES[] = {
         {"RegServer", CRegistrationSwitch::RegServer},
         {"UnregServer", CRegistrationSwitch::UnregServer},
         {"RegServerPerUser", CRegistrationSwitch::RegServerPerUser},
         {"UnregServerPerUser", CRegistrationSwitch::UnregServerPerUser},
     };
     for (const char* mark = strpbrk(commandLine, "-/"); mark != nullptr; mark = strpbrk(mark + 1, "-/")) {
-        for (const SwitchName& name : names) {
+        for (const SwitchName& name : NAMES) {
             if (isWord(mark + 1, name.word)) {
                 return name.value;
             }
@@ -371,7 +371,7 @@ bool CAtlExeModule::SignalShutdown() noexcept
     }
     // Whoever comes after the monitor thread has closed the event finds nothing left to signal.
     const CComCritSecLock lock(m_csShutdown);
-    return m_hEventShutdown != nullptr && SetEvent(m_hEventShutdown);
+    return m_hEventShutdown != nullptr && SetEvent(m_hEventShutdown) != FALSE;
 }
 
 BOOL CAtlExeModule::PostQuit() noexcept

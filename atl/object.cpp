@@ -44,11 +44,11 @@ HRESULT CComClassFactory::Create(Creator creator, REFIID iid, void** factory) no
 
 HRESULT STDMETHODCALLTYPE CComClassFactory::QueryInterface(REFIID iid, void** object)
 {
-    static const ATL_INTMAP_ENTRY entries[] = {
+    static const ATL_INTMAP_ENTRY ENTRIES[] = {
         {&IID_IClassFactory,
          [](void* self) -> void* { return static_cast<IClassFactory*>(static_cast<CComClassFactory*>(self)); }},
         {nullptr, nullptr}};
-    return AtlInternalQueryInterface(this, entries, iid, object);
+    return AtlInternalQueryInterface(this, ENTRIES, iid, object);
 }
 
 ULONG STDMETHODCALLTYPE CComClassFactory::AddRef()

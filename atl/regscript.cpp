@@ -104,13 +104,13 @@ struct RootName
 
 HKEY rootKey(const Token& token)
 {
-    static const RootName roots[] = {
+    static const RootName ROOTS[] = {
         {"HKCR", "HKEY_CLASSES_ROOT", HKEY_CLASSES_ROOT},         {"HKCU", "HKEY_CURRENT_USER", HKEY_CURRENT_USER},
         {"HKLM", "HKEY_LOCAL_MACHINE", HKEY_LOCAL_MACHINE},       {"HKU", "HKEY_USERS", HKEY_USERS},
         {"HKPD", "HKEY_PERFORMANCE_DATA", HKEY_PERFORMANCE_DATA}, {"HKDD", "HKEY_DYN_DATA", HKEY_DYN_DATA},
         {"HKCC", "HKEY_CURRENT_CONFIG", HKEY_CURRENT_CONFIG},
     };
-    for (const RootName& root : roots) {
+    for (const RootName& root : ROOTS) {
         if (token.isWord(root.shortName) || token.isWord(root.longName)) {
             return root.key;
         }

@@ -1,11 +1,11 @@
-#define LOG_SOURCE "BeanFrame"
-
 #include "beanframe/BeanFrame.h"
 
 #include "javabridge/JavaManagerJNIClient.h"
 
 #include <charconv>
 #include <new>
+
+#define LOG_SOURCE "BeanFrame"
 
 CBeanFrame* CBeanFrame::s_Instance = nullptr;
 DWORD CBeanFrame::s_MainThreadId = 0;
@@ -36,7 +36,7 @@ std::string automationText(int number)
 void CBeanFrame::createInstance(const char* basisControlPath, const char* beanPackage, const char* beanClass)
 {
     LOG_SCOPE_STATIC(INFO, "CBeanFrame::createInstance", basisControlPath << "," << beanPackage << "," << beanClass);
-    if (s_Instance) {
+    if (s_Instance != nullptr) {
         LOG(WARN, "double creation of BeanFrameInstance");
         return;
     }
@@ -55,8 +55,10 @@ CBeanFrame::CBeanFrame(const char* basisControlPath, const char* beanPackage, co
     });
     forward([&](CJavaManagerJNIClient& client) { return client.regEventListener(&listener, frameObject, beanObject); });
 
-    if (CJavaManagerJNIClient::s_Instance && beanObject && frameObject && listener && frameID != 0)
+    if (CJavaManagerJNIClient::s_Instance != nullptr && beanObject != nullptr && frameObject != nullptr && listener != nullptr &&
+        frameID != 0) {
         LOG(TRACE, "CHECKPOINT: Successfully created BeanFrame.");
+    }
 }
 
 CBeanFrame::~CBeanFrame()
@@ -65,14 +67,16 @@ CBeanFrame::~CBeanFrame()
     const HRESULT hr = AtlGuard([&] {
         return forward([&](CJavaManagerJNIClient& client) { return client.stopBean(beanObject, frameObject, listener); });
     });
-    if (FAILED(hr) && CJavaManagerJNIClient::s_Instance)
+    if (FAILED(hr) && CJavaManagerJNIClient::s_Instance != nullptr) {
         LOG(ERROR, "Java side was not released: " << getWindowsErrorText(static_cast<unsigned>(hr)));
+    }
 
     // From here on Java's threads find no bean frame. Those that found it before are inside a native callback, which only queues
     // and waits for nothing but short locks: they are let out before the memory goes.
     std::atomic_ref(s_Instance).store(nullptr);
-    while (s_InstanceUsers.load() != 0)
+    while (s_InstanceUsers.load() != 0) {
         SwitchToThread();
+    }
 }
 
 void CBeanFrame::deleteInstance()
@@ -81,8 +85,9 @@ void CBeanFrame::deleteInstance()
     CHECK_RETURN(s_Instance!=NULL, );
     {
         CComCritSecLock lock(s_EventQueueLock);
-        for (QueueEntry* const entry : s_EventQueue)
+        for (QueueEntry* const entry : s_EventQueue) {
             delete entry;
+        }
         s_EventQueue.clear();
         s_EventIndex.clear();
     }

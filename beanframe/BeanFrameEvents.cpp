@@ -1,11 +1,11 @@
-#define LOG_SOURCE "BeanFrame"
-
 #include "beanframe/BeanFrame.h"
 
 #include "javabridge/JNIHelper.h"
 #include "javabridge/ListenerNatives.h"
 
 #include <memory>
+
+#define LOG_SOURCE "BeanFrame"
 
 // Java's and the timer queue's threads may reach the queue until the process ends: its pieces are never destroyed.
 CBeanFrame::EntryList& CBeanFrame::s_EventQueue = *new EntryList;
@@ -40,9 +40,9 @@ void guardNative(Body&& body) noexcept
 
 const ListenerNatives& listenerNatives()
 {
-    static const ListenerNatives natives = {CBeanFrame::NativeTestBridgeEvent, CBeanFrame::NativeOnControlReady,
+    static const ListenerNatives NATIVES = {CBeanFrame::NativeTestBridgeEvent, CBeanFrame::NativeOnControlReady,
                                             CBeanFrame::NativeOnCustomEvent};
-    return natives;
+    return NATIVES;
 }
 
 CBeanFrame::InstanceUse::InstanceUse()
@@ -52,14 +52,16 @@ CBeanFrame::InstanceUse::InstanceUse()
     // newcomers.
     ++s_InstanceUsers;
     m_instance = std::atomic_ref(s_Instance).load();
-    if (!m_instance)
+    if (m_instance == nullptr) {
         --s_InstanceUsers;
+    }
 }
 
 CBeanFrame::InstanceUse::~InstanceUse()
 {
-    if (m_instance)
+    if (m_instance != nullptr) {
         --s_InstanceUsers;
+    }
 }
 
 void JNICALL CBeanFrame::NativeOnControlReady(JNIEnv* env, jobject, jstring javaText)
@@ -70,10 +72,11 @@ void JNICALL CBeanFrame::NativeOnControlReady(JNIEnv* env, jobject, jstring java
         JNIHelper::javaStringToText(&text, env, javaText);
         LOG(FINE, "text=" << text.narrow());
         const InstanceUse instance;
-        if (instance.get())
+        if (instance.get()) {
             instance.get()->enqueueOnControlReady(text.bstr());
-        else
+        } else {
             LOG(INFO, "Dropped ControlReady Event, no corresponding bean frame was found...");
+        }
     });
 }
 
@@ -85,10 +88,11 @@ void JNICALL CBeanFrame::NativeOnCustomEvent(JNIEnv* env, jobject, jstring javaT
         JNIHelper::javaStringToText(&text, env, javaText);
         LOG(FINE, "text=" << text.narrow());
         const InstanceUse instance;
-        if (instance.get())
+        if (instance.get()) {
             instance.get()->enqueueOnCustomEvent(text.bstr());
-        else
+        } else {
             LOG(WARN, "Dropped custom event, no corresponding bean frame was found...");
+        }
     });
 }
 
@@ -101,38 +105,42 @@ void JNICALL CBeanFrame::NativeTestBridgeEvent(JNIEnv* env, jobject, jstring jav
         LOG(FINE, "text=" << text.narrow());
         text.append("js"); // this hop's letters in the round trip
         const InstanceUse instance;
-        if (instance.get())
+        if (instance.get()) {
             instance.get()->enqueueTestBridgeEvent(text.bstr(), static_cast<DWORD>(delay));
-        else
+        } else {
             LOG(WARN, "Dropped TestBridgeEvent, no corresponding bean frame was found...");
+        }
     });
 }
 
 void CBeanFrame::enqueueOnControlReady(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::enqueueOnControlReady", text);
-    if (isClientAlive())
+    if (isClientAlive()) {
         queueEvent(text, &CBeanFrame::processOnControlReady, 0);
-    else
+    } else {
         LOG(WARN, "Dropped ontrolReady Event, client seems to be not alive anymore..."); // spelled so; log readers search for it
+    }
 }
 
 void CBeanFrame::enqueueOnCustomEvent(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::enqueueOnCustomEvent", text);
-    if (isClientAlive())
+    if (isClientAlive()) {
         queueEvent(text, &CBeanFrame::processOnCustomEvent, 0);
-    else
+    } else {
         LOG(WARN, "Dropped custom event, client seems to be not alive anymore...");
+    }
 }
 
 void CBeanFrame::enqueueTestBridgeEvent(BSTR text, DWORD delay)
 {
     LOG_SCOPE(FINE, "CBeanFrame::enqueueTestBridgeEvent", text << "," << delay);
-    if (isClientAlive())
+    if (isClientAlive()) {
         queueEvent(text, &CBeanFrame::processTestBridgeEvent, delay);
-    else
+    } else {
         LOG(WARN, "Dropped TestBridgeEvent, client seems to be not alive anymore...");
+    }
 }
 
 void CBeanFrame::queueEvent(BSTR text, Handler handler, DWORD delay)
@@ -140,8 +148,9 @@ void CBeanFrame::queueEvent(BSTR text, Handler handler, DWORD delay)
     LOG_SCOPE(FINE, "CBeanFrame::queueEvent", delay);
     {
         CComCritSecLock lock(s_EventQueueLock);
-        if (eventsSuspended)
+        if (eventsSuspended) {
             return;
+        }
         auto entry = std::make_unique<QueueEntry>(SharedText(text), handler, s_TickCount() + delay);
         EntryList node{entry.get()};
         entry->place = node.begin();
@@ -151,10 +160,11 @@ void CBeanFrame::queueEvent(BSTR text, Handler handler, DWORD delay)
         LOG(TRACE, "queued new event: " << queued);
     }
     // A timer of 0xFFFFFFFF never fires; its entry is due at once and goes out with the next message.
-    if (delay != 0)
+    if (delay != 0) {
         startTimer(delay);
-    else
+    } else {
         postProcessEventQueue();
+    }
 }
 
 // The timer is never deleted: it fires once, and the default timer queue ends with the process.
@@ -183,8 +193,9 @@ void CBeanFrame::repostSwallowedMessage()
 {
     MSG message;
     const HWND threadMessages = reinterpret_cast<HWND>(-1);
-    if (s_MessagePosted && !PeekMessageA(&message, threadMessages, WM_PROCESSEVENTQUEUE, WM_PROCESSEVENTQUEUE, PM_NOREMOVE))
+    if (s_MessagePosted && !PeekMessageA(&message, threadMessages, WM_PROCESSEVENTQUEUE, WM_PROCESSEVENTQUEUE, PM_NOREMOVE)) {
         postProcessEventQueue();
+    }
 }
 
 // Under the queue's lock; null when nothing is to be processed now. Unsigned 32-bit arithmetic throughout, so that the clock may
@@ -195,19 +206,22 @@ CBeanFrame::QueueEntry* CBeanFrame::takeDueEntry(DWORD now)
         for (const QueueEntry* const entry : s_EventQueue) {
             const DWORD elapsed = now - entry->dueTime;
             const DWORD ahead = entry->dueTime - now;
-            if (elapsed > ahead)
+            if (elapsed > ahead) {
                 LOG_PLAIN(FINE, "QueueEntry not yet expired (" << entry->dueTime << ">" << now << ")");
+            }
         }
     }
     // Of the due entries the one that became due last is required, not the oldest: clients rely on the latest state coming first.
     // Going back from now around the circle of 2^32, the first due time met is the one with the smallest elapsed time; when that
     // is not below the limit, everything in the queue lies in the future or became due too long ago.
     auto place = s_EventIndex.upper_bound(now);
-    if (place == s_EventIndex.begin())
+    if (place == s_EventIndex.begin()) {
         place = s_EventIndex.end();
+    }
     --place;
-    if (now - place->first >= NEVER_CHOSEN)
+    if (now - place->first >= NEVER_CHOSEN) {
         return nullptr;
+    }
     return s_EventIndex.lower_bound(place->first)->second;
 }
 
@@ -216,11 +230,13 @@ CBeanFrame::QueueEntry* CBeanFrame::takeDueEntry(DWORD now)
 void CBeanFrame::awaitNearEntry(DWORD now)
 {
     auto next = s_EventIndex.upper_bound(now);
-    if (next == s_EventIndex.end())
+    if (next == s_EventIndex.end()) {
         next = s_EventIndex.begin();
+    }
     const DWORD ahead = next->first - now;
-    if (ahead != 0 && ahead <= TICK_COUNT_STEP)
+    if (ahead != 0 && ahead <= TICK_COUNT_STEP) {
         startTimer(ahead);
+    }
 }
 
 HRESULT CBeanFrame::processEventQueue()
@@ -231,8 +247,9 @@ HRESULT CBeanFrame::processEventQueue()
         std::unique_ptr<QueueEntry> entry;
         {
             CComCritSecLock lock(s_EventQueueLock);
-            if (s_EventQueue.empty())
+            if (s_EventQueue.empty()) {
                 return S_OK;
+            }
             const DWORD now = s_TickCount();
             entry.reset(takeDueEntry(now));
             if (entry) {

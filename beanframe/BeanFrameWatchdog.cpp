@@ -1,9 +1,9 @@
-#define LOG_SOURCE "BeanFrame"
-
 #include "beanframe/BeanFrame.h"
 
 #include "atl/enumerator.h"
 #include "javabridge/JavaManagerJNIClient.h"
+
+#define LOG_SOURCE "BeanFrame"
 
 namespace {
 
@@ -18,8 +18,9 @@ void disconnectClients(IUnknown* object)
     if (SUCCEEDED(object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container))) &&
         SUCCEEDED(container->EnumConnectionPoints(&points))) {
         CComPtr<IConnectionPoint> point;
-        while (points->Next(1, &point, nullptr) == S_OK)
+        while (points->Next(1, &point, nullptr) == S_OK) {
             CoDisconnectObject(point, 0);
+        }
     }
     points.Release();
     AtlDisconnectEnumerators();
@@ -34,7 +35,7 @@ HRESULT CBeanFrame::pushWindowHandle(int wndhandle)
     // Window handles have 32 significant bits and are widened by sign extension.
     clientWindow = reinterpret_cast<HWND>(static_cast<INT_PTR>(wndhandle));
     CJavaManagerJNIClient* const client = CJavaManagerJNIClient::s_Instance;
-    const HRESULT result = client ? client->addBean(frameObject, beanObject) : E_FAIL;
+    const HRESULT result = client != nullptr ? client->addBean(frameObject, beanObject) : E_FAIL;
     LOG(TRACE, "Starting WatchDog on server side...");
     queueEvent(nullptr, &CBeanFrame::processWatchDogEvent, WATCHDOG_PERIOD);
     return result;
@@ -44,7 +45,7 @@ bool CBeanFrame::isClientAlive()
 {
     LOG_SCOPE(FINE, "CBeanFrame::isClientAlive");
     const HWND window = clientWindow;
-    if (!window) {
+    if (window == nullptr) {
         LOG(TRACE, "Frame's window not yet set, thus no check!");
         return true;
     }
@@ -52,7 +53,7 @@ bool CBeanFrame::isClientAlive()
         LOG(TRACE, "Frame's window seems not to be alive anymore! (invalid window handle) ");
         return false;
     }
-    if (!GetParent(window) || GetParent(window) == GetDesktopWindow()) {
+    if (GetParent(window) == nullptr || GetParent(window) == GetDesktopWindow()) {
         LOG(TRACE, "Frame's window has no valid parent anymore!");
         return false;
     }
@@ -62,7 +63,7 @@ bool CBeanFrame::isClientAlive()
 void CBeanFrame::processWatchDogEvent(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::processWatchDogEvent", text);
-    if (!eventTarget() || isClientAlive()) {
+    if (eventTarget() == nullptr || isClientAlive()) {
         queueEvent(nullptr, &CBeanFrame::processWatchDogEvent, WATCHDOG_PERIOD);
         return;
     }

@@ -23,8 +23,9 @@ void startJava()
     std::string library;
     std::getline(file, library);
     std::vector<std::string> options;
-    for (std::string line; std::getline(file, line);)
+    for (std::string line; std::getline(file, line);) {
         options.push_back(line);
+    }
     JNIEnv* const env = bench::startMachine(library, options);
     bench::newControl(env);
     bench::showFrame(env, "bare_frame");
@@ -49,8 +50,9 @@ public:
     STDMETHODIMP_(ULONG) Release() override
     {
         const ULONG left = --m_references;
-        if (left == 0)
+        if (left == 0) {
             PostQuitMessage(0);
+        }
         return left;
     }
 
@@ -91,8 +93,9 @@ private:
             ATL::CComPtr<ITypeLib> library;
             ATL::CComPtr<ITypeInfo> info;
             if (FAILED(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, LOCALE_USER_DEFAULT, &library)) ||
-                FAILED(library->GetTypeInfoOfGuid(IID_IJavaManager, &info)))
+                FAILED(library->GetTypeInfoOfGuid(IID_IJavaManager, &info))) {
                 std::abort();
+            }
             return info;
         }();
         return s_info;
@@ -116,8 +119,9 @@ public:
     STDMETHODIMP CreateInstance(IUnknown*, REFIID iid, void** object) override
     {
         static CBareObject s_object;
-        if (s_withJava)
+        if (s_withJava) {
             startJava();
+        }
         return s_object.QueryInterface(iid, object);
     }
     STDMETHODIMP LockServer(BOOL) override { return S_OK; }
@@ -150,8 +154,9 @@ int main(int argc, char** argv)
         CBareFactory factory;
         DWORD cookie = 0;
         const CLSID& clsid = s_withJava ? bench::CLSID_BARE_JAVA : bench::CLSID_BARE;
-        if (FAILED(CoRegisterClassObject(clsid, &factory, CLSCTX_LOCAL_SERVER, REGCLS_SINGLEUSE, &cookie)))
+        if (FAILED(CoRegisterClassObject(clsid, &factory, CLSCTX_LOCAL_SERVER, REGCLS_SINGLEUSE, &cookie))) {
             return 1;
+        }
         runMessageLoop();
         CoUninitialize();
         return 0;

@@ -11,8 +11,9 @@ template <class Function>
 Function* machineFunction(HMODULE library, const char* name)
 {
     auto* const found = reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-    if (!found)
+    if (!found) {
         throw std::runtime_error(std::string("no Java virtual machine: ") + name);
+    }
     return found;
 }
 
@@ -33,13 +34,15 @@ JNIEnv* startMachine(const std::string& library, const std::vector<std::string>&
     const HMODULE module = LoadLibraryA(library.c_str());
     auto* const create = machineFunction<jint JNICALL(JavaVM**, void**, void*)>(module, "JNI_CreateJavaVM");
     std::vector<JavaVMOption> texts;
-    for (const std::string& option : options)
+    for (const std::string& option : options) {
         texts.push_back({const_cast<char*>(option.c_str()), nullptr});
+    }
     JavaVMInitArgs arguments = {JNI_VERSION_1_6, static_cast<jint>(texts.size()), texts.data(), JNI_TRUE};
     JavaVM* machine = nullptr;
     void* env = nullptr;
-    if (create(&machine, &env, &arguments) != JNI_OK)
+    if (create(&machine, &env, &arguments) != JNI_OK) {
         throw std::runtime_error("JNI_CreateJavaVM failed");
+    }
     return static_cast<JNIEnv*>(env);
 }
 
@@ -50,8 +53,9 @@ JNIEnv* runningMachine()
     JavaVM* machine = nullptr;
     jsize count = 0;
     void* env = nullptr;
-    if (find(&machine, 1, &count) != JNI_OK || count != 1 || machine->AttachCurrentThread(&env, nullptr) != JNI_OK)
+    if (find(&machine, 1, &count) != JNI_OK || count != 1 || machine->AttachCurrentThread(&env, nullptr) != JNI_OK) {
         throw std::runtime_error("no Java virtual machine is running");
+    }
     return static_cast<JNIEnv*>(env);
 }
 
@@ -98,8 +102,9 @@ BSTR callMethod(JNIEnv* env, jobject control, jmethodID method, BSTR name, BSTR 
     const jstring javaName = toJava(env, name);
     const jstring javaValue = toJava(env, value);
     const auto answer = static_cast<jstring>(env->CallObjectMethod(control, method, javaName, javaValue));
-    if (env->ExceptionCheck())
+    if (env->ExceptionCheck()) {
         return nullptr;
+    }
     env->DeleteLocalRef(javaName);
     env->DeleteLocalRef(javaValue);
     const BSTR result = toBstr(env, answer);

@@ -14,8 +14,9 @@ const CComBSTR VALUE(L"a text of the usual length");
 
 void check(benchmark::State& state, BSTR answer)
 {
-    if (!answer || std::wstring_view(answer) != VALUE.m_str)
+    if (!answer || std::wstring_view(answer) != VALUE.m_str) {
         state.SkipWithError("wrong answer");
+    }
     SysFreeString(answer);
 }
 
@@ -54,8 +55,9 @@ void measure(int argc, char** argv)
         }
     });
     benchmark::RegisterBenchmark("kept", [&](benchmark::State& state) {
-        for (auto _ : state)
+        for (auto _ : state) {
             check(state, bench::callMethod(env, control, kept, METHOD, VALUE));
+        }
     });
     bench::write(argc, argv, bench::runInTurn(argc, argv));
 }

@@ -16,8 +16,9 @@ public:
         CComPtr<IConnectionPointContainer> container;
         if (FAILED(object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container))) ||
             FAILED(container->FindConnectionPoint(DIID__IJavaManagerEvents, &m_point)) ||
-            FAILED(m_point->Advise(this, &m_cookie)))
+            FAILED(m_point->Advise(this, &m_cookie))) {
             throw std::runtime_error("the sink cannot be connected");
+        }
     }
     ~CCountingSink() { m_point->Unadvise(m_cookie); }
     CCountingSink(const CCountingSink&) = delete;

@@ -21,8 +21,9 @@ void pump()
 {
     MSG message;
     while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
-        if (message.message == WM_PROCESSEVENTQUEUE)
+        if (message.message == WM_PROCESSEVENTQUEUE) {
             CBeanFrame::processEventQueue();
+        }
         DispatchMessageA(&message);
     }
 }
@@ -47,8 +48,9 @@ public:
     }
     void clear()
     {
-        for (const BSTR text : m_texts)
+        for (const BSTR text : m_texts) {
             SysFreeString(text);
+        }
         m_texts.clear();
     }
 
@@ -88,8 +90,9 @@ public:
             SetEvent(m_pumped);
         }
         javaThread.join();
-        if (failure)
+        if (failure) {
             std::rethrow_exception(failure);
+        }
         return series;
     }
 
@@ -101,8 +104,9 @@ private:
         const auto inBatches = [this](benchmark::State& state, const auto& handOver) {
             for (auto _ : state) {
                 const double start = bench::now();
-                for (int event = 0; event < EVENTS; ++event)
+                for (int event = 0; event < EVENTS; ++event) {
                     handOver();
+                }
                 state.SetIterationTime((bench::now() - start) / EVENTS);
                 SetEvent(m_askForPump);
                 WaitForSingleObject(m_pumped, INFINITE);
@@ -133,14 +137,16 @@ void drain(benchmark::State& state, bench::CCountingSink& sink, long long length
 {
     const CComBSTR text(TEXT);
     for (auto _ : state) {
-        for (long long event = 0; event < length; ++event)
+        for (long long event = 0; event < length; ++event) {
             CBeanFrame::s_Instance->enqueueOnCustomEvent(text);
+        }
         sink.events = 0;
         const double start = bench::now();
         CBeanFrame::processEventQueue();
         state.SetIterationTime((bench::now() - start) / static_cast<double>(length));
-        if (sink.events != length)
+        if (sink.events != length) {
             state.SkipWithError("not every event has reached the sink");
+        }
         pump();
     }
 }

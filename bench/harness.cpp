@@ -25,8 +25,9 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override
     {
         for (const Run& run : runs) {
-            if (run.skipped != benchmark::internal::NotSkipped)
+            if (run.skipped != benchmark::internal::NotSkipped) {
                 throw std::runtime_error(run.run_name.function_name + ": " + run.skip_message);
+            }
             series[run.run_name.function_name].push_back(run.real_accumulated_time / static_cast<double>(run.iterations) *
                                                          NANOSECONDS);
         }
@@ -38,8 +39,9 @@ public:
 const char* text(int argc, char** argv, const char* name)
 {
     for (int index = 1; index + 1 < argc; ++index) {
-        if (std::strcmp(argv[index], name) == 0)
+        if (std::strcmp(argv[index], name) == 0) {
             return argv[index + 1];
+        }
     }
     return nullptr;
 }
@@ -58,8 +60,9 @@ Series runInTurn(int argc, char** argv)
     benchmark::Initialize(&argc, argv);
     CCollector collector;
     const int rounds = argument(argc, argv, "--rounds", ROUNDS);
-    for (int round = 0; round < rounds; ++round)
+    for (int round = 0; round < rounds; ++round) {
         benchmark::RunSpecifiedBenchmarks(&collector);
+    }
     return collector.series;
 }
 
@@ -71,15 +74,17 @@ void write(int argc, char** argv, const Series& series)
     for (const auto& [name, numbers] : series) {
         json << separator << '"' << name << "\": [";
         separator = ", ";
-        for (size_t index = 0; index < numbers.size(); ++index)
+        for (size_t index = 0; index < numbers.size(); ++index) {
             json << (index ? ", " : "") << numbers[index];
+        }
         json << ']';
     }
     json << '}';
-    if (const char* const path = text(argc, argv, "--out"))
+    if (const char* const path = text(argc, argv, "--out")) {
         std::ofstream(path) << json.str();
-    else
+    } else {
         std::cout << json.str() << std::endl;
+    }
 }
 
 int guarded(void (*program)(int argc, char** argv), int argc, char** argv)

@@ -16,8 +16,9 @@ SHA256 = "32131c08ee31eeff2c8968d7e874f3cb648034377dfc32a4c377fa8796d84981"
 
 def archive():
     """The machine's own Debian archive."""
-    listed = subprocess.run(["apt-get", "indextargets", "--format", "$(REPO_URI)", "Created-By: Packages"], check=True,
-                            capture_output=True, text=True).stdout.split()
+    listed = subprocess.run(
+        ["apt-get", "indextargets", "--format", "$(REPO_URI)", "Created-By: Packages"], check=True, capture_output=True, text=True
+    ).stdout.split()
     for uri in listed:
         if uri.rstrip("/").endswith("/debian"):
             return uri
@@ -29,11 +30,18 @@ def fetch(folder):
     (folder / "sources.list").write_text(f"deb-src {archive()} {SUITE} main\n")
     for part in ("lists/partial", "cache/archives/partial"):
         (folder / part).mkdir(parents=True)
-    settings = {"Dir::Etc::sourcelist": folder / "sources.list", "Dir::Etc::sourceparts": "/dev/null",
-                "Dir::State::lists": folder / "lists", "Dir::Cache": folder / "cache", "APT::Sandbox::User": ""}
+    settings = {
+        "Dir::Etc::sourcelist": folder / "sources.list",
+        "Dir::Etc::sourceparts": "/dev/null",
+        "Dir::State::lists": folder / "lists",
+        "Dir::Cache": folder / "cache",
+        "APT::Sandbox::User": "",
+    }
     options = [word for name, value in settings.items() for word in ("-o", f"{name}={value}")]
     for command in (["update"], ["source", "--download-only", PACKAGE]):
-        ended = subprocess.run(["apt-get", *options, *command], cwd=folder, stdin=subprocess.DEVNULL, capture_output=True, text=True)
+        ended = subprocess.run(
+            ["apt-get", *options, *command], cwd=folder, stdin=subprocess.DEVNULL, capture_output=True, text=True
+        )
         if ended.returncode:
             sys.exit(f"bench: the benchmark library cannot be fetched: {ended.stdout}{ended.stderr}")
     return folder / f"{PACKAGE}_{VERSION}.orig.tar.gz"

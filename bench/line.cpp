@@ -1,6 +1,4 @@
 // What a written line costs: file and debugger stream, flushed. Against a logging library with the same sinks and the same text.
-#define LOG_SOURCE "line"
-
 #include "bench/harness.h"
 #include "support/logger.h"
 
@@ -9,6 +7,8 @@
 #include <spdlog/sinks/msvc_sink.h>
 #include <spdlog/spdlog.h>
 
+#define LOG_SOURCE "line"
+
 namespace {
 
 std::unique_ptr<spdlog::logger> s_library;
@@ -16,15 +16,17 @@ std::unique_ptr<spdlog::logger> s_library;
 void ours(benchmark::State& state)
 {
     int number = 0;
-    for (auto _ : state)
+    for (auto _ : state) {
         LOG_PLAIN(INFO, "callMethod setText, value number " << ++number);
+    }
 }
 
 void library(benchmark::State& state)
 {
     int number = 0;
-    for (auto _ : state)
+    for (auto _ : state) {
         SPDLOG_LOGGER_INFO(s_library, "callMethod setText, value number {}", ++number);
+    }
 }
 
 // The columns of our lines: time, thread, level, source, line number, indentation, text.
@@ -44,8 +46,9 @@ void openLibrary(const Logger& logger)
 void measure(int argc, char** argv)
 {
     const Logger* const logger = Logger::instance();
-    if (logger == nullptr || logger->logFilePrefix().empty())
+    if (logger == nullptr || logger->logFilePrefix().empty()) {
         throw std::runtime_error("there is no log file to write to");
+    }
     Logger::setMaxLogLevel(LOGLEVEL_INFO);
     openLibrary(*logger);
     benchmark::RegisterBenchmark("line", ours);

@@ -22,8 +22,9 @@ double privateBytes(const fixtures::CProcess& process)
 {
     const ATL::CHandle handle(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, process.id()));
     PROCESS_MEMORY_COUNTERS counters = {};
-    if (!GetProcessMemoryInfo(handle, &counters, sizeof counters))
+    if (!GetProcessMemoryInfo(handle, &counters, sizeof counters)) {
         throw std::runtime_error("the memory of a process cannot be read");
+    }
     // The same number as the private bytes, which Wine leaves empty.
     return static_cast<double>(counters.PagefileUsage);
 }
@@ -37,8 +38,9 @@ void settle()
 double hostMemory(const bench::CServers& servers)
 {
     fixtures::CProgram host(servers.hostCommand());
-    if (!host.waitForOutput("ready"))
+    if (!host.waitForOutput("ready")) {
         throw std::runtime_error("the minimal program did not start: " + host.output());
+    }
     settle();
     return privateBytes(host.process());
 }
@@ -59,11 +61,13 @@ void callAndListen(IJavaManager* object, bench::CCountingSink& sink, int calls)
     const long long expected = sink.events + calls;
     for (int call = 0; call < calls; ++call) {
         ATL::CComBSTR answer;
-        if (object->callMethod(method, value, &answer) != S_OK)
+        if (object->callMethod(method, value, &answer) != S_OK) {
             throw std::runtime_error("a call has failed");
+        }
     }
-    if (!fixtures::pumpUntil([&] { return sink.events == expected; }))
+    if (!fixtures::pumpUntil([&] { return sink.events == expected; })) {
         throw std::runtime_error("events are missing");
+    }
 }
 
 void measure(int argc, char** argv)

@@ -1,10 +1,10 @@
 // What logging costs where it is off: a statement, and a scope, which is always made.
-#define LOG_SOURCE "off"
-
 #include "bench/harness.h"
 #include "support/logger.h"
 
 #include <windows.h>
+
+#define LOG_SOURCE "off"
 
 namespace {
 
@@ -13,15 +13,17 @@ volatile int s_level = LOGLEVEL_WARN;
 
 void statement(benchmark::State& state)
 {
-    for (auto _ : state)
+    for (auto _ : state) {
         LOG_PLAIN(FINE, "text" << state.iterations());
+    }
 }
 
 void comparison(benchmark::State& state)
 {
     for (auto _ : state) {
-        if (s_level >= LOGLEVEL_FINE)
+        if (s_level >= LOGLEVEL_FINE) {
             state.SkipWithError("the level has changed");
+        }
     }
 }
 
@@ -35,8 +37,9 @@ public:
 void scope(benchmark::State& state)
 {
     CLogging object;
-    for (auto _ : state)
+    for (auto _ : state) {
         object.method();
+    }
 }
 
 __attribute__((noinline)) void readClockAndSlots(DWORD slot)
@@ -50,8 +53,9 @@ __attribute__((noinline)) void readClockAndSlots(DWORD slot)
 void clockAndSlots(benchmark::State& state)
 {
     const DWORD slot = TlsAlloc();
-    for (auto _ : state)
+    for (auto _ : state) {
         readClockAndSlots(slot);
+    }
     TlsFree(slot);
 }
 

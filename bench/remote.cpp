@@ -15,8 +15,9 @@ void early(benchmark::State& state, IJavaManager* object)
 {
     for (auto _ : state) {
         ATL::CComBSTR answer;
-        if (object->callMethod(METHOD, VALUE, &answer) != S_OK || std::wstring_view(answer.m_str) != VALUE.m_str)
+        if (object->callMethod(METHOD, VALUE, &answer) != S_OK || std::wstring_view(answer.m_str) != VALUE.m_str) {
             state.SkipWithError("wrong answer");
+        }
     }
 }
 
@@ -34,8 +35,9 @@ void late(benchmark::State& state, IJavaManager* object)
         ATL::CComVariant answer;
         if (dispatch->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &parameters, &answer, nullptr, nullptr) !=
                 S_OK ||
-            answer.vt != VT_BSTR || std::wstring_view(answer.bstrVal) != VALUE.m_str)
+            answer.vt != VT_BSTR || std::wstring_view(answer.bstrVal) != VALUE.m_str) {
             state.SkipWithError("wrong answer");
+        }
     }
 }
 

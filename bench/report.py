@@ -48,8 +48,14 @@ def rows(series):
             mine, others = series[program][ours], series[program][base]
             ratios = [one / other for one, other in zip(mine, others, strict=True)]
             middle = statistics.median(ratios)
-            row |= {"ours": statistics.median(mine), "base": statistics.median(others), "value": middle,
-                    "quartiles": quartiles(ratios), "rounds": len(ratios), "reached": round(middle, 2) <= limit}
+            row |= {
+                "ours": statistics.median(mine),
+                "base": statistics.median(others),
+                "value": middle,
+                "quartiles": quartiles(ratios),
+                "rounds": len(ratios),
+                "reached": round(middle, 2) <= limit,
+            }
         result.append(row)
     if "memory" in series:
         result += memory_rows(series["memory"])
@@ -57,22 +63,55 @@ def rows(series):
 
 
 def memory_rows(memory):
-    start = {"question": "Memory after the start", "against": "program with the same VM and frame", "unit": "MiB",
-             "limit": MEMORY_LIMIT, "rounds": 0, "reached": False}
-    growth = {"question": "Memory after 100,000 calls and events", "against": "itself before them", "unit": "MiB",
-              "limit": GROWTH_LIMIT, "rounds": 0, "reached": False}
-    com = {"question": "Memory after the start, COM apart", "against": "that program as a COM server", "unit": "MiB", "limit": None, "rounds": 0,
-           "reached": True}
+    start = {
+        "question": "Memory after the start",
+        "against": "program with the same VM and frame",
+        "unit": "MiB",
+        "limit": MEMORY_LIMIT,
+        "rounds": 0,
+        "reached": False,
+    }
+    growth = {
+        "question": "Memory after 100,000 calls and events",
+        "against": "itself before them",
+        "unit": "MiB",
+        "limit": GROWTH_LIMIT,
+        "rounds": 0,
+        "reached": False,
+    }
+    com = {
+        "question": "Memory after the start, COM apart",
+        "against": "that program as a COM server",
+        "unit": "MiB",
+        "limit": None,
+        "rounds": 0,
+        "reached": True,
+    }
     if memory:
         beyond = [(one - other) / MEBIBYTE for one, other in zip(memory["server"], memory["COM host"], strict=True)]
-        com |= {"ours": statistics.median(memory["server"]) / MEBIBYTE, "base": statistics.median(memory["COM host"]) / MEBIBYTE,
-                "value": statistics.median(beyond), "quartiles": quartiles(beyond), "rounds": len(beyond)}
+        com |= {
+            "ours": statistics.median(memory["server"]) / MEBIBYTE,
+            "base": statistics.median(memory["COM host"]) / MEBIBYTE,
+            "value": statistics.median(beyond),
+            "quartiles": quartiles(beyond),
+            "rounds": len(beyond),
+        }
         more = [(one - other) / MEBIBYTE for one, other in zip(memory["server"], memory["host"], strict=True)]
         added = [(after - before) / MEBIBYTE for after, before in zip(memory["after"], memory["before"], strict=True)]
-        start |= {"ours": statistics.median(memory["server"]) / MEBIBYTE, "base": statistics.median(memory["host"]) / MEBIBYTE,
-                  "value": statistics.median(more), "quartiles": quartiles(more), "rounds": len(more)}
-        growth |= {"ours": memory["after"][0] / MEBIBYTE, "base": memory["before"][0] / MEBIBYTE,
-                   "value": added[0], "quartiles": quartiles(added), "rounds": len(added)}
+        start |= {
+            "ours": statistics.median(memory["server"]) / MEBIBYTE,
+            "base": statistics.median(memory["host"]) / MEBIBYTE,
+            "value": statistics.median(more),
+            "quartiles": quartiles(more),
+            "rounds": len(more),
+        }
+        growth |= {
+            "ours": memory["after"][0] / MEBIBYTE,
+            "base": memory["before"][0] / MEBIBYTE,
+            "value": added[0],
+            "quartiles": quartiles(added),
+            "rounds": len(added),
+        }
         for row in (start, growth):
             row["reached"] = row["value"] <= row["limit"]
     return [start, com, growth]
@@ -80,6 +119,7 @@ def memory_rows(memory):
 
 def figures(series):
     """Absolute numbers for readers, as they came out on this machine."""
+
     def median(program, name):
         return statistics.median(series[program][name]) if series.get(program) else None
 
@@ -99,7 +139,8 @@ def figures(series):
     if series.get("memory"):
         calls = series["memory"]["calls"][0]
         found["call from a C++ client that raises an event, with the event's way to the client's sink"] = (
-            series["memory"]["seconds"][0] * 1e9 / calls)
+            series["memory"]["seconds"][0] * 1e9 / calls
+        )
     return found
 
 
@@ -118,8 +159,16 @@ def cells(row):
         return [row["question"], "-", row["against"], "-", "not measured", "-", limit, "FAILED"]
     digits = "+.2f" if row["unit"] == "MiB" else ".3f"
     low, high = row["quartiles"]
-    return [row["question"], amount(row["ours"], row["unit"]), row["against"], amount(row["base"], row["unit"]),
-            f"{row['value']:{digits}}", f"{low:{digits}} to {high:{digits}}", limit, "" if row["reached"] else "OVER"]
+    return [
+        row["question"],
+        amount(row["ours"], row["unit"]),
+        row["against"],
+        amount(row["base"], row["unit"]),
+        f"{row['value']:{digits}}",
+        f"{low:{digits}} to {high:{digits}}",
+        limit,
+        "" if row["reached"] else "OVER",
+    ]
 
 
 HEADINGS = ["question", "ours", "measured against", "theirs", "ratio", "middle half", "limit", ""]
@@ -129,7 +178,7 @@ def table(all_rows):
     """For a terminal."""
     lines = [HEADINGS] + [cells(row) for row in all_rows]
     widths = [max(len(line[column]) for line in lines) for column in range(len(HEADINGS))]
-    return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip() for line in lines)
+    return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(line, widths, strict=True)).rstrip() for line in lines)
 
 
 def page(result):
@@ -137,15 +186,25 @@ def page(result):
     lines = [BEGIN, "| " + " | ".join(HEADINGS) + " |", "|" + "---|" * len(HEADINGS)]
     lines += ["| " + " | ".join(cells(row)) + " |" for row in result["rows"]]
     machine = result["machine"]
-    lines += ["", "![Ratios as parts of their limits](performance.png)", "",
-              f"Measured {result['date']} at revision {machine['revision']}" + (" (a quick run)" if result["quick"] else "") +
-              f" on {machine['cores']} cores of {machine['processor']}, {machine['memory']} memory, Linux {machine['kernel']}, "
-              f"{machine['system']}, {machine['wine']}, Java {machine['java']}, {machine['compiler']}, "
-              f"load before the run {machine['load']:.2f}.", "",
-              "In absolute numbers, on that machine:", "", "| what | time | a second |", "|---|---|---|"]
+    lines += [
+        "",
+        "![Ratios as parts of their limits](performance.png)",
+        "",
+        f"Measured {result['date']} at revision {machine['revision']}"
+        + (" (a quick run)" if result["quick"] else "")
+        + f" on {machine['cores']} cores of {machine['processor']}, {machine['memory']} memory, Linux {machine['kernel']}, "
+        f"{machine['system']}, {machine['wine']}, Java {machine['java']}, {machine['compiler']}, "
+        f"load before the run {machine['load']:.2f}.",
+        "",
+        "In absolute numbers, on that machine:",
+        "",
+        "| what | time | a second |",
+        "|---|---|---|",
+    ]
     for text, value in result["figures"].items():
-        lines.append(f"| {text} | {amount(value, 'ns')} | {1e9 / value:,.0f} |" if value < 1e9
-                     else f"| {text} | {amount(value, 'ns')} | |")
+        lines.append(
+            f"| {text} | {amount(value, 'ns')} | {1e9 / value:,.0f} |" if value < 1e9 else f"| {text} | {amount(value, 'ns')} | |"
+        )
     lines += ["", END]
     return "\n".join(lines)
 
@@ -157,6 +216,7 @@ def replace_section(path, text):
 
 def machine(project):
     """What the numbers depend on. No paths and no names."""
+
     def output(*command):
         try:
             return subprocess.run(command, cwd=project, capture_output=True, text=True, check=True).stdout.strip()
@@ -194,8 +254,10 @@ def chart(all_rows, folder):
         low, high = row["quartiles"]
         limit = row["limit"]
         label = f"{row['question']}  ({cells(row)[4]} of {limit:g})"
-        data.append(f"{place} {max(row['value'], 0) / limit:.4f} {max(low, 0) / limit:.4f} {max(high, 0) / limit:.4f} "
-                    f"{0 if row['reached'] else 1} \"{label}\"")
+        data.append(
+            f"{place} {max(row['value'], 0) / limit:.4f} {max(low, 0) / limit:.4f} {max(high, 0) / limit:.4f} "
+            f'{0 if row["reached"] else 1} "{label}"'
+        )
     (folder / "chart.dat").write_text("\n".join(data) + "\n")
     script = f"""
 set terminal pngcairo size 1200,{120 + 40 * len(measured)} font "DejaVu Sans,11" background "#ffffff"

@@ -31,8 +31,9 @@ std::string classKey(const CLSID& clsid)
 void registerClass(const CLSID& clsid, const std::string& command)
 {
     const std::string key = classKey(clsid) + "\\LocalServer32";
-    if (RegSetValueA(HKEY_LOCAL_MACHINE, key.c_str(), REG_SZ, command.c_str(), 0) != ERROR_SUCCESS)
+    if (RegSetValueA(HKEY_LOCAL_MACHINE, key.c_str(), REG_SZ, command.c_str(), 0) != ERROR_SUCCESS) {
         throw std::runtime_error("a class cannot be registered");
+    }
 }
 
 std::string bareCommand(const char* mode)
@@ -43,8 +44,9 @@ std::string bareCommand(const char* mode)
 void registerServer(const char* option)
 {
     const fixtures::CProgram server(quoted(fixtures::programFolder() + "\\" + OURS) + " " + option);
-    if (server.process().exitCode().value_or(ERROR_TIMEOUT) != 0)
+    if (server.process().exitCode().value_or(ERROR_TIMEOUT) != 0) {
         throw std::runtime_error(std::string("the server fails with ") + option);
+    }
 }
 
 } // namespace
@@ -53,8 +55,9 @@ CServers::CServers(const std::vector<std::string>& machineOptions)
 {
     writeMachine(machineOptions);
     m_settings.setRuntime("21.0.8", fixtures::runtimeLibrary(21));
-    for (size_t index = 0; index < machineOptions.size(); ++index)
+    for (size_t index = 0; index < machineOptions.size(); ++index) {
         m_settings.setPreference(("jvm_option_" + std::to_string(index)).c_str(), machineOptions[index]);
+    }
     registerServer("/RegServer");
     registerClass(CLSID_BARE, bareCommand("constant"));
     registerClass(CLSID_BARE_JAVA, bareCommand("java"));
@@ -62,8 +65,9 @@ CServers::CServers(const std::vector<std::string>& machineOptions)
 
 CServers::~CServers()
 {
-    for (const CLSID& clsid : {CLSID_BARE, CLSID_BARE_JAVA})
+    for (const CLSID& clsid : {CLSID_BARE, CLSID_BARE_JAVA}) {
         RegDeleteTreeA(HKEY_LOCAL_MACHINE, classKey(clsid).c_str());
+    }
     try {
         registerServer("/UnregServer");
     } catch (const std::exception&) {
@@ -78,8 +82,9 @@ void CServers::writeMachine(const std::vector<std::string>& machineOptions) cons
     const std::string folder = fixtures::programFolder();
     std::ofstream file(folder + "\\" + BARE_MACHINE);
     file << fixtures::runtimeLibrary(21) << "\n-Djava.class.path=" << folder << "\\ORVANEControl.jar\n";
-    for (const std::string& option : machineOptions)
+    for (const std::string& option : machineOptions) {
         file << option << '\n';
+    }
     file << "-Dsun.awt.noerasebackground=true\n"
             "-Dcom.orvane.qmrt.logpath=none\n"
             "-Dcom.orvane.qmrt.loglevel=2\n"
@@ -99,15 +104,18 @@ CRemote::CRemote(const CLSID& clsid)
     const double start = now();
     HRESULT hr = m_object.CoCreateInstance(clsid, CLSCTX_LOCAL_SERVER);
     int frame = -1;
-    if (SUCCEEDED(hr))
+    if (SUCCEEDED(hr)) {
         hr = m_object->getBeanFrameID(&frame);
+    }
     m_startTime = now() - start;
     for (const DWORD id : fixtures::processesNamed(executable)) {
-        if (std::find(before.begin(), before.end(), id) == before.end())
+        if (std::find(before.begin(), before.end(), id) == before.end()) {
             m_process = std::make_unique<fixtures::CProcess>(id);
+        }
     }
-    if (FAILED(hr) || frame == -1 || !m_process)
+    if (FAILED(hr) || frame == -1 || !m_process) {
         throw std::runtime_error(std::string(executable) + " did not start");
+    }
 }
 
 CRemote::~CRemote()

@@ -1,9 +1,9 @@
-#define LOG_SOURCE "JavaManagerATLObject"
-
 #include "com/JavaManagerATLObject.h"
 
 #include "beanframe/BeanFrame.h"
 #include "support/registry.h"
+
+#define LOG_SOURCE "JavaManagerATLObject"
 
 CJavaManagerATLObject* CJavaManagerATLObject::s_Instance = nullptr;
 
@@ -16,8 +16,9 @@ std::string defaultBasisControl()
 {
     char path[MODULE_PATH_SIZE + 1] = {};
     const int length = static_cast<int>(GetModuleFileNameA(nullptr, path, MODULE_PATH_SIZE));
-    if (length < 0 || length > static_cast<int>(MODULE_PATH_SIZE))
+    if (length < 0 || length > static_cast<int>(MODULE_PATH_SIZE)) {
         return {};
+    }
     const std::string module = path;
     return module.substr(0, module.rfind('\\')) + "\\ORVANEControl.jar";
 }
@@ -32,16 +33,18 @@ EventTarget* eventTarget()
 CJavaManagerATLObject::CJavaManagerATLObject()
 {
     LOG_SCOPE(INFO, "CJavaManagerATLObject::CJavaManagerATLObject");
-    if (!CHECK_LOG(s_Instance == NULL))
+    if (!CHECK_LOG(s_Instance == NULL)) {
         return;
+    }
     s_Instance = this;
     // The object exists whatever happens on the way to its frame.
     const HRESULT hr = AtlGuard([&]() -> HRESULT {
         const std::string defaultControl = defaultBasisControl();
         std::string basiscontrol = CRegistry(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS)
                                        .getStringValue("basiscontrol", defaultControl.c_str());
-        if (!doesFileExist(basiscontrol) && basiscontrol != defaultControl && doesFileExist(defaultControl))
+        if (!doesFileExist(basiscontrol) && basiscontrol != defaultControl && doesFileExist(defaultControl)) {
             basiscontrol = defaultControl;
+        }
         LOG(FINE, "Basiscontrol path: " << basiscontrol);
         CHECK_RETURN(doesFileExist(basiscontrol), S_OK);
 
@@ -54,24 +57,28 @@ CJavaManagerATLObject::CJavaManagerATLObject()
         LOG(TRACE, "CHECKPOINT: Successfully created ATL object."); // also when the frame could not be shown
         return S_OK;
     });
-    if (FAILED(hr))
+    if (FAILED(hr)) {
         LOG(ERROR, "Failed to create ATL object. " << getWindowsErrorText(static_cast<unsigned>(hr)));
+    }
 }
 
 CJavaManagerATLObject::~CJavaManagerATLObject()
 {
     LOG_SCOPE(INFO, "CJavaManagerATLObject::~CJavaManagerATLObject");
-    if (CHECK_LOG(CBeanFrame::s_Instance!=NULL))
+    if (CHECK_LOG(CBeanFrame::s_Instance!=NULL)) {
         CBeanFrame::deleteInstance();
+    }
 }
 
 void CJavaManagerATLObject::ObjectMain(bool starting)
 {
-    if (starting)
+    if (starting) {
         Logger::addRefCount();
+    }
     LOG_SCOPE_STATIC(INFO, "CJavaManagerATLObject::ObjectMain", starting);
-    if (!starting)
+    if (!starting) {
         Logger::release();
+    }
 }
 
 HRESULT CJavaManagerATLObject::FinalConstruct()

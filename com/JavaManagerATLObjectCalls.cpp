@@ -1,11 +1,11 @@
 // The methods of IJavaManager, their error info and the test bridge.
-#define LOG_SOURCE "JavaManagerATLObject"
-
 #include "com/JavaManagerATLObject.h"
 
 #include "beanframe/BeanFrame.h"
 
 #include <string_view>
+
+#define LOG_SOURCE "JavaManagerATLObject"
 
 namespace {
 
@@ -13,7 +13,7 @@ constexpr std::wstring_view FAILING_TEXT = L"error";
 
 bool beginsWith(BSTR text, std::wstring_view start)
 {
-    return text && std::wstring_view(text, SysStringLen(text)).starts_with(start);
+    return text != nullptr && std::wstring_view(text, SysStringLen(text)).starts_with(start);
 }
 
 } // namespace
@@ -46,8 +46,9 @@ HRESULT CJavaManagerATLObject::forwardChecked(const LogScope& logScope, Call&& c
 HRESULT CJavaManagerATLObject::provideErrorInfo(HRESULT hr)
 {
     LOG_SCOPE(INFO, "CJavaManagerATLObject::provideErrorInfo", hr);
-    if (hr >= 0)
+    if (hr >= 0) {
         return S_OK; // success codes are flattened, deliberately
+    }
     const std::string description = Logger::getErrorEntries();
     LOG(TRACE, "Providing Error Info!");
     return Error(description.c_str(), IID_IJavaManager, hr);
@@ -153,8 +154,9 @@ STDMETHODIMP CJavaManagerATLObject::getBeanFrameID(int* uid)
 {
     return AtlGuard([&]() -> HRESULT {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::getBeanFrameID");
-        if (!uid)
+        if (!uid) {
             return E_POINTER;
+        }
         if (CBeanFrame::s_Instance) {
             *uid = CBeanFrame::s_Instance->frameID;
         } else {
@@ -189,12 +191,14 @@ STDMETHODIMP CJavaManagerATLObject::testBridge(BSTR text, int ttl, int delay)
         CComBSTR forwarded;
         forwarded.Attach(CComBSTR::CopyOf(text));
         forwarded += L"S";
-        if (ttl > 1)
+        if (ttl > 1) {
             return forward(logScope, [&](CBeanFrame& frame) { return frame.testBridge(forwarded, ttl - 1, delay); });
+        }
 
         forwarded += L"s";
-        if (delay > 0)
+        if (delay > 0) {
             forwarded += L" (delayed only when passed through bean)";
+        }
         const CComPtr<IUnknown> hold(targetUnknown()); // a sink may release the object
         Fire_testBridgeEvent(forwarded);
         // A way for clients to see what a failing call looks like.

@@ -25,8 +25,9 @@ private:
         for (int slot = 0; slot < slots; ++slot) {
             // The array may have changed during the previous call: bounds are read again, and a slot that is gone reads as empty.
             const CComPtr<IUnknown> sink(this->m_vec.GetAt(slot));
-            if (!sink)
+            if (!sink) {
                 continue;
+            }
             CComVariant argument(text);
             DISPPARAMS parameters = {&argument, nullptr, 1, 0};
             // The sink was stored through its query for the event interface, which is a dispinterface.

@@ -1,9 +1,9 @@
-#define LOG_SOURCE "KESTAserver"
-
 #include "server/KESTAserver.h"
 
 #include "beanframe/BeanFrame.h"
 #include "com/JavaManagerATLObject.h"
+
+#define LOG_SOURCE "KESTAserver"
 
 namespace {
 
@@ -22,8 +22,9 @@ void CKESTAserverModule::RunMessageLoop()
     MSG msg;
     while (GetMessageA(&msg, nullptr, 0, 0) > 0) {
         LOG(FINE, "window message: message=" << msg.message << ", lParam=" << msg.lParam << ", wParam=" << msg.wParam);
-        if (msg.message == WM_PROCESSEVENTQUEUE)
+        if (msg.message == WM_PROCESSEVENTQUEUE) {
             CBeanFrame::processEventQueue();
+        }
         TranslateMessage(&msg);
         DispatchMessageA(&msg);
         CBeanFrame::repostSwallowedMessage();

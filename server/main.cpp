@@ -1,9 +1,9 @@
 // Process entry.
-#define LOG_SOURCE "KESTAserver"
-
 #include "javabridge/JavaManagerJNIClient.h"
 #include "server/KESTAserver.h"
 #include "support/helpers.h"
+
+#define LOG_SOURCE "KESTAserver"
 
 namespace {
 

@@ -13,9 +13,9 @@ std::string CHelpers::buildIdentifierString(const char* prefix, int number)
 int CHelpers::setErrorModeSilent()
 {
     LOG_SCOPE_STATIC(FINE, "CHelpers::setErrorModeSilent");
-    constexpr UINT newMode = SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX;
-    const UINT oldMode = SetErrorMode(newMode);
-    LOG(FINE, "new error mode:" << std::hex << newMode);
+    constexpr UINT NEW_MODE = SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX;
+    const UINT oldMode = SetErrorMode(NEW_MODE);
+    LOG(FINE, "new error mode:" << std::hex << NEW_MODE);
     LOG(FINE, "old error mode:" << std::hex << oldMode);
     return 0;
 }

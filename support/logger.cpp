@@ -31,8 +31,9 @@ __attribute__((init_priority(101))) const LoggerGuard s_guard;
 
 LogLock::LogLock()
 {
-    if (!InitializeCriticalSectionEx(&m_section, 0, 0))
+    if (!InitializeCriticalSectionEx(&m_section, 0, 0)) {
         throw std::system_error(HRESULT_FROM_WIN32(GetLastError()), std::system_category(), "InitializeCriticalSectionEx");
+    }
 }
 
 void Logger::addRefCount()
@@ -103,8 +104,9 @@ void Logger::end()
 void Logger::setMaxLogLevel(int level)
 {
     LOG_SCOPE_STATIC(FINE, "Logger::setMaxLogLevel", level);
-    if (instance() != nullptr)
+    if (instance() != nullptr) {
         LogState::s_maxLogLevel = level;
+    }
 }
 
 std::string Logger::getErrorEntries()

@@ -25,8 +25,9 @@ std::string demangle(const char* encoded)
     int status = 0;
     const std::unique_ptr<char, decltype(&std::free)> plain(abi::__cxa_demangle(encoded, nullptr, nullptr, &status), &std::free);
     std::string name = plain != nullptr ? plain.get() : encoded;
-    if (name.compare(0, 6, "class ") == 0)
+    if (name.compare(0, 6, "class ") == 0) {
         name.erase(0, 6);
+    }
     return name;
 }
 
@@ -34,9 +35,11 @@ const char* plainTypeName(const char* encoded)
 {
     auto& bucket = s_typeNames[(reinterpret_cast<std::uintptr_t>(encoded) >> 4) % std::size(s_typeNames)];
     const TypeName* first = bucket.load(std::memory_order_acquire);
-    for (const TypeName* entry = first; entry != nullptr; entry = entry->next)
-        if (entry->encoded == encoded)
+    for (const TypeName* entry = first; entry != nullptr; entry = entry->next) {
+        if (entry->encoded == encoded) {
             return entry->plain.c_str();
+        }
+    }
 
     auto* added = new TypeName{encoded, demangle(encoded), first};
     while (!bucket.compare_exchange_weak(added->next, added, std::memory_order_release, std::memory_order_relaxed)) {
@@ -56,11 +59,11 @@ LONGLONG ticks(const FILETIME& time)
 }
 
 // 124 characters and a line feed each; the begin banner ends in one backslash.
-constexpr std::string_view beginBanner = "/******************************************** error detected - begin backtrace "
-                                         "********************************************\\\n";
-constexpr std::string_view endBanner = "\\************************************************** end error backtrace "
-                                       "***************************************************/\n";
-static_assert(beginBanner.size() == 125 && endBanner.size() == 125);
+constexpr std::string_view BEGIN_BANNER = "/******************************************** error detected - begin backtrace "
+                                          "********************************************\\\n";
+constexpr std::string_view END_BANNER = "\\************************************************** end error backtrace "
+                                        "***************************************************/\n";
+static_assert(BEGIN_BANNER.size() == 125 && END_BANNER.size() == 125);
 
 constexpr char OUT_OF_MEMORY[] = "Out of memory, a log line was left out";
 } // namespace
@@ -82,15 +85,17 @@ bool Loggable::isLogEnabled(const char* file, int line, int level) const
 
 LogStream& LogStream::operator<<(const char* text)
 {
-    if (text != nullptr)
+    if (text != nullptr) {
         m_stream << text;
+    }
     return *this;
 }
 
 LogStream& LogStream::operator<<(const wchar_t* text)
 {
-    if (text == nullptr)
+    if (text == nullptr) {
         return *this;
+    }
     const int length = static_cast<int>(std::wcslen(text));
     std::string narrow(static_cast<size_t>(WideCharToMultiByte(CP_ACP, 0, text, length, nullptr, 0, nullptr, nullptr)), '\0');
     WideCharToMultiByte(CP_ACP, 0, text, length, narrow.data(), static_cast<int>(narrow.size()), nullptr, nullptr);
@@ -109,8 +114,9 @@ LogEntry::LogEntry(const char* file, int line, int level, const Loggable* owner)
 {
     m_pending = true;
     GetSystemTimeAsFileTime(&m_time);
-    if (const Logger* logger = Logger::instance())
+    if (const Logger* logger = Logger::instance()) {
         takePlace(logger->m_impl->innermostScope());
+    }
 }
 
 LogEntry::LogEntry(NotPending, const char* file, int line, int level, const Loggable* owner)
@@ -133,23 +139,27 @@ void LogEntry::takePlace(const LogScope* enclosing)
 
 LogEntry::~LogEntry()
 {
-    if (!m_pending)
+    if (!m_pending) {
         return;
-    if (Logger* logger = Logger::instance())
+    }
+    if (Logger* logger = Logger::instance()) {
         logger->m_impl->writeOrDrop(*this);
+    }
 }
 
 LogStream& LogEntry::stream()
 {
-    if (!m_stream)
+    if (!m_stream) {
         m_stream.emplace();
+    }
     return *m_stream;
 }
 
 const std::string& LogEntry::format()
 {
-    if (!m_formatted.empty())
+    if (!m_formatted.empty()) {
         return m_formatted;
+    }
 
     FILETIME local;
     SYSTEMTIME time;
@@ -167,10 +177,12 @@ const std::string& LogEntry::format()
         m_formatted.append(static_cast<size_t>(std::min(m_depth, 20)), ' ');
         m_formatted += m_marker == Marker::Plain ? "   " : m_marker == Marker::Entry ? "-> " : "<- ";
     }
-    if (*m_className != '\0')
+    if (*m_className != '\0') {
         m_formatted.append(m_className).append(" ").append(m_objectInfo).append(" ");
-    if (m_stream)
+    }
+    if (m_stream) {
         m_formatted += m_stream->view();
+    }
     m_formatted += '\n';
     return m_formatted;
 }
@@ -183,13 +195,16 @@ LogScope::LogScope(const char* file, int line, int level, const Loggable* owner)
     LogScope* const enclosing = logger != nullptr ? logger->m_impl->innermostScope() : nullptr;
     m_counter = __rdtsc();
     m_timeKnown = enclosing == nullptr || ::isLogEnabled(file, line, level);
-    if (m_timeKnown)
+    if (m_timeKnown) {
         GetSystemTimeAsFileTime(&m_time);
-    if (logger == nullptr)
+    }
+    if (logger == nullptr) {
         return;
+    }
     takePlace(enclosing);
-    if (level > LogState::s_traceLogLevel.load(std::memory_order_relaxed))
+    if (level > LogState::s_traceLogLevel.load(std::memory_order_relaxed)) {
         return;
+    }
     m_tracedBy = logger;
     m_previous = enclosing;
     logger->m_impl->setInnermostScope(this);
@@ -199,8 +214,9 @@ LogScope::LogScope(const char* file, int line, int level, const Loggable* owner)
 LogScope::~LogScope()
 {
     // The Logger may have ended, or another one begun, inside this scope: then the chain this scope is in is not used any more.
-    if (m_tracedBy == nullptr || m_tracedBy != Logger::instance())
+    if (m_tracedBy == nullptr || m_tracedBy != Logger::instance()) {
         return;
+    }
     if (m_written) {
         try {
             writeExit();
@@ -219,26 +235,31 @@ void LogScope::writeExit()
     exit.m_objectInfo = m_objectInfo;
     exit.m_depth = m_depth;
     exit.m_marker = Marker::Exit;
-    if (m_stream)
+    if (m_stream) {
         exit.stream() << m_stream->view();
+    }
     const LONGLONG milliseconds = (ticks(exit.m_time) - ticks(m_time)) / 10000;
-    if (milliseconds >= 10)
+    if (milliseconds >= 10) {
         exit.stream() << " [" << milliseconds << " ms]";
+    }
     m_tracedBy->m_impl->write(exit);
 }
 
 // A counter that does not fit (set back, or another processor's) gives one of the two ends.
 void LogScope::settleTime()
 {
-    if (m_timeKnown)
+    if (m_timeKnown) {
         return;
+    }
     m_timeKnown = true;
     GetSystemTimeAsFileTime(&m_time);
     const LogScope* known = m_previous;
-    while (known != nullptr && !known->m_timeKnown)
+    while (known != nullptr && !known->m_timeKnown) {
         known = known->m_previous;
-    if (known == nullptr) // above the trace level, and written all the same
+    }
+    if (known == nullptr) { // above the trace level, and written all the same
         return;
+    }
     const ULONGLONG elapsed = __rdtsc() - known->m_counter;
     const ULONGLONG age = std::min(m_counter - known->m_counter, elapsed);
     const LONGLONG span = ticks(m_time) - ticks(known->m_time);
@@ -256,8 +277,9 @@ LogStream& LogScope::name(const char* qualifiedName)
 void LogScope::writeEntry()
 {
     settleTime();
-    if (Logger* logger = Logger::instance())
+    if (Logger* logger = Logger::instance()) {
         logger->m_impl->write(*this);
+    }
 }
 
 int Logger::Implementation::backtraceCounter() const
@@ -289,7 +311,7 @@ void Logger::Implementation::write(LogEntry& entry)
     const bool isOutermost = before.counter == 0;
     if (isOutermost) {
         setBacktraceCounter(1);
-        output(beginBanner, false);
+        output(BEGIN_BANNER, false);
     }
     const bool intoErrorBuffer = backtraceCounter() >= 1;
     output(entry.format(), intoErrorBuffer);
@@ -300,8 +322,9 @@ void Logger::Implementation::write(LogEntry& entry)
         output(scope->format(), intoErrorBuffer);
         scope->m_written = true;
     }
-    if (isOutermost)
-        output(endBanner, false);
+    if (isOutermost) {
+        output(END_BANNER, false);
+    }
 }
 
 // For destructors: without memory for its text a line is left out, and nothing else happens.
@@ -340,24 +363,27 @@ bool isCheckEnabled(const char* file, int line, bool passed)
 
 bool logCheck(const char* file, int line, const Loggable* owner, bool holds, const char* text)
 {
-    if (isCheckEnabled(file, line, holds))
+    if (isCheckEnabled(file, line, holds)) {
         writeCheck(file, line, owner, holds, text, holds ? ": true" : ": false");
+    }
     return holds;
 }
 
 HRESULT logHresult(const char* file, int line, const Loggable* owner, HRESULT result, const char* text)
 {
-    if (isCheckEnabled(file, line, SUCCEEDED(result)))
+    if (isCheckEnabled(file, line, SUCCEEDED(result))) {
         writeCheck(file, line, owner, SUCCEEDED(result), text,
                    (SUCCEEDED(result) ? ": success: " : ": failure: ") + getWindowsErrorText(static_cast<unsigned>(result)));
+    }
     return result;
 }
 
 HRESULT logHresultNumber(const char* file, int line, const Loggable* owner, HRESULT result, const char* text)
 {
-    if (isCheckEnabled(file, line, SUCCEEDED(result)))
+    if (isCheckEnabled(file, line, SUCCEEDED(result))) {
         writeCheck(file, line, owner, SUCCEEDED(result), text,
                    (SUCCEEDED(result) ? ": success: " : ": failure: ") + std::to_string(result));
+    }
     return result;
 }
 
@@ -370,14 +396,16 @@ bool logWin32(const char* file, int line, const Loggable* owner, bool succeeded,
 
 bool logWin32Code(const char* file, int line, const Loggable* owner, bool succeeded, DWORD error, const char* text)
 {
-    if (isCheckEnabled(file, line, succeeded))
+    if (isCheckEnabled(file, line, succeeded)) {
         writeCheck(file, line, owner, succeeded, text, succeeded ? ": success" : ": failure: " + getWindowsErrorText(error));
+    }
     return succeeded;
 }
 
 int logJniResult(const char* file, int line, const Loggable* owner, int code, const char* text)
 {
-    if (isCheckEnabled(file, line, code == 0))
+    if (isCheckEnabled(file, line, code == 0)) {
         writeCheck(file, line, owner, code == 0, text, ": " + getJNIErrorName(code));
+    }
     return code;
 }

@@ -14,8 +14,8 @@
 namespace {
 
 // ATL_VER of the project's template layer (atl/base.h), which this room stands beside and cannot ask.
-constexpr int templateLayerVersion = 0x0100;
-constexpr int compilerVersion = __GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__;
+constexpr int TEMPLATE_LAYER_VERSION = 0x0100;
+constexpr int COMPILER_VERSION = __GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__;
 
 struct FindCloser
 {
@@ -24,8 +24,9 @@ struct FindCloser
 
 std::string withBackslash(std::string directory)
 {
-    if (!directory.ends_with('\\'))
+    if (!directory.ends_with('\\')) {
         directory += '\\';
+    }
     return directory;
 }
 
@@ -46,7 +47,7 @@ bool isWow64()
     const auto address = GetProcAddress(GetModuleHandleA("kernel32"), "IsWow64Process");
     const auto isWow64Process = reinterpret_cast<IsWow64ProcessFunction>(reinterpret_cast<void*>(address));
     BOOL result = FALSE;
-    return isWow64Process != nullptr && isWow64Process(GetCurrentProcess(), &result) && result;
+    return isWow64Process != nullptr && isWow64Process(GetCurrentProcess(), &result) != FALSE && result != FALSE;
 }
 } // namespace
 
@@ -62,26 +63,29 @@ bool LogFile::open(const std::string& path)
 
 void LogFile::close()
 {
-    if (isOpen())
+    if (isOpen()) {
         CloseHandle(m_handle);
+    }
     m_handle = INVALID_HANDLE_VALUE;
 }
 
 void LogFile::write(std::string_view text)
 {
-    if (m_failed)
+    if (m_failed) {
         return;
+    }
     m_buffer.clear();
     for (size_t place = 0; place < text.size();) {
         const size_t end = std::min(text.find('\n', place), text.size());
         m_buffer.append(text, place, end - place);
-        if (end < text.size())
+        if (end < text.size()) {
             m_buffer += "\r\n";
+        }
         place = end + 1;
     }
     DWORD written = 0;
     const BOOL succeeded = WriteFile(m_handle, m_buffer.data(), static_cast<DWORD>(m_buffer.size()), &written, nullptr);
-    m_failed = !succeeded || written != m_buffer.size();
+    m_failed = succeeded == FALSE || written != m_buffer.size();
     m_position += written;
 }
 
@@ -110,8 +114,9 @@ void Logger::Implementation::initSetDefaultLogfilePath()
 {
     LOG_SCOPE_STATIC(FINE, "Logger::initSetDefaultLogfilePath");
     char localappdatadir[MAX_PATH + 1] = {};
-    if (FAILED(HRESULT_LOG(SHGetFolderPath(0, CSIDL_LOCAL_APPDATA, 0, SHGFP_TYPE_CURRENT, localappdatadir))))
+    if (FAILED(HRESULT_LOG(SHGetFolderPath(0, CSIDL_LOCAL_APPDATA, 0, SHGFP_TYPE_CURRENT, localappdatadir)))) {
         return;
+    }
     logDirectory = withBackslash(localappdatadir) + productName + "-logs";
     LOG(FINE, "default log file path is " << logDirectory);
 }
@@ -160,8 +165,9 @@ void Logger::Implementation::ensureLogDirectory()
     LOG(TRACE, "ensuring directory " << directory << " exisits..."); // written so, deliberately
     const DWORD attributes = GetFileAttributesA(directory.c_str());
     LOG(TRACE, "file attributes are " << std::hex << attributes);
-    if (attributes == INVALID_FILE_ATTRIBUTES)
+    if (attributes == INVALID_FILE_ATTRIBUTES) {
         WIN32_LOG(CreateDirectory(directory.c_str(), 0));
+    }
 }
 
 void Logger::Implementation::setLogFilePrefix(const std::string& prefix)
@@ -171,11 +177,13 @@ void Logger::Implementation::setLogFilePrefix(const std::string& prefix)
     {
         const std::lock_guard lock(fileLock);
         redirect = file.isOpen() && prefix != logFilePrefix;
-        if (!redirect)
+        if (!redirect) {
             logFilePrefix = prefix;
+        }
     }
-    if (!redirect)
+    if (!redirect) {
         return;
+    }
 
     LOG(INFO, "Re-directing logging, closing this log file");
     {
@@ -190,8 +198,9 @@ void Logger::Implementation::setLogFilePrefix(const std::string& prefix)
 
 std::string Logger::Implementation::logFileName() const
 {
-    if (splitFileIndex == 0)
+    if (splitFileIndex == 0) {
         return logFilePrefix + ".log";
+    }
     char index[16];
     std::snprintf(index, sizeof index, "-%04d", splitFileIndex);
     return logFilePrefix + index + ".log";
@@ -200,13 +209,16 @@ std::string Logger::Implementation::logFileName() const
 void Logger::Implementation::writeToFile(std::string_view text)
 {
     const std::lock_guard lock(fileLock);
-    if (logFilePrefix.empty())
+    if (logFilePrefix.empty()) {
         return;
+    }
     // Repeated when the system information has filled the file by itself: the text then belongs into the next one.
-    while (!openAttempted)
+    while (!openAttempted) {
         openFile();
-    if (!file.isOpen())
+    }
+    if (!file.isOpen()) {
         return;
+    }
     file.write(text);
     if (splitLogFileSize > 0 && (file.position() >> 20) > splitLogFileSize) {
         file.close();
@@ -224,8 +236,9 @@ void Logger::Implementation::openFile()
         logFilePrefix.clear();
         return;
     }
-    if (splitFileIndex != 0 || systemInformationWritten)
+    if (splitFileIndex != 0 || systemInformationWritten) {
         return;
+    }
     systemInformationWritten = true;
 
     // The line that opened the file may be the first of a backtrace. The block belongs neither to it nor to the client's error
@@ -244,7 +257,7 @@ void Logger::Implementation::writeSystemInformation()
 {
     LOG_SCOPE_STATIC(FINE, "Logger::writeSystemInformation");
     LOG(ALWAYS, productName << " version: " << CVersion::getVersionInfo() << ", ATL version: 0x" << std::hex
-                            << templateLayerVersion << ", compiler version: " << std::dec << compilerVersion);
+                            << TEMPLATE_LAYER_VERSION << ", compiler version: " << std::dec << COMPILER_VERSION);
 
     OSVERSIONINFOEXA versionInfo = {};
     versionInfo.dwOSVersionInfoSize = sizeof versionInfo;
@@ -278,20 +291,23 @@ bool isOldLogFile(const FILETIME& now, const FILETIME& lastWrite, int oldLogFile
 void Logger::initCleanUpLogFiles()
 {
     LOG_SCOPE_STATIC(FINE, "Logger::initCleanUpLogFiles");
-    if (m_impl->logFilePrefix.empty())
+    if (m_impl->logFilePrefix.empty()) {
         return;
+    }
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
     std::vector<std::string> oldFiles;
     WIN32_FIND_DATAA found;
     const HANDLE first = FindFirstFileA((m_impl->logDirectory + m_impl->productName + "-*.log").c_str(), &found);
-    if (first == INVALID_HANDLE_VALUE)
+    if (first == INVALID_HANDLE_VALUE) {
         return;
+    }
     {
         const std::unique_ptr<void, FindCloser> find(first);
         do {
-            if (isOldLogFile(now, found.ftLastWriteTime, m_impl->oldLogFileAge))
+            if (isOldLogFile(now, found.ftLastWriteTime, m_impl->oldLogFileAge)) {
                 oldFiles.emplace_back(found.cFileName);
+            }
         } while (FindNextFileA(find.get(), &found));
     }
     for (const std::string& name : oldFiles) {

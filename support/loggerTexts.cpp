@@ -13,19 +13,20 @@ struct LocalMemoryFreer
 
 const char* getLogLevelName(int level)
 {
-    static constexpr const char* s_names[] = {"ALWAYS", "ERROR", "WARN", "INFO", "FINE", "TRACE", "(invalid)"};
+    static constexpr const char* NAMES[] = {"ALWAYS", "ERROR", "WARN", "INFO", "FINE", "TRACE", "(invalid)"};
     // No bounds check, deliberately: callers keep to the table.
-    return s_names[level];
+    return NAMES[level];
 }
 
 std::string getJNIErrorName(int code)
 {
     // "successfull" and "JNI_ENOMEN" are deliberate.
-    static constexpr const char* s_names[] = {"successfull", "JNI_ERR",    "JNI_EDETACHED", "JNI_EVERSION",
-                                              "JNI_ENOMEN",  "JNI_EEXIST", "JNI_EINVAL"};
-    if (code > 0 || code <= -static_cast<int>(std::size(s_names)))
+    static constexpr const char* NAMES[] = {"successfull", "JNI_ERR",    "JNI_EDETACHED", "JNI_EVERSION",
+                                            "JNI_ENOMEN",  "JNI_EEXIST", "JNI_EINVAL"};
+    if (code > 0 || code <= -static_cast<int>(std::size(NAMES))) {
         return "Unknown error (" + std::to_string(code) + ")";
-    return s_names[-code];
+    }
+    return NAMES[-code];
 }
 
 std::string getWindowsErrorText(unsigned code)
@@ -36,8 +37,9 @@ std::string getWindowsErrorText(unsigned code)
     const std::unique_ptr<char, LocalMemoryFreer> owner(message);
 
     std::string text;
-    if (message != nullptr)
+    if (message != nullptr) {
         text.assign(message, std::strcspn(message, "\r\n"));
+    }
     char number[16];
     std::snprintf(number, sizeof number, " (%08x)", code);
     return text + number;

@@ -4,9 +4,9 @@
 
 namespace {
 // Sizes passed to the registry. Each buffer is one byte longer and zeroed, since values need not be terminated.
-constexpr DWORD stringSize = 255;
-constexpr DWORD subKeyNameSize = 255;
-constexpr DWORD valueNameSize = 16383;
+constexpr DWORD STRING_SIZE = 255;
+constexpr DWORD SUB_KEY_NAME_SIZE = 255;
+constexpr DWORD VALUE_NAME_SIZE = 16383;
 } // namespace
 
 CRegistry::CRegistry(const char* path, HKEY keyroot, REGSAM access)
@@ -26,32 +26,37 @@ CRegistry::~CRegistry()
 std::string CRegistry::getStringValue(const char* name, const char* defaultValue)
 {
     LOG_SCOPE(FINE, "CRegistry::getStringValue", name << ", " << defaultValue);
-    if (m_key == nullptr)
+    if (m_key == nullptr) {
         return defaultValue;
-    char buffer[stringSize + 1] = {};
-    DWORD size = stringSize;
-    if (RegQueryValueExA(m_key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(buffer), &size) != ERROR_SUCCESS)
+    }
+    char buffer[STRING_SIZE + 1] = {};
+    DWORD size = STRING_SIZE;
+    if (RegQueryValueExA(m_key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(buffer), &size) != ERROR_SUCCESS) {
         return defaultValue;
+    }
     return buffer;
 }
 
 int CRegistry::getDWORDValue(const char* name, int defaultValue)
 {
     LOG_SCOPE(FINE, "CRegistry::getDWORDValue", name << ", " << defaultValue);
-    if (m_key == nullptr)
+    if (m_key == nullptr) {
         return defaultValue;
+    }
     int value = 0;
     DWORD size = sizeof value;
-    if (RegQueryValueExA(m_key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size) != ERROR_SUCCESS)
+    if (RegQueryValueExA(m_key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size) != ERROR_SUCCESS) {
         return defaultValue;
+    }
     return value;
 }
 
 void CRegistry::closeKey()
 {
     LOG_SCOPE(FINE, "CRegistry::closeKey");
-    if (m_key == nullptr)
+    if (m_key == nullptr) {
         return;
+    }
     RegCloseKey(m_key);
     m_key = nullptr;
 }
@@ -94,28 +99,32 @@ std::string CRegistrySubKeys::getValue(int index)
 void CRegistrySubKeys::getKeyNames(HKEY key)
 {
     LOG_SCOPE(FINE, "CRegistrySubKeys::getKeyNames");
-    if (key == nullptr)
+    if (key == nullptr) {
         return;
+    }
     DWORD subKeyCount = 0;
     DWORD valueCount = 0;
     if (RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, &subKeyCount, nullptr, nullptr, &valueCount, nullptr, nullptr, nullptr,
-                         nullptr) != ERROR_SUCCESS)
+                         nullptr) != ERROR_SUCCESS) {
         return;
+    }
 
     // A name that cannot be had, because it is too long or the key has changed, stays empty; the counts stay as they were
     // reported.
     m_subKeys.assign(subKeyCount, std::string());
     for (DWORD index = 0; index < subKeyCount; ++index) {
-        char buffer[subKeyNameSize + 1] = {};
-        DWORD size = subKeyNameSize;
-        if (RegEnumKeyExA(key, index, buffer, &size, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS)
+        char buffer[SUB_KEY_NAME_SIZE + 1] = {};
+        DWORD size = SUB_KEY_NAME_SIZE;
+        if (RegEnumKeyExA(key, index, buffer, &size, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS) {
             m_subKeys[index] = buffer;
+        }
     }
     m_values.assign(valueCount, std::string());
-    std::vector<char> buffer(valueNameSize + 1);
+    std::vector<char> buffer(VALUE_NAME_SIZE + 1);
     for (DWORD index = 0; index < valueCount; ++index) {
-        DWORD size = valueNameSize;
-        if (RegEnumValueA(key, index, buffer.data(), &size, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS)
+        DWORD size = VALUE_NAME_SIZE;
+        if (RegEnumValueA(key, index, buffer.data(), &size, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS) {
             m_values[index] = buffer.data();
+        }
     }
 }

@@ -4,9 +4,9 @@
 usage: typelib-mend.py SOURCE.idl WIDL.tlb MENDED.tlb
 
 Both kinds import IDispatch. widl enters the GUID of the second import a second time, is told that it is there already ("duplicate
-uuid") and goes on with the error value -1 as its offset: the second import names no GUID, and the reference that belongs to the GUID's
-entry is written one byte before the GUID table's first data, over the last byte of the library's own GUID. Without the import nothing can
-be marshalled by this library (0x80040155).
+uuid") and goes on with the error value -1 as its offset: the second import names no GUID, and the reference that belongs to the
+GUID's entry is written one byte before the GUID table's first data, over the last byte of the library's own GUID. Without the
+import nothing can be marshalled by this library (0x80040155).
 
 This puts both places right, and refuses when it finds anything but exactly these two faults.
 """
@@ -50,7 +50,7 @@ def segment(data, index):
     extra = 4 if word(data, HEADER_VARFLAGS) & VARFLAG_HELP_FILE else 0
     entry = HEADER_SIZE + extra + 4 * types + SEGMENT_SIZE * index
     offset, length = word(data, entry), word(data, entry + 4)
-    expect(0 < offset and offset + length <= len(data), f"segment {index} does not lie in the file")
+    expect(offset > 0 and offset + length <= len(data), f"segment {index} does not lie in the file")
     return offset, length
 
 

@@ -195,7 +195,7 @@ void CHost::connect()
 void CHost::lookForFrame()
 {
     const std::string name = std::format("kesta_frame_{}", m_frameID);
-    if (m_frame) {
+    if (m_frame != nullptr) {
         if (!IsWindow(m_frame)) {
             fail("The server process has ended, and the control with it.", "Close this window and start the program again.");
         }
@@ -381,7 +381,7 @@ INT_PTR CHost::handle(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_SIZE:
         if (wParam != SIZE_MINIMIZED) {
             m_panel.arrange();
-            if (m_frame) {
+            if (m_frame != nullptr) {
                 fitFrame();
             }
         }
@@ -419,15 +419,15 @@ INT_PTR CALLBACK CHost::dialogProcedure(HWND window, UINT message, WPARAM wParam
         reinterpret_cast<CHost*>(lParam)->m_window = window;
     }
     auto* host = reinterpret_cast<CHost*>(GetWindowLongPtrA(window, GWLP_USERDATA));
-    return host ? host->handle(message, wParam, lParam) : FALSE;
+    return host != nullptr ? host->handle(message, wParam, lParam) : FALSE;
 }
 
 } // namespace
 
 void printStep(const std::string& text)
 {
-    static const ULONGLONG start = GetTickCount64();
-    std::printf("%6llu ms  %s\n", GetTickCount64() - start, text.c_str());
+    static const ULONGLONG START = GetTickCount64();
+    std::printf("%6llu ms  %s\n", GetTickCount64() - START, text.c_str());
     std::fflush(stdout);
 }
 

@@ -32,7 +32,7 @@ void addEntries(HWND window, int id, std::span<const char* const> entries)
 
 CPanel::~CPanel()
 {
-    if (m_boldFont) {
+    if (m_boldFont != nullptr) {
         DeleteObject(m_boldFont);
     }
 }
@@ -72,7 +72,7 @@ void CPanel::init(HWND window)
     RECT client;
     GetClientRect(window, &client);
     m_size = {client.right, client.bottom};
-    for (HWND child = GetWindow(window, GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
+    for (HWND child = GetWindow(window, GW_CHILD); child != nullptr; child = GetWindow(child, GW_HWNDNEXT)) {
         RECT place;
         GetWindowRect(child, &place);
         MapWindowPoints(nullptr, window, reinterpret_cast<POINT*>(&place), 2);
@@ -168,7 +168,7 @@ void CPanel::setStatus(const std::string& text)
 
 void CPanel::enableCalls(bool enabled)
 {
-    EnableWindow(GetDlgItem(m_window, ID_CALL), enabled);
+    EnableWindow(GetDlgItem(m_window, ID_CALL), static_cast<WINBOOL>(enabled));
 }
 
 std::string CPanel::text(int id) const

@@ -8,7 +8,7 @@
 
 namespace {
 
-const auto& realMultiByteToWideChar = ImportHook<decltype(&MultiByteToWideChar)>::original;
+const auto& s_realMultiByteToWideChar = ImportHook<decltype(&MultiByteToWideChar)>::s_original;
 
 BOOL noCriticalSection(LPCRITICAL_SECTION, DWORD, DWORD)
 {
@@ -58,34 +58,34 @@ public:
 
 } // namespace
 
-TEST(Errors, throwCarriesTheHresult)
+TEST(ErrorsTest, ThrowCarriesTheHresult)
 {
-    EXPECT_EQ(E_OUTOFMEMORY, thrownBy([] { AtlThrow(E_OUTOFMEMORY); }));
+    EXPECT_EQ(thrownBy([] { AtlThrow(E_OUTOFMEMORY); }), E_OUTOFMEMORY);
 }
 
-TEST(Errors, windowsErrorsBecomeHresults)
+TEST(ErrorsTest, WindowsErrorsBecomeHresults)
 {
     EXPECT_EQ(static_cast<HRESULT>(0x80070005), AtlHresultFromWin32(ERROR_ACCESS_DENIED));
     SetLastError(ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(static_cast<HRESULT>(0x80070002), AtlHresultFromLastError());
 }
 
-TEST(Errors, aFailureWithoutAnErrorNumberIsStillAFailure)
+TEST(ErrorsTest, AFailureWithoutAnErrorNumberIsStillAFailure)
 {
     SetLastError(ERROR_SUCCESS);
-    EXPECT_EQ(E_FAIL, AtlHresultFromLastError());
+    EXPECT_EQ(AtlHresultFromLastError(), E_FAIL);
 }
 
-TEST(Errors, guardReturnsTheResultAndTurnsEveryExceptionIntoOne)
+TEST(ErrorsTest, GuardReturnsTheResultAndTurnsEveryExceptionIntoOne)
 {
-    EXPECT_EQ(S_FALSE, AtlGuard([] { return S_FALSE; }));
-    EXPECT_EQ(E_ACCESSDENIED, AtlGuard([]() -> HRESULT { AtlThrow(E_ACCESSDENIED); }));
-    EXPECT_EQ(E_OUTOFMEMORY, AtlGuard([]() -> HRESULT { throw std::bad_alloc(); }));
-    EXPECT_EQ(E_FAIL, AtlGuard([]() -> HRESULT { throw std::runtime_error("other"); }));
-    EXPECT_EQ(E_FAIL, AtlGuard([]() -> HRESULT { throw 5; }));
+    EXPECT_EQ(AtlGuard([] { return S_FALSE; }), S_FALSE);
+    EXPECT_EQ(AtlGuard([]() -> HRESULT { AtlThrow(E_ACCESSDENIED); }), E_ACCESSDENIED);
+    EXPECT_EQ(AtlGuard([]() -> HRESULT { throw std::bad_alloc(); }), E_OUTOFMEMORY);
+    EXPECT_EQ(AtlGuard([]() -> HRESULT { throw std::runtime_error("other"); }), E_FAIL);
+    EXPECT_EQ(AtlGuard([]() -> HRESULT { throw 5; }), E_FAIL);
 }
 
-TEST(CriticalSection, oneThreadHoldsItAtATime)
+TEST(CriticalSectionTest, OneThreadHoldsItAtATime)
 {
     CComAutoCriticalSection section;
     CHandle entered(CreateEventA(nullptr, TRUE, FALSE, nullptr));
@@ -106,27 +106,27 @@ TEST(CriticalSection, oneThreadHoldsItAtATime)
         thread.Attach(CreateThread(nullptr, 0, enter, &shared, 0, nullptr));
         EXPECT_EQ(static_cast<DWORD>(WAIT_TIMEOUT), WaitForSingleObject(entered, 50));
     }
-    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(entered, 5000));
+    EXPECT_EQ(WaitForSingleObject(entered, 5000), WAIT_OBJECT_0);
     WaitForSingleObject(thread, 5000);
 }
 
-TEST(CriticalSection, initialisesOnDemand)
+TEST(CriticalSectionTest, InitialisesOnDemand)
 {
     CComCriticalSection section;
-    EXPECT_EQ(S_OK, section.Init());
+    EXPECT_EQ(section.Init(), S_OK);
     section.Lock();
     section.Unlock();
 }
 
-TEST(CriticalSection, tellsThatItCouldNotBeMade)
+TEST(CriticalSectionTest, TellsThatItCouldNotBeMade)
 {
     const ImportHook<decltype(&InitializeCriticalSectionEx)> hook("InitializeCriticalSectionEx", &noCriticalSection);
-    EXPECT_EQ(E_OUTOFMEMORY, thrownBy([] { const CComAutoCriticalSection section; }));
+    EXPECT_EQ(thrownBy([] { const CComAutoCriticalSection section; }), E_OUTOFMEMORY);
     CComCriticalSection section;
-    EXPECT_EQ(E_OUTOFMEMORY, section.Init());
+    EXPECT_EQ(section.Init(), E_OUTOFMEMORY);
 }
 
-TEST(Handle, closesWhatItHeldWhenItTakesAnother)
+TEST(HandleTest, ClosesWhatItHeldWhenItTakesAnother)
 {
     const HANDLE first = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     const HANDLE second = CreateEventA(nullptr, TRUE, FALSE, nullptr);
@@ -141,48 +141,48 @@ TEST(Handle, closesWhatItHeldWhenItTakesAnother)
     EXPECT_FALSE(GetHandleInformation(second, &flags));
 }
 
-TEST(Bstr, nullAndEmptyAreTwoThings)
+TEST(BstrTest, NullAndEmptyAreTwoThings)
 {
     const CComBSTR none;
     const CComBSTR alsoNone(static_cast<const OLECHAR*>(nullptr));
     const CComBSTR stillNone(static_cast<const char*>(nullptr));
     const CComBSTR empty(L"");
     const CComBSTR narrowEmpty("");
-    EXPECT_EQ(nullptr, none.m_str);
-    EXPECT_EQ(nullptr, alsoNone.m_str);
-    EXPECT_EQ(nullptr, stillNone.m_str);
-    EXPECT_NE(nullptr, empty.m_str);
-    EXPECT_NE(nullptr, narrowEmpty.m_str);
-    EXPECT_EQ(0u, empty.Length());
-    EXPECT_EQ(0u, narrowEmpty.Length());
-    EXPECT_EQ(0u, none.Length());
-    EXPECT_EQ(nullptr, CComBSTR(none).m_str);
-    EXPECT_NE(nullptr, CComBSTR(empty).m_str);
+    EXPECT_EQ(none.m_str, nullptr);
+    EXPECT_EQ(alsoNone.m_str, nullptr);
+    EXPECT_EQ(stillNone.m_str, nullptr);
+    EXPECT_NE(empty.m_str, nullptr);
+    EXPECT_NE(narrowEmpty.m_str, nullptr);
+    EXPECT_EQ(empty.Length(), 0u);
+    EXPECT_EQ(narrowEmpty.Length(), 0u);
+    EXPECT_EQ(none.Length(), 0u);
+    EXPECT_EQ(CComBSTR(none).m_str, nullptr);
+    EXPECT_NE(CComBSTR(empty).m_str, nullptr);
     EXPECT_TRUE(!none);
     EXPECT_FALSE(!empty);
 }
 
-TEST(Bstr, copiesKeepEmbeddedZeroCharacters)
+TEST(BstrTest, CopiesKeepEmbeddedZeroCharacters)
 {
     const CComBSTR text(L"a\0b", 3);
-    EXPECT_EQ(std::wstring(L"a\0b", 3), textOf(text));
+    EXPECT_EQ(textOf(text), std::wstring(L"a\0b", 3));
     const CComBSTR copy(text);
-    EXPECT_EQ(std::wstring(L"a\0b", 3), textOf(copy));
+    EXPECT_EQ(textOf(copy), std::wstring(L"a\0b", 3));
     EXPECT_NE(text.m_str, copy.m_str);
     CComBSTR owned;
     owned.Attach(CComBSTR::CopyOf(text));
-    EXPECT_EQ(std::wstring(L"a\0b", 3), textOf(owned));
+    EXPECT_EQ(textOf(owned), std::wstring(L"a\0b", 3));
 }
 
-TEST(Bstr, narrowTextComesThroughTheAnsiCodePage)
+TEST(BstrTest, NarrowTextComesThroughTheAnsiCodePage)
 {
     wchar_t expected[2] = {};
     const char umlaut[] = "\xe4";
-    ASSERT_EQ(2, MultiByteToWideChar(CP_ACP, 0, umlaut, -1, expected, 2));
+    ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, umlaut, -1, expected, 2), 2);
     EXPECT_EQ(std::wstring(L"gr") + expected, textOf(CComBSTR((std::string("gr") + umlaut).c_str())));
 }
 
-TEST(Bstr, narrowTextThatCannotBeConvertedIsAnError)
+TEST(BstrTest, NarrowTextThatCannotBeConvertedIsAnError)
 {
     {
         const ImportHook<decltype(&MultiByteToWideChar)> neither("MultiByteToWideChar",
@@ -198,104 +198,104 @@ TEST(Bstr, narrowTextThatCannotBeConvertedIsAnError)
                 SetLastError(ERROR_INSUFFICIENT_BUFFER);
                 return 0;
             }
-            return realMultiByteToWideChar(page, flags, text, length, wide, size);
+            return s_realMultiByteToWideChar(page, flags, text, length, wide, size);
         });
     EXPECT_EQ(AtlHresultFromWin32(ERROR_INSUFFICIENT_BUFFER), thrownBy([] { const CComBSTR text("x"); }));
 }
 
-TEST(Bstr, appending)
+TEST(BstrTest, Appending)
 {
     CComBSTR text(L"a\0b", 3);
     text += L"cd";
-    EXPECT_EQ(std::wstring(L"a\0bcd", 5), textOf(text));
+    EXPECT_EQ(textOf(text), std::wstring(L"a\0bcd", 5));
     text += nullptr;
-    EXPECT_EQ(std::wstring(L"a\0bcd", 5), textOf(text));
+    EXPECT_EQ(textOf(text), std::wstring(L"a\0bcd", 5));
     CComBSTR none;
     none += nullptr;
-    EXPECT_EQ(nullptr, none.m_str);
+    EXPECT_EQ(none.m_str, nullptr);
     none += L"x";
-    EXPECT_EQ(L"x", textOf(none));
+    EXPECT_EQ(textOf(none), L"x");
 }
 
-TEST(Bstr, ownershipMoves)
+TEST(BstrTest, OwnershipMoves)
 {
     CComBSTR text(L"text");
     const BSTR raw = text.m_str;
     CComBSTR moved(std::move(text));
     EXPECT_EQ(raw, moved.m_str);
-    EXPECT_EQ(nullptr, text.m_str);
+    EXPECT_EQ(text.m_str, nullptr);
     CComBSTR assigned(L"old");
     assigned = std::move(moved);
     EXPECT_EQ(raw, assigned.m_str);
     const BSTR detached = assigned.Detach();
     EXPECT_EQ(raw, detached);
-    EXPECT_EQ(nullptr, assigned.m_str);
+    EXPECT_EQ(assigned.m_str, nullptr);
     assigned.Attach(detached);
     *&assigned = SysAllocString(L"out parameter");
-    EXPECT_EQ(L"out parameter", textOf(assigned));
+    EXPECT_EQ(textOf(assigned), L"out parameter");
 }
 
-TEST(Bstr, anImpossibleLengthIsOutOfMemory)
+TEST(BstrTest, AnImpossibleLengthIsOutOfMemory)
 {
-    EXPECT_EQ(E_OUTOFMEMORY, thrownBy([] { const CComBSTR text(nullptr, 0xFFFFFFFFu); }));
-    EXPECT_EQ(E_OUTOFMEMORY, thrownBy([] { const CComBSTR text(nullptr, size_t{1} << 40); }));
+    EXPECT_EQ(thrownBy([] { const CComBSTR text(nullptr, 0xFFFFFFFFu); }), E_OUTOFMEMORY);
+    EXPECT_EQ(thrownBy([] { const CComBSTR text(nullptr, size_t{1} << 40); }), E_OUTOFMEMORY);
 }
 
-TEST(Variant, textIsACopy)
+TEST(VariantTest, TextIsACopy)
 {
     const CComBSTR text(L"a\0b", 3);
     const CComVariant variant(text);
-    EXPECT_EQ(VT_BSTR, variant.vt);
+    EXPECT_EQ(variant.vt, VT_BSTR);
     EXPECT_NE(text.m_str, variant.bstrVal);
-    EXPECT_EQ(std::wstring(L"a\0b", 3), textOf(variant.bstrVal));
+    EXPECT_EQ(textOf(variant.bstrVal), std::wstring(L"a\0b", 3));
     const CComVariant none(static_cast<BSTR>(nullptr));
-    EXPECT_EQ(VT_BSTR, none.vt);
-    EXPECT_EQ(nullptr, none.bstrVal);
+    EXPECT_EQ(none.vt, VT_BSTR);
+    EXPECT_EQ(none.bstrVal, nullptr);
 }
 
-TEST(Variant, startsEmptyAndClears)
+TEST(VariantTest, StartsEmptyAndClears)
 {
     CComVariant variant;
-    EXPECT_EQ(VT_EMPTY, variant.vt);
+    EXPECT_EQ(variant.vt, VT_EMPTY);
     variant.vt = VT_BSTR;
     variant.bstrVal = SysAllocString(L"x");
-    EXPECT_EQ(S_OK, variant.Clear());
-    EXPECT_EQ(VT_EMPTY, variant.vt);
+    EXPECT_EQ(variant.Clear(), S_OK);
+    EXPECT_EQ(variant.vt, VT_EMPTY);
 }
 
-TEST(Variant, numberBecomesText)
+TEST(VariantTest, NumberBecomesText)
 {
     CComVariant variant(-17);
-    EXPECT_EQ(VT_I4, variant.vt);
-    EXPECT_EQ(-17, variant.lVal);
-    EXPECT_EQ(S_OK, variant.ChangeType(VT_BSTR));
-    EXPECT_EQ(L"-17", textOf(variant.bstrVal));
+    EXPECT_EQ(variant.vt, VT_I4);
+    EXPECT_EQ(variant.lVal, -17);
+    EXPECT_EQ(variant.ChangeType(VT_BSTR), S_OK);
+    EXPECT_EQ(textOf(variant.bstrVal), L"-17");
 }
 
-TEST(Ptr, countsWhatItHolds)
+TEST(PtrTest, CountsWhatItHolds)
 {
     CCounted object;
     {
         CComPtr<IUnknown> pointer(&object);
-        EXPECT_EQ(1, object.m_references);
+        EXPECT_EQ(object.m_references, 1);
         const CComPtr<IUnknown> copy(pointer);
-        EXPECT_EQ(2, object.m_references);
+        EXPECT_EQ(object.m_references, 2);
         CComPtr<IUnknown> moved(std::move(pointer));
-        EXPECT_EQ(2, object.m_references);
+        EXPECT_EQ(object.m_references, 2);
         EXPECT_TRUE(!pointer);
         pointer = moved;
-        EXPECT_EQ(3, object.m_references);
-        EXPECT_EQ(S_OK, pointer.QueryInterface(&moved));
-        EXPECT_EQ(3, object.m_references);
+        EXPECT_EQ(object.m_references, 3);
+        EXPECT_EQ(pointer.QueryInterface(&moved), S_OK);
+        EXPECT_EQ(object.m_references, 3);
         IUnknown* const detached = moved.Detach();
-        EXPECT_EQ(3, object.m_references);
+        EXPECT_EQ(object.m_references, 3);
         moved.Attach(detached);
-        EXPECT_EQ(3, object.m_references);
+        EXPECT_EQ(object.m_references, 3);
     }
-    EXPECT_EQ(0, object.m_references);
+    EXPECT_EQ(object.m_references, 0);
 }
 
-TEST(Ptr, isEmptyBeforeTheObjectHearsOfIt)
+TEST(PtrTest, IsEmptyBeforeTheObjectHearsOfIt)
 {
     CCounted object;
     CComPtr<IUnknown> pointer(&object);
@@ -303,5 +303,5 @@ TEST(Ptr, isEmptyBeforeTheObjectHearsOfIt)
     object.m_whenReleased = [&] { empty = !pointer; };
     pointer.Release();
     EXPECT_TRUE(empty);
-    EXPECT_EQ(0, object.m_references);
+    EXPECT_EQ(object.m_references, 0);
 }

@@ -21,23 +21,23 @@ class CategoriesTest : public RegistryTest
 
 } // namespace
 
-TEST_F(CategoriesTest, areKeysOfTheClass)
+TEST_F(CategoriesTest, AreKeysOfTheClass)
 {
-    EXPECT_EQ(S_OK, AtlRegisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
+    EXPECT_EQ(AtlRegisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine), S_OK);
     const std::string clsid = "CLSID\\{11111111-2222-3333-0102-0304050607AB}";
     EXPECT_THAT(classes(), ElementsAre("CLSID", clsid, clsid + "\\Implemented Categories",
                                        clsid + "\\Implemented Categories\\{AAAAAAAA-0000-0000-0000-000000000001}",
                                        clsid + "\\Implemented Categories\\{AAAAAAAA-0000-0000-0000-000000000002}",
                                        clsid + "\\Required Categories",
                                        clsid + "\\Required Categories\\{AAAAAAAA-0000-0000-0000-000000000001}"));
-    EXPECT_EQ(S_OK, AtlUnregisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
+    EXPECT_EQ(AtlUnregisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine), S_OK);
     EXPECT_THAT(classes(), ElementsAre("CLSID", clsid));
-    EXPECT_EQ(S_OK, AtlUnregisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
+    EXPECT_EQ(AtlUnregisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine), S_OK);
 }
 
-TEST_F(CategoriesTest, perUserLieUnderTheUser)
+TEST_F(CategoriesTest, PerUserLieUnderTheUser)
 {
-    EXPECT_EQ(S_OK, AtlRegisterCategories(CLASS_ID, MAP + 2, CRegistrationScope::User));
+    EXPECT_EQ(AtlRegisterCategories(CLASS_ID, MAP + 2, CRegistrationScope::User), S_OK);
     EXPECT_THAT(classes(), IsEmpty());
     const std::string clsid = "Software\\Classes\\CLSID\\{11111111-2222-3333-0102-0304050607AB}";
     EXPECT_THAT(contentOf(HKEY_CURRENT_USER),
@@ -45,33 +45,33 @@ TEST_F(CategoriesTest, perUserLieUnderTheUser)
                             clsid + "\\Required Categories\\{AAAAAAAA-0000-0000-0000-000000000001}"));
 }
 
-TEST_F(CategoriesTest, foreignCategoriesStay)
+TEST_F(CategoriesTest, ForeignCategoriesStay)
 {
-    EXPECT_EQ(S_OK, AtlRegisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
-    EXPECT_EQ(S_OK, AtlUnregisterCategories(CLASS_ID, MAP + 2, CRegistrationScope::Machine));
+    EXPECT_EQ(AtlRegisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine), S_OK);
+    EXPECT_EQ(AtlUnregisterCategories(CLASS_ID, MAP + 2, CRegistrationScope::Machine), S_OK);
     const std::string clsid = "CLSID\\{11111111-2222-3333-0102-0304050607AB}";
     EXPECT_THAT(classes(), ElementsAre("CLSID", clsid, clsid + "\\Implemented Categories",
                                        clsid + "\\Implemented Categories\\{AAAAAAAA-0000-0000-0000-000000000001}",
                                        clsid + "\\Implemented Categories\\{AAAAAAAA-0000-0000-0000-000000000002}"));
 }
 
-TEST_F(CategoriesTest, aClassWithoutAnyWritesNothing)
+TEST_F(CategoriesTest, AClassWithoutAnyWritesNothing)
 {
-    EXPECT_EQ(S_OK, AtlRegisterCategories(CLASS_ID, nullptr, CRegistrationScope::Machine));
-    EXPECT_EQ(S_OK, AtlUnregisterCategories(CLASS_ID, nullptr, CRegistrationScope::Machine));
+    EXPECT_EQ(AtlRegisterCategories(CLASS_ID, nullptr, CRegistrationScope::Machine), S_OK);
+    EXPECT_EQ(AtlUnregisterCategories(CLASS_ID, nullptr, CRegistrationScope::Machine), S_OK);
     EXPECT_THAT(classes(), IsEmpty());
 }
 
-TEST_F(CategoriesTest, aKeyThatCannotBeWrittenOrOpenedIsAnError)
+TEST_F(CategoriesTest, AKeyThatCannotBeWrittenOrOpenedIsAnError)
 {
     {
         const ImportHook<decltype(&RegCreateKeyExA)> hook("RegCreateKeyExA",
                                                           [](HKEY, LPCSTR, DWORD, LPSTR, DWORD, REGSAM, LPSECURITY_ATTRIBUTES,
                                                              PHKEY, LPDWORD) -> LSTATUS { return ERROR_ACCESS_DENIED; });
-        EXPECT_EQ(E_ACCESSDENIED, AtlRegisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
+        EXPECT_EQ(AtlRegisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine), E_ACCESSDENIED);
     }
-    EXPECT_EQ(S_OK, AtlRegisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
+    EXPECT_EQ(AtlRegisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine), S_OK);
     const ImportHook<decltype(&RegOpenKeyExA)> hook(
         "RegOpenKeyExA", [](HKEY, LPCSTR, DWORD, REGSAM, PHKEY) -> LSTATUS { return ERROR_ACCESS_DENIED; });
-    EXPECT_EQ(E_ACCESSDENIED, AtlUnregisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine));
+    EXPECT_EQ(AtlUnregisterCategories(CLASS_ID, MAP, CRegistrationScope::Machine), E_ACCESSDENIED);
 }

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-TEST(CommandLine, everySwitchInEverySpelling)
+TEST(CommandLineTest, EverySwitchInEverySpelling)
 {
     EXPECT_EQ(CRegistrationSwitch::RegServer, AtlFindRegistrationSwitch("server.exe /RegServer"));
     EXPECT_EQ(CRegistrationSwitch::RegServer, AtlFindRegistrationSwitch("server.exe /regserver"));
@@ -15,7 +15,7 @@ TEST(CommandLine, everySwitchInEverySpelling)
     EXPECT_EQ(CRegistrationSwitch::UnregServerPerUser, AtlFindRegistrationSwitch("server.exe -UnregServerPerUser"));
 }
 
-TEST(CommandLine, aWordEndsAtTheEndABlankOrATab)
+TEST(CommandLineTest, AWordEndsAtTheEndABlankOrATab)
 {
     EXPECT_EQ(CRegistrationSwitch::RegServer, AtlFindRegistrationSwitch("x /RegServer "));
     EXPECT_EQ(CRegistrationSwitch::RegServer, AtlFindRegistrationSwitch("x /RegServer\t/other"));
@@ -30,7 +30,7 @@ TEST(CommandLine, aWordEndsAtTheEndABlankOrATab)
     EXPECT_EQ(CRegistrationSwitch::None, AtlFindRegistrationSwitch("x -"));
 }
 
-TEST(CommandLine, theScanGoesOnAfterEachMark)
+TEST(CommandLineTest, TheScanGoesOnAfterEachMark)
 {
     EXPECT_EQ(CRegistrationSwitch::RegServer, AtlFindRegistrationSwitch("x -Embedding /other --RegServer"));
     EXPECT_EQ(CRegistrationSwitch::RegServer, AtlFindRegistrationSwitch("x -/-RegServer"));
@@ -38,12 +38,12 @@ TEST(CommandLine, theScanGoesOnAfterEachMark)
     EXPECT_EQ(CRegistrationSwitch::None, AtlFindRegistrationSwitch("x -Embedding"));
 }
 
-TEST(CommandLine, theFirstSwitchDecides)
+TEST(CommandLineTest, TheFirstSwitchDecides)
 {
     EXPECT_EQ(CRegistrationSwitch::UnregServer, AtlFindRegistrationSwitch("x /UnregServer /RegServer"));
 }
 
-TEST(CommandLine, theExecutablesPathIsPartOfIt)
+TEST(CommandLineTest, TheExecutablesPathIsPartOfIt)
 {
     EXPECT_EQ(CRegistrationSwitch::RegServer, AtlFindRegistrationSwitch("C:\\my -regserver folder\\server.exe"));
     EXPECT_EQ(CRegistrationSwitch::RegServer, AtlFindRegistrationSwitch("\"C:\\my-regserver folder\\server.exe\""));

@@ -15,11 +15,11 @@ class ConnectionTest : public testing::Test
 protected:
     ConnectionTest()
     {
-        g_events.clear();
-        EXPECT_EQ(S_OK, CComObject<CSampleObject>::CreateInstance(&m_object));
+        s_events.clear();
+        EXPECT_EQ(CComObject<CSampleObject>::CreateInstance(&m_object), S_OK);
         m_object->AddRef();
-        EXPECT_EQ(S_OK, m_object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&m_container)));
-        EXPECT_EQ(S_OK, m_container->FindConnectionPoint(DIID__IJavaManagerEvents, &m_point));
+        EXPECT_EQ(m_object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&m_container)), S_OK);
+        EXPECT_EQ(m_container->FindConnectionPoint(DIID__IJavaManagerEvents, &m_point), S_OK);
     }
     ~ConnectionTest() override { end(); }
 
@@ -36,7 +36,7 @@ protected:
     DWORD advise(CSink& sink)
     {
         DWORD cookie = 0;
-        EXPECT_EQ(S_OK, m_point->Advise(&sink, &cookie));
+        EXPECT_EQ(m_point->Advise(&sink, &cookie), S_OK);
         return cookie;
     }
     // The slots as they are: null for an empty one.
@@ -63,92 +63,92 @@ std::vector<std::pair<IUnknown*, DWORD>> connections(IEnumConnections* enumerato
     CONNECTDATA data;
     ULONG fetched = 0;
     while (enumerator->Next(1, &data, &fetched) == S_OK) {
-        EXPECT_EQ(1u, fetched);
+        EXPECT_EQ(fetched, 1u);
         result.emplace_back(data.pUnk, data.dwCookie);
         data.pUnk->Release();
     }
-    EXPECT_EQ(0u, fetched);
+    EXPECT_EQ(fetched, 0u);
     return result;
 }
 
 } // namespace
 
-TEST_F(ConnectionTest, cookiesAreSlotsAndEmptySlotsAreTakenAgain)
+TEST_F(ConnectionTest, CookiesAreSlotsAndEmptySlotsAreTakenAgain)
 {
     CSink& a = newSink();
     CSink& b = newSink();
     CSink& c = newSink();
     CSink& d = newSink();
-    EXPECT_EQ(1u, advise(a));
-    EXPECT_EQ(2u, advise(b));
-    EXPECT_EQ(3u, advise(c));
+    EXPECT_EQ(advise(a), 1u);
+    EXPECT_EQ(advise(b), 2u);
+    EXPECT_EQ(advise(c), 3u);
     EXPECT_THAT(slots(), ElementsAre(&a, &b, &c));
-    EXPECT_EQ(S_OK, m_point->Unadvise(2));
+    EXPECT_EQ(m_point->Unadvise(2), S_OK);
     EXPECT_THAT(slots(), ElementsAre(&a, nullptr, &c));
-    EXPECT_EQ(0, b.m_references);
-    EXPECT_EQ(2u, advise(d));
+    EXPECT_EQ(b.m_references, 0);
+    EXPECT_EQ(advise(d), 2u);
     EXPECT_THAT(slots(), ElementsAre(&a, &d, &c));
-    EXPECT_EQ(S_OK, m_point->Unadvise(3));
-    EXPECT_EQ(S_OK, m_point->Unadvise(1));
+    EXPECT_EQ(m_point->Unadvise(3), S_OK);
+    EXPECT_EQ(m_point->Unadvise(1), S_OK);
     EXPECT_THAT(slots(), ElementsAre(nullptr, &d, nullptr));
-    EXPECT_EQ(1u, advise(b));
-    EXPECT_EQ(3u, advise(b));
-    EXPECT_EQ(2, b.m_references);
+    EXPECT_EQ(advise(b), 1u);
+    EXPECT_EQ(advise(b), 3u);
+    EXPECT_EQ(b.m_references, 2);
     EXPECT_THAT(slots(), ElementsAre(&b, &d, &b));
 }
 
-TEST_F(ConnectionTest, slotsOutOfRangeReadAsEmpty)
+TEST_F(ConnectionTest, SlotsOutOfRangeReadAsEmpty)
 {
     CSink& sink = newSink();
     advise(sink);
     EXPECT_EQ(&sink, m_object->sinks().GetAt(0));
-    EXPECT_EQ(nullptr, m_object->sinks().GetAt(1));
-    EXPECT_EQ(nullptr, m_object->sinks().GetAt(-1));
-    EXPECT_EQ(1, sink.m_references);
+    EXPECT_EQ(m_object->sinks().GetAt(1), nullptr);
+    EXPECT_EQ(m_object->sinks().GetAt(-1), nullptr);
+    EXPECT_EQ(sink.m_references, 1);
 }
 
-TEST_F(ConnectionTest, aSinkIsAskedForTheEventInterface)
+TEST_F(ConnectionTest, ASinkIsAskedForTheEventInterface)
 {
     CSink& sink = newSink();
     advise(sink);
     EXPECT_THAT(sink.m_queried, ElementsAre(DIID__IJavaManagerEvents));
-    EXPECT_EQ(1, sink.m_references);
+    EXPECT_EQ(sink.m_references, 1);
 }
 
-TEST_F(ConnectionTest, aSinkWithoutTheEventInterfaceCannotConnect)
+TEST_F(ConnectionTest, ASinkWithoutTheEventInterfaceCannotConnect)
 {
     CSink& other = newSink(IID_IDispatch);
     DWORD cookie = 7;
-    EXPECT_EQ(CONNECT_E_CANNOTCONNECT, m_point->Advise(&other, &cookie));
-    EXPECT_EQ(0u, cookie);
-    EXPECT_EQ(0, other.m_references);
+    EXPECT_EQ(m_point->Advise(&other, &cookie), CONNECT_E_CANNOTCONNECT);
+    EXPECT_EQ(cookie, 0u);
+    EXPECT_EQ(other.m_references, 0);
     EXPECT_THAT(slots(), ElementsAre());
     CSink& dead = newSink();
     dead.m_queryResult = RPC_E_DISCONNECTED;
-    EXPECT_EQ(RPC_E_DISCONNECTED, m_point->Advise(&dead, &cookie));
+    EXPECT_EQ(m_point->Advise(&dead, &cookie), RPC_E_DISCONNECTED);
 }
 
-TEST_F(ConnectionTest, badPointersAndCookiesAreRefused)
+TEST_F(ConnectionTest, BadPointersAndCookiesAreRefused)
 {
     CSink& sink = newSink();
     DWORD cookie = 7;
-    EXPECT_EQ(E_POINTER, m_point->Advise(nullptr, &cookie));
-    EXPECT_EQ(0u, cookie);
-    EXPECT_EQ(E_POINTER, m_point->Advise(&sink, nullptr));
-    EXPECT_EQ(CONNECT_E_NOCONNECTION, m_point->Unadvise(1));
+    EXPECT_EQ(m_point->Advise(nullptr, &cookie), E_POINTER);
+    EXPECT_EQ(cookie, 0u);
+    EXPECT_EQ(m_point->Advise(&sink, nullptr), E_POINTER);
+    EXPECT_EQ(m_point->Unadvise(1), CONNECT_E_NOCONNECTION);
     advise(sink);
-    EXPECT_EQ(CONNECT_E_NOCONNECTION, m_point->Unadvise(0));
-    EXPECT_EQ(CONNECT_E_NOCONNECTION, m_point->Unadvise(2));
-    EXPECT_EQ(S_OK, m_point->Unadvise(1));
-    EXPECT_EQ(CONNECT_E_NOCONNECTION, m_point->Unadvise(1));
-    EXPECT_EQ(E_POINTER, m_point->GetConnectionInterface(nullptr));
-    EXPECT_EQ(E_POINTER, m_point->GetConnectionPointContainer(nullptr));
-    EXPECT_EQ(E_POINTER, m_point->EnumConnections(nullptr));
-    EXPECT_EQ(E_POINTER, m_container->EnumConnectionPoints(nullptr));
-    EXPECT_EQ(E_POINTER, m_container->FindConnectionPoint(DIID__IJavaManagerEvents, nullptr));
+    EXPECT_EQ(m_point->Unadvise(0), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(m_point->Unadvise(2), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(m_point->Unadvise(1), S_OK);
+    EXPECT_EQ(m_point->Unadvise(1), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(m_point->GetConnectionInterface(nullptr), E_POINTER);
+    EXPECT_EQ(m_point->GetConnectionPointContainer(nullptr), E_POINTER);
+    EXPECT_EQ(m_point->EnumConnections(nullptr), E_POINTER);
+    EXPECT_EQ(m_container->EnumConnectionPoints(nullptr), E_POINTER);
+    EXPECT_EQ(m_container->FindConnectionPoint(DIID__IJavaManagerEvents, nullptr), E_POINTER);
 }
 
-TEST_F(ConnectionTest, aSlotIsEmptyWhenItsSinkIsReleased)
+TEST_F(ConnectionTest, ASlotIsEmptyWhenItsSinkIsReleased)
 {
     CSink& sink = newSink();
     const DWORD cookie = advise(sink);
@@ -159,70 +159,70 @@ TEST_F(ConnectionTest, aSlotIsEmptyWhenItsSinkIsReleased)
     EXPECT_THAT(seen, ElementsAre(nullptr));
 }
 
-TEST_F(ConnectionTest, theSinksThatAreLeftGoWithTheObject)
+TEST_F(ConnectionTest, TheSinksThatAreLeftGoWithTheObject)
 {
     CSink& a = newSink();
     CSink& b = newSink();
     advise(a);
     advise(b);
-    b.m_whenReleased = [] { g_events.push_back("sink released"); };
-    g_events.clear();
+    b.m_whenReleased = [] { s_events.push_back("sink released"); };
+    s_events.clear();
     end();
-    EXPECT_EQ(0, a.m_references);
-    EXPECT_EQ(0, b.m_references);
-    EXPECT_THAT(g_events, ElementsAre("FinalRelease", "~CSampleObject", "sink released", "~CVirtualBase", "Unlock"));
+    EXPECT_EQ(a.m_references, 0);
+    EXPECT_EQ(b.m_references, 0);
+    EXPECT_THAT(s_events, ElementsAre("FinalRelease", "~CSampleObject", "sink released", "~CVirtualBase", "Unlock"));
 }
 
-TEST_F(ConnectionTest, thePointKnowsItsInterfaceAndItsContainer)
+TEST_F(ConnectionTest, ThePointKnowsItsInterfaceAndItsContainer)
 {
     IID iid = {};
-    EXPECT_EQ(S_OK, m_point->GetConnectionInterface(&iid));
+    EXPECT_EQ(m_point->GetConnectionInterface(&iid), S_OK);
     EXPECT_EQ(DIID__IJavaManagerEvents, iid);
     CComPtr<IConnectionPointContainer> container;
-    EXPECT_EQ(S_OK, m_point->GetConnectionPointContainer(&container));
+    EXPECT_EQ(m_point->GetConnectionPointContainer(&container), S_OK);
     EXPECT_EQ(m_container.p, container.p);
 }
 
-TEST_F(ConnectionTest, thePointHasAnIdentityOfItsOwnAndTheObjectsCount)
+TEST_F(ConnectionTest, ThePointHasAnIdentityOfItsOwnAndTheObjectsCount)
 {
     CComPtr<IUnknown> pointUnknown;
     CComPtr<IUnknown> objectUnknown;
-    EXPECT_EQ(S_OK, m_point.QueryInterface(&pointUnknown));
-    EXPECT_EQ(S_OK, m_container.QueryInterface(&objectUnknown));
+    EXPECT_EQ(m_point.QueryInterface(&pointUnknown), S_OK);
+    EXPECT_EQ(m_container.QueryInterface(&objectUnknown), S_OK);
     EXPECT_NE(pointUnknown.p, objectUnknown.p);
     void* other = nullptr;
-    EXPECT_EQ(E_NOINTERFACE, m_point->QueryInterface(IID_IConnectionPointContainer, &other));
+    EXPECT_EQ(m_point->QueryInterface(IID_IConnectionPointContainer, &other), E_NOINTERFACE);
     pointUnknown.Release();
     objectUnknown.Release();
     m_container.Release();
     std::exchange(m_object, nullptr)->Release();
-    g_events.clear();
+    s_events.clear();
     m_point.Release();
-    EXPECT_THAT(g_events, ElementsAre("FinalRelease", "~CSampleObject", "~CVirtualBase", "Unlock"));
+    EXPECT_THAT(s_events, ElementsAre("FinalRelease", "~CSampleObject", "~CVirtualBase", "Unlock"));
 }
 
-TEST_F(ConnectionTest, anUnknownEventInterfaceHasNoPoint)
+TEST_F(ConnectionTest, AnUnknownEventInterfaceHasNoPoint)
 {
     CComPtr<IConnectionPoint> point;
-    EXPECT_EQ(CONNECT_E_NOCONNECTION, m_container->FindConnectionPoint(IID_IPropertyNotifySink, &point));
-    EXPECT_EQ(nullptr, point.p);
+    EXPECT_EQ(m_container->FindConnectionPoint(IID_IPropertyNotifySink, &point), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(point.p, nullptr);
 }
 
-TEST_F(ConnectionTest, enumeratesTheSinglePoint)
+TEST_F(ConnectionTest, EnumeratesTheSinglePoint)
 {
     CComPtr<IEnumConnectionPoints> enumerator;
-    EXPECT_EQ(S_OK, m_container->EnumConnectionPoints(&enumerator));
+    EXPECT_EQ(m_container->EnumConnectionPoints(&enumerator), S_OK);
     IConnectionPoint* points[2] = {};
     ULONG fetched = 7;
-    EXPECT_EQ(S_FALSE, enumerator->Next(2, points, &fetched));
-    EXPECT_EQ(1u, fetched);
+    EXPECT_EQ(enumerator->Next(2, points, &fetched), S_FALSE);
+    EXPECT_EQ(fetched, 1u);
     EXPECT_EQ(m_point.p, points[0]);
-    EXPECT_EQ(nullptr, points[1]);
+    EXPECT_EQ(points[1], nullptr);
     points[0]->Release();
-    EXPECT_EQ(S_FALSE, enumerator->Next(1, points, nullptr));
+    EXPECT_EQ(enumerator->Next(1, points, nullptr), S_FALSE);
 }
 
-TEST_F(ConnectionTest, enumeratesOccupiedSlotsWithTheirCookies)
+TEST_F(ConnectionTest, EnumeratesOccupiedSlotsWithTheirCookies)
 {
     CSink& a = newSink();
     CSink& b = newSink();
@@ -232,35 +232,35 @@ TEST_F(ConnectionTest, enumeratesOccupiedSlotsWithTheirCookies)
     advise(c);
     m_point->Unadvise(2);
     CComPtr<IEnumConnections> enumerator;
-    EXPECT_EQ(S_OK, m_point->EnumConnections(&enumerator));
-    EXPECT_EQ(2, a.m_references);
+    EXPECT_EQ(m_point->EnumConnections(&enumerator), S_OK);
+    EXPECT_EQ(a.m_references, 2);
     EXPECT_THAT(connections(enumerator), ElementsAre(std::pair<IUnknown*, DWORD>(&a, 1), std::pair<IUnknown*, DWORD>(&c, 3)));
     enumerator.Release();
-    EXPECT_EQ(1, a.m_references);
-    EXPECT_EQ(1, c.m_references);
+    EXPECT_EQ(a.m_references, 1);
+    EXPECT_EQ(c.m_references, 1);
 }
 
-TEST_F(ConnectionTest, anEnumerationIsOfTheMomentItWasMade)
+TEST_F(ConnectionTest, AnEnumerationIsOfTheMomentItWasMade)
 {
     CSink& a = newSink();
     CSink& b = newSink();
     advise(a);
     CComPtr<IEnumConnections> enumerator;
-    EXPECT_EQ(S_OK, m_point->EnumConnections(&enumerator));
+    EXPECT_EQ(m_point->EnumConnections(&enumerator), S_OK);
     m_point->Unadvise(1);
     advise(b);
     EXPECT_THAT(connections(enumerator), ElementsAre(std::pair<IUnknown*, DWORD>(&a, 1)));
     enumerator.Release();
-    EXPECT_EQ(0, a.m_references);
+    EXPECT_EQ(a.m_references, 0);
 }
 
-TEST_F(ConnectionTest, enumeratorsReadManySkipResetAndClone)
+TEST_F(ConnectionTest, EnumeratorsReadManySkipResetAndClone)
 {
     for (int i = 0; i < 5; ++i) {
         advise(newSink());
     }
     CComPtr<IEnumConnections> enumerator;
-    EXPECT_EQ(S_OK, m_point->EnumConnections(&enumerator));
+    EXPECT_EQ(m_point->EnumConnections(&enumerator), S_OK);
     CONNECTDATA data[5] = {};
     ULONG fetched = 0;
     const auto cookies = [&] {
@@ -271,37 +271,37 @@ TEST_F(ConnectionTest, enumeratorsReadManySkipResetAndClone)
         }
         return result;
     };
-    EXPECT_EQ(S_OK, enumerator->Next(2, data, &fetched));
+    EXPECT_EQ(enumerator->Next(2, data, &fetched), S_OK);
     EXPECT_THAT(cookies(), ElementsAre(1u, 2u));
-    EXPECT_EQ(S_OK, enumerator->Skip(1));
+    EXPECT_EQ(enumerator->Skip(1), S_OK);
     CComPtr<IEnumConnections> clone;
-    EXPECT_EQ(S_OK, enumerator->Clone(&clone));
-    EXPECT_EQ(S_FALSE, enumerator->Next(5, data, &fetched));
+    EXPECT_EQ(enumerator->Clone(&clone), S_OK);
+    EXPECT_EQ(enumerator->Next(5, data, &fetched), S_FALSE);
     EXPECT_THAT(cookies(), ElementsAre(4u, 5u));
-    EXPECT_EQ(S_FALSE, enumerator->Next(5, data, &fetched));
-    EXPECT_EQ(0u, fetched);
-    EXPECT_EQ(S_OK, clone->Next(1, data, &fetched));
+    EXPECT_EQ(enumerator->Next(5, data, &fetched), S_FALSE);
+    EXPECT_EQ(fetched, 0u);
+    EXPECT_EQ(clone->Next(1, data, &fetched), S_OK);
     EXPECT_THAT(cookies(), ElementsAre(4u));
-    EXPECT_EQ(S_OK, enumerator->Reset());
-    EXPECT_EQ(S_OK, enumerator->Skip(5));
-    EXPECT_EQ(S_OK, enumerator->Skip(0));
-    EXPECT_EQ(S_FALSE, enumerator->Skip(1));
-    EXPECT_EQ(S_OK, enumerator->Reset());
-    EXPECT_EQ(S_FALSE, enumerator->Skip(6));
-    EXPECT_EQ(S_FALSE, enumerator->Skip(1));
-    EXPECT_EQ(S_FALSE, enumerator->Next(1, data, &fetched));
-    EXPECT_EQ(S_OK, enumerator->Next(0, data, &fetched));
-    EXPECT_EQ(E_POINTER, enumerator->Next(1, nullptr, &fetched));
-    EXPECT_EQ(E_POINTER, enumerator->Next(2, data, nullptr));
-    EXPECT_EQ(E_POINTER, enumerator->Clone(nullptr));
+    EXPECT_EQ(enumerator->Reset(), S_OK);
+    EXPECT_EQ(enumerator->Skip(5), S_OK);
+    EXPECT_EQ(enumerator->Skip(0), S_OK);
+    EXPECT_EQ(enumerator->Skip(1), S_FALSE);
+    EXPECT_EQ(enumerator->Reset(), S_OK);
+    EXPECT_EQ(enumerator->Skip(6), S_FALSE);
+    EXPECT_EQ(enumerator->Skip(1), S_FALSE);
+    EXPECT_EQ(enumerator->Next(1, data, &fetched), S_FALSE);
+    EXPECT_EQ(enumerator->Next(0, data, &fetched), S_OK);
+    EXPECT_EQ(enumerator->Next(1, nullptr, &fetched), E_POINTER);
+    EXPECT_EQ(enumerator->Next(2, data, nullptr), E_POINTER);
+    EXPECT_EQ(enumerator->Clone(nullptr), E_POINTER);
     enumerator.Release();
     clone.Release();
     for (const CSink& sink : m_sinks) {
-        EXPECT_EQ(1, sink.m_references);
+        EXPECT_EQ(sink.m_references, 1);
     }
 }
 
-TEST_F(ConnectionTest, everyLivingEnumeratorIsDisconnectedOnceAndStaysTheClients)
+TEST_F(ConnectionTest, EveryLivingEnumeratorIsDisconnectedOnceAndStaysTheClients)
 {
     static std::vector<IUnknown*> s_disconnected;
     s_disconnected.clear();
@@ -310,27 +310,27 @@ TEST_F(ConnectionTest, everyLivingEnumeratorIsDisconnectedOnceAndStaysTheClients
     CComPtr<IEnumConnections> connectionsOfThePoint;
     CComPtr<IEnumConnections> gone;
     CComPtr<IEnumConnectionPoints> points;
-    EXPECT_EQ(S_OK, m_point->EnumConnections(&gone));
-    EXPECT_EQ(S_OK, m_point->EnumConnections(&connectionsOfThePoint));
-    EXPECT_EQ(S_OK, m_container->EnumConnectionPoints(&points));
+    EXPECT_EQ(m_point->EnumConnections(&gone), S_OK);
+    EXPECT_EQ(m_point->EnumConnections(&connectionsOfThePoint), S_OK);
+    EXPECT_EQ(m_container->EnumConnectionPoints(&points), S_OK);
     gone.Release();
 
     const ImportHook<decltype(&CoDisconnectObject)> hook("CoDisconnectObject", [](LPUNKNOWN object, DWORD reserved) -> HRESULT {
-        EXPECT_EQ(0u, reserved);
+        EXPECT_EQ(reserved, 0u);
         s_disconnected.push_back(object);
         return S_OK;
     });
     AtlDisconnectEnumerators();
     CComPtr<IUnknown> first;
     CComPtr<IUnknown> second;
-    EXPECT_EQ(S_OK, connectionsOfThePoint.QueryInterface(&first));
-    EXPECT_EQ(S_OK, points.QueryInterface(&second));
+    EXPECT_EQ(connectionsOfThePoint.QueryInterface(&first), S_OK);
+    EXPECT_EQ(points.QueryInterface(&second), S_OK);
     EXPECT_THAT(s_disconnected, ElementsAre(first.p, second.p));
     first.Release();
     second.Release();
     EXPECT_THAT(connections(connectionsOfThePoint), ElementsAre(std::pair<IUnknown*, DWORD>(&sink, 1)));
     IUnknown* const enumerator = connectionsOfThePoint.Detach();
-    EXPECT_EQ(0u, enumerator->Release());
+    EXPECT_EQ(enumerator->Release(), 0u);
     s_disconnected.clear();
     points.Release();
     AtlDisconnectEnumerators();

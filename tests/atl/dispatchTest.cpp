@@ -14,11 +14,11 @@ protected:
     DispatchTest()
     {
         CoInitialize(nullptr);
-        g_events.clear();
+        s_events.clear();
         CComObject<CSampleObject>* object = nullptr;
-        EXPECT_EQ(S_OK, CComObject<CSampleObject>::CreateInstance(&object));
+        EXPECT_EQ(CComObject<CSampleObject>::CreateInstance(&object), S_OK);
         m_dispatch = object;
-        g_events.clear();
+        s_events.clear();
     }
     ~DispatchTest() override
     {
@@ -30,13 +30,13 @@ protected:
     {
         char path[MAX_PATH] = {};
         GetModuleFileNameA(nullptr, path, MAX_PATH);
-        ASSERT_EQ(S_OK, AtlRegisterTypeLib(path, CRegistrationScope::Machine));
+        ASSERT_EQ(AtlRegisterTypeLib(path, CRegistrationScope::Machine), S_OK);
     }
     DISPID idOf(const wchar_t* name)
     {
         LPOLESTR text = const_cast<LPOLESTR>(name);
         DISPID id = DISPID_UNKNOWN;
-        EXPECT_EQ(S_OK, m_dispatch->GetIDsOfNames(IID_NULL, &text, 1, LOCALE_USER_DEFAULT, &id));
+        EXPECT_EQ(m_dispatch->GetIDsOfNames(IID_NULL, &text, 1, LOCALE_USER_DEFAULT, &id), S_OK);
         return id;
     }
     HRESULT call(DISPID id, std::vector<VARIANT> arguments, VARIANT* result, EXCEPINFO* exception = nullptr)
@@ -64,103 +64,103 @@ VARIANT number(int value)
 
 } // namespace
 
-TEST_F(DispatchTest, withoutARegisteredLibraryEveryCallFails)
+TEST_F(DispatchTest, WithoutARegisteredLibraryEveryCallFails)
 {
     UINT count = 7;
-    EXPECT_EQ(S_OK, m_dispatch->GetTypeInfoCount(&count));
-    EXPECT_EQ(1u, count);
+    EXPECT_EQ(m_dispatch->GetTypeInfoCount(&count), S_OK);
+    EXPECT_EQ(count, 1u);
     CComPtr<ITypeInfo> info;
-    EXPECT_EQ(TYPE_E_LIBNOTREGISTERED, m_dispatch->GetTypeInfo(0, LOCALE_USER_DEFAULT, &info));
-    EXPECT_EQ(nullptr, info.p);
+    EXPECT_EQ(m_dispatch->GetTypeInfo(0, LOCALE_USER_DEFAULT, &info), TYPE_E_LIBNOTREGISTERED);
+    EXPECT_EQ(info.p, nullptr);
     LPOLESTR name = const_cast<LPOLESTR>(L"validate");
     DISPID id = 7;
-    EXPECT_EQ(TYPE_E_LIBNOTREGISTERED, m_dispatch->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id));
-    EXPECT_EQ(TYPE_E_LIBNOTREGISTERED, call(15, {}, nullptr));
+    EXPECT_EQ(m_dispatch->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id), TYPE_E_LIBNOTREGISTERED);
+    EXPECT_EQ(call(15, {}, nullptr), TYPE_E_LIBNOTREGISTERED);
     // The next call looks again.
     registerLibrary();
-    EXPECT_EQ(S_OK, call(15, {}, nullptr));
+    EXPECT_EQ(call(15, {}, nullptr), S_OK);
 }
 
-TEST_F(DispatchTest, describesTheInterface)
+TEST_F(DispatchTest, DescribesTheInterface)
 {
     registerLibrary();
     CComPtr<ITypeInfo> info;
-    EXPECT_EQ(E_POINTER, m_dispatch->GetTypeInfoCount(nullptr));
-    EXPECT_EQ(E_POINTER, m_dispatch->GetTypeInfo(0, LOCALE_USER_DEFAULT, nullptr));
-    EXPECT_EQ(DISP_E_BADINDEX, m_dispatch->GetTypeInfo(1, LOCALE_USER_DEFAULT, &info));
-    EXPECT_EQ(S_OK, m_dispatch->GetTypeInfo(0, LOCALE_USER_DEFAULT, &info));
+    EXPECT_EQ(m_dispatch->GetTypeInfoCount(nullptr), E_POINTER);
+    EXPECT_EQ(m_dispatch->GetTypeInfo(0, LOCALE_USER_DEFAULT, nullptr), E_POINTER);
+    EXPECT_EQ(m_dispatch->GetTypeInfo(1, LOCALE_USER_DEFAULT, &info), DISP_E_BADINDEX);
+    EXPECT_EQ(m_dispatch->GetTypeInfo(0, LOCALE_USER_DEFAULT, &info), S_OK);
     TYPEATTR* attributes = nullptr;
-    ASSERT_EQ(S_OK, info->GetTypeAttr(&attributes));
+    ASSERT_EQ(info->GetTypeAttr(&attributes), S_OK);
     EXPECT_EQ(IID_IJavaManager, attributes->guid);
     info->ReleaseTypeAttr(attributes);
 }
 
-TEST_F(DispatchTest, theTypeInformationIsLoadedOnceAndStays)
+TEST_F(DispatchTest, TheTypeInformationIsLoadedOnceAndStays)
 {
     registerLibrary();
-    EXPECT_EQ(15, idOf(L"validate"));
+    EXPECT_EQ(idOf(L"validate"), 15);
     char path[MAX_PATH] = {};
     GetModuleFileNameA(nullptr, path, MAX_PATH);
-    EXPECT_EQ(S_OK, AtlUnRegisterTypeLib(path, CRegistrationScope::Machine));
-    EXPECT_EQ(18, idOf(L"enable"));
+    EXPECT_EQ(AtlUnRegisterTypeLib(path, CRegistrationScope::Machine), S_OK);
+    EXPECT_EQ(idOf(L"enable"), 18);
 }
 
-TEST_F(DispatchTest, findsMembersInAnyCaseAndRefusesOthers)
+TEST_F(DispatchTest, FindsMembersInAnyCaseAndRefusesOthers)
 {
     registerLibrary();
-    EXPECT_EQ(3, idOf(L"callMethod"));
-    EXPECT_EQ(19, idOf(L"PUSHWINDOWHANDLE"));
+    EXPECT_EQ(idOf(L"callMethod"), 3);
+    EXPECT_EQ(idOf(L"PUSHWINDOWHANDLE"), 19);
     LPOLESTR name = const_cast<LPOLESTR>(L"nothing");
     DISPID id = 7;
-    EXPECT_EQ(DISP_E_UNKNOWNNAME, m_dispatch->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id));
+    EXPECT_EQ(m_dispatch->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id), DISP_E_UNKNOWNNAME);
 }
 
-TEST_F(DispatchTest, callsWithArgumentsInOrder)
+TEST_F(DispatchTest, CallsWithArgumentsInOrder)
 {
     registerLibrary();
-    EXPECT_EQ(S_OK, call(16, {number(1), number(2), number(3), number(4)}, nullptr));
-    EXPECT_THAT(g_events, ElementsAre("setBounds 1,2,3,4"));
+    EXPECT_EQ(call(16, {number(1), number(2), number(3), number(4)}, nullptr), S_OK);
+    EXPECT_THAT(s_events, ElementsAre("setBounds 1,2,3,4"));
 }
 
-TEST_F(DispatchTest, returnsResults)
+TEST_F(DispatchTest, ReturnsResults)
 {
     registerLibrary();
     CComVariant first(CComBSTR(L"a"));
     CComVariant second(CComBSTR(L"b"));
     CComVariant result;
-    EXPECT_EQ(S_OK, call(3, {first, second}, &result));
-    ASSERT_EQ(VT_BSTR, result.vt);
-    EXPECT_STREQ(L"a|b", result.bstrVal);
-    EXPECT_EQ(S_OK, result.Clear());
-    EXPECT_EQ(S_OK, call(14, {}, &result));
-    EXPECT_EQ(VT_I4, result.vt);
-    EXPECT_EQ(42, result.lVal);
+    EXPECT_EQ(call(3, {first, second}, &result), S_OK);
+    ASSERT_EQ(result.vt, VT_BSTR);
+    EXPECT_STREQ(result.bstrVal, L"a|b");
+    EXPECT_EQ(result.Clear(), S_OK);
+    EXPECT_EQ(call(14, {}, &result), S_OK);
+    EXPECT_EQ(result.vt, VT_I4);
+    EXPECT_EQ(result.lVal, 42);
 }
 
-TEST_F(DispatchTest, lateBindingMakesEveryTrueTheSame)
+TEST_F(DispatchTest, LateBindingMakesEveryTrueTheSame)
 {
     registerLibrary();
-    EXPECT_EQ(S_OK, call(18, {number(1)}, nullptr));
-    EXPECT_THAT(g_events, ElementsAre("enable -1"));
+    EXPECT_EQ(call(18, {number(1)}, nullptr), S_OK);
+    EXPECT_THAT(s_events, ElementsAre("enable -1"));
 }
 
-TEST_F(DispatchTest, aFailureComesWithItsText)
+TEST_F(DispatchTest, AFailureComesWithItsText)
 {
     registerLibrary();
     CComVariant name(CComBSTR(L"x"));
     CComVariant result;
     EXCEPINFO exception = {};
-    EXPECT_EQ(DISP_E_EXCEPTION, call(8, {name}, &result, &exception));
-    EXPECT_EQ(E_INVALIDARG, exception.scode);
-    EXPECT_STREQ(L"no such property", exception.bstrDescription);
+    EXPECT_EQ(call(8, {name}, &result, &exception), DISP_E_EXCEPTION);
+    EXPECT_EQ(exception.scode, E_INVALIDARG);
+    EXPECT_STREQ(exception.bstrDescription, L"no such property");
     SysFreeString(exception.bstrDescription);
     SysFreeString(exception.bstrSource);
     SysFreeString(exception.bstrHelpFile);
 }
 
-TEST_F(DispatchTest, wrongArgumentsAreRefused)
+TEST_F(DispatchTest, WrongArgumentsAreRefused)
 {
     registerLibrary();
-    EXPECT_EQ(DISP_E_BADPARAMCOUNT, call(16, {number(1)}, nullptr));
-    EXPECT_EQ(DISP_E_MEMBERNOTFOUND, call(99, {}, nullptr));
+    EXPECT_EQ(call(16, {number(1)}, nullptr), DISP_E_BADPARAMCOUNT);
+    EXPECT_EQ(call(99, {}, nullptr), DISP_E_MEMBERNOTFOUND);
 }

@@ -23,17 +23,17 @@ public:
     static const char* GetAppIdT() noexcept { return "{APPID}"; }
     static HRESULT UpdateRegistryAppId(BOOL registering) noexcept
     {
-        g_events.push_back(registering ? "AppId 1" : "AppId 0");
+        s_events.push_back(registering ? "AppId 1" : "AppId 0");
         return s_appIdResult;
     }
 
     HRESULT InitializeCom() noexcept override { return FAILED(m_comResult) ? m_comResult : CAtlExeModuleT::InitializeCom(); }
     HRESULT RegisterClassObject(const CLSID& clsid, IUnknown* factory, DWORD& cookie) noexcept override
     {
-        g_events.push_back("register");
+        s_events.push_back("register");
         EXPECT_EQ(CLSID_Sample, clsid);
         CComPtr<IClassFactory> asked;
-        EXPECT_EQ(S_OK, factory->QueryInterface(IID_IClassFactory, reinterpret_cast<void**>(&asked)));
+        EXPECT_EQ(factory->QueryInterface(IID_IClassFactory, reinterpret_cast<void**>(&asked)), S_OK);
         const HRESULT hr =
             FAILED(m_registerResult) ? m_registerResult : CAtlExeModuleT::RegisterClassObject(clsid, factory, cookie);
         m_cookie = cookie;
@@ -41,12 +41,12 @@ public:
     }
     HRESULT ResumeClassObjects() noexcept override
     {
-        g_events.push_back("resume");
+        s_events.push_back("resume");
         return m_resumeResult != S_OK ? m_resumeResult : CAtlExeModuleT::ResumeClassObjects();
     }
     bool StartMonitor() noexcept override
     {
-        g_events.push_back("monitor");
+        s_events.push_back("monitor");
         return m_monitorStarts && CAtlExeModuleT::StartMonitor();
     }
     BOOL PostQuit() noexcept override
@@ -61,7 +61,7 @@ public:
     }
     void RunMessageLoop() override
     {
-        g_events.push_back("loop");
+        s_events.push_back("loop");
         if (m_loop) {
             m_loop();
         }
@@ -69,12 +69,12 @@ public:
     }
     HRESULT RegisterServer() override
     {
-        g_events.push_back(m_bPerUserRegistration ? "RegisterServer per user" : "RegisterServer");
+        s_events.push_back(m_bPerUserRegistration ? "RegisterServer per user" : "RegisterServer");
         return m_serverResult;
     }
     HRESULT UnregisterServer() override
     {
-        g_events.push_back(m_bPerUserRegistration ? "UnregisterServer per user" : "UnregisterServer");
+        s_events.push_back(m_bPerUserRegistration ? "UnregisterServer per user" : "UnregisterServer");
         return m_serverResult;
     }
     void failConstruction() { m_bInitFailed = true; }
@@ -104,9 +104,9 @@ protected:
     ModuleTest()
     {
         CoInitialize(nullptr);
-        g_events.clear();
+        s_events.clear();
         m_module.emplace();
-        g_events.clear();
+        s_events.clear();
     }
     ~ModuleTest() override
     {

@@ -42,15 +42,15 @@ public:
     {
         CRegKey list;
         const char* const path = "CLSID\\{11111111-0000-0000-0000-000000000001}\\Required Categories";
-        g_events.push_back(list.Open(HKEY_CLASSES_ROOT, path) == ERROR_SUCCESS ? "with categories" : "without categories");
+        s_events.push_back(list.Open(HKEY_CLASSES_ROOT, path) == ERROR_SUCCESS ? "with categories" : "without categories");
         return CSampleObject::UpdateRegistry(registering);
     }
     static const ATL_CATMAP_ENTRY* GetCategoryMap()
     {
         using Type = ATL_CATMAP_ENTRY::Type;
-        static const ATL_CATMAP_ENTRY map[] = {
+        static const ATL_CATMAP_ENTRY MAP[] = {
             {Type::Implemented, &CATEGORY}, {Type::Required, &CATEGORY}, {Type::Required, nullptr}};
-        return map;
+        return MAP;
     }
 };
 
@@ -59,7 +59,7 @@ class CSecondClass : public CSampleObject
 public:
     static HRESULT UpdateRegistry(BOOL registering) noexcept
     {
-        g_events.push_back(registering ? "second UpdateRegistry 1" : "second UpdateRegistry 0");
+        s_events.push_back(registering ? "second UpdateRegistry 1" : "second UpdateRegistry 0");
         return S_OK;
     }
 };
@@ -148,100 +148,100 @@ protected:
 
 } // namespace
 
-TEST_F(ModuleRegistrationTest, writesTheServersKeysAndTheLibrary)
+TEST_F(ModuleRegistrationTest, WritesTheServersKeysAndTheLibrary)
 {
-    EXPECT_EQ(S_OK, run("server.exe /RegServer"));
+    EXPECT_EQ(run("server.exe /RegServer"), S_OK);
     EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT), testing::ElementsAreArray(expectedKeys("")));
     EXPECT_THAT(contentOf(HKEY_CURRENT_USER), IsEmpty());
     CComPtr<ITypeLib> library;
-    EXPECT_EQ(S_OK, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library));
+    EXPECT_EQ(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library), S_OK);
 }
 
-TEST_F(ModuleRegistrationTest, aSecondRegistrationLeavesOneSet)
+TEST_F(ModuleRegistrationTest, ASecondRegistrationLeavesOneSet)
 {
-    EXPECT_EQ(S_OK, run("server.exe -regserver"));
+    EXPECT_EQ(run("server.exe -regserver"), S_OK);
     const auto once = classes();
     CRegKey foreign;
-    EXPECT_EQ(ERROR_SUCCESS, foreign.Create(HKEY_CLASSES_ROOT, "CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}\\Leftover"));
+    EXPECT_EQ(foreign.Create(HKEY_CLASSES_ROOT, "CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}\\Leftover"), ERROR_SUCCESS);
     foreign.Close();
-    EXPECT_EQ(S_OK, run("server.exe -regserver"));
+    EXPECT_EQ(run("server.exe -regserver"), S_OK);
     EXPECT_EQ(once, classes());
 }
 
-TEST_F(ModuleRegistrationTest, removalKeepsTheSharedParents)
+TEST_F(ModuleRegistrationTest, RemovalKeepsTheSharedParents)
 {
-    EXPECT_EQ(S_OK, run("server.exe /RegServer"));
-    EXPECT_EQ(S_OK, run("server.exe /UnregServer"));
+    EXPECT_EQ(run("server.exe /RegServer"), S_OK);
+    EXPECT_EQ(run("server.exe /UnregServer"), S_OK);
     EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT), ElementsAre("AppID", "CLSID"));
     CComPtr<ITypeLib> library;
-    EXPECT_EQ(TYPE_E_LIBNOTREGISTERED, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library));
+    EXPECT_EQ(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library), TYPE_E_LIBNOTREGISTERED);
 }
 
-TEST_F(ModuleRegistrationTest, perUserEverythingLiesUnderTheUser)
+TEST_F(ModuleRegistrationTest, PerUserEverythingLiesUnderTheUser)
 {
-    EXPECT_EQ(S_OK, run("server.exe /RegServerPerUser"));
+    EXPECT_EQ(run("server.exe /RegServerPerUser"), S_OK);
     std::vector<std::string> expected = expectedKeys("Software\\Classes\\");
     expected.insert(expected.begin(), {"Software", "Software\\Classes"});
     EXPECT_THAT(contentOf(HKEY_CURRENT_USER), testing::ElementsAreArray(expected));
     EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT), IsEmpty());
     EXPECT_THAT(contentOf(HKEY_LOCAL_MACHINE), IsEmpty());
-    EXPECT_EQ(S_OK, run("server.exe /UnregServerPerUser"));
+    EXPECT_EQ(run("server.exe /UnregServerPerUser"), S_OK);
     EXPECT_THAT(contentOf(HKEY_CURRENT_USER),
                 ElementsAre("Software", "Software\\Classes", "Software\\Classes\\AppID", "Software\\Classes\\CLSID"));
     EXPECT_THAT(contentOf(HKEY_LOCAL_MACHINE), IsEmpty());
 }
 
-TEST_F(ModuleRegistrationTest, aFailingStepEndsTheRemoval)
+TEST_F(ModuleRegistrationTest, AFailingStepEndsTheRemoval)
 {
-    EXPECT_EQ(S_OK, run("server.exe /RegServer"));
-    EXPECT_EQ(S_OK, UnRegisterTypeLib(LIBID_KESTAserverLib, 1, 0, 0, SYS_WIN64));
+    EXPECT_EQ(run("server.exe /RegServer"), S_OK);
+    EXPECT_EQ(UnRegisterTypeLib(LIBID_KESTAserverLib, 1, 0, 0, SYS_WIN64), S_OK);
     EXPECT_TRUE(FAILED(run("server.exe /UnregServer")));
     EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT),
                 ElementsAre("AppID", "AppID\\KESTA.EXE", std::string("AppID\\KESTA.EXE [AppID] = s '") + APPID + "'",
                             std::string("AppID\\") + APPID, std::string("AppID\\") + APPID + " [] = s 'KESTAserver'", "CLSID"));
 }
 
-TEST_F(ModuleRegistrationTest, eachClassIsFollowedByItsCategoriesAndAllByTheLibrary)
+TEST_F(ModuleRegistrationTest, EachClassIsFollowedByItsCategoriesAndAllByTheLibrary)
 {
     CTwoClassModule module;
     HRESULT result = S_FALSE;
-    g_events.clear();
+    s_events.clear();
     EXPECT_FALSE(module.ParseCommandLine("server.exe /RegServer", result));
-    EXPECT_EQ(S_OK, result);
-    EXPECT_THAT(g_events, ElementsAre("without categories", "UpdateRegistry 1", "second UpdateRegistry 1"));
+    EXPECT_EQ(result, S_OK);
+    EXPECT_THAT(s_events, ElementsAre("without categories", "UpdateRegistry 1", "second UpdateRegistry 1"));
     const std::string clsid = "CLSID\\{11111111-0000-0000-0000-000000000001}";
     const std::string category = "\\{AAAAAAAA-0000-0000-0000-000000000001}";
     EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT),
                 ElementsAre("CLSID", clsid, clsid + "\\Implemented Categories", clsid + "\\Implemented Categories" + category,
                             clsid + "\\Required Categories", clsid + "\\Required Categories" + category));
     CComPtr<ITypeLib> library;
-    EXPECT_EQ(S_OK, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library));
+    EXPECT_EQ(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library), S_OK);
     library.Release();
 
-    g_events.clear();
+    s_events.clear();
     EXPECT_FALSE(module.ParseCommandLine("server.exe /UnregServer", result));
-    EXPECT_EQ(S_OK, result);
-    EXPECT_THAT(g_events, ElementsAre("with categories", "UpdateRegistry 0", "second UpdateRegistry 0"));
+    EXPECT_EQ(result, S_OK);
+    EXPECT_THAT(s_events, ElementsAre("with categories", "UpdateRegistry 0", "second UpdateRegistry 0"));
     EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT), ElementsAre("CLSID", clsid));
-    EXPECT_EQ(TYPE_E_LIBNOTREGISTERED, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library));
+    EXPECT_EQ(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library), TYPE_E_LIBNOTREGISTERED);
 }
 
-TEST_F(ModuleRegistrationTest, aFailingClassEndsTheWorkBeforeItsCategoriesAndTheNextClass)
+TEST_F(ModuleRegistrationTest, AFailingClassEndsTheWorkBeforeItsCategoriesAndTheNextClass)
 {
     CTwoClassModule module;
     HRESULT result = S_OK;
-    g_events.clear();
+    s_events.clear();
     CSampleObject::s_updateResult = E_ACCESSDENIED;
     EXPECT_FALSE(module.ParseCommandLine("server.exe /RegServer", result));
-    EXPECT_EQ(E_ACCESSDENIED, result);
+    EXPECT_EQ(result, E_ACCESSDENIED);
     EXPECT_FALSE(module.ParseCommandLine("server.exe /UnregServer", result));
-    EXPECT_EQ(E_ACCESSDENIED, result);
+    EXPECT_EQ(result, E_ACCESSDENIED);
     CSampleObject::s_updateResult = S_OK;
-    EXPECT_THAT(g_events, ElementsAre("without categories", "UpdateRegistry 1", "without categories", "UpdateRegistry 0"));
+    EXPECT_THAT(s_events, ElementsAre("without categories", "UpdateRegistry 1", "without categories", "UpdateRegistry 0"));
     EXPECT_THAT(classes(), IsEmpty());
 }
 
-TEST_F(ModuleRegistrationTest, anExecutableWithoutAPathCannotBeRegistered)
+TEST_F(ModuleRegistrationTest, AnExecutableWithoutAPathCannotBeRegistered)
 {
     const auto none = [](HMODULE, LPSTR, DWORD) -> DWORD {
         SetLastError(ERROR_ACCESS_DENIED);
@@ -258,7 +258,7 @@ TEST_F(ModuleRegistrationTest, anExecutableWithoutAPathCannotBeRegistered)
         {
             const ImportHook<decltype(&GetModuleFileNameA)> hook("GetModuleFileNameA", none);
             EXPECT_FALSE(module.ParseCommandLine(commandLine, result));
-            EXPECT_EQ(E_ACCESSDENIED, result);
+            EXPECT_EQ(result, E_ACCESSDENIED);
         }
         const ImportHook<decltype(&GetModuleFileNameA)> hook("GetModuleFileNameA", cut);
         EXPECT_FALSE(module.ParseCommandLine(commandLine, result));
@@ -267,10 +267,10 @@ TEST_F(ModuleRegistrationTest, anExecutableWithoutAPathCannotBeRegistered)
     }
 }
 
-TEST(QuotedForScript, doublesApostrophesAndQuotesBlanks)
+TEST(QuotedForScriptTest, DoublesApostrophesAndQuotesBlanks)
 {
-    EXPECT_EQ("C:\\plain\\server.exe", AtlQuotedForScript("C:\\plain\\server.exe"));
-    EXPECT_EQ("C:\\it''s\\server.exe", AtlQuotedForScript("C:\\it's\\server.exe"));
-    EXPECT_EQ("\"C:\\two words\\server.exe\"", AtlQuotedForScript("C:\\two words\\server.exe"));
-    EXPECT_EQ("\"C:\\it''s two''s\\server.exe\"", AtlQuotedForScript("C:\\it's two's\\server.exe"));
+    EXPECT_EQ(AtlQuotedForScript("C:\\plain\\server.exe"), "C:\\plain\\server.exe");
+    EXPECT_EQ(AtlQuotedForScript("C:\\it's\\server.exe"), "C:\\it''s\\server.exe");
+    EXPECT_EQ(AtlQuotedForScript("C:\\two words\\server.exe"), "\"C:\\two words\\server.exe\"");
+    EXPECT_EQ(AtlQuotedForScript("C:\\it's two's\\server.exe"), "\"C:\\it''s two''s\\server.exe\"");
 }

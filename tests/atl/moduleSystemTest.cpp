@@ -13,10 +13,10 @@ using testing::ElementsAre;
 
 namespace {
 
-const auto& realRegisterClassObject = ImportHook<decltype(&CoRegisterClassObject)>::original;
-const auto& realPostThreadMessage = ImportHook<decltype(&PostThreadMessageA)>::original;
-const auto& realSleep = ImportHook<decltype(&Sleep)>::original;
-const auto& realWait = ImportHook<decltype(&WaitForSingleObject)>::original;
+const auto& s_realRegisterClassObject = ImportHook<decltype(&CoRegisterClassObject)>::s_original;
+const auto& s_realPostThreadMessage = ImportHook<decltype(&PostThreadMessageA)>::s_original;
+const auto& s_realSleep = ImportHook<decltype(&Sleep)>::s_original;
+const auto& s_realWait = ImportHook<decltype(&WaitForSingleObject)>::s_original;
 
 // A wait of any thread. Kept without memory or locks: those wait themselves.
 struct SWait
@@ -25,15 +25,15 @@ struct SWait
     DWORD limit;
     bool operator==(const SWait&) const = default;
 };
-std::array<SWait, 64> g_waits;
-std::atomic<size_t> g_waitCount = 0;
+std::array<SWait, 64> s_waits;
+std::atomic<size_t> s_waitCount = 0;
 
 DWORD WINAPI notedWait(HANDLE handle, DWORD limit)
 {
-    if (const size_t place = g_waitCount++; place < g_waits.size()) {
-        g_waits[place] = {handle, limit};
+    if (const size_t place = s_waitCount++; place < s_waits.size()) {
+        s_waits[place] = {handle, limit};
     }
-    return realWait(handle, limit);
+    return s_realWait(handle, limit);
 }
 
 // Two classes, whose class objects Windows may refuse to revoke.
@@ -42,7 +42,7 @@ const CLSID CLSID_Other = {0x5A6C1B2D, 0x4E3F, 0x4A5B, {0x8C, 0x9D, 0x0E, 0x1F, 
 class COtherObject : public CSampleObject
 {
 public:
-    static void ObjectMain(bool starting) { g_events.push_back(starting ? "other ObjectMain 1" : "other ObjectMain 0"); }
+    static void ObjectMain(bool starting) { s_events.push_back(starting ? "other ObjectMain 1" : "other ObjectMain 0"); }
 };
 
 constexpr ATL_OBJMAP_ENTRY TWO_CLASSES[] = {OBJECT_ENTRY(CLSID_Sample, CSampleObject) OBJECT_ENTRY(CLSID_Other, COtherObject)};
@@ -59,10 +59,10 @@ public:
     HRESULT RegisterClassObject(const CLSID& clsid, IUnknown*, DWORD& cookie) noexcept override
     {
         cookie = IsEqualCLSID(clsid, CLSID_Sample) ? 11 : 22;
-        g_events.push_back(std::format("register {}", cookie));
+        s_events.push_back(std::format("register {}", cookie));
         return cookie == m_refused ? E_ACCESSDENIED : S_OK;
     }
-    void RunMessageLoop() override { g_events.push_back("loop"); }
+    void RunMessageLoop() override { s_events.push_back("loop"); }
 
     using CAtlExeModule::Run;
 
@@ -72,26 +72,26 @@ public:
 // What CoRevokeClassObject answers for a cookie.
 HRESULT revoked(DWORD cookie)
 {
-    g_events.push_back(std::format("revoke {}", cookie));
+    s_events.push_back(std::format("revoke {}", cookie));
     return S_OK;
 }
 HRESULT notRevoked(DWORD cookie)
 {
-    g_events.push_back(std::format("revoke {}", cookie));
+    s_events.push_back(std::format("revoke {}", cookie));
     return CO_E_OBJNOTREG;
 }
 void notedSleep(DWORD time)
 {
     if (time < 500) {
-        realSleep(time);
+        s_realSleep(time);
     } else {
-        g_events.push_back(std::format("Sleep {}", time));
+        s_events.push_back(std::format("Sleep {}", time));
     }
 }
 
 } // namespace
 
-TEST_F(ModuleTest, theClassObjectIsForSingleUseAndSuspended)
+TEST_F(ModuleTest, TheClassObjectIsForSingleUseAndSuspended)
 {
     static DWORD s_context;
     static DWORD s_flags;
@@ -101,15 +101,15 @@ TEST_F(ModuleTest, theClassObjectIsForSingleUseAndSuspended)
             EXPECT_EQ(CLSID_Sample, clsid);
             s_context = context;
             s_flags = flags;
-            return realRegisterClassObject(clsid, factory, context, flags, cookie);
+            return s_realRegisterClassObject(clsid, factory, context, flags, cookie);
         });
     m_module->m_loop = [this] { useOnce(); };
-    EXPECT_EQ(S_OK, m_module->Run(SW_HIDE));
-    EXPECT_EQ(4u, s_context);
-    EXPECT_EQ(4u, s_flags);
+    EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
+    EXPECT_EQ(s_context, 4u);
+    EXPECT_EQ(s_flags, 4u);
 }
 
-TEST_F(ModuleTest, theShutdownEventIsNotSignalledAndWakesTheMonitorThreadAlone)
+TEST_F(ModuleTest, TheShutdownEventIsNotSignalledAndWakesTheMonitorThreadAlone)
 {
     CHandle event;
     m_module->m_loop = [&] {
@@ -120,37 +120,37 @@ TEST_F(ModuleTest, theShutdownEventIsNotSignalledAndWakesTheMonitorThreadAlone)
         EXPECT_EQ(static_cast<DWORD>(WAIT_TIMEOUT), WaitForSingleObject(event, 0));
         useOnce();
     };
-    EXPECT_EQ(S_OK, m_module->Run(SW_HIDE));
+    EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
     // Whoever waited for it has taken the signal.
     EXPECT_EQ(static_cast<DWORD>(WAIT_TIMEOUT), WaitForSingleObject(event, 0));
 }
 
-TEST_F(ModuleTest, withoutShutdownEventTheStartFails)
+TEST_F(ModuleTest, WithoutShutdownEventTheStartFails)
 {
     const ImportHook<decltype(&CreateEventA)> hook("CreateEventA", [](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCSTR) -> HANDLE {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     });
-    EXPECT_EQ(E_FAIL, m_module->Run(SW_HIDE));
-    EXPECT_THAT(g_events, ElementsAre("register", "monitor"));
-    EXPECT_EQ(nullptr, static_cast<HANDLE>(m_module->m_hMonitorThread));
+    EXPECT_EQ(m_module->Run(SW_HIDE), E_FAIL);
+    EXPECT_THAT(s_events, ElementsAre("register", "monitor"));
+    EXPECT_EQ(static_cast<HANDLE>(m_module->m_hMonitorThread), nullptr);
     EXPECT_TRUE(classObjectIsRevoked());
 }
 
-TEST_F(ModuleTest, withoutThreadTheStartFailsAndTheEventIsClosed)
+TEST_F(ModuleTest, WithoutThreadTheStartFailsAndTheEventIsClosed)
 {
     const ImportHook<decltype(&CreateThread)> hook(
         "CreateThread", [](LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, LPVOID, DWORD, LPDWORD) -> HANDLE {
             SetLastError(ERROR_NOT_ENOUGH_MEMORY);
             return nullptr;
         });
-    EXPECT_EQ(E_FAIL, m_module->Run(SW_HIDE));
-    EXPECT_THAT(g_events, ElementsAre("register", "monitor"));
-    EXPECT_EQ(nullptr, static_cast<HANDLE>(m_module->m_hEventShutdown));
+    EXPECT_EQ(m_module->Run(SW_HIDE), E_FAIL);
+    EXPECT_THAT(s_events, ElementsAre("register", "monitor"));
+    EXPECT_EQ(static_cast<HANDLE>(m_module->m_hEventShutdown), nullptr);
     EXPECT_TRUE(classObjectIsRevoked());
 }
 
-TEST_F(ModuleTest, theMonitorThreadWaitsForEverAndIsWaitedForTwiceTheTimeOut)
+TEST_F(ModuleTest, TheMonitorThreadWaitsForEverAndIsWaitedForTwiceTheTimeOut)
 {
     class CHandleModule : public CTestModule
     {
@@ -166,16 +166,16 @@ TEST_F(ModuleTest, theMonitorThreadWaitsForEverAndIsWaitedForTwiceTheTimeOut)
     };
     m_module.reset();
     CHandleModule module;
-    g_waitCount = 0;
+    s_waitCount = 0;
     {
         const ImportHook<decltype(&WaitForSingleObject)> hook("WaitForSingleObject", &notedWait);
-        EXPECT_EQ(E_ACCESSDENIED, module.Run(SW_HIDE));
+        EXPECT_EQ(module.Run(SW_HIDE), E_ACCESSDENIED);
     }
-    EXPECT_THAT(g_waits, Contains(SWait{module.event, INFINITE}));
-    EXPECT_THAT(g_waits, Contains(SWait{module.thread, 10000}));
+    EXPECT_THAT(s_waits, Contains(SWait{module.event, INFINITE}));
+    EXPECT_THAT(s_waits, Contains(SWait{module.thread, 10000}));
 }
 
-TEST_F(ModuleTest, theEndIsPostedToTheMainThreadWithoutParameters)
+TEST_F(ModuleTest, TheEndIsPostedToTheMainThreadWithoutParameters)
 {
     struct Post
     {
@@ -193,70 +193,70 @@ TEST_F(ModuleTest, theEndIsPostedToTheMainThreadWithoutParameters)
             "PostThreadMessageA", [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
                 s_post = {GetCurrentThreadId(), thread, message, wParam, lParam};
                 ++s_count;
-                return realPostThreadMessage(thread, message, wParam, lParam);
+                return s_realPostThreadMessage(thread, message, wParam, lParam);
             });
         m_module->m_loop = [this] { useOnce(); };
-        EXPECT_EQ(S_OK, m_module->Run(SW_HIDE));
+        EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
     }
-    EXPECT_EQ(1, s_count);
+    EXPECT_EQ(s_count, 1);
     EXPECT_NE(GetCurrentThreadId(), s_post.from) << "by the monitor thread";
     EXPECT_EQ(GetCurrentThreadId(), s_post.to);
     EXPECT_EQ(static_cast<UINT>(WM_QUIT), s_post.message);
-    EXPECT_EQ(0u, s_post.wParam);
-    EXPECT_EQ(0, s_post.lParam);
+    EXPECT_EQ(s_post.wParam, 0u);
+    EXPECT_EQ(s_post.lParam, 0);
 }
 
-TEST_F(ModuleTest, withoutDelayTheMainThreadPostsTheEnd)
+TEST_F(ModuleTest, WithoutDelayTheMainThreadPostsTheEnd)
 {
     static DWORD s_from;
     s_from = 0;
     const ImportHook<decltype(&PostThreadMessageA)> hook("PostThreadMessageA",
                                                          [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
                                                              s_from = GetCurrentThreadId();
-                                                             return realPostThreadMessage(thread, message, wParam, lParam);
+                                                             return s_realPostThreadMessage(thread, message, wParam, lParam);
                                                          });
     m_module->m_bDelayShutdown = false;
     m_module->m_loop = [this] { useOnce(); };
-    EXPECT_EQ(S_OK, m_module->Run(SW_HIDE));
+    EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
     EXPECT_EQ(GetCurrentThreadId(), s_from);
 }
 
-TEST_F(ModuleTest, classesStartRegisterAndGoInTheOrderOfTheMap)
+TEST_F(ModuleTest, ClassesStartRegisterAndGoInTheOrderOfTheMap)
 {
     m_module.reset();
-    g_events.clear();
+    s_events.clear();
     {
         const ImportHook<decltype(&CoRevokeClassObject)> revoke("CoRevokeClassObject", &revoked);
         const ImportHook<decltype(&Sleep)> sleep("Sleep", &notedSleep);
         CTwoClassModule module;
-        EXPECT_EQ(S_OK, module.Run(SW_HIDE));
+        EXPECT_EQ(module.Run(SW_HIDE), S_OK);
     }
-    EXPECT_THAT(g_events, ElementsAre("ObjectMain 1", "other ObjectMain 1", "register 11", "register 22", "loop", "revoke 11",
+    EXPECT_THAT(s_events, ElementsAre("ObjectMain 1", "other ObjectMain 1", "register 11", "register 22", "loop", "revoke 11",
                                       "revoke 22", "Sleep 1000", "ObjectMain 0", "other ObjectMain 0"));
 }
 
-TEST_F(ModuleTest, theFirstClassObjectThatIsNotRevokedIsTheResultAfterThePause)
+TEST_F(ModuleTest, TheFirstClassObjectThatIsNotRevokedIsTheResultAfterThePause)
 {
     m_module.reset();
     CTwoClassModule module;
-    g_events.clear();
+    s_events.clear();
     const ImportHook<decltype(&CoRevokeClassObject)> revoke("CoRevokeClassObject", &notRevoked);
     const ImportHook<decltype(&Sleep)> sleep("Sleep", &notedSleep);
-    EXPECT_EQ(CO_E_OBJNOTREG, module.Run(SW_HIDE));
-    EXPECT_THAT(g_events, ElementsAre("register 11", "register 22", "loop", "revoke 11", "Sleep 1000"));
+    EXPECT_EQ(module.Run(SW_HIDE), CO_E_OBJNOTREG);
+    EXPECT_THAT(s_events, ElementsAre("register 11", "register 22", "loop", "revoke 11", "Sleep 1000"));
 }
 
-TEST_F(ModuleTest, aRefusedClassObjectEndsTheStartAtOnce)
+TEST_F(ModuleTest, ARefusedClassObjectEndsTheStartAtOnce)
 {
     m_module.reset();
     CTwoClassModule module;
-    g_events.clear();
+    s_events.clear();
     module.m_refused = 11;
-    EXPECT_EQ(E_ACCESSDENIED, module.Run(SW_HIDE));
-    EXPECT_THAT(g_events, ElementsAre("register 11"));
+    EXPECT_EQ(module.Run(SW_HIDE), E_ACCESSDENIED);
+    EXPECT_THAT(s_events, ElementsAre("register 11"));
 }
 
-TEST_F(ModuleTest, comIsThereBeforeTheProcessesCommandLineIsRead)
+TEST_F(ModuleTest, ComIsThereBeforeTheProcessesCommandLineIsRead)
 {
     class CReadingModule : public CTestModule
     {
@@ -266,7 +266,7 @@ TEST_F(ModuleTest, comIsThereBeforeTheProcessesCommandLineIsRead)
             EXPECT_STREQ(GetCommandLineA(), commandLine);
             EXPECT_TRUE(comIsInitialized());
             EXPECT_TRUE(m_bComInitialized);
-            EXPECT_EQ(S_OK, result);
+            EXPECT_EQ(result, S_OK);
             result = S_FALSE;
             return false;
         }
@@ -275,14 +275,14 @@ TEST_F(ModuleTest, comIsThereBeforeTheProcessesCommandLineIsRead)
     CoUninitialize();
     ASSERT_FALSE(comIsInitialized());
     CReadingModule module;
-    g_events.clear();
-    EXPECT_EQ(S_FALSE, module.WinMain(SW_HIDE));
-    EXPECT_THAT(g_events, ElementsAre());
+    s_events.clear();
+    EXPECT_EQ(module.WinMain(SW_HIDE), S_FALSE);
+    EXPECT_THAT(s_events, ElementsAre());
     EXPECT_FALSE(comIsInitialized());
     CoInitialize(nullptr);
 }
 
-TEST_F(ModuleTest, withoutMemoryForItsCriticalSectionTheModuleDoesNotRun)
+TEST_F(ModuleTest, WithoutMemoryForItsCriticalSectionTheModuleDoesNotRun)
 {
     m_module.reset();
     {
@@ -290,7 +290,7 @@ TEST_F(ModuleTest, withoutMemoryForItsCriticalSectionTheModuleDoesNotRun)
             "InitializeCriticalSectionEx", [](LPCRITICAL_SECTION, DWORD, DWORD) -> BOOL { return FALSE; });
         m_module.emplace();
     }
-    g_events.clear();
-    EXPECT_EQ(-1, m_module->WinMain(SW_HIDE));
-    EXPECT_THAT(g_events, ElementsAre());
+    s_events.clear();
+    EXPECT_EQ(m_module->WinMain(SW_HIDE), -1);
+    EXPECT_THAT(s_events, ElementsAre());
 }

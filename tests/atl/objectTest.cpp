@@ -15,7 +15,7 @@ protected:
     {
         CoInitialize(nullptr);
         SetErrorInfo(0, nullptr);
-        g_events.clear();
+        s_events.clear();
     }
     ~ObjectTest() override
     {
@@ -29,7 +29,7 @@ protected:
     static CComObject<CSampleObject>* create()
     {
         CComObject<CSampleObject>* object = nullptr;
-        EXPECT_EQ(S_OK, CComObject<CSampleObject>::CreateInstance(&object));
+        EXPECT_EQ(CComObject<CSampleObject>::CreateInstance(&object), S_OK);
         object->AddRef();
         return object;
     }
@@ -49,7 +49,7 @@ struct ErrorInfo
 ErrorInfo errorInfo()
 {
     CComPtr<IErrorInfo> info;
-    EXPECT_EQ(S_OK, GetErrorInfo(0, &info));
+    EXPECT_EQ(GetErrorInfo(0, &info), S_OK);
     CComBSTR source;
     CComBSTR description;
     CComBSTR helpFile;
@@ -61,71 +61,71 @@ ErrorInfo errorInfo()
         info->GetHelpContext(&result.helpContext);
         info->GetHelpFile(&helpFile);
     }
-    result.source = source ? std::wstring(source, source.Length()) : L"(null)";
-    result.description = description ? std::wstring(description, description.Length()) : L"(null)";
+    result.source = source != nullptr ? std::wstring(source, source.Length()) : L"(null)";
+    result.description = description != nullptr ? std::wstring(description, description.Length()) : L"(null)";
     result.helpFile = helpFile;
     return result;
 }
 
 } // namespace
 
-TEST_F(ObjectTest, answersForTheInterfacesOfItsMapOnly)
+TEST_F(ObjectTest, AnswersForTheInterfacesOfItsMapOnly)
 {
     auto* const object = create();
     for (const IID* const iid :
          {&IID_IUnknown, &IID_IDispatch, &IID_IJavaManager, &IID_ISupportErrorInfo, &IID_IConnectionPointContainer}) {
         CComPtr<IUnknown> answer;
-        EXPECT_EQ(S_OK, object->QueryInterface(*iid, reinterpret_cast<void**>(&answer)));
-        EXPECT_NE(nullptr, answer.p);
+        EXPECT_EQ(object->QueryInterface(*iid, reinterpret_cast<void**>(&answer)), S_OK);
+        EXPECT_NE(answer.p, nullptr);
     }
     void* other = object;
-    EXPECT_EQ(E_NOINTERFACE, object->QueryInterface(IID_IConnectionPoint, &other));
-    EXPECT_EQ(nullptr, other);
-    EXPECT_EQ(E_POINTER, object->QueryInterface(IID_IUnknown, nullptr));
-    EXPECT_EQ(0u, object->Release());
+    EXPECT_EQ(object->QueryInterface(IID_IConnectionPoint, &other), E_NOINTERFACE);
+    EXPECT_EQ(other, nullptr);
+    EXPECT_EQ(object->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+    EXPECT_EQ(object->Release(), 0u);
 }
 
-TEST_F(ObjectTest, hasOneIdentity)
+TEST_F(ObjectTest, HasOneIdentity)
 {
     auto* const object = create();
     CComPtr<IConnectionPointContainer> container;
     CComPtr<IUnknown> first;
     CComPtr<IUnknown> second;
-    EXPECT_EQ(S_OK, object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container)));
-    EXPECT_EQ(S_OK, object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&first)));
-    EXPECT_EQ(S_OK, container.QueryInterface(&second));
+    EXPECT_EQ(object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container)), S_OK);
+    EXPECT_EQ(object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&first)), S_OK);
+    EXPECT_EQ(container.QueryInterface(&second), S_OK);
     EXPECT_EQ(first.p, second.p);
-    EXPECT_EQ(5u, object->AddRef());
-    EXPECT_EQ(4u, object->Release());
+    EXPECT_EQ(object->AddRef(), 5u);
+    EXPECT_EQ(object->Release(), 4u);
     object->Release();
 }
 
-TEST_F(ObjectTest, isConstructedUnderTheModulesLockAndUnlocksItLast)
+TEST_F(ObjectTest, IsConstructedUnderTheModulesLockAndUnlocksItLast)
 {
     auto* const object = create();
-    EXPECT_THAT(g_events, ElementsAre("Lock", "CSampleObject", "FinalConstruct"));
-    EXPECT_EQ(1, m_module.m_count);
-    g_events.clear();
-    EXPECT_EQ(2u, object->AddRef());
-    EXPECT_EQ(1u, object->Release());
-    EXPECT_THAT(g_events, ElementsAre());
-    EXPECT_EQ(0u, object->Release());
-    EXPECT_THAT(g_events, ElementsAre("FinalRelease", "~CSampleObject", "~CVirtualBase", "Unlock"));
-    EXPECT_EQ(0, m_module.m_count);
+    EXPECT_THAT(s_events, ElementsAre("Lock", "CSampleObject", "FinalConstruct"));
+    EXPECT_EQ(m_module.m_count, 1);
+    s_events.clear();
+    EXPECT_EQ(object->AddRef(), 2u);
+    EXPECT_EQ(object->Release(), 1u);
+    EXPECT_THAT(s_events, ElementsAre());
+    EXPECT_EQ(object->Release(), 0u);
+    EXPECT_THAT(s_events, ElementsAre("FinalRelease", "~CSampleObject", "~CVirtualBase", "Unlock"));
+    EXPECT_EQ(m_module.m_count, 0);
 }
 
-TEST_F(ObjectTest, aReferenceTakenAndGivenBackWhileItEndsDoesNotEndItTwice)
+TEST_F(ObjectTest, AReferenceTakenAndGivenBackWhileItEndsDoesNotEndItTwice)
 {
     CSampleObject::s_finalRelease = [](CSampleObject& object) {
         object.AddRef();
         object.Release();
     };
     create()->Release();
-    EXPECT_THAT(g_events, ElementsAre("Lock", "CSampleObject", "FinalConstruct", "FinalRelease", "~CSampleObject",
+    EXPECT_THAT(s_events, ElementsAre("Lock", "CSampleObject", "FinalConstruct", "FinalRelease", "~CSampleObject",
                                       "~CVirtualBase", "Unlock"));
 }
 
-TEST_F(ObjectTest, aReferenceTakenAndGivenBackByFinalConstructDoesNotEndIt)
+TEST_F(ObjectTest, AReferenceTakenAndGivenBackByFinalConstructDoesNotEndIt)
 {
     CSampleObject::s_finalConstruct = [](CSampleObject& object) {
         object.AddRef();
@@ -133,143 +133,143 @@ TEST_F(ObjectTest, aReferenceTakenAndGivenBackByFinalConstructDoesNotEndIt)
         return S_OK;
     };
     auto* const object = create();
-    EXPECT_THAT(g_events, ElementsAre("Lock", "CSampleObject", "FinalConstruct"));
-    EXPECT_EQ(0u, object->Release());
+    EXPECT_THAT(s_events, ElementsAre("Lock", "CSampleObject", "FinalConstruct"));
+    EXPECT_EQ(object->Release(), 0u);
 }
 
-TEST_F(ObjectTest, aFailingFinalConstructFailsTheCreation)
+TEST_F(ObjectTest, AFailingFinalConstructFailsTheCreation)
 {
     CSampleObject::s_finalConstruct = [](CSampleObject&) { return E_ACCESSDENIED; };
     CComObject<CSampleObject>* object = nullptr;
-    EXPECT_EQ(E_ACCESSDENIED, CComObject<CSampleObject>::CreateInstance(&object));
-    EXPECT_EQ(nullptr, object);
-    EXPECT_THAT(g_events, ElementsAre("Lock", "CSampleObject", "FinalConstruct", "FinalRelease", "~CSampleObject",
+    EXPECT_EQ(CComObject<CSampleObject>::CreateInstance(&object), E_ACCESSDENIED);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_THAT(s_events, ElementsAre("Lock", "CSampleObject", "FinalConstruct", "FinalRelease", "~CSampleObject",
                                       "~CVirtualBase", "Unlock"));
 }
 
-TEST_F(ObjectTest, anExceptionOfFinalConstructFailsTheCreation)
+TEST_F(ObjectTest, AnExceptionOfFinalConstructFailsTheCreation)
 {
     CSampleObject::s_finalConstruct = [](CSampleObject&) -> HRESULT { throw std::bad_alloc(); };
     CComObject<CSampleObject>* object = nullptr;
-    EXPECT_EQ(E_OUTOFMEMORY, CComObject<CSampleObject>::CreateInstance(&object));
-    EXPECT_EQ(nullptr, object);
-    EXPECT_EQ(0, m_module.m_count);
-    EXPECT_EQ("Unlock", g_events.back());
+    EXPECT_EQ(CComObject<CSampleObject>::CreateInstance(&object), E_OUTOFMEMORY);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(m_module.m_count, 0);
+    EXPECT_EQ(s_events.back(), "Unlock");
 }
 
-TEST_F(ObjectTest, anExceptionOfTheConstructorFailsTheCreation)
+TEST_F(ObjectTest, AnExceptionOfTheConstructorFailsTheCreation)
 {
     CSampleObject::s_whileConstructing = [] { throw std::runtime_error("no"); };
     CComObject<CSampleObject>* object = nullptr;
-    EXPECT_EQ(E_FAIL, CComObject<CSampleObject>::CreateInstance(&object));
-    EXPECT_EQ(nullptr, object);
-    EXPECT_THAT(g_events, ElementsAre("Lock", "CSampleObject", "~CVirtualBase", "Unlock"));
-    EXPECT_EQ(E_POINTER, CComObject<CSampleObject>::CreateInstance(nullptr));
+    EXPECT_EQ(CComObject<CSampleObject>::CreateInstance(&object), E_FAIL);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_THAT(s_events, ElementsAre("Lock", "CSampleObject", "~CVirtualBase", "Unlock"));
+    EXPECT_EQ(CComObject<CSampleObject>::CreateInstance(nullptr), E_POINTER);
 }
 
-TEST_F(ObjectTest, anObjectWithoutTheWantedInterfaceIsDestroyedAgain)
+TEST_F(ObjectTest, AnObjectWithoutTheWantedInterfaceIsDestroyedAgain)
 {
     void* object = this;
-    EXPECT_EQ(E_NOINTERFACE, AtlCreateObject<CSampleObject>(IID_IStream, &object));
-    EXPECT_EQ(nullptr, object);
-    EXPECT_EQ(0, m_module.m_count);
+    EXPECT_EQ(AtlCreateObject<CSampleObject>(IID_IStream, &object), E_NOINTERFACE);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(m_module.m_count, 0);
 }
 
-TEST_F(ObjectTest, classFactoryCreatesObjects)
+TEST_F(ObjectTest, ClassFactoryCreatesObjects)
 {
     CComPtr<IClassFactory> factory;
-    EXPECT_EQ(S_OK, CSampleObject::ClassFactoryCreator(IID_IClassFactory, reinterpret_cast<void**>(&factory)));
-    EXPECT_EQ(0, m_module.m_count);
+    EXPECT_EQ(CSampleObject::ClassFactoryCreator(IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
+    EXPECT_EQ(m_module.m_count, 0);
     CComPtr<IJavaManager> object;
-    EXPECT_EQ(S_OK, factory->CreateInstance(nullptr, IID_IJavaManager, reinterpret_cast<void**>(&object)));
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IJavaManager, reinterpret_cast<void**>(&object)), S_OK);
     int id = 0;
-    EXPECT_EQ(S_OK, object->getBeanFrameID(&id));
-    EXPECT_EQ(42, id);
-    EXPECT_EQ(1, m_module.m_count);
+    EXPECT_EQ(object->getBeanFrameID(&id), S_OK);
+    EXPECT_EQ(id, 42);
+    EXPECT_EQ(m_module.m_count, 1);
     object.Release();
-    EXPECT_EQ(0, m_module.m_count);
+    EXPECT_EQ(m_module.m_count, 0);
 }
 
-TEST_F(ObjectTest, classFactoryRefusesAggregationAndBadPointers)
+TEST_F(ObjectTest, ClassFactoryRefusesAggregationAndBadPointers)
 {
     CComPtr<IClassFactory> factory;
-    EXPECT_EQ(S_OK, CSampleObject::ClassFactoryCreator(IID_IClassFactory, reinterpret_cast<void**>(&factory)));
+    EXPECT_EQ(CSampleObject::ClassFactoryCreator(IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
     void* object = this;
-    EXPECT_EQ(CLASS_E_NOAGGREGATION, factory->CreateInstance(factory, IID_IUnknown, &object));
-    EXPECT_EQ(nullptr, object);
-    EXPECT_EQ(E_POINTER, factory->CreateInstance(nullptr, IID_IUnknown, nullptr));
-    EXPECT_EQ(E_NOINTERFACE, factory->QueryInterface(IID_IDispatch, &object));
-    EXPECT_EQ(E_NOINTERFACE, CSampleObject::ClassFactoryCreator(IID_IDispatch, &object));
-    EXPECT_THAT(g_events, ElementsAre());
+    EXPECT_EQ(factory->CreateInstance(factory, IID_IUnknown, &object), CLASS_E_NOAGGREGATION);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
+    EXPECT_EQ(factory->QueryInterface(IID_IDispatch, &object), E_NOINTERFACE);
+    EXPECT_EQ(CSampleObject::ClassFactoryCreator(IID_IDispatch, &object), E_NOINTERFACE);
+    EXPECT_THAT(s_events, ElementsAre());
 }
 
-TEST_F(ObjectTest, classFactoryLetsNoExceptionOut)
+TEST_F(ObjectTest, ClassFactoryLetsNoExceptionOut)
 {
     CSampleObject::s_whileConstructing = [] { throw 5; };
     CComPtr<IClassFactory> factory;
-    EXPECT_EQ(S_OK, CSampleObject::ClassFactoryCreator(IID_IClassFactory, reinterpret_cast<void**>(&factory)));
+    EXPECT_EQ(CSampleObject::ClassFactoryCreator(IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
     CComPtr<IUnknown> object;
-    EXPECT_EQ(E_FAIL, factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(&object)));
-    EXPECT_EQ(nullptr, object.p);
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, reinterpret_cast<void**>(&object)), E_FAIL);
+    EXPECT_EQ(object.p, nullptr);
 }
 
-TEST_F(ObjectTest, classFactoryLocksTheServer)
+TEST_F(ObjectTest, ClassFactoryLocksTheServer)
 {
     CComPtr<IClassFactory> factory;
-    EXPECT_EQ(S_OK, CSampleObject::ClassFactoryCreator(IID_IClassFactory, reinterpret_cast<void**>(&factory)));
-    EXPECT_EQ(S_OK, factory->LockServer(TRUE));
-    EXPECT_EQ(1, m_module.m_count);
-    EXPECT_EQ(S_OK, factory->LockServer(FALSE));
-    EXPECT_EQ(0, m_module.m_count);
+    EXPECT_EQ(CSampleObject::ClassFactoryCreator(IID_IClassFactory, reinterpret_cast<void**>(&factory)), S_OK);
+    EXPECT_EQ(factory->LockServer(TRUE), S_OK);
+    EXPECT_EQ(m_module.m_count, 1);
+    EXPECT_EQ(factory->LockServer(FALSE), S_OK);
+    EXPECT_EQ(m_module.m_count, 0);
 }
 
-TEST_F(ObjectTest, errorsCarryDescriptionInterfaceAndResult)
+TEST_F(ObjectTest, ErrorsCarryDescriptionInterfaceAndResult)
 {
     EXPECT_EQ(CLSID_JavaManager, CSampleObject::GetObjectCLSID());
-    EXPECT_EQ(E_INVALIDARG, CSampleObject::Error("what went wrong\nsecond line", IID_IJavaManager, E_INVALIDARG));
+    EXPECT_EQ(CSampleObject::Error("what went wrong\nsecond line", IID_IJavaManager, E_INVALIDARG), E_INVALIDARG);
     const ErrorInfo info = errorInfo();
-    EXPECT_EQ(L"what went wrong\nsecond line", info.description);
+    EXPECT_EQ(info.description, L"what went wrong\nsecond line");
     EXPECT_EQ(IID_IJavaManager, info.iid);
-    EXPECT_EQ(0u, info.helpContext);
-    EXPECT_EQ(nullptr, info.helpFile);
+    EXPECT_EQ(info.helpContext, 0u);
+    EXPECT_EQ(info.helpFile, nullptr);
 }
 
-TEST_F(ObjectTest, errorsWithoutResultAreDispatchExceptions)
+TEST_F(ObjectTest, ErrorsWithoutResultAreDispatchExceptions)
 {
-    EXPECT_EQ(DISP_E_EXCEPTION, CSampleObject::Error(L"wide"));
+    EXPECT_EQ(CSampleObject::Error(L"wide"), DISP_E_EXCEPTION);
     const ErrorInfo info = errorInfo();
-    EXPECT_EQ(L"wide", info.description);
-    EXPECT_EQ(GUID_NULL, info.iid);
+    EXPECT_EQ(info.description, L"wide");
+    EXPECT_EQ(info.iid, GUID_NULL);
 }
 
-TEST_F(ObjectTest, anEmptyDescriptionIsSetToo)
+TEST_F(ObjectTest, AnEmptyDescriptionIsSetToo)
 {
-    EXPECT_EQ(E_FAIL, CSampleObject::Error("", IID_IJavaManager, E_FAIL));
-    EXPECT_EQ(L"", errorInfo().description);
+    EXPECT_EQ(CSampleObject::Error("", IID_IJavaManager, E_FAIL), E_FAIL);
+    EXPECT_EQ(errorInfo().description, L"");
 }
 
-TEST_F(ObjectTest, theSourceOfAnErrorIsTheProgIdOfTheClass)
+TEST_F(ObjectTest, TheSourceOfAnErrorIsTheProgIdOfTheClass)
 {
     // A class that every system has a ProgID for.
     CLSID font;
-    ASSERT_EQ(S_OK, CLSIDFromProgID(L"StdFont", &font));
+    ASSERT_EQ(CLSIDFromProgID(L"StdFont", &font), S_OK);
     LPOLESTR progId = nullptr;
-    ASSERT_EQ(S_OK, ProgIDFromCLSID(font, &progId));
-    EXPECT_EQ(E_FAIL, AtlReportError(font, "text", IID_NULL, E_FAIL));
+    ASSERT_EQ(ProgIDFromCLSID(font, &progId), S_OK);
+    EXPECT_EQ(AtlReportError(font, "text", IID_NULL, E_FAIL), E_FAIL);
     EXPECT_EQ(progId, errorInfo().source);
     CoTaskMemFree(progId);
 
     const CLSID unknown = {0x12345678, 0x1234, 0x1234, {1, 2, 3, 4, 5, 6, 7, 8}};
-    EXPECT_EQ(E_FAIL, AtlReportError(unknown, "text", IID_NULL, E_FAIL));
+    EXPECT_EQ(AtlReportError(unknown, "text", IID_NULL, E_FAIL), E_FAIL);
     EXPECT_THAT(errorInfo().source, testing::AnyOf(L"", L"(null)"));
 }
 
-TEST_F(ObjectTest, aClassHasNoCategoriesAndAQuietObjectMainByDefault)
+TEST_F(ObjectTest, AClassHasNoCategoriesAndAQuietObjectMainByDefault)
 {
     class CPlain : public CComCoClass<CPlain, &CLSID_JavaManager>
     {
     };
-    EXPECT_EQ(nullptr, CPlain::GetCategoryMap());
+    EXPECT_EQ(CPlain::GetCategoryMap(), nullptr);
     CPlain::ObjectMain(true);
-    EXPECT_THAT(g_events, ElementsAre());
+    EXPECT_THAT(s_events, ElementsAre());
 }

@@ -53,8 +53,8 @@ protected:
 private:
     void redirect(HKEY predefined, const std::string& name, CRegKey& key)
     {
-        EXPECT_EQ(ERROR_SUCCESS, key.Create(HKEY_CURRENT_USER, m_path + "\\" + name));
-        EXPECT_EQ(ERROR_SUCCESS, RegOverridePredefKey(predefined, key));
+        EXPECT_EQ(key.Create(HKEY_CURRENT_USER, m_path + "\\" + name), ERROR_SUCCESS);
+        EXPECT_EQ(RegOverridePredefKey(predefined, key), ERROR_SUCCESS);
     }
 
     static std::string shown(DWORD type, const std::vector<BYTE>& data)
@@ -108,7 +108,7 @@ private:
             const std::string child = path.empty() ? name : path + "\\" + name;
             lines.push_back(child);
             CRegKey subKey;
-            EXPECT_EQ(ERROR_SUCCESS, subKey.Open(key, name, KEY_READ));
+            EXPECT_EQ(subKey.Open(key, name, KEY_READ), ERROR_SUCCESS);
             append(lines, subKey, child);
         }
     }

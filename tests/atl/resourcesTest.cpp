@@ -30,9 +30,9 @@ std::string contentOf(LPCSTR type, LPCSTR name)
 
 } // namespace
 
-TEST(Resources, theScriptsAreThoseOfTheContract)
+TEST(ResourcesTest, TheScriptsAreThoseOfTheContract)
 {
-    EXPECT_EQ(R"(HKCR
+    EXPECT_EQ(contentOf("REGISTRY", MAKEINTRESOURCEA(101)), R"(HKCR
 {
 	NoRemove AppID
 	{
@@ -43,9 +43,8 @@ TEST(Resources, theScriptsAreThoseOfTheContract)
 		}
 	}
 }
-)",
-              contentOf("REGISTRY", MAKEINTRESOURCEA(101)));
-    EXPECT_EQ(R"(HKCR
+)");
+    EXPECT_EQ(contentOf("REGISTRY", MAKEINTRESOURCEA(102)), R"(HKCR
 {
 	KESTAserver.JavaManager.1 = s 'KESTA Java Manager'
 	{
@@ -68,51 +67,50 @@ TEST(Resources, theScriptsAreThoseOfTheContract)
 		}
 	}
 }
-)",
-              contentOf("REGISTRY", MAKEINTRESOURCEA(102)));
+)");
 }
 
-TEST(Resources, theScriptsHaveTheirLanguages)
+TEST(ResourcesTest, TheScriptsHaveTheirLanguages)
 {
     EXPECT_THAT(languagesOf("REGISTRY", MAKEINTRESOURCEA(101)), testing::ElementsAre(1033));
     EXPECT_THAT(languagesOf("REGISTRY", MAKEINTRESOURCEA(102)), testing::ElementsAre(1031));
 }
 
-TEST(Resources, theTypeLibraryIsNumberOne)
+TEST(ResourcesTest, TheTypeLibraryIsNumberOne)
 {
-    EXPECT_EQ("MSFT", contentOf("TYPELIB", MAKEINTRESOURCEA(1)).substr(0, 4));
+    EXPECT_EQ(contentOf("TYPELIB", MAKEINTRESOURCEA(1)).substr(0, 4), "MSFT");
 }
 
-TEST(Resources, theProjectNameIsString100)
+TEST(ResourcesTest, TheProjectNameIsString100)
 {
     char text[64] = {};
-    EXPECT_EQ(11, LoadStringA(GetModuleHandleA(nullptr), 100, text, sizeof text));
-    EXPECT_STREQ("KESTAserver", text);
+    EXPECT_EQ(LoadStringA(GetModuleHandleA(nullptr), 100, text, sizeof text), 11);
+    EXPECT_STREQ(text, "KESTAserver");
 }
 
-TEST(Resources, thereIsNoManifest)
+TEST(ResourcesTest, ThereIsNoManifest)
 {
     EXPECT_THAT(languagesOf(MAKEINTRESOURCEA(24), MAKEINTRESOURCEA(1)), testing::IsEmpty());
 }
 
-TEST(Resources, productNameAndVersion)
+TEST(ResourcesTest, ProductNameAndVersion)
 {
     char path[MAX_PATH] = {};
     GetModuleFileNameA(nullptr, path, MAX_PATH);
     const DWORD size = GetFileVersionInfoSizeA(path, nullptr);
-    ASSERT_NE(0u, size);
+    ASSERT_NE(size, 0u);
     std::vector<char> data(size);
     ASSERT_TRUE(GetFileVersionInfoA(path, 0, size, data.data()));
     void* value = nullptr;
     UINT length = 0;
     ASSERT_TRUE(VerQueryValueA(data.data(), "\\", &value, &length));
     const auto* const fixed = static_cast<const VS_FIXEDFILEINFO*>(value);
-    EXPECT_EQ(0x00010006u, fixed->dwFileVersionMS);
-    EXPECT_EQ(0u, fixed->dwFileVersionLS);
-    EXPECT_EQ(0x00010006u, fixed->dwProductVersionMS);
-    EXPECT_EQ(0u, fixed->dwProductVersionLS);
+    EXPECT_EQ(fixed->dwFileVersionMS, 0x00010006u);
+    EXPECT_EQ(fixed->dwFileVersionLS, 0u);
+    EXPECT_EQ(fixed->dwProductVersionMS, 0x00010006u);
+    EXPECT_EQ(fixed->dwProductVersionLS, 0u);
     ASSERT_TRUE(VerQueryValueA(data.data(), "\\StringFileInfo\\040904E4\\ProductName", &value, &length));
-    EXPECT_STREQ("KESTA", static_cast<const char*>(value));
+    EXPECT_STREQ(static_cast<const char*>(value), "KESTA");
     ASSERT_TRUE(VerQueryValueA(data.data(), "\\StringFileInfo\\040904E4\\FileVersion", &value, &length));
-    EXPECT_STREQ("1.6.0.0", static_cast<const char*>(value));
+    EXPECT_STREQ(static_cast<const char*>(value), "1.6.0.0");
 }

@@ -10,7 +10,7 @@
 #include <vector>
 
 // What happened, in order.
-inline std::vector<std::string> g_events;
+inline std::vector<std::string> s_events;
 
 // A module that only counts.
 class CCountingModule final : public CAtlModule
@@ -18,12 +18,12 @@ class CCountingModule final : public CAtlModule
 public:
     LONG Lock() noexcept override
     {
-        g_events.push_back("Lock");
+        s_events.push_back("Lock");
         return ++m_count;
     }
     LONG Unlock() noexcept override
     {
-        g_events.push_back("Unlock");
+        s_events.push_back("Unlock");
         return --m_count;
     }
 
@@ -34,7 +34,7 @@ public:
 class CVirtualBase
 {
 protected:
-    ~CVirtualBase() { g_events.push_back("~CVirtualBase"); }
+    ~CVirtualBase() { s_events.push_back("~CVirtualBase"); }
 };
 
 class CSampleObject : public CComObjectRootEx<CComSingleThreadModel>,
@@ -48,10 +48,10 @@ class CSampleObject : public CComObjectRootEx<CComSingleThreadModel>,
 public:
     static HRESULT UpdateRegistry(BOOL registering) noexcept
     {
-        g_events.push_back(registering ? "UpdateRegistry 1" : "UpdateRegistry 0");
+        s_events.push_back(registering ? "UpdateRegistry 1" : "UpdateRegistry 0");
         return s_updateResult;
     }
-    static void ObjectMain(bool starting) { g_events.push_back(starting ? "ObjectMain 1" : "ObjectMain 0"); }
+    static void ObjectMain(bool starting) { s_events.push_back(starting ? "ObjectMain 1" : "ObjectMain 0"); }
 
     BEGIN_COM_MAP(CSampleObject)
     COM_INTERFACE_ENTRY(IJavaManager)
@@ -66,19 +66,19 @@ public:
 
     CSampleObject()
     {
-        g_events.push_back("CSampleObject");
+        s_events.push_back("CSampleObject");
         if (s_whileConstructing) {
             s_whileConstructing();
         }
     }
     HRESULT FinalConstruct()
     {
-        g_events.push_back("FinalConstruct");
+        s_events.push_back("FinalConstruct");
         return s_finalConstruct ? s_finalConstruct(*this) : S_OK;
     }
     void FinalRelease()
     {
-        g_events.push_back("FinalRelease");
+        s_events.push_back("FinalRelease");
         if (s_finalRelease) {
             s_finalRelease(*this);
         }
@@ -118,14 +118,14 @@ public:
     HRESULT STDMETHODCALLTYPE validate() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE setBounds(int x, int y, int width, int height) override
     {
-        g_events.push_back("setBounds " + std::to_string(x) + "," + std::to_string(y) + "," + std::to_string(width) + "," +
+        s_events.push_back("setBounds " + std::to_string(x) + "," + std::to_string(y) + "," + std::to_string(width) + "," +
                            std::to_string(height));
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE testBridge(BSTR, int, int) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE enable(VARIANT_BOOL enabled) override
     {
-        g_events.push_back("enable " + std::to_string(enabled));
+        s_events.push_back("enable " + std::to_string(enabled));
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE pushWindowHandle(int) override { return E_NOTIMPL; }
@@ -136,7 +136,7 @@ public:
     static inline std::function<void(CSampleObject&)> s_finalRelease;
 
 protected:
-    ~CSampleObject() { g_events.push_back("~CSampleObject"); }
+    ~CSampleObject() { s_events.push_back("~CSampleObject"); }
 };
 
 // A client's sink. It counts its references and can be made to answer for other interfaces than the event interface.

@@ -44,7 +44,7 @@ class MendTest(unittest.TestCase):
         self.assertEqual(len(BROKEN), len(MENDED))
         places = [i for i in range(len(BROKEN)) if BROKEN[i] != MENDED[i]]
         second = self.imports + 12 + 8
-        self.assertEqual([self.guids + 15] + list(range(second, second + 4)), sorted(places))
+        self.assertEqual([self.guids + 15, *range(second, second + 4)], sorted(places))
         self.assertEqual(LIBID, MENDED[self.guids :][:16])
         self.assertEqual(b"\xff\xff\xff\xff", BROKEN[second:][:4])
         self.assertEqual(MENDED[self.imports + 8 :][:4], MENDED[second:][:4])

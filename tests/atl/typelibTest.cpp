@@ -12,7 +12,7 @@ using testing::IsEmpty;
 
 namespace {
 
-const auto& realGetProcAddress = ImportHook<decltype(&GetProcAddress)>::original;
+const auto& s_realGetProcAddress = ImportHook<decltype(&GetProcAddress)>::s_original;
 
 std::string executable()
 {
@@ -172,7 +172,7 @@ protected:
     TypeLibTest()
     {
         CoInitialize(nullptr);
-        EXPECT_EQ(S_OK, LoadTypeLib(CComBSTR(executable().c_str()), &m_library));
+        EXPECT_EQ(LoadTypeLib(CComBSTR(executable().c_str()), &m_library), S_OK);
     }
     ~TypeLibTest() override
     {
@@ -192,53 +192,53 @@ protected:
 
 } // namespace
 
-TEST_F(TypeLibTest, describesTheLibrary)
+TEST_F(TypeLibTest, DescribesTheLibrary)
 {
     TLIBATTR* attributes = nullptr;
-    ASSERT_EQ(S_OK, m_library->GetLibAttr(&attributes));
-    EXPECT_EQ("{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}", guidText(attributes->guid));
-    EXPECT_EQ(0u, attributes->lcid);
-    EXPECT_EQ(SYS_WIN64, attributes->syskind);
-    EXPECT_EQ(1, attributes->wMajorVerNum);
-    EXPECT_EQ(0, attributes->wMinorVerNum);
-    EXPECT_EQ(0, attributes->wLibFlags & (LIBFLAG_FRESTRICTED | LIBFLAG_FCONTROL | LIBFLAG_FHIDDEN));
+    ASSERT_EQ(m_library->GetLibAttr(&attributes), S_OK);
+    EXPECT_EQ(guidText(attributes->guid), "{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}");
+    EXPECT_EQ(attributes->lcid, 0u);
+    EXPECT_EQ(attributes->syskind, SYS_WIN64);
+    EXPECT_EQ(attributes->wMajorVerNum, 1);
+    EXPECT_EQ(attributes->wMinorVerNum, 0);
+    EXPECT_EQ(attributes->wLibFlags & (LIBFLAG_FRESTRICTED | LIBFLAG_FCONTROL | LIBFLAG_FHIDDEN), 0);
     m_library->ReleaseTLibAttr(attributes);
     CComBSTR name;
     CComBSTR text;
     CComBSTR file;
     DWORD context = 7;
-    ASSERT_EQ(S_OK, m_library->GetDocumentation(-1, &name, &text, &context, &file));
-    EXPECT_EQ("'KESTAserverLib' doc 'KESTA Server 1.0' context 0 file ''", documentation(name, text, context, file));
-    EXPECT_EQ(3u, m_library->GetTypeInfoCount());
+    ASSERT_EQ(m_library->GetDocumentation(-1, &name, &text, &context, &file), S_OK);
+    EXPECT_EQ(documentation(name, text, context, file), "'KESTAserverLib' doc 'KESTA Server 1.0' context 0 file ''");
+    EXPECT_EQ(m_library->GetTypeInfoCount(), 3u);
 }
 
-TEST_F(TypeLibTest, theFilesHeaderIsMadeForEnglishAndTheLibraryForEverybody)
+TEST_F(TypeLibTest, TheFilesHeaderIsMadeForEnglishAndTheLibraryForEverybody)
 {
     const HRSRC resource = FindResourceA(nullptr, MAKEINTRESOURCEA(1), "TYPELIB");
-    ASSERT_NE(nullptr, resource);
+    ASSERT_NE(resource, nullptr);
     const auto* const words = static_cast<const DWORD*>(LockResource(LoadResource(nullptr, resource)));
-    EXPECT_EQ(0x5446534Du, words[0]); // "MSFT"
-    EXPECT_EQ(0x409u, words[3]);
-    EXPECT_EQ(0u, words[4]);
+    EXPECT_EQ(words[0], 0x5446534Du); // "MSFT"
+    EXPECT_EQ(words[3], 0x409u);
+    EXPECT_EQ(words[4], 0u);
 }
 
-TEST_F(TypeLibTest, describesEveryTypeAndEveryMember)
+TEST_F(TypeLibTest, DescribesEveryTypeAndEveryMember)
 {
     std::vector<std::string> lines;
     for (UINT i = 0; i < m_library->GetTypeInfoCount(); ++i) {
         CComPtr<ITypeInfo> info;
-        ASSERT_EQ(S_OK, m_library->GetTypeInfo(i, &info));
+        ASSERT_EQ(m_library->GetTypeInfo(i, &info), S_OK);
         describeType(info, lines);
     }
     // The dual interface shows as what late binding sees; the other side is what early binding sees.
     CComPtr<ITypeInfo> late;
     CComPtr<ITypeInfo> early;
     HREFTYPE reference = 0;
-    ASSERT_EQ(S_OK, m_library->GetTypeInfo(2, &late));
-    ASSERT_EQ(S_OK, late->GetRefTypeOfImplType(static_cast<UINT>(-1), &reference));
-    ASSERT_EQ(S_OK, late->GetRefTypeInfo(reference, &early));
+    ASSERT_EQ(m_library->GetTypeInfo(2, &late), S_OK);
+    ASSERT_EQ(late->GetRefTypeOfImplType(static_cast<UINT>(-1), &reference), S_OK);
+    ASSERT_EQ(late->GetRefTypeInfo(reference, &early), S_OK);
     describeType(early, lines);
-    EXPECT_EQ(R"(type kind 4 '_IJavaManagerEvents' doc '_IJavaManagerEvents Interface' context 0 file ''
+    EXPECT_EQ(joined(lines), R"(type kind 4 '_IJavaManagerEvents' doc '_IJavaManagerEvents Interface' context 0 file ''
   {E3A19C5F-8B27-4D60-A4F3-1C6E92B07D58} lcid 0x0 version 0.0 flags 0x1000 size 8 vft 56 alignment 8 idl 0x0 constructor -1 destructor -1
   functions 3 variables 0 implemented 1
   implements IDispatch flags 0x0
@@ -292,13 +292,12 @@ type kind 3 'IJavaManager' doc 'IJavaManager Interface' context 0 file ''
   17 at 168: HRESULT testBridge([0x1] BSTR text, [0x1] int ttl, [0x1] int delay) kind 1 invoke 1 convention 4 optional 0 scodes 0 flags 0x0 return flags 0x0
   18 at 176: HRESULT enable([0x1] VARIANT_BOOL enabled) kind 1 invoke 1 convention 4 optional 0 scodes 0 flags 0x0 return flags 0x0
   19 at 184: HRESULT pushWindowHandle([0x1] int wndhandle) kind 1 invoke 1 convention 4 optional 0 scodes 0 flags 0x0 return flags 0x0
-)",
-              joined(lines));
+)");
 }
 
-TEST_F(TypeLibRegistrationTest, isFoundUnderEveryLanguageOnceItIsRegistered)
+TEST_F(TypeLibRegistrationTest, IsFoundUnderEveryLanguageOnceItIsRegistered)
 {
-    EXPECT_EQ(S_OK, AtlRegisterTypeLib(executable(), CRegistrationScope::Machine));
+    EXPECT_EQ(AtlRegisterTypeLib(executable(), CRegistrationScope::Machine), S_OK);
     const std::string folder = executable().substr(0, executable().find_last_of('\\'));
     const std::string library = "TypeLib\\{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}";
     const auto all = classes();
@@ -312,20 +311,20 @@ TEST_F(TypeLibRegistrationTest, isFoundUnderEveryLanguageOnceItIsRegistered)
                                    library + "\\1.0\\HELPDIR", library + "\\1.0\\HELPDIR [] = s '" + folder + "'"));
     for (const LCID language : {0x409u, 0x407u, 0x400u, 0u}) {
         CComPtr<ITypeLib> loaded;
-        EXPECT_EQ(S_OK, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, language, &loaded)) << language;
+        EXPECT_EQ(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, language, &loaded), S_OK) << language;
     }
-    EXPECT_EQ(S_OK, AtlUnRegisterTypeLib(executable(), CRegistrationScope::Machine));
+    EXPECT_EQ(AtlUnRegisterTypeLib(executable(), CRegistrationScope::Machine), S_OK);
     CComPtr<ITypeLib> loaded;
-    EXPECT_EQ(TYPE_E_LIBNOTREGISTERED, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &loaded));
+    EXPECT_EQ(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &loaded), TYPE_E_LIBNOTREGISTERED);
     for (const std::string& line : classes()) {
         EXPECT_THAT(line, testing::Not(testing::HasSubstr("6A3D9F02")));
         EXPECT_THAT(line, testing::Not(testing::HasSubstr("7D0B4E93")));
     }
 }
 
-TEST_F(TypeLibRegistrationTest, bothInterfacesAreMarshalledByTheLibrary)
+TEST_F(TypeLibRegistrationTest, BothInterfacesAreMarshalledByTheLibrary)
 {
-    EXPECT_EQ(S_OK, AtlRegisterTypeLib(executable(), CRegistrationScope::Machine));
+    EXPECT_EQ(AtlRegisterTypeLib(executable(), CRegistrationScope::Machine), S_OK);
     const auto lines = classes();
     const std::string dual = "Interface\\{7D0B4E93-2A6F-4C1D-B3E8-95F2A6C04D71}";
     EXPECT_THAT(lines, testing::Contains(dual + " [] = s 'IJavaManager'"));
@@ -336,7 +335,7 @@ TEST_F(TypeLibRegistrationTest, bothInterfacesAreMarshalledByTheLibrary)
     EXPECT_THAT(lines, testing::Contains(events + "\\ProxyStubClsid32 [] = s '{00020420-0000-0000-C000-000000000046}'"));
 }
 
-TEST_F(TypeLibRegistrationTest, aLibraryBesideTheExecutableIsTakenWhenItCarriesNone)
+TEST_F(TypeLibRegistrationTest, ALibraryBesideTheExecutableIsTakenWhenItCarriesNone)
 {
     // A folder and a program name of the test's own; the "program" carries no library.
     char temporary[MAX_PATH] = {};
@@ -345,38 +344,38 @@ TEST_F(TypeLibRegistrationTest, aLibraryBesideTheExecutableIsTakenWhenItCarriesN
     const std::string program = folder + "\\the.program.exe";
     const std::string library = folder + "\\the.program.tlb";
     ASSERT_TRUE(CreateDirectoryA(folder.c_str(), nullptr));
-    EXPECT_EQ(TYPE_E_CANTLOADLIBRARY, AtlRegisterTypeLib(program, CRegistrationScope::Machine));
-    EXPECT_EQ(TYPE_E_CANTLOADLIBRARY, AtlUnRegisterTypeLib(program, CRegistrationScope::Machine));
+    EXPECT_EQ(AtlRegisterTypeLib(program, CRegistrationScope::Machine), TYPE_E_CANTLOADLIBRARY);
+    EXPECT_EQ(AtlUnRegisterTypeLib(program, CRegistrationScope::Machine), TYPE_E_CANTLOADLIBRARY);
 
     const HRSRC resource = FindResourceA(nullptr, MAKEINTRESOURCEA(1), "TYPELIB");
     FILE* const file = fopen(library.c_str(), "wb");
-    ASSERT_NE(nullptr, file);
+    ASSERT_NE(file, nullptr);
     fwrite(LockResource(LoadResource(nullptr, resource)), 1, SizeofResource(nullptr, resource), file);
     fclose(file);
-    EXPECT_EQ(S_OK, AtlRegisterTypeLib(program, CRegistrationScope::Machine));
+    EXPECT_EQ(AtlRegisterTypeLib(program, CRegistrationScope::Machine), S_OK);
     const std::string version = "TypeLib\\{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}\\1.0";
     EXPECT_THAT(classes(), testing::Contains(version + "\\0\\win64 [] = s '" + library + "'"));
     EXPECT_THAT(classes(), testing::Contains(version + "\\HELPDIR [] = s '" + folder + "'"));
-    EXPECT_EQ(S_OK, AtlUnRegisterTypeLib(program, CRegistrationScope::Machine));
+    EXPECT_EQ(AtlUnRegisterTypeLib(program, CRegistrationScope::Machine), S_OK);
     DeleteFileA(library.c_str());
     RemoveDirectoryA(folder.c_str());
 }
 
-TEST_F(TypeLibRegistrationTest, perUserTheFunctionsForUsersAreCalled)
+TEST_F(TypeLibRegistrationTest, PerUserTheFunctionsForUsersAreCalled)
 {
     // Where they write is the system's business.
-    EXPECT_EQ(S_OK, AtlRegisterTypeLib(executable(), CRegistrationScope::User));
+    EXPECT_EQ(AtlRegisterTypeLib(executable(), CRegistrationScope::User), S_OK);
     CComPtr<ITypeLib> loaded;
-    EXPECT_EQ(S_OK, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &loaded));
+    EXPECT_EQ(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &loaded), S_OK);
     loaded.Release();
-    EXPECT_EQ(S_OK, AtlUnRegisterTypeLib(executable(), CRegistrationScope::User));
-    EXPECT_EQ(TYPE_E_LIBNOTREGISTERED, LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &loaded));
+    EXPECT_EQ(AtlUnRegisterTypeLib(executable(), CRegistrationScope::User), S_OK);
+    EXPECT_EQ(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &loaded), TYPE_E_LIBNOTREGISTERED);
 }
 
 namespace {
 
 // What was called, with its arguments.
-std::vector<std::string> g_libraryCalls;
+std::vector<std::string> s_libraryCalls;
 
 std::string removal(const char* function, REFGUID id, WORD major, WORD minor, LCID locale, SYSKIND system)
 {
@@ -385,14 +384,14 @@ std::string removal(const char* function, REFGUID id, WORD major, WORD minor, LC
 
 HRESULT STDAPICALLTYPE registerForUser(ITypeLib* library, OLECHAR* path, OLECHAR* folder)
 {
-    g_libraryCalls.push_back(
+    s_libraryCalls.push_back(
         std::format("RegisterTypeLibForUser {} {} {}", library != nullptr ? "library" : "nothing", narrow(path), narrow(folder)));
     return TYPE_E_REGISTRYACCESS;
 }
 
 HRESULT STDAPICALLTYPE unregisterForUser(REFGUID id, WORD major, WORD minor, LCID locale, SYSKIND system)
 {
-    g_libraryCalls.push_back(removal("UnRegisterTypeLibForUser", id, major, minor, locale, system));
+    s_libraryCalls.push_back(removal("UnRegisterTypeLibForUser", id, major, minor, locale, system));
     return TYPE_E_REGISTRYACCESS;
 }
 
@@ -406,50 +405,50 @@ FARPROC functionOfTheTest(HMODULE module, LPCSTR name)
     const std::string wanted = name;
     return wanted == "RegisterTypeLibForUser"     ? found(&registerForUser)
            : wanted == "UnRegisterTypeLibForUser" ? found(&unregisterForUser)
-                                                  : realGetProcAddress(module, name);
+                                                  : s_realGetProcAddress(module, name);
 }
 
 const char* const REMOVED = " {6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6} 1.0 0 3";
 
 } // namespace
 
-TEST_F(TypeLibRegistrationTest, perUserTheFunctionsForUsersAreLookedUpByName)
+TEST_F(TypeLibRegistrationTest, PerUserTheFunctionsForUsersAreLookedUpByName)
 {
-    g_libraryCalls.clear();
+    s_libraryCalls.clear();
     const ImportHook<decltype(&GetProcAddress)> hook("GetProcAddress", &functionOfTheTest);
     const std::string folder = executable().substr(0, executable().find_last_of('\\'));
     // Their results are the results.
-    EXPECT_EQ(TYPE_E_REGISTRYACCESS, AtlRegisterTypeLib(executable(), CRegistrationScope::User));
-    EXPECT_EQ(TYPE_E_REGISTRYACCESS, AtlUnRegisterTypeLib(executable(), CRegistrationScope::User));
-    EXPECT_THAT(g_libraryCalls, ElementsAre("RegisterTypeLibForUser library " + executable() + " " + folder,
+    EXPECT_EQ(AtlRegisterTypeLib(executable(), CRegistrationScope::User), TYPE_E_REGISTRYACCESS);
+    EXPECT_EQ(AtlUnRegisterTypeLib(executable(), CRegistrationScope::User), TYPE_E_REGISTRYACCESS);
+    EXPECT_THAT(s_libraryCalls, ElementsAre("RegisterTypeLibForUser library " + executable() + " " + folder,
                                             std::string("UnRegisterTypeLibForUser") + REMOVED));
     EXPECT_THAT(classes(), IsEmpty());
     // For the machine nobody asks for them.
-    g_libraryCalls.clear();
-    EXPECT_EQ(S_OK, AtlRegisterTypeLib(executable(), CRegistrationScope::Machine));
-    EXPECT_EQ(S_OK, AtlUnRegisterTypeLib(executable(), CRegistrationScope::Machine));
-    EXPECT_THAT(g_libraryCalls, IsEmpty());
+    s_libraryCalls.clear();
+    EXPECT_EQ(AtlRegisterTypeLib(executable(), CRegistrationScope::Machine), S_OK);
+    EXPECT_EQ(AtlUnRegisterTypeLib(executable(), CRegistrationScope::Machine), S_OK);
+    EXPECT_THAT(s_libraryCalls, IsEmpty());
 }
 
-TEST_F(TypeLibRegistrationTest, aSystemWithoutTheFunctionsForUsersFailsThePerUserSwitchesOnly)
+TEST_F(TypeLibRegistrationTest, ASystemWithoutTheFunctionsForUsersFailsThePerUserSwitchesOnly)
 {
     const ImportHook<decltype(&GetProcAddress)> hook("GetProcAddress", [](HMODULE module, LPCSTR name) -> FARPROC {
-        return std::string(name).ends_with("ForUser") ? nullptr : realGetProcAddress(module, name);
+        return std::string(name).ends_with("ForUser") ? nullptr : s_realGetProcAddress(module, name);
     });
     EXPECT_EQ(AtlHresultFromWin32(ERROR_PROC_NOT_FOUND), AtlRegisterTypeLib(executable(), CRegistrationScope::User));
     EXPECT_EQ(AtlHresultFromWin32(ERROR_PROC_NOT_FOUND), AtlUnRegisterTypeLib(executable(), CRegistrationScope::User));
     EXPECT_THAT(classes(), IsEmpty());
-    EXPECT_EQ(S_OK, AtlRegisterTypeLib(executable(), CRegistrationScope::Machine));
+    EXPECT_EQ(AtlRegisterTypeLib(executable(), CRegistrationScope::Machine), S_OK);
 }
 
-TEST_F(TypeLibRegistrationTest, theLibraryIsRemovedByItsIdVersionLanguageAndSystem)
+TEST_F(TypeLibRegistrationTest, TheLibraryIsRemovedByItsIdVersionLanguageAndSystem)
 {
-    g_libraryCalls.clear();
+    s_libraryCalls.clear();
     const ImportHook<decltype(&UnRegisterTypeLib)> hook(
         "UnRegisterTypeLib", [](REFGUID id, WORD major, WORD minor, LCID locale, SYSKIND system) -> HRESULT {
-            g_libraryCalls.push_back(removal("UnRegisterTypeLib", id, major, minor, locale, system));
+            s_libraryCalls.push_back(removal("UnRegisterTypeLib", id, major, minor, locale, system));
             return TYPE_E_REGISTRYACCESS;
         });
-    EXPECT_EQ(TYPE_E_REGISTRYACCESS, AtlUnRegisterTypeLib(executable(), CRegistrationScope::Machine));
-    EXPECT_THAT(g_libraryCalls, ElementsAre(std::string("UnRegisterTypeLib") + REMOVED));
+    EXPECT_EQ(AtlUnRegisterTypeLib(executable(), CRegistrationScope::Machine), TYPE_E_REGISTRYACCESS);
+    EXPECT_THAT(s_libraryCalls, ElementsAre(std::string("UnRegisterTypeLib") + REMOVED));
 }

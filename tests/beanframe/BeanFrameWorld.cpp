@@ -9,18 +9,19 @@ EventTarget* eventTarget()
 
 HRESULT RecordingTarget::fire(const char* event, BSTR text)
 {
-    const std::string call = std::string(event) + " " + (text ? narrowText(text) : "(null)");
+    const std::string call = std::string(event) + " " + (text != nullptr ? narrowText(text) : "(null)");
     calls.push_back(call);
     events.push_back(call);
-    if (onFire)
+    if (onFire) {
         onFire(call);
+    }
     return answer;
 }
 
 HRESULT STDMETHODCALLTYPE RecordingTarget::QueryInterface(REFIID iid, void** object)
 {
     *object = iid == IID_IMarshal ? &m_marshaler : nullptr;
-    return *object ? S_OK : E_NOINTERFACE;
+    return *object != nullptr ? S_OK : E_NOINTERFACE;
 }
 
 ULONG STDMETHODCALLTYPE RecordingTarget::AddRef()
@@ -33,16 +34,18 @@ ULONG STDMETHODCALLTYPE RecordingTarget::Release()
 {
     calls.push_back("Release");
     const ULONG count = --references;
-    if (count == 0 && onLastRelease)
+    if (count == 0 && onLastRelease) {
         onLastRelease();
+    }
     return count;
 }
 
 HRESULT STDMETHODCALLTYPE RecordingTarget::Marshaler::DisconnectObject(DWORD)
 {
     m_target.calls.push_back("DisconnectObject");
-    if (m_target.onDisconnect)
+    if (m_target.onDisconnect) {
         m_target.onDisconnect();
+    }
     return S_OK;
 }
 
@@ -60,15 +63,18 @@ BeanFrameWorld::BeanFrameWorld()
 
 BeanFrameWorld::~BeanFrameWorld()
 {
-    if (java)
+    if (java) {
         java->insideVoidMethods = java->insideObjectMethods = nullptr;
-    if (CBeanFrame::s_Instance)
+    }
+    if (CBeanFrame::s_Instance != nullptr) {
         CBeanFrame::deleteInstance();
+    }
     EXPECT_TRUE(isQueueUnlocked()) << "every path gives the lock back";
     FrameAccess::s_EventQueue.clear();
     FrameAccess::s_EventIndex.clear();
-    if (!java)
+    if (!java) {
         CJavaManagerJNIClient::cleanUp();
+    }
     FrameAccess::s_TickCount = GetTickCount;
     takeMessages();
 }
@@ -97,9 +103,11 @@ std::vector<BeanFrameWorld::Message> BeanFrameWorld::takeMessages()
 {
     std::vector<Message> result;
     MSG message;
-    while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE))
-        if (!message.hwnd)
+    while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
+        if (message.hwnd == nullptr) {
             result.push_back({message.message, message.wParam, message.lParam});
+        }
+    }
     return result;
 }
 

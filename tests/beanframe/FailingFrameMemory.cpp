@@ -11,8 +11,9 @@ std::atomic<bool> s_fails{false};
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
-    if (s_fails)
+    if (s_fails) {
         return nullptr;
+    }
     try {
         return operator new(size);
     } catch (const std::bad_alloc&) {

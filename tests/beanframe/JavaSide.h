@@ -36,9 +36,11 @@ public:
     std::vector<std::string> takeMethodCalls()
     {
         std::vector<std::string> result;
-        for (const std::string& call : jni.takeCalls())
-            if (call.starts_with("Call") || call.starts_with("NewObject("))
+        for (const std::string& call : jni.takeCalls()) {
+            if (call.starts_with("Call") || call.starts_with("NewObject(")) {
                 result.push_back(call);
+            }
+        }
         return result;
     }
 
@@ -56,14 +58,16 @@ private:
     static void JNICALL callVoidMethod(JNIEnv* env, jobject object, jmethodID method, va_list arguments)
     {
         s_current->m_recorded->CallVoidMethodV(env, object, method, arguments);
-        if (s_current->insideVoidMethods)
+        if (s_current->insideVoidMethods) {
             s_current->insideVoidMethods();
+        }
     }
     static jobject JNICALL callObjectMethod(JNIEnv* env, jobject object, jmethodID method, va_list arguments)
     {
         const jobject answer = s_current->m_recorded->CallObjectMethodV(env, object, method, arguments);
-        if (s_current->insideObjectMethods)
+        if (s_current->insideObjectMethods) {
             s_current->insideObjectMethods();
+        }
         return answer;
     }
     static jobject JNICALL newGlobalRef(JNIEnv* env, jobject object)

@@ -14,8 +14,9 @@ inline std::vector<std::string> moduleLines(const fixtures::DebugStream& stream,
     static const std::regex s_elapsed(" \\[\\d+ ms\\]$");
     std::vector<std::string> result;
     for (const fixtures::LogLine& line : stream.lines()) {
-        if (line.source.substr(0, line.source.find(' ')) != module)
+        if (line.source.substr(0, line.source.find(' ')) != module) {
             continue;
+        }
         const std::string text = line.body.substr(line.body.find_first_not_of(' '));
         result.push_back(line.level + " " + (text.starts_with("<- ") ? std::regex_replace(text, s_elapsed, "") : text));
     }
@@ -25,8 +26,10 @@ inline std::vector<std::string> moduleLines(const fixtures::DebugStream& stream,
 inline std::vector<std::string> linesWith(const std::vector<std::string>& lines, const std::string& part)
 {
     std::vector<std::string> result;
-    for (const std::string& line : lines)
-        if (line.find(part) != std::string::npos)
+    for (const std::string& line : lines) {
+        if (line.find(part) != std::string::npos) {
             result.push_back(line);
+        }
+    }
     return result;
 }

@@ -9,7 +9,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-class Delivery : public BeanFrameWorld
+class DeliveryTest : public BeanFrameWorld
 {
 protected:
     void SetUp() override { createFrame(); }
@@ -21,7 +21,7 @@ protected:
     static void killClient() { frame().*& FrameAccess::clientWindow = reinterpret_cast<HWND>(-2); }
 };
 
-TEST_F(Delivery, ClientIsAskedForOnceBeforeAnEventIsQueued)
+TEST_F(DeliveryTest, ClientIsAskedForOnceBeforeAnEventIsQueued)
 {
     native("text");
     const std::string entry = newest();
@@ -34,7 +34,7 @@ TEST_F(Delivery, ClientIsAskedForOnceBeforeAnEventIsQueued)
                             "FINE <- " + object() + "enqueueOnCustomEvent text", "FINE <- NativeOnCustomEvent "));
 }
 
-TEST_F(Delivery, EventOfADeadClientIsNotQueued)
+TEST_F(DeliveryTest, EventOfADeadClientIsNotQueued)
 {
     killClient();
     native("text");
@@ -48,7 +48,7 @@ TEST_F(Delivery, EventOfADeadClientIsNotQueued)
 }
 
 // The client was alive when it was queued; whether it still is, is not asked again.
-TEST_F(Delivery, QueuedEventIsFiredAlsoWhenTheClientHasDiedSince)
+TEST_F(DeliveryTest, QueuedEventIsFiredAlsoWhenTheClientHasDiedSince)
 {
     native("text");
     killClient();
@@ -58,7 +58,7 @@ TEST_F(Delivery, QueuedEventIsFiredAlsoWhenTheClientHasDiedSince)
     EXPECT_THAT(linesWith(lines(), "isClientAlive"), IsEmpty());
 }
 
-TEST_F(Delivery, EachHandlerLogsItsNameAndTheText)
+TEST_F(DeliveryTest, EachHandlerLogsItsNameAndTheText)
 {
     queue("a", &FrameAccess::processOnControlReady, 0);
     queue("b", &FrameAccess::processOnCustomEvent, 0);
@@ -69,22 +69,24 @@ TEST_F(Delivery, EachHandlerLogsItsNameAndTheText)
     const std::string custom = object() + "processOnCustomEvent b";
     const std::string bridge = object() + "processTestBridgeEvent c";
     std::vector<std::string> handlers;
-    for (const std::string& line : lines())
-        if (line.find("processOn") != std::string::npos || line.find("processTestBridgeEvent") != std::string::npos)
+    for (const std::string& line : lines()) {
+        if (line.find("processOn") != std::string::npos || line.find("processTestBridgeEvent") != std::string::npos) {
             handlers.push_back(line);
+        }
+    }
     EXPECT_THAT(handlers, ElementsAre("FINE -> " + ready, "FINE <- " + ready, "FINE -> " + custom, "FINE <- " + custom,
                                       "FINE -> " + bridge, "FINE <- " + bridge));
     EXPECT_THAT(target.calls, ElementsAre("AddRef", "controlReady a", "Release", "AddRef", "customEvent b", "Release", "AddRef",
                                           "testBridgeEvent c", "Release"));
 }
 
-TEST_F(Delivery, WatchdogLogsItsText)
+TEST_F(DeliveryTest, WatchdogLogsItsText)
 {
     (frame().*&FrameAccess::processWatchDogEvent)(CComBSTR(L"text"));
     EXPECT_EQ(lines().front(), "FINE -> " + object() + "processWatchDogEvent text");
 }
 
-TEST_F(Delivery, FailingSinksChangeNothing)
+TEST_F(DeliveryTest, FailingSinksChangeNothing)
 {
     target.answer = E_ACCESSDENIED;
     queue("a", &FrameAccess::processOnCustomEvent, 0);
@@ -99,7 +101,7 @@ TEST_F(Delivery, FailingSinksChangeNothing)
     EXPECT_THAT(linesWith(lines(), "ERROR"), IsEmpty());
 }
 
-TEST_F(Delivery, ClockIsReadOnceForEachEntryQueuedAndOnceForEachPass)
+TEST_F(DeliveryTest, ClockIsReadOnceForEachEntryQueuedAndOnceForEachPass)
 {
     FrameAccess::s_TickCount = []() -> DWORD { return s_now++; };
     queue("first", &FrameAccess::processOnCustomEvent, 60000);  // due 61000
@@ -110,10 +112,12 @@ TEST_F(Delivery, ClockIsReadOnceForEachEntryQueuedAndOnceForEachPass)
     EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
     // Future entries are named in queuing order, due ones not at all.
     std::vector<std::string> choices;
-    for (const std::string& line : lines())
+    for (const std::string& line : lines()) {
         if (line.find("QueueEntry ") != std::string::npos && line.find("->") == std::string::npos &&
-            line.find("<-") == std::string::npos)
+            line.find("<-") == std::string::npos) {
             choices.push_back(line);
+        }
+    }
     EXPECT_THAT(choices,
                 ElementsAre("FINE QueueEntry not yet expired (61000>1003)", "FINE QueueEntry not yet expired (31001>1003)",
                             "FINE QueueEntry " + entry + " expired, removing from queue (1002<=1003)",
@@ -123,7 +127,7 @@ TEST_F(Delivery, ClockIsReadOnceForEachEntryQueuedAndOnceForEachPass)
 }
 
 // Other threads go on queuing while a sink or Java takes its time.
-TEST_F(Delivery, NothingIsLockedWhileASinkOrJavaIsCalled)
+TEST_F(DeliveryTest, NothingIsLockedWhileASinkOrJavaIsCalled)
 {
     int calls = 0;
     const auto look = [&] {
@@ -147,7 +151,7 @@ TEST_F(Delivery, NothingIsLockedWhileASinkOrJavaIsCalled)
     EXPECT_EQ(calls, 11) << "five calls of the end";
 }
 
-TEST_F(Delivery, NothingIsLockedWhileTheComObjectIsReleased)
+TEST_F(DeliveryTest, NothingIsLockedWhileTheComObjectIsReleased)
 {
     killClient();
     int calls = 0;
@@ -163,7 +167,7 @@ TEST_F(Delivery, NothingIsLockedWhileTheComObjectIsReleased)
 }
 
 // An event that Java raises as soon as the bean is in the frame is already measured by the new window.
-TEST_F(Delivery, PushedWindowCountsBeforeTheBeanIsAdded)
+TEST_F(DeliveryTest, PushedWindowCountsBeforeTheBeanIsAdded)
 {
     java->insideObjectMethods = [&] {
         EXPECT_EQ(frame().*&FrameAccess::clientWindow, reinterpret_cast<HWND>(-2));
@@ -176,7 +180,7 @@ TEST_F(Delivery, PushedWindowCountsBeforeTheBeanIsAdded)
 }
 
 // Each round asks anew which object there is.
-TEST_F(Delivery, ForcedReleaseFollowsTheProcessesObject)
+TEST_F(DeliveryTest, ForcedReleaseFollowsTheProcessesObject)
 {
     killClient();
     target.references = 1;
@@ -195,7 +199,7 @@ TEST_F(Delivery, ForcedReleaseFollowsTheProcessesObject)
 }
 
 // Java raised them while the instance was going.
-TEST_F(Delivery, WithoutInstanceAPassEndsAtTheFirstDueEntry)
+TEST_F(DeliveryTest, WithoutInstanceAPassEndsAtTheFirstDueEntry)
 {
     java->insideVoidMethods = [&] {
         java->insideVoidMethods = nullptr;
@@ -212,7 +216,7 @@ TEST_F(Delivery, WithoutInstanceAPassEndsAtTheFirstDueEntry)
 }
 
 // Code that Java runs may throw anything.
-TEST_F(Delivery, NativeLetsNoExceptionOut)
+TEST_F(DeliveryTest, NativeLetsNoExceptionOut)
 {
     JNINativeInterface_ functions = {};
     functions.GetStringUTFChars = [](JNIEnv*, jstring, jboolean*) -> const char* { throw 1; };

@@ -66,9 +66,9 @@ const Forwarding FORWARDINGS[] = {
 
 } // namespace
 
-using BeanFrameForwarding = BeanFrameWorld;
+using BeanFrameForwardingTest = BeanFrameWorld;
 
-TEST_F(BeanFrameForwarding, LogsItsTextsAndCallsTheRightObject)
+TEST_F(BeanFrameForwardingTest, LogsItsTextsAndCallsTheRightObject)
 {
     createFrame();
     for (const Forwarding& forwarding : FORWARDINGS) {
@@ -82,13 +82,14 @@ TEST_F(BeanFrameForwarding, LogsItsTextsAndCallsTheRightObject)
     }
 }
 
-TEST_F(BeanFrameForwarding, ReturnsTheFailureOfTheCalledOperation)
+TEST_F(BeanFrameForwardingTest, ReturnsTheFailureOfTheCalledOperation)
 {
     createFrame();
     for (const char* method : {"callMethod", "callMethodCompressed", "displayDebugConsole", "free", "getBasisControlVersionInfo",
                                "getProperty", "getVersionInfo", "setProperty", "setLogLevel", "updateVersion", "setUsedControl",
-                               "setBounds", "setEnabled", "setVisible", "testBridge"})
+                               "setBounds", "setEnabled", "setVisible", "testBridge"}) {
         java->jni.outcomes[method] = RecordingJni::throws("java.lang.IllegalStateException", "no");
+    }
     for (const Forwarding& forwarding : FORWARDINGS) {
         SCOPED_TRACE(forwarding.name);
         CComBSTR result;
@@ -98,7 +99,7 @@ TEST_F(BeanFrameForwarding, ReturnsTheFailureOfTheCalledOperation)
 }
 
 // The bridge is gone, the frame is still there: nothing is called.
-TEST_F(BeanFrameForwarding, FailsWithoutTheJavaBridge)
+TEST_F(BeanFrameForwardingTest, FailsWithoutTheJavaBridge)
 {
     createFrame();
     CJavaManagerJNIClient* const bridge = CJavaManagerJNIClient::s_Instance;
@@ -112,7 +113,7 @@ TEST_F(BeanFrameForwarding, FailsWithoutTheJavaBridge)
     EXPECT_THAT(java->jni.takeCalls(), testing::IsEmpty());
 }
 
-TEST_F(BeanFrameForwarding, SetUsedControlPassesTheFrameToo)
+TEST_F(BeanFrameForwardingTest, SetUsedControlPassesTheFrameToo)
 {
     createFrame();
     CComBSTR result;
@@ -120,7 +121,7 @@ TEST_F(BeanFrameForwarding, SetUsedControlPassesTheFrameToo)
     EXPECT_EQ(java->takeMethodCalls().front(), "CallVoidMethod(" + FRAME + ", setFocusableWindowState, true)");
 }
 
-TEST_F(BeanFrameForwarding, ValidateGoesToFrameAndBean)
+TEST_F(BeanFrameForwardingTest, ValidateGoesToFrameAndBean)
 {
     createFrame();
     EXPECT_EQ(frame().validate(), S_OK);
@@ -129,7 +130,7 @@ TEST_F(BeanFrameForwarding, ValidateGoesToFrameAndBean)
                 ElementsAre("CallVoidMethod(" + FRAME + ", validate)", "CallVoidMethod(" + BEAN + ", validate)"));
 }
 
-TEST_F(BeanFrameForwarding, NullTextsLeaveTheirPlaceInTheEntryEmpty)
+TEST_F(BeanFrameForwardingTest, NullTextsLeaveTheirPlaceInTheEntryEmpty)
 {
     createFrame();
     CComBSTR result;
@@ -138,7 +139,7 @@ TEST_F(BeanFrameForwarding, NullTextsLeaveTheirPlaceInTheEntryEmpty)
 }
 
 // What the bridge hands to Java of them is the bridge's matter; the frame passes on all four as they are.
-TEST_F(BeanFrameForwarding, IntegersReachTheBridgeUnchanged)
+TEST_F(BeanFrameForwardingTest, IntegersReachTheBridgeUnchanged)
 {
     createFrame();
     CComBSTR result;

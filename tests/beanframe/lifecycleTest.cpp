@@ -11,13 +11,13 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class BeanFrameLifecycle : public BeanFrameWorld
+class BeanFrameLifecycleTest : public BeanFrameWorld
 {
 protected:
     static void create() { CBeanFrame::createInstance("C:\\controls\\basis.jar", "com.maker.win", "Control"); }
 };
 
-TEST_F(BeanFrameLifecycle, CreationLogsItsArgumentsAndTheFrameIdOnceItIsThere)
+TEST_F(BeanFrameLifecycleTest, CreationLogsItsArgumentsAndTheFrameIdOnceItIsThere)
 {
     java.emplace();
     create();
@@ -28,7 +28,7 @@ TEST_F(BeanFrameLifecycle, CreationLogsItsArgumentsAndTheFrameIdOnceItIsThere)
                                      "INFO <- createInstance C:\\controls\\basis.jar,com.maker.win,Control"));
 }
 
-TEST_F(BeanFrameLifecycle, CreationStartsTheBeanAndThenRegistersTheListener)
+TEST_F(BeanFrameLifecycleTest, CreationStartsTheBeanAndThenRegistersTheListener)
 {
     java.emplace();
     java->jni.nameFunction(reinterpret_cast<void*>(CBeanFrame::NativeTestBridgeEvent), "NativeTestBridgeEvent");
@@ -37,10 +37,12 @@ TEST_F(BeanFrameLifecycle, CreationStartsTheBeanAndThenRegistersTheListener)
     create();
 
     std::vector<std::string> steps;
-    for (const std::string& call : java->jni.takeCalls())
+    for (const std::string& call : java->jni.takeCalls()) {
         if (call.starts_with("NewObject(") || call.starts_with("NewGlobalRef(") || call.starts_with("RegisterNatives(") ||
-            call.starts_with("Call"))
+            call.starts_with("Call")) {
             steps.push_back(call);
+        }
+    }
     const std::string bean = "com/maker/win/Control";
     const std::string frameClass = "com/velmora/tq/kesta/KESTAFrame";
     const std::string listenerClass = "com/velmora/tq/kesta/KESTAListener";
@@ -63,7 +65,7 @@ TEST_F(BeanFrameLifecycle, CreationStartsTheBeanAndThenRegistersTheListener)
     EXPECT_FALSE(frame().*&FrameAccess::eventsSuspended);
 }
 
-TEST_F(BeanFrameLifecycle, SecondCreationOnlyWarns)
+TEST_F(BeanFrameLifecycleTest, SecondCreationOnlyWarns)
 {
     createFrame();
     CBeanFrame* const first = CBeanFrame::s_Instance;
@@ -74,7 +76,7 @@ TEST_F(BeanFrameLifecycle, SecondCreationOnlyWarns)
     EXPECT_THAT(java->jni.takeCalls(), IsEmpty());
 }
 
-TEST_F(BeanFrameLifecycle, CreationWithoutRuntimeKeepsTheFrameWithoutReferences)
+TEST_F(BeanFrameLifecycleTest, CreationWithoutRuntimeKeepsTheFrameWithoutReferences)
 {
     create();
     ASSERT_NE(CBeanFrame::s_Instance, nullptr);
@@ -92,7 +94,7 @@ TEST_F(BeanFrameLifecycle, CreationWithoutRuntimeKeepsTheFrameWithoutReferences)
 }
 
 // Each of the three references and the frame id counts.
-TEST_F(BeanFrameLifecycle, CheckpointOnlyWhenEverythingIsThere)
+TEST_F(BeanFrameLifecycleTest, CheckpointOnlyWhenEverythingIsThere)
 {
     for (const char* missing :
          {"com/maker/win/Control", "com/velmora/tq/kesta/KESTAFrame", "com/velmora/tq/kesta/KESTAListener"}) {
@@ -107,7 +109,7 @@ TEST_F(BeanFrameLifecycle, CheckpointOnlyWhenEverythingIsThere)
 }
 
 // One reference alone is refused, the others are there.
-TEST_F(BeanFrameLifecycle, CheckpointOnlyWithAllThreeReferences)
+TEST_F(BeanFrameLifecycleTest, CheckpointOnlyWithAllThreeReferences)
 {
     for (int refused = 0; refused < 3; ++refused) {
         SCOPED_TRACE(refused);
@@ -123,7 +125,7 @@ TEST_F(BeanFrameLifecycle, CheckpointOnlyWithAllThreeReferences)
     }
 }
 
-TEST_F(BeanFrameLifecycle, CheckpointOnlyWithAFrameIdThatIsNotZero)
+TEST_F(BeanFrameLifecycleTest, CheckpointOnlyWithAFrameIdThatIsNotZero)
 {
     java.emplace();
     java->setLastFrameId(INT_MAX); // zero follows
@@ -134,7 +136,7 @@ TEST_F(BeanFrameLifecycle, CheckpointOnlyWithAFrameIdThatIsNotZero)
     EXPECT_EQ(frame().getLogObjectInfo(), "0");
 }
 
-TEST_F(BeanFrameLifecycle, FrameIdIsLoggedSignedAndInDecimal)
+TEST_F(BeanFrameLifecycleTest, FrameIdIsLoggedSignedAndInDecimal)
 {
     createFrame();
     for (const int id : {INT_MIN, -1, 0, 9, INT_MAX}) {
@@ -143,7 +145,7 @@ TEST_F(BeanFrameLifecycle, FrameIdIsLoggedSignedAndInDecimal)
     }
 }
 
-TEST_F(BeanFrameLifecycle, CreationWithoutMemoryLeavesNoInstance)
+TEST_F(BeanFrameLifecycleTest, CreationWithoutMemoryLeavesNoInstance)
 {
     java.emplace();
     {
@@ -158,7 +160,7 @@ TEST_F(BeanFrameLifecycle, CreationWithoutMemoryLeavesNoInstance)
     EXPECT_NE(CBeanFrame::s_Instance, nullptr);
 }
 
-TEST_F(BeanFrameLifecycle, MainThreadIsKnownBeforeJavaIsCalled)
+TEST_F(BeanFrameLifecycleTest, MainThreadIsKnownBeforeJavaIsCalled)
 {
     java.emplace();
     FrameAccess::s_MainThreadId = 0;
@@ -172,7 +174,7 @@ TEST_F(BeanFrameLifecycle, MainThreadIsKnownBeforeJavaIsCalled)
 }
 
 // Memory may be exhausted in the middle of the end: the instance goes all the same.
-TEST_F(BeanFrameLifecycle, DeletionLetsNoExceptionOut)
+TEST_F(BeanFrameLifecycleTest, DeletionLetsNoExceptionOut)
 {
     createFrame();
     java->insideVoidMethods = [] { AtlThrow(E_OUTOFMEMORY); };
@@ -183,7 +185,7 @@ TEST_F(BeanFrameLifecycle, DeletionLetsNoExceptionOut)
 }
 
 // Java answers a listener's registration with an event at once.
-TEST_F(BeanFrameLifecycle, EventsRaisedDuringConstructionAreDropped)
+TEST_F(BeanFrameLifecycleTest, EventsRaisedDuringConstructionAreDropped)
 {
     java.emplace();
     java->insideVoidMethods = [&] {
@@ -198,7 +200,7 @@ TEST_F(BeanFrameLifecycle, EventsRaisedDuringConstructionAreDropped)
 }
 
 // A native called on the main thread, inside a forwarded call, only queues.
-TEST_F(BeanFrameLifecycle, EventsRaisedInsideACallAreQueued)
+TEST_F(BeanFrameLifecycleTest, EventsRaisedInsideACallAreQueued)
 {
     createFrame();
     java->insideVoidMethods = [&] {
@@ -212,7 +214,7 @@ TEST_F(BeanFrameLifecycle, EventsRaisedInsideACallAreQueued)
 }
 
 // So does one called while the frame ends, whose event is lost.
-TEST_F(BeanFrameLifecycle, EventsRaisedDuringDestructionReachNobody)
+TEST_F(BeanFrameLifecycleTest, EventsRaisedDuringDestructionReachNobody)
 {
     createFrame();
     java->insideVoidMethods = [&] {
@@ -223,7 +225,7 @@ TEST_F(BeanFrameLifecycle, EventsRaisedDuringDestructionReachNobody)
     EXPECT_THAT(target.calls, IsEmpty());
 }
 
-TEST_F(BeanFrameLifecycle, DeletionStopsTheBeanAndLeavesNoInstance)
+TEST_F(BeanFrameLifecycleTest, DeletionStopsTheBeanAndLeavesNoInstance)
 {
     createFrame();
     CBeanFrame::deleteInstance();
@@ -242,14 +244,14 @@ TEST_F(BeanFrameLifecycle, DeletionStopsTheBeanAndLeavesNoInstance)
     EXPECT_THAT(java->jni.liveGlobals(), IsEmpty());
 }
 
-TEST_F(BeanFrameLifecycle, DeletionWithoutInstanceLogsTheFailedCheck)
+TEST_F(BeanFrameLifecycleTest, DeletionWithoutInstanceLogsTheFailedCheck)
 {
     CBeanFrame::deleteInstance();
-    EXPECT_THAT(stream.messages(), ElementsAre("INFO deleteInstance ", fixtures::beginBanner, "ERROR s_Instance!=NULL: false",
-                                               "INFO deleteInstance ", fixtures::endBanner, "INFO deleteInstance "));
+    EXPECT_THAT(stream.messages(), ElementsAre("INFO deleteInstance ", fixtures::BEGIN_BANNER, "ERROR s_Instance!=NULL: false",
+                                               "INFO deleteInstance ", fixtures::END_BANNER, "INFO deleteInstance "));
 }
 
-TEST_F(BeanFrameLifecycle, DeletionDropsPendingEvents)
+TEST_F(BeanFrameLifecycleTest, DeletionDropsPendingEvents)
 {
     createFrame();
     queue("now", &FrameAccess::processOnCustomEvent, 0);
@@ -263,7 +265,7 @@ TEST_F(BeanFrameLifecycle, DeletionDropsPendingEvents)
     EXPECT_THAT(target.calls, IsEmpty());
 }
 
-TEST_F(BeanFrameLifecycle, NewInstanceMayFollowADeletedOne)
+TEST_F(BeanFrameLifecycleTest, NewInstanceMayFollowADeletedOne)
 {
     createFrame();
     CBeanFrame::deleteInstance();
@@ -271,7 +273,7 @@ TEST_F(BeanFrameLifecycle, NewInstanceMayFollowADeletedOne)
     EXPECT_EQ(frame().frameID, static_cast<int>(GetCurrentProcessId()) + 1);
 }
 
-TEST_F(BeanFrameLifecycle, ListenerNativesAreTheFrameNatives)
+TEST_F(BeanFrameLifecycleTest, ListenerNativesAreTheFrameNatives)
 {
     EXPECT_EQ(listenerNatives().testBridgeEvent, CBeanFrame::NativeTestBridgeEvent);
     EXPECT_EQ(listenerNatives().OnControlReady, CBeanFrame::NativeOnControlReady);

@@ -11,7 +11,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-class Natives : public BeanFrameWorld
+class NativesTest : public BeanFrameWorld
 {
 protected:
     void controlReady(const char* text)
@@ -32,15 +32,17 @@ protected:
     std::vector<std::string> eventLines()
     {
         std::vector<std::string> result;
-        for (const std::string& line : lines())
+        for (const std::string& line : lines()) {
             if (line.find("isClientAlive") == std::string::npos && line.find("queueEvent") == std::string::npos &&
-                line.find("queued new event") == std::string::npos && line.find("Frame's window") == std::string::npos)
+                line.find("queued new event") == std::string::npos && line.find("Frame's window") == std::string::npos) {
                 result.push_back(line);
+            }
+        }
         return result;
     }
 };
 
-TEST_F(Natives, ControlReadyIsQueued)
+TEST_F(NativesTest, ControlReadyIsQueued)
 {
     createFrame();
     controlReady("ready");
@@ -54,7 +56,7 @@ TEST_F(Natives, ControlReadyIsQueued)
     EXPECT_THAT(target.events, ElementsAre("controlReady ready"));
 }
 
-TEST_F(Natives, CustomEventIsQueued)
+TEST_F(NativesTest, CustomEventIsQueued)
 {
     createFrame();
     customEvent("custom");
@@ -65,7 +67,7 @@ TEST_F(Natives, CustomEventIsQueued)
     EXPECT_THAT(target.events, ElementsAre("customEvent custom"));
 }
 
-TEST_F(Natives, TestBridgeEventGetsItsLettersAndKeepsItsDelay)
+TEST_F(NativesTest, TestBridgeEventGetsItsLettersAndKeepsItsDelay)
 {
     createFrame();
     testBridge("abc", 50000);
@@ -82,7 +84,7 @@ TEST_F(Natives, TestBridgeEventGetsItsLettersAndKeepsItsDelay)
     EXPECT_THAT(target.events, ElementsAre("testBridgeEvent abcjs"));
 }
 
-TEST_F(Natives, TestBridgeEventWithoutDelayIsPostedAtOnce)
+TEST_F(NativesTest, TestBridgeEventWithoutDelayIsPostedAtOnce)
 {
     createFrame();
     testBridge("abc", 0);
@@ -91,7 +93,7 @@ TEST_F(Natives, TestBridgeEventWithoutDelayIsPostedAtOnce)
     EXPECT_THAT(target.events, ElementsAre("testBridgeEvent abcjs"));
 }
 
-TEST_F(Natives, NegativeDelayIsTakenAsUnsigned)
+TEST_F(NativesTest, NegativeDelayIsTakenAsUnsigned)
 {
     createFrame();
     testBridge("abc", -1);
@@ -103,7 +105,7 @@ TEST_F(Natives, NegativeDelayIsTakenAsUnsigned)
     EXPECT_THAT(target.events, ElementsAre("customEvent next", "testBridgeEvent abcjs"));
 }
 
-TEST_F(Natives, EmptyTextStaysEmpty)
+TEST_F(NativesTest, EmptyTextStaysEmpty)
 {
     createFrame();
     customEvent("");
@@ -112,7 +114,7 @@ TEST_F(Natives, EmptyTextStaysEmpty)
     EXPECT_THAT(target.events, ElementsAre("customEvent ", "testBridgeEvent js"));
 }
 
-TEST_F(Natives, EventsWithoutFrameAreDroppedWithTheirLines)
+TEST_F(NativesTest, EventsWithoutFrameAreDroppedWithTheirLines)
 {
     controlReady("a");
     customEvent("b");
@@ -127,7 +129,7 @@ TEST_F(Natives, EventsWithoutFrameAreDroppedWithTheirLines)
     EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
 }
 
-TEST_F(Natives, EventsOfADeadClientAreDroppedWithTheirLines)
+TEST_F(NativesTest, EventsOfADeadClientAreDroppedWithTheirLines)
 {
     createFrame();
     killClient();
@@ -143,7 +145,7 @@ TEST_F(Natives, EventsOfADeadClientAreDroppedWithTheirLines)
 }
 
 // The text could not be had from Java: nothing unwinds into the caller.
-TEST_F(Natives, FailedConversionDropsTheEvent)
+TEST_F(NativesTest, FailedConversionDropsTheEvent)
 {
     createFrame();
     JNINativeInterface_ functions = {};
@@ -171,8 +173,9 @@ public:
     static void* operator new(size_t size)
     {
         void* const memory = VirtualAlloc(nullptr, size, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
-        if (!memory)
+        if (memory == nullptr) {
             throw std::bad_alloc();
+        }
         return memory;
     }
     static void operator delete(void* memory, size_t size)
@@ -188,14 +191,16 @@ class FiringThreads
 public:
     explicit FiringThreads(int count)
     {
-        for (int index = 0; index < count; ++index)
+        for (int index = 0; index < count; ++index) {
             m_threads.emplace_back([this, index] { fire(index); });
+        }
     }
     ~FiringThreads()
     {
         m_stopped = true;
-        for (std::thread& thread : m_threads)
+        for (std::thread& thread : m_threads) {
             thread.join();
+        }
     }
 
     int fired() const { return m_fired; }
@@ -205,12 +210,13 @@ private:
     {
         for (int round = index; !m_stopped; ++round, ++m_fired, SwitchToThread()) {
             const jstring text = NativeEnvironment::text("event");
-            if (round % 3 == 0)
+            if (round % 3 == 0) {
                 CBeanFrame::NativeOnControlReady(m_environment.env(), nullptr, text);
-            else if (round % 3 == 1)
+            } else if (round % 3 == 1) {
                 CBeanFrame::NativeOnCustomEvent(m_environment.env(), nullptr, text);
-            else
+            } else {
                 CBeanFrame::NativeTestBridgeEvent(m_environment.env(), nullptr, text, 0);
+            }
         }
     }
 
@@ -222,7 +228,7 @@ private:
 
 } // namespace
 
-class NativesUnderLoad : public Natives
+class NativesUnderLoadTest : public NativesTest
 {
 protected:
     void SetUp() override
@@ -238,8 +244,9 @@ protected:
             GuardedFrame::create();
             FrameAccess::s_MainThreadId = 0;
             const int fired = threads.fired();
-            while (threads.fired() < fired + 4)
+            while (threads.fired() < fired + 4) {
                 SwitchToThread();
+            }
             EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
             CBeanFrame::deleteInstance();
             EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
@@ -247,21 +254,21 @@ protected:
     }
 };
 
-TEST_F(NativesUnderLoad, FrameComesAndGoesUnderFiringThreads)
+TEST_F(NativesUnderLoadTest, FrameComesAndGoesUnderFiringThreads)
 {
     cycles(1000);
     EXPECT_THAT(target.events, testing::Not(IsEmpty()));
     EXPECT_TRUE(HeapValidate(GetProcessHeap(), 0, nullptr));
 }
 
-TEST_F(NativesUnderLoad, FrameComesAndGoesUnderFiringThreadsThatLog)
+TEST_F(NativesUnderLoadTest, FrameComesAndGoesUnderFiringThreadsThatLog)
 {
     Logger::setMaxLogLevel(LOGLEVEL_TRACE);
     cycles(20);
     EXPECT_TRUE(HeapValidate(GetProcessHeap(), 0, nullptr));
 }
 
-TEST_F(NativesUnderLoad, SinkThatEndsTheFrameLeavesItUntouched)
+TEST_F(NativesUnderLoadTest, SinkThatEndsTheFrameLeavesItUntouched)
 {
     for (int round = 0; round < 3; ++round) {
         GuardedFrame::create();
@@ -273,7 +280,7 @@ TEST_F(NativesUnderLoad, SinkThatEndsTheFrameLeavesItUntouched)
     EXPECT_THAT(target.events, SizeIs(3));
 }
 
-TEST_F(NativesUnderLoad, WatchdogThatEndsTheFrameLeavesItUntouched)
+TEST_F(NativesUnderLoadTest, WatchdogThatEndsTheFrameLeavesItUntouched)
 {
     Logger::setMaxLogLevel(LOGLEVEL_TRACE);
     GuardedFrame::create();
@@ -287,7 +294,7 @@ TEST_F(NativesUnderLoad, WatchdogThatEndsTheFrameLeavesItUntouched)
     EXPECT_EQ(lines().back(), "FINE <- processEventQueue ");
 }
 
-TEST_F(NativesUnderLoad, NothingIsLostAndNothingDoubled)
+TEST_F(NativesUnderLoadTest, NothingIsLostAndNothingDoubled)
 {
     FrameAccess::s_TickCount = GetTickCount;
     GuardedFrame::create();
@@ -295,19 +302,22 @@ TEST_F(NativesUnderLoad, NothingIsLostAndNothingDoubled)
     std::set<std::string> expected;
     constexpr int EACH = 1000;
     for (int index = 0; index < 4; ++index) {
-        for (int number = 0; number < EACH; ++number)
+        for (int number = 0; number < EACH; ++number) {
             expected.insert("customEvent " + std::to_string(index) + "-" + std::to_string(number));
+        }
         threads.emplace_back([&, index] {
-            for (int number = 0; number < EACH; ++number)
+            for (int number = 0; number < EACH; ++number) {
                 customEvent((std::to_string(index) + "-" + std::to_string(number)).c_str());
+            }
         });
     }
     while (target.events.size() < expected.size() && waitForMessage()) {
         takeMessages();
         EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
     }
-    for (std::thread& thread : threads)
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     takeMessages();
     EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
     EXPECT_THAT(target.events, SizeIs(expected.size()));
@@ -315,7 +325,7 @@ TEST_F(NativesUnderLoad, NothingIsLostAndNothingDoubled)
 }
 
 // The frame is not gone before a native that found it has returned.
-TEST_F(NativesUnderLoad, DeletionWaitsForANativeThatUsesTheFrame)
+TEST_F(NativesUnderLoadTest, DeletionWaitsForANativeThatUsesTheFrame)
 {
     GuardedFrame::create();
     std::atomic<bool> isLocked = false;
@@ -330,18 +340,21 @@ TEST_F(NativesUnderLoad, DeletionWaitsForANativeThatUsesTheFrame)
         holder = std::thread([&] {
             const CComCritSecLock lock(FrameAccess::s_EventQueueLock);
             isLocked = true;
-            while (std::atomic_ref(CBeanFrame::s_Instance).load())
+            while (std::atomic_ref(CBeanFrame::s_Instance).load()) {
                 SwitchToThread();
+            }
             // The deletion is in its wait, or past it when it does not wait.
             Sleep(20);
             wasDeletedMeanwhile = isDeleted;
             usersMeanwhile = FrameAccess::s_InstanceUsers;
         });
-        while (!isLocked)
+        while (!isLocked) {
             SwitchToThread();
+        }
         javaThread = std::thread([&] { customEvent("inside"); });
-        while (FrameAccess::s_InstanceUsers == 0)
+        while (FrameAccess::s_InstanceUsers == 0) {
             SwitchToThread();
+        }
     };
     CBeanFrame::deleteInstance();
     isDeleted = true;

@@ -12,7 +12,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-class EventQueue : public BeanFrameWorld
+class EventQueueTest : public BeanFrameWorld
 {
 protected:
     void SetUp() override { createFrame(); }
@@ -31,7 +31,7 @@ protected:
     static std::string newest() { return address(FrameAccess::s_EventQueue.back()); }
 };
 
-TEST_F(EventQueue, SameTickComesInQueuingOrderFromOneMessage)
+TEST_F(EventQueueTest, SameTickComesInQueuingOrderFromOneMessage)
 {
     custom("one", 1000);
     custom("two", 1000);
@@ -46,7 +46,7 @@ TEST_F(EventQueue, SameTickComesInQueuingOrderFromOneMessage)
     EXPECT_THAT(lines(), ElementsAre("FINE -> processEventQueue ", "FINE <- processEventQueue "));
 }
 
-TEST_F(EventQueue, LaterTickComesFirst)
+TEST_F(EventQueueTest, LaterTickComesFirst)
 {
     custom("first", 1000);
     custom("second", 1001);
@@ -55,7 +55,7 @@ TEST_F(EventQueue, LaterTickComesFirst)
     EXPECT_THAT(target.events, ElementsAre("customEvent second", "customEvent third", "customEvent first"));
 }
 
-TEST_F(EventQueue, OfOverdueEntriesTheLatestDueComesFirst)
+TEST_F(EventQueueTest, OfOverdueEntriesTheLatestDueComesFirst)
 {
     custom("due 30000", 1000, 29000);
     custom("due 50000", 1000, 49000);
@@ -66,7 +66,7 @@ TEST_F(EventQueue, OfOverdueEntriesTheLatestDueComesFirst)
                                            "customEvent due 30000"));
 }
 
-TEST_F(EventQueue, LinesOfOneEntry)
+TEST_F(EventQueueTest, LinesOfOneEntry)
 {
     custom("text", 1000);
     const std::string entry = newest();
@@ -81,7 +81,7 @@ TEST_F(EventQueue, LinesOfOneEntry)
                             "FINE <- processEventQueue "));
 }
 
-TEST_F(EventQueue, ClockMayWrap)
+TEST_F(EventQueueTest, ClockMayWrap)
 {
     custom("wrapped", 0xFFFFFFF6, 100);
     EXPECT_EQ(FrameAccess::s_EventQueue.back()->dueTime, 90u);
@@ -99,7 +99,7 @@ TEST_F(EventQueue, ClockMayWrap)
     EXPECT_THAT(target.events, ElementsAre("customEvent wrapped"));
 }
 
-TEST_F(EventQueue, EntriesOnBothSidesOfTheWrapKeepTheOrderOfTheirDueTimes)
+TEST_F(EventQueueTest, EntriesOnBothSidesOfTheWrapKeepTheOrderOfTheirDueTimes)
 {
     custom("before", 0xFFFFFFFE);
     custom("after", 3);
@@ -107,15 +107,15 @@ TEST_F(EventQueue, EntriesOnBothSidesOfTheWrapKeepTheOrderOfTheirDueTimes)
     EXPECT_THAT(target.events, ElementsAre("customEvent after", "customEvent before"));
 }
 
-TEST_F(EventQueue, LongOverdueEntriesAreDueButNeverChosen)
+TEST_F(EventQueueTest, LongOverdueEntriesAreDueButNeverChosen)
 {
-    constexpr DWORD now = 0x90000000;
-    custom("still chosen", now - 0x7FFFFFFE);
-    custom("never", now - 0x7FFFFFFF);
-    custom("never either", now - 0x80000000);
-    custom("future", now - 0x80000001);
+    constexpr DWORD NOW = 0x90000000;
+    custom("still chosen", NOW - 0x7FFFFFFE);
+    custom("never", NOW - 0x7FFFFFFF);
+    custom("never either", NOW - 0x80000000);
+    custom("future", NOW - 0x80000001);
     stream.clear();
-    EXPECT_EQ(processAt(now), S_OK);
+    EXPECT_EQ(processAt(NOW), S_OK);
     EXPECT_THAT(target.events, ElementsAre("customEvent still chosen"));
     const std::string future = "FINE QueueEntry not yet expired (268435455>2415919104)";
     EXPECT_THAT(linesWith(lines(), "not yet expired"), ElementsAre(future, future)) << "once in each of the two passes";
@@ -137,8 +137,9 @@ FrameAccess::QueueEntry* plainScan(DWORD now)
     for (FrameAccess::QueueEntry* const entry : FrameAccess::s_EventQueue) {
         const DWORD elapsed = now - entry->dueTime;
         const DWORD ahead = entry->dueTime - now;
-        if (elapsed > ahead)
+        if (elapsed > ahead) {
             continue;
+        }
         if (elapsed < best) {
             best = elapsed;
             chosen = entry;
@@ -149,12 +150,12 @@ FrameAccess::QueueEntry* plainScan(DWORD now)
 
 } // namespace
 
-TEST_F(EventQueue, ChoiceEqualsAPlainScanForRandomQueues)
+TEST_F(EventQueueTest, ChoiceEqualsAPlainScanForRandomQueues)
 {
     Logger::setMaxLogLevel(-1);
     FrameAccess::s_MainThreadId = 0; // nothing is posted
     std::mt19937 random(20261121);
-    constexpr std::array<DWORD, 8> corners = {0, 1, 0x7FFFFFFD, 0x7FFFFFFE, 0x7FFFFFFF, 0x80000000, 0x80000001, 0xFFFFFFFF};
+    constexpr std::array<DWORD, 8> CORNERS = {0, 1, 0x7FFFFFFD, 0x7FFFFFFE, 0x7FFFFFFF, 0x80000000, 0x80000001, 0xFFFFFFFF};
     int chosen = 0;
     int none = 0;
     for (int round = 0; round < 5000; ++round) {
@@ -162,7 +163,7 @@ TEST_F(EventQueue, ChoiceEqualsAPlainScanForRandomQueues)
         const size_t count = random() % 12;
         for (size_t index = 0; index < count; ++index) {
             // Near each other (ties), at the edges of the rule, or anywhere.
-            const DWORD offset = random() % 3 == 0   ? corners[random() % corners.size()]
+            const DWORD offset = random() % 3 == 0   ? CORNERS[random() % CORNERS.size()]
                                  : random() % 2 == 0 ? static_cast<DWORD>(random()) % 6 - 3
                                                      : static_cast<DWORD>(random());
             custom("", base + offset);
@@ -170,19 +171,22 @@ TEST_F(EventQueue, ChoiceEqualsAPlainScanForRandomQueues)
         const DWORD now = base + static_cast<DWORD>(random()) % 4;
         for (;;) {
             FrameAccess::QueueEntry* const expected = plainScan(now);
-            if (FrameAccess::s_EventQueue.empty()) // nobody asks an empty queue
+            if (FrameAccess::s_EventQueue.empty()) { // nobody asks an empty queue
                 break;
+            }
             ASSERT_EQ(FrameAccess::takeDueEntry(now), expected) << "round " << round;
-            if (!expected)
+            if (expected == nullptr) {
                 break;
+            }
             ++chosen;
             FrameAccess::s_EventQueue.erase(expected->place);
             FrameAccess::s_EventIndex.erase(expected->indexPlace);
             delete expected;
         }
         none += FrameAccess::s_EventQueue.empty() ? 0 : 1;
-        for (FrameAccess::QueueEntry* const left : FrameAccess::s_EventQueue)
+        for (FrameAccess::QueueEntry* const left : FrameAccess::s_EventQueue) {
             delete left;
+        }
         FrameAccess::s_EventQueue.clear();
         FrameAccess::s_EventIndex.clear();
     }
@@ -190,13 +194,13 @@ TEST_F(EventQueue, ChoiceEqualsAPlainScanForRandomQueues)
     EXPECT_GT(none, 1000) << "rounds that left entries behind";
 }
 
-TEST_F(EventQueue, NoDelayPostsOneMessageAtOnce)
+TEST_F(EventQueueTest, NoDelayPostsOneMessageAtOnce)
 {
     custom("now", 1000);
     EXPECT_THAT(takeMessages(), ElementsAre(PROCESS_QUEUE));
 }
 
-TEST_F(EventQueue, DelayPostsFromATimerAndNotBefore)
+TEST_F(EventQueueTest, DelayPostsFromATimerAndNotBefore)
 {
     FrameAccess::s_TickCount = GetTickCount;
     const DWORD queued = GetTickCount();
@@ -214,16 +218,18 @@ TEST_F(EventQueue, DelayPostsFromATimerAndNotBefore)
     std::vector<std::string> fromTimer;
     for (const ULONGLONG end = GetTickCount64() + 10000; fromTimer.size() < 2 && GetTickCount64() < end; SwitchToThread()) {
         fromTimer.clear();
-        for (const fixtures::LogLine& line : stream.lines())
-            if (line.thread != GetCurrentThreadId())
+        for (const fixtures::LogLine& line : stream.lines()) {
+            if (line.thread != GetCurrentThreadId()) {
                 fromTimer.push_back(line.level + " " + line.body);
+            }
+        }
     }
     ASSERT_GE(fromTimer.size(), 2u);
     EXPECT_EQ(fromTimer[0], "FINE -> timerRoutine ");
     EXPECT_EQ(fromTimer[1], "FINE <- timerRoutine ");
 }
 
-TEST_F(EventQueue, MessageOfAnotherEventLeavesTheFutureOne)
+TEST_F(EventQueueTest, MessageOfAnotherEventLeavesTheFutureOne)
 {
     custom("later", 1000, 60000);
     custom("now", 1000);
@@ -236,7 +242,7 @@ TEST_F(EventQueue, MessageOfAnotherEventLeavesTheFutureOne)
 }
 
 // A Java int of -1 is a delay of 2^32 - 1 ms: due one millisecond ago, with a timer that never fires.
-TEST_F(EventQueue, NegativeDelayIsDueAtOnceAndWaitsForTheNextMessage)
+TEST_F(EventQueueTest, NegativeDelayIsDueAtOnceAndWaitsForTheNextMessage)
 {
     custom("minus one", 1000, 0xFFFFFFFF);
     EXPECT_EQ(FrameAccess::s_EventQueue.back()->dueTime, 999u);
@@ -251,7 +257,7 @@ TEST_F(EventQueue, NegativeDelayIsDueAtOnceAndWaitsForTheNextMessage)
 }
 
 // Timers may go on in smaller steps than the queue's clock: the message is here, the entry still lies in the future by a step.
-TEST_F(EventQueue, TimerThatRanAheadOfTheClockIsFollowedByAnother)
+TEST_F(EventQueueTest, TimerThatRanAheadOfTheClockIsFollowedByAnother)
 {
     custom("near", 1000, 10);
     ASSERT_TRUE(waitForMessage());
@@ -265,7 +271,7 @@ TEST_F(EventQueue, TimerThatRanAheadOfTheClockIsFollowedByAnother)
 }
 
 // Also where the next entry's due time lies behind the wrap.
-TEST_F(EventQueue, TimerThatRanAheadOfTheClockIsFollowedByAnotherAcrossTheWrap)
+TEST_F(EventQueueTest, TimerThatRanAheadOfTheClockIsFollowedByAnotherAcrossTheWrap)
 {
     custom("near", 0xFFFFFFF8, 16);
     ASSERT_TRUE(waitForMessage());
@@ -276,7 +282,7 @@ TEST_F(EventQueue, TimerThatRanAheadOfTheClockIsFollowedByAnotherAcrossTheWrap)
     EXPECT_THAT(takeMessages(), ElementsAre(PROCESS_QUEUE));
 }
 
-TEST_F(EventQueue, TimerOfADeletedFrameStillPostsAndFindsAnEmptyQueue)
+TEST_F(EventQueueTest, TimerOfADeletedFrameStillPostsAndFindsAnEmptyQueue)
 {
     custom("lost", 1000, 30);
     CBeanFrame::deleteInstance();
@@ -288,7 +294,7 @@ TEST_F(EventQueue, TimerOfADeletedFrameStillPostsAndFindsAnEmptyQueue)
     EXPECT_THAT(target.calls, IsEmpty());
 }
 
-TEST_F(EventQueue, SuspendedEventsAreDiscardedSilently)
+TEST_F(EventQueueTest, SuspendedEventsAreDiscardedSilently)
 {
     frame().*& FrameAccess::eventsSuspended = true;
     custom("discarded", 1000);
@@ -299,13 +305,13 @@ TEST_F(EventQueue, SuspendedEventsAreDiscardedSilently)
     EXPECT_THAT(takeMessages(), IsEmpty());
 }
 
-TEST_F(EventQueue, DelayIsLoggedUnsigned)
+TEST_F(EventQueueTest, DelayIsLoggedUnsigned)
 {
     custom("", 1000, 0xFFFFFFFF);
     EXPECT_EQ(lines().front(), "FINE -> " + object() + "queueEvent 4294967295");
 }
 
-TEST_F(EventQueue, DueEntryWithoutFrameIsLostWithTheFailedCheck)
+TEST_F(EventQueueTest, DueEntryWithoutFrameIsLostWithTheFailedCheck)
 {
     // Queued while the frame ends: after the queue was emptied, before there is none.
     java->insideVoidMethods = [&] {
@@ -320,13 +326,13 @@ TEST_F(EventQueue, DueEntryWithoutFrameIsLostWithTheFailedCheck)
     EXPECT_EQ(processAt(1000), E_FAIL);
     EXPECT_THAT(stream.messages(),
                 ElementsAre("FINE processEventQueue ", "FINE QueueEntry " + entry + " expired, removing from queue (1000<=1000)",
-                            "FINE ready to process QueueEntry " + entry, fixtures::beginBanner, "ERROR s_Instance!=NULL: false",
-                            "FINE processEventQueue ", fixtures::endBanner, "FINE processEventQueue "));
+                            "FINE ready to process QueueEntry " + entry, fixtures::BEGIN_BANNER, "ERROR s_Instance!=NULL: false",
+                            "FINE processEventQueue ", fixtures::END_BANNER, "FINE processEventQueue "));
     EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
     EXPECT_EQ(processAt(1000), S_OK);
 }
 
-TEST_F(EventQueue, EventsWithoutComObjectAreLostSilently)
+TEST_F(EventQueueTest, EventsWithoutComObjectAreLostSilently)
 {
     RecordingTarget::s_current = nullptr;
     custom("a", 1000);
@@ -340,7 +346,7 @@ TEST_F(EventQueue, EventsWithoutComObjectAreLostSilently)
     EXPECT_THAT(target.calls, IsEmpty());
 }
 
-TEST_F(EventQueue, FiringHoldsTheComObject)
+TEST_F(EventQueueTest, FiringHoldsTheComObject)
 {
     custom("a", 1000);
     queue("b", &FrameAccess::processOnControlReady, 0);
@@ -351,7 +357,7 @@ TEST_F(EventQueue, FiringHoldsTheComObject)
     EXPECT_EQ(target.references, 1u);
 }
 
-TEST_F(EventQueue, TextOfAnEntryIsACopy)
+TEST_F(EventQueueTest, TextOfAnEntryIsACopy)
 {
     CComBSTR text(L"before");
     (frame().*&FrameAccess::queueEvent)(text, &FrameAccess::processOnCustomEvent, 0);
@@ -361,11 +367,12 @@ TEST_F(EventQueue, TextOfAnEntryIsACopy)
     EXPECT_THAT(target.events, ElementsAre("customEvent before", "customEvent (null)"));
 }
 
-TEST_F(EventQueue, EventsQueuedInsideASinkComeInTheSamePass)
+TEST_F(EventQueueTest, EventsQueuedInsideASinkComeInTheSamePass)
 {
     target.onFire = [&](const std::string& event) {
-        if (event == "customEvent outer")
+        if (event == "customEvent outer") {
             custom("inner", 1000);
+        }
     };
     custom("outer", 1000);
     custom("next", 1000);
@@ -374,7 +381,7 @@ TEST_F(EventQueue, EventsQueuedInsideASinkComeInTheSamePass)
 }
 
 // COM calls out to a sink in a loop of its own, which may come back to the queue.
-TEST_F(EventQueue, PassInsideASinkTakesWhatIsLeftAndNothingTwice)
+TEST_F(EventQueueTest, PassInsideASinkTakesWhatIsLeftAndNothingTwice)
 {
     target.onFire = [&](const std::string& event) {
         if (event == "customEvent outer") {
@@ -387,7 +394,7 @@ TEST_F(EventQueue, PassInsideASinkTakesWhatIsLeftAndNothingTwice)
     EXPECT_THAT(target.events, ElementsAre("customEvent outer", "customEvent next"));
 }
 
-TEST_F(EventQueue, SinkThatEndsTheFrameEndsThePassWithEverythingElse)
+TEST_F(EventQueueTest, SinkThatEndsTheFrameEndsThePassWithEverythingElse)
 {
     target.onFire = [&](const std::string&) { CBeanFrame::deleteInstance(); };
     custom("last", 1000);
@@ -398,7 +405,7 @@ TEST_F(EventQueue, SinkThatEndsTheFrameEndsThePassWithEverythingElse)
     EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
 }
 
-TEST_F(EventQueue, SwallowedMessageIsPostedAnew)
+TEST_F(EventQueueTest, SwallowedMessageIsPostedAnew)
 {
     custom("waiting", 1000);
     ASSERT_THAT(takeMessages(), ElementsAre(PROCESS_QUEUE)); // as a foreign modal loop does
@@ -408,14 +415,14 @@ TEST_F(EventQueue, SwallowedMessageIsPostedAnew)
     EXPECT_THAT(target.events, ElementsAre("customEvent waiting"));
 }
 
-TEST_F(EventQueue, NoMessageIsPostedAnewWhileOneIsQueued)
+TEST_F(EventQueueTest, NoMessageIsPostedAnewWhileOneIsQueued)
 {
     custom("waiting", 1000);
     CBeanFrame::repostSwallowedMessage();
     EXPECT_THAT(takeMessages(), ElementsAre(PROCESS_QUEUE));
 }
 
-TEST_F(EventQueue, NoMessageIsPostedAnewWhenNoneWasPosted)
+TEST_F(EventQueueTest, NoMessageIsPostedAnewWhenNoneWasPosted)
 {
     CBeanFrame::repostSwallowedMessage();
     EXPECT_THAT(takeMessages(), IsEmpty());
@@ -432,7 +439,7 @@ TEST_F(EventQueue, NoMessageIsPostedAnewWhenNoneWasPosted)
 }
 
 // Posted during the pass: that message is not answered by it.
-TEST_F(EventQueue, MessageSwallowedInsideASinkIsPostedAnew)
+TEST_F(EventQueueTest, MessageSwallowedInsideASinkIsPostedAnew)
 {
     target.onFire = [&](const std::string&) {
         (frame().*&FrameAccess::queueEvent)(nullptr, &FrameAccess::processWatchDogEvent, 0);

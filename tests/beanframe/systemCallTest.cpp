@@ -68,10 +68,11 @@ BOOL WINAPI noteTimer(HANDLE* timer, HANDLE queue, WAITORTIMERCALLBACK callback,
 
 BSTR WINAPI countAllocation(const OLECHAR* text, UINT length)
 {
-    if (s_allocationsLeft == 0)
+    if (s_allocationsLeft == 0) {
         return nullptr;
+    }
     --s_allocationsLeft;
-    const BSTR result = AllocateHook::original(text, length);
+    const BSTR result = AllocateHook::s_original(text, length);
     s_texts.insert(result);
     return result;
 }
@@ -79,12 +80,12 @@ BSTR WINAPI countAllocation(const OLECHAR* text, UINT length)
 void WINAPI countFree(BSTR text)
 {
     s_texts.erase(text);
-    FreeHook::original(text);
+    FreeHook::s_original(text);
 }
 
 } // namespace
 
-class QueueSystemCalls : public BeanFrameWorld
+class QueueSystemCallsTest : public BeanFrameWorld
 {
 protected:
     void SetUp() override
@@ -103,27 +104,27 @@ protected:
     }
 };
 
-TEST_F(QueueSystemCalls, ClockIsGetTickCount)
+TEST_F(QueueSystemCallsTest, ClockIsGetTickCount)
 {
     const ImportHook<decltype(&GetTickCount)> hook("GetTickCount", []() -> DWORD { return 0xFFFF4711; });
     EXPECT_EQ(s_clockOfTheStart(), 0xFFFF4711);
 }
 
 // The queue's lock is one of this kind, made before any bean frame exists.
-TEST_F(QueueSystemCalls, LockIsMadeWithoutSpinningAndFlags)
+TEST_F(QueueSystemCallsTest, LockIsMadeWithoutSpinningAndFlags)
 {
     static std::vector<DWORD> s_arguments;
     const ImportHook<decltype(&InitializeCriticalSectionEx)> hook(
         "InitializeCriticalSectionEx", [](LPCRITICAL_SECTION section, DWORD spins, DWORD flags) -> BOOL {
             s_arguments.insert(s_arguments.end(), {spins, flags});
-            return ImportHook<decltype(&InitializeCriticalSectionEx)>::original(section, spins, flags);
+            return ImportHook<decltype(&InitializeCriticalSectionEx)>::s_original(section, spins, flags);
         });
     const CComAutoCriticalSection section;
     EXPECT_THAT(s_arguments, ElementsAre(0, 0));
     EXPECT_TRUE(isQueueUnlocked());
 }
 
-TEST_F(QueueSystemCalls, EventsWithoutDelayArePostedAtOnceToTheMainThreadAndStartNoTimer)
+TEST_F(QueueSystemCallsTest, EventsWithoutDelayArePostedAtOnceToTheMainThreadAndStartNoTimer)
 {
     const PostHook postHook("PostThreadMessageA", notePost);
     const TimerHook timerHook("CreateTimerQueueTimer", noteTimer);
@@ -136,7 +137,7 @@ TEST_F(QueueSystemCalls, EventsWithoutDelayArePostedAtOnceToTheMainThreadAndStar
     EXPECT_THAT(s_timers, IsEmpty());
 }
 
-TEST_F(QueueSystemCalls, DelayedEventsStartOneTimerEachAndPostNothing)
+TEST_F(QueueSystemCallsTest, DelayedEventsStartOneTimerEachAndPostNothing)
 {
     const PostHook postHook("PostThreadMessageA", notePost);
     const TimerHook timerHook("CreateTimerQueueTimer", noteTimer);
@@ -148,7 +149,7 @@ TEST_F(QueueSystemCalls, DelayedEventsStartOneTimerEachAndPostNothing)
     EXPECT_THAT(s_posts, IsEmpty());
 }
 
-TEST_F(QueueSystemCalls, SuspendedEventsNeitherPostNorStartATimer)
+TEST_F(QueueSystemCallsTest, SuspendedEventsNeitherPostNorStartATimer)
 {
     const PostHook postHook("PostThreadMessageA", notePost);
     const TimerHook timerHook("CreateTimerQueueTimer", noteTimer);
@@ -159,7 +160,7 @@ TEST_F(QueueSystemCalls, SuspendedEventsNeitherPostNorStartATimer)
     EXPECT_THAT(s_timers, IsEmpty());
 }
 
-TEST_F(QueueSystemCalls, RefusalsOfWindowsAreNotNoticed)
+TEST_F(QueueSystemCallsTest, RefusalsOfWindowsAreNotNoticed)
 {
     const PostHook postHook("PostThreadMessageA", notePost);
     const TimerHook timerHook("CreateTimerQueueTimer", noteTimer);
@@ -178,19 +179,20 @@ TEST_F(QueueSystemCalls, RefusalsOfWindowsAreNotNoticed)
                                      "FINE -> timerRoutine ", "FINE <- timerRoutine "));
 }
 
-TEST_F(QueueSystemCalls, TimerRoutineIgnoresItsArgumentsAndLeavesTheQueueAlone)
+TEST_F(QueueSystemCallsTest, TimerRoutineIgnoresItsArgumentsAndLeavesTheQueueAlone)
 {
     queue("waiting", &FrameAccess::processOnCustomEvent, 0);
     takeMessages();
     const PostHook postHook("PostThreadMessageA", notePost);
-    for (const bool fired : {false, true})
+    for (const bool fired : {false, true}) {
         std::thread([fired] { FrameAccess::timerRoutine(reinterpret_cast<void*>(0x10), fired); }).join();
+    }
     EXPECT_THAT(s_posts, ElementsAre(post(), post()));
     EXPECT_THAT(FrameAccess::s_EventQueue, SizeIs(1));
     EXPECT_THAT(target.calls, IsEmpty());
 }
 
-TEST_F(QueueSystemCalls, NothingOfAnEventIsLeftOnceItIsProcessed)
+TEST_F(QueueSystemCallsTest, NothingOfAnEventIsLeftOnceItIsProcessed)
 {
     s_texts.clear();
     s_allocationsLeft = 1000;
@@ -206,7 +208,7 @@ TEST_F(QueueSystemCalls, NothingOfAnEventIsLeftOnceItIsProcessed)
     EXPECT_LT(s_allocationsLeft, 1000);
 }
 
-TEST_F(QueueSystemCalls, ExhaustedMemoryForATextIsRaisedAndQueuesNothing)
+TEST_F(QueueSystemCallsTest, ExhaustedMemoryForATextIsRaisedAndQueuesNothing)
 {
     const CComBSTR text(L"text");
     s_allocationsLeft = 0;

@@ -41,7 +41,7 @@ HWND s_parent = nullptr;
 
 } // namespace
 
-class Watchdog : public BeanFrameWorld
+class WatchdogTest : public BeanFrameWorld
 {
 protected:
     void SetUp() override { createFrame(); }
@@ -50,9 +50,11 @@ protected:
     std::vector<std::string> aliveLines()
     {
         std::vector<std::string> result;
-        for (const std::string& line : lines())
-            if (line.find("isClientAlive") == std::string::npos)
+        for (const std::string& line : lines()) {
+            if (line.find("isClientAlive") == std::string::npos) {
                 result.push_back(line);
+            }
+        }
         return result;
     }
     void push(const Window& window)
@@ -78,7 +80,7 @@ protected:
     }
 };
 
-TEST_F(Watchdog, PushedHandleIsKeptAndTheBeanAddedAndAChainStarted)
+TEST_F(WatchdogTest, PushedHandleIsKeptAndTheBeanAddedAndAChainStarted)
 {
     const Window parent;
     const Window pane(parent, WS_CHILD);
@@ -96,14 +98,14 @@ TEST_F(Watchdog, PushedHandleIsKeptAndTheBeanAddedAndAChainStarted)
     EXPECT_THAT(takeMessages(), IsEmpty());
 }
 
-TEST_F(Watchdog, HandleIsWidenedBySignExtension)
+TEST_F(WatchdogTest, HandleIsWidenedBySignExtension)
 {
     EXPECT_EQ(frame().pushWindowHandle(-2), S_OK);
     EXPECT_EQ(reinterpret_cast<INT_PTR>((frame().*&FrameAccess::clientWindow).load()), -2);
     EXPECT_EQ(lines().front(), "INFO -> " + object() + "pushWindowHandle -2");
 }
 
-TEST_F(Watchdog, ChainStartsAlsoWhenTheBeanCouldNotBeAdded)
+TEST_F(WatchdogTest, ChainStartsAlsoWhenTheBeanCouldNotBeAdded)
 {
     java->jni.outcomes["add"] = RecordingJni::throws("java.lang.IllegalStateException", "no");
     const Window parent;
@@ -113,7 +115,7 @@ TEST_F(Watchdog, ChainStartsAlsoWhenTheBeanCouldNotBeAdded)
     expectChains(1);
 }
 
-TEST_F(Watchdog, SecondPushStartsASecondChainAndBothWatchTheLatestHandle)
+TEST_F(WatchdogTest, SecondPushStartsASecondChainAndBothWatchTheLatestHandle)
 {
     const Window parent;
     const Window first(parent, WS_CHILD);
@@ -130,7 +132,7 @@ TEST_F(Watchdog, SecondPushStartsASecondChainAndBothWatchTheLatestHandle)
     EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
 }
 
-TEST_F(Watchdog, NoHandleYetCountsAsAlive)
+TEST_F(WatchdogTest, NoHandleYetCountsAsAlive)
 {
     EXPECT_TRUE(frame().isClientAlive());
     EXPECT_THAT(lines(), ElementsAre("FINE -> " + object() + "isClientAlive ",
@@ -138,7 +140,7 @@ TEST_F(Watchdog, NoHandleYetCountsAsAlive)
                                      "FINE <- " + object() + "isClientAlive "));
 }
 
-TEST_F(Watchdog, ChildWindowIsAliveWithoutALine)
+TEST_F(WatchdogTest, ChildWindowIsAliveWithoutALine)
 {
     const Window parent;
     const Window pane(parent, WS_CHILD);
@@ -147,7 +149,7 @@ TEST_F(Watchdog, ChildWindowIsAliveWithoutALine)
     EXPECT_THAT(lines(), ElementsAre("FINE -> " + object() + "isClientAlive ", "FINE <- " + object() + "isClientAlive "));
 }
 
-TEST_F(Watchdog, DestroyedWindowIsDead)
+TEST_F(WatchdogTest, DestroyedWindowIsDead)
 {
     const Window parent;
     Window pane(parent, WS_CHILD);
@@ -158,7 +160,7 @@ TEST_F(Watchdog, DestroyedWindowIsDead)
                 ElementsAre("TRACE " + object() + "Frame's window seems not to be alive anymore! (invalid window handle) "));
 }
 
-TEST_F(Watchdog, WindowGoesWithItsParent)
+TEST_F(WatchdogTest, WindowGoesWithItsParent)
 {
     Window parent;
     const Window pane(parent, WS_CHILD);
@@ -167,7 +169,7 @@ TEST_F(Watchdog, WindowGoesWithItsParent)
     EXPECT_FALSE(frame().isClientAlive());
 }
 
-TEST_F(Watchdog, TopLevelWindowIsDead)
+TEST_F(WatchdogTest, TopLevelWindowIsDead)
 {
     const Window window;
     push(window);
@@ -175,7 +177,7 @@ TEST_F(Watchdog, TopLevelWindowIsDead)
     EXPECT_THAT(aliveLines(), ElementsAre("TRACE " + object() + "Frame's window has no valid parent anymore!"));
 }
 
-TEST_F(Watchdog, ChildOfTheDesktopIsDead)
+TEST_F(WatchdogTest, ChildOfTheDesktopIsDead)
 {
     const Window window(GetDesktopWindow(), WS_CHILD);
     push(window);
@@ -184,7 +186,7 @@ TEST_F(Watchdog, ChildOfTheDesktopIsDead)
 }
 
 // It is the pushed window's own parent that counts each time, not the parent's parent.
-TEST_F(Watchdog, ParentThatIsMissingOrTheDesktopIsNoParent)
+TEST_F(WatchdogTest, ParentThatIsMissingOrTheDesktopIsNoParent)
 {
     const Window parent;
     const Window pane(parent, WS_CHILD);
@@ -206,7 +208,7 @@ TEST_F(Watchdog, ParentThatIsMissingOrTheDesktopIsNoParent)
     EXPECT_THAT(aliveLines(), ElementsAre(line, line));
 }
 
-TEST_F(Watchdog, HandleOfNullTakesTheWindowBack)
+TEST_F(WatchdogTest, HandleOfNullTakesTheWindowBack)
 {
     const Window window;
     push(window);
@@ -217,7 +219,7 @@ TEST_F(Watchdog, HandleOfNullTakesTheWindowBack)
 }
 
 // Windows names the owner as the parent of a popup.
-TEST_F(Watchdog, OwnedPopupIsAlive)
+TEST_F(WatchdogTest, OwnedPopupIsAlive)
 {
     const Window owner;
     const Window popup(owner, WS_POPUP);
@@ -226,7 +228,7 @@ TEST_F(Watchdog, OwnedPopupIsAlive)
     EXPECT_TRUE(frame().isClientAlive());
 }
 
-TEST_F(Watchdog, ChainGoesOnWhileTheClientIsAlive)
+TEST_F(WatchdogTest, ChainGoesOnWhileTheClientIsAlive)
 {
     const Window parent;
     const Window pane(parent, WS_CHILD);
@@ -239,7 +241,7 @@ TEST_F(Watchdog, ChainGoesOnWhileTheClientIsAlive)
     EXPECT_THAT(linesWith(lines(), "WARN"), IsEmpty());
 }
 
-TEST_F(Watchdog, ChainGoesOnWithoutComObject)
+TEST_F(WatchdogTest, ChainGoesOnWithoutComObject)
 {
     const Window window; // dead from the start
     push(window);
@@ -251,7 +253,7 @@ TEST_F(Watchdog, ChainGoesOnWithoutComObject)
                 ElementsAre("FINE -> " + object() + "processWatchDogEvent ", "FINE <- " + object() + "processWatchDogEvent "));
 }
 
-TEST_F(Watchdog, DeadClientLosesEveryReference)
+TEST_F(WatchdogTest, DeadClientLosesEveryReference)
 {
     const Window window;
     push(window);
@@ -279,7 +281,7 @@ TEST_F(Watchdog, DeadClientLosesEveryReference)
 }
 
 // What COM held for the client goes with the disconnection: the watchdog's own reference is then the last.
-TEST_F(Watchdog, ObjectMayGoWithTheWatchdogsOwnReference)
+TEST_F(WatchdogTest, ObjectMayGoWithTheWatchdogsOwnReference)
 {
     const Window window;
     push(window);
@@ -291,7 +293,7 @@ TEST_F(Watchdog, ObjectMayGoWithTheWatchdogsOwnReference)
     EXPECT_THAT(linesWith(lines(), "More objects to release..."), IsEmpty());
 }
 
-TEST_F(Watchdog, PendingChainEndsWithTheFrame)
+TEST_F(WatchdogTest, PendingChainEndsWithTheFrame)
 {
     const Window parent;
     const Window pane(parent, WS_CHILD);

@@ -7,8 +7,9 @@
 HRESULT STDMETHODCALLTYPE RecordingSink::QueryInterface(REFIID iid, void** object)
 {
     *object = nullptr;
-    if (iid != DIID__IJavaManagerEvents && iid != IID_IUnknown)
+    if (iid != DIID__IJavaManagerEvents && iid != IID_IUnknown) {
         return E_NOINTERFACE;
+    }
     AddRef();
     *object = static_cast<IDispatch*>(this);
     return S_OK;
@@ -30,8 +31,9 @@ HRESULT STDMETHODCALLTYPE RecordingSink::Invoke(DISPID event, REFIID iid, LCID l
     lastText = parameters->rgvarg[0].bstrVal;
     referencesInCall = references;
     calls.push_back({event, narrowText(lastText)});
-    if (onCall)
+    if (onCall) {
         onCall();
+    }
     return answer;
 }
 
@@ -86,8 +88,9 @@ std::vector<std::string> ComWorld::methodLines(const std::string& entry, const s
     std::vector<std::string> expected = {"INFO -> " + OBJECT + entry};
     expected.insert(expected.end(), between.begin(), between.end());
     expected.push_back("INFO -> " + provide);
-    if (FAILED(result))
+    if (FAILED(result)) {
         expected.push_back("TRACE " + OBJECT + "Providing Error Info!");
+    }
     expected.push_back("INFO <- " + provide);
     expected.push_back("INFO <- " + OBJECT + entry);
     return expected;
@@ -96,8 +99,9 @@ std::vector<std::string> ComWorld::methodLines(const std::string& entry, const s
 std::optional<ErrorInfo> ComWorld::takeErrorInfo()
 {
     CComPtr<IErrorInfo> info;
-    if (GetErrorInfo(0, &info) != S_OK)
+    if (GetErrorInfo(0, &info) != S_OK) {
         return {};
+    }
     ErrorInfo result;
     CComBSTR description;
     CComBSTR helpFile;

@@ -31,7 +31,7 @@ std::vector<Opening> s_openings;
 LSTATUS WINAPI noteOpening(HKEY root, LPCSTR path, DWORD options, REGSAM access, HKEY* key)
 {
     s_openings.push_back({root, path, access});
-    return OpenHook::original(root, path, options, access, key);
+    return OpenHook::s_original(root, path, options, access, key);
 }
 
 // The executable that the product believes to be, and the length that Windows tells of its path.
@@ -41,8 +41,9 @@ int s_questions = 0;
 
 DWORD WINAPI otherExecutable(HMODULE module, LPSTR path, DWORD size)
 {
-    if (module || size != 260)
-        return ModuleNameHook::original(module, path, size);
+    if (module != nullptr || size != 260) {
+        return ModuleNameHook::s_original(module, path, size);
+    }
     ++s_questions;
     s_executable.copy(path, size - 1);
     path[std::min<size_t>(s_executable.size(), size - 1)] = '\0';
@@ -51,10 +52,10 @@ DWORD WINAPI otherExecutable(HMODULE module, LPSTR path, DWORD size)
 
 } // namespace
 
-class BasisControl : public ComWorld
+class BasisControlTest : public ComWorld
 {
 protected:
-    BasisControl()
+    BasisControlTest()
         : missing(folder.path("missing.jar"))
         , beside(folder.path("ORVANEControl.jar"))
     {
@@ -78,22 +79,24 @@ protected:
         }
         EXPECT_EQ(CBeanFrame::s_Instance != nullptr, !linesWith(lines(), "CHECKPOINT").empty());
         std::vector<std::string> result;
-        for (const std::string& line : lines())
+        for (const std::string& line : lines()) {
             if (line.find("-> " + OBJECT + "doesFileExist") != std::string::npos ||
-                line.find("Basiscontrol path") != std::string::npos || line.find("(basiscontrol)") != std::string::npos)
+                line.find("Basiscontrol path") != std::string::npos || line.find("(basiscontrol)") != std::string::npos) {
                 result.push_back(line.substr(0, line.find(OBJECT)) + line.substr(line.find(OBJECT) + OBJECT.size()));
+            }
+        }
         return result;
     }
     void forgetPreference()
     {
-        world.machine().deleteValue(fixtures::LoggerWorld::preferencesKey, "basiscontrol", KEY_WOW64_32KEY);
+        world.machine().deleteValue(fixtures::LoggerWorld::PREFERENCES_KEY, "basiscontrol", KEY_WOW64_32KEY);
     }
 
     const std::string missing;
     const std::string beside;
 };
 
-TEST_F(BasisControl, OfTheRegistryIsTakenWhenItIsThere)
+TEST_F(BasisControlTest, OfTheRegistryIsTakenWhenItIsThere)
 {
     std::ofstream(beside) << "the control that is shipped";
     EXPECT_THAT(choice(), ElementsAre("FINE -> doesFileExist " + basisControl, "FINE Basiscontrol path: " + basisControl,
@@ -101,7 +104,7 @@ TEST_F(BasisControl, OfTheRegistryIsTakenWhenItIsThere)
     EXPECT_EQ(s_questions, 1);
 }
 
-TEST_F(BasisControl, BesideTheExecutableIsTakenWhenTheRegistrysIsMissing)
+TEST_F(BasisControlTest, BesideTheExecutableIsTakenWhenTheRegistrysIsMissing)
 {
     std::ofstream(beside) << "the control that is shipped";
     world.setPreference("basiscontrol", missing);
@@ -110,7 +113,7 @@ TEST_F(BasisControl, BesideTheExecutableIsTakenWhenTheRegistrysIsMissing)
                                       "TRACE doesFileExist(basiscontrol): true"));
 }
 
-TEST_F(BasisControl, OfTheRegistryIsNamedWhenBothAreMissing)
+TEST_F(BasisControlTest, OfTheRegistryIsNamedWhenBothAreMissing)
 {
     world.setPreference("basiscontrol", missing);
     EXPECT_THAT(choice(), ElementsAre("FINE -> doesFileExist " + missing, "FINE -> doesFileExist " + beside,
@@ -118,7 +121,7 @@ TEST_F(BasisControl, OfTheRegistryIsNamedWhenBothAreMissing)
                                       "ERROR doesFileExist(basiscontrol): false"));
 }
 
-TEST_F(BasisControl, BesideTheExecutableIsTheDefaultAndNotLookedForTwice)
+TEST_F(BasisControlTest, BesideTheExecutableIsTheDefaultAndNotLookedForTwice)
 {
     forgetPreference();
     EXPECT_THAT(choice(), ElementsAre("FINE -> doesFileExist " + beside, "FINE Basiscontrol path: " + beside,
@@ -130,7 +133,7 @@ TEST_F(BasisControl, BesideTheExecutableIsTheDefaultAndNotLookedForTwice)
 
 // The path is cut before its last backslash. The buffer has 260 characters; what Windows says to be longer, or negative, is no
 // path.
-TEST_F(BasisControl, DefaultIsEmptyWithoutThePathOfTheExecutable)
+TEST_F(BasisControlTest, DefaultIsEmptyWithoutThePathOfTheExecutable)
 {
     forgetPreference();
     setExecutable("C:\\a folder\\of many\\program.exe");
@@ -145,16 +148,16 @@ TEST_F(BasisControl, DefaultIsEmptyWithoutThePathOfTheExecutable)
     }
 }
 
-TEST_F(BasisControl, IsReadFromThe32BitView)
+TEST_F(BasisControlTest, IsReadFromThe32BitView)
 {
-    const char* const key = fixtures::LoggerWorld::preferencesKey;
+    const char* const key = fixtures::LoggerWorld::PREFERENCES_KEY;
     world.machine().createKey("SOFTWARE\\Wow6432Node"); // from here on the two views are two
     world.machine().setString(key, "basiscontrol", basisControl, KEY_WOW64_32KEY);
     world.machine().setString(key, "basiscontrol", folder.path("of the other view.jar"));
     EXPECT_THAT(linesWith(choice(), "path"), ElementsAre("FINE Basiscontrol path: " + basisControl));
 }
 
-TEST_F(BasisControl, IsReadFromOneKeyThatIsOpenedForReadingOnly)
+TEST_F(BasisControlTest, IsReadFromOneKeyThatIsOpenedForReadingOnly)
 {
     s_openings.clear();
     const OpenHook hook("RegOpenKeyExA", noteOpening);
@@ -163,7 +166,7 @@ TEST_F(BasisControl, IsReadFromOneKeyThatIsOpenedForReadingOnly)
                                                 KEY_READ | KEY_WOW64_32KEY}));
 }
 
-TEST_F(BasisControl, ExistsWhenItsAttributesCanBeRead)
+TEST_F(BasisControlTest, ExistsWhenItsAttributesCanBeRead)
 {
     const CComPtr<Object> object = create();
     stream.clear();
@@ -178,7 +181,7 @@ TEST_F(BasisControl, ExistsWhenItsAttributesCanBeRead)
     EXPECT_EQ(lines().back(), "FINE <- " + OBJECT + "doesFileExist ");
 }
 
-TEST_F(BasisControl, ObjectWithoutBeanFrameIsCreatedAllTheSame)
+TEST_F(BasisControlTest, ObjectWithoutBeanFrameIsCreatedAllTheSame)
 {
     CComPtr<Object> object;
     {
@@ -200,7 +203,7 @@ TEST_F(BasisControl, ObjectWithoutBeanFrameIsCreatedAllTheSame)
     EXPECT_THAT(takeErrorText(), testing::HasSubstr("CJavaManagerATLObject  Failed to create ATL object.\n"));
 }
 
-TEST_F(BasisControl, ObjectOutlivesMemoryThatIsExhaustedOnTheWayToItsFrame)
+TEST_F(BasisControlTest, ObjectOutlivesMemoryThatIsExhaustedOnTheWayToItsFrame)
 {
     java.insideVoidMethods = [] { AtlThrow(E_OUTOFMEMORY); };
     const CComPtr<Object> object = create();
@@ -211,7 +214,7 @@ TEST_F(BasisControl, ObjectOutlivesMemoryThatIsExhaustedOnTheWayToItsFrame)
 }
 
 // The first object stays the process's object even when it has gone: no later one creates a bean frame.
-TEST_F(BasisControl, EndedObjectIsNeverReplaced)
+TEST_F(BasisControlTest, EndedObjectIsNeverReplaced)
 {
     CComPtr<Object> first = create();
     const CJavaManagerATLObject* const address = first.p;

@@ -69,7 +69,7 @@ const Method METHODS[] = {
 
 } // namespace
 
-class JavaManagerCalls : public ComWorld
+class JavaManagerCallsTest : public ComWorld
 {
 protected:
     void SetUp() override
@@ -89,10 +89,11 @@ protected:
         bool isInside = false;
         for (const std::string& text : stream.texts()) {
             const std::string line = fixtures::DebugStream::withoutNames(text);
-            if (line == fixtures::beginBanner || line == fixtures::endBanner)
-                isInside = line == fixtures::beginBanner;
-            else if (isInside)
+            if (line == fixtures::BEGIN_BANNER || line == fixtures::END_BANNER) {
+                isInside = line == fixtures::BEGIN_BANNER;
+            } else if (isInside) {
                 result += line + "\n";
+            }
         }
         return result;
     }
@@ -101,7 +102,7 @@ protected:
     CComPtr<Object> object;
 };
 
-TEST_F(JavaManagerCalls, LogTheirArgumentsAndEndInProvideErrorInfo)
+TEST_F(JavaManagerCallsTest, LogTheirArgumentsAndEndInProvideErrorInfo)
 {
     for (const Method& method : METHODS) {
         SCOPED_TRACE(method.name);
@@ -121,7 +122,7 @@ TEST_F(JavaManagerCalls, LogTheirArgumentsAndEndInProvideErrorInfo)
     }
 }
 
-TEST_F(JavaManagerCalls, NullTextsLeaveTheirPlaceInTheEntryEmpty)
+TEST_F(JavaManagerCallsTest, NullTextsLeaveTheirPlaceInTheEntryEmpty)
 {
     CComBSTR result;
     EXPECT_EQ(object->callMethodCompressed(nullptr, INT_MIN, nullptr, &result), S_OK);
@@ -133,7 +134,7 @@ TEST_F(JavaManagerCalls, NullTextsLeaveTheirPlaceInTheEntryEmpty)
 }
 
 // In the system's code page; what it has no character for becomes a question mark.
-TEST_F(JavaManagerCalls, TextsAreLoggedNarrow)
+TEST_F(JavaManagerCallsTest, TextsAreLoggedNarrow)
 {
     ASSERT_EQ(GetACP(), 1252u);
     const CComBSTR text(L"\u00fc\u20ac\u0416");
@@ -143,7 +144,7 @@ TEST_F(JavaManagerCalls, TextsAreLoggedNarrow)
     EXPECT_THAT(linesWith(moduleLines(stream, "BeanFrame"), "-> ").front(), testing::EndsWith(" getProperty \xfc\x80?"));
 }
 
-TEST_F(JavaManagerCalls, ReturnTheAnswerAsANewString)
+TEST_F(JavaManagerCallsTest, ReturnTheAnswerAsANewString)
 {
     CComBSTR result;
     EXPECT_EQ(object->callMethod(A, B, &result), S_OK);
@@ -152,7 +153,7 @@ TEST_F(JavaManagerCalls, ReturnTheAnswerAsANewString)
     EXPECT_STREQ(result.m_str, L"answer of getProperty");
 }
 
-TEST_F(JavaManagerCalls, FailureCarriesTheBacktraceAsErrorText)
+TEST_F(JavaManagerCallsTest, FailureCarriesTheBacktraceAsErrorText)
 {
     for (const Method& method : METHODS) {
         SCOPED_TRACE(method.name);
@@ -172,7 +173,7 @@ TEST_F(JavaManagerCalls, FailureCarriesTheBacktraceAsErrorText)
     }
 }
 
-TEST_F(JavaManagerCalls, WithoutBeanFrameFailWithErrorInfo)
+TEST_F(JavaManagerCallsTest, WithoutBeanFrameFailWithErrorInfo)
 {
     CBeanFrame::deleteInstance();
     for (const Method& method : METHODS) {
@@ -189,7 +190,7 @@ TEST_F(JavaManagerCalls, WithoutBeanFrameFailWithErrorInfo)
     }
 }
 
-TEST_F(JavaManagerCalls, SuccessCodesAreFlattened)
+TEST_F(JavaManagerCallsTest, SuccessCodesAreFlattened)
 {
     ObjectAccess* const access = static_cast<ObjectAccess*>(static_cast<CJavaManagerATLObject*>(object.p));
     EXPECT_EQ((access->*&ObjectAccess::provideErrorInfo)(S_FALSE), S_OK);
@@ -197,7 +198,7 @@ TEST_F(JavaManagerCalls, SuccessCodesAreFlattened)
     EXPECT_FALSE(takeErrorInfo());
 }
 
-TEST_F(JavaManagerCalls, FailureCodesArePassedThrough)
+TEST_F(JavaManagerCallsTest, FailureCodesArePassedThrough)
 {
     ObjectAccess* const access = static_cast<ObjectAccess*>(static_cast<CJavaManagerATLObject*>(object.p));
     EXPECT_EQ((access->*&ObjectAccess::provideErrorInfo)(E_INVALIDARG), E_INVALIDARG);
@@ -206,7 +207,7 @@ TEST_F(JavaManagerCalls, FailureCodesArePassedThrough)
     EXPECT_EQ(takeErrorText(), "") << "no error line since the last call";
 }
 
-TEST_F(JavaManagerCalls, ErrorTextHoldsWhatCameSinceTheLastFailure)
+TEST_F(JavaManagerCallsTest, ErrorTextHoldsWhatCameSinceTheLastFailure)
 {
     CBeanFrame::deleteInstance();
     EXPECT_EQ(object->validate(), E_FAIL);
@@ -217,7 +218,7 @@ TEST_F(JavaManagerCalls, ErrorTextHoldsWhatCameSinceTheLastFailure)
     EXPECT_THAT(firstText, testing::HasSubstr("validate"));
 }
 
-TEST_F(JavaManagerCalls, OnlyVariantTrueEnables)
+TEST_F(JavaManagerCallsTest, OnlyVariantTrueEnables)
 {
     EXPECT_EQ(object->enable(VARIANT_TRUE), S_OK);
     EXPECT_EQ(object->enable(1), S_OK);
@@ -230,7 +231,7 @@ TEST_F(JavaManagerCalls, OnlyVariantTrueEnables)
                             "INFO -> " + OBJECT + "enable -2"));
 }
 
-TEST_F(JavaManagerCalls, FrameIdIsTheFramesOrThatOfAZombie)
+TEST_F(JavaManagerCallsTest, FrameIdIsTheFramesOrThatOfAZombie)
 {
     int id = 0;
     EXPECT_EQ(object->getBeanFrameID(&id), S_OK);
@@ -251,7 +252,7 @@ TEST_F(JavaManagerCalls, FrameIdIsTheFramesOrThatOfAZombie)
     EXPECT_EQ(object->getBeanFrameID(nullptr), E_POINTER);
 }
 
-TEST_F(JavaManagerCalls, TestBridgeAnswersItselfAtTheEndOfItsHops)
+TEST_F(JavaManagerCallsTest, TestBridgeAnswersItselfAtTheEndOfItsHops)
 {
     advise(object, sink);
     struct Case
@@ -295,7 +296,7 @@ TEST_F(JavaManagerCalls, TestBridgeAnswersItselfAtTheEndOfItsHops)
     EXPECT_THAT(java.takeMethodCalls(), IsEmpty());
 }
 
-TEST_F(JavaManagerCalls, TestBridgeForwardsWhileHopsAreLeft)
+TEST_F(JavaManagerCallsTest, TestBridgeForwardsWhileHopsAreLeft)
 {
     advise(object, sink);
     EXPECT_EQ(testBridge(L"abc", 3, 0), S_OK);
@@ -307,13 +308,13 @@ TEST_F(JavaManagerCalls, TestBridgeForwardsWhileHopsAreLeft)
     EXPECT_THAT(sink.calls, IsEmpty());
 }
 
-TEST_F(JavaManagerCalls, TestBridgeLogsWhatTheClientPassed)
+TEST_F(JavaManagerCallsTest, TestBridgeLogsWhatTheClientPassed)
 {
     EXPECT_EQ(testBridge(L"abc", 1, 7), S_OK);
     EXPECT_THAT(lines(), ElementsAre("INFO -> " + OBJECT + "testBridge abc, 1, 7", "INFO <- " + OBJECT + "testBridge abc, 1, 7"));
 }
 
-TEST_F(JavaManagerCalls, TestBridgeAnswersAlsoWithoutBeanFrame)
+TEST_F(JavaManagerCallsTest, TestBridgeAnswersAlsoWithoutBeanFrame)
 {
     advise(object, sink);
     CBeanFrame::deleteInstance();
@@ -322,7 +323,7 @@ TEST_F(JavaManagerCalls, TestBridgeAnswersAlsoWithoutBeanFrame)
 }
 
 // Java calls back into the client while the client's call is still on its way.
-TEST_F(JavaManagerCalls, SinkMayCallIn)
+TEST_F(JavaManagerCallsTest, SinkMayCallIn)
 {
     advise(object, sink);
     sink.onCall = [&] {
@@ -333,7 +334,7 @@ TEST_F(JavaManagerCalls, SinkMayCallIn)
     EXPECT_THAT(java.takeMethodCalls(), testing::SizeIs(1));
 }
 
-TEST_F(JavaManagerCalls, SinkMayReleaseTheObject)
+TEST_F(JavaManagerCallsTest, SinkMayReleaseTheObject)
 {
     advise(object, sink);
     IJavaManager* const manager = object.p;
@@ -350,7 +351,7 @@ TEST_F(JavaManagerCalls, SinkMayReleaseTheObject)
     EXPECT_NE(place("FinalRelease"), all.end());
 }
 
-TEST_F(JavaManagerCalls, AreReachedByNameThroughTheTypeLibrary)
+TEST_F(JavaManagerCallsTest, AreReachedByNameThroughTheTypeLibrary)
 {
     char path[MAX_PATH] = {};
     GetModuleFileNameA(nullptr, path, MAX_PATH);

@@ -9,9 +9,7 @@
 #include <fstream>
 
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
-using testing::SizeIs;
 
 namespace {
 
@@ -32,9 +30,9 @@ const std::string OK_TEXT = getWindowsErrorText(0);
 
 } // namespace
 
-using JavaManagerConstruction = ComWorld;
+using JavaManagerConstructionTest = ComWorld;
 
-TEST_F(JavaManagerConstruction, FirstObjectStartsTheBeanFrameAndShowsIt)
+TEST_F(JavaManagerConstructionTest, FirstObjectStartsTheBeanFrameAndShowsIt)
 {
     EXPECT_EQ(eventTarget(), nullptr);
     CComPtr<Object> object = create();
@@ -53,7 +51,7 @@ TEST_F(JavaManagerConstruction, FirstObjectStartsTheBeanFrameAndShowsIt)
     EXPECT_EQ(java.takeMethodCalls().back(), "CallVoidMethod(global com/velmora/tq/kesta/KESTAFrame, setVisible, true)");
 }
 
-TEST_F(JavaManagerConstruction, FrameThatCannotBeShownIsStillCreated)
+TEST_F(JavaManagerConstructionTest, FrameThatCannotBeShownIsStillCreated)
 {
     java.jni.outcomes["setVisible"] = RecordingJni::throws("java.awt.HeadlessException", "no display");
     CComPtr<Object> object = create();
@@ -65,7 +63,7 @@ TEST_F(JavaManagerConstruction, FrameThatCannotBeShownIsStillCreated)
                 ElementsAre("TRACE " + OBJECT + "CHECKPOINT: Successfully created ATL object."));
 }
 
-TEST_F(JavaManagerConstruction, SecondObjectIsInertAndSharesTheFrame)
+TEST_F(JavaManagerConstructionTest, SecondObjectIsInertAndSharesTheFrame)
 {
     CComPtr<Object> first = create();
     CBeanFrame* const frame = CBeanFrame::s_Instance;
@@ -92,16 +90,18 @@ TEST_F(JavaManagerConstruction, SecondObjectIsInertAndSharesTheFrame)
     EXPECT_EQ(id, -1);
 }
 
-TEST_F(JavaManagerConstruction, EndRunsFinalReleaseThenDestructorThenUnlock)
+TEST_F(JavaManagerConstructionTest, EndRunsFinalReleaseThenDestructorThenUnlock)
 {
     CComPtr<Object> object = create();
     EXPECT_EQ(module.locks, 1);
     stream.clear();
     object.Release();
     std::vector<std::string> order;
-    for (const fixtures::LogLine& line : stream.lines())
-        if (line.body == "Unlock" || line.source.starts_with("JavaManagerATLObject") || line.source.starts_with("BeanFrame"))
+    for (const fixtures::LogLine& line : stream.lines()) {
+        if (line.body == "Unlock" || line.source.starts_with("JavaManagerATLObject") || line.source.starts_with("BeanFrame")) {
             order.push_back(line.text());
+        }
+    }
     const std::string frame = "CBeanFrame " + std::to_string(GetCurrentProcessId()) + " ~CBeanFrame ";
     EXPECT_THAT(order, ElementsAre(OBJECT + "FinalRelease ", OBJECT + "FinalRelease ", OBJECT + "~CJavaManagerATLObject ",
                                    OBJECT + "CBeanFrame::s_Instance!=NULL: true", "deleteInstance ", "s_Instance!=NULL: true",
@@ -109,7 +109,7 @@ TEST_F(JavaManagerConstruction, EndRunsFinalReleaseThenDestructorThenUnlock)
 }
 
 // One test for everything that needs the file beside the executable to be there or not, so that no two run at once.
-TEST_F(JavaManagerConstruction, ControlBesideTheExecutableIsTheSecondChoice)
+TEST_F(JavaManagerConstructionTest, ControlBesideTheExecutableIsTheSecondChoice)
 {
     const std::string beside = besideTheExecutable();
     DeleteFileA(beside.c_str());
@@ -140,7 +140,7 @@ TEST_F(JavaManagerConstruction, ControlBesideTheExecutableIsTheSecondChoice)
         EXPECT_NE(CBeanFrame::s_Instance, nullptr);
         EXPECT_THAT(linesWith(lines(), "Basiscontrol path"), ElementsAre("FINE " + OBJECT + "Basiscontrol path: " + beside));
     }
-    world.machine().deleteValue(fixtures::LoggerWorld::preferencesKey, "basiscontrol", KEY_WOW64_32KEY);
+    world.machine().deleteValue(fixtures::LoggerWorld::PREFERENCES_KEY, "basiscontrol", KEY_WOW64_32KEY);
     CJavaManagerATLObject::s_Instance = nullptr;
     stream.clear();
     {
@@ -161,7 +161,7 @@ TEST_F(JavaManagerConstruction, ControlBesideTheExecutableIsTheSecondChoice)
     DeleteFileA(beside.c_str());
 }
 
-TEST_F(JavaManagerConstruction, ObjectMainHoldsTheLogger)
+TEST_F(JavaManagerConstructionTest, ObjectMainHoldsTheLogger)
 {
     CJavaManagerATLObject::ObjectMain(true);
     EXPECT_THAT(stream.messages(),
@@ -175,7 +175,7 @@ TEST_F(JavaManagerConstruction, ObjectMainHoldsTheLogger)
     EXPECT_NE(Logger::instance(), nullptr);
 }
 
-TEST_F(JavaManagerConstruction, ObjectMainCreatesAndEndsTheLoggerWhenItIsTheOnlyHolder)
+TEST_F(JavaManagerConstructionTest, ObjectMainCreatesAndEndsTheLoggerWhenItIsTheOnlyHolder)
 {
     world.stop();
     CJavaManagerATLObject::ObjectMain(true);
@@ -188,7 +188,7 @@ TEST_F(JavaManagerConstruction, ObjectMainCreatesAndEndsTheLoggerWhenItIsTheOnly
 }
 
 // Clients bind to these numbers.
-TEST_F(JavaManagerConstruction, ClassAndInterfacesHaveTheirIdentifiers)
+TEST_F(JavaManagerConstructionTest, ClassAndInterfacesHaveTheirIdentifiers)
 {
     const auto text = [](const GUID& id) {
         OLECHAR characters[39] = {};
@@ -202,7 +202,7 @@ TEST_F(JavaManagerConstruction, ClassAndInterfacesHaveTheirIdentifiers)
     EXPECT_EQ(CJavaManagerATLObject::GetObjectCLSID(), CLSID_JavaManager);
 }
 
-TEST_F(JavaManagerConstruction, AnswersItsFourInterfaces)
+TEST_F(JavaManagerConstructionTest, AnswersItsFourInterfaces)
 {
     CComPtr<Object> object = create();
     for (const IID& iid : {IID_IUnknown, IID_IJavaManager, IID_IDispatch, IID_ISupportErrorInfo, IID_IConnectionPointContainer}) {
@@ -216,7 +216,7 @@ TEST_F(JavaManagerConstruction, AnswersItsFourInterfaces)
     }
 }
 
-TEST_F(JavaManagerConstruction, HasOneConnectionPoint)
+TEST_F(JavaManagerConstructionTest, HasOneConnectionPoint)
 {
     CComPtr<Object> object = create();
     CComPtr<IEnumConnectionPoints> points;
@@ -231,7 +231,7 @@ TEST_F(JavaManagerConstruction, HasOneConnectionPoint)
     EXPECT_EQ(points->Next(1, &another, &fetched), S_FALSE);
 }
 
-TEST_F(JavaManagerConstruction, SupportsErrorInfoOfItsInterfaceOnly)
+TEST_F(JavaManagerConstructionTest, SupportsErrorInfoOfItsInterfaceOnly)
 {
     CComPtr<Object> object = create();
     stream.clear();
@@ -240,11 +240,12 @@ TEST_F(JavaManagerConstruction, SupportsErrorInfoOfItsInterfaceOnly)
     const std::string scope = OBJECT + "InterfaceSupportsErrorInfo ";
     EXPECT_THAT(lines(), ElementsAre("INFO -> " + scope, "INFO <- " + scope, "INFO -> " + scope, "INFO <- " + scope));
     for (const IID& iid : {IID_IUnknown, IID_ISupportErrorInfo, IID_IConnectionPointContainer, DIID__IJavaManagerEvents, IID_NULL,
-                           CLSID_JavaManager})
+                           CLSID_JavaManager}) {
         EXPECT_EQ(object->InterfaceSupportsErrorInfo(iid), S_FALSE);
+    }
 }
 
-TEST_F(JavaManagerConstruction, RegistersAndUnregistersItsClass)
+TEST_F(JavaManagerConstructionTest, RegistersAndUnregistersItsClass)
 {
     const char* const key = "CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}\\ProgID";
     const auto progId = [&] {
@@ -259,7 +260,7 @@ TEST_F(JavaManagerConstruction, RegistersAndUnregistersItsClass)
     EXPECT_EQ(progId(), "");
 }
 
-TEST_F(JavaManagerConstruction, LogNamesTheClassWhateverTemplateMadeTheObject)
+TEST_F(JavaManagerConstructionTest, LogNamesTheClassWhateverTemplateMadeTheObject)
 {
     CComPtr<Object> object = create();
     EXPECT_STREQ(object->getLogClassName(), "CJavaManagerATLObject");

@@ -39,7 +39,7 @@ BSTR WINAPI noCopy(LPCSTR, UINT)
 HRESULT WINAPI noteClear(VARIANT* variant)
 {
     s_onClear(variant);
-    return ClearHook::original(variant);
+    return ClearHook::s_original(variant);
 }
 
 const CComBSTR A(L"first");
@@ -69,7 +69,7 @@ const Method METHODS[] = {
 
 } // namespace
 
-class JavaManagerErrors : public ComWorld
+class JavaManagerErrorsTest : public ComWorld
 {
 protected:
     void SetUp() override
@@ -91,7 +91,7 @@ protected:
     CComPtr<Object> object;
 };
 
-TEST_F(JavaManagerErrors, NameTheClassAsTheirSourceAndTheInterface)
+TEST_F(JavaManagerErrorsTest, NameTheClassAsTheirSourceAndTheInterface)
 {
     const SourceHook hook("ProgIDFromCLSID", registeredSource);
     CBeanFrame::deleteInstance();
@@ -119,7 +119,7 @@ TEST_F(JavaManagerErrors, NameTheClassAsTheirSourceAndTheInterface)
 }
 
 // Whatever failure the bean frame returns, the client gets that one.
-TEST_F(JavaManagerErrors, CarryEveryFailureToTheClient)
+TEST_F(JavaManagerErrorsTest, CarryEveryFailureToTheClient)
 {
     java.insideVoidMethods = java.insideObjectMethods = [] { AtlThrow(E_ACCESSDENIED); };
     for (const Method method : METHODS) {
@@ -133,7 +133,7 @@ TEST_F(JavaManagerErrors, CarryEveryFailureToTheClient)
     java.insideVoidMethods = java.insideObjectMethods = nullptr;
 }
 
-TEST_F(JavaManagerErrors, NegativeResultsAreFailuresAndAllOthersSuccesses)
+TEST_F(JavaManagerErrorsTest, NegativeResultsAreFailuresAndAllOthersSuccesses)
 {
     for (const HRESULT success : {S_OK, S_FALSE, static_cast<HRESULT>(0x7FFFFFFF)}) {
         EXPECT_EQ(provideErrorInfo(success), S_OK);
@@ -147,7 +147,7 @@ TEST_F(JavaManagerErrors, NegativeResultsAreFailuresAndAllOthersSuccesses)
     EXPECT_THAT(linesWith(lines(), "Providing"), SizeIs(4));
 }
 
-TEST_F(JavaManagerErrors, SuccessLeavesTheCollectedTextToTheNextFailure)
+TEST_F(JavaManagerErrorsTest, SuccessLeavesTheCollectedTextToTheNextFailure)
 {
     const CComPtr<Object> other = create(); // its constructor has an error line
     EXPECT_EQ(object->validate(), S_OK);
@@ -159,7 +159,7 @@ TEST_F(JavaManagerErrors, SuccessLeavesTheCollectedTextToTheNextFailure)
 }
 
 // The sinks have heard of the text before the call turns out to fail.
-TEST_F(JavaManagerErrors, FailingTestBridgeFiresFirst)
+TEST_F(JavaManagerErrorsTest, FailingTestBridgeFiresFirst)
 {
     advise(object, first);
     first.onCall = [&] { EXPECT_THAT(linesWith(lines(), "provideErrorInfo"), IsEmpty()); };
@@ -169,7 +169,7 @@ TEST_F(JavaManagerErrors, FailingTestBridgeFiresFirst)
 }
 
 // Each object has its own sinks; what Java raises goes to those of the process's object.
-TEST_F(JavaManagerErrors, TestBridgeAnswersTheSinksOfTheObjectThatWasCalled)
+TEST_F(JavaManagerErrorsTest, TestBridgeAnswersTheSinksOfTheObjectThatWasCalled)
 {
     const CComPtr<Object> other = create();
     advise(object, first);
@@ -184,7 +184,7 @@ TEST_F(JavaManagerErrors, TestBridgeAnswersTheSinksOfTheObjectThatWasCalled)
     EXPECT_THAT(second.calls, SizeIs(1));
 }
 
-TEST_F(JavaManagerErrors, ExhaustedMemoryForTheTextOfTheTestBridge)
+TEST_F(JavaManagerErrorsTest, ExhaustedMemoryForTheTextOfTheTestBridge)
 {
     advise(object, first);
     java.jni.takeCalls();
@@ -196,7 +196,7 @@ TEST_F(JavaManagerErrors, ExhaustedMemoryForTheTextOfTheTestBridge)
     EXPECT_THAT(java.jni.takeCalls(), IsEmpty());
 }
 
-TEST_F(JavaManagerErrors, ExhaustedMemoryForTheCopyOfAnEventIsRaised)
+TEST_F(JavaManagerErrorsTest, ExhaustedMemoryForTheCopyOfAnEventIsRaised)
 {
     advise(object, first);
     const ULONG references = first.references;
@@ -216,7 +216,7 @@ TEST_F(JavaManagerErrors, ExhaustedMemoryForTheCopyOfAnEventIsRaised)
     EXPECT_THAT(first.calls, IsEmpty());
 }
 
-TEST_F(JavaManagerErrors, CopyOfAnEventIsClearedBeforeItsSinkIsReleased)
+TEST_F(JavaManagerErrorsTest, CopyOfAnEventIsClearedBeforeItsSinkIsReleased)
 {
     advise(object, first);
     advise(object, second);

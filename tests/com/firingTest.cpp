@@ -12,7 +12,7 @@ using testing::IsEmpty;
 
 using Call = RecordingSink::Call;
 
-class Firing : public ComWorld
+class FiringTest : public ComWorld
 {
 protected:
     void SetUp() override
@@ -31,13 +31,13 @@ protected:
     CComPtr<Object> object;
 };
 
-TEST_F(Firing, WithoutSinkIsNothing)
+TEST_F(FiringTest, WithoutSinkIsNothing)
 {
     EXPECT_EQ(fire(), S_OK);
     EXPECT_THAT(stream.lines(), testing::SizeIs(0));
 }
 
-TEST_F(Firing, EachEventHasItsNumberAndOneText)
+TEST_F(FiringTest, EachEventHasItsNumberAndOneText)
 {
     advise(object, first);
     EXPECT_EQ(object->Fire_testBridgeEvent(CComBSTR(L"bridge")), S_OK);
@@ -46,7 +46,7 @@ TEST_F(Firing, EachEventHasItsNumberAndOneText)
     EXPECT_THAT(first.calls, ElementsAre(Call{2, "bridge"}, Call{3, "ready"}, Call{4, "custom"}));
 }
 
-TEST_F(Firing, EachSinkGetsACopyOfTheText)
+TEST_F(FiringTest, EachSinkGetsACopyOfTheText)
 {
     advise(object, first);
     advise(object, second);
@@ -63,7 +63,7 @@ TEST_F(Firing, EachSinkGetsACopyOfTheText)
     EXPECT_STREQ(text.m_str, L"shared");
 }
 
-TEST_F(Firing, NullAndEmptyTextsAreStrings)
+TEST_F(FiringTest, NullAndEmptyTextsAreStrings)
 {
     advise(object, first);
     EXPECT_EQ(object->Fire_customEvent(nullptr), S_OK);
@@ -71,7 +71,7 @@ TEST_F(Firing, NullAndEmptyTextsAreStrings)
     EXPECT_THAT(first.calls, ElementsAre(Call{4, ""}, Call{4, ""}));
 }
 
-TEST_F(Firing, SinkIsHeldDuringItsCall)
+TEST_F(FiringTest, SinkIsHeldDuringItsCall)
 {
     advise(object, first);
     const ULONG before = first.references;
@@ -80,7 +80,7 @@ TEST_F(Firing, SinkIsHeldDuringItsCall)
     EXPECT_EQ(first.references, before);
 }
 
-TEST_F(Firing, FailingSinkDoesNotStopTheNextAndTheLastResultCounts)
+TEST_F(FiringTest, FailingSinkDoesNotStopTheNextAndTheLastResultCounts)
 {
     first.answer = E_ACCESSDENIED;
     advise(object, first);
@@ -96,7 +96,7 @@ TEST_F(Firing, FailingSinkDoesNotStopTheNextAndTheLastResultCounts)
     EXPECT_THAT(second.calls, testing::SizeIs(3)) << "it stays connected";
 }
 
-TEST_F(Firing, ResultOfTheLastSinkIsThatOfEveryEvent)
+TEST_F(FiringTest, ResultOfTheLastSinkIsThatOfEveryEvent)
 {
     advise(object, first);
     const CComBSTR text(L"text");
@@ -112,7 +112,7 @@ TEST_F(Firing, ResultOfTheLastSinkIsThatOfEveryEvent)
     }
 }
 
-TEST_F(Firing, EmptySlotsArePassedOver)
+TEST_F(FiringTest, EmptySlotsArePassedOver)
 {
     const DWORD cookie = advise(object, first);
     advise(object, second);
@@ -124,7 +124,7 @@ TEST_F(Firing, EmptySlotsArePassedOver)
     EXPECT_EQ(fire(), S_OK) << "nothing but empty slots";
 }
 
-TEST_F(Firing, CookiesArePositions)
+TEST_F(FiringTest, CookiesArePositions)
 {
     EXPECT_EQ(advise(object, first), 1u);
     EXPECT_EQ(advise(object, second), 2u);
@@ -133,7 +133,7 @@ TEST_F(Firing, CookiesArePositions)
     EXPECT_EQ(advise(object, third), 1u);
 }
 
-TEST_F(Firing, ManySinksAreCalledInTheOrderOfTheirCookies)
+TEST_F(FiringTest, ManySinksAreCalledInTheOrderOfTheirCookies)
 {
     std::array<RecordingSink, 20> sinks;
     std::vector<DWORD> order;
@@ -149,7 +149,7 @@ TEST_F(Firing, ManySinksAreCalledInTheOrderOfTheirCookies)
     EXPECT_EQ(sinks.back().references, 0u);
 }
 
-TEST_F(Firing, ConnectionsAreTheOccupiedSlotsWithTheirCookies)
+TEST_F(FiringTest, ConnectionsAreTheOccupiedSlotsWithTheirCookies)
 {
     advise(object, first);
     advise(object, second);
@@ -171,7 +171,7 @@ TEST_F(Firing, ConnectionsAreTheOccupiedSlotsWithTheirCookies)
     data[1].pUnk->Release();
 }
 
-TEST_F(Firing, SinkThatUnadvisesItselfLeavesTheOthers)
+TEST_F(FiringTest, SinkThatUnadvisesItselfLeavesTheOthers)
 {
     advise(object, first);
     const DWORD cookie = advise(object, second);
@@ -186,7 +186,7 @@ TEST_F(Firing, SinkThatUnadvisesItselfLeavesTheOthers)
     EXPECT_THAT(third.calls, ElementsAre(Call{4, "one"}, Call{4, "two"}));
 }
 
-TEST_F(Firing, SinkThatUnadvisesALaterOneIsTheLastToBeCalled)
+TEST_F(FiringTest, SinkThatUnadvisesALaterOneIsTheLastToBeCalled)
 {
     advise(object, first);
     const DWORD cookie = advise(object, second);
@@ -196,7 +196,7 @@ TEST_F(Firing, SinkThatUnadvisesALaterOneIsTheLastToBeCalled)
     EXPECT_THAT(second.calls, IsEmpty());
 }
 
-TEST_F(Firing, SinkAdvisedDuringTheCallIsCalledFromTheNextOn)
+TEST_F(FiringTest, SinkAdvisedDuringTheCallIsCalledFromTheNextOn)
 {
     advise(object, first);
     first.onCall = [&] {
@@ -209,7 +209,7 @@ TEST_F(Firing, SinkAdvisedDuringTheCallIsCalledFromTheNextOn)
     EXPECT_THAT(second.calls, ElementsAre(Call{4, "two"}));
 }
 
-TEST_F(Firing, SinkMayFireAnew)
+TEST_F(FiringTest, SinkMayFireAnew)
 {
     advise(object, first);
     advise(object, second);
@@ -222,7 +222,7 @@ TEST_F(Firing, SinkMayFireAnew)
     EXPECT_THAT(second.calls, ElementsAre(Call{4, "inner"}, Call{4, "outer"}));
 }
 
-TEST_F(Firing, SinksGoWithTheObject)
+TEST_F(FiringTest, SinksGoWithTheObject)
 {
     advise(object, first);
     advise(object, second);
@@ -231,7 +231,7 @@ TEST_F(Firing, SinksGoWithTheObject)
     EXPECT_EQ(second.references, 0u);
 }
 
-TEST_F(Firing, ReachesTheObjectsOwnSinksThroughTheEventTarget)
+TEST_F(FiringTest, ReachesTheObjectsOwnSinksThroughTheEventTarget)
 {
     advise(object, first);
     EventTarget* const target = eventTarget();
@@ -244,7 +244,7 @@ TEST_F(Firing, ReachesTheObjectsOwnSinksThroughTheEventTarget)
 }
 
 // The queue holds the object while it fires: the client may give up its last reference inside its sink.
-TEST_F(Firing, ClientMayReleaseTheObjectInsideItsSink)
+TEST_F(FiringTest, ClientMayReleaseTheObjectInsideItsSink)
 {
     NativeEnvironment environment;
     advise(object, first);

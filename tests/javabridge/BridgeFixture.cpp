@@ -47,8 +47,8 @@ const std::string CLASS_NAMES[] = {"CBridgeClient  ", "CJavaManagerJNIClient  "}
 
 const ListenerNatives& listenerNatives()
 {
-    static const ListenerNatives natives = {testBridgeEvent, onControlReady, onCustomEvent};
-    return natives;
+    static const ListenerNatives NATIVES = {testBridgeEvent, onControlReady, onCustomEvent};
+    return NATIVES;
 }
 
 Strings operator+(Strings left, const Strings& right)
@@ -135,7 +135,7 @@ Strings ClientLog::take(bool wantScopes)
     Strings result;
     bool isBacktrace = false;
     for (const fixtures::LogLine& line : m_stream.lines()) {
-        isBacktrace = line.body == fixtures::beginBanner || (isBacktrace && line.body != fixtures::endBanner);
+        isBacktrace = line.body == fixtures::BEGIN_BANNER || (isBacktrace && line.body != fixtures::END_BANNER);
         const size_t begin = line.body.find_first_not_of(' ');
         const std::string marker = begin == std::string::npos ? "" : line.body.substr(begin, 3);
         const bool isScope = marker == "-> " || marker == "<- ";
@@ -164,7 +164,7 @@ Strings ClientLog::takeSteps()
     bool isBacktrace = false;
     size_t destructorDepth = std::string::npos;
     for (const fixtures::LogLine& line : m_stream.lines()) {
-        isBacktrace = line.body == fixtures::beginBanner || (isBacktrace && line.body != fixtures::endBanner);
+        isBacktrace = line.body == fixtures::BEGIN_BANNER || (isBacktrace && line.body != fixtures::END_BANNER);
         const size_t depth = line.body.find_first_not_of(' ');
         if (line.level.empty() || isBacktrace || (destructorDepth != std::string::npos && depth > destructorDepth)) {
             continue;

@@ -196,7 +196,7 @@ struct RecordingFunctions
     static jboolean JNICALL exceptionCheck(JNIEnv*)
     {
         self().record("ExceptionCheck()");
-        return self().isPending();
+        return static_cast<jboolean>(self().isPending());
     }
 
     static jthrowable JNICALL exceptionOccurred(JNIEnv*)
@@ -242,7 +242,7 @@ struct RecordingFunctions
 
 RecordingJni::RecordingJni()
 {
-    static const JNINativeInterface_ functions = [] {
+    static const JNINativeInterface_ FUNCTIONS = [] {
         JNINativeInterface_ table = unexpectedJniTable();
         table.FindClass = RecordingFunctions::findClass;
         table.GetMethodID = RecordingFunctions::getMethodID;
@@ -262,14 +262,14 @@ RecordingJni::RecordingJni()
         table.GetObjectClass = RecordingFunctions::getObjectClass;
         return table;
     }();
-    static const JNIInvokeInterface_ invocation = [] {
+    static const JNIInvokeInterface_ INVOCATION = [] {
         JNIInvokeInterface_ table = unexpectedInvocationTable();
         table.AttachCurrentThread = RecordingFunctions::attachCurrentThread;
         table.DetachCurrentThread = RecordingFunctions::detachCurrentThread;
         return table;
     }();
-    m_env.functions = &functions;
-    m_vm.functions = &invocation;
+    m_env.functions = &FUNCTIONS;
+    m_vm.functions = &INVOCATION;
     s_current = this;
 }
 

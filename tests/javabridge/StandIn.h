@@ -6,7 +6,7 @@
 class RuntimeFolder
 {
 public:
-    RuntimeFolder() { std::filesystem::create_directories(folder.path("bin\\server")); }
+    RuntimeFolder() { std::filesystem::create_directories(m_folder.path("bin\\server")); }
 
     // Puts the stand-in ("jvm.dll", "nojvm.dll") in place.
     void install(const std::string& standIn)
@@ -14,14 +14,14 @@ public:
         std::filesystem::copy_file(std::filesystem::path(besideExecutable("")).parent_path() / standIn, library());
     }
     void installBytes(const std::string& bytes) { std::ofstream(library(), std::ios::binary) << bytes; }
-    void order(const std::string& orders) { std::ofstream(folder.path("bin\\server\\jvm.orders")) << orders; }
+    void order(const std::string& orders) { std::ofstream(m_folder.path("bin\\server\\jvm.orders")) << orders; }
 
-    std::string bin() const { return folder.path("bin"); }
-    std::string library() const { return folder.path("bin\\server\\jvm.dll"); }
+    std::string bin() const { return m_folder.path("bin"); }
+    std::string library() const { return m_folder.path("bin\\server\\jvm.dll"); }
     // What the stand-in wrote down.
     Strings record() const
     {
-        std::string text = fixtures::readFile(folder.path("bin\\server\\jvm.record"));
+        std::string text = fixtures::readFile(m_folder.path("bin\\server\\jvm.record"));
         std::erase(text, '\r');
         return fixtures::splitLines(text);
     }
@@ -51,7 +51,7 @@ public:
     }
 
 private:
-    fixtures::TemporaryFolder folder;
+    fixtures::TemporaryFolder m_folder;
 };
 
 // A machine started from the stand-in, with a registry and a Logger of the test's own.

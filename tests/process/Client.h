@@ -121,8 +121,9 @@ SCallResult call(IDispatch* object, DISPID member, const Arguments&... arguments
 {
     const CArgument converted[] = {CArgument(arguments)..., CArgument(0)};
     std::vector<const VARIANT*> pointers;
-    for (size_t index = 0; index < sizeof...(arguments); ++index)
+    for (size_t index = 0; index < sizeof...(arguments); ++index) {
         pointers.push_back(&converted[index].variant());
+    }
     return invoke(object, member, pointers);
 }
 DISPID memberId(IDispatch* object, const wchar_t* name);

@@ -26,8 +26,9 @@ CDebugMonitor::CDebugMonitor()
     , m_changed(CreateEventA(nullptr, FALSE, FALSE, nullptr))
     , m_stop(CreateEventA(nullptr, TRUE, FALSE, nullptr))
 {
-    if (!m_mutexOfSenders || !m_mapping || !m_bufferReady || !m_dataReady)
+    if (m_mutexOfSenders == nullptr || m_mapping == nullptr || m_bufferReady == nullptr || m_dataReady == nullptr) {
         throw std::runtime_error("the debugger stream cannot be read");
+    }
     m_collector = std::thread([this] { collect(); });
 }
 
@@ -38,8 +39,9 @@ CDebugMonitor::~CDebugMonitor()
 
 void CDebugMonitor::stop()
 {
-    if (!m_collector.joinable())
+    if (!m_collector.joinable()) {
         return;
+    }
     SetEvent(m_stop);
     m_collector.join();
     m_bufferReady.Close();
@@ -54,12 +56,14 @@ void CDebugMonitor::collect()
     SetEvent(m_bufferReady);
     while (WaitForMultipleObjects(2, handles, FALSE, INFINITE) != WAIT_OBJECT_0) {
         Line line{page->process, std::string(page->text, strnlen(page->text, sizeof page->text))};
-        if (line.text.ends_with('\n'))
+        if (line.text.ends_with('\n')) {
             line.text.pop_back();
+        }
         {
             const std::lock_guard lock(m_mutex);
-            if (line.text.starts_with(SERVER_LINE) && !m_senders.contains(line.process))
+            if (line.text.starts_with(SERVER_LINE) && !m_senders.contains(line.process)) {
                 m_senders.emplace(line.process, std::make_shared<CProcess>(line.process));
+            }
             m_lines.push_back(std::move(line));
         }
         SetEvent(m_bufferReady);
@@ -79,8 +83,9 @@ std::vector<std::string> CDebugMonitor::lines(DWORD process) const
     const std::lock_guard lock(m_mutex);
     std::vector<std::string> texts;
     for (const Line& line : m_lines) {
-        if (line.process == process)
+        if (line.process == process) {
             texts.push_back(line.text);
+        }
     }
     return texts;
 }

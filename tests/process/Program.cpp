@@ -25,11 +25,13 @@ bool pumpUntil(const std::function<bool()>& done, const std::vector<HANDLE>& han
             TranslateMessage(&message);
             DispatchMessageA(&message);
         }
-        if (done())
+        if (done()) {
             return true;
+        }
         const ULONGLONG now = GetTickCount64();
-        if (now >= deadline)
+        if (now >= deadline) {
             return false;
+        }
         MsgWaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE, static_cast<DWORD>(deadline - now),
                                   QS_ALLINPUT);
     }
@@ -42,8 +44,9 @@ std::vector<DWORD> processesNamed(const char* executable)
     PROCESSENTRY32 entry = {};
     entry.dwSize = sizeof entry;
     for (BOOL more = Process32First(snapshot, &entry); more; more = Process32Next(snapshot, &entry)) {
-        if (_stricmp(entry.szExeFile, executable) == 0)
+        if (_stricmp(entry.szExeFile, executable) == 0) {
             found.push_back(entry.th32ProcessID);
+        }
     }
     return found;
 }
@@ -59,14 +62,16 @@ std::string programFolder()
 CProcess::CProcess(DWORD id)
     : CProcess(id, OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION | PROCESS_TERMINATE, FALSE, id))
 {
-    if (!m_handle)
+    if (m_handle == nullptr) {
         throw lastError("OpenProcess of " + std::to_string(id));
+    }
 }
 
 std::optional<DWORD> CProcess::exitCode(DWORD limit) const
 {
-    if (!pumpUntil([&] { return !isRunning(); }, {m_handle}, limit))
+    if (!pumpUntil([&] { return !isRunning(); }, {m_handle}, limit)) {
         return std::nullopt;
+    }
     DWORD code = 0;
     GetExitCodeProcess(m_handle, &code);
     return code;
@@ -80,8 +85,9 @@ CProgram::CProgram(std::string commandLine, const char* folder)
     HANDLE childOutput = nullptr;
     HANDLE input = nullptr;
     HANDLE output = nullptr;
-    if (!CreatePipe(&childInput, &input, &inherited, 0) || !CreatePipe(&output, &childOutput, &inherited, 0))
+    if (!CreatePipe(&childInput, &input, &inherited, 0) || !CreatePipe(&output, &childOutput, &inherited, 0)) {
         throw lastError("CreatePipe");
+    }
     m_input.Attach(input);
     m_output.Attach(output);
     const ATL::CHandle ends[] = {ATL::CHandle(childInput), ATL::CHandle(childOutput)};
@@ -95,8 +101,9 @@ CProgram::CProgram(std::string commandLine, const char* folder)
     startup.hStdOutput = childOutput;
     startup.hStdError = childOutput;
     PROCESS_INFORMATION started = {};
-    if (!CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, folder, &startup, &started))
+    if (!CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, folder, &startup, &started)) {
         throw lastError("Starting " + commandLine);
+    }
     CloseHandle(started.hThread);
     m_process.emplace(started.dwProcessId, started.hProcess);
     m_reader = std::thread([this] { readOutput(); });
@@ -104,8 +111,9 @@ CProgram::CProgram(std::string commandLine, const char* folder)
 
 CProgram::~CProgram()
 {
-    if (m_process->isRunning())
+    if (m_process->isRunning()) {
         m_process->kill(ERROR_PROCESS_ABORTED);
+    }
     m_reader.join();
 }
 
@@ -115,7 +123,7 @@ void CProgram::readOutput()
     DWORD size = 0;
     bool more = true;
     while (more) {
-        more = ReadFile(m_output, buffer, sizeof buffer, &size, nullptr) && size > 0;
+        more = ReadFile(m_output, buffer, sizeof buffer, &size, nullptr) != 0 && size > 0;
         {
             const std::lock_guard lock(m_mutex);
             m_text.append(buffer, more ? size : 0);
@@ -150,8 +158,9 @@ void CProgram::send(const std::string& line) const
 {
     DWORD written = 0;
     const std::string text = line + "\n";
-    if (!WriteFile(m_input, text.data(), static_cast<DWORD>(text.size()), &written, nullptr))
+    if (!WriteFile(m_input, text.data(), static_cast<DWORD>(text.size()), &written, nullptr)) {
         throw lastError("WriteFile to the program's input");
+    }
 }
 
 } // namespace fixtures

@@ -28,10 +28,11 @@ void deleteTree(const std::string& path)
         const std::string file = path + "\\" + name;
         const DWORD attributes = GetFileAttributesA(file.c_str());
         SetFileAttributesA(file.c_str(), FILE_ATTRIBUTE_NORMAL);
-        if (attributes & FILE_ATTRIBUTE_DIRECTORY)
+        if (attributes & FILE_ATTRIBUTE_DIRECTORY) {
             deleteTree(file);
-        else
+        } else {
             DeleteFileA(file.c_str());
+        }
     }
     RemoveDirectoryA(path.c_str());
 }
@@ -50,8 +51,9 @@ CTemporaryFolder::CTemporaryFolder(const char* name)
     GetTempPathA(MAX_PATH, temporary);
     m_path = temporary + std::string("kesta-") + std::to_string(GetCurrentProcessId()) + "-" + name;
     deleteTree(m_path);
-    if (!CreateDirectoryA(m_path.c_str(), nullptr))
+    if (!CreateDirectoryA(m_path.c_str(), nullptr)) {
         throw std::runtime_error("the folder " + m_path + " cannot be created");
+    }
 }
 
 CTemporaryFolder::~CTemporaryFolder()
@@ -75,12 +77,14 @@ std::vector<std::string> filesIn(const std::string& folder)
     std::vector<std::string> names;
     WIN32_FIND_DATAA found;
     const HANDLE search = FindFirstFileA((folder + "\\*").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE)
+    if (search == INVALID_HANDLE_VALUE) {
         return names;
+    }
     do {
         const std::string name = found.cFileName;
-        if (name != "." && name != "..")
+        if (name != "." && name != "..") {
             names.push_back(name);
+        }
     } while (FindNextFileA(search, &found));
     FindClose(search);
     std::sort(names.begin(), names.end());
@@ -90,7 +94,7 @@ std::vector<std::string> filesIn(const std::string& folder)
 int SManager::frameId() const
 {
     int id = 0;
-    EXPECT_EQ(S_OK, object->getBeanFrameID(&id));
+    EXPECT_EQ(object->getBeanFrameID(&id), S_OK);
     return id;
 }
 
@@ -111,22 +115,24 @@ void ServerTest::SetUp()
     settings.setPreference("loglevel", FULL_DETAIL);
     settings.setPreference("logpath", std::string()); // debugger stream only
     settings.setPreference("jvm_option_crash", "-XX:ErrorFile=" + folder.file("crash.log"));
-    ASSERT_EQ(0u, runServer("/RegServer"));
+    ASSERT_EQ(runServer("/RegServer"), 0u);
 }
 
 void ServerTest::TearDown()
 {
-    for (const auto& [id, server] : monitor.senders())
+    for (const auto& [id, server] : monitor.senders()) {
         m_servers.emplace(id, server);
+    }
     for (const auto& [id, server] : m_servers) {
         const auto expected = m_expectedExits.find(id);
         expectEnd(*server, expected == m_expectedExits.end() ? 0 : expected->second);
     }
     EXPECT_TRUE(processesNamed(EXECUTABLE).empty()) << "a server process is left";
-    EXPECT_EQ("", readFile(folder.file("crash.log"))) << "the virtual machine has crashed";
-    EXPECT_EQ(0u, runServer("/UnregServer"));
-    if (HasFailure())
+    EXPECT_EQ(readFile(folder.file("crash.log")), "") << "the virtual machine has crashed";
+    EXPECT_EQ(runServer("/UnregServer"), 0u);
+    if (HasFailure()) {
         std::fputs(logTail().c_str(), stdout);
+    }
 }
 
 void ServerTest::logToFile()
@@ -175,8 +181,9 @@ SManager ServerTest::create()
 {
     SManager manager;
     const HRESULT hr = create(manager);
-    if (hr != S_OK || !manager.server)
+    if (hr != S_OK || !manager.server) {
         throw std::runtime_error("JavaManager was not created: " + std::to_string(hr) + "\n" + logTail());
+    }
     return manager;
 }
 
@@ -198,8 +205,9 @@ std::vector<std::string> ServerTest::messages(DWORD process) const
 {
     std::vector<std::string> texts;
     for (const std::string& text : monitor.lines(process)) {
-        if (const auto line = parseLogLine(text))
+        if (const auto line = parseLogLine(text)) {
             texts.push_back(line->text());
+        }
     }
     return texts;
 }
@@ -222,8 +230,9 @@ std::shared_ptr<CProcess> ServerTest::waitForNewServer(const std::vector<DWORD>&
         [&] {
             for (const auto& [id, server] : monitor.senders()) {
                 if (!m_expectedExits.contains(id) && !m_servers.contains(id) &&
-                    std::find(known.begin(), known.end(), id) == known.end())
+                    std::find(known.begin(), known.end(), id) == known.end()) {
                     found = server;
+                }
             }
             return found != nullptr;
         },
@@ -238,8 +247,9 @@ std::string ServerTest::logTail() const
         return !line.text.starts_with(STREAM_PREFIX) || m_registrations.contains(line.process);
     });
     std::string text = "last lines of the servers' log:\n";
-    for (size_t index = lines.size() - std::min(lines.size(), TAIL_LINES); index < lines.size(); ++index)
+    for (size_t index = lines.size() - std::min(lines.size(), TAIL_LINES); index < lines.size(); ++index) {
         text += std::to_string(lines[index].process) + " " + lines[index].text + "\n";
+    }
     return text;
 }
 
@@ -263,8 +273,9 @@ std::vector<std::string> messagesOf(const std::string& text)
         const auto parsed = parseLogLine(line);
         messages.push_back(parsed ? parsed->text() : line);
     }
-    if (text.ends_with('\n'))
+    if (text.ends_with('\n')) {
         messages.emplace_back();
+    }
     return messages;
 }
 
@@ -282,8 +293,9 @@ std::optional<SLogLine> parseLogLine(const std::string& text)
     size_t place = text.starts_with(STREAM_PREFIX) ? sizeof STREAM_PREFIX - 1 : 0;
     SLogLine line;
     line.time = text.substr(std::min(place, text.size()), TIME_WIDTH);
-    if (line.time.size() != TIME_WIDTH || !std::isdigit(static_cast<unsigned char>(line.time[0])) || line.time[4] != '-')
+    if (line.time.size() != TIME_WIDTH || !std::isdigit(static_cast<unsigned char>(line.time[0])) || line.time[4] != '-') {
         return std::nullopt;
+    }
     place += TIME_WIDTH + 1;
     const size_t threadEnd = text.find(' ', place);
     line.thread = static_cast<DWORD>(std::stoul(text.substr(place, threadEnd - place)));
@@ -294,8 +306,9 @@ std::optional<SLogLine> parseLogLine(const std::string& text)
     place += SOURCE_WIDTH + 1;
     place = text.find(' ', place) + 1;
     const size_t end = text.find_first_not_of(' ', place);
-    if (end == std::string::npos)
+    if (end == std::string::npos) {
         return line;
+    }
     const std::string marker = text.substr(end, MARKER_WIDTH);
     if (marker == "-> " || marker == "<- ") {
         line.marker = marker.substr(0, 2);

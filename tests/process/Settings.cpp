@@ -13,8 +13,9 @@ constexpr char PREFERENCES_KEY[] = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt
 FARPROC wineFunction(const char* module, const char* name)
 {
     const FARPROC function = GetProcAddress(GetModuleHandleA(module), name);
-    if (!function)
+    if (function == nullptr) {
         throw std::runtime_error("these tests change the registry and run under Wine only");
+    }
     return function;
 }
 
@@ -23,8 +24,9 @@ class CKey
 public:
     CKey(HKEY root, const std::string& path, REGSAM access)
     {
-        if (RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0, access, nullptr, &m_key, nullptr) != ERROR_SUCCESS)
+        if (RegCreateKeyExA(root, path.c_str(), 0, nullptr, 0, access, nullptr, &m_key, nullptr) != ERROR_SUCCESS) {
             throw std::runtime_error("cannot write the registry key " + path);
+        }
     }
     ~CKey() { RegCloseKey(m_key); }
     CKey(const CKey&) = delete;
@@ -62,8 +64,9 @@ std::string windowsPath(const std::string& unixPath)
     const auto convert = reinterpret_cast<Convert>(reinterpret_cast<void*>(wineFunction("kernel32", "wine_get_dos_file_name")));
     WCHAR* const wide = convert(unixPath.c_str());
     char narrow[MAX_PATH] = {};
-    if (wide)
+    if (wide != nullptr) {
         WideCharToMultiByte(CP_ACP, 0, wide, -1, narrow, sizeof narrow, nullptr, nullptr);
+    }
     HeapFree(GetProcessHeap(), 0, wide);
     return narrow;
 }
@@ -71,8 +74,9 @@ std::string windowsPath(const std::string& unixPath)
 std::string runtimeLibrary(int version)
 {
     const char* const folder = std::getenv(("KESTA_JAVA_" + std::to_string(version)).c_str());
-    if (!folder)
+    if (folder == nullptr) {
         throw std::runtime_error("KESTA_JAVA_" + std::to_string(version) + " is not set: run inside the tool environment");
+    }
     return windowsPath(std::string(folder) + "/bin/server/jvm.dll");
 }
 
@@ -120,8 +124,9 @@ bool keyExists(HKEY root, const std::string& path)
 {
     HKEY key = nullptr;
     const bool exists = RegOpenKeyExA(root, path.c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS;
-    if (exists)
+    if (exists) {
         RegCloseKey(key);
+    }
     return exists;
 }
 
@@ -129,8 +134,9 @@ std::string keyText(HKEY root, const std::string& path, const char* value)
 {
     char text[1024] = {};
     DWORD size = sizeof text;
-    if (RegGetValueA(root, path.c_str(), value, RRF_RT_REG_SZ, nullptr, text, &size) != ERROR_SUCCESS)
+    if (RegGetValueA(root, path.c_str(), value, RRF_RT_REG_SZ, nullptr, text, &size) != ERROR_SUCCESS) {
         return "(none)";
+    }
     return text;
 }
 

@@ -53,7 +53,7 @@ Lines operator+(Lines left, const Lines& right)
 TEST_F(ServerTest, ScriptCallsEveryMethodAndPrintsTheTextOfAFailingOne)
 {
     CProgram script("cscript.exe //nologo \"" + programFolder() + "\\allMethods.vbs\"");
-    EXPECT_EQ(0u, script.process().exitCode());
+    EXPECT_EQ(script.process().exitCode(), 0u);
     const auto servers = monitor.senders();
     const std::string output = script.output();
     const std::string beginOfText = "callMethod failed as it should, error 0x80004005:\n";
@@ -112,12 +112,13 @@ TEST_F(ServerTest, LateBoundCallsByNameAndMemberId)
                                   L"testBridge",
                                   L"enable",
                                   L"pushWindowHandle"};
-    for (size_t index = 0; index < NAMES.size(); ++index)
+    for (size_t index = 0; index < NAMES.size(); ++index) {
         EXPECT_EQ(static_cast<DISPID>(index + 3), memberId(object, NAMES[index]));
-    EXPECT_EQ(DISPID_UNKNOWN, memberId(object, L"noSuchMethod"));
+    }
+    EXPECT_EQ(memberId(object, L"noSuchMethod"), DISPID_UNKNOWN);
 
     const auto expect = [](const SCallResult& outcome, const std::string& answer) {
-        EXPECT_EQ(S_OK, outcome.result) << outcome.description;
+        EXPECT_EQ(outcome.result, S_OK) << outcome.description;
         EXPECT_EQ(answer, outcome.answer);
     };
     expect(call(object, 3, "echo", "Hello"), "Hello");
@@ -144,8 +145,8 @@ TEST_F(ServerTest, FailingCallTellsItsWholeBacktraceOnce)
     SManager manager = create();
     const int frameId = manager.frameId();
     SCallResult failed = call(manager.object, 3, "throw", "on purpose");
-    EXPECT_EQ(E_FAIL, failed.result);
-    EXPECT_EQ("KESTAserver.JavaManager.1", failed.source);
+    EXPECT_EQ(failed.result, E_FAIL);
+    EXPECT_EQ(failed.source, "KESTAserver.JavaManager.1");
     EXPECT_EQ(textOfStart(buildFolder() + "\\ORVANEControl.jar") +
                   textOfThrowing("throw", "on purpose", "java.lang.IllegalStateException: on purpose", frameId) + Lines{""},
               messagesOf(failed.description));
@@ -157,9 +158,9 @@ TEST_F(ServerTest, FailingCallTellsItsWholeBacktraceOnce)
 
     // A failure without an error line has an empty text.
     failed = call(manager.object, 17, "error-x", 1, 0);
-    EXPECT_EQ(E_FAIL, failed.result);
-    EXPECT_EQ("", failed.description);
-    EXPECT_EQ("still there", callMethod(manager.object, "echo", "still there"));
+    EXPECT_EQ(failed.result, E_FAIL);
+    EXPECT_EQ(failed.description, "");
+    EXPECT_EQ(callMethod(manager.object, "echo", "still there"), "still there");
     manager.object.Release();
 }
 
@@ -167,17 +168,17 @@ TEST_F(ServerTest, NullsAndTextOutsideAsciiCrossAsTheyAlwaysDid)
 {
     SManager manager = create();
     CComBSTR answer(L"before");
-    EXPECT_EQ(S_OK, manager->callMethod(CComBSTR(L"returnNull"), CComBSTR(L""), &answer));
-    EXPECT_EQ(0u, answer.Length());
-    EXPECT_EQ(S_OK, manager->callMethod(CComBSTR(L"echo"), nullptr, &answer));
-    EXPECT_EQ(0u, answer.Length());
-    EXPECT_EQ(S_OK, manager->getProperty(CComBSTR(L"unknown"), &answer));
-    EXPECT_EQ(0u, answer.Length());
+    EXPECT_EQ(manager->callMethod(CComBSTR(L"returnNull"), CComBSTR(L""), &answer), S_OK);
+    EXPECT_EQ(answer.Length(), 0u);
+    EXPECT_EQ(manager->callMethod(CComBSTR(L"echo"), nullptr, &answer), S_OK);
+    EXPECT_EQ(answer.Length(), 0u);
+    EXPECT_EQ(manager->getProperty(CComBSTR(L"unknown"), &answer), S_OK);
+    EXPECT_EQ(answer.Length(), 0u);
 
     // Each byte of the text in the system's code page becomes one Java character, and comes back as the bytes of its UTF-8 form.
-    ASSERT_EQ(1252u, GetACP());
-    EXPECT_EQ(S_OK, manager->callMethod(CComBSTR(L"echo"), CComBSTR(L"\u00fc-\u00f6"), &answer));
-    EXPECT_STREQ(L"\u00c3\u00bc-\u00c3\u00b6", answer.m_str);
+    ASSERT_EQ(GetACP(), 1252u);
+    EXPECT_EQ(manager->callMethod(CComBSTR(L"echo"), CComBSTR(L"\u00fc-\u00f6"), &answer), S_OK);
+    EXPECT_STREQ(answer.m_str, L"\u00c3\u00bc-\u00c3\u00b6");
     manager.object.Release();
 }
 
@@ -185,12 +186,12 @@ TEST_F(ServerTest, OnlyVariantTrueEnables)
 {
     SManager manager = create();
     const std::string frame = "-> CBeanFrame " + std::to_string(manager.frameId()) + " setEnabled ";
-    EXPECT_EQ(S_OK, manager->enable(VARIANT_TRUE));
-    EXPECT_EQ(1u, countMessages(manager.server->id(), frame + "1"));
-    EXPECT_EQ(S_OK, manager->enable(1));
-    EXPECT_EQ(1u, countMessages(manager.server->id(), frame + "0"));
-    EXPECT_EQ(S_OK, manager->enable(VARIANT_FALSE));
-    EXPECT_EQ(2u, countMessages(manager.server->id(), frame + "0"));
+    EXPECT_EQ(manager->enable(VARIANT_TRUE), S_OK);
+    EXPECT_EQ(countMessages(manager.server->id(), frame + "1"), 1u);
+    EXPECT_EQ(manager->enable(1), S_OK);
+    EXPECT_EQ(countMessages(manager.server->id(), frame + "0"), 1u);
+    EXPECT_EQ(manager->enable(VARIANT_FALSE), S_OK);
+    EXPECT_EQ(countMessages(manager.server->id(), frame + "0"), 2u);
     manager.object.Release();
 }
 

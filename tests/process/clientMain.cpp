@@ -18,24 +18,29 @@ constexpr size_t EVENTS_BEFORE_DEATH = 20;
 int serve(const std::string& role)
 {
     ATL::CComPtr<IJavaManager> manager;
-    if (FAILED(manager.CoCreateInstance(CLSID_JavaManager, CLSCTX_LOCAL_SERVER)))
+    if (FAILED(manager.CoCreateInstance(CLSID_JavaManager, CLSCTX_LOCAL_SERVER))) {
         return 1;
+    }
     int frameId = 0;
-    if (FAILED(manager->getBeanFrameID(&frameId)))
+    if (FAILED(manager->getBeanFrameID(&frameId))) {
         return 2;
+    }
     CSink sink;
     CConnection connection(manager, sink);
     CClientWindow window;
     if (role != "hold-unpushed") {
-        if (!window.takeIn(frameId) || FAILED(manager->pushWindowHandle(window.handle())))
+        if (!window.takeIn(frameId) || FAILED(manager->pushWindowHandle(window.handle()))) {
             return 3;
-        if (!pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }))
+        }
+        if (!pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); })) {
             return 4;
+        }
     }
     if (role == "die-in-sink") {
         sink.reaction = [&](const CSink::Event&) {
-            if (sink.events.size() > EVENTS_BEFORE_DEATH)
+            if (sink.events.size() > EVENTS_BEFORE_DEATH) {
                 TerminateProcess(GetCurrentProcess(), EXIT_CODE_OF_DEATH);
+            }
         };
         callMethod(manager, "startTimer", "1");
     }

@@ -17,8 +17,9 @@ protected:
     {
         for (const std::string& text : monitor.lines(process)) {
             const auto line = parseLogLine(text);
-            if (line && line->marker == "->" && line->message.starts_with("WinMain "))
+            if (line && line->marker == "->" && line->message.starts_with("WinMain ")) {
                 return line->thread;
+            }
         }
         return 0;
     }
@@ -29,8 +30,9 @@ protected:
         std::set<DWORD> threads;
         for (const std::string& text : monitor.lines(process)) {
             const auto line = parseLogLine(text);
-            if (line && line->message.starts_with(beginning))
+            if (line && line->message.starts_with(beginning)) {
                 threads.insert(line->thread);
+            }
         }
         return threads;
     }
@@ -61,14 +63,14 @@ TEST_F(EventTest, ClickOnTheButtonReachesTheSinkOnTheServersMainThread)
     CSink sink;
     CConnection connection(manager.object, sink);
     ASSERT_TRUE(window.takeIn(manager.frameId()));
-    ASSERT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
+    ASSERT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
     ASSERT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
-    EXPECT_EQ("typed", callMethod(manager.object, "setText", "typed"));
+    EXPECT_EQ(callMethod(manager.object, "setText", "typed"), "typed");
 
     // The button stands in the control's lower right corner.
     const HWND frame =
         FindWindowExA(window.pane(), nullptr, nullptr, ("kesta_frame_" + std::to_string(manager.frameId())).c_str());
-    ASSERT_NE(nullptr, frame);
+    ASSERT_NE(frame, nullptr);
     RECT pane = {};
     RECT area = {};
     GetClientRect(window.pane(), &pane);
@@ -86,7 +88,7 @@ TEST_F(EventTest, ClickOnTheButtonReachesTheSinkOnTheServersMainThread)
     EXPECT_EQ(std::set<DWORD>{mainThread(id)}, threadsOf(id, frameLine + "processOnCustomEvent button: typed"));
     // It was raised on another one, Java's event thread.
     const std::set<DWORD> raised = threadsOf(id, frameLine + "enqueueOnCustomEvent button: typed");
-    EXPECT_EQ(1u, raised.size());
+    EXPECT_EQ(raised.size(), 1u);
     EXPECT_FALSE(raised.contains(mainThread(id)));
 }
 
@@ -96,7 +98,7 @@ TEST_F(EventTest, TestBridgeTurnsRoundAtEveryHop)
     CSink sink;
     CConnection connection(manager.object, sink);
     const auto expectAnswer = [&](const char* text, int ttl, int delay, const std::string& answer) {
-        EXPECT_EQ(S_OK, manager->testBridge(CComBSTR(text), ttl, delay));
+        EXPECT_EQ(manager->testBridge(CComBSTR(text), ttl, delay), S_OK);
         EXPECT_TRUE(pumpUntil([&] { return sink.has(TEST_BRIDGE_EVENT, answer); })) << answer;
     };
     expectAnswer("abc", 1, 0, "abcSs");
@@ -108,9 +110,9 @@ TEST_F(EventTest, TestBridgeTurnsRoundAtEveryHop)
     expectAnswer("late", 5, 500, "lateSJBbjs");
     EXPECT_LE(begin + 500, sink.events.back().time);
 
-    EXPECT_EQ(E_FAIL, manager->testBridge(CComBSTR("error-x"), 1, 0));
+    EXPECT_EQ(manager->testBridge(CComBSTR("error-x"), 1, 0), E_FAIL);
     EXPECT_TRUE(pumpUntil([&] { return sink.has(TEST_BRIDGE_EVENT, "error-xSs"); }));
-    EXPECT_EQ(6u, sink.events.size());
+    EXPECT_EQ(sink.events.size(), 6u);
     connection.end();
     release(manager);
 }
@@ -127,12 +129,12 @@ TEST_F(EventTest, TenThousandEventsFromFourThreadsReachTwoSinks)
     const auto all = [&] { return sinks[0].events.size() >= THREADS * EVENTS && sinks[1].events.size() >= THREADS * EVENTS; };
 
     const ULONGLONG begin = GetTickCount64();
-    EXPECT_EQ("10000", callMethod(manager.object, "burst", "2500;4"));
+    EXPECT_EQ(callMethod(manager.object, "burst", "2500;4"), "10000");
     EXPECT_TRUE(pumpUntil(all, {}, 2 * TIME_LIMIT)) << sinks[0].events.size() << " and " << sinks[1].events.size() << " events";
     const ULONGLONG time = GetTickCount64() - begin;
 
     // One that is raised after all others, and the end of the process, show that nothing follows.
-    EXPECT_EQ("last", callMethod(manager.object, "raise", "last"));
+    EXPECT_EQ(callMethod(manager.object, "raise", "last"), "last");
     EXPECT_TRUE(pumpUntil([&] { return sinks[1].has(CUSTOM_EVENT, "last"); }));
     first.end();
     second.end();
@@ -140,13 +142,14 @@ TEST_F(EventTest, TenThousandEventsFromFourThreadsReachTwoSinks)
     for (const CSink& sink : sinks) {
         std::multiset<std::string> expected = {"last"};
         for (size_t thread = 1; thread <= THREADS; ++thread) {
-            for (size_t number = 1; number <= EVENTS; ++number)
+            for (size_t number = 1; number <= EVENTS; ++number) {
                 expected.insert("burst 1." + std::to_string(thread) + "." + std::to_string(number));
+            }
         }
         std::multiset<std::string> received;
         for (const CSink::Event& event : sink.events) {
             received.insert(event.text);
-            EXPECT_EQ(CUSTOM_EVENT, event.id);
+            EXPECT_EQ(event.id, CUSTOM_EVENT);
         }
         EXPECT_TRUE(expected == received) << received.size() << " events";
     }
@@ -158,14 +161,14 @@ TEST_F(EventTest, EventsOfFourThreadsAreAllFiredOnTheMainThread)
     SManager manager = create();
     CSink sink;
     CConnection connection(manager.object, sink);
-    EXPECT_EQ("200", callMethod(manager.object, "burst", "50;4"));
+    EXPECT_EQ(callMethod(manager.object, "burst", "50;4"), "200");
     EXPECT_TRUE(pumpUntil([&] { return sink.events.size() == 200; }));
     connection.end();
     release(manager);
     const DWORD id = manager.server->id();
     const std::string frameLine = "CBeanFrame " + std::to_string(id) + " ";
     EXPECT_EQ(std::set<DWORD>{mainThread(id)}, threadsOf(id, frameLine + "processOnCustomEvent burst 1."));
-    EXPECT_EQ(4u, threadsOf(id, frameLine + "enqueueOnCustomEvent burst 1.").size());
+    EXPECT_EQ(threadsOf(id, frameLine + "enqueueOnCustomEvent burst 1.").size(), 4u);
 }
 
 TEST_F(EventTest, SinkThatUnadvisesItselfGetsNothingMoreAndTheOtherEverything)
@@ -175,15 +178,15 @@ TEST_F(EventTest, SinkThatUnadvisesItselfGetsNothingMoreAndTheOtherEverything)
     CSink staying;
     CConnection first(manager.object, leaving);
     CConnection second(manager.object, staying);
-    EXPECT_EQ(1u, first.cookie());
-    EXPECT_EQ(2u, second.cookie());
+    EXPECT_EQ(first.cookie(), 1u);
+    EXPECT_EQ(second.cookie(), 2u);
     leaving.reaction = [&](const CSink::Event&) { first.end(); };
     callMethod(manager.object, "raise", "one");
     EXPECT_TRUE(pumpUntil([&] { return staying.has(CUSTOM_EVENT, "one"); }));
     callMethod(manager.object, "raise", "two");
     EXPECT_TRUE(pumpUntil([&] { return staying.has(CUSTOM_EVENT, "two"); }));
-    EXPECT_EQ(1u, leaving.events.size());
-    EXPECT_EQ(2u, staying.events.size());
+    EXPECT_EQ(leaving.events.size(), 1u);
+    EXPECT_EQ(staying.events.size(), 2u);
     second.end();
     release(manager);
 }
@@ -199,7 +202,7 @@ TEST_F(EventTest, FailingSinkDoesNotKeepTheOthersFromTheirEvents)
     callMethod(manager.object, "raise", "one");
     callMethod(manager.object, "raise", "two");
     EXPECT_TRUE(pumpUntil([&] { return working.has(CUSTOM_EVENT, "one") && working.has(CUSTOM_EVENT, "two"); }));
-    EXPECT_EQ(2u, failing.events.size());
+    EXPECT_EQ(failing.events.size(), 2u);
     first.end();
     second.end();
     release(manager);
@@ -240,11 +243,11 @@ TEST_F(EventTest, SinkThatReleasesTheObjectEndsTheServerAfterTheEventHasGoneToAl
     };
     callMethod(manager.object, "raise", "one");
     expectEnd(*manager.server);
-    EXPECT_EQ(1u, releasing.count(CUSTOM_EVENT, "one"));
-    EXPECT_EQ(1u, other.count(CUSTOM_EVENT, "one"));
+    EXPECT_EQ(releasing.count(CUSTOM_EVENT, "one"), 1u);
+    EXPECT_EQ(other.count(CUSTOM_EVENT, "one"), 1u);
     // The server has let both of them go.
-    EXPECT_EQ(0u, releasing.references());
-    EXPECT_EQ(0u, other.references());
+    EXPECT_EQ(releasing.references(), 0u);
+    EXPECT_EQ(other.references(), 0u);
 }
 
 TEST_F(EventTest, SinkThatBlocksHoldsUpOtherSinksButNotJava)
@@ -263,7 +266,7 @@ TEST_F(EventTest, SinkThatBlocksHoldsUpOtherSinksButNotJava)
         blockedAt = event.time;
         Sleep(BLOCKED); // the sink's own slowness, which is what this is about
     };
-    EXPECT_EQ("100", callMethod(manager.object, "burst", "100;1"));
+    EXPECT_EQ(callMethod(manager.object, "burst", "100;1"), "100");
     EXPECT_TRUE(pumpUntil([&] { return other.events.size() == EVENTS; }));
     first.end();
     second.end();
@@ -278,15 +281,18 @@ TEST_F(EventTest, SinkThatBlocksHoldsUpOtherSinksButNotJava)
     int longest = 0;
     for (const std::string& text : logFileLines(manager.server->id())) {
         const auto line = parseLogLine(text);
-        if (!line || !line->message.starts_with("NativeOnCustomEvent "))
+        if (!line || !line->message.starts_with("NativeOnCustomEvent ")) {
             continue;
-        if (line->marker == "->")
+        }
+        if (line->marker == "->") {
             begins.push_back(line->time);
+        }
         const size_t duration = line->message.find('[');
-        if (duration != std::string::npos)
+        if (duration != std::string::npos) {
             longest = std::max(longest, std::stoi(line->message.substr(duration + 1)));
+        }
     }
-    EXPECT_EQ(EVENTS, begins.size());
+    EXPECT_EQ(begins.size(), EVENTS);
     const auto milliseconds = [](const std::string& time) {
         return ((std::stoi(time.substr(11, 2)) * 60 + std::stoi(time.substr(14, 2))) * 60 + std::stoi(time.substr(17, 2))) *
                    1000 +
@@ -302,7 +308,7 @@ TEST_F(EventTest, SinkThatBlocksHoldsUpOtherSinksButNotJava)
 TEST_F(EventTest, StartAndReleaseWhileFourThreadsFire)
 {
     const char* const wanted = std::getenv("KESTA_CYCLES");
-    const int cycles = wanted ? std::stoi(wanted) : 5;
+    const int cycles = wanted != nullptr ? std::stoi(wanted) : 5;
     setLogLevel(WARNINGS);
     CClientWindow window;
     for (int cycle = 1; cycle <= cycles; ++cycle) {
@@ -311,20 +317,22 @@ TEST_F(EventTest, StartAndReleaseWhileFourThreadsFire)
         CSink sink;
         CConnection connection(manager.object, sink);
         if (cycle % 2 == 0) {
-            EXPECT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
+            EXPECT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
         }
         // As fast as they can, or leaving the other threads some of the machine.
-        EXPECT_EQ("400000000", callMethod(manager.object, "burst", cycle % 5 == 1 ? "100000000;4" : "100000000;4;1"));
+        EXPECT_EQ(callMethod(manager.object, "burst", cycle % 5 == 1 ? "100000000;4" : "100000000;4;1"), "400000000");
         EXPECT_TRUE(pumpUntil([&] { return sink.events.size() > 100; }));
         // Released while Java goes on, some of the times with the sink still connected.
-        if (cycle % 4 < 2)
+        if (cycle % 4 < 2) {
             connection.end();
-        else
+        } else {
             connection.abandon();
+        }
         manager.object.Release();
         expectEnd(*manager.server);
-        if (HasFailure())
+        if (HasFailure()) {
             break;
+        }
     }
 }
 

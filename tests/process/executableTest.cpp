@@ -69,8 +69,9 @@ protected:
         std::vector<std::string> names;
         for (auto* entry = directory<IMAGE_IMPORT_DESCRIPTOR>(IMAGE_DIRECTORY_ENTRY_IMPORT); entry->Name != 0; ++entry) {
             const auto* thunk = reinterpret_cast<const IMAGE_THUNK_DATA64*>(image() + entry->OriginalFirstThunk);
-            for (; thunk->u1.AddressOfData != 0; ++thunk)
+            for (; thunk->u1.AddressOfData != 0; ++thunk) {
                 names.emplace_back(text(static_cast<DWORD>(thunk->u1.AddressOfData) + sizeof(WORD)));
+            }
         }
         return names;
     }
@@ -86,8 +87,8 @@ TEST_F(ExecutableTest, CarriesScriptsLibraryAndNameWithTheirLanguages)
     EXPECT_TRUE(FindResourceA(m_module, MAKEINTRESOURCEA(1), "TYPELIB"));
     char name[64] = {};
     LoadStringA(m_module, 100, name, sizeof name);
-    EXPECT_STREQ("KESTAserver", name);
-    EXPECT_EQ(11, LoadStringA(m_module, 100, name, sizeof name));
+    EXPECT_STREQ(name, "KESTAserver");
+    EXPECT_EQ(LoadStringA(m_module, 100, name, sizeof name), 11);
     EXPECT_EQ(std::vector<WORD>{1033}, languagesOf("REGISTRY", 101));
     EXPECT_EQ(std::vector<WORD>{1031}, languagesOf("REGISTRY", 102));
     // The string tables are counted in sixteens from 1: this one holds 96 to 111. #16 is the version.
@@ -100,8 +101,8 @@ TEST_F(ExecutableTest, MayBeLoadedAnywhereAndRunsNoData)
 {
     constexpr WORD WANTED =
         IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE | IMAGE_DLLCHARACTERISTICS_HIGH_ENTROPY_VA | IMAGE_DLLCHARACTERISTICS_NX_COMPAT;
-    EXPECT_EQ(WANTED, header().DllCharacteristics & WANTED);
-    EXPECT_EQ(IMAGE_SUBSYSTEM_WINDOWS_GUI, header().Subsystem);
+    EXPECT_EQ(header().DllCharacteristics & WANTED, WANTED);
+    EXPECT_EQ(header().Subsystem, IMAGE_SUBSYSTEM_WINDOWS_GUI);
 }
 
 TEST_F(ExecutableTest, ImportsOnlyWhatWindowsHas)
@@ -110,8 +111,9 @@ TEST_F(ExecutableTest, ImportsOnlyWhatWindowsHas)
     for (auto* entry = directory<IMAGE_IMPORT_DESCRIPTOR>(IMAGE_DIRECTORY_ENTRY_IMPORT); entry->Name != 0; ++entry) {
         std::string name = text(entry->Name);
         std::ranges::transform(name, name.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        if (!name.starts_with("api-ms-win-crt-")) // the C runtime, part of Windows 10
+        if (!name.starts_with("api-ms-win-crt-")) { // the C runtime, part of Windows 10
             names.push_back(name);
+        }
     }
     EXPECT_THAT(names, testing::IsSubsetOf({"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll",
                                             "shell32.dll", "user32.dll", "version.dll"}));
@@ -124,19 +126,22 @@ TEST_F(ExecutableTest, StartsWithoutWhatItLooksUpAtRunTime)
     EXPECT_THAT(functions, testing::IsSupersetOf({"CoRegisterClassObject", "RegisterTypeLib", "UnRegisterTypeLib"}));
     for (const char* name :
          {"RegisterTypeLibForUser", "UnRegisterTypeLibForUser", "RegCreateKeyTransactedA", "RegOpenKeyTransactedA",
-          "RegDeleteKeyTransactedA", "RegDeleteKeyExA", "JNI_CreateJavaVM", "IsWow64Process"})
+          "RegDeleteKeyTransactedA", "RegDeleteKeyExA", "JNI_CreateJavaVM", "IsWow64Process"}) {
         EXPECT_THAT(functions, testing::Not(testing::Contains(name)));
+    }
 }
 
 TEST_F(ExecutableTest, ExportsTheNatives)
 {
     const auto* const exports = directory<IMAGE_EXPORT_DIRECTORY>(IMAGE_DIRECTORY_ENTRY_EXPORT);
-    EXPECT_EQ(3u, exports->NumberOfNames);
+    EXPECT_EQ(exports->NumberOfNames, 3u);
     std::string names;
-    for (DWORD index = 0; index < exports->NumberOfNames; ++index)
+    for (DWORD index = 0; index < exports->NumberOfNames; ++index) {
         names += text(reinterpret_cast<const DWORD*>(image() + exports->AddressOfNames)[index]) + std::string("\n");
-    for (const char* native : {"NativeOnControlReady", "NativeOnCustomEvent", "NativeTestBridgeEvent"})
+    }
+    for (const char* native : {"NativeOnControlReady", "NativeOnCustomEvent", "NativeTestBridgeEvent"}) {
         EXPECT_NE(std::string::npos, names.find(native)) << names;
+    }
 }
 
 } // namespace

@@ -72,14 +72,15 @@ TEST_P(BadRuntimeTest, GivesAnObjectWithoutFrameThatExplainsItself)
     const SBadRuntime& runtime = GetParam();
     const bool isPath = runtime.library.find(':') != std::string::npos;
     const std::string library = isPath ? runtime.library : folder.file(runtime.library.c_str());
-    if (!runtime.content.empty())
+    if (!runtime.content.empty()) {
         writeFile(library, runtime.content);
+    }
     settings.setRuntime("21.0.8", library);
 
     SManager manager = create();
-    EXPECT_EQ(-1, manager.frameId());
+    EXPECT_EQ(manager.frameId(), -1);
     const SCallResult failed = call(manager.object, 3, "echo", "Hello");
-    EXPECT_EQ(E_FAIL, failed.result);
+    EXPECT_EQ(failed.result, E_FAIL);
     EXPECT_THAT(messagesOf(failed.description), Contains("CJavaManagerJNIClient  callMethodID != NULL: false"));
     manager.object.Release();
     expectEnd(*manager.server);
@@ -92,8 +93,9 @@ TEST_P(BadRuntimeTest, GivesAnObjectWithoutFrameThatExplainsItself)
         EXPECT_THAT(log, Contains("CJavaManagerJNIClient  loadJVMlibrary(jvm_info.path.c_str()): failure: " +
                                   systemText(static_cast<DWORD>(E_FAIL))));
     }
-    for (const std::string& line : runtime.lines)
+    for (const std::string& line : runtime.lines) {
         EXPECT_THAT(log, Contains(line));
+    }
     EXPECT_THAT(log, Contains("CJavaManagerATLObject  CHECKPOINT: Successfully created ATL object."));
 }
 
@@ -101,13 +103,13 @@ TEST_F(ServerTest, MachineWithoutRuntimeGivesAnObjectWithoutFrame)
 {
     settings.removeRuntimes();
     SManager manager = create();
-    EXPECT_EQ(-1, manager.frameId());
-    EXPECT_EQ("(failed)", callMethod(manager.object, "echo", "Hello"));
-    EXPECT_EQ(E_FAIL, manager->setBounds(0, 0, 1, 1));
-    EXPECT_EQ(E_FAIL, manager->validate());
-    EXPECT_EQ(E_FAIL, manager->pushWindowHandle(0));
-    EXPECT_EQ(E_FAIL, manager->testBridge(ATL::CComBSTR(L"abc"), 3, 0));
-    EXPECT_EQ(S_OK, manager->testBridge(ATL::CComBSTR(L"abc"), 1, 0));
+    EXPECT_EQ(manager.frameId(), -1);
+    EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "(failed)");
+    EXPECT_EQ(manager->setBounds(0, 0, 1, 1), E_FAIL);
+    EXPECT_EQ(manager->validate(), E_FAIL);
+    EXPECT_EQ(manager->pushWindowHandle(0), E_FAIL);
+    EXPECT_EQ(manager->testBridge(ATL::CComBSTR(L"abc"), 3, 0), E_FAIL);
+    EXPECT_EQ(manager->testBridge(ATL::CComBSTR(L"abc"), 1, 0), S_OK);
     manager.object.Release();
     expectEnd(*manager.server);
     const std::vector<std::string> log = messages(manager.server->id());
@@ -122,8 +124,8 @@ TEST_F(ServerTest, MachineThatRefusesItsOptionsGivesAnObjectWithoutFrame)
 {
     settings.setPreference("jvm_option_wrong", "-Xmxbad");
     SManager manager = create();
-    EXPECT_EQ(-1, manager.frameId());
-    EXPECT_EQ("(failed)", callMethod(manager.object, "echo", "Hello"));
+    EXPECT_EQ(manager.frameId(), -1);
+    EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "(failed)");
     manager.object.Release();
     expectEnd(*manager.server);
     EXPECT_THAT(messages(manager.server->id()),
@@ -140,17 +142,17 @@ TEST_F(ServerTest, MachineThatEndsTheProcessFailsTheCreation)
     const std::shared_ptr<CProcess> server = waitForNewServer({});
     ASSERT_TRUE(server);
     expectEnd(*server, 1);
-    EXPECT_EQ("CJavaManagerJNIClient  About to call JNI_CreateJavaVM", messages(server->id()).back());
+    EXPECT_EQ(messages(server->id()).back(), "CJavaManagerJNIClient  About to call JNI_CreateJavaVM");
 }
 
 TEST_F(ServerTest, ExecutableWithoutControlJarGivesAZombie)
 {
     ASSERT_TRUE(CopyFileA((buildFolder() + "\\KESTAx64.exe").c_str(), folder.file("KESTAx64.exe").c_str(), TRUE));
-    ASSERT_EQ(0u, runServer(folder.path(), "/RegServer"));
+    ASSERT_EQ(runServer(folder.path(), "/RegServer"), 0u);
     SManager manager = create();
-    EXPECT_EQ(-1, manager.frameId());
+    EXPECT_EQ(manager.frameId(), -1);
     const SCallResult failed = call(manager.object, 15);
-    EXPECT_EQ(E_FAIL, failed.result);
+    EXPECT_EQ(failed.result, E_FAIL);
     EXPECT_EQ((std::vector<std::string>{
                   "CJavaManagerATLObject  doesFileExist(basiscontrol): false",
                   "-> CJavaManagerATLObject  CJavaManagerATLObject ",
@@ -163,7 +165,7 @@ TEST_F(ServerTest, ExecutableWithoutControlJarGivesAZombie)
                   "",
               }),
               messagesOf(failed.description));
-    EXPECT_EQ("(failed)", callMethod(manager.object, "echo", "Hello"));
+    EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "(failed)");
     manager.object.Release();
     expectEnd(*manager.server);
     const std::vector<std::string> log = messages(manager.server->id());
@@ -179,8 +181,8 @@ TEST_F(ServerTest, JarWithoutTheControlGivesAnObjectWithoutFrame)
     writeFile(jar, std::string("PK\5\6") + std::string(18, '\0'));
     settings.setPreference("basiscontrol", jar);
     SManager manager = create();
-    EXPECT_EQ(-1, manager.frameId());
-    EXPECT_EQ("(failed)", callMethod(manager.object, "echo", "Hello"));
+    EXPECT_EQ(manager.frameId(), -1);
+    EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "(failed)");
     manager.object.Release();
     expectEnd(*manager.server);
     const std::vector<std::string> log = messages(manager.server->id());

@@ -18,9 +18,9 @@ protected:
     {
         char decimal[4] = {};
         GetLocaleInfoA(LOCALE_USER_DEFAULT, LOCALE_SDECIMAL, decimal, sizeof decimal);
-        ASSERT_EQ(0x407u, GetUserDefaultLCID()) << "start it with LC_ALL=de_DE.UTF-8";
-        ASSERT_STREQ(",", decimal);
-        ASSERT_EQ("Modul nicht gefunden. (0000007e)", systemText(ERROR_MOD_NOT_FOUND));
+        ASSERT_EQ(GetUserDefaultLCID(), 0x407u) << "start it with LC_ALL=de_DE.UTF-8";
+        ASSERT_STREQ(decimal, ",");
+        ASSERT_EQ(systemText(ERROR_MOD_NOT_FOUND), "Modul nicht gefunden. (0000007e)");
         ServerTest::SetUp();
     }
 };
@@ -28,8 +28,8 @@ protected:
 TEST_F(GermanUserTest, FindsWindowsTextsInGermanAndNothingElseChanged)
 {
     // Of the two registration scripts one is marked English and the other one German.
-    EXPECT_EQ("KESTAserver", keyText(HKEY_LOCAL_MACHINE, "Software\\Classes\\AppID\\{9E27B6D1-3C48-4A0F-B5E2-71D4C0A96F38}"));
-    EXPECT_EQ("KESTA Java Manager", keyText(HKEY_LOCAL_MACHINE, "Software\\Classes\\KESTAserver.JavaManager"));
+    EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, "Software\\Classes\\AppID\\{9E27B6D1-3C48-4A0F-B5E2-71D4C0A96F38}"), "KESTAserver");
+    EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, "Software\\Classes\\KESTAserver.JavaManager"), "KESTA Java Manager");
 
     settings.setPreference("logpath", folder.path());
     SManager manager = create();
@@ -38,12 +38,12 @@ TEST_F(GermanUserTest, FindsWindowsTextsInGermanAndNothingElseChanged)
     CSink sink;
     CConnection connection(manager.object, sink);
     // The type library is found from German too.
-    EXPECT_EQ(3, memberId(manager.object, L"callMethod"));
-    EXPECT_EQ("1234567", call(manager.object, 3, "echo", "1234567").answer);
-    EXPECT_EQ(S_OK, manager->testBridge(ATL::CComBSTR(L"1,5"), 3, 20));
+    EXPECT_EQ(memberId(manager.object, L"callMethod"), 3);
+    EXPECT_EQ(call(manager.object, 3, "echo", "1234567").answer, "1234567");
+    EXPECT_EQ(manager->testBridge(ATL::CComBSTR(L"1,5"), 3, 20), S_OK);
     EXPECT_TRUE(pumpUntil([&] { return !sink.events.empty(); }));
     const SCallResult failed = call(manager.object, 3, "throw", "on purpose");
-    EXPECT_EQ(E_FAIL, failed.result);
+    EXPECT_EQ(failed.result, E_FAIL);
     EXPECT_THAT(messagesOf(failed.description),
                 Contains("CJavaManagerJNIClient  Exception: java.lang.IllegalStateException: on purpose"));
     connection.end();
@@ -58,12 +58,13 @@ TEST_F(GermanUserTest, FindsWindowsTextsInGermanAndNothingElseChanged)
         "CHelpers::setErrorModeSilent(): success: " + systemText(0),
     };
     EXPECT_THAT(log, testing::IsSupersetOf(expected));
-    EXPECT_NE("Success. (00000000)", systemText(0));
+    EXPECT_NE(systemText(0), "Success. (00000000)");
     static const std::regex s_begin(
         R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \d{5,} (ALWAYS|ERROR |WARN  |INFO  |FINE  |TRACE ) .*)");
     size_t begun = 0;
-    for (const std::string& line : logFileLines(id))
+    for (const std::string& line : logFileLines(id)) {
         begun += std::regex_match(line, s_begin) ? 1 : 0;
+    }
     EXPECT_LT(300u, begun);
 }
 
@@ -71,7 +72,7 @@ TEST_F(GermanUserTest, IsToldInGermanWhatWindowsRefuses)
 {
     settings.setRuntime("21.0.8", folder.file("gone\\jvm.dll"));
     SManager manager = create();
-    EXPECT_EQ(-1, manager.frameId());
+    EXPECT_EQ(manager.frameId(), -1);
     manager.object.Release();
     expectEnd(*manager.server);
     EXPECT_THAT(messages(manager.server->id()),

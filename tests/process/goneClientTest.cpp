@@ -18,8 +18,9 @@ protected:
     // Starts a client process and finds the server that it was given.
     std::shared_ptr<CProcess> serverOf(CProgram& client)
     {
-        if (!client.waitForOutput("frame "))
+        if (!client.waitForOutput("frame ")) {
             throw std::runtime_error("the client has no frame: " + client.output());
+        }
         const DWORD id = static_cast<DWORD>(std::stoul(client.output().substr(client.output().find("frame ") + 6)));
         return monitor.senders().at(id);
     }
@@ -35,8 +36,9 @@ protected:
             if (message == frame + "Client seems to be not alive... releasing event sinks." ||
                 message == frame + "Releasing ATL object." || message == "-> CJavaManagerATLObject  ~CJavaManagerATLObject " ||
                 message == "-> " + frame + "~CBeanFrame " || message == "Releasing all sinks and objects done" ||
-                message == "CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.")
+                message == "CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.") {
                 lines.push_back(message);
+            }
         }
         EXPECT_EQ((std::vector<std::string>{
                       frame + "Client seems to be not alive... releasing event sinks.",
@@ -57,24 +59,24 @@ TEST_F(GoneClientTest, DestroyedWindowEndsTheServerOfALivingProcess)
     CClientWindow window;
     CSink sink;
     CConnection connection(manager.object, sink);
-    ASSERT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
+    ASSERT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
     const ULONGLONG pushed = GetTickCount64();
     ASSERT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
-    EXPECT_EQ("before", callMethod(manager.object, "raise", "before"));
+    EXPECT_EQ(callMethod(manager.object, "raise", "before"), "before");
     ASSERT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "before"); }));
     // What the client holds besides the object keeps the server no more than the object itself.
     ATL::CComPtr<IConnectionPointContainer> container;
     ATL::CComPtr<IEnumConnectionPoints> points;
     ATL::CComPtr<IConnectionPoint> point;
     ATL::CComPtr<IEnumConnections> connections;
-    ASSERT_EQ(S_OK, manager->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container)));
-    ASSERT_EQ(S_OK, container->EnumConnectionPoints(&points));
-    ASSERT_EQ(S_OK, container->FindConnectionPoint(DIID__IJavaManagerEvents, &point));
-    ASSERT_EQ(S_OK, point->EnumConnections(&connections));
+    ASSERT_EQ(manager->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container)), S_OK);
+    ASSERT_EQ(container->EnumConnectionPoints(&points), S_OK);
+    ASSERT_EQ(container->FindConnectionPoint(DIID__IJavaManagerEvents, &point), S_OK);
+    ASSERT_EQ(point->EnumConnections(&connections), S_OK);
 
     window.destroy();
-    EXPECT_EQ("after", callMethod(manager.object, "raise", "after"));
-    EXPECT_EQ(S_OK, manager->testBridge(ATL::CComBSTR("late"), 3, 0));
+    EXPECT_EQ(callMethod(manager.object, "raise", "after"), "after");
+    EXPECT_EQ(manager->testBridge(ATL::CComBSTR("late"), 3, 0), S_OK);
     const std::string frame = "CBeanFrame " + std::to_string(id) + " ";
     EXPECT_TRUE(waitForMessage(id, frame + "Frame's window seems not to be alive anymore! (invalid window handle) "));
     EXPECT_TRUE(waitForMessage(id, frame + "Dropped custom event, client seems to be not alive anymore..."));
@@ -83,9 +85,9 @@ TEST_F(GoneClientTest, DestroyedWindowEndsTheServerOfALivingProcess)
     EXPECT_TRUE(waitForMessage(id, frame + "Releasing ATL object."));
     EXPECT_LE(pushed + WATCHDOG_PERIOD - 100, GetTickCount64());
     expectForcedRelease(*manager.server);
-    EXPECT_EQ(2u, sink.events.size());
+    EXPECT_EQ(sink.events.size(), 2u);
     // The client's references lead nowhere any more.
-    EXPECT_EQ("(failed)", callMethod(manager.object, "echo", "anybody there"));
+    EXPECT_EQ(callMethod(manager.object, "echo", "anybody there"), "(failed)");
 }
 
 TEST_F(GoneClientTest, TopLevelWindowCountsAsDeadAndAHandlePushedTwiceIsWatchedAsTheLatest)
@@ -95,31 +97,31 @@ TEST_F(GoneClientTest, TopLevelWindowCountsAsDeadAndAHandlePushedTwiceIsWatchedA
     CClientWindow window;
     CSink sink;
     CConnection connection(manager.object, sink);
-    ASSERT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
+    ASSERT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
     ASSERT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
     manager->pushWindowHandle(static_cast<int>(reinterpret_cast<INT_PTR>(window.window())));
 
-    EXPECT_EQ("lost", callMethod(manager.object, "raise", "lost"));
+    EXPECT_EQ(callMethod(manager.object, "raise", "lost"), "lost");
     const std::string frame = "CBeanFrame " + std::to_string(id) + " ";
     EXPECT_TRUE(waitForMessage(id, frame + "Frame's window has no valid parent anymore!"));
     EXPECT_TRUE(waitForMessage(id, frame + "Dropped custom event, client seems to be not alive anymore..."));
-    EXPECT_EQ(2u, countMessages(id, "-> " + frame + "queueEvent 15000"));
+    EXPECT_EQ(countMessages(id, "-> " + frame + "queueEvent 15000"), 2u);
 
     // Two chains, and the latest handle in both: a good one keeps the server.
-    ASSERT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
-    EXPECT_EQ("kept", callMethod(manager.object, "raise", "kept"));
+    ASSERT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
+    EXPECT_EQ(callMethod(manager.object, "raise", "kept"), "kept");
     EXPECT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "kept"); }));
     connection.end();
     manager.object.Release();
     expectEnd(*manager.server);
-    EXPECT_EQ(0u, countMessages(id, frame + "Releasing ATL object."));
+    EXPECT_EQ(countMessages(id, frame + "Releasing ATL object."), 0u);
 }
 
 TEST_F(GoneClientTest, ProcessThatDiesInsideItsSinkEndsItsServer)
 {
     CProgram client(command("die-in-sink"));
     const std::shared_ptr<CProcess> server = serverOf(client);
-    EXPECT_EQ(7u, client.process().exitCode());
+    EXPECT_EQ(client.process().exitCode(), 7u);
     expectForcedRelease(*server);
     // Events were on their way when it died, and Java went on raising.
     EXPECT_LT(0u, countMessages(server->id(), "CBeanFrame " + std::to_string(server->id()) +
@@ -131,9 +133,9 @@ TEST_F(GoneClientTest, ProcessThatDiesBeforeItPushedItsWindowLeavesAServerThatGo
     CProgram client(command("hold-unpushed"));
     const std::shared_ptr<CProcess> server = serverOf(client);
     client.process().kill(9);
-    EXPECT_EQ(9u, client.process().exitCode());
+    EXPECT_EQ(client.process().exitCode(), 9u);
     EXPECT_TRUE(server->isRunning());
-    EXPECT_EQ(0u, countMessages(server->id(), "-> CBeanFrame " + std::to_string(server->id()) + " queueEvent 15000"));
+    EXPECT_EQ(countMessages(server->id(), "-> CBeanFrame " + std::to_string(server->id()) + " queueEvent 15000"), 0u);
     // Nobody is left to end it here.
     expectExit(server->id(), ERROR_PROCESS_ABORTED);
     server->kill(ERROR_PROCESS_ABORTED);

@@ -6,8 +6,6 @@
 namespace fixtures {
 namespace {
 
-using ATL::CComBSTR;
-
 // The milestones of a whole run, in their order, each a whole message. "@" stands for the frame id, "$" for the folder of the
 // executable, "#" for the runtime's library, "%" for the pane's handle.
 const std::vector<std::string> MILESTONES = {
@@ -134,9 +132,9 @@ TEST_F(ServerTest, LogOfAWholeRunTellsTheOrderOfAProcessLife)
     CSink sink;
     CConnection connection(manager.object, sink);
     ASSERT_TRUE(window.takeIn(frameId));
-    ASSERT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
+    ASSERT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
     EXPECT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
-    EXPECT_EQ("Hello", callMethod(manager.object, "setText", "Hello"));
+    EXPECT_EQ(callMethod(manager.object, "setText", "Hello"), "Hello");
     connection.end();
     manager.object.Release();
     expectEnd(*manager.server);
@@ -178,11 +176,12 @@ TEST_F(ServerTest, TwoHostsAreServedByTwoProcessesWithTwoFrames)
     }
     first.send("end");
     second.send("end");
-    EXPECT_EQ(0u, first.process().exitCode());
-    EXPECT_EQ(0u, second.process().exitCode());
+    EXPECT_EQ(first.process().exitCode(), 0u);
+    EXPECT_EQ(second.process().exitCode(), 0u);
     for (const auto& [id, server] : servers) {
-        if (server->isRunning())
+        if (server->isRunning()) {
             expectEnd(*server);
+        }
     }
     EXPECT_TRUE(processesNamed("KESTAx64.exe").empty());
 }
@@ -195,9 +194,9 @@ TEST_F(ServerTest, StartWithoutSwitchServesOneClientAndTheNextGetsAnotherProcess
     ASSERT_TRUE(waitForMessage(id, "-> CKESTAserverModule  RunMessageLoop "));
 
     ATL::CComPtr<IJavaManager> first;
-    ASSERT_EQ(S_OK, first.CoCreateInstance(CLSID_JavaManager, CLSCTX_LOCAL_SERVER));
+    ASSERT_EQ(first.CoCreateInstance(CLSID_JavaManager, CLSCTX_LOCAL_SERVER), S_OK);
     int frameId = 0;
-    EXPECT_EQ(S_OK, first->getBeanFrameID(&frameId));
+    EXPECT_EQ(first->getBeanFrameID(&frameId), S_OK);
     EXPECT_EQ(static_cast<int>(id), frameId);
 
     SManager second = create();
@@ -205,7 +204,7 @@ TEST_F(ServerTest, StartWithoutSwitchServesOneClientAndTheNextGetsAnotherProcess
     EXPECT_TRUE(server.process().isRunning());
     first.Release();
     second.object.Release();
-    EXPECT_EQ(0u, server.process().exitCode());
+    EXPECT_EQ(server.process().exitCode(), 0u);
     expectEnd(*second.server);
 }
 

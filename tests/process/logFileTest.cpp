@@ -11,7 +11,6 @@ namespace fixtures {
 namespace {
 
 using testing::Contains;
-using testing::Each;
 using testing::Not;
 
 constexpr char BEGIN_BANNER[] = "/******************************************** error detected - begin backtrace "
@@ -42,7 +41,7 @@ protected:
     DWORD runShortly()
     {
         const CProgram server("\"" + buildFolder() + "\\KESTAx64.exe\" /RegServer");
-        EXPECT_EQ(0u, server.process().exitCode());
+        EXPECT_EQ(server.process().exitCode(), 0u);
         return server.process().id();
     }
 
@@ -63,11 +62,11 @@ TEST_F(LogFileTest, EveryLineOfAWholeRunHasTheFormat)
     CClientWindow window;
     CSink sink;
     CConnection connection(manager.object, sink);
-    EXPECT_EQ(S_OK, manager->pushWindowHandle(window.handle()));
-    EXPECT_EQ("40", callMethod(manager.object, "burst", "10;4"));
-    EXPECT_EQ("(failed)", callMethod(manager.object, "throw", "on purpose"));
-    EXPECT_EQ("(failed)", callMethod(manager.object, "throwNoMessage", ""));
-    EXPECT_EQ(S_OK, manager->testBridge(ATL::CComBSTR(L"abc"), 3, 20));
+    EXPECT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
+    EXPECT_EQ(callMethod(manager.object, "burst", "10;4"), "40");
+    EXPECT_EQ(callMethod(manager.object, "throw", "on purpose"), "(failed)");
+    EXPECT_EQ(callMethod(manager.object, "throwNoMessage", ""), "(failed)");
+    EXPECT_EQ(manager->testBridge(ATL::CComBSTR(L"abc"), 3, 20), S_OK);
     EXPECT_TRUE(pumpUntil([&] { return sink.events.size() == 42; }));
     connection.end();
     manager.object.Release();
@@ -88,8 +87,8 @@ TEST_F(LogFileTest, EveryLineOfAWholeRunHasTheFormat)
             EXPECT_TRUE(std::regex_match(line, LINE)) << "line " << index + 1 << ": \"" << line << "\"";
         }
     }
-    EXPECT_EQ(2u, kinds["rest"]);
-    EXPECT_EQ(10u, kinds["banner"]);
+    EXPECT_EQ(kinds["rest"], 2u);
+    EXPECT_EQ(kinds["banner"], 10u);
     EXPECT_LT(1000u, kinds["line"]);
     std::printf("%zu lines, %zu banners, %zu rests of texts\n", kinds["line"], kinds["banner"], kinds["rest"]);
 
@@ -97,10 +96,12 @@ TEST_F(LogFileTest, EveryLineOfAWholeRunHasTheFormat)
     std::vector<std::string> stream;
     for (const std::string& text : monitor.lines(id)) {
         std::istringstream parts(text.substr(sizeof "KESTA KESTAx64.exe " - 1));
-        for (std::string part; std::getline(parts, part);)
+        for (std::string part; std::getline(parts, part);) {
             stream.push_back(part);
-        if (text.ends_with('\n'))
+        }
+        if (text.ends_with('\n')) {
             stream.emplace_back();
+        }
     }
     std::vector<std::string> sorted = lines;
     std::sort(sorted.begin(), sorted.end());
@@ -111,8 +112,9 @@ TEST_F(LogFileTest, EveryLineOfAWholeRunHasTheFormat)
     std::vector<std::string> facts;
     for (const std::string& line : lines) {
         const auto parsed = parseLogLine(line);
-        if (parsed && parsed->level == "ALWAYS")
+        if (parsed && parsed->level == "ALWAYS") {
             facts.push_back(parsed->message.substr(0, parsed->message.find_first_of(":=") + 1));
+        }
     }
     EXPECT_EQ((std::vector<std::string>{"KESTA version:", "Windows version:", "System Metrics:", "Hardware Info:"}), facts);
 }
@@ -127,22 +129,22 @@ TEST_F(LogFileTest, TwoServersWriteTwoFilesWhichOthersMayReadAndWrite)
     {
         const HANDLE file = CreateFileA(logFile(first.server->id()).c_str(), GENERIC_READ | FILE_APPEND_DATA,
                                         FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
-        ASSERT_NE(INVALID_HANDLE_VALUE, file);
+        ASSERT_NE(file, INVALID_HANDLE_VALUE);
         char begin[5] = {};
         DWORD count = 0;
         EXPECT_TRUE(ReadFile(file, begin, 4, &count, nullptr));
-        EXPECT_STREQ("2", std::string(begin, 1).c_str());
+        EXPECT_STREQ(std::string(begin, 1).c_str(), "2");
         SetFilePointer(file, 0, nullptr, FILE_END);
         EXPECT_TRUE(WriteFile(file, "a note of somebody else\r\n", 25, &count, nullptr));
         CloseHandle(file);
     }
-    EXPECT_EQ("three", callMethod(first.object, "echo", "three"));
+    EXPECT_EQ(callMethod(first.object, "echo", "three"), "three");
     for (SManager* manager : {&first, &second}) {
         manager->object.Release();
         expectEnd(*manager->server);
     }
 
-    EXPECT_EQ(2, std::ranges::count_if(filesIn(folder.path()), [](const std::string& name) { return name.ends_with(".log"); }));
+    EXPECT_EQ(std::ranges::count_if(filesIn(folder.path()), [](const std::string& name) { return name.ends_with(".log"); }), 2);
     const std::string firstCall = "-> CJavaManagerATLObject  callMethod echo, ";
     const std::string contentOfFirst = readFile(logFile(first.server->id()));
     const std::string contentOfSecond = readFile(logFile(second.server->id()));
@@ -155,10 +157,11 @@ TEST_F(LogFileTest, TwoServersWriteTwoFilesWhichOthersMayReadAndWrite)
     EXPECT_EQ(std::string::npos, contentOfFirst.find(firstCall + "two"));
     EXPECT_NE(std::string::npos, contentOfSecond.find(firstCall + "two\r\n"));
     EXPECT_EQ(std::string::npos, contentOfSecond.find(firstCall + "one"));
-    for (const std::string& line : logFileLines(first.server->id()))
+    for (const std::string& line : logFileLines(first.server->id())) {
         EXPECT_TRUE(std::regex_match(line, LINE) || line == "a note of somebody else" || line == BEGIN_BANNER ||
                     line == END_BANNER)
             << line;
+    }
 }
 
 TEST_F(LogFileTest, MissingFolderIsMadeButNotTheOneAboveIt)
@@ -171,15 +174,15 @@ TEST_F(LogFileTest, MissingFolderIsMadeButNotTheOneAboveIt)
     settings.setPreference("logpath", folder.file("missing\\new"));
     id = runShortly();
     EXPECT_THAT(messages(id), Contains("CreateDirectory(directory.c_str(), 0): failure: " + systemText(ERROR_PATH_NOT_FOUND)));
-    EXPECT_EQ(1u, countRaw(id, GIVING_UP));
-    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(folder.file("missing").c_str()));
+    EXPECT_EQ(countRaw(id, GIVING_UP), 1u);
+    EXPECT_EQ(GetFileAttributesA(folder.file("missing").c_str()), INVALID_FILE_ATTRIBUTES);
 
     // Where a file stands in the folder's place.
     writeFile(folder.file("file"), "");
     settings.setPreference("logpath", folder.file("file"));
     id = runShortly();
-    EXPECT_EQ(1u, countRaw(id, GIVING_UP));
-    EXPECT_EQ("", readFile(folder.file("file")));
+    EXPECT_EQ(countRaw(id, GIVING_UP), 1u);
+    EXPECT_EQ(readFile(folder.file("file")), "");
 }
 
 TEST_F(LogFileTest, EmptyPathTurnsFilesOffAndNoPathMeansTheUsersFolder)
@@ -187,7 +190,7 @@ TEST_F(LogFileTest, EmptyPathTurnsFilesOffAndNoPathMeansTheUsersFolder)
     const std::string usersFolder = specialFolder(CSIDL_LOCAL_APPDATA) + "\\KESTA-logs";
     const DWORD without = runShortly();
     EXPECT_THAT(filesIn(usersFolder), Not(Contains(fileName(without))));
-    EXPECT_EQ(0u, countRaw(without, GIVING_UP));
+    EXPECT_EQ(countRaw(without, GIVING_UP), 0u);
 
     settings.removePreference("logpath");
     const DWORD with = runShortly();
@@ -246,8 +249,9 @@ protected:
     }
     void removeFolder() const
     {
-        for (const std::string& name : filesIn(desktopFolder))
+        for (const std::string& name : filesIn(desktopFolder)) {
             DeleteFileA((desktopFolder + "\\" + name).c_str());
+        }
         RemoveDirectoryA(desktopFolder.c_str());
     }
 
@@ -270,17 +274,17 @@ TEST_P(DesktopFolderTest, SwitchesToFullDetailWithTheMachinesOwnLogOnEveryRuntim
 
     SManager manager = create();
     const DWORD id = manager.server->id();
-    EXPECT_EQ("Hello", callMethod(manager.object, "echo", "Hello"));
+    EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "Hello");
     manager.object.Release();
     expectEnd(*manager.server);
 
-    EXPECT_EQ(INVALID_FILE_ATTRIBUTES, GetFileAttributesA(folder.file("elsewhere").c_str()));
+    EXPECT_EQ(GetFileAttributesA(folder.file("elsewhere").c_str()), INVALID_FILE_ATTRIBUTES);
     const std::string prefix = desktopFolder + "\\KESTA-KESTAx64.exe-" + std::to_string(id);
     const std::vector<std::string> log = messagesOf(readFile(prefix + ".log"));
     EXPECT_THAT(log, Contains("CJavaManagerJNIClient  Adding additional JVM options for extra logging\r"));
     EXPECT_THAT(log, Contains("-> CJavaManagerATLObject  callMethod echo, Hello\r"));
-    EXPECT_NE("", readFile(prefix + "-jvm.log"));
-    EXPECT_EQ("", readFile(prefix + "-jvm-error.log"));
+    EXPECT_NE(readFile(prefix + "-jvm.log"), "");
+    EXPECT_EQ(readFile(prefix + "-jvm-error.log"), "");
 }
 
 } // namespace

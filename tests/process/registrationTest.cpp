@@ -25,27 +25,32 @@ std::string classKey(const std::string& key)
 void dump(HKEY root, const std::string& path, std::vector<std::string>& lines)
 {
     HKEY key = nullptr;
-    if (RegOpenKeyExA(root, classKey(path).c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
+    if (RegOpenKeyExA(root, classKey(path).c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
         return;
+    }
     lines.push_back(path);
     char name[256];
     char text[1024];
     for (DWORD index = 0, size = sizeof name, textSize = sizeof text, type = 0;
          RegEnumValueA(key, index, name, &size, nullptr, &type, reinterpret_cast<BYTE*>(text), &textSize) == ERROR_SUCCESS;
-         ++index, size = sizeof name, textSize = sizeof text)
+         ++index, size = sizeof name, textSize = sizeof text) {
         lines.push_back(path + " @" + name + " = " +
                         (type == REG_SZ ? std::string(text) : "(type " + std::to_string(type) + ")"));
+    }
     for (DWORD index = 0, size = sizeof name;
-         RegEnumKeyExA(key, index, name, &size, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS; ++index, size = sizeof name)
+         RegEnumKeyExA(key, index, name, &size, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+         ++index, size = sizeof name) {
         dump(root, path + "\\" + name, lines);
+    }
     RegCloseKey(key);
 }
 
 std::vector<std::string> scriptedKeys(HKEY root)
 {
     std::vector<std::string> lines;
-    for (const std::string& key : SCRIPTED_KEYS)
+    for (const std::string& key : SCRIPTED_KEYS) {
         dump(root, key, lines);
+    }
     std::sort(lines.begin(), lines.end());
     return lines;
 }
@@ -93,10 +98,11 @@ void linkTree(const std::string& from, const std::string& to)
     ASSERT_TRUE(CreateDirectoryA(to.c_str(), nullptr));
     for (const std::string& name : filesIn(from)) {
         const std::string file = from + "\\" + name;
-        if (GetFileAttributesA(file.c_str()) & FILE_ATTRIBUTE_DIRECTORY)
+        if (GetFileAttributesA(file.c_str()) & FILE_ATTRIBUTE_DIRECTORY) {
             linkTree(file, to + "\\" + name);
-        else
+        } else {
             ASSERT_TRUE(CreateHardLinkA((to + "\\" + name).c_str(), file.c_str(), nullptr)) << file;
+        }
     }
 }
 
@@ -107,14 +113,14 @@ protected:
     void SetUp() override
     {
         ServerTest::SetUp();
-        ASSERT_EQ(0u, runServer("/UnregServer"));
+        ASSERT_EQ(runServer("/UnregServer"), 0u);
         ASSERT_TRUE(CreateDirectoryA(home.c_str(), nullptr));
         ASSERT_TRUE(CopyFileA((buildFolder() + "\\KESTAx64.exe").c_str(), executable.c_str(), TRUE));
         ASSERT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_LOCAL_MACHINE));
     }
     void TearDown() override
     {
-        EXPECT_EQ(0u, runServer("/RegServer"));
+        EXPECT_EQ(runServer("/RegServer"), 0u);
         ServerTest::TearDown();
     }
     DWORD run(const char* switches) { return runServer(home, switches); }
@@ -131,14 +137,14 @@ TEST_F(RegistrationTest, WritesAndRemovesItsKeysInEverySpellingOfTheSwitches)
                                             {"/nothing -x /regserver\tmore", "-UNREGSERVER /RegServer"}};
     for (const auto& [add, remove] : SPELLINGS) {
         SCOPED_TRACE(add);
-        EXPECT_EQ(0u, run(add));
+        EXPECT_EQ(run(add), 0u);
         EXPECT_EQ(expectedKeys(executable), scriptedKeys(HKEY_LOCAL_MACHINE));
         EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_CURRENT_USER));
-        EXPECT_EQ("KESTA Server 1.0", keyText(HKEY_LOCAL_MACHINE, library));
+        EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, library), "KESTA Server 1.0");
         EXPECT_EQ(executable, keyText(HKEY_LOCAL_MACHINE, library + "\\0\\win64"));
         EXPECT_EQ(home, keyText(HKEY_LOCAL_MACHINE, library + "\\HELPDIR"));
 
-        EXPECT_EQ(0u, run(remove));
+        EXPECT_EQ(run(remove), 0u);
         EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_LOCAL_MACHINE));
         EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, library));
         EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, classKey("AppID")));
@@ -148,16 +154,16 @@ TEST_F(RegistrationTest, WritesAndRemovesItsKeysInEverySpellingOfTheSwitches)
 
 TEST_F(RegistrationTest, RegisteringTwiceLeavesOneSet)
 {
-    EXPECT_EQ(0u, run("/RegServer"));
+    EXPECT_EQ(run("/RegServer"), 0u);
     // Left over from another version of the class.
     HKEY key = nullptr;
     RegCreateKeyExA(HKEY_LOCAL_MACHINE, classKey(std::string("CLSID\\") + CLASS_ID + "\\InprocServer32").c_str(), 0, nullptr, 0,
                     KEY_ALL_ACCESS, nullptr, &key, nullptr);
     RegCloseKey(key);
     EXPECT_NE(expectedKeys(executable), scriptedKeys(HKEY_LOCAL_MACHINE));
-    EXPECT_EQ(0u, run("/RegServer"));
+    EXPECT_EQ(run("/RegServer"), 0u);
     EXPECT_EQ(expectedKeys(executable), scriptedKeys(HKEY_LOCAL_MACHINE));
-    EXPECT_EQ(0u, run("/UnregServer"));
+    EXPECT_EQ(run("/UnregServer"), 0u);
 }
 
 // So are the control's jar, the runtime and the folder of the log files.
@@ -167,8 +173,9 @@ TEST_F(RegistrationTest, RegistersFromAFolderWithBlanksAndApostropheAndIsStarted
     ASSERT_TRUE(CreateDirectoryA(runtime.c_str(), nullptr));
     const std::string library = runtimeLibrary(21);
     const std::string java = library.substr(0, library.find("\\bin\\server\\jvm.dll"));
-    for (const char* part : {"\\bin", "\\conf", "\\lib"})
+    for (const char* part : {"\\bin", "\\conf", "\\lib"}) {
         linkTree(java + part, runtime + part);
+    }
     settings.setRuntime("21.0.8", runtime + "\\bin\\server\\jvm.dll");
     const std::string jar = home + "\\the control's jar.jar";
     ASSERT_TRUE(CopyFileA((buildFolder() + "\\ORVANEControl.jar").c_str(), jar.c_str(), TRUE));
@@ -176,21 +183,22 @@ TEST_F(RegistrationTest, RegistersFromAFolderWithBlanksAndApostropheAndIsStarted
     const std::string logs = folder.file("the user's log files");
     settings.setPreference("logpath", logs);
 
-    EXPECT_EQ(0u, run("/RegServer"));
+    EXPECT_EQ(run("/RegServer"), 0u);
     SManager manager = create();
     char path[MAX_PATH] = {};
     DWORD size = sizeof path;
     QueryFullProcessImageNameA(manager.server->handle(), 0, path, &size);
     EXPECT_EQ(executable, path);
-    EXPECT_EQ("Hello", callMethod(manager.object, "echo", "Hello"));
+    EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "Hello");
     manager.object.Release();
     expectEnd(*manager.server);
-    EXPECT_EQ(0u, run("/UnregServer"));
+    EXPECT_EQ(run("/UnregServer"), 0u);
 
     const std::string logFile = "KESTA-KESTAx64.exe-" + std::to_string(manager.server->id()) + ".log";
     std::vector<std::string> log = messagesOf(readFile(logs + "\\" + logFile));
-    for (std::string& line : log)
+    for (std::string& line : log) {
         std::erase(line, '\r');
+    }
     const std::vector<std::string> expected = {
         "CJavaManagerATLObject  Basiscontrol path: " + jar,
         "CJavaManagerATLObject  doesFileExist(basiscontrol): true",
@@ -205,12 +213,12 @@ TEST_F(RegistrationTest, RegistersFromAFolderWithBlanksAndApostropheAndIsStarted
 
 TEST_F(RegistrationTest, PerUserSwitchesWriteTheirKeysUnderTheUserOnly)
 {
-    EXPECT_EQ(0u, run("-RegServerPerUser"));
+    EXPECT_EQ(run("-RegServerPerUser"), 0u);
     EXPECT_EQ(expectedKeys(executable), scriptedKeys(HKEY_CURRENT_USER));
     EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_LOCAL_MACHINE));
-    EXPECT_EQ(0u, run("/REGSERVERPERUSER"));
+    EXPECT_EQ(run("/REGSERVERPERUSER"), 0u);
     EXPECT_EQ(expectedKeys(executable), scriptedKeys(HKEY_CURRENT_USER));
-    EXPECT_EQ(0u, run("/unregserverperuser"));
+    EXPECT_EQ(run("/unregserverperuser"), 0u);
     EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_CURRENT_USER));
     EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_LOCAL_MACHINE));
     EXPECT_TRUE(keyExists(HKEY_CURRENT_USER, classKey("AppID")));
@@ -222,15 +230,16 @@ TEST_F(RegistrationTest, FailingSwitchEndsWithItsResult)
     // Nothing lasting can be written below a key that goes with the session.
     const std::string programId = classKey("KESTAserver.JavaManager.1");
     HKEY key = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_LOCAL_MACHINE, programId.c_str(), 0, nullptr, REG_OPTION_VOLATILE,
-                                             KEY_ALL_ACCESS, nullptr, &key, nullptr));
+    ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, programId.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr,
+                              &key, nullptr),
+              ERROR_SUCCESS);
     RegCloseKey(key);
     EXPECT_EQ(static_cast<DWORD>(HRESULT_FROM_WIN32(ERROR_CHILD_MUST_BE_VOLATILE)), run("/RegServer"));
     // What was done before stays, what comes after is not begun.
-    EXPECT_EQ("KESTAserver", keyText(HKEY_LOCAL_MACHINE, classKey(std::string("AppID\\") + APP_ID)));
+    EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, classKey(std::string("AppID\\") + APP_ID)), "KESTAserver");
     EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, classKey(std::string("CLSID\\") + CLASS_ID)));
     EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, library));
-    EXPECT_EQ(ERROR_SUCCESS, RegDeleteTreeA(HKEY_LOCAL_MACHINE, programId.c_str()));
+    EXPECT_EQ(RegDeleteTreeA(HKEY_LOCAL_MACHINE, programId.c_str()), ERROR_SUCCESS);
 }
 
 } // namespace

@@ -22,8 +22,8 @@ constexpr size_t LONGEST_VALUE = 254;
 void setText(const std::string& path, const char* name, const std::string& text, REGSAM view)
 {
     HKEY key = nullptr;
-    ASSERT_EQ(ERROR_SUCCESS,
-              RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS | view, nullptr, &key, nullptr));
+    ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS | view, nullptr, &key, nullptr),
+              ERROR_SUCCESS);
     RegSetValueExA(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()), static_cast<DWORD>(text.size() + 1));
     RegCloseKey(key);
 }
@@ -42,8 +42,9 @@ protected:
     std::string makeRuntime(const std::string& name, const std::string& standIn = "jvm.dll")
     {
         std::string path = folder.file(name.c_str());
-        for (const char* part : {"", "\\bin", "\\server"})
+        for (const char* part : {"", "\\bin", "\\server"}) {
             CreateDirectoryA((path += part).c_str(), nullptr);
+        }
         const std::string library = path + "\\jvm.dll";
         EXPECT_TRUE(CopyFileA((buildFolder() + "\\tests\\standins\\jvm\\" + standIn).c_str(), library.c_str(), FALSE));
         return library;
@@ -72,8 +73,8 @@ protected:
     Lines runToTheEnd()
     {
         SManager manager = create();
-        EXPECT_EQ(-1, manager.frameId());
-        EXPECT_EQ("(failed)", callMethod(manager.object, "echo", "Hello"));
+        EXPECT_EQ(manager.frameId(), -1);
+        EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "(failed)");
         manager.object.Release();
         expectEnd(*manager.server);
         return messages(manager.server->id());
@@ -108,8 +109,9 @@ TEST_F(RuntimeChoiceTest, MachineIsGivenWhatTheRegistryNames)
                                      {"jvm_option_a", std::string("-Da")},
                                      {"jvm_option", std::string("-Dtoo.short")},
                                      {"jvm_option_c", longest},
-                                     {"jvm_option_d", longest + "x"}})
+                                     {"jvm_option_d", longest + "x"}}) {
         settings.setPreference(name, text);
+    }
     setText(PREFERENCES, "jvm_option_0", "-Dother.view", KEY_WOW64_64KEY);
     settings.setPreference("sun.awt.noerasebackground", 1);
     setText(PREFERENCES + std::string("\\A"), "installpath", "C:\\x", KEY_WOW64_32KEY);
@@ -160,7 +162,7 @@ TEST_F(RuntimeChoiceTest, RuntimeIsTheOneThatThePatternPicks)
     setText(NEW_RUNTIMES, "CurrentVersion", "9.0.1", KEY_WOW64_64KEY);
     install("1.8.0_40", OLD_RUNTIMES, KEY_WOW64_32KEY);
     setText(PREFERENCES, "javavm", "1.7.0_80", KEY_WOW64_64KEY);
-    EXPECT_EQ("9.0.1", startedRuntimes()) << "without a pattern in the 32-bit view the current one of the newer key";
+    EXPECT_EQ(startedRuntimes(), "9.0.1") << "without a pattern in the 32-bit view the current one of the newer key";
 
     const struct
     {
@@ -184,12 +186,13 @@ TEST_F(RuntimeChoiceTest, LibraryPathIsReadUpToTheRegistrysLimit)
     setText(NEW_RUNTIMES, "CurrentVersion", "9", KEY_WOW64_64KEY);
     // A path that names its folder again and again.
     std::string path = besideLibrary("9", "");
-    while (path.size() + 7 < LONGEST_VALUE - 1)
+    while (path.size() + 7 < LONGEST_VALUE - 1) {
         path += ".\\";
+    }
     path += path.size() + 7 < LONGEST_VALUE ? "\\jvm.dll" : "jvm.dll";
-    ASSERT_EQ(LONGEST_VALUE, path.size());
+    ASSERT_EQ(path.size(), LONGEST_VALUE);
     setText(NEW_RUNTIMES + std::string("\\9"), "RuntimeLib", path, KEY_WOW64_64KEY);
-    EXPECT_EQ("9", startedRuntimes());
+    EXPECT_EQ(startedRuntimes(), "9");
 
     path.insert(path.size() - 7, "\\");
     setText(NEW_RUNTIMES + std::string("\\9"), "RuntimeLib", path, KEY_WOW64_64KEY);
@@ -230,9 +233,9 @@ TEST_F(RuntimeChoiceTest, MachineThatFailsLeavesAServerThatEndsByItself)
         EXPECT_THAT(log, Contains("CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton."));
         const Lines lines = record("1.6.0_45");
         ASSERT_GE(lines.size(), 9u);
-        EXPECT_EQ("version 00010006", lines[2]);
-        EXPECT_EQ("option -Dsun.awt.noerasebackground=true", lines[5]);
-        EXPECT_EQ("option -Dcom.orvane.qmrt.splitlogfilesize=10", lines[9]);
+        EXPECT_EQ(lines[2], "version 00010006");
+        EXPECT_EQ(lines[5], "option -Dsun.awt.noerasebackground=true");
+        EXPECT_EQ(lines[9], "option -Dcom.orvane.qmrt.splitlogfilesize=10");
         EXPECT_EQ(failure.record, Lines(lines.begin() + 10, lines.end()));
         DeleteFileA(besideLibrary("1.6.0_45", "jvm.record").c_str());
     }

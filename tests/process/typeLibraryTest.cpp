@@ -87,7 +87,7 @@ protected:
     {
         const std::string program = programFolder();
         const std::string executable = program + "\\..\\..\\KESTAx64.exe";
-        ASSERT_EQ(S_OK, LoadTypeLibEx(CComBSTR(executable.c_str()), REGKIND_NONE, &library));
+        ASSERT_EQ(LoadTypeLibEx(CComBSTR(executable.c_str()), REGKIND_NONE, &library), S_OK);
     }
 
     static void expectTexts(ITypeInfo* info, const wchar_t* name, const wchar_t* help)
@@ -103,13 +103,13 @@ protected:
                                short offset)
     {
         FUNCDESC* description = nullptr;
-        ASSERT_EQ(S_OK, info->GetFuncDesc(index, &description));
+        ASSERT_EQ(info->GetFuncDesc(index, &description), S_OK);
         EXPECT_EQ(expected.id, description->memid);
         EXPECT_EQ(kind, description->funckind);
-        EXPECT_EQ(INVOKE_FUNC, description->invkind);
-        EXPECT_EQ(CC_STDCALL, description->callconv);
+        EXPECT_EQ(description->invkind, INVOKE_FUNC);
+        EXPECT_EQ(description->callconv, CC_STDCALL);
         EXPECT_EQ(result, description->elemdescFunc.tdesc.vt);
-        EXPECT_EQ(0, description->wFuncFlags);
+        EXPECT_EQ(description->wFuncFlags, 0);
         EXPECT_EQ(offset, description->oVft);
         ASSERT_EQ(expected.parameters.size(), static_cast<size_t>(description->cParams));
 
@@ -128,15 +128,16 @@ protected:
                 EXPECT_EQ(wanted.pointsTo, actual.tdesc.lptdesc->vt);
             }
         }
-        for (const BSTR name : names)
+        for (const BSTR name : names) {
             SysFreeString(name);
+        }
         info->ReleaseFuncDesc(description);
     }
 
     CComPtr<ITypeInfo> type(REFGUID id)
     {
         CComPtr<ITypeInfo> info;
-        EXPECT_EQ(S_OK, library->GetTypeInfoOfGuid(id, &info));
+        EXPECT_EQ(library->GetTypeInfoOfGuid(id, &info), S_OK);
         return info;
     }
 
@@ -146,21 +147,21 @@ protected:
 TEST_F(TypeLibraryTest, LibraryHasItsNameVersionAndLocale)
 {
     TLIBATTR* attributes = nullptr;
-    ASSERT_EQ(S_OK, library->GetLibAttr(&attributes));
+    ASSERT_EQ(library->GetLibAttr(&attributes), S_OK);
     EXPECT_TRUE(IsEqualGUID(LIBID_KESTAserverLib, attributes->guid));
-    EXPECT_EQ(1, attributes->wMajorVerNum);
-    EXPECT_EQ(0, attributes->wMinorVerNum);
-    EXPECT_EQ(SYS_WIN64, attributes->syskind);
+    EXPECT_EQ(attributes->wMajorVerNum, 1);
+    EXPECT_EQ(attributes->wMinorVerNum, 0);
+    EXPECT_EQ(attributes->syskind, SYS_WIN64);
     EXPECT_EQ(static_cast<LCID>(LOCALE_NEUTRAL), attributes->lcid);
     library->ReleaseTLibAttr(attributes);
 
     CComBSTR name;
     CComBSTR help;
     library->GetDocumentation(-1, &name, &help, nullptr, nullptr);
-    EXPECT_STREQ(L"KESTAserverLib", name.m_str);
-    EXPECT_STREQ(L"KESTA Server 1.0", help.m_str);
+    EXPECT_STREQ(name.m_str, L"KESTAserverLib");
+    EXPECT_STREQ(help.m_str, L"KESTA Server 1.0");
 
-    ASSERT_EQ(3u, library->GetTypeInfoCount());
+    ASSERT_EQ(library->GetTypeInfoCount(), 3u);
     constexpr TYPEKIND KINDS[] = {TKIND_DISPATCH, TKIND_COCLASS,
                                   TKIND_DISPATCH}; // a dual interface shows its dispatch face first
     for (UINT index = 0; index < 3; ++index) {
@@ -176,12 +177,13 @@ TEST_F(TypeLibraryTest, EventInterface)
     ASSERT_TRUE(info);
     expectTexts(info, L"_IJavaManagerEvents", L"_IJavaManagerEvents Interface");
     const CAttributes attributes(info);
-    EXPECT_EQ(TKIND_DISPATCH, attributes->typekind);
-    EXPECT_EQ(TYPEFLAG_FDISPATCHABLE, attributes->wTypeFlags);
-    EXPECT_EQ(0, attributes->cVars);
+    EXPECT_EQ(attributes->typekind, TKIND_DISPATCH);
+    EXPECT_EQ(attributes->wTypeFlags, TYPEFLAG_FDISPATCHABLE);
+    EXPECT_EQ(attributes->cVars, 0);
     ASSERT_EQ(EVENTS.size(), attributes->cFuncs);
-    for (UINT index = 0; index < EVENTS.size(); ++index)
+    for (UINT index = 0; index < EVENTS.size(); ++index) {
         expectFunction(info, index, EVENTS[index], FUNC_DISPATCH, VT_VOID, 0);
+    }
 }
 
 TEST_F(TypeLibraryTest, Class)
@@ -190,18 +192,18 @@ TEST_F(TypeLibraryTest, Class)
     ASSERT_TRUE(info);
     expectTexts(info, L"JavaManager", L"KESTA Java Manager");
     const CAttributes attributes(info);
-    EXPECT_EQ(TKIND_COCLASS, attributes->typekind);
-    EXPECT_EQ(TYPEFLAG_FCANCREATE, attributes->wTypeFlags);
-    ASSERT_EQ(2, attributes->cImplTypes);
+    EXPECT_EQ(attributes->typekind, TKIND_COCLASS);
+    EXPECT_EQ(attributes->wTypeFlags, TYPEFLAG_FCANCREATE);
+    ASSERT_EQ(attributes->cImplTypes, 2);
     const GUID ids[] = {IID_IJavaManager, DIID__IJavaManagerEvents};
     constexpr int FLAGS[] = {IMPLTYPEFLAG_FDEFAULT, IMPLTYPEFLAG_FDEFAULT | IMPLTYPEFLAG_FSOURCE};
     for (UINT index = 0; index < 2; ++index) {
         HREFTYPE reference = 0;
         int flags = 0;
         CComPtr<ITypeInfo> implemented;
-        EXPECT_EQ(S_OK, info->GetRefTypeOfImplType(index, &reference));
-        EXPECT_EQ(S_OK, info->GetImplTypeFlags(index, &flags));
-        EXPECT_EQ(S_OK, info->GetRefTypeInfo(reference, &implemented));
+        EXPECT_EQ(info->GetRefTypeOfImplType(index, &reference), S_OK);
+        EXPECT_EQ(info->GetImplTypeFlags(index, &flags), S_OK);
+        EXPECT_EQ(info->GetRefTypeInfo(reference, &implemented), S_OK);
         EXPECT_EQ(FLAGS[index], flags);
         EXPECT_TRUE(IsEqualGUID(ids[index], CAttributes(implemented)->guid));
     }
@@ -213,19 +215,19 @@ TEST_F(TypeLibraryTest, DualInterface)
     ASSERT_TRUE(dispatch);
     expectTexts(dispatch, L"IJavaManager", L"IJavaManager Interface");
     constexpr WORD FLAGS = TYPEFLAG_FDUAL | TYPEFLAG_FOLEAUTOMATION | TYPEFLAG_FNONEXTENSIBLE | TYPEFLAG_FDISPATCHABLE;
-    EXPECT_EQ(TKIND_DISPATCH, CAttributes(dispatch)->typekind);
-    EXPECT_EQ(FLAGS, CAttributes(dispatch)->wTypeFlags | TYPEFLAG_FOLEAUTOMATION); // which the dispatch face may leave out
+    EXPECT_EQ(CAttributes(dispatch)->typekind, TKIND_DISPATCH);
+    EXPECT_EQ(CAttributes(dispatch)->wTypeFlags | TYPEFLAG_FOLEAUTOMATION, FLAGS); // which the dispatch face may leave out
 
     // Its other face, the one that C++ clients see.
     HREFTYPE reference = 0;
     CComPtr<ITypeInfo> info;
-    ASSERT_EQ(S_OK, dispatch->GetRefTypeOfImplType(static_cast<UINT>(-1), &reference));
-    ASSERT_EQ(S_OK, dispatch->GetRefTypeInfo(reference, &info));
+    ASSERT_EQ(dispatch->GetRefTypeOfImplType(static_cast<UINT>(-1), &reference), S_OK);
+    ASSERT_EQ(dispatch->GetRefTypeInfo(reference, &info), S_OK);
     const CAttributes attributes(info);
-    EXPECT_EQ(TKIND_INTERFACE, attributes->typekind);
-    EXPECT_EQ(FLAGS, attributes->wTypeFlags);
+    EXPECT_EQ(attributes->typekind, TKIND_INTERFACE);
+    EXPECT_EQ(attributes->wTypeFlags, FLAGS);
     EXPECT_TRUE(IsEqualGUID(IID_IJavaManager, attributes->guid));
-    EXPECT_EQ(0, attributes->cVars);
+    EXPECT_EQ(attributes->cVars, 0);
     ASSERT_EQ(METHODS.size(), attributes->cFuncs);
     constexpr size_t SLOTS_OF_IDISPATCH = 7;
     for (UINT index = 0; index < METHODS.size(); ++index) {
@@ -233,10 +235,10 @@ TEST_F(TypeLibraryTest, DualInterface)
         expectFunction(info, index, METHODS[index], FUNC_PUREVIRTUAL, VT_HRESULT,
                        static_cast<short>((SLOTS_OF_IDISPATCH + index) * sizeof(void*)));
     }
-    ASSERT_EQ(1, attributes->cImplTypes);
+    ASSERT_EQ(attributes->cImplTypes, 1);
     CComPtr<ITypeInfo> base;
-    ASSERT_EQ(S_OK, info->GetRefTypeOfImplType(0, &reference));
-    ASSERT_EQ(S_OK, info->GetRefTypeInfo(reference, &base));
+    ASSERT_EQ(info->GetRefTypeOfImplType(0, &reference), S_OK);
+    ASSERT_EQ(info->GetRefTypeInfo(reference, &base), S_OK);
     EXPECT_TRUE(IsEqualGUID(IID_IDispatch, CAttributes(base)->guid));
 }
 

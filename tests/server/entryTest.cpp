@@ -16,13 +16,13 @@ using testing::ElementsAreArray;
 
 namespace {
 
-const auto& realCoInitialize = ImportHook<decltype(&CoInitialize)>::original;
-const auto& realCoUninitialize = ImportHook<decltype(&CoUninitialize)>::original;
-const auto& realGetMessage = ImportHook<decltype(&GetMessageA)>::original;
-const auto& realGetModuleHandle = ImportHook<decltype(&GetModuleHandleA)>::original;
-const auto& realPostThreadMessage = ImportHook<decltype(&PostThreadMessageA)>::original;
-const auto& realSetErrorMode = ImportHook<decltype(&SetErrorMode)>::original;
-const auto& realSleep = ImportHook<decltype(&Sleep)>::original;
+const auto& s_realCoInitialize = ImportHook<decltype(&CoInitialize)>::s_original;
+const auto& s_realCoUninitialize = ImportHook<decltype(&CoUninitialize)>::s_original;
+const auto& s_realGetMessage = ImportHook<decltype(&GetMessageA)>::s_original;
+const auto& s_realGetModuleHandle = ImportHook<decltype(&GetModuleHandleA)>::s_original;
+const auto& s_realPostThreadMessage = ImportHook<decltype(&PostThreadMessageA)>::s_original;
+const auto& s_realSetErrorMode = ImportHook<decltype(&SetErrorMode)>::s_original;
+const auto& s_realSleep = ImportHook<decltype(&Sleep)>::s_original;
 
 constexpr DWORD COOKIE = 4711;
 
@@ -38,7 +38,7 @@ struct SWindows
     std::function<void()> beforeMessage;
     std::function<void()> whenDispatched;
 };
-SWindows g_windows;
+SWindows s_windows;
 
 template <class... Arguments>
 void note(std::format_string<Arguments...> format, Arguments&&... arguments)
@@ -80,7 +80,7 @@ protected:
         world.setPreference("loglevel", LOGLEVEL_TRACE);
         world.setPreference("logpath", "");
         world.start();
-        g_windows = {};
+        s_windows = {};
         module().m_bComInitialized = false;
     }
     static CKESTAserverModule& module() { return static_cast<CKESTAserverModule&>(*ATL::_pAtlModule); }
@@ -89,7 +89,7 @@ protected:
     int run()
     {
         char commandLine[] = "the command line";
-        realSetErrorMode(SEM_NOOPENFILEERRORBOX);
+        s_realSetErrorMode(SEM_NOOPENFILEERRORBOX);
         stream.clear();
         return ::WinMain(GetModuleHandleA(nullptr), nullptr, commandLine, SW_HIDE);
     }
@@ -111,8 +111,9 @@ protected:
         all.insert(all.end(), moduleLines.begin(), moduleLines.end());
         for (const char* line : {"FINE -> cleanUp ", "TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.",
                                  "FINE <- cleanUp ", "FINE -> setErrorModeSilent ", "SetErrorMode 3", "FINE new error mode:3",
-                                 "FINE old error mode:8000", "FINE <- setErrorModeSilent "})
+                                 "FINE old error mode:8000", "FINE <- setErrorModeSilent "}) {
             all.push_back(line);
+        }
         all.push_back("TRACE CHelpers::setErrorModeSilent(): success: " + getWindowsErrorText(0));
         all.push_back("INFO <- WinMain the command line");
         return all;
@@ -138,42 +139,43 @@ protected:
 
     const ImportHook<decltype(&CoInitialize)> initialize{"CoInitialize", [](LPVOID reserved) -> HRESULT {
                                                              note("CoInitialize{}", reserved ? " not null" : "");
-                                                             return FAILED(g_windows.initialize) ? g_windows.initialize
-                                                                                                 : realCoInitialize(reserved);
+                                                             return FAILED(s_windows.initialize) ? s_windows.initialize
+                                                                                                 : s_realCoInitialize(reserved);
                                                          }};
     const ImportHook<decltype(&CoUninitialize)> uninitialize{"CoUninitialize", [] {
                                                                  note("CoUninitialize");
-                                                                 realCoUninitialize();
+                                                                 s_realCoUninitialize();
                                                              }};
     const ImportHook<decltype(&CoRegisterClassObject)> registerClass{
         "CoRegisterClassObject", [](REFCLSID clsid, LPUNKNOWN, DWORD context, DWORD flags, LPDWORD cookie) -> HRESULT {
             note("CoRegisterClassObject {} {} {}", guidText(clsid), context, flags);
             *cookie = COOKIE;
-            return g_windows.registerClass;
+            return s_windows.registerClass;
         }};
     const ImportHook<decltype(&CoResumeClassObjects)> resume{"CoResumeClassObjects", []() -> HRESULT {
                                                                  note("CoResumeClassObjects");
-                                                                 return g_windows.resume;
+                                                                 return s_windows.resume;
                                                              }};
     const ImportHook<decltype(&CoRevokeClassObject)> revoke{"CoRevokeClassObject", [](DWORD cookie) -> HRESULT {
                                                                 note("CoRevokeClassObject {}", cookie);
-                                                                return g_windows.revoke;
+                                                                return s_windows.revoke;
                                                             }};
     const ImportHook<decltype(&GetCommandLineA)> commandLine{"GetCommandLineA",
-                                                             []() -> LPSTR { return const_cast<LPSTR>(g_windows.commandLine); }};
+                                                             []() -> LPSTR { return const_cast<LPSTR>(s_windows.commandLine); }};
     const ImportHook<decltype(&GetModuleHandleA)> moduleHandle{
         "GetModuleHandleA", [](LPCSTR name) -> HMODULE {
             const bool isAsked = name != nullptr && std::string(name) == "Mscoree.dll";
-            return isAsked && g_windows.isManaged ? realGetModuleHandle("kernel32") : realGetModuleHandle(name);
+            return isAsked && s_windows.isManaged ? s_realGetModuleHandle("kernel32") : s_realGetModuleHandle(name);
         }};
     const ImportHook<decltype(&GetMessageA)> getMessage{"GetMessageA",
                                                         [](LPMSG message, HWND window, UINT first, UINT last) -> BOOL {
                                                             EXPECT_EQ(window, nullptr);
                                                             EXPECT_EQ(first, 0u);
                                                             EXPECT_EQ(last, 0u);
-                                                            if (g_windows.beforeMessage)
-                                                                g_windows.beforeMessage();
-                                                            return realGetMessage(message, window, first, last);
+                                                            if (s_windows.beforeMessage) {
+                                                                s_windows.beforeMessage();
+                                                            }
+                                                            return s_realGetMessage(message, window, first, last);
                                                         }};
     const ImportHook<decltype(&TranslateMessage)> translate{"TranslateMessage", [](const MSG* message) -> BOOL {
                                                                 note("TranslateMessage {}", message->message);
@@ -181,25 +183,27 @@ protected:
                                                             }};
     const ImportHook<decltype(&DispatchMessageA)> dispatch{"DispatchMessageA", [](const MSG* message) -> LRESULT {
                                                                note("DispatchMessageA {}", message->message);
-                                                               if (g_windows.whenDispatched)
-                                                                   g_windows.whenDispatched();
+                                                               if (s_windows.whenDispatched) {
+                                                                   s_windows.whenDispatched();
+                                                               }
                                                                return 0;
                                                            }};
     const ImportHook<decltype(&PostThreadMessageA)> postThreadMessage{
         "PostThreadMessageA", [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
             note("PostThreadMessageA {} {} {} {}", thread == module().m_dwMainThreadID ? "main thread" : "somebody", message,
                  wParam, lParam);
-            return realPostThreadMessage(thread, message, wParam, lParam);
+            return s_realPostThreadMessage(thread, message, wParam, lParam);
         }};
     const ImportHook<decltype(&Sleep)> sleep{"Sleep", [](DWORD time) {
-                                                 if (time < 500)
-                                                     realSleep(time);
-                                                 else
+                                                 if (time < 500) {
+                                                     s_realSleep(time);
+                                                 } else {
                                                      note("Sleep {}", time);
+                                                 }
                                              }};
     const ImportHook<decltype(&SetErrorMode)> errorMode{"SetErrorMode", [](UINT mode) -> UINT {
                                                             note("SetErrorMode {}", mode);
-                                                            return realSetErrorMode(mode);
+                                                            return s_realSetErrorMode(mode);
                                                         }};
 };
 
@@ -208,16 +212,16 @@ protected:
 TEST_F(EntryTest, AWholeRunFromComToTheSilentErrorMode)
 {
     // The next message, the last client's release in its wake.
-    g_windows.beforeMessage = [] {
-        g_windows.beforeMessage = nullptr;
-        realPostThreadMessage(GetCurrentThreadId(), 0x8003, 0, 0);
+    s_windows.beforeMessage = [] {
+        s_windows.beforeMessage = nullptr;
+        s_realPostThreadMessage(GetCurrentThreadId(), 0x8003, 0, 0);
         APTTYPE type = APTTYPE_CURRENT;
         APTTYPEQUALIFIER qualifier = {};
         EXPECT_EQ(CoGetApartmentType(&type, &qualifier), S_OK);
         EXPECT_NE(type, APTTYPE_MTA);
         EXPECT_NE(type, APTTYPE_NA);
     };
-    g_windows.whenDispatched = letGo;
+    s_windows.whenDispatched = letGo;
     EXPECT_EQ(run(), 0);
     EXPECT_THAT(lines(), ElementsAreArray(wholeRun(started({
                              LOOP_BEGIN,
@@ -236,21 +240,22 @@ TEST_F(EntryTest, AWholeRunFromComToTheSilentErrorMode)
 
 TEST_F(EntryTest, AnExceptionOfTheModuleIsLoggedAndTheJavaSideIsCleanedUpAllTheSame)
 {
-    g_windows.beforeMessage = [] { throw std::runtime_error("out of the loop"); };
+    s_windows.beforeMessage = [] { throw std::runtime_error("out of the loop"); };
     EXPECT_EQ(run(), 0);
     EXPECT_THAT(lines(), ElementsAreArray(wholeRun(started({
                              LOOP_BEGIN,
                              LOOP_END,
                              "CoUninitialize",
-                             fixtures::beginBanner,
+                             fixtures::BEGIN_BANNER,
                              "ERROR Unexpected exception in main class",
                              "INFO -> WinMain the command line",
-                             fixtures::endBanner,
+                             fixtures::END_BANNER,
                          }))));
     // Ends the monitor thread.
     letGo();
-    for (const ULONGLONG start = GetTickCount64(); !stream.contains(QUIT) && GetTickCount64() - start < 5000;)
+    for (const ULONGLONG start = GetTickCount64(); !stream.contains(QUIT) && GetTickCount64() - start < 5000;) {
         SwitchToThread();
+    }
     EXPECT_TRUE(stream.contains(QUIT));
 }
 
@@ -262,7 +267,7 @@ TEST_F(EntryTest, AnExceptionOfTheJavaSideIsLoggedAndTheModulesResultStays)
         Client()
             : CJavaManagerJNIClient("")
         {
-            m_DLLHandle = realGetModuleHandle("kernel32");
+            m_DLLHandle = s_realGetModuleHandle("kernel32");
         }
         ~Client() override = default;
     };
@@ -270,7 +275,7 @@ TEST_F(EntryTest, AnExceptionOfTheJavaSideIsLoggedAndTheModulesResultStays)
     CJavaManagerJNIClient::s_Instance = &client;
     const ImportHook<decltype(&FreeLibrary)> freeLibrary(
         "FreeLibrary", [](HMODULE) -> BOOL { throw std::runtime_error("out of the Java side"); });
-    g_windows.initialize = E_ACCESSDENIED;
+    s_windows.initialize = E_ACCESSDENIED;
     EXPECT_EQ(run(), E_ACCESSDENIED);
     CJavaManagerJNIClient::s_Instance = nullptr;
     const std::vector<std::string> all = lines();
@@ -283,7 +288,7 @@ TEST_F(EntryTest, AnExceptionOfTheJavaSideIsLoggedAndTheModulesResultStays)
 
 TEST_F(EntryTest, WithoutComNothingIsRegisteredAndTheResultIsComs)
 {
-    g_windows.initialize = E_OUTOFMEMORY;
+    s_windows.initialize = E_OUTOFMEMORY;
     EXPECT_EQ(run(), E_OUTOFMEMORY);
     EXPECT_THAT(lines(), ElementsAreArray(wholeRun({"CoInitialize"})));
 }
@@ -294,16 +299,16 @@ TEST_F(EntryTest, ComInAnotherModeEndsTheProcessUnlessARuntimeManagesIt)
     EXPECT_EQ(run(), static_cast<int>(0x80010106));
     EXPECT_THAT(lines(), ElementsAreArray(wholeRun({"CoInitialize"})));
 
-    g_windows.isManaged = true;
-    g_windows.beforeMessage = letGo;
+    s_windows.isManaged = true;
+    s_windows.beforeMessage = letGo;
     EXPECT_EQ(run(), 0);
     EXPECT_THAT(lines(), ElementsAreArray(wholeRun(started({LOOP_BEGIN, QUIT, LOOP_END, REVOCATION, "Sleep 1000"}))))
         << "COM is not uninitialised: it was not initialised here";
 
     // Another failure is not forgiven.
-    g_windows.initialize = E_OUTOFMEMORY;
+    s_windows.initialize = E_OUTOFMEMORY;
     EXPECT_EQ(run(), E_OUTOFMEMORY);
-    realCoUninitialize();
+    s_realCoUninitialize();
 }
 
 TEST_F(EntryTest, WithoutCriticalSectionTheExitCodeIsMinusOne)
@@ -316,7 +321,7 @@ TEST_F(EntryTest, WithoutCriticalSectionTheExitCodeIsMinusOne)
 
 TEST_F(EntryTest, AClassObjectThatIsRefusedIsTheResult)
 {
-    g_windows.registerClass = CO_E_OBJISREG;
+    s_windows.registerClass = CO_E_OBJISREG;
     EXPECT_EQ(run(), CO_E_OBJISREG);
     EXPECT_THAT(lines(),
                 ElementsAreArray(wholeRun(
@@ -325,7 +330,7 @@ TEST_F(EntryTest, AClassObjectThatIsRefusedIsTheResult)
 
 TEST_F(EntryTest, ClassObjectsThatCannotBeResumedAreRevokedWithoutPause)
 {
-    g_windows.resume = CO_E_SERVER_STOPPING;
+    s_windows.resume = CO_E_SERVER_STOPPING;
     EXPECT_EQ(run(), CO_E_SERVER_STOPPING);
     EXPECT_THAT(lines(), ElementsAreArray(wholeRun(started({QUIT, REVOCATION, "CoUninitialize"}))));
     MSG message;
@@ -334,8 +339,8 @@ TEST_F(EntryTest, ClassObjectsThatCannotBeResumedAreRevokedWithoutPause)
 
 TEST_F(EntryTest, AFailingRevocationIsTheResultAfterThePause)
 {
-    g_windows.beforeMessage = letGo;
-    g_windows.revoke = CO_E_OBJNOTREG;
+    s_windows.beforeMessage = letGo;
+    s_windows.revoke = CO_E_OBJNOTREG;
     EXPECT_EQ(run(), CO_E_OBJNOTREG);
     EXPECT_THAT(lines(),
                 ElementsAreArray(wholeRun(started({LOOP_BEGIN, QUIT, LOOP_END, REVOCATION, "Sleep 1000", "CoUninitialize"}))));
@@ -343,7 +348,7 @@ TEST_F(EntryTest, AFailingRevocationIsTheResultAfterThePause)
 
 TEST_F(EntryTest, ASwitchRegistersAndRunsNoServer)
 {
-    g_windows.commandLine = "server.exe -REGSERVER";
+    s_windows.commandLine = "server.exe -REGSERVER";
     EXPECT_EQ(run(), S_OK);
     EXPECT_THAT(lines(), ElementsAreArray(wholeRun({"CoInitialize", "CoUninitialize"})));
     const auto description = [] {
@@ -354,7 +359,7 @@ TEST_F(EntryTest, ASwitchRegistersAndRunsNoServer)
     };
     EXPECT_EQ(description(), "KESTA Java Manager");
 
-    g_windows.commandLine = "server.exe /unregserver";
+    s_windows.commandLine = "server.exe /unregserver";
     EXPECT_EQ(run(), S_OK);
     EXPECT_EQ(description(), "");
     // What is not there any more cannot be removed: the type library's failure is the exit code.

@@ -11,7 +11,6 @@
 #include <thread>
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -35,7 +34,7 @@ static_assert(LOGS_ONCE<CKESTAserverModule> && LOGS_ONCE<CJavaManagerATLObject> 
 
 } // namespace
 
-class ServerModule : public ComWorld
+class ServerModuleTest : public ComWorld
 {
 protected:
     std::vector<std::string> lines() const { return moduleLines(stream, "KESTAserver"); }
@@ -47,7 +46,7 @@ protected:
     static inline const std::string MODULE = "CKESTAserverModule  ";
 };
 
-TEST_F(ServerModule, HasItsConstants)
+TEST_F(ServerModuleTest, HasItsConstants)
 {
     CKESTAserverModule server;
     EXPECT_EQ(server.m_dwMainThreadID, GetCurrentThreadId());
@@ -61,7 +60,7 @@ TEST_F(ServerModule, HasItsConstants)
     EXPECT_EQ(WM_PROCESSEVENTQUEUE, 32771u);
 }
 
-TEST_F(ServerModule, HoldsTheLoggerFromItsConstructionToItsEnd)
+TEST_F(ServerModuleTest, HoldsTheLoggerFromItsConstructionToItsEnd)
 {
     std::optional<CKESTAserverModule> server(std::in_place);
     EXPECT_THAT(moduleLines(stream, "JavaManagerATLObject"), ElementsAre("INFO -> ObjectMain 1", "INFO <- ObjectMain 1"));
@@ -71,7 +70,7 @@ TEST_F(ServerModule, HoldsTheLoggerFromItsConstructionToItsEnd)
     EXPECT_NE(Logger::instance(), nullptr) << "the reference of the static guard is still there";
 }
 
-TEST_F(ServerModule, RegistersAndUnregistersItsAppId)
+TEST_F(ServerModuleTest, RegistersAndUnregistersItsAppId)
 {
     const auto appId = [] {
         char text[100] = {};
@@ -87,7 +86,7 @@ TEST_F(ServerModule, RegistersAndUnregistersItsAppId)
     EXPECT_EQ(appId(), "");
 }
 
-TEST_F(ServerModule, LoopLogsEachMessageAndEndsOnQuit)
+TEST_F(ServerModuleTest, LoopLogsEachMessageAndEndsOnQuit)
 {
     CKESTAserverModule server;
     stream.clear();
@@ -104,7 +103,7 @@ TEST_F(ServerModule, LoopLogsEachMessageAndEndsOnQuit)
         << "for the one message, with an empty queue";
 }
 
-TEST_F(ServerModule, LoopHandlesItsMessageThenTranslatesAndDispatchesEveryOne)
+TEST_F(ServerModuleTest, LoopHandlesItsMessageThenTranslatesAndDispatchesEveryOne)
 {
     CKESTAserverModule server;
     const ImportHook<decltype(&TranslateMessage)> translate("TranslateMessage", [](const MSG* message) -> BOOL {
@@ -130,7 +129,7 @@ TEST_F(ServerModule, LoopHandlesItsMessageThenTranslatesAndDispatchesEveryOne)
                             "dispatch 32772", "FINE " + MODULE + "RunMessageLoop "));
 }
 
-TEST_F(ServerModule, LoopTakesTheMessagesOfAllWindowsAndEndsOnAnError)
+TEST_F(ServerModuleTest, LoopTakesTheMessagesOfAllWindowsAndEndsOnAnError)
 {
     CKESTAserverModule server;
     static int s_calls;
@@ -148,7 +147,7 @@ TEST_F(ServerModule, LoopTakesTheMessagesOfAllWindowsAndEndsOnAnError)
     EXPECT_THAT(lines(), ElementsAre("FINE -> " + MODULE + "RunMessageLoop ", "FINE <- " + MODULE + "RunMessageLoop "));
 }
 
-TEST_F(ServerModule, LoopLogsNoMessagesBelowFine)
+TEST_F(ServerModuleTest, LoopLogsNoMessagesBelowFine)
 {
     CKESTAserverModule server;
     Logger::setMaxLogLevel(LOGLEVEL_INFO);
@@ -159,15 +158,16 @@ TEST_F(ServerModule, LoopLogsNoMessagesBelowFine)
     EXPECT_THAT(stream.lines(), testing::SizeIs(0));
 }
 
-TEST_F(ServerModule, LoopDispatchesToWindows)
+TEST_F(ServerModuleTest, LoopDispatchesToWindows)
 {
     static int s_received;
     s_received = 0;
     WNDCLASSA windowClass = {};
     windowClass.lpszClassName = "ServerModuleTest";
     windowClass.lpfnWndProc = [](HWND window, UINT message, WPARAM wParam, LPARAM lParam) -> LRESULT {
-        if (message == WM_APP + 1)
+        if (message == WM_APP + 1) {
             s_received = static_cast<int>(wParam);
+        }
         return DefWindowProcA(window, message, wParam, lParam);
     };
     RegisterClassA(&windowClass);
@@ -183,7 +183,7 @@ TEST_F(ServerModule, LoopDispatchesToWindows)
 }
 
 // From a Java thread through queue and loop to the client's sink, on the thread of the loop.
-TEST_F(ServerModule, LoopCarriesEventsToTheSinks)
+TEST_F(ServerModuleTest, LoopCarriesEventsToTheSinks)
 {
     NativeEnvironment environment;
     CKESTAserverModule server;
@@ -193,8 +193,9 @@ TEST_F(ServerModule, LoopCarriesEventsToTheSinks)
     DWORD firingThread = 0;
     sink.onCall = [&] {
         firingThread = GetCurrentThreadId();
-        if (sink.calls.size() == 3)
+        if (sink.calls.size() == 3) {
             PostQuitMessage(0);
+        }
     };
     std::thread javaThread([&] {
         CBeanFrame::NativeOnControlReady(environment.env(), nullptr, NativeEnvironment::text("ready"));
@@ -205,15 +206,16 @@ TEST_F(ServerModule, LoopCarriesEventsToTheSinks)
     javaThread.join();
     EXPECT_EQ(firingThread, GetCurrentThreadId());
     std::vector<std::string> texts;
-    for (const RecordingSink::Call& call : sink.calls)
+    for (const RecordingSink::Call& call : sink.calls) {
         texts.push_back(std::to_string(call.event) + " " + call.text);
+    }
     EXPECT_THAT(texts, testing::UnorderedElementsAre("3 ready", "4 custom", "2 abcjs"));
     EXPECT_EQ(texts.back(), "2 abcjs") << "delayed";
     object.Release();
 }
 
 // A window procedure with a loop of its own, as COM and dialogs have them, drops the thread's messages.
-TEST_F(ServerModule, EventsWhoseMessageAForeignLoopSwallowedStillCome)
+TEST_F(ServerModuleTest, EventsWhoseMessageAForeignLoopSwallowedStillCome)
 {
     static NativeEnvironment s_environment;
     WNDCLASSA windowClass = {};
@@ -222,8 +224,9 @@ TEST_F(ServerModule, EventsWhoseMessageAForeignLoopSwallowedStillCome)
         if (message == WM_APP + 1) {
             CBeanFrame::NativeOnCustomEvent(s_environment.env(), nullptr, NativeEnvironment::text("swallowed"));
             MSG dropped;
-            while (PeekMessageA(&dropped, nullptr, 0, 0, PM_REMOVE))
+            while (PeekMessageA(&dropped, nullptr, 0, 0, PM_REMOVE)) {
                 DispatchMessageA(&dropped);
+            }
         }
         return DefWindowProcA(window, message, wParam, lParam);
     };
@@ -244,7 +247,7 @@ TEST_F(ServerModule, EventsWhoseMessageAForeignLoopSwallowedStillCome)
 }
 
 // The watchdog's end of an object, with COM's own references gone and the client's still there.
-TEST_F(ServerModule, DeadClientsObjectGoesWithItsSinksAndItsFrame)
+TEST_F(ServerModuleTest, DeadClientsObjectGoesWithItsSinksAndItsFrame)
 {
     CKESTAserverModule server;
     RecordingSink sink;

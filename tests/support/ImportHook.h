@@ -30,14 +30,14 @@ public:
         if (m_place == nullptr) {
             throw std::runtime_error("the test program does not import " + name);
         }
-        original = reinterpret_cast<Function>(exchangeImport(m_place, reinterpret_cast<void*>(replacement)));
+        s_original = reinterpret_cast<Function>(exchangeImport(m_place, reinterpret_cast<void*>(replacement)));
     }
-    ~ImportHook() { exchangeImport(m_place, reinterpret_cast<void*>(original)); }
+    ~ImportHook() { exchangeImport(m_place, reinterpret_cast<void*>(s_original)); }
     ImportHook(const ImportHook&) = delete;
     ImportHook& operator=(const ImportHook&) = delete;
 
     // The function of Windows, while a hook of this type is alive.
-    static inline Function original = nullptr;
+    static inline Function s_original = nullptr;
 
 private:
     void** m_place;

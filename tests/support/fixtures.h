@@ -44,10 +44,10 @@ inline std::vector<std::string> splitLines(const std::string& text)
     return lines;
 }
 
-inline constexpr const char* beginBanner = "/******************************************** error detected - begin backtrace "
-                                           "********************************************\\";
-inline constexpr const char* endBanner = "\\************************************************** end error backtrace "
-                                         "***************************************************/";
+inline constexpr const char* BEGIN_BANNER = "/******************************************** error detected - begin backtrace "
+                                            "********************************************\\";
+inline constexpr const char* END_BANNER = "\\************************************************** end error backtrace "
+                                          "***************************************************/";
 
 // One log line, taken apart. A line that has no header (banners, continuations of texts of several lines) is all body.
 struct LogLine
@@ -64,8 +64,9 @@ struct LogLine
     std::string text() const
     {
         const size_t begin = body.find_first_not_of(' ');
-        if (begin == std::string::npos)
+        if (begin == std::string::npos) {
             return {};
+        }
         const bool marked = body.compare(begin, 3, "-> ") == 0 || body.compare(begin, 3, "<- ") == 0;
         return body.substr(marked ? begin + 3 : begin);
     }
@@ -98,8 +99,9 @@ inline LogLine parseLogLine(const std::string& line)
 inline std::vector<LogLine> parseLogLines(const std::string& text)
 {
     std::vector<LogLine> result;
-    for (const std::string& line : splitLines(text))
+    for (const std::string& line : splitLines(text)) {
         result.push_back(parseLogLine(line));
+    }
     return result;
 }
 
@@ -130,16 +132,18 @@ public:
     std::vector<LogLine> lines() const
     {
         std::vector<LogLine> result;
-        for (const std::string& text : texts())
+        for (const std::string& text : texts()) {
             result.push_back(parseLogLine(withoutNames(text)));
+        }
         return result;
     }
     // "LEVEL text" of every line, without indentation; banners as they are.
     std::vector<std::string> messages() const
     {
         std::vector<std::string> result;
-        for (const LogLine& line : lines())
+        for (const LogLine& line : lines()) {
             result.push_back(line.level.empty() ? line.body : line.level + " " + line.text());
+        }
         return result;
     }
     bool contains(const std::string& message) const
@@ -160,21 +164,24 @@ public:
         GetModuleFileNameA(nullptr, path, MAX_PATH);
         const std::string executable = " " + std::filesystem::path(path).filename().string() + " ";
         const size_t found = text.find(executable);
-        if (found != std::string::npos)
+        if (found != std::string::npos) {
             text.erase(0, found + executable.size());
-        if (text.ends_with('\n'))
+        }
+        if (text.ends_with('\n')) {
             text.pop_back();
+        }
         return text;
     }
 
 private:
     static LONG CALLBACK collect(EXCEPTION_POINTERS* exception)
     {
-        constexpr DWORD printException = 0x40010006; // DBG_PRINTEXCEPTION_C
+        constexpr DWORD PRINT_EXCEPTION = 0x40010006; // DBG_PRINTEXCEPTION_C
         const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
         DebugStream* stream = s_stream;
-        if (record.ExceptionCode != printException || stream == nullptr)
+        if (record.ExceptionCode != PRINT_EXCEPTION || stream == nullptr) {
             return EXCEPTION_CONTINUE_SEARCH;
+        }
         const std::lock_guard lock(stream->m_mutex);
         stream->m_texts.emplace_back(reinterpret_cast<const char*>(record.ExceptionInformation[1]),
                                      static_cast<size_t>(record.ExceptionInformation[0]) - 1);
@@ -247,8 +254,9 @@ private:
     }
     static void check(LSTATUS status)
     {
-        if (status != ERROR_SUCCESS)
+        if (status != ERROR_SUCCESS) {
             throw std::runtime_error("registry scratch key: " + getWindowsErrorText(static_cast<unsigned>(status)));
+        }
     }
 
     HKEY m_root;
@@ -287,8 +295,9 @@ private:
 inline std::string readFile(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
-    if (!file)
+    if (!file) {
         throw std::runtime_error("cannot read " + path);
+    }
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
@@ -297,19 +306,19 @@ inline std::string readFile(const std::string& path)
 class LoggerWorld
 {
 public:
-    static constexpr const char* preferencesKey = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
+    static constexpr const char* PREFERENCES_KEY = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
 
     LoggerWorld()
         : m_machine(HKEY_LOCAL_MACHINE)
         , m_user(HKEY_CURRENT_USER)
     {
         stop();
-        constexpr const char* folders = "Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders";
+        constexpr const char* FOLDERS = "Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders";
         for (const char* name : {"Local AppData", "Desktop"}) {
             std::filesystem::create_directories(m_folder.path(name));
-            m_user.setString(folders, name, m_folder.path(name));
+            m_user.setString(FOLDERS, name, m_folder.path(name));
         }
-        m_machine.createKey(preferencesKey, KEY_WOW64_32KEY);
+        m_machine.createKey(PREFERENCES_KEY, KEY_WOW64_32KEY);
     }
     ~LoggerWorld() { stop(); }
     LoggerWorld(const LoggerWorld&) = delete;
@@ -317,11 +326,11 @@ public:
 
     void setPreference(const std::string& name, int value)
     {
-        m_machine.setDword(preferencesKey, name, static_cast<std::uint32_t>(value), KEY_WOW64_32KEY);
+        m_machine.setDword(PREFERENCES_KEY, name, static_cast<std::uint32_t>(value), KEY_WOW64_32KEY);
     }
     void setPreference(const std::string& name, const std::string& value)
     {
-        m_machine.setString(preferencesKey, name, value, KEY_WOW64_32KEY);
+        m_machine.setString(PREFERENCES_KEY, name, value, KEY_WOW64_32KEY);
     }
     RegistryScratch& machine() { return m_machine; }
     std::string appData() const { return m_folder.path("Local AppData"); }
@@ -336,15 +345,17 @@ public:
     }
     static void stop()
     {
-        while (Logger::instance() != nullptr)
+        while (Logger::instance() != nullptr) {
             Logger::release();
+        }
     }
     // The current Logger's first file, and those after a split; line feeds alone.
     std::string logText(int index = 0) const
     {
         std::string name = Logger::instance()->logFilePrefix();
-        if (index != 0)
+        if (index != 0) {
             name += "-" + std::string(index < 10 ? "000" : "00") + std::to_string(index);
+        }
         std::string text = readFile(name + ".log");
         std::erase(text, '\r');
         return text;

@@ -18,14 +18,16 @@ std::vector<std::string> logged(Action action)
     action();
     Logger::setMaxLogLevel(LOGLEVEL_WARN);
     std::vector<std::string> bodies;
-    for (const fixtures::LogLine& line : stream.lines())
-        if (line.source.starts_with("helpers "))
+    for (const fixtures::LogLine& line : stream.lines()) {
+        if (line.source.starts_with("helpers ")) {
             bodies.push_back(line.level + "|" + line.body);
+        }
+    }
     return bodies;
 }
 } // namespace
 
-TEST(Helpers, identifierIsPrefixAndDecimalNumber)
+TEST(HelpersTest, IdentifierIsPrefixAndDecimalNumber)
 {
     EXPECT_EQ(CHelpers::buildIdentifierString("kesta_frame_", 7), "kesta_frame_7");
     EXPECT_EQ(CHelpers::buildIdentifierString("kesta_frame_", -1), "kesta_frame_-1");
@@ -35,7 +37,7 @@ TEST(Helpers, identifierIsPrefixAndDecimalNumber)
                 ElementsAre("FINE|-> buildIdentifierString kesta_frame_, 7", "FINE|<- buildIdentifierString kesta_frame_, 7"));
 }
 
-TEST(Helpers, errorModeBecomesSilentAndBothAreLoggedInHexadecimal)
+TEST(HelpersTest, ErrorModeBecomesSilentAndBothAreLoggedInHexadecimal)
 {
     const UINT before = SetErrorMode(SEM_NOOPENFILEERRORBOX | SEM_FAILCRITICALERRORS);
     EXPECT_THAT(logged([] { EXPECT_EQ(CHelpers::setErrorModeSilent(), 0); }),

@@ -5,16 +5,15 @@
 
 #define LOG_SOURCE "loggerCheckTest"
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
 
-class LoggerCheck : public testing::Test
+class LoggerCheckTest : public testing::Test
 {
 protected:
-    LoggerCheck()
+    LoggerCheckTest()
     {
         m_world.setPreference("loglevel", LOGLEVEL_TRACE);
         m_world.start();
@@ -24,9 +23,11 @@ protected:
     std::vector<std::string> checks()
     {
         std::vector<std::string> result;
-        for (const fixtures::LogLine& line : m_stream.lines())
-            if (line.source.starts_with(LOG_SOURCE) && (line.level == "TRACE" || line.level == "ERROR"))
+        for (const fixtures::LogLine& line : m_stream.lines()) {
+            if (line.source.starts_with(LOG_SOURCE) && (line.level == "TRACE" || line.level == "ERROR")) {
                 result.push_back(line.level + " " + line.text());
+            }
+        }
         m_stream.clear();
         return result;
     }
@@ -78,13 +79,13 @@ bool failWith(DWORD error)
     return counted(false);
 }
 
-const std::string success = getWindowsErrorText(0);
-const std::string failure = getWindowsErrorText(0x80004005);
-const std::string denied = getWindowsErrorText(ERROR_ACCESS_DENIED);
+const std::string SUCCESS = getWindowsErrorText(0);
+const std::string FAILURE = getWindowsErrorText(0x80004005);
+const std::string DENIED = getWindowsErrorText(ERROR_ACCESS_DENIED);
 
 } // namespace
 
-TEST_F(LoggerCheck, condition)
+TEST_F(LoggerCheckTest, Condition)
 {
     LOG_SCOPE_STATIC(FINE, "condition");
     void* pointer = nullptr;
@@ -95,7 +96,7 @@ TEST_F(LoggerCheck, condition)
     EXPECT_THAT(checks(), ElementsAre("TRACE counted(pointer) == NULL: true", "ERROR counted(pointer) != NULL: false"));
 }
 
-TEST_F(LoggerCheck, conditionThatReturns)
+TEST_F(LoggerCheckTest, ConditionThatReturns)
 {
     EXPECT_EQ(returningCondition(true), 4);
     EXPECT_EQ(callsSince(), 1);
@@ -104,27 +105,27 @@ TEST_F(LoggerCheck, conditionThatReturns)
     EXPECT_THAT(checks(), ElementsAre("TRACE counted(value): true", "ERROR counted(value): false"));
 }
 
-TEST_F(LoggerCheck, hresult)
+TEST_F(LoggerCheckTest, Hresult)
 {
     LOG_SCOPE_STATIC(FINE, "hresult");
     EXPECT_EQ(HRESULT_LOG(counted(S_OK)), S_OK);
     EXPECT_EQ(callsSince(), 1);
     EXPECT_EQ(HRESULT_LOG(counted(E_FAIL)), E_FAIL);
     EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(S_OK): success: " + success, "ERROR counted(E_FAIL): failure: " + failure));
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(S_OK): success: " + SUCCESS, "ERROR counted(E_FAIL): failure: " + FAILURE));
 }
 
-TEST_F(LoggerCheck, hresultThatReturns)
+TEST_F(LoggerCheckTest, HresultThatReturns)
 {
     EXPECT_EQ(returningHresult(S_FALSE), 4);
     EXPECT_EQ(callsSince(), 1);
     EXPECT_EQ(returningHresult(E_FAIL), E_FAIL);
     EXPECT_EQ(callsSince(), 1);
     EXPECT_THAT(checks(), ElementsAre("TRACE counted(value): success: " + getWindowsErrorText(1),
-                                      "ERROR counted(value): failure: " + failure));
+                                      "ERROR counted(value): failure: " + FAILURE));
 }
 
-TEST_F(LoggerCheck, hresultInDecimal)
+TEST_F(LoggerCheckTest, HresultInDecimal)
 {
     LOG_SCOPE_STATIC(FINE, "hresultInDecimal");
     EXPECT_EQ(HRESULT_NUMBER_LOG(counted(S_FALSE)), S_FALSE);
@@ -134,17 +135,17 @@ TEST_F(LoggerCheck, hresultInDecimal)
     EXPECT_THAT(checks(), ElementsAre("TRACE counted(S_FALSE): success: 1", "ERROR counted(E_FAIL): failure: -2147467259"));
 }
 
-TEST_F(LoggerCheck, win32CallTellsTheErrorThatTheCallLeft)
+TEST_F(LoggerCheckTest, Win32CallTellsTheErrorThatTheCallLeft)
 {
     LOG_SCOPE_STATIC(FINE, "win32");
     EXPECT_TRUE(WIN32_LOG(counted(true)));
     EXPECT_EQ(callsSince(), 1);
     EXPECT_FALSE(WIN32_LOG(failWith(ERROR_ACCESS_DENIED)));
     EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(true): success", "ERROR failWith(ERROR_ACCESS_DENIED): failure: " + denied));
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(true): success", "ERROR failWith(ERROR_ACCESS_DENIED): failure: " + DENIED));
 }
 
-TEST_F(LoggerCheck, win32CallWithSavedError)
+TEST_F(LoggerCheckTest, Win32CallWithSavedError)
 {
     LOG_SCOPE_STATIC(FINE, "win32Code");
     EXPECT_TRUE(WIN32_LOG_CODE(counted(true), 0));
@@ -152,7 +153,7 @@ TEST_F(LoggerCheck, win32CallWithSavedError)
     SetLastError(ERROR_SUCCESS);
     EXPECT_FALSE(WIN32_LOG_CODE(counted(false), ERROR_ACCESS_DENIED));
     EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(true): success", "ERROR counted(false): failure: " + denied));
+    EXPECT_THAT(checks(), ElementsAre("TRACE counted(true): success", "ERROR counted(false): failure: " + DENIED));
 }
 
 namespace {
@@ -173,15 +174,15 @@ public:
 };
 } // namespace
 
-TEST_F(LoggerCheck, win32ErrorIsTakenBeforeTheObjectIsAskedForItsText)
+TEST_F(LoggerCheckTest, Win32ErrorIsTakenBeforeTheObjectIsAskedForItsText)
 {
     EXPECT_FALSE(Careless().call());
     EXPECT_THAT(checks(),
-                ElementsAre("ERROR (anonymous namespace)::Careless careless failWith(ERROR_ACCESS_DENIED): failure: " + denied));
+                ElementsAre("ERROR (anonymous namespace)::Careless careless failWith(ERROR_ACCESS_DENIED): failure: " + DENIED));
     callsSince();
 }
 
-TEST_F(LoggerCheck, jniResult)
+TEST_F(LoggerCheckTest, JniResult)
 {
     LOG_SCOPE_STATIC(FINE, "jniResult");
     EXPECT_EQ(JNI_RESULT_LOG(counted(0)), 0);
@@ -203,7 +204,7 @@ TEST_F(LoggerCheck, jniResult)
                                       "ERROR counted(value): Unknown error (2)"));
 }
 
-TEST_F(LoggerCheck, namesThatAreMacrosAreLoggedAsTheyAreWritten)
+TEST_F(LoggerCheckTest, NamesThatAreMacrosAreLoggedAsTheyAreWritten)
 {
     LOG_SCOPE_STATIC(FINE, "names");
     EXPECT_FALSE(WIN32_LOG(CreateDirectory("Q:\\none\\none", NULL)));
@@ -211,7 +212,7 @@ TEST_F(LoggerCheck, namesThatAreMacrosAreLoggedAsTheyAreWritten)
     EXPECT_THAT(checks(), ElementsAre("ERROR CreateDirectory(\"Q:\\\\none\\\\none\", NULL): failure: " + expected));
 }
 
-TEST_F(LoggerCheck, argumentsAreEvaluatedAlsoWhenNothingIsLogged)
+TEST_F(LoggerCheckTest, ArgumentsAreEvaluatedAlsoWhenNothingIsLogged)
 {
     LOG_SCOPE_STATIC(FINE, "silent");
     Logger::setMaxLogLevel(-1);

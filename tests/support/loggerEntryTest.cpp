@@ -5,13 +5,12 @@
 
 #define LOG_SOURCE "loggerEntryTest"
 
-using fixtures::beginBanner;
+using fixtures::BEGIN_BANNER;
 using fixtures::DebugStream;
-using fixtures::endBanner;
+using fixtures::END_BANNER;
 using fixtures::LoggerWorld;
 using fixtures::LogLine;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 namespace {
@@ -20,17 +19,19 @@ namespace {
 std::vector<std::string> bodies(const std::vector<LogLine>& lines)
 {
     std::vector<std::string> result;
-    for (const LogLine& line : lines)
-        if (line.level != "ALWAYS")
+    for (const LogLine& line : lines) {
+        if (line.level != "ALWAYS") {
             result.push_back(line.level.empty() ? line.body : line.level + "|" + line.body);
+        }
+    }
     return result;
 }
 
 // Collects the debugger stream of a fresh Logger at the given level.
-class LoggerEntry : public testing::Test
+class LoggerEntryTest : public testing::Test
 {
 protected:
-    LoggerEntry() { begin(LOGLEVEL_WARN); }
+    LoggerEntryTest() { begin(LOGLEVEL_WARN); }
     void begin(int level, int traceLevel = LOGLEVEL_TRACE)
     {
         m_world.setPreference("loglevel", level);
@@ -103,33 +104,33 @@ public:
 
 } // namespace
 
-TEST_F(LoggerEntry, errorInsideThreeScopesWritesTheChainInnermostFirstAndThenTheExits)
+TEST_F(LoggerEntryTest, ErrorInsideThreeScopesWritesTheChainInnermostFirstAndThenTheExits)
 {
     first();
     const std::vector<std::string> expected = {
-        beginBanner, "ERROR|      broken", "FINE|  -> ", "FINE| -> ", "FINE|-> ",
-        endBanner,   "FINE|  <- ",         "FINE| <- ",  "FINE|<- ",
+        BEGIN_BANNER, "ERROR|      broken", "FINE|  -> ", "FINE| -> ", "FINE|-> ",
+        END_BANNER,   "FINE|  <- ",         "FINE| <- ",  "FINE|<- ",
     };
     EXPECT_EQ(written(), expected);
     EXPECT_EQ(bodies(m_world.logLines()), expected);
 }
 
-TEST_F(LoggerEntry, scopeTextsAreInTheBacktraceWhenTheirLevelIsOn)
+TEST_F(LoggerEntryTest, ScopeTextsAreInTheBacktraceWhenTheirLevelIsOn)
 {
     begin(LOGLEVEL_FINE);
     first();
-    EXPECT_THAT(written(), ElementsAre("FINE|-> first 1", "FINE| -> second 2", "FINE|  -> third 3", beginBanner,
+    EXPECT_THAT(written(), ElementsAre("FINE|-> first 1", "FINE| -> second 2", "FINE|  -> third 3", BEGIN_BANNER,
                                        "ERROR|      broken", "FINE|  -> third 3", "FINE| -> second 2", "FINE|-> first 1",
-                                       endBanner, "FINE|  <- third 3", "FINE| <- second 2", "FINE|<- first 1"));
+                                       END_BANNER, "FINE|  <- third 3", "FINE| <- second 2", "FINE|<- first 1"));
 }
 
-TEST_F(LoggerEntry, bannersAre124CharactersAndALineFeed)
+TEST_F(LoggerEntryTest, BannersAre124CharactersAndALineFeed)
 {
     first();
     const std::vector<std::string> texts = m_stream.texts();
     const std::string names = "UNDEFINEDPRODUCT support_loggerEntry_test.exe ";
-    const auto atBegin = std::find(texts.begin(), texts.end(), names + beginBanner + "\n");
-    const auto atEnd = std::find(texts.begin(), texts.end(), names + endBanner + "\n");
+    const auto atBegin = std::find(texts.begin(), texts.end(), names + BEGIN_BANNER + "\n");
+    const auto atEnd = std::find(texts.begin(), texts.end(), names + END_BANNER + "\n");
     ASSERT_NE(atBegin, texts.end());
     ASSERT_NE(atEnd, texts.end());
     EXPECT_EQ(atBegin->size() - names.size(), 125u);
@@ -139,7 +140,7 @@ TEST_F(LoggerEntry, bannersAre124CharactersAndALineFeed)
     EXPECT_EQ(atEnd->substr(names.size()), "\\" + std::string(50, '*') + " end error backtrace " + std::string(51, '*') + "/\n");
 }
 
-TEST_F(LoggerEntry, errorBufferHoldsTheLinesWithoutBannersAndIsEmptiedByReading)
+TEST_F(LoggerEntryTest, ErrorBufferHoldsTheLinesWithoutBannersAndIsEmptiedByReading)
 {
     first();
     const std::string entries = Logger::getErrorEntries();
@@ -150,21 +151,21 @@ TEST_F(LoggerEntry, errorBufferHoldsTheLinesWithoutBannersAndIsEmptiedByReading)
     EXPECT_EQ(Logger::getErrorEntries(), "");
 }
 
-TEST_F(LoggerEntry, everyErrorWritesTheWholeChainAgainFromItsCachedLines)
+TEST_F(LoggerEntryTest, EveryErrorWritesTheWholeChainAgainFromItsCachedLines)
 {
     {
         LOG_SCOPE_STATIC(FINE, "Sample::outer");
         LOG(ERROR, "one");
         LOG(ERROR, "two");
     }
-    EXPECT_THAT(written(), ElementsAre(beginBanner, "ERROR|    one", "FINE|-> ", endBanner, beginBanner, "ERROR|    two",
-                                       "FINE|-> ", endBanner, "FINE|<- "));
+    EXPECT_THAT(written(), ElementsAre(BEGIN_BANNER, "ERROR|    one", "FINE|-> ", END_BANNER, BEGIN_BANNER, "ERROR|    two",
+                                       "FINE|-> ", END_BANNER, "FINE|<- "));
     const std::vector<LogLine> lines = fixtures::parseLogLines(Logger::getErrorEntries());
     ASSERT_EQ(lines.size(), 4u);
     EXPECT_EQ(lines[1].time, lines[3].time);
 }
 
-TEST_F(LoggerEntry, lineIsFormattedOnce)
+TEST_F(LoggerEntryTest, LineIsFormattedOnce)
 {
     begin(LOGLEVEL_FINE);
     {
@@ -172,17 +173,17 @@ TEST_F(LoggerEntry, lineIsFormattedOnce)
         logScope.stream() << " and later";
         LOG(ERROR, "broken");
     }
-    EXPECT_THAT(written(), ElementsAre("FINE|-> scope 1", beginBanner, "ERROR|    broken", "FINE|-> scope 1", endBanner,
+    EXPECT_THAT(written(), ElementsAre("FINE|-> scope 1", BEGIN_BANNER, "ERROR|    broken", "FINE|-> scope 1", END_BANNER,
                                        "FINE|<- scope 1 and later"));
 }
 
-TEST_F(LoggerEntry, errorWithoutScopeHasNoChain)
+TEST_F(LoggerEntryTest, ErrorWithoutScopeHasNoChain)
 {
     LOG_PLAIN(ERROR, "alone");
-    EXPECT_THAT(written(), ElementsAre(beginBanner, "ERROR|   alone", endBanner));
+    EXPECT_THAT(written(), ElementsAre(BEGIN_BANNER, "ERROR|   alone", END_BANNER));
 }
 
-TEST_F(LoggerEntry, errorBufferIsSharedByAllThreadsAndScopesAreNot)
+TEST_F(LoggerEntryTest, ErrorBufferIsSharedByAllThreadsAndScopesAreNot)
 {
     LOG_SCOPE_STATIC(FINE, "Sample::mainThread");
     const HANDLE thread = CreateThread(
@@ -203,7 +204,7 @@ TEST_F(LoggerEntry, errorBufferIsSharedByAllThreadsAndScopesAreNot)
     EXPECT_EQ(lines[1].thread, id);
 }
 
-TEST_F(LoggerEntry, scopeLineOfAnObjectCarriesClassNameAndObjectText)
+TEST_F(LoggerEntryTest, ScopeLineOfAnObjectCarriesClassNameAndObjectText)
 {
     begin(LOGLEVEL_FINE);
     Plain().call();
@@ -217,7 +218,7 @@ TEST_F(LoggerEntry, scopeLineOfAnObjectCarriesClassNameAndObjectText)
                             "FINE|<- (anonymous namespace)::Control frame 7 setBounds 0, 100"));
 }
 
-TEST_F(LoggerEntry, scopeKeepsTheObjectTextOfItsCreationAndStatementsTakeTheCurrentOne)
+TEST_F(LoggerEntryTest, ScopeKeepsTheObjectTextOfItsCreationAndStatementsTakeTheCurrentOne)
 {
     begin(LOGLEVEL_FINE);
     Control control("old");
@@ -228,18 +229,18 @@ TEST_F(LoggerEntry, scopeKeepsTheObjectTextOfItsCreationAndStatementsTakeTheCurr
                                        "FINE|    " + name + "new after", "FINE|<- " + name + "old rename "));
 }
 
-TEST_F(LoggerEntry, classNameIsThatOfTheObjectsRunTimeType)
+TEST_F(LoggerEntryTest, ClassNameIsThatOfTheObjectsRunTimeType)
 {
     Derived derived("x");
     m_stream.clear();
     derived.fail();
-    EXPECT_THAT(written(),
-                ElementsAre(beginBanner, "ERROR|    (anonymous namespace)::Derived x failed",
-                            "FINE|-> (anonymous namespace)::Derived x ", endBanner, "FINE|<- (anonymous namespace)::Derived x "));
+    EXPECT_THAT(written(), ElementsAre(BEGIN_BANNER, "ERROR|    (anonymous namespace)::Derived x failed",
+                                       "FINE|-> (anonymous namespace)::Derived x ", END_BANNER,
+                                       "FINE|<- (anonymous namespace)::Derived x "));
     EXPECT_EQ(derived.getLogClassName(), Derived("y").getLogClassName()) << "one text a type";
 }
 
-TEST_F(LoggerEntry, backtraceDoesNotTouchAnObjectThatIsGone)
+TEST_F(LoggerEntryTest, BacktraceDoesNotTouchAnObjectThatIsGone)
 {
     {
         auto control = std::make_unique<Control>("short-lived");
@@ -248,11 +249,11 @@ TEST_F(LoggerEntry, backtraceDoesNotTouchAnObjectThatIsGone)
         LOG_PLAIN(ERROR, "after its end");
     }
     EXPECT_THAT(written(),
-                ElementsAre(beginBanner, "ERROR|    after its end", "FINE|-> (anonymous namespace)::Control short-lived ",
-                            endBanner, "FINE|<- (anonymous namespace)::Control short-lived "));
+                ElementsAre(BEGIN_BANNER, "ERROR|    after its end", "FINE|-> (anonymous namespace)::Control short-lived ",
+                            END_BANNER, "FINE|<- (anonymous namespace)::Control short-lived "));
 }
 
-TEST_F(LoggerEntry, headerIsAsLogReadersExpectIt)
+TEST_F(LoggerEntryTest, HeaderIsAsLogReadersExpectIt)
 {
     SYSTEMTIME before;
     SYSTEMTIME after;
@@ -271,9 +272,11 @@ TEST_F(LoggerEntry, headerIsAsLogReadersExpectIt)
         return std::string(text);
     };
     std::vector<std::string> lines;
-    for (const std::string& text : texts)
-        if (text.find("ALWAYS") == std::string::npos)
+    for (const std::string& text : texts) {
+        if (text.find("ALWAYS") == std::string::npos) {
             lines.push_back(text);
+        }
+    }
     ASSERT_EQ(lines.size(), 2u);
     for (std::string& line : lines) {
         ASSERT_EQ(line.substr(0, names.size()), names);
@@ -286,7 +289,7 @@ TEST_F(LoggerEntry, headerIsAsLogReadersExpectIt)
     EXPECT_EQ(lines[1], std::string(thread) + " WARN   short                12345    text\n");
 }
 
-TEST_F(LoggerEntry, levelNamesAreSixWideInTheHeader)
+TEST_F(LoggerEntryTest, LevelNamesAreSixWideInTheHeader)
 {
     begin(LOGLEVEL_TRACE);
     m_stream.clear();
@@ -298,13 +301,14 @@ TEST_F(LoggerEntry, levelNamesAreSixWideInTheHeader)
     std::vector<std::string> levels;
     for (const std::string& text : m_stream.texts()) {
         const std::string line = DebugStream::withoutNames(text);
-        if (line.ends_with(" x"))
+        if (line.ends_with(" x")) {
             levels.push_back(line.substr(30, 8));
+        }
     }
     EXPECT_THAT(levels, ElementsAre("ALWAYS l", "WARN   l", "INFO   l", "FINE   l", "TRACE  l"));
 }
 
-TEST_F(LoggerEntry, indentationGrowsWithDepthUpToTwenty)
+TEST_F(LoggerEntryTest, IndentationGrowsWithDepthUpToTwenty)
 {
     begin(LOGLEVEL_FINE);
     std::vector<std::unique_ptr<LogScope>> scopes;
@@ -314,8 +318,9 @@ TEST_F(LoggerEntry, indentationGrowsWithDepthUpToTwenty)
         scopes.back()->writeEntry();
     }
     LOG_PLAIN(FINE, "inside");
-    while (!scopes.empty())
+    while (!scopes.empty()) {
         scopes.pop_back();
+    }
     const std::vector<std::string> lines = written();
     ASSERT_EQ(lines.size(), 53u);
     EXPECT_EQ(lines[0], "FINE|-> scope 0");
@@ -361,13 +366,14 @@ std::string exitLine(DebugStream& stream, int milliseconds)
         {
             AgedScope scope(milliseconds);
         }
-        if (clockNow() - begin < 10000)
+        if (clockNow() - begin < 10000) {
             return DebugStream::withoutNames(stream.texts().back()).substr(62);
+        }
     }
 }
 } // namespace
 
-TEST_F(LoggerEntry, exitLineTellsTheTimeFromTenMillisecondsOn)
+TEST_F(LoggerEntryTest, ExitLineTellsTheTimeFromTenMillisecondsOn)
 {
     begin(LOGLEVEL_FINE);
     EXPECT_EQ(exitLine(m_stream, 0), "<- aged ");
@@ -376,7 +382,7 @@ TEST_F(LoggerEntry, exitLineTellsTheTimeFromTenMillisecondsOn)
     EXPECT_EQ(exitLine(m_stream, 1234), "<- aged  [1234 ms]");
 }
 
-TEST_F(LoggerEntry, scopeAboveTheTraceLevelIsNeitherLinkedNorClosed)
+TEST_F(LoggerEntryTest, ScopeAboveTheTraceLevelIsNeitherLinkedNorClosed)
 {
     begin(LOGLEVEL_FINE, LOGLEVEL_INFO);
     {
@@ -386,11 +392,11 @@ TEST_F(LoggerEntry, scopeAboveTheTraceLevelIsNeitherLinkedNorClosed)
             LOG(ERROR, "broken");
         }
     }
-    EXPECT_THAT(written(), ElementsAre("INFO|-> linked ", "FINE|    notLinked ", beginBanner, "ERROR|    broken",
-                                       "INFO|-> linked ", endBanner, "INFO|<- linked "));
+    EXPECT_THAT(written(), ElementsAre("INFO|-> linked ", "FINE|    notLinked ", BEGIN_BANNER, "ERROR|    broken",
+                                       "INFO|-> linked ", END_BANNER, "INFO|<- linked "));
 }
 
-TEST_F(LoggerEntry, nameIsWhatStandsAfterTheFirstColons)
+TEST_F(LoggerEntryTest, NameIsWhatStandsAfterTheFirstColons)
 {
     begin(LOGLEVEL_FINE);
     {
@@ -402,7 +408,7 @@ TEST_F(LoggerEntry, nameIsWhatStandsAfterTheFirstColons)
     EXPECT_THAT(written(), ElementsAre("FINE|-> B::c p", "FINE|<- B::c p", "FINE|-> plain ", "FINE|<- plain "));
 }
 
-TEST_F(LoggerEntry, textIsStreamedAsItStands)
+TEST_F(LoggerEntryTest, TextIsStreamedAsItStands)
 {
     const char* none = nullptr;
     char* alsoNone = nullptr;
@@ -416,7 +422,7 @@ TEST_F(LoggerEntry, textIsStreamedAsItStands)
                                        "WARN|   ff 255 -2147467259 c 4294967295"));
 }
 
-TEST_F(LoggerEntry, textOfSeveralLinesGoesOnAsItStands)
+TEST_F(LoggerEntryTest, TextOfSeveralLinesGoesOnAsItStands)
 {
     LOG_PLAIN(WARN, "before");
     m_stream.clear();
@@ -426,7 +432,7 @@ TEST_F(LoggerEntry, textOfSeveralLinesGoesOnAsItStands)
     EXPECT_TRUE(texts[0].ends_with("    first\nsecond\n"));
 }
 
-TEST_F(LoggerEntry, disabledStatementEvaluatesNothing)
+TEST_F(LoggerEntryTest, DisabledStatementEvaluatesNothing)
 {
     const auto fail = []() -> const char* {
         ADD_FAILURE() << "evaluated";
@@ -440,7 +446,7 @@ TEST_F(LoggerEntry, disabledStatementEvaluatesNothing)
     EXPECT_THAT(written(), IsEmpty());
 }
 
-TEST_F(LoggerEntry, levelDecidesWhatIsWritten)
+TEST_F(LoggerEntryTest, LevelDecidesWhatIsWritten)
 {
     for (int level = LOGLEVEL_ALWAYS; level <= LOGLEVEL_TRACE; ++level) {
         begin(level);
@@ -452,23 +458,25 @@ TEST_F(LoggerEntry, levelDecidesWhatIsWritten)
     }
 }
 
-TEST(LoggerTexts, levelNames)
+TEST(LoggerTextsTest, LevelNames)
 {
     const std::vector<std::string> expected = {"ALWAYS", "ERROR", "WARN", "INFO", "FINE", "TRACE", "(invalid)"};
-    for (int level = 0; level <= 6; ++level)
+    for (int level = 0; level <= 6; ++level) {
         EXPECT_EQ(getLogLevelName(level), expected[static_cast<size_t>(level)]);
+    }
 }
 
-TEST(LoggerTexts, jniResultNames)
+TEST(LoggerTextsTest, JniResultNames)
 {
     std::vector<std::string> names;
-    for (int code = 1; code >= -7; --code)
+    for (int code = 1; code >= -7; --code) {
         names.push_back(getJNIErrorName(code));
+    }
     EXPECT_THAT(names, ElementsAre("Unknown error (1)", "successfull", "JNI_ERR", "JNI_EDETACHED", "JNI_EVERSION", "JNI_ENOMEN",
                                    "JNI_EEXIST", "JNI_EINVAL", "Unknown error (-7)"));
 }
 
-TEST(LoggerTexts, windowsErrorTextIsTheFirstLineAndTheCode)
+TEST(LoggerTextsTest, WindowsErrorTextIsTheFirstLineAndTheCode)
 {
     char system[512] = {};
     FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, ERROR_FILE_NOT_FOUND, 0, system,

@@ -15,21 +15,21 @@ using testing::Not;
 
 namespace {
 
-constexpr const char* product = "UNDEFINEDPRODUCT";
-constexpr const char* executable = "support_loggerFile_test.exe";
-constexpr const char* givingUp = "Could not open log file, giving up logging to files";
+constexpr const char* PRODUCT = "UNDEFINEDPRODUCT";
+constexpr const char* EXECUTABLE = "support_loggerFile_test.exe";
+constexpr const char* GIVING_UP = "Could not open log file, giving up logging to files";
 
 std::string fileName()
 {
-    return std::string(product) + "-" + executable + "-" + std::to_string(GetCurrentProcessId());
+    return std::string(PRODUCT) + "-" + EXECUTABLE + "-" + std::to_string(GetCurrentProcessId());
 }
 
-class LoggerFile : public testing::Test
+class LoggerFileTest : public testing::Test
 {
 protected:
     const Logger& logger() const { return *Logger::instance(); }
-    std::string defaultFolder() const { return m_world.appData() + "\\" + product + "-logs"; }
-    std::string magicFolder() const { return m_world.desktop() + "\\" + product + "-logs"; }
+    std::string defaultFolder() const { return m_world.appData() + "\\" + PRODUCT + "-logs"; }
+    std::string magicFolder() const { return m_world.desktop() + "\\" + PRODUCT + "-logs"; }
     void writeLine(const std::string& text) { LOG_PLAIN(WARN, text); }
     bool exists(const std::string& path) const { return std::filesystem::exists(path); }
 
@@ -39,7 +39,7 @@ protected:
 
 } // namespace
 
-TEST_F(LoggerFile, liesInTheApplicationDataFolderByDefault)
+TEST_F(LoggerFileTest, LiesInTheApplicationDataFolderByDefault)
 {
     m_world.start();
     EXPECT_EQ(logger().logDirectory(), defaultFolder() + "\\");
@@ -54,7 +54,7 @@ TEST_F(LoggerFile, liesInTheApplicationDataFolderByDefault)
     EXPECT_EQ(m_world.logLines().back().body, "   text");
 }
 
-TEST_F(LoggerFile, desktopFolderWinsOverTheRegistryAndSwitchesOnFullDetail)
+TEST_F(LoggerFileTest, DesktopFolderWinsOverTheRegistryAndSwitchesOnFullDetail)
 {
     std::filesystem::create_directory(magicFolder());
     m_world.setPreference("loglevel", LOGLEVEL_ERROR);
@@ -72,7 +72,7 @@ TEST_F(LoggerFile, desktopFolderWinsOverTheRegistryAndSwitchesOnFullDetail)
     EXPECT_FALSE(exists(defaultFolder())) << "only the folder that is used is made";
 }
 
-TEST_F(LoggerFile, fileOnTheDesktopWithTheFoldersNameIsNoDesktopFolder)
+TEST_F(LoggerFileTest, FileOnTheDesktopWithTheFoldersNameIsNoDesktopFolder)
 {
     std::ofstream(magicFolder()) << "a file";
     m_world.start();
@@ -80,7 +80,7 @@ TEST_F(LoggerFile, fileOnTheDesktopWithTheFoldersNameIsNoDesktopFolder)
     EXPECT_EQ(logger().maxLogLevel(), LOGLEVEL_WARN);
 }
 
-TEST_F(LoggerFile, levelsOutsideTheirRangeGiveWarnAndTrace)
+TEST_F(LoggerFileTest, LevelsOutsideTheirRangeGiveWarnAndTrace)
 {
     const auto levelsFor = [this](int level, int traceLevel) {
         m_world.setPreference("loglevel", level);
@@ -88,14 +88,15 @@ TEST_F(LoggerFile, levelsOutsideTheirRangeGiveWarnAndTrace)
         m_world.start();
         return std::pair(logger().maxLogLevel(), logger().traceLogLevel());
     };
-    for (int level = LOGLEVEL_ALWAYS; level <= LOGLEVEL_TRACE; ++level)
+    for (int level = LOGLEVEL_ALWAYS; level <= LOGLEVEL_TRACE; ++level) {
         EXPECT_EQ(levelsFor(level, LOGLEVEL_TRACE - level), std::pair(level, LOGLEVEL_TRACE - level));
+    }
     EXPECT_EQ(levelsFor(7, -1), std::pair(2, 5));
     EXPECT_EQ(levelsFor(6, 6), std::pair(2, 5));
     EXPECT_EQ(levelsFor(-1, 7), std::pair(2, 5));
 }
 
-TEST_F(LoggerFile, registryValuesAreUsedAndReported)
+TEST_F(LoggerFileTest, RegistryValuesAreUsedAndReported)
 {
     const std::string path = m_world.folder() + "\\elsewhere";
     m_world.setPreference("loglevel", LOGLEVEL_FINE);
@@ -117,7 +118,7 @@ TEST_F(LoggerFile, registryValuesAreUsedAndReported)
     EXPECT_THAT(messages, Contains("INFO Executable path: " + std::string(own)));
 }
 
-TEST_F(LoggerFile, lookupsAndFolderAreLoggedAtFullDetail)
+TEST_F(LoggerFileTest, LookupsAndFolderAreLoggedAtFullDetail)
 {
     m_world.start();
     Logger::setMaxLogLevel(LOGLEVEL_TRACE);
@@ -127,10 +128,12 @@ TEST_F(LoggerFile, lookupsAndFolderAreLoggedAtFullDetail)
     const std::string lookup = ", 0, SHGFP_TYPE_CURRENT, ";
     const std::string success = ": success: " + getWindowsErrorText(0);
     std::vector<std::string> messages;
-    for (const fixtures::LogLine& line : m_stream.lines())
+    for (const fixtures::LogLine& line : m_stream.lines()) {
         if (line.source.starts_with("logger ") && line.body.find("-> ") == std::string::npos &&
-            line.body.find("<- ") == std::string::npos)
+            line.body.find("<- ") == std::string::npos) {
             messages.push_back(line.level + " " + line.text());
+        }
+    }
     EXPECT_THAT(messages,
                 ElementsAre("TRACE SHGetFolderPath(0, CSIDL_LOCAL_APPDATA" + lookup + "localappdatadir)" + success,
                             "FINE default log file path is " + defaultFolder(),
@@ -153,7 +156,7 @@ TEST_F(LoggerFile, lookupsAndFolderAreLoggedAtFullDetail)
     EXPECT_TRUE(exists(defaultFolder()));
 }
 
-TEST_F(LoggerFile, desktopFolderIsReported)
+TEST_F(LoggerFileTest, DesktopFolderIsReported)
 {
     std::filesystem::create_directory(magicFolder());
     m_world.start();
@@ -173,7 +176,7 @@ std::string lookupFailure(int folder)
 }
 } // namespace
 
-TEST_F(LoggerFile, failedLookupOfTheApplicationDataFolderLeavesTheDirectoryAsItWas)
+TEST_F(LoggerFileTest, FailedLookupOfTheApplicationDataFolderLeavesTheDirectoryAsItWas)
 {
     std::filesystem::remove(m_world.appData());
     m_world.start();
@@ -188,7 +191,7 @@ TEST_F(LoggerFile, failedLookupOfTheApplicationDataFolderLeavesTheDirectoryAsItW
     EXPECT_EQ(logger().logDirectory(), m_world.folder() + "\\") << "the registry is read all the same";
 }
 
-TEST_F(LoggerFile, failedLookupOfTheDesktopMeansTheRegistry)
+TEST_F(LoggerFileTest, FailedLookupOfTheDesktopMeansTheRegistry)
 {
     std::filesystem::remove(m_world.desktop());
     m_world.setPreference("loglevel", LOGLEVEL_INFO);
@@ -200,7 +203,7 @@ TEST_F(LoggerFile, failedLookupOfTheDesktopMeansTheRegistry)
     EXPECT_EQ(logger().logDirectory(), defaultFolder() + "\\");
 }
 
-TEST_F(LoggerFile, emptyLogPathTurnsFileLoggingOff)
+TEST_F(LoggerFileTest, EmptyLogPathTurnsFileLoggingOff)
 {
     m_world.setPreference("logpath", "");
     m_world.start();
@@ -208,10 +211,10 @@ TEST_F(LoggerFile, emptyLogPathTurnsFileLoggingOff)
     EXPECT_EQ(logger().logFilePrefix(), "");
     writeLine("text");
     EXPECT_TRUE(m_stream.contains("WARN text"));
-    EXPECT_THAT(m_stream.texts(), Not(Contains(givingUp)));
+    EXPECT_THAT(m_stream.texts(), Not(Contains(GIVING_UP)));
 }
 
-TEST_F(LoggerFile, folderThatIsMissingOneLevelIsMade)
+TEST_F(LoggerFileTest, FolderThatIsMissingOneLevelIsMade)
 {
     m_world.setPreference("logpath", m_world.folder() + "\\one\\");
     m_world.start();
@@ -220,7 +223,7 @@ TEST_F(LoggerFile, folderThatIsMissingOneLevelIsMade)
     EXPECT_EQ(m_world.logLines().back().body, "   text");
 }
 
-TEST_F(LoggerFile, folderThatIsMissingTwoLevelsEndsFileLogging)
+TEST_F(LoggerFileTest, FolderThatIsMissingTwoLevelsEndsFileLogging)
 {
     m_world.setPreference("logpath", m_world.folder() + "\\one\\two");
     m_world.start();
@@ -235,7 +238,7 @@ TEST_F(LoggerFile, folderThatIsMissingTwoLevelsEndsFileLogging)
     EXPECT_FALSE(exists(m_world.folder() + "\\one"));
 }
 
-TEST_F(LoggerFile, firstFileThatCannotBeOpenedEndsFileLogging)
+TEST_F(LoggerFileTest, FirstFileThatCannotBeOpenedEndsFileLogging)
 {
     m_world.start();
     std::filesystem::create_directory(logger().logFilePrefix() + ".log");
@@ -243,11 +246,11 @@ TEST_F(LoggerFile, firstFileThatCannotBeOpenedEndsFileLogging)
     writeLine("text");
     writeLine("more");
     EXPECT_EQ(m_stream.texts().size(), 3u);
-    EXPECT_EQ(m_stream.texts()[1], givingUp);
+    EXPECT_EQ(m_stream.texts()[1], GIVING_UP);
     EXPECT_EQ(logger().logFilePrefix(), "");
 }
 
-TEST_F(LoggerFile, fileThatAnotherProgramKeepsForItselfEndsFileLogging)
+TEST_F(LoggerFileTest, FileThatAnotherProgramKeepsForItselfEndsFileLogging)
 {
     m_world.start();
     const HANDLE other =
@@ -255,7 +258,7 @@ TEST_F(LoggerFile, fileThatAnotherProgramKeepsForItselfEndsFileLogging)
     ASSERT_NE(other, INVALID_HANDLE_VALUE);
     m_stream.clear();
     writeLine("text");
-    EXPECT_THAT(m_stream.texts(), Contains(givingUp));
+    EXPECT_THAT(m_stream.texts(), Contains(GIVING_UP));
     EXPECT_EQ(logger().logFilePrefix(), "");
     CloseHandle(other);
     m_stream.clear();
@@ -263,22 +266,23 @@ TEST_F(LoggerFile, fileThatAnotherProgramKeepsForItselfEndsFileLogging)
     EXPECT_THAT(m_stream.messages(), ElementsAre("WARN goes on"));
 }
 
-TEST_F(LoggerFile, folderThatCannotBeWrittenEndsFileLogging)
+TEST_F(LoggerFileTest, FolderThatCannotBeWrittenEndsFileLogging)
 {
-    constexpr const char* readOnly = "Z:\\proc";
-    if (!std::filesystem::is_directory(readOnly))
+    constexpr const char* READ_ONLY = "Z:\\proc";
+    if (!std::filesystem::is_directory(READ_ONLY)) {
         GTEST_SKIP() << "needs a folder in which nobody can make a file";
-    m_world.setPreference("logpath", readOnly);
+    }
+    m_world.setPreference("logpath", READ_ONLY);
     m_world.start();
     m_stream.clear();
     writeLine("text");
     writeLine("goes on");
     ASSERT_EQ(m_stream.texts().size(), 3u);
-    EXPECT_EQ(m_stream.texts()[1], givingUp);
+    EXPECT_EQ(m_stream.texts()[1], GIVING_UP);
     EXPECT_EQ(m_stream.messages()[2], "WARN goes on");
 }
 
-TEST_F(LoggerFile, appendsToAFileThatIsThere)
+TEST_F(LoggerFileTest, AppendsToAFileThatIsThere)
 {
     m_world.start();
     std::ofstream(logger().logFilePrefix() + ".log", std::ios::binary) << "of an earlier process\r\n";
@@ -288,19 +292,19 @@ TEST_F(LoggerFile, appendsToAFileThatIsThere)
     EXPECT_TRUE(lines.back().ends_with("    text"));
 }
 
-TEST_F(LoggerFile, linesEndInCarriageReturnAndLineFeed)
+TEST_F(LoggerFileTest, LinesEndInCarriageReturnAndLineFeed)
 {
     m_world.start();
     writeLine("one\ntwo");
     LOG_PLAIN(ERROR, "three");
     const std::string text = fixtures::readFile(logger().logFilePrefix() + ".log");
     EXPECT_NE(text.find("    one\r\ntwo\r\n"), std::string::npos);
-    EXPECT_NE(text.find(std::string(fixtures::beginBanner) + "\r\n"), std::string::npos);
-    EXPECT_TRUE(text.ends_with(std::string(fixtures::endBanner) + "\r\n"));
+    EXPECT_NE(text.find(std::string(fixtures::BEGIN_BANNER) + "\r\n"), std::string::npos);
+    EXPECT_TRUE(text.ends_with(std::string(fixtures::END_BANNER) + "\r\n"));
     EXPECT_EQ(std::count(text.begin(), text.end(), '\r'), std::count(text.begin(), text.end(), '\n'));
 }
 
-TEST_F(LoggerFile, othersReadAndWriteItWhileItIsOpen)
+TEST_F(LoggerFileTest, OthersReadAndWriteItWhileItIsOpen)
 {
     m_world.start();
     writeLine("ours");
@@ -320,7 +324,7 @@ TEST_F(LoggerFile, othersReadAndWriteItWhileItIsOpen)
     EXPECT_TRUE(lines[lines.size() - 1].ends_with("    ours again"));
 }
 
-TEST_F(LoggerFile, reInitialisationElsewhereRedirectsTheOpenFile)
+TEST_F(LoggerFileTest, ReInitialisationElsewhereRedirectsTheOpenFile)
 {
     m_world.setPreference("loglevel", LOGLEVEL_INFO);
     m_world.start();
@@ -335,7 +339,7 @@ TEST_F(LoggerFile, reInitialisationElsewhereRedirectsTheOpenFile)
     EXPECT_EQ(lines[0].text(), "Re-directing logging with log level INFO, log file prefix is " + elsewhere + "\\" + fileName());
 }
 
-TEST_F(LoggerFile, reInitialisationWithTheSameNameKeepsTheFile)
+TEST_F(LoggerFileTest, ReInitialisationWithTheSameNameKeepsTheFile)
 {
     m_world.start();
     writeLine("one");
@@ -347,7 +351,7 @@ TEST_F(LoggerFile, reInitialisationWithTheSameNameKeepsTheFile)
     EXPECT_EQ(lines[lines.size() - 1].text(), "two");
 }
 
-TEST_F(LoggerFile, giveUpIsFinalAlsoForAReInitialisation)
+TEST_F(LoggerFileTest, GiveUpIsFinalAlsoForAReInitialisation)
 {
     m_world.start();
     std::filesystem::create_directory(logger().logFilePrefix() + ".log");
@@ -358,7 +362,7 @@ TEST_F(LoggerFile, giveUpIsFinalAlsoForAReInitialisation)
     EXPECT_FALSE(exists(defaultFolder() + "\\" + fileName() + ".log"));
 }
 
-TEST_F(LoggerFile, endOfTheLoggerIsItsLastLine)
+TEST_F(LoggerFileTest, EndOfTheLoggerIsItsLastLine)
 {
     m_world.setPreference("loglevel", LOGLEVEL_FINE);
     m_world.start();
@@ -372,14 +376,16 @@ namespace {
 std::vector<std::string> systemInformation(const std::vector<fixtures::LogLine>& lines)
 {
     std::vector<std::string> result;
-    for (const fixtures::LogLine& line : lines)
-        if (line.level == "ALWAYS")
+    for (const fixtures::LogLine& line : lines) {
+        if (line.level == "ALWAYS") {
             result.push_back(line.body);
+        }
+    }
     return result;
 }
 } // namespace
 
-TEST_F(LoggerFile, beginsWithTheSystemInformation)
+TEST_F(LoggerFileTest, BeginsWithTheSystemInformation)
 {
     m_world.start();
     {
@@ -391,7 +397,7 @@ TEST_F(LoggerFile, beginsWithTheSystemInformation)
     SYSTEM_INFO system = {};
     GetSystemInfo(&system);
     const std::string gcc = std::to_string(__GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__);
-    EXPECT_EQ(lines[0].body, "    " + std::string(product) + " version: , ATL version: 0x100, compiler version: " + gcc);
+    EXPECT_EQ(lines[0].body, "    " + std::string(PRODUCT) + " version: , ATL version: 0x100, compiler version: " + gcc);
     EXPECT_TRUE(std::regex_match(lines[1].body, std::regex("    Windows version: \\d+\\.\\d+\\.\\d+, service pack \\d+\\.\\d+, "
                                                            "suite mask: [0-9a-f]+, product type \\d+, WOW64 process: false")))
         << lines[1].body;
@@ -412,7 +418,7 @@ TEST_F(LoggerFile, beginsWithTheSystemInformation)
     EXPECT_EQ(lines[4].body, "    text");
 }
 
-TEST_F(LoggerFile, systemInformationStaysOutOfTheBacktraceThatOpensTheFile)
+TEST_F(LoggerFileTest, SystemInformationStaysOutOfTheBacktraceThatOpensTheFile)
 {
     m_world.start();
     m_stream.clear();
@@ -423,10 +429,10 @@ TEST_F(LoggerFile, systemInformationStaysOutOfTheBacktraceThatOpensTheFile)
     const std::vector<fixtures::LogLine> lines = m_world.logLines();
     ASSERT_EQ(lines.size(), 9u);
     EXPECT_EQ(systemInformation(lines).size(), 4u);
-    EXPECT_EQ(lines[4].body, fixtures::beginBanner);
+    EXPECT_EQ(lines[4].body, fixtures::BEGIN_BANNER);
     EXPECT_EQ(lines[5].body, "    the first line of the file is a banner");
     EXPECT_EQ(lines[6].body, "-> ");
-    EXPECT_EQ(lines[7].body, fixtures::endBanner);
+    EXPECT_EQ(lines[7].body, fixtures::END_BANNER);
     EXPECT_EQ(lines[8].body, "<- ");
     EXPECT_EQ(lines[0].body.substr(0, 5), "    U") << "at its own depth";
     const std::vector<fixtures::LogLine> entries = fixtures::parseLogLines(Logger::getErrorEntries());
@@ -435,7 +441,7 @@ TEST_F(LoggerFile, systemInformationStaysOutOfTheBacktraceThatOpensTheFile)
     EXPECT_EQ(entries[1].body, "-> ");
 }
 
-TEST_F(LoggerFile, systemInformationIsLoggedWithItsCheckAtFullDetail)
+TEST_F(LoggerFileTest, SystemInformationIsLoggedWithItsCheckAtFullDetail)
 {
     m_world.setPreference("loglevel", LOGLEVEL_TRACE);
     m_world.start();

@@ -10,12 +10,12 @@ using fixtures::LoggerWorld;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(LoggerLifecycle, guardHasMadeALoggerBeforeMain)
+TEST(LoggerLifecycleTest, GuardHasMadeALoggerBeforeMain)
 {
     EXPECT_NE(Logger::instance(), nullptr);
 }
 
-TEST(LoggerLifecycle, secondReferenceKeepsTheLoggerAndTheLastReleaseEndsIt)
+TEST(LoggerLifecycleTest, SecondReferenceKeepsTheLoggerAndTheLastReleaseEndsIt)
 {
     LoggerWorld world;
     world.setPreference("loglevel", LOGLEVEL_FINE);
@@ -43,7 +43,7 @@ TEST(LoggerLifecycle, secondReferenceKeepsTheLoggerAndTheLastReleaseEndsIt)
     EXPECT_FALSE(isLogEnabled(LOG_SOURCE, __LINE__, LOGLEVEL_ALWAYS));
 }
 
-TEST(LoggerLifecycle, withoutLoggerEverythingIsSilentAndNothingIsKept)
+TEST(LoggerLifecycleTest, WithoutLoggerEverythingIsSilentAndNothingIsKept)
 {
     LoggerWorld world;
     DebugStream stream;
@@ -59,7 +59,7 @@ TEST(LoggerLifecycle, withoutLoggerEverythingIsSilentAndNothingIsKept)
     EXPECT_THAT(stream.texts(), IsEmpty());
 }
 
-TEST(LoggerLifecycle, scopeAliveAcrossTheEndIsHarmless)
+TEST(LoggerLifecycleTest, ScopeAliveAcrossTheEndIsHarmless)
 {
     LoggerWorld world;
     world.setPreference("loglevel", LOGLEVEL_FINE);
@@ -79,10 +79,10 @@ TEST(LoggerLifecycle, scopeAliveAcrossTheEndIsHarmless)
         stream.clear();
         LOG(ERROR, "first error of the new one");
     }
-    EXPECT_THAT(stream.messages(), ElementsAre(fixtures::beginBanner, "ERROR first error of the new one", fixtures::endBanner));
+    EXPECT_THAT(stream.messages(), ElementsAre(fixtures::BEGIN_BANNER, "ERROR first error of the new one", fixtures::END_BANNER));
 }
 
-TEST(LoggerLifecycle, scopeOfAnEndedLoggerIsNotInTheNextOnesChain)
+TEST(LoggerLifecycleTest, ScopeOfAnEndedLoggerIsNotInTheNextOnesChain)
 {
     LoggerWorld world;
     world.start();
@@ -104,7 +104,7 @@ TEST(LoggerLifecycle, scopeOfAnEndedLoggerIsNotInTheNextOnesChain)
     EXPECT_EQ(stream.lines().back().body, "   text") << "the next Logger's chain is empty again";
 }
 
-TEST(LoggerLifecycle, setMaxLogLevelStoresAnyInteger)
+TEST(LoggerLifecycleTest, SetMaxLogLevelStoresAnyInteger)
 {
     LoggerWorld world;
     world.setPreference("loglevel", LOGLEVEL_FINE);
@@ -129,7 +129,7 @@ std::string probePath()
 } // namespace
 
 // The level is always WARN when it is told, so that nobody hears it; it is kept all the same. This program holds the text itself.
-TEST(LoggerLifecycle, firstMessageIsKeptAlthoughItIsNeverWritten)
+TEST(LoggerLifecycleTest, FirstMessageIsKeptAlthoughItIsNeverWritten)
 {
     EXPECT_NE(fixtures::readFile(probePath()).find("Beginning logging to debug stream (logging parameters not yet initialized)"),
               std::string::npos);
@@ -139,11 +139,12 @@ TEST(LoggerLifecycle, firstMessageIsKeptAlthoughItIsNeverWritten)
         world.setPreference("loglevel", level);
         world.start();
     }
-    for (const std::string& text : stream.texts())
+    for (const std::string& text : stream.texts()) {
         EXPECT_EQ(text.find("Beginning logging to debug stream"), std::string::npos);
+    }
 }
 
-TEST(LoggerLifecycle, staticObjectsLogFromTheirConstructionToTheirEnd)
+TEST(LoggerLifecycleTest, StaticObjectsLogFromTheirConstructionToTheirEnd)
 {
     const std::string probe = probePath();
 
@@ -161,8 +162,9 @@ TEST(LoggerLifecycle, staticObjectsLogFromTheirConstructionToTheirEnd)
     CloseHandle(write);
     std::string output;
     char buffer[4096];
-    for (DWORD size = 0; ReadFile(read, buffer, sizeof buffer, &size, nullptr) && size > 0;)
+    for (DWORD size = 0; ReadFile(read, buffer, sizeof buffer, &size, nullptr) && size > 0;) {
         output.append(buffer, size);
+    }
     CloseHandle(read);
     DWORD exitCode = 1;
     WaitForSingleObject(process.hProcess, INFINITE);
@@ -172,9 +174,11 @@ TEST(LoggerLifecycle, staticObjectsLogFromTheirConstructionToTheirEnd)
 
     EXPECT_EQ(exitCode, 0u);
     std::vector<std::string> messages;
-    for (const fixtures::LogLine& line : fixtures::parseLogLines(output))
-        if (line.source.starts_with("probe ") || line.body.find("End of logging") != std::string::npos)
+    for (const fixtures::LogLine& line : fixtures::parseLogLines(output)) {
+        if (line.source.starts_with("probe ") || line.body.find("End of logging") != std::string::npos) {
             messages.push_back(line.level + " " + line.text());
+        }
+    }
     EXPECT_THAT(messages,
                 ElementsAre("WARN early static begins", "WARN ordinary static begins", "WARN main", "WARN ordinary static ends",
                             "WARN early static ends", "FINE End of logging, further static deinitializers can not log anymore"));

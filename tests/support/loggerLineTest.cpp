@@ -9,9 +9,9 @@
 
 #define LOG_SOURCE "loggerLineTest"
 
-using fixtures::beginBanner;
+using fixtures::BEGIN_BANNER;
 using fixtures::DebugStream;
-using fixtures::endBanner;
+using fixtures::END_BANNER;
 using fixtures::LoggerWorld;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -37,8 +37,8 @@ using ZoneHook = ImportHook<decltype(&FileTimeToLocalFileTime)>;
 using CalendarHook = ImportHook<decltype(&FileTimeToSystemTime)>;
 using ThreadIdHook = ImportHook<decltype(&GetCurrentThreadId)>;
 
-constexpr LONGLONG millisecond = 10000; // in the clock's units
-constexpr LONGLONG hour = 3600 * 1000 * millisecond;
+constexpr LONGLONG MILLISECOND = 10000; // in the clock's units
+constexpr LONGLONG HOUR = 3600 * 1000 * MILLISECOND;
 
 LONGLONG s_now;
 int s_conversions;
@@ -51,7 +51,7 @@ void WINAPI tellNow(FILETIME* time)
 // A zone that is an hour ahead.
 BOOL WINAPI addAnHour(const FILETIME* time, FILETIME* local)
 {
-    const LONGLONG ticks = (static_cast<LONGLONG>(time->dwHighDateTime) << 32 | time->dwLowDateTime) + hour;
+    const LONGLONG ticks = (static_cast<LONGLONG>(time->dwHighDateTime) << 32 | time->dwLowDateTime) + HOUR;
     *local = {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
     return TRUE;
 }
@@ -59,7 +59,7 @@ BOOL WINAPI addAnHour(const FILETIME* time, FILETIME* local)
 BOOL WINAPI countConversion(const FILETIME* time, SYSTEMTIME* parts)
 {
     ++s_conversions;
-    return CalendarHook::original(time, parts);
+    return CalendarHook::s_original(time, parts);
 }
 
 // Only while nothing is asserted: the test framework tells its threads apart by the same call.
@@ -74,13 +74,13 @@ DWORD WINAPI longThreadId()
 }
 
 // 2020-03-04 09:15:02.123 UTC
-constexpr LONGLONG morning = 132277869021230000;
+constexpr LONGLONG MORNING = 132277869021230000;
 
 // A fresh Logger with its file open, whose debugger stream is collected, at a time that the test sets.
-class LoggerLine : public testing::Test
+class LoggerLineTest : public testing::Test
 {
 protected:
-    LoggerLine() { begin(LOGLEVEL_WARN); }
+    LoggerLineTest() { begin(LOGLEVEL_WARN); }
     void begin(int level, int traceLevel = LOGLEVEL_TRACE)
     {
         m_world.setPreference("loglevel", level);
@@ -88,7 +88,7 @@ protected:
         m_world.start();
         LOG_PLAIN(ALWAYS, "opens the file");
         m_stream.clear();
-        s_now = morning;
+        s_now = MORNING;
         s_conversions = 0;
     }
     // What was sent, each without the names of product and executable.
@@ -96,15 +96,17 @@ protected:
     {
         std::vector<std::string> result;
         const std::string names = "UNDEFINEDPRODUCT support_loggerLine_test.exe ";
-        for (const std::string& text : m_stream.texts())
+        for (const std::string& text : m_stream.texts()) {
             result.push_back(text.starts_with(names) ? text.substr(names.size()) : "without names: " + text);
+        }
         return result;
     }
     std::vector<std::string> bodies() const
     {
         std::vector<std::string> result;
-        for (const fixtures::LogLine& line : m_stream.lines())
+        for (const fixtures::LogLine& line : m_stream.lines()) {
             result.push_back(line.body);
+        }
         return result;
     }
 
@@ -140,14 +142,14 @@ std::string elapsed(const DebugStream& stream, LONGLONG ticks)
 
 } // namespace
 
-TEST_F(LoggerLine, scopeOfAnObjectIsWrittenWholeAtEntryAndExit)
+TEST_F(LoggerLineTest, ScopeOfAnObjectIsWrittenWholeAtEntryAndExit)
 {
     begin(LOGLEVEL_FINE);
     const CSampleControl control;
     {
         const ThreadIdHook thread("GetCurrentThreadId", shortThreadId);
         const Scope scope(&control);
-        s_now += 123 * millisecond;
+        s_now += 123 * MILLISECOND;
     }
     EXPECT_THAT(
         sent(),
@@ -156,53 +158,54 @@ TEST_F(LoggerLine, scopeOfAnObjectIsWrittenWholeAtEntryAndExit)
                     "[123 ms]\n"));
 }
 
-TEST_F(LoggerLine, statementIsWrittenWholeWithTheObjectsTextAndTheTimeOfItsCreation)
+TEST_F(LoggerLineTest, StatementIsWrittenWholeWithTheObjectsTextAndTheTimeOfItsCreation)
 {
     const CSampleControl control("frame 7");
     {
         const ThreadIdHook thread("GetCurrentThreadId", longThreadId);
         {
             LogEntry entry("a/b\\c/d", 5, LOGLEVEL_WARN, &control);
-            s_now += hour;
+            s_now += HOUR;
             entry.stream() << "text";
         }
         LogEntry("plain", 5, LOGLEVEL_ERROR).stream() << "text";
     }
     EXPECT_THAT(sent(),
                 ElementsAre("2020-03-04 10:15:02.123 1234567 WARN   c/d                  005    CSampleControl frame 7 text\n",
-                            std::string(beginBanner) + "\n",
+                            std::string(BEGIN_BANNER) + "\n",
                             "2020-03-04 11:15:02.123 1234567 ERROR  plain                005    text\n",
-                            std::string(endBanner) + "\n"));
+                            std::string(END_BANNER) + "\n"));
 }
 
-TEST_F(LoggerLine, timeOfAScopeIsToldFromTenWholeMillisecondsOn)
+TEST_F(LoggerLineTest, TimeOfAScopeIsToldFromTenWholeMillisecondsOn)
 {
     begin(LOGLEVEL_FINE);
     EXPECT_EQ(elapsed(m_stream, 0), "\n");
-    EXPECT_EQ(elapsed(m_stream, 9 * millisecond), "\n");
-    EXPECT_EQ(elapsed(m_stream, 10 * millisecond - 1), "\n") << "cut off, not rounded";
-    EXPECT_EQ(elapsed(m_stream, 10 * millisecond), " [10 ms]\n");
-    EXPECT_EQ(elapsed(m_stream, 11 * millisecond - 1), " [10 ms]\n");
-    EXPECT_EQ(elapsed(m_stream, 1234 * millisecond), " [1234 ms]\n");
-    EXPECT_EQ(elapsed(m_stream, 50 * hour), " [180000000 ms]\n");
-    EXPECT_EQ(elapsed(m_stream, -hour), "\n") << "the clock was put back";
+    EXPECT_EQ(elapsed(m_stream, 9 * MILLISECOND), "\n");
+    EXPECT_EQ(elapsed(m_stream, 10 * MILLISECOND - 1), "\n") << "cut off, not rounded";
+    EXPECT_EQ(elapsed(m_stream, 10 * MILLISECOND), " [10 ms]\n");
+    EXPECT_EQ(elapsed(m_stream, 11 * MILLISECOND - 1), " [10 ms]\n");
+    EXPECT_EQ(elapsed(m_stream, 1234 * MILLISECOND), " [1234 ms]\n");
+    EXPECT_EQ(elapsed(m_stream, 50 * HOUR), " [180000000 ms]\n");
+    EXPECT_EQ(elapsed(m_stream, -HOUR), "\n") << "the clock was put back";
 }
 
-TEST_F(LoggerLine, scopeInTheBacktraceHasTheTimeOfItsCreation)
+TEST_F(LoggerLineTest, ScopeInTheBacktraceHasTheTimeOfItsCreation)
 {
     {
         LOG_SCOPE_STATIC(FINE, "Sample::early");
-        s_now += 250 * millisecond;
+        s_now += 250 * MILLISECOND;
         LOG(ERROR, "late");
-        s_now += 250 * millisecond;
+        s_now += 250 * MILLISECOND;
     }
     std::vector<std::string> times;
-    for (const fixtures::LogLine& line : m_stream.lines())
+    for (const fixtures::LogLine& line : m_stream.lines()) {
         times.push_back(line.time);
+    }
     EXPECT_THAT(times, ElementsAre("", "2020-03-04 10:15:02.373", "2020-03-04 10:15:02.123", "", "2020-03-04 10:15:02.623"));
 }
 
-TEST_F(LoggerLine, everyLineIsFormattedOnceHoweverOftenItIsWritten)
+TEST_F(LoggerLineTest, EveryLineIsFormattedOnceHoweverOftenItIsWritten)
 {
     begin(LOGLEVEL_FINE);
     {
@@ -215,7 +218,7 @@ TEST_F(LoggerLine, everyLineIsFormattedOnceHoweverOftenItIsWritten)
     EXPECT_EQ(m_stream.texts().size(), 1 + 4 + 4 + 1u);
 }
 
-TEST_F(LoggerLine, exitHasTheLineNumberModuleAndLevelOfTheEntry)
+TEST_F(LoggerLineTest, ExitHasTheLineNumberModuleAndLevelOfTheEntry)
 {
     begin(LOGLEVEL_TRACE);
     {
@@ -225,14 +228,15 @@ TEST_F(LoggerLine, exitHasTheLineNumberModuleAndLevelOfTheEntry)
         info.writeEntry();
     }
     std::vector<std::string> places;
-    for (const fixtures::LogLine& line : m_stream.lines())
+    for (const fixtures::LogLine& line : m_stream.lines()) {
         places.push_back(line.source + std::to_string(line.line) + " " + line.level +
                          line.body.substr(line.body.find_first_not_of(' '), 3));
+    }
     EXPECT_THAT(places, ElementsAre("JavaManagerATLObject44 FINE-> ", "other               7 INFO-> ",
                                     "other               7 INFO<- ", "JavaManagerATLObject44 FINE<- "));
 }
 
-TEST_F(LoggerLine, closedScopeIsOutOfTheChainAlsoWhenItsLineWasNeverWritten)
+TEST_F(LoggerLineTest, ClosedScopeIsOutOfTheChainAlsoWhenItsLineWasNeverWritten)
 {
     {
         LOG_SCOPE_STATIC(FINE, "Sample::outer");
@@ -242,10 +246,11 @@ TEST_F(LoggerLine, closedScopeIsOutOfTheChainAlsoWhenItsLineWasNeverWritten)
         LOG(ERROR, "inside");
     }
     LOG_PLAIN(ERROR, "outside");
-    EXPECT_THAT(bodies(), ElementsAre(beginBanner, "    inside", "-> ", endBanner, "<- ", beginBanner, "   outside", endBanner));
+    EXPECT_THAT(bodies(),
+                ElementsAre(BEGIN_BANNER, "    inside", "-> ", END_BANNER, "<- ", BEGIN_BANNER, "   outside", END_BANNER));
 }
 
-TEST_F(LoggerLine, chainAndDepthLeaveOutScopesAboveTheTraceLevel)
+TEST_F(LoggerLineTest, ChainAndDepthLeaveOutScopesAboveTheTraceLevel)
 {
     begin(LOGLEVEL_ERROR, LOGLEVEL_INFO);
     {
@@ -258,10 +263,10 @@ TEST_F(LoggerLine, chainAndDepthLeaveOutScopesAboveTheTraceLevel)
             }
         }
     }
-    EXPECT_THAT(bodies(), ElementsAre(beginBanner, "     broken", " -> ", "-> ", endBanner, " <- ", "<- "));
+    EXPECT_THAT(bodies(), ElementsAre(BEGIN_BANNER, "     broken", " -> ", "-> ", END_BANNER, " <- ", "<- "));
 }
 
-TEST_F(LoggerLine, nestedScopesOfOneFunctionsLoopHaveTheSameDepthEachTime)
+TEST_F(LoggerLineTest, NestedScopesOfOneFunctionsLoopHaveTheSameDepthEachTime)
 {
     begin(LOGLEVEL_FINE);
     LOG_SCOPE_STATIC(FINE, "Sample::loop");
@@ -274,7 +279,7 @@ TEST_F(LoggerLine, nestedScopesOfOneFunctionsLoopHaveTheSameDepthEachTime)
                                       " <- round 1", "    text"));
 }
 
-TEST_F(LoggerLine, whatWasBegunWithoutALoggerIsNotIndented)
+TEST_F(LoggerLineTest, WhatWasBegunWithoutALoggerIsNotIndented)
 {
     m_world.stop();
     {
@@ -292,7 +297,7 @@ TEST_F(LoggerLine, whatWasBegunWithoutALoggerIsNotIndented)
     EXPECT_THAT(bodies(), ElementsAre("scope ", "   text", "statement")) << "and no exit line";
 }
 
-TEST_F(LoggerLine, fileAndLineDoNotChangeWhetherALevelIsOn)
+TEST_F(LoggerLineTest, FileAndLineDoNotChangeWhetherALevelIsOn)
 {
     const CSampleControl control;
     for (const char* file : {static_cast<const char*>(nullptr), "", "logger", "a\\b"}) {
@@ -307,7 +312,7 @@ TEST_F(LoggerLine, fileAndLineDoNotChangeWhetherALevelIsOn)
     EXPECT_FALSE(control.isLogEnabled(LOG_SOURCE, 1, LOGLEVEL_ALWAYS)) << "no Logger";
 }
 
-TEST_F(LoggerLine, operationsOfTheLogAreScopesOfItsOwnModule)
+TEST_F(LoggerLineTest, OperationsOfTheLogAreScopesOfItsOwnModule)
 {
     begin(LOGLEVEL_FINE);
     Logger::getErrorEntries();
@@ -326,7 +331,7 @@ TEST_F(LoggerLine, operationsOfTheLogAreScopesOfItsOwnModule)
                     "FINE|<- release not time to deinitialize log yet", "FINE|-> setMaxLogLevel 4", "FINE|<- setMaxLogLevel 4"));
 }
 
-TEST_F(LoggerLine, levelIsSetAfterTheScopeThatTellsIt)
+TEST_F(LoggerLineTest, LevelIsSetAfterTheScopeThatTellsIt)
 {
     Logger::setMaxLogLevel(LOGLEVEL_TRACE);
     EXPECT_THAT(m_stream.texts(), IsEmpty());
@@ -359,7 +364,7 @@ std::string localText(ULONGLONG time)
 } // namespace
 
 // By the real clock: only the outermost of these scopes has read it.
-TEST(LoggerTimes, everyScopeOfABacktraceHasTheTimeOfItsCreation)
+TEST(LoggerTimesTest, EveryScopeOfABacktraceHasTheTimeOfItsCreation)
 {
     LoggerWorld world;
     DebugStream stream;
@@ -411,7 +416,7 @@ template <class Derived>
 concept DerivesDirectly = requires(Loggable* loggable) { static_cast<Derived*>(loggable); };
 } // namespace
 
-TEST(LoggerObjects, virtualOperationsHaveTheirOrder)
+TEST(LoggerObjectsTest, VirtualOperationsHaveTheirOrder)
 {
     EXPECT_EQ(slotOf(&Loggable::getLogClassName), 0u);
     EXPECT_EQ(slotOf(&Loggable::getLogObjectInfo), 1u);

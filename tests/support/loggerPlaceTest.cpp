@@ -25,25 +25,25 @@ using FindHook = ImportHook<decltype(&FindFirstFileA)>;
 using NextHook = ImportHook<decltype(&FindNextFileA)>;
 using DeleteHook = ImportHook<decltype(&DeleteFileA)>;
 
-constexpr const char* product = "UNDEFINEDPRODUCT";
+constexpr const char* PRODUCT = "UNDEFINEDPRODUCT";
 
 std::vector<std::string> s_calls;
 DebugStream* s_stream;
 
-class LoggerPlace : public testing::Test
+class LoggerPlaceTest : public testing::Test
 {
 protected:
-    LoggerPlace()
+    LoggerPlaceTest()
     {
         s_calls.clear();
         s_stream = &m_stream;
     }
     const Logger& logger() const { return *Logger::instance(); }
-    std::string defaultFolder() const { return m_world.appData() + "\\" + product + "-logs"; }
-    std::string magicFolder() const { return m_world.desktop() + "\\" + product + "-logs"; }
+    std::string defaultFolder() const { return m_world.appData() + "\\" + PRODUCT + "-logs"; }
+    std::string magicFolder() const { return m_world.desktop() + "\\" + PRODUCT + "-logs"; }
     static std::string fileName()
     {
-        return std::string(product) + "-support_loggerPlace_test.exe-" + std::to_string(GetCurrentProcessId());
+        return std::string(PRODUCT) + "-support_loggerPlace_test.exe-" + std::to_string(GetCurrentProcessId());
     }
     static std::string executablePath()
     {
@@ -60,10 +60,12 @@ protected:
             const bool isOurs = line.source.starts_with("logger  ") || line.source.starts_with("registry  ");
             const std::string text = line.text();
             bool isInner = line.level == "ALWAYS" || text.starts_with("GetVersionEx(");
-            for (const char* scope : {"ensureLogDirectory ", "setLogFilePrefix ", "writeSystemInformation "})
+            for (const char* scope : {"ensureLogDirectory ", "setLogFilePrefix ", "writeSystemInformation "}) {
                 isInner = isInner || text.starts_with(scope);
-            if (isOurs && !isInner)
+            }
+            if (isOurs && !isInner) {
                 result.push_back(line.level + " " + text);
+            }
         }
         return result;
     }
@@ -91,7 +93,7 @@ protected:
 
 } // namespace
 
-TEST_F(LoggerPlace, startIsToldFromTheMomentTheRegistryHasBeenRead)
+TEST_F(LoggerPlaceTest, StartIsToldFromTheMomentTheRegistryHasBeenRead)
 {
     m_world.setPreference("loglevel", LOGLEVEL_TRACE);
     Logger::addRefCount();
@@ -115,7 +117,7 @@ TEST_F(LoggerPlace, startIsToldFromTheMomentTheRegistryHasBeenRead)
                         }));
 }
 
-TEST_F(LoggerPlace, everyStepIsToldInItsOrderAtFullDetail)
+TEST_F(LoggerPlaceTest, EveryStepIsToldInItsOrderAtFullDetail)
 {
     m_world.setPreference("loglevel", LOGLEVEL_TRACE);
     m_world.start();
@@ -154,7 +156,7 @@ TEST_F(LoggerPlace, everyStepIsToldInItsOrderAtFullDetail)
     EXPECT_THAT(said(), ElementsAreArray(expected));
 }
 
-TEST_F(LoggerPlace, desktopFolderIsToldAndTheRegistryIsNotAsked)
+TEST_F(LoggerPlaceTest, DesktopFolderIsToldAndTheRegistryIsNotAsked)
 {
     std::filesystem::create_directory(magicFolder());
     m_world.start();
@@ -172,14 +174,15 @@ TEST_F(LoggerPlace, desktopFolderIsToldAndTheRegistryIsNotAsked)
                             "FINE initParametersFromRegistryOrSpecialFolder "));
 }
 
-TEST_F(LoggerPlace, valuesThatAreGoneLeaveAgeAndSizeAsTheyAre)
+TEST_F(LoggerPlaceTest, ValuesThatAreGoneLeaveAgeAndSizeAsTheyAre)
 {
     m_world.setPreference("oldlogfileage", 77);
     m_world.setPreference("splitlogfilesize", 3);
     m_world.setPreference("logpath", m_world.folder());
     m_world.start();
-    for (const char* name : {"oldlogfileage", "splitlogfilesize", "logpath"})
-        m_world.machine().deleteValue(LoggerWorld::preferencesKey, name, KEY_WOW64_32KEY);
+    for (const char* name : {"oldlogfileage", "splitlogfilesize", "logpath"}) {
+        m_world.machine().deleteValue(LoggerWorld::PREFERENCES_KEY, name, KEY_WOW64_32KEY);
+    }
     initialiseAgain();
     EXPECT_EQ(logger().oldLogFileAge(), 77);
     EXPECT_EQ(logger().splitLogFileSize(), 3);
@@ -195,7 +198,7 @@ LSTATUS WINAPI noteOpening(HKEY root, LPCSTR path, DWORD options, REGSAM access,
     char text[32];
     std::snprintf(text, sizeof text, " %lx %lx", options, access);
     s_calls.push_back((root == HKEY_LOCAL_MACHINE ? "" : "another root ") + std::string(path) + text);
-    return OpenHook::original(root, path, options, access, key);
+    return OpenHook::s_original(root, path, options, access, key);
 }
 
 std::string s_appData;
@@ -212,12 +215,12 @@ HRESULT WINAPI tellFolder(HWND window, int folder, HANDLE token, DWORD flags, LP
 BOOL WINAPI noteFolder(LPCSTR path, LPSECURITY_ATTRIBUTES security)
 {
     s_calls.push_back((security == nullptr ? "" : "with security ") + std::string(path));
-    return CreateHook::original(path, security);
+    return CreateHook::s_original(path, security);
 }
 
 } // namespace
 
-TEST_F(LoggerPlace, preferencesAreReadOnceAndInThe32BitView)
+TEST_F(LoggerPlaceTest, PreferencesAreReadOnceAndInThe32BitView)
 {
     const OpenHook hook("RegOpenKeyExA", noteOpening);
     m_world.start();
@@ -228,7 +231,7 @@ TEST_F(LoggerPlace, preferencesAreReadOnceAndInThe32BitView)
     EXPECT_THAT(s_calls, IsEmpty()) << "the folder on the desktop is there";
 }
 
-TEST_F(LoggerPlace, foldersAreTheUsersCurrentOnes)
+TEST_F(LoggerPlaceTest, FoldersAreTheUsersCurrentOnes)
 {
     s_appData = m_world.appData();
     s_desktop = m_world.desktop();
@@ -238,7 +241,7 @@ TEST_F(LoggerPlace, foldersAreTheUsersCurrentOnes)
     EXPECT_EQ(logger().logDirectory(), defaultFolder() + "\\");
 }
 
-TEST_F(LoggerPlace, backslashIsAddedToTheDataFolderWhenMissingAndToTheDesktopAlways)
+TEST_F(LoggerPlaceTest, BackslashIsAddedToTheDataFolderWhenMissingAndToTheDesktopAlways)
 {
     s_appData = m_world.appData() + "\\";
     s_desktop = m_world.desktop() + "\\";
@@ -247,11 +250,11 @@ TEST_F(LoggerPlace, backslashIsAddedToTheDataFolderWhenMissingAndToTheDesktopAlw
     Logger::setMaxLogLevel(LOGLEVEL_FINE);
     initialiseAgain();
     EXPECT_THAT(said(), Contains("FINE default log file path is " + defaultFolder()));
-    EXPECT_THAT(said(), Contains("FINE did not find magic logging directory " + m_world.desktop() + "\\\\" + product + "-logs"));
+    EXPECT_THAT(said(), Contains("FINE did not find magic logging directory " + m_world.desktop() + "\\\\" + PRODUCT + "-logs"));
     EXPECT_EQ(logger().logDirectory(), defaultFolder() + "\\");
 }
 
-TEST_F(LoggerPlace, levelsAreTheRegistrysAgainWhenTheDesktopFolderIsGone)
+TEST_F(LoggerPlaceTest, LevelsAreTheRegistrysAgainWhenTheDesktopFolderIsGone)
 {
     s_appData = m_world.appData();
     s_desktop = m_world.desktop();
@@ -267,7 +270,7 @@ TEST_F(LoggerPlace, levelsAreTheRegistrysAgainWhenTheDesktopFolderIsGone)
     EXPECT_EQ(logger().logDirectory(), defaultFolder() + "\\");
 }
 
-TEST_F(LoggerPlace, folderIsMadeOnlyWhenThereIsNone)
+TEST_F(LoggerPlaceTest, FolderIsMadeOnlyWhenThereIsNone)
 {
     const CreateHook hook("CreateDirectoryA", noteFolder);
     m_world.start();
@@ -288,7 +291,7 @@ TEST_F(LoggerPlace, folderIsMadeOnlyWhenThereIsNone)
 
 // ---- Another place while the process runs
 
-TEST_F(LoggerPlace, newPlaceOfAnOpenFileIsToldInBothFiles)
+TEST_F(LoggerPlaceTest, NewPlaceOfAnOpenFileIsToldInBothFiles)
 {
     m_world.setPreference("loglevel", LOGLEVEL_INFO);
     m_world.start();
@@ -304,7 +307,7 @@ TEST_F(LoggerPlace, newPlaceOfAnOpenFileIsToldInBothFiles)
     EXPECT_THAT(said(), IsEmpty()) << "the same place";
 }
 
-TEST_F(LoggerPlace, newPlaceIsJustTakenWhileNoFileIsOpen)
+TEST_F(LoggerPlaceTest, NewPlaceIsJustTakenWhileNoFileIsOpen)
 {
     m_world.start();
     m_world.setPreference("loglevel", LOGLEVEL_INFO);
@@ -315,7 +318,7 @@ TEST_F(LoggerPlace, newPlaceIsJustTakenWhileNoFileIsOpen)
     EXPECT_TRUE(std::filesystem::is_empty(defaultFolder()));
 }
 
-TEST_F(LoggerPlace, filesAreCountedOnInTheNewPlace)
+TEST_F(LoggerPlaceTest, FilesAreCountedOnInTheNewPlace)
 {
     m_world.setPreference("splitlogfilesize", 1);
     m_world.start();
@@ -337,12 +340,12 @@ namespace {
 HANDLE WINAPI noteFinding(LPCSTR pattern, LPWIN32_FIND_DATAA found)
 {
     s_calls.push_back("find " + std::string(pattern));
-    return FindHook::original(pattern, found);
+    return FindHook::s_original(pattern, found);
 }
 
 BOOL WINAPI noteNext(HANDLE find, LPWIN32_FIND_DATAA found)
 {
-    const BOOL result = NextHook::original(find, found);
+    const BOOL result = NextHook::s_original(find, found);
     s_calls.emplace_back(result ? "next" : "end");
     return result;
 }
@@ -357,11 +360,11 @@ BOOL WINAPI refuseDeletion(LPCSTR path)
 
 } // namespace
 
-TEST_F(LoggerPlace, cleanUpListsTheProductsFilesFirstAndThenTellsOfEachBeforeItsDeletion)
+TEST_F(LoggerPlaceTest, CleanUpListsTheProductsFilesFirstAndThenTellsOfEachBeforeItsDeletion)
 {
     const std::string folder = m_world.folder() + "\\logs";
     std::filesystem::create_directory(folder);
-    const std::string name = std::string(product) + "-";
+    const std::string name = std::string(PRODUCT) + "-";
     makeFile(folder + "\\" + name + "a.log", 11);
     makeFile(folder + "\\" + name + "b.log", 0);
     makeFile(folder + "\\" + name + "c.log", 12);
@@ -383,7 +386,7 @@ TEST_F(LoggerPlace, cleanUpListsTheProductsFilesFirstAndThenTellsOfEachBeforeIts
     EXPECT_EQ(m_stream.messages().size(), 4 + 2 + 2u) << "system information, start and deletions: failures are not reported";
 }
 
-TEST_F(LoggerPlace, nothingIsListedWithoutAFileName)
+TEST_F(LoggerPlaceTest, NothingIsListedWithoutAFileName)
 {
     m_world.setPreference("logpath", "");
     const FindHook find("FindFirstFileA", noteFinding);
@@ -401,7 +404,7 @@ TEST_F(LoggerPlace, nothingIsListedWithoutAFileName)
     EXPECT_EQ(s_calls.size(), 1u) << "file logging is off";
 }
 
-TEST_F(LoggerPlace, oldFileOfTheSameProcessIdIsDeletedLikeAnyOther)
+TEST_F(LoggerPlaceTest, OldFileOfTheSameProcessIdIsDeletedLikeAnyOther)
 {
     std::filesystem::create_directory(defaultFolder());
     const std::string own = defaultFolder() + "\\" + fileName() + ".log";

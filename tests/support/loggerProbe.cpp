@@ -10,10 +10,11 @@ namespace {
 
 LONG CALLBACK print(EXCEPTION_POINTERS* exception)
 {
-    constexpr DWORD printException = 0x40010006; // DBG_PRINTEXCEPTION_C
+    constexpr DWORD PRINT_EXCEPTION = 0x40010006; // DBG_PRINTEXCEPTION_C
     const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
-    if (record.ExceptionCode != printException)
+    if (record.ExceptionCode != PRINT_EXCEPTION) {
         return EXCEPTION_CONTINUE_SEARCH;
+    }
     const std::string text(reinterpret_cast<const char*>(record.ExceptionInformation[1]), record.ExceptionInformation[0] - 1);
     const size_t header = text.find(".exe ") + 5;
     DWORD written = 0;

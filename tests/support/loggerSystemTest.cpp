@@ -15,8 +15,6 @@ using fixtures::DebugStream;
 using fixtures::LoggerWorld;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
 
 namespace {
 
@@ -34,15 +32,16 @@ using AddressHook = ImportHook<decltype(&GetProcAddress)>;
 
 std::vector<std::string> s_calls;
 
-class LoggerSystem : public testing::Test
+class LoggerSystemTest : public testing::Test
 {
 protected:
-    LoggerSystem() { s_calls.clear(); }
+    LoggerSystemTest() { s_calls.clear(); }
     std::vector<std::string> fileBodies() const
     {
         std::vector<std::string> result;
-        for (const fixtures::LogLine& line : m_world.logLines())
+        for (const fixtures::LogLine& line : m_world.logLines()) {
             result.push_back(line.body);
+        }
         return result;
     }
 
@@ -55,7 +54,7 @@ protected:
 BOOL WINAPI noteLock(LPCRITICAL_SECTION section, DWORD spinCount, DWORD flags)
 {
     s_calls.push_back("spin " + std::to_string(spinCount) + ", flags " + std::to_string(flags));
-    return LockHook::original(section, spinCount, flags);
+    return LockHook::s_original(section, spinCount, flags);
 }
 
 BOOL WINAPI refuseLock(LPCRITICAL_SECTION, DWORD, DWORD)
@@ -66,14 +65,14 @@ BOOL WINAPI refuseLock(LPCRITICAL_SECTION, DWORD, DWORD)
 
 } // namespace
 
-TEST_F(LoggerSystem, makesItsTwoLocksWithoutSpinning)
+TEST_F(LoggerSystemTest, MakesItsTwoLocksWithoutSpinning)
 {
     const LockHook hook("InitializeCriticalSectionEx", noteLock);
     m_world.start();
     EXPECT_THAT(s_calls, ElementsAre("spin 0, flags 0", "spin 0, flags 0"));
 }
 
-TEST_F(LoggerSystem, lockThatCannotBeMadeRaisesTheErrorAsAnHresult)
+TEST_F(LoggerSystemTest, LockThatCannotBeMadeRaisesTheErrorAsAnHresult)
 {
     const LockHook hook("InitializeCriticalSectionEx", refuseLock);
     try {
@@ -89,12 +88,12 @@ namespace {
 DWORD WINAPI noteSlot()
 {
     s_calls.emplace_back("slot");
-    return SlotHook::original();
+    return SlotHook::s_original();
 }
 
 } // namespace
 
-TEST_F(LoggerSystem, takesTwoThreadLocalSlots)
+TEST_F(LoggerSystemTest, TakesTwoThreadLocalSlots)
 {
     const SlotHook hook("TlsAlloc", noteSlot);
     m_world.start();
@@ -112,14 +111,15 @@ DWORD s_pathLength;
 DWORD WINAPI tellPath(HMODULE module, LPSTR buffer, DWORD size)
 {
     s_calls.push_back((module == nullptr ? "own " : "other ") + std::to_string(size));
-    if (s_path.size() < size)
+    if (s_path.size() < size) {
         std::strcpy(buffer, s_path.c_str());
+    }
     return s_pathLength;
 }
 
 } // namespace
 
-TEST_F(LoggerSystem, executablesNameIsWhatFollowsTheLastBackslashOfItsPath)
+TEST_F(LoggerSystemTest, ExecutablesNameIsWhatFollowsTheLastBackslashOfItsPath)
 {
     const auto nameFor = [this](const std::string& path, DWORD length) {
         s_path = path;
@@ -165,7 +165,7 @@ DWORD WINAPI tellMessage(DWORD flags, LPCVOID source, DWORD code, DWORD language
 HLOCAL WINAPI noteFreeing(HLOCAL memory)
 {
     s_calls.push_back(memory == s_messageMemory ? "freed" : "freed something else");
-    return FreeHook::original(memory);
+    return FreeHook::s_original(memory);
 }
 
 std::string errorTextOf(const std::string& message)
@@ -178,7 +178,7 @@ std::string errorTextOf(const std::string& message)
 
 } // namespace
 
-TEST_F(LoggerSystem, errorTextIsTheSystemsUpToTheFirstLineEnd)
+TEST_F(LoggerSystemTest, ErrorTextIsTheSystemsUpToTheFirstLineEnd)
 {
     EXPECT_EQ(errorTextOf("Text."), "Text. (00000abc)");
     EXPECT_EQ(errorTextOf("Text with %1. \r\n"), "Text with %1.  (00000abc)");
@@ -188,7 +188,7 @@ TEST_F(LoggerSystem, errorTextIsTheSystemsUpToTheFirstLineEnd)
     EXPECT_EQ(errorTextOf(""), " (00000abc)");
 }
 
-TEST_F(LoggerSystem, errorTextIsAskedForInTheNeutralLanguageWithoutInsertsAndFreed)
+TEST_F(LoggerSystemTest, ErrorTextIsAskedForInTheNeutralLanguageWithoutInsertsAndFreed)
 {
     errorTextOf("Text.");
     const DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
@@ -211,19 +211,19 @@ BOOL WINAPI writeOrNot(HANDLE file, LPCVOID bytes, DWORD size, LPDWORD written, 
         SetLastError(ERROR_DISK_FULL);
         return FALSE;
     }
-    return WriteHook::original(file, bytes, s_disk == Disk::TakesHalf ? size / 2 : size, written, overlapped);
+    return WriteHook::s_original(file, bytes, s_disk == Disk::TakesHalf ? size / 2 : size, written, overlapped);
 }
 
-class FailedWrite : public LoggerSystem, public testing::WithParamInterface<Disk>
+class FailedWriteTest : public LoggerSystemTest, public testing::WithParamInterface<Disk>
 {
 };
 
-INSTANTIATE_TEST_SUITE_P(LoggerSystem, FailedWrite, testing::Values(Disk::Refuses, Disk::TakesHalf),
+INSTANTIATE_TEST_SUITE_P(LoggerSystem, FailedWriteTest, testing::Values(Disk::Refuses, Disk::TakesHalf),
                          [](const auto& info) { return info.param == Disk::Refuses ? "AllOfIt" : "HalfOfIt"; });
 
 } // namespace
 
-TEST_P(FailedWrite, endsTheFileWithoutAReportAndTheStreamGoesOn)
+TEST_P(FailedWriteTest, EndsTheFileWithoutAReportAndTheStreamGoesOn)
 {
     m_world.start();
     LOG_PLAIN(WARN, "before");
@@ -264,12 +264,12 @@ BOOL WINAPI readErrorsMeanwhile(HANDLE file, LPCVOID bytes, DWORD size, LPDWORD 
         reader.detach();
         CloseHandle(done);
     }
-    return WriteHook::original(file, bytes, size, written, overlapped);
+    return WriteHook::s_original(file, bytes, size, written, overlapped);
 }
 
 } // namespace
 
-TEST_F(LoggerSystem, errorBufferIsFreeWhileALineIsWrittenToTheFileAndGetsTheLineAfterwards)
+TEST_F(LoggerSystemTest, ErrorBufferIsFreeWhileALineIsWrittenToTheFileAndGetsTheLineAfterwards)
 {
     m_world.start();
     LOG_PLAIN(WARN, "before");
@@ -332,15 +332,16 @@ FARPROC s_wow64Function;
 
 FARPROC WINAPI tellAddress(HMODULE module, LPCSTR name)
 {
-    if (std::strcmp(name, "IsWow64Process") != 0)
-        return AddressHook::original(module, name);
+    if (std::strcmp(name, "IsWow64Process") != 0) {
+        return AddressHook::s_original(module, name);
+    }
     s_calls.emplace_back(module == GetModuleHandleA("kernel32.dll") ? "kernel32" : "another module");
     return s_wow64Function;
 }
 
 } // namespace
 
-TEST_F(LoggerSystem, informationNamesEachOfTheSystemsAnswers)
+TEST_F(LoggerSystemTest, InformationNamesEachOfTheSystemsAnswers)
 {
     const VersionHook version("GetVersionExA", tellVersion);
     const MetricsHook metrics("GetSystemMetrics", tellMetric);
@@ -363,7 +364,7 @@ TEST_F(LoggerSystem, informationNamesEachOfTheSystemsAnswers)
     EXPECT_THAT(s_calls, ElementsAre(std::to_string(sizeof(OSVERSIONINFOEXA)), "kernel32", "own process"));
 }
 
-TEST_F(LoggerSystem, informationWithoutTheFunctionForItIsAboutAProcessThatIsNot32Bit)
+TEST_F(LoggerSystemTest, InformationWithoutTheFunctionForItIsAboutAProcessThatIsNot32Bit)
 {
     const AddressHook address("GetProcAddress", tellAddress);
     s_wow64Function = nullptr;
@@ -373,7 +374,7 @@ TEST_F(LoggerSystem, informationWithoutTheFunctionForItIsAboutAProcessThatIsNot3
     EXPECT_TRUE(fileBodies()[1].ends_with(", WOW64 process: false")) << fileBodies()[1];
 }
 
-TEST_F(LoggerSystem, versionThatIsRefusedIsAnErrorInTheFileAndInNobodysErrorText)
+TEST_F(LoggerSystemTest, VersionThatIsRefusedIsAnErrorInTheFileAndInNobodysErrorText)
 {
     const VersionHook version("GetVersionExA", tellNoVersion);
     m_world.start();

@@ -15,7 +15,7 @@ using fixtures::LogLine;
 
 namespace {
 
-constexpr int threadCount = 16;
+constexpr int THREAD_COUNT = 16;
 
 std::chrono::milliseconds duration()
 {
@@ -34,8 +34,9 @@ public:
     std::string getLogObjectInfo() const override { return "of " + std::to_string(GetCurrentThreadId()); }
     void run()
     {
-        while (!m_stop)
+        while (!m_stop) {
             descend(0);
+        }
     }
 
 private:
@@ -43,10 +44,11 @@ private:
     {
         LOG_SCOPE(FINE, "Worker::descend", depth << " thread " << GetCurrentThreadId());
         LOG(FINE, "statement thread " << GetCurrentThreadId());
-        if (depth < 4)
+        if (depth < 4) {
             descend(depth + 1);
-        else if (++m_round % 3 == 0)
+        } else if (++m_round % 3 == 0) {
             LOG(ERROR, "error thread " << GetCurrentThreadId());
+        }
         LOG(INFO, "after thread " << GetCurrentThreadId());
     }
 
@@ -106,7 +108,7 @@ private:
 
 } // namespace
 
-TEST(LoggerThreads, everyLineIsWholeAndEveryThreadHasItsOwnChain)
+TEST(LoggerThreadsTest, EveryLineIsWholeAndEveryThreadHasItsOwnChain)
 {
     LoggerWorld world;
     world.setPreference("loglevel", LOGLEVEL_FINE);
@@ -117,12 +119,14 @@ TEST(LoggerThreads, everyLineIsWholeAndEveryThreadHasItsOwnChain)
 
     std::atomic<bool> stop{false};
     std::vector<std::thread> threads;
-    for (int i = 0; i < threadCount; ++i)
+    for (int i = 0; i < THREAD_COUNT; ++i) {
         threads.emplace_back([&stop] { Worker(stop).run(); });
+    }
     std::this_thread::sleep_for(duration());
     stop = true;
-    for (std::thread& thread : threads)
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     const std::string errorText = Logger::getErrorEntries();
 
     std::map<unsigned long, ThreadChecker> checkers;
@@ -132,13 +136,14 @@ TEST(LoggerThreads, everyLineIsWholeAndEveryThreadHasItsOwnChain)
     size_t lineNumber = 0;
     for (; files == 0 || std::filesystem::exists(prefix + "-" + std::to_string(10000 + files).substr(1) + ".log"); ++files) {
         for (const LogLine& line : fixtures::parseLogLines(world.logText(files))) {
-            if (lineNumber++ < before || line.source.starts_with("logger "))
+            if (lineNumber++ < before || line.source.starts_with("logger ")) {
                 continue;
-            if (line.body == fixtures::beginBanner)
+            }
+            if (line.body == fixtures::BEGIN_BANNER) {
                 ++begins;
-            else if (line.body == fixtures::endBanner)
+            } else if (line.body == fixtures::END_BANNER) {
                 ++ends;
-            else {
+            } else {
                 ASSERT_FALSE(line.level.empty()) << "torn line: " << line.body;
                 checkers[line.thread].check(line);
                 ASSERT_FALSE(testing::Test::HasFatalFailure());
@@ -150,7 +155,7 @@ TEST(LoggerThreads, everyLineIsWholeAndEveryThreadHasItsOwnChain)
         EXPECT_TRUE(checker.finished()) << thread;
         errors += checker.errors();
     }
-    EXPECT_EQ(checkers.size(), static_cast<size_t>(threadCount));
+    EXPECT_EQ(checkers.size(), static_cast<size_t>(THREAD_COUNT));
     EXPECT_GT(errors, 0);
     EXPECT_EQ(begins, errors);
     EXPECT_EQ(ends, errors);

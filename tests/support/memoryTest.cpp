@@ -8,20 +8,20 @@
 
 #define LOG_SOURCE "memoryTest"
 
-using fixtures::beginBanner;
+using fixtures::BEGIN_BANNER;
 using fixtures::DebugStream;
-using fixtures::endBanner;
+using fixtures::END_BANNER;
 using testing::ElementsAre;
 
 namespace {
 
-constexpr const char* leftOut = "Out of memory, a log line was left out";
-const std::string tooLong(2 * FailingAllocations::LARGE, 'x');
+constexpr const char* LEFT_OUT = "Out of memory, a log line was left out";
+const std::string TOO_LONG(2 * FailingAllocations::LARGE, 'x');
 
-class LoggerMemory : public testing::Test
+class LoggerMemoryTest : public testing::Test
 {
 protected:
-    LoggerMemory()
+    LoggerMemoryTest()
     {
         m_world.setPreference("loglevel", LOGLEVEL_FINE);
         m_world.start();
@@ -30,8 +30,9 @@ protected:
     std::vector<std::string> bodies() const
     {
         std::vector<std::string> result;
-        for (const fixtures::LogLine& line : m_stream.lines())
+        for (const fixtures::LogLine& line : m_stream.lines()) {
             result.push_back(line.body.size() < FailingAllocations::LARGE ? line.body : "long");
+        }
         return result;
     }
 
@@ -43,46 +44,46 @@ protected:
 void writeTooLong(int level)
 {
     auto entry = std::make_unique<LogEntry>(LOG_SOURCE, 1, level);
-    entry->stream() << tooLong;
+    entry->stream() << TOO_LONG;
     const FailingAllocations failing(FailingAllocations::Kind::Large);
     entry.reset();
 }
 
 } // namespace
 
-TEST_F(LoggerMemory, statementIsLeftOutAndTheNextOneIsWritten)
+TEST_F(LoggerMemoryTest, StatementIsLeftOutAndTheNextOneIsWritten)
 {
     writeTooLong(LOGLEVEL_WARN);
     LOG_PLAIN(WARN, "next");
-    EXPECT_THAT(bodies(), ElementsAre(leftOut, "   next"));
+    EXPECT_THAT(bodies(), ElementsAre(LEFT_OUT, "   next"));
     EXPECT_EQ(m_world.logLines().back().body, "   next");
-    EXPECT_EQ(m_world.logText().find(leftOut), std::string::npos) << "for the debugger only";
+    EXPECT_EQ(m_world.logText().find(LEFT_OUT), std::string::npos) << "for the debugger only";
 }
 
-TEST_F(LoggerMemory, errorThatIsLeftOutDoesNotMakeLaterLinesPartOfIt)
+TEST_F(LoggerMemoryTest, ErrorThatIsLeftOutDoesNotMakeLaterLinesPartOfIt)
 {
     writeTooLong(LOGLEVEL_ERROR);
     LOG_PLAIN(WARN, "no part of it");
     LOG_PLAIN(ERROR, "next");
-    EXPECT_THAT(bodies(), ElementsAre(beginBanner, leftOut, "   no part of it", beginBanner, "   next", endBanner));
+    EXPECT_THAT(bodies(), ElementsAre(BEGIN_BANNER, LEFT_OUT, "   no part of it", BEGIN_BANNER, "   next", END_BANNER));
     const std::vector<fixtures::LogLine> entries = fixtures::parseLogLines(Logger::getErrorEntries());
     ASSERT_EQ(entries.size(), 1u);
     EXPECT_EQ(entries[0].body, "   next");
 }
 
-TEST_F(LoggerMemory, exitThatIsLeftOutClosesItsScopeAllTheSame)
+TEST_F(LoggerMemoryTest, ExitThatIsLeftOutClosesItsScopeAllTheSame)
 {
     std::optional<LogScope> scope;
     scope.emplace(LOG_SOURCE, 1, LOGLEVEL_FINE);
     scope->name("Sample::scope");
     scope->writeEntry();
-    scope->stream() << tooLong;
+    scope->stream() << TOO_LONG;
     {
         const FailingAllocations failing(FailingAllocations::Kind::Large);
         scope.reset();
     }
     LOG_PLAIN(ERROR, "next");
-    EXPECT_THAT(bodies(), ElementsAre("-> scope ", leftOut, beginBanner, "   next", endBanner));
+    EXPECT_THAT(bodies(), ElementsAre("-> scope ", LEFT_OUT, BEGIN_BANNER, "   next", END_BANNER));
 }
 
 namespace {
@@ -101,7 +102,7 @@ std::string ownPath()
 }
 } // namespace
 
-TEST(VersionMemory, resourceForWhichThereIsNoMemoryGivesEmptyTexts)
+TEST(VersionMemoryTest, ResourceForWhichThereIsNoMemoryGivesEmptyTexts)
 {
     const std::string path = ownPath();
     ASSERT_EQ(CVersion::getVersionInfo(path.c_str()), "7.0.0.1");
@@ -111,14 +112,14 @@ TEST(VersionMemory, resourceForWhichThereIsNoMemoryGivesEmptyTexts)
     EXPECT_EQ(CVersion::getProductName(path.c_str()), "") << "and not the default";
 }
 
-TEST(VersionMemory, resourceThatTellsNothingGivesTheDefaults)
+TEST(VersionMemoryTest, ResourceThatTellsNothingGivesTheDefaults)
 {
     const QueryHook hook("VerQueryValueA", refuseQuery);
     EXPECT_EQ(CVersion::getVersionInfo(ownPath().c_str()), "");
     EXPECT_EQ(CVersion::getProductName(ownPath().c_str()), "UNDEFINEDPRODUCT");
 }
 
-TEST(VersionMemory, resourceIsFreedOnEveryWay)
+TEST(VersionMemoryTest, ResourceIsFreedOnEveryWay)
 {
     const std::string path = ownPath();
     CVersion::getVersionInfo(path.c_str());

@@ -20,7 +20,7 @@ using InfoHook = ImportHook<decltype(&RegQueryInfoKeyA)>;
 using KeyNameHook = ImportHook<decltype(&RegEnumKeyExA)>;
 using ValueNameHook = ImportHook<decltype(&RegEnumValueA)>;
 
-constexpr const char* path = "SOFTWARE\\Sample";
+constexpr const char* PATH = "SOFTWARE\\Sample";
 
 std::vector<std::string> s_calls;
 bool s_isRefused;
@@ -40,7 +40,7 @@ LSTATUS WINAPI noteOpening(HKEY root, LPCSTR keyPath, DWORD options, REGSAM acce
                      : root == HKEY_CURRENT_USER ? "user "
                                                  : "? ") +
          keyPath + text);
-    const LSTATUS status = OpenHook::original(root, keyPath, options, access, key);
+    const LSTATUS status = OpenHook::s_original(root, keyPath, options, access, key);
     s_openKey = *key;
     return status;
 }
@@ -48,13 +48,13 @@ LSTATUS WINAPI noteOpening(HKEY root, LPCSTR keyPath, DWORD options, REGSAM acce
 LSTATUS WINAPI noteClosing(HKEY key)
 {
     note(key == s_openKey ? "close" : "close another key");
-    return CloseHook::original(key);
+    return CloseHook::s_original(key);
 }
 
 LSTATUS WINAPI noteQuery(HKEY key, LPCSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size)
 {
     note("query " + std::string(name) + " " + std::to_string(*size));
-    return QueryHook::original(key, name, reserved, type, data, size);
+    return QueryHook::s_original(key, name, reserved, type, data, size);
 }
 
 LSTATUS WINAPI noteInfo(HKEY key, LPSTR name, LPDWORD nameSize, LPDWORD reserved, LPDWORD subKeys, LPDWORD longestKey,
@@ -62,8 +62,8 @@ LSTATUS WINAPI noteInfo(HKEY key, LPSTR name, LPDWORD nameSize, LPDWORD reserved
                         PFILETIME time)
 {
     note("info");
-    const LSTATUS status = InfoHook::original(key, name, nameSize, reserved, subKeys, longestKey, longestClass, values,
-                                              longestName, longestValue, security, time);
+    const LSTATUS status = InfoHook::s_original(key, name, nameSize, reserved, subKeys, longestKey, longestClass, values,
+                                                longestName, longestValue, security, time);
     return s_isRefused ? ERROR_ACCESS_DENIED : status;
 }
 
@@ -72,7 +72,7 @@ LSTATUS WINAPI noteKeyName(HKEY key, DWORD index, LPSTR name, LPDWORD size, LPDW
                            PFILETIME time)
 {
     note("key " + std::to_string(index) + " " + std::to_string(*size));
-    const LSTATUS status = KeyNameHook::original(key, index, name, size, reserved, keyClass, classSize, time);
+    const LSTATUS status = KeyNameHook::s_original(key, index, name, size, reserved, keyClass, classSize, time);
     return index == 1 ? ERROR_NO_MORE_ITEMS : status;
 }
 
@@ -80,18 +80,18 @@ LSTATUS WINAPI noteValueName(HKEY key, DWORD index, LPSTR name, LPDWORD size, LP
                              LPDWORD dataSize)
 {
     note("value " + std::to_string(index) + " " + std::to_string(*size));
-    const LSTATUS status = ValueNameHook::original(key, index, name, size, reserved, type, data, dataSize);
+    const LSTATUS status = ValueNameHook::s_original(key, index, name, size, reserved, type, data, dataSize);
     return index == 1 ? ERROR_NO_MORE_ITEMS : status;
 }
 
-class RegistryCalls : public testing::Test
+class RegistryCallsTest : public testing::Test
 {
 protected:
-    RegistryCalls()
+    RegistryCallsTest()
     {
         for (const char* name : {"a", "bcd", "ef"}) {
-            m_scratch.createKey(std::string(path) + "\\" + name);
-            m_scratch.setDword(path, std::string("value ") + name, 1);
+            m_scratch.createKey(std::string(PATH) + "\\" + name);
+            m_scratch.setDword(PATH, std::string("value ") + name, 1);
         }
         s_calls.clear();
         s_isRefused = false;
@@ -106,24 +106,24 @@ concept DerivesDirectly = requires(Loggable* loggable) { static_cast<Derived*>(l
 
 } // namespace
 
-TEST_F(RegistryCalls, keyIsOpenedBelowTheRootAndWithTheAccessThatWereGiven)
+TEST_F(RegistryCallsTest, KeyIsOpenedBelowTheRootAndWithTheAccessThatWereGiven)
 {
     const OpenHook opening("RegOpenKeyExA", noteOpening);
-    const CRegistry first(path, HKEY_LOCAL_MACHINE, KEY_READ);
+    const CRegistry first(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
     const CRegistry second("SOFTWARE\\Missing\\", HKEY_LOCAL_MACHINE, KEY_READ | KEY_WOW64_32KEY);
     const CRegistry third("Software", HKEY_CURRENT_USER, KEY_QUERY_VALUE);
     EXPECT_THAT(s_calls, ElementsAre("open machine SOFTWARE\\Sample 0 20019", "open machine SOFTWARE\\Missing\\ 0 20219",
                                      "open user Software 0 1"));
 }
 
-TEST_F(RegistryCalls, keyIsClosedOnceAndNotAskedAfterwards)
+TEST_F(RegistryCallsTest, KeyIsClosedOnceAndNotAskedAfterwards)
 {
     const OpenHook opening("RegOpenKeyExA", noteOpening);
     const CloseHook closing("RegCloseKey", noteClosing);
     const QueryHook query("RegQueryValueExA", noteQuery);
     const InfoHook info("RegQueryInfoKeyA", noteInfo);
     {
-        CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
+        CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
         registry.closeKey();
         EXPECT_EQ(s_calls.back(), "close");
         s_calls.clear();
@@ -135,13 +135,13 @@ TEST_F(RegistryCalls, keyIsClosedOnceAndNotAskedAfterwards)
     }
     EXPECT_THAT(s_calls, IsEmpty());
     {
-        const CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
+        const CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
         s_calls.clear();
     }
     EXPECT_THAT(s_calls, ElementsAre("close")) << "its end closes the key";
 }
 
-TEST_F(RegistryCalls, keyThatIsNotThereIsNeitherAskedNorClosed)
+TEST_F(RegistryCallsTest, KeyThatIsNotThereIsNeitherAskedNorClosed)
 {
     const CloseHook closing("RegCloseKey", noteClosing);
     const QueryHook query("RegQueryValueExA", noteQuery);
@@ -157,10 +157,10 @@ TEST_F(RegistryCalls, keyThatIsNotThereIsNeitherAskedNorClosed)
     EXPECT_THAT(s_calls, IsEmpty());
 }
 
-TEST_F(RegistryCalls, valuesAreReadOnceIntoTheirFixedSizes)
+TEST_F(RegistryCallsTest, ValuesAreReadOnceIntoTheirFixedSizes)
 {
     const QueryHook query("RegQueryValueExA", noteQuery);
-    CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
+    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
     registry.getStringValue("value a", "default");
     registry.getStringValue("missing", "default");
     registry.getDWORDValue("value a", 0);
@@ -168,9 +168,9 @@ TEST_F(RegistryCalls, valuesAreReadOnceIntoTheirFixedSizes)
     EXPECT_THAT(s_calls, ElementsAre("query value a 255", "query missing 255", "query value a 4", "query missing 4"));
 }
 
-TEST_F(RegistryCalls, everyNameIsAskedForWithTheWholeSizeAndOneThatIsRefusedIsEmpty)
+TEST_F(RegistryCallsTest, EveryNameIsAskedForWithTheWholeSizeAndOneThatIsRefusedIsEmpty)
 {
-    CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
+    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
     const OpenHook opening("RegOpenKeyExA", noteOpening);
     const CloseHook closing("RegCloseKey", noteClosing);
     const InfoHook info("RegQueryInfoKeyA", noteInfo);
@@ -193,9 +193,9 @@ TEST_F(RegistryCalls, everyNameIsAskedForWithTheWholeSizeAndOneThatIsRefusedIsEm
     EXPECT_EQ(s_calls.size(), 7u) << "nor at the end of the snapshot";
 }
 
-TEST_F(RegistryCalls, keyThatTellsNoCountsHasNoNames)
+TEST_F(RegistryCallsTest, KeyThatTellsNoCountsHasNoNames)
 {
-    CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
+    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
     const InfoHook info("RegQueryInfoKeyA", noteInfo);
     const KeyNameHook keys("RegEnumKeyExA", noteKeyName);
     const ValueNameHook values("RegEnumValueA", noteValueName);
@@ -208,11 +208,11 @@ TEST_F(RegistryCalls, keyThatTellsNoCountsHasNoNames)
     EXPECT_THAT(stream.texts(), IsEmpty()) << "no error to anyone";
 }
 
-TEST_F(RegistryCalls, failedReadsAreNotLogged)
+TEST_F(RegistryCallsTest, FailedReadsAreNotLogged)
 {
     Logger::setMaxLogLevel(LOGLEVEL_INFO);
-    CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
-    m_scratch.setBytes(path, "long", REG_BINARY, std::string(300, 'x').data(), 300);
+    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
+    m_scratch.setBytes(PATH, "long", REG_BINARY, std::string(300, 'x').data(), 300);
     DebugStream stream;
     EXPECT_EQ(registry.getStringValue("missing", "default"), "default");
     EXPECT_EQ(registry.getStringValue("long", "default"), "default");
@@ -221,9 +221,9 @@ TEST_F(RegistryCalls, failedReadsAreNotLogged)
     EXPECT_THAT(stream.texts(), IsEmpty());
 }
 
-TEST_F(RegistryCalls, namesAreHandedOutUnderAScopeOfTheirOwn)
+TEST_F(RegistryCallsTest, NamesAreHandedOutUnderAScopeOfTheirOwn)
 {
-    CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
+    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
     CRegistrySubKeys names(registry);
     EXPECT_STREQ(names.getLogClassName(), "CRegistrySubKeys");
     EXPECT_EQ(names.getLogObjectInfo(), "");
@@ -231,14 +231,15 @@ TEST_F(RegistryCalls, namesAreHandedOutUnderAScopeOfTheirOwn)
     DebugStream stream;
     names.getSubKey(2);
     std::vector<std::string> lines;
-    for (const fixtures::LogLine& line : stream.lines())
+    for (const fixtures::LogLine& line : stream.lines()) {
         lines.push_back(line.level + "|" + line.source + "|" + line.body);
+    }
     Logger::setMaxLogLevel(LOGLEVEL_WARN);
     EXPECT_THAT(lines, ElementsAre("FINE|registry            |-> CRegistrySubKeys  getSubKey 2",
                                    "FINE|registry            |<- CRegistrySubKeys  getSubKey 2"));
 }
 
-TEST_F(RegistryCalls, readersAreNotCopiedAndLogLikeEveryObject)
+TEST_F(RegistryCallsTest, ReadersAreNotCopiedAndLogLikeEveryObject)
 {
     EXPECT_TRUE(std::has_virtual_destructor_v<CRegistry>);
     EXPECT_TRUE(std::has_virtual_destructor_v<CRegistrySubKeys>);

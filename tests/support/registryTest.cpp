@@ -7,35 +7,33 @@
 #define LOG_SOURCE "registryTest"
 
 using fixtures::DebugStream;
-using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 namespace {
 
-constexpr const char* path = "SOFTWARE\\Sample";
+constexpr const char* PATH = "SOFTWARE\\Sample";
 
-class Registry : public testing::Test
+class RegistryTest : public testing::Test
 {
 protected:
-    void setString(const std::string& name, const std::string& value) { m_scratch.setString(path, name, value); }
+    void setString(const std::string& name, const std::string& value) { m_scratch.setString(PATH, name, value); }
     void setBytes(const std::string& name, const std::string& bytes, DWORD type = REG_SZ)
     {
-        m_scratch.setBytes(path, name, type, bytes.data(), bytes.size());
+        m_scratch.setBytes(PATH, name, type, bytes.data(), bytes.size());
     }
     std::string stringValue(const char* name)
     {
-        return CRegistry(path, HKEY_LOCAL_MACHINE, KEY_READ).getStringValue(name, "default");
+        return CRegistry(PATH, HKEY_LOCAL_MACHINE, KEY_READ).getStringValue(name, "default");
     }
-    int dwordValue(const char* name) { return CRegistry(path, HKEY_LOCAL_MACHINE, KEY_READ).getDWORDValue(name, -1); }
+    int dwordValue(const char* name) { return CRegistry(PATH, HKEY_LOCAL_MACHINE, KEY_READ).getDWORDValue(name, -1); }
 
     fixtures::RegistryScratch m_scratch{HKEY_LOCAL_MACHINE};
 };
 
 } // namespace
 
-TEST_F(Registry, stringsUpTo254CharactersAreReturnedWholeAndLongerOnesNotAtAll)
+TEST_F(RegistryTest, StringsUpTo254CharactersAreReturnedWholeAndLongerOnesNotAtAll)
 {
     setString("empty", "");
     setString("short", "text");
@@ -50,7 +48,7 @@ TEST_F(Registry, stringsUpTo254CharactersAreReturnedWholeAndLongerOnesNotAtAll)
     EXPECT_EQ(stringValue("missing"), "default");
 }
 
-TEST_F(Registry, valuesNeedNotBeTerminatedAndMayBeEmpty)
+TEST_F(RegistryTest, ValuesNeedNotBeTerminatedAndMayBeEmpty)
 {
     setBytes("binary", "abc", REG_BINARY);
     setBytes("binary 255", std::string(255, 'b'), REG_BINARY);
@@ -62,24 +60,24 @@ TEST_F(Registry, valuesNeedNotBeTerminatedAndMayBeEmpty)
     EXPECT_EQ(stringValue("zero inside"), "ab");
 }
 
-TEST_F(Registry, numberReadAsTextIsItsBytesUpToTheFirstZero)
+TEST_F(RegistryTest, NumberReadAsTextIsItsBytesUpToTheFirstZero)
 {
-    m_scratch.setDword(path, "number", 0x00434241);
-    m_scratch.setDword(path, "low zero", 0x41424300);
+    m_scratch.setDword(PATH, "number", 0x00434241);
+    m_scratch.setDword(PATH, "low zero", 0x41424300);
     EXPECT_EQ(stringValue("number"), "ABC");
     EXPECT_EQ(stringValue("low zero"), "");
 }
 
-TEST_F(Registry, numbersAreSigned32Bits)
+TEST_F(RegistryTest, NumbersAreSigned32Bits)
 {
-    m_scratch.setDword(path, "number", 12);
-    m_scratch.setDword(path, "high", 0xFFFFFFFE);
+    m_scratch.setDword(PATH, "number", 12);
+    m_scratch.setDword(PATH, "high", 0xFFFFFFFE);
     EXPECT_EQ(dwordValue("number"), 12);
     EXPECT_EQ(dwordValue("high"), -2);
     EXPECT_EQ(dwordValue("missing"), -1);
 }
 
-TEST_F(Registry, textReadAsNumberIsItsFirstFourBytesWithTerminator)
+TEST_F(RegistryTest, TextReadAsNumberIsItsFirstFourBytesWithTerminator)
 {
     setString("abc", "abc");
     setString("abcd", "abcd");
@@ -93,7 +91,7 @@ TEST_F(Registry, textReadAsNumberIsItsFirstFourBytesWithTerminator)
     EXPECT_EQ(dwordValue("nothing"), 0);
 }
 
-TEST_F(Registry, missingKeyIsLoggedOnceAndReadsAnswerTheDefault)
+TEST_F(RegistryTest, MissingKeyIsLoggedOnceAndReadsAnswerTheDefault)
 {
     Logger::setMaxLogLevel(LOGLEVEL_WARN);
     Logger::getErrorEntries();
@@ -113,18 +111,19 @@ TEST_F(Registry, missingKeyIsLoggedOnceAndReadsAnswerTheDefault)
     EXPECT_EQ(lines[0].text(), "CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: false");
     EXPECT_EQ(lines[1].body, "-> CRegistry  ");
     int errors = 0;
-    for (const fixtures::LogLine& line : stream.lines())
-        errors += line.level == "ERROR";
+    for (const fixtures::LogLine& line : stream.lines()) {
+        errors += static_cast<int>(line.level == "ERROR");
+    }
     EXPECT_EQ(errors, 1);
 }
 
-TEST_F(Registry, operationsAreLoggedAsScopes)
+TEST_F(RegistryTest, OperationsAreLoggedAsScopes)
 {
-    m_scratch.setDword(path, "number", 12);
+    m_scratch.setDword(PATH, "number", 12);
     Logger::setMaxLogLevel(LOGLEVEL_TRACE);
     DebugStream stream;
     {
-        CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
+        CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
         registry.getStringValue("name", "none");
         registry.getDWORDValue("number", -1);
         CRegistrySubKeys names(registry);
@@ -134,9 +133,11 @@ TEST_F(Registry, operationsAreLoggedAsScopes)
     }
     Logger::setMaxLogLevel(LOGLEVEL_WARN);
     std::vector<std::string> bodies;
-    for (const fixtures::LogLine& line : stream.lines())
-        if (line.source.starts_with("registry "))
+    for (const fixtures::LogLine& line : stream.lines()) {
+        if (line.source.starts_with("registry ")) {
             bodies.push_back(line.level + "|" + line.body);
+        }
+    }
     EXPECT_THAT(bodies,
                 ElementsAre("FINE|-> CRegistry  CRegistry SOFTWARE\\Sample",
                             "TRACE|    CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true",
@@ -152,10 +153,10 @@ TEST_F(Registry, operationsAreLoggedAsScopes)
                             "FINE| -> CRegistry  closeKey ", "FINE| <- CRegistry  closeKey ", "FINE|<- CRegistry  ~CRegistry "));
 }
 
-TEST_F(Registry, closedKeyAnswersDefaultsAndCanBeClosedAgain)
+TEST_F(RegistryTest, ClosedKeyAnswersDefaultsAndCanBeClosedAgain)
 {
     setString("name", "value");
-    CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
+    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
     registry.closeKey();
     registry.closeKey();
     EXPECT_EQ(registry.getStringValue("name", "default"), "default");
@@ -163,43 +164,43 @@ TEST_F(Registry, closedKeyAnswersDefaultsAndCanBeClosedAgain)
     EXPECT_EQ(names.getValueCount(), 0);
 }
 
-TEST_F(Registry, snapshotHoldsTheNamesOfAKey)
+TEST_F(RegistryTest, SnapshotHoldsTheNamesOfAKey)
 {
-    m_scratch.createKey(std::string(path) + "\\b");
-    m_scratch.createKey(std::string(path) + "\\a");
+    m_scratch.createKey(std::string(PATH) + "\\b");
+    m_scratch.createKey(std::string(PATH) + "\\a");
     setString("one", "1");
     setString("", "the key's own value");
-    CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
+    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
     CRegistrySubKeys names(registry);
     registry.closeKey();
-    m_scratch.deleteValue(path, "one");
+    m_scratch.deleteValue(PATH, "one");
     ASSERT_EQ(names.getSubKeyCount(), 2);
     ASSERT_EQ(names.getValueCount(), 2);
     EXPECT_THAT((std::vector{names.getSubKey(0), names.getSubKey(1)}), UnorderedElementsAre("a", "b"));
     EXPECT_THAT((std::vector{names.getValue(0), names.getValue(1)}), UnorderedElementsAre("one", ""));
 }
 
-TEST_F(Registry, keyWithValuesOnlyHasNoSubkeys)
+TEST_F(RegistryTest, KeyWithValuesOnlyHasNoSubkeys)
 {
     setString("one", "1");
     setString("two", "2");
-    CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
+    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
     CRegistrySubKeys names(registry);
     EXPECT_EQ(names.getSubKeyCount(), 0);
     EXPECT_EQ(names.getValueCount(), 2);
 }
 
-TEST_F(Registry, nameThatDoesNotFitIsEmptyAndStillCounted)
+TEST_F(RegistryTest, NameThatDoesNotFitIsEmptyAndStillCounted)
 {
     const std::string longKey(254, 'k');
     const std::string tooLongKey(255, 'l');
-    m_scratch.createKey(std::string(path) + "\\" + longKey);
-    m_scratch.createKey(std::string(path) + "\\" + tooLongKey);
+    m_scratch.createKey(std::string(PATH) + "\\" + longKey);
+    m_scratch.createKey(std::string(PATH) + "\\" + tooLongKey);
     const std::string longValue(16382, 'v');
     const std::string tooLongValue(16383, 'w');
     setString(longValue, "1");
     setString(tooLongValue, "1");
-    CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
+    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
     CRegistrySubKeys names(registry);
     ASSERT_EQ(names.getSubKeyCount(), 2);
     ASSERT_EQ(names.getValueCount(), 2);
@@ -207,9 +208,9 @@ TEST_F(Registry, nameThatDoesNotFitIsEmptyAndStillCounted)
     EXPECT_THAT((std::vector{names.getValue(0), names.getValue(1)}), UnorderedElementsAre(longValue, ""));
 }
 
-TEST_F(Registry, classNamesAreThoseOfTheObjects)
+TEST_F(RegistryTest, ClassNamesAreThoseOfTheObjects)
 {
-    CRegistry registry(path, HKEY_LOCAL_MACHINE, KEY_READ);
+    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
     EXPECT_STREQ(registry.getLogClassName(), "CRegistry");
     EXPECT_EQ(registry.getLogObjectInfo(), "");
 }

@@ -26,9 +26,11 @@ std::string beside(const char* name)
 std::vector<std::string> linesOf(const DebugStream& stream)
 {
     std::vector<std::string> result;
-    for (const fixtures::LogLine& line : stream.lines())
-        if (line.source == "version             ")
+    for (const fixtures::LogLine& line : stream.lines()) {
+        if (line.source == "version             ") {
             result.push_back(line.level + "|" + line.body);
+        }
+    }
     return result;
 }
 
@@ -47,18 +49,18 @@ private:
 
 } // namespace
 
-TEST(Version, moduleNameAtTheStart)
+TEST(VersionTest, ModuleNameAtTheStart)
 {
     EXPECT_STREQ(CVersion::s_moduleName, "KESTA.exe");
 }
 
-TEST(Version, fileVersionIsPrintedAsFourNumbers)
+TEST(VersionTest, FileVersionIsPrintedAsFourNumbers)
 {
     EXPECT_EQ(CVersion::getVersionInfo(beside("versionFirst.dll").c_str()), "1.6.0.0");
     EXPECT_EQ(CVersion::getVersionInfo(beside("versionSecond.dll").c_str()), "65535.7.10.40000");
 }
 
-TEST(Version, productNameIsTakenFromTheFirstTranslationThatHasOne)
+TEST(VersionTest, ProductNameIsTakenFromTheFirstTranslationThatHasOne)
 {
     EXPECT_EQ(CVersion::getProductName(beside("versionFirst.dll").c_str()), "KESTA");
     EXPECT_EQ(CVersion::getProductName(beside("versionSecond.dll").c_str()), "Second");
@@ -66,7 +68,7 @@ TEST(Version, productNameIsTakenFromTheFirstTranslationThatHasOne)
     EXPECT_EQ(CVersion::getProductName(beside("versionUntranslated.dll").c_str()), "UNDEFINEDPRODUCT");
 }
 
-TEST(Version, firstOfTwoProductNamesIsTaken)
+TEST(VersionTest, FirstOfTwoProductNamesIsTaken)
 {
     EXPECT_EQ(CVersion::getProductName(beside("versionBoth.dll").c_str()), "First");
 }
@@ -80,7 +82,7 @@ std::vector<std::string> s_calls;
 BOOL WINAPI noteQuery(LPCVOID block, LPCSTR name, LPVOID* value, PUINT length)
 {
     s_calls.emplace_back(name);
-    return QueryHook::original(block, name, value, length);
+    return QueryHook::s_original(block, name, value, length);
 }
 
 DWORD WINAPI notePath(HMODULE module, LPSTR buffer, DWORD size)
@@ -89,11 +91,11 @@ DWORD WINAPI notePath(HMODULE module, LPSTR buffer, DWORD size)
                        : module == GetModuleHandleA("kernel32.dll") ? "kernel32 "
                                                                     : "another ") +
                       std::to_string(size));
-    return PathHook::original(module, buffer, size);
+    return PathHook::s_original(module, buffer, size);
 }
 } // namespace
 
-TEST(Version, resourceIsAskedForTheFixedInformationAndThenTranslationByTranslation)
+TEST(VersionTest, ResourceIsAskedForTheFixedInformationAndThenTranslationByTranslation)
 {
     const QueryHook hook("VerQueryValueA", noteQuery);
     s_calls.clear();
@@ -111,7 +113,7 @@ TEST(Version, resourceIsAskedForTheFixedInformationAndThenTranslationByTranslati
     EXPECT_THAT(s_calls, ElementsAre("\\VarFileInfo\\Translation"));
 }
 
-TEST(Version, moduleNameIsThatOfAnyLoadedModule)
+TEST(VersionTest, ModuleNameIsThatOfAnyLoadedModule)
 {
     char path[MAX_PATH + 1] = {};
     GetModuleFileNameA(GetModuleHandleA("kernel32.dll"), path, MAX_PATH);
@@ -126,7 +128,7 @@ TEST(Version, moduleNameIsThatOfAnyLoadedModule)
     EXPECT_THAT(s_calls, ElementsAre("own 260", "kernel32 260", "kernel32 260"));
 }
 
-TEST(Version, fileWithoutVersionResourceGivesTheDefaults)
+TEST(VersionTest, FileWithoutVersionResourceGivesTheDefaults)
 {
     fixtures::TemporaryFolder folder;
     const std::string text = folder.path("plain.txt");
@@ -137,19 +139,19 @@ TEST(Version, fileWithoutVersionResourceGivesTheDefaults)
     }
 }
 
-TEST(Version, withoutArgumentsItIsTheRunningExecutables)
+TEST(VersionTest, WithoutArgumentsItIsTheRunningExecutables)
 {
     // No module of that name is loaded, which means the process's own executable.
     EXPECT_EQ(CVersion::getVersionInfo(), "3.4.5.6");
     EXPECT_EQ(CVersion::getProductName(), "VERSIONTEST");
 }
 
-TEST(Version, productNameIsInTheLogFilesName)
+TEST(VersionTest, ProductNameIsInTheLogFilesName)
 {
     EXPECT_NE(Logger::instance()->logFilePrefix().find("\\VERSIONTEST-support_version_test.exe-"), std::string::npos);
 }
 
-TEST(Version, withoutModuleNameTheDefaultsAreGivenWithAWarning)
+TEST(VersionTest, WithoutModuleNameTheDefaultsAreGivenWithAWarning)
 {
     Logger::setMaxLogLevel(LOGLEVEL_WARN);
     const ModuleName none(nullptr);
@@ -159,7 +161,7 @@ TEST(Version, withoutModuleNameTheDefaultsAreGivenWithAWarning)
     EXPECT_THAT(linesOf(stream), ElementsAre("WARN|    No module name was set", "WARN|    No module name was set"));
 }
 
-TEST(Version, logOfAProcessWithoutModuleNameIsThatOfTheUndefinedProduct)
+TEST(VersionTest, LogOfAProcessWithoutModuleNameIsThatOfTheUndefinedProduct)
 {
     fixtures::LoggerWorld world;
     const ModuleName none(nullptr);
@@ -169,7 +171,7 @@ TEST(Version, logOfAProcessWithoutModuleNameIsThatOfTheUndefinedProduct)
     EXPECT_THAT(stream.texts(), testing::IsEmpty()) << "its name is settled before anything can be logged";
 }
 
-TEST(Version, logBeginsWithTheVersionOfTheExecutable)
+TEST(VersionTest, LogBeginsWithTheVersionOfTheExecutable)
 {
     fixtures::LoggerWorld world;
     world.start();
@@ -178,7 +180,7 @@ TEST(Version, logBeginsWithTheVersionOfTheExecutable)
     EXPECT_EQ(world.logLines().front().body, "    VERSIONTEST version: 3.4.5.6, ATL version: 0x100, compiler version: " + gcc);
 }
 
-TEST(Version, operationsAreLogged)
+TEST(VersionTest, OperationsAreLogged)
 {
     Logger::setMaxLogLevel(LOGLEVEL_TRACE);
     const std::string path = beside("versionSecond.dll");

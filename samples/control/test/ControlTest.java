@@ -78,15 +78,30 @@ public final class ControlTest {
         String text = "Ljava/lang/String;";
         String listener = "Lcom/orvane/tech/client/qmrt/QMRTControlListenerI;";
         String[][] control = {{"callMethod", "(" + text + text + ")" + text},
-            {"callMethodCompressed", "(" + text + "I" + text + ")" + text}, {"displayDebugConsole", "()" + text},
-            {"free", "()" + text}, {"getBasisControlVersionInfo", "()" + text}, {"getProperty", "(" + text + ")" + text},
-            {"getVersionInfo", "(" + text + ")" + text}, {"setLogLevel", "(I)" + text},
-            {"setProperty", "(" + text + text + ")" + text}, {"setUsedControl", "(" + text + text + ")" + text},
-            {"updateVersion", "(" + text + ")" + text}, {"addORVANEControlListener", "(" + listener + ")V"},
-            {"removeORVANEControlListener", "(" + listener + ")V"}, {"removeAll", "()V"}, {"validate", "()V"}};
-        String[][] frame = {{"setFocusableWindowState", "(Z)V"}, {"setAlwaysOnTop", "(Z)V"}, {"setUndecorated", "(Z)V"},
-            {"setVisible", "(Z)V"}, {"setEnabled", "(Z)V"}, {"add", "(Ljava/awt/Component;)Ljava/awt/Component;"},
-            {"setBounds", "(IIII)V"}, {"validate", "()V"}, {"remove", "(Ljava/awt/Component;)V"}, {"dispose", "()V"}};
+                              {"callMethodCompressed", "(" + text + "I" + text + ")" + text},
+                              {"displayDebugConsole", "()" + text},
+                              {"free", "()" + text},
+                              {"getBasisControlVersionInfo", "()" + text},
+                              {"getProperty", "(" + text + ")" + text},
+                              {"getVersionInfo", "(" + text + ")" + text},
+                              {"setLogLevel", "(I)" + text},
+                              {"setProperty", "(" + text + text + ")" + text},
+                              {"setUsedControl", "(" + text + text + ")" + text},
+                              {"updateVersion", "(" + text + ")" + text},
+                              {"addORVANEControlListener", "(" + listener + ")V"},
+                              {"removeORVANEControlListener", "(" + listener + ")V"},
+                              {"removeAll", "()V"},
+                              {"validate", "()V"}};
+        String[][] frame = {{"setFocusableWindowState", "(Z)V"},
+                            {"setAlwaysOnTop", "(Z)V"},
+                            {"setUndecorated", "(Z)V"},
+                            {"setVisible", "(Z)V"},
+                            {"setEnabled", "(Z)V"},
+                            {"add", "(Ljava/awt/Component;)Ljava/awt/Component;"},
+                            {"setBounds", "(IIII)V"},
+                            {"validate", "()V"},
+                            {"remove", "(Ljava/awt/Component;)V"},
+                            {"dispose", "()V"}};
         find(QMRTWinControl.class, control);
         find(KESTAFrame.class, frame);
         find(KESTAListener.class, new String[][] {{"testBridge", "(" + text + "II)V"}});
@@ -125,15 +140,15 @@ public final class ControlTest {
         check("row count", "2", control.getProperty("rowCount"));
         check("rows", "a;1|b;2.25", control.setProperty("rows", "a;1|b;2.25|"));
         fails("a row without number", IllegalArgumentException.class, "a row is name;number, not: c",
-            () -> control.setProperty("rows", "d;1|c"));
+              () -> control.setProperty("rows", "d;1|c"));
         fails("a row without end", IllegalArgumentException.class, "a bar cannot show: c;NaN",
-            () -> control.setProperty("row", "c;NaN"));
+              () -> control.setProperty("row", "c;NaN"));
         check("rows as they were", "a;1|b;2.25", control.getProperty("rows"));
         check("clear", "", control.callMethod("clear", ""));
         check("no rows", "", control.getProperty("rows"));
         check("unknown property", null, control.getProperty("nonsense"));
         fails("unknown property", IllegalArgumentException.class, "no such property to set: nonsense",
-            () -> control.setProperty("nonsense", "1"));
+              () -> control.setProperty("nonsense", "1"));
         check("used control", "Grid;2", control.setUsedControl("Grid", "2"));
         check("used control", "Grid;2", control.getProperty("usedControl"));
         check("log level", "2", control.setLogLevel(2));
@@ -157,7 +172,7 @@ public final class ControlTest {
         fails("throw", IllegalStateException.class, "on purpose", () -> control.callMethod("throw", "on purpose"));
         fails("throwNoMessage", IllegalStateException.class, null, () -> control.callMethod("throwNoMessage", ""));
         fails("unknown method", IllegalArgumentException.class, "no such method: nonsense",
-            () -> control.callMethod("nonsense", ""));
+              () -> control.callMethod("nonsense", ""));
     }
 
     private static void versionsAreTrue() {
@@ -279,7 +294,7 @@ public final class ControlTest {
         listener.testBridge("abcS", 2, 500);
         check("way through the control", "abcSJBb after 500", recorder.bridge.poll());
         fails("asked to fail", IllegalStateException.class, "testBridge was asked to fail: error-xSJBb",
-            () -> listener.testBridge("error-xS", 2, 0));
+              () -> listener.testBridge("error-xS", 2, 0));
         check("answered before it failed", "error-xSJBb after 0", recorder.bridge.poll());
         // Without a server nobody has registered the native: the call for it shows that the listener turned round by itself.
         try {

@@ -95,14 +95,14 @@ struct Environments
 
 Environments& environments()
 {
-    static JNINativeInterface_ functions = [] {
+    static JNINativeInterface_ s_functions = [] {
         auto table = emptyTable<JNINativeInterface_>();
         table.FindClass = findClass;
         table.ExceptionClear = exceptionClear;
         return table;
     }();
-    static Environments environments = {{&functions}, {&functions}};
-    return environments;
+    static Environments s_environments = {{&s_functions}, {&s_functions}};
+    return s_environments;
 }
 
 bool isAttached(const JNIEnv* env)
@@ -128,14 +128,14 @@ jint JNICALL detachCurrentThread(JavaVM*)
 
 JavaVM* machine()
 {
-    static JNIInvokeInterface_ functions = [] {
+    static JNIInvokeInterface_ s_functions = [] {
         auto table = emptyTable<JNIInvokeInterface_>();
         table.AttachCurrentThread = attachCurrentThread;
         table.DetachCurrentThread = detachCurrentThread;
         return table;
     }();
-    static JavaVM machine = {&functions};
-    return &machine;
+    static JavaVM s_machine = {&s_functions};
+    return &s_machine;
 }
 
 std::string hexadecimal(jint number)

@@ -16,8 +16,8 @@ import javax.swing.WindowConstants;
  * the event thread and not waited for: the window is then a child of another process's window, and an event thread that waits
  * for that process must never be waited for by the thread that serves it.
  *
- * validate() stays as it is inherited: the server looks the method up here and calls it on the control as well, which is sound only
- * for the one that both inherit from Container. With full logging the virtual machine checks that and would end the process.
+ * validate() stays as it is inherited: the server looks the method up here and calls it on the control as well, which is sound
+ * only for the one that both inherit from Container. With full logging the virtual machine checks that and would end the process.
  */
 public final class KESTAFrame extends JFrame {
     private static final long serialVersionUID = 1L;

@@ -5,8 +5,8 @@ import java.awt.Frame;
 import kestatest.Calls;
 
 /**
- * A frame that notes what the bridge asks of it. Deliberately without a validate of its own: the bridge calls the frame's method on
- * the control, too, and a machine that checks JNI calls ends the process unless both inherit it from the same class.
+ * A frame that notes what the bridge asks of it. Deliberately without a validate of its own: the bridge calls the frame's method
+ * on the control, too, and a machine that checks JNI calls ends the process unless both inherit it from the same class.
  */
 public class KESTAFrame extends Frame {
     private static final long serialVersionUID = 1L;

@@ -142,8 +142,7 @@ final class Style {
         protected void paintText(Graphics g, AbstractButton button, Rectangle place, String text) {
             g.setFont(button.getFont());
             g.setColor(button.getForeground());
-            BasicGraphicsUtils.drawStringUnderlineCharAt(
-                g, text, -1, place.x, place.y + g.getFontMetrics().getAscent());
+            BasicGraphicsUtils.drawStringUnderlineCharAt(g, text, -1, place.x, place.y + g.getFontMetrics().getAscent());
         }
     }
 
@@ -179,7 +178,7 @@ final class Style {
 
         @Override
         public Component getTableCellRendererComponent(JTable table, Object value, boolean selected, boolean focused, int row,
-                int column) {
+                                                       int column) {
             super.getTableCellRendererComponent(table, value, selected, false, row, column);
             Border padding = BorderFactory.createEmptyBorder(0, 10, 0, 10);
             setBorder(padding);

@@ -88,7 +88,7 @@ protected:
     const Strings classes = {"class a/b/Bean", "class " + FRAME, "class " + LISTENER};
 };
 
-TEST_F(ForwardTest, everyOperationLooksUpConvertsCallsAndReleases)
+TEST_F(ForwardTest, EveryOperationLooksUpConvertsCallsAndReleases)
 {
     for (const Forwarded& operation : OPERATIONS) {
         SCOPED_TRACE(operation.method);
@@ -109,7 +109,7 @@ TEST_F(ForwardTest, everyOperationLooksUpConvertsCallsAndReleases)
     }
 }
 
-TEST_F(ForwardTest, missingMethodEndsTheOperation)
+TEST_F(ForwardTest, MissingMethodEndsTheOperation)
 {
     for (const Forwarded& operation : OPERATIONS) {
         SCOPED_TRACE(operation.method);
@@ -124,7 +124,7 @@ TEST_F(ForwardTest, missingMethodEndsTheOperation)
     }
 }
 
-TEST_F(ForwardTest, errorOfAFailedLookUpIsClearedJustBeforeTheNextUseOfJni)
+TEST_F(ForwardTest, ErrorOfAFailedLookUpIsClearedJustBeforeTheNextUseOfJni)
 {
     java.missing = {"callMethod"};
     CComBSTR result;
@@ -142,7 +142,7 @@ TEST_F(ForwardTest, errorOfAFailedLookUpIsClearedJustBeforeTheNextUseOfJni)
     EXPECT_EQ(java.takeCalls().front(), "GetMethodID(class a/b/Bean, free, ()Ljava/lang/String;)") << "it is cleared once";
 }
 
-TEST_F(ForwardTest, exceptionKeepsReferencesAndResult)
+TEST_F(ForwardTest, ExceptionKeepsReferencesAndResult)
 {
     for (const Forwarded& operation : OPERATIONS) {
         SCOPED_TRACE(operation.method);
@@ -165,7 +165,7 @@ TEST_F(ForwardTest, exceptionKeepsReferencesAndResult)
     }
 }
 
-TEST_F(ForwardTest, nullAnswerGivesAnEmptyResult)
+TEST_F(ForwardTest, NullAnswerGivesAnEmptyResult)
 {
     for (const Forwarded& operation : OPERATIONS) {
         SCOPED_TRACE(operation.method);
@@ -181,7 +181,7 @@ TEST_F(ForwardTest, nullAnswerGivesAnEmptyResult)
     }
 }
 
-TEST_F(ForwardTest, withoutResultPointerTheCallIsMadeAllTheSame)
+TEST_F(ForwardTest, WithoutResultPointerTheCallIsMadeAllTheSame)
 {
     for (const Forwarded& operation : OPERATIONS) {
         SCOPED_TRACE(operation.method);
@@ -195,7 +195,7 @@ TEST_F(ForwardTest, withoutResultPointerTheCallIsMadeAllTheSame)
     }
 }
 
-TEST_F(ForwardTest, nullBeanAndMissingMachineFailWithoutJni)
+TEST_F(ForwardTest, NullBeanAndMissingMachineFailWithoutJni)
 {
     for (const Forwarded& operation : OPERATIONS) {
         SCOPED_TRACE(operation.method);
@@ -221,7 +221,7 @@ TEST_F(ForwardTest, nullBeanAndMissingMachineFailWithoutJni)
     EXPECT_STRINGS(java.takeCalls(), Strings{});
 }
 
-TEST_F(ForwardTest, methodIsLookedUpAtEveryCall)
+TEST_F(ForwardTest, MethodIsLookedUpAtEveryCall)
 {
     CComBSTR result;
     client.callMethod(bean, FIRST, SECOND, &result);
@@ -231,7 +231,7 @@ TEST_F(ForwardTest, methodIsLookedUpAtEveryCall)
     EXPECT_EQ(java.takeCalls().front(), "GetMethodID(class x/Other, callMethod, (" + STRING + STRING + ")" + STRING + ")");
 }
 
-TEST_F(ForwardTest, nullTextReachesJavaAsEmptyText)
+TEST_F(ForwardTest, NullTextReachesJavaAsEmptyText)
 {
     CComBSTR result;
     EXPECT_EQ(client.callMethod(bean, nullptr, nullptr, &result), S_OK);
@@ -242,7 +242,7 @@ TEST_F(ForwardTest, nullTextReachesJavaAsEmptyText)
     EXPECT_EQ(log.takeScopes().front(), "FINE callMethod , ");
 }
 
-TEST_F(ForwardTest, entryLineHoldsTextsInTheAnsiCodePageAndNegativeNumbers)
+TEST_F(ForwardTest, EntryLineHoldsTextsInTheAnsiCodePageAndNegativeNumbers)
 {
     ASSERT_EQ(GetACP(), 1252u) << "the text of this test is in Windows-1252";
     CComBSTR result;
@@ -251,7 +251,7 @@ TEST_F(ForwardTest, entryLineHoldsTextsInTheAnsiCodePageAndNegativeNumbers)
     EXPECT_EQ(java.takeCalls()[3], "CallObjectMethod(global bean, callMethodCompressed, \"\xE4 \x80\", -5, \"\")");
 }
 
-TEST_F(ForwardTest, textThatCouldNotBeMadeIsNotDeleted)
+TEST_F(ForwardTest, TextThatCouldNotBeMadeIsNotDeleted)
 {
     java.nullFrom["NewStringUTF"] = 1;
     CComBSTR result;
@@ -281,7 +281,7 @@ protected:
     CComBSTR result;
 };
 
-TEST_F(SetUsedControlTest, makesTheFrameFocusableFirst)
+TEST_F(SetUsedControlTest, MakesTheFrameFocusableFirst)
 {
     EXPECT_EQ(client.setUsedControl(frame, bean, FIRST, SECOND, &result), S_OK);
     EXPECT_STRINGS(java.takeCalls(), setterCalls("global frame", "setFocusableWindowState", "true") + beanCalls);
@@ -294,7 +294,7 @@ TEST_F(SetUsedControlTest, makesTheFrameFocusableFirst)
                            "TRACE checkNoJNIException(): true", "TRACE result!=NULL: true", "TRACE env!=NULL: true"});
 }
 
-TEST_F(SetUsedControlTest, reachesTheBeanWhenTheFrameFails)
+TEST_F(SetUsedControlTest, ReachesTheBeanWhenTheFrameFails)
 {
     java.missing = {"setFocusableWindowState"};
     EXPECT_EQ(client.setUsedControl(frame, bean, FIRST, SECOND, &result), S_OK);
@@ -309,7 +309,7 @@ TEST_F(SetUsedControlTest, reachesTheBeanWhenTheFrameFails)
                    Strings{"methodID!=NULL: false", "setFrameFocusableWindowState(frame, true): failure: -2147467259"});
 }
 
-TEST_F(SetUsedControlTest, missingMethodEndsTheOperation)
+TEST_F(SetUsedControlTest, MissingMethodEndsTheOperation)
 {
     java.missing = {"setUsedControl"};
     EXPECT_EQ(client.setUsedControl(frame, bean, FIRST, SECOND, &result), E_FAIL);
@@ -317,7 +317,7 @@ TEST_F(SetUsedControlTest, missingMethodEndsTheOperation)
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"setUsedControlID != NULL: false"});
 }
 
-TEST_F(SetUsedControlTest, exceptionEndsTheOperation)
+TEST_F(SetUsedControlTest, ExceptionEndsTheOperation)
 {
     java.outcomes["setUsedControl"] = RecordingJni::throws("java.lang.Error", "x");
     EXPECT_EQ(client.setUsedControl(frame, bean, FIRST, SECOND, &result), E_FAIL);
@@ -330,7 +330,7 @@ TEST_F(SetUsedControlTest, exceptionEndsTheOperation)
                                               "class java.lang.Error", "class java/lang/Class"});
 }
 
-TEST_F(SetUsedControlTest, exceptionOfTheFrameIsLoggedAndCleared)
+TEST_F(SetUsedControlTest, ExceptionOfTheFrameIsLoggedAndCleared)
 {
     java.outcomes["setFocusableWindowState"] = RecordingJni::throws("java.lang.Error", "frame");
     EXPECT_EQ(client.setUsedControl(frame, bean, FIRST, SECOND, &result), S_OK);
@@ -342,7 +342,7 @@ TEST_F(SetUsedControlTest, exceptionOfTheFrameIsLoggedAndCleared)
                                                         "setFrameFocusableWindowState(frame, true): failure: -2147467259"});
 }
 
-TEST_F(SetUsedControlTest, nullAnswerAndNullResultPointer)
+TEST_F(SetUsedControlTest, NullAnswerAndNullResultPointer)
 {
     EXPECT_EQ(client.setUsedControl(frame, bean, FIRST, SECOND, nullptr), S_OK);
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"result!=NULL: false"});
@@ -360,7 +360,7 @@ protected:
     const std::string lookUpCall = "GetMethodID(class " + LISTENER + ", testBridge, (Ljava/lang/String;II)V)";
 };
 
-TEST_F(TestBridgeTest, callsTheListener)
+TEST_F(TestBridgeTest, CallsTheListener)
 {
     EXPECT_EQ(client.testBridge(listener, L"hello", 3, -7), S_OK);
     EXPECT_STRINGS(java.takeCalls(),
@@ -371,13 +371,13 @@ TEST_F(TestBridgeTest, callsTheListener)
     EXPECT_STRINGS(java.liveLocals(), classes);
 }
 
-TEST_F(TestBridgeTest, nullTextReachesJavaAsEmptyText)
+TEST_F(TestBridgeTest, NullTextReachesJavaAsEmptyText)
 {
     EXPECT_EQ(client.testBridge(listener, nullptr, 0, 0), S_OK);
     EXPECT_EQ(java.takeCalls()[1], "NewStringUTF()");
 }
 
-TEST_F(TestBridgeTest, textReachesJavaInTheAnsiCodePage)
+TEST_F(TestBridgeTest, TextReachesJavaInTheAnsiCodePage)
 {
     ASSERT_EQ(GetACP(), 1252u) << "the text of this test is in Windows-1252";
     EXPECT_EQ(client.testBridge(listener, L"\u00E4 \u20AC", 0, 0), S_OK);
@@ -385,7 +385,7 @@ TEST_F(TestBridgeTest, textReachesJavaInTheAnsiCodePage)
     EXPECT_EQ(log.takeScopes().front(), "FINE testBridge \xE4 \x80, 0, 0");
 }
 
-TEST_F(TestBridgeTest, failures)
+TEST_F(TestBridgeTest, Failures)
 {
     java.outcomes["testBridge"] = RecordingJni::throws("java.lang.Error", "x");
     EXPECT_EQ(client.testBridge(listener, L"kept", 1, 2), E_FAIL);

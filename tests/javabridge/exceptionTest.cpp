@@ -13,7 +13,7 @@ class ExceptionTest : public BridgeTest
 {
 };
 
-TEST_F(ExceptionTest, withoutExceptionNothingIsLogged)
+TEST_F(ExceptionTest, WithoutExceptionNothingIsLogged)
 {
     EXPECT_TRUE(client.checkNoJNIException());
     EXPECT_STRINGS(java.takeCalls(), Strings{"ExceptionCheck()"});
@@ -21,7 +21,7 @@ TEST_F(ExceptionTest, withoutExceptionNothingIsLogged)
     EXPECT_STRINGS(log.takeStatements(), Strings{});
 }
 
-TEST_F(ExceptionTest, exceptionIsLoggedAndClearedAtTheEnd)
+TEST_F(ExceptionTest, ExceptionIsLoggedAndClearedAtTheEnd)
 {
     java.raise("com.example.Failure", "the reason");
     EXPECT_FALSE(client.checkNoJNIException());
@@ -31,7 +31,7 @@ TEST_F(ExceptionTest, exceptionIsLoggedAndClearedAtTheEnd)
     EXPECT_STRINGS(java.liveLocals(), Strings{"class com.example.Failure", "class java/lang/Class"});
 }
 
-TEST_F(ExceptionTest, exceptionWithoutMessage)
+TEST_F(ExceptionTest, ExceptionWithoutMessage)
 {
     java.raise("com.example.Failure", {});
     EXPECT_FALSE(client.checkNoJNIException());
@@ -53,7 +53,7 @@ TEST_F(ExceptionTest, exceptionWithoutMessage)
                                      });
 }
 
-TEST_F(ExceptionTest, exceptionWhoseNameIsNull)
+TEST_F(ExceptionTest, ExceptionWhoseNameIsNull)
 {
     java.raise("com.example.Failure", "the reason");
     java.outcomes["getName"] = RecordingJni::answersNull();
@@ -77,7 +77,7 @@ TEST_F(ExceptionTest, exceptionWhoseNameIsNull)
                                      });
 }
 
-TEST_F(ExceptionTest, exceptionThatFailsToExplainItself)
+TEST_F(ExceptionTest, ExceptionThatFailsToExplainItself)
 {
     java.raise("com.example.Failure", "the reason");
     java.outcomes["getName"] = RecordingJni::throws("java.lang.Error", "no name");
@@ -89,7 +89,7 @@ TEST_F(ExceptionTest, exceptionThatFailsToExplainItself)
     EXPECT_STRINGS(java.liveLocals(), Strings{"class com.example.Failure", "class java/lang/Class"});
 }
 
-TEST_F(ExceptionTest, missingMethodsOfTheExceptionGiveDefaults)
+TEST_F(ExceptionTest, MissingMethodsOfTheExceptionGiveDefaults)
 {
     java.raise("com.example.Failure", "the reason");
     java.missing = {"getName", "getMessage"};
@@ -109,7 +109,7 @@ TEST_F(ExceptionTest, missingMethodsOfTheExceptionGiveDefaults)
     EXPECT_STRINGS(java.takeCalls(), Strings{"ExceptionCheck()"}) << "and nothing more is cleared";
 }
 
-TEST_F(ExceptionTest, exceptionWithoutThrowableStaysPending)
+TEST_F(ExceptionTest, ExceptionWithoutThrowableStaysPending)
 {
     java.raise("com.example.Failure", "the reason");
     java.nullFrom["ExceptionOccurred"] = 1;
@@ -119,7 +119,7 @@ TEST_F(ExceptionTest, exceptionWithoutThrowableStaysPending)
     EXPECT_TRUE(java.isPending());
 }
 
-TEST_F(ExceptionTest, exceptionWithoutClassIsUnknown)
+TEST_F(ExceptionTest, ExceptionWithoutClassIsUnknown)
 {
     java.raise("com.example.Failure", "the reason");
     java.nullFrom["GetObjectClass"] = 1;
@@ -131,7 +131,7 @@ TEST_F(ExceptionTest, exceptionWithoutClassIsUnknown)
     EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR Exception: unknown"});
 }
 
-TEST_F(ExceptionTest, exceptionIsUnknownWithoutTheClassOfClasses)
+TEST_F(ExceptionTest, ExceptionIsUnknownWithoutTheClassOfClasses)
 {
     java.raise("com.example.Failure", "the reason");
     java.missing = {"java/lang/Class"};
@@ -145,7 +145,7 @@ TEST_F(ExceptionTest, exceptionIsUnknownWithoutTheClassOfClasses)
     EXPECT_STRINGS(java.liveLocals(), Strings{"class com.example.Failure"});
 }
 
-TEST_F(ExceptionTest, exceptionLineEndsInItsOwnLineFeedBesidesTheEntrys)
+TEST_F(ExceptionTest, ExceptionLineEndsInItsOwnLineFeedBesidesTheEntrys)
 {
     java.raise("com.example.Failure", "the reason");
     client.checkNoJNIException();
@@ -155,7 +155,7 @@ TEST_F(ExceptionTest, exceptionLineEndsInItsOwnLineFeedBesidesTheEntrys)
               1);
 }
 
-TEST_F(ExceptionTest, errorOfAFailedLookUpIsNoException)
+TEST_F(ExceptionTest, ErrorOfAFailedLookUpIsNoException)
 {
     java.missing = {"setVisible"};
     haveControl();
@@ -179,7 +179,7 @@ protected:
     StringTest() { EXPECT_EQ(GetACP(), 1252u) << "the texts of these tests are in Windows-1252"; }
 };
 
-TEST_F(StringTest, bstrReachesJavaInTheAnsiCodePage)
+TEST_F(StringTest, BstrReachesJavaInTheAnsiCodePage)
 {
     EXPECT_NE(JNIHelper::bstrToJavaString(java.env(), CComBSTR(L"plain")), nullptr);
     EXPECT_NE(JNIHelper::bstrToJavaString(java.env(), CComBSTR(UMLAUTS.c_str())), nullptr);
@@ -187,7 +187,7 @@ TEST_F(StringTest, bstrReachesJavaInTheAnsiCodePage)
     EXPECT_STRINGS(log.takeStatements(), Strings{});
 }
 
-TEST_F(StringTest, charactersOutsideTheCodePageBecomeQuestionMarks)
+TEST_F(StringTest, CharactersOutsideTheCodePageBecomeQuestionMarks)
 {
     JNIHelper::bstrToJavaString(java.env(), CComBSTR(L"\u4E2D\u6587!"));
     EXPECT_STRINGS(java.takeCalls(), Strings{"NewStringUTF(\?\?!)"});
@@ -195,21 +195,21 @@ TEST_F(StringTest, charactersOutsideTheCodePageBecomeQuestionMarks)
     EXPECT_STRINGS(java.takeCalls(), Strings{"NewStringUTF(A)"}) << "or the letter that comes closest";
 }
 
-TEST_F(StringTest, nullAndEmptyBstrReachJavaAsEmptyText)
+TEST_F(StringTest, NullAndEmptyBstrReachJavaAsEmptyText)
 {
     JNIHelper::bstrToJavaString(java.env(), nullptr);
     JNIHelper::bstrToJavaString(java.env(), CComBSTR(L""));
     EXPECT_STRINGS(java.takeCalls(), Strings{"NewStringUTF()", "NewStringUTF()"});
 }
 
-TEST_F(StringTest, bstrIsConvertedWholeAndJavaStopsAtItsFirstZero)
+TEST_F(StringTest, BstrIsConvertedWholeAndJavaStopsAtItsFirstZero)
 {
     EXPECT_EQ(narrowText(CComBSTR(WITH_ZERO.data(), WITH_ZERO.size())), std::string("a\0b", 3));
     JNIHelper::bstrToJavaString(java.env(), CComBSTR(WITH_ZERO.data(), WITH_ZERO.size()));
     EXPECT_STRINGS(java.takeCalls(), Strings{"NewStringUTF(a)"});
 }
 
-TEST_F(StringTest, javaStringBecomesANewBstr)
+TEST_F(StringTest, JavaStringBecomesANewBstr)
 {
     CComBSTR result;
     const jstring text = java.localString("from Java");
@@ -220,7 +220,7 @@ TEST_F(StringTest, javaStringBecomesANewBstr)
     EXPECT_STRINGS(java.liveLocals(), Strings{"\"from Java\""}) << "the reference stays the caller's";
 }
 
-TEST_F(StringTest, bytesOfJavaTextAreTakenAsAnsiText)
+TEST_F(StringTest, BytesOfJavaTextAreTakenAsAnsiText)
 {
     CComBSTR result;
     JNIHelper::javaStringToBstr(&result, java.env(), java.localString(UMLAUT_UTF));
@@ -229,7 +229,7 @@ TEST_F(StringTest, bytesOfJavaTextAreTakenAsAnsiText)
     EXPECT_STREQ(result, L"\u0081") << "also a byte that stands for no letter";
 }
 
-TEST_F(StringTest, nullAndEmptyJavaStringsBecomeEmptyBstrs)
+TEST_F(StringTest, NullAndEmptyJavaStringsBecomeEmptyBstrs)
 {
     CComBSTR result;
     JNIHelper::javaStringToBstr(&result, java.env(), nullptr);
@@ -241,7 +241,7 @@ TEST_F(StringTest, nullAndEmptyJavaStringsBecomeEmptyBstrs)
     EXPECT_EQ(result.Length(), 0u);
 }
 
-TEST_F(StringTest, missingOutputOrEnvironmentEndsTheConversion)
+TEST_F(StringTest, MissingOutputOrEnvironmentEndsTheConversion)
 {
     JNIHelper::javaStringToBstr(nullptr, java.env(), nullptr);
     EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR result!=NULL: false"});
@@ -258,7 +258,7 @@ TEST_F(StringTest, missingOutputOrEnvironmentEndsTheConversion)
     EXPECT_STRINGS(java.takeCalls(), Strings{});
 }
 
-TEST_F(StringTest, charactersThatJavaCannotGiveAreAnAllocationFailure)
+TEST_F(StringTest, CharactersThatJavaCannotGiveAreAnAllocationFailure)
 {
     java.nullFrom["GetStringUTFChars"] = 1;
     CComBSTR result;
@@ -275,7 +275,7 @@ TEST_F(StringTest, charactersThatJavaCannotGiveAreAnAllocationFailure)
     }
 }
 
-TEST_F(StringTest, javaStringBecomesASharedText)
+TEST_F(StringTest, JavaStringBecomesASharedText)
 {
     SharedText text;
     JNIHelper::javaStringToText(&text, java.env(), java.localString(UMLAUT_UTF));
@@ -286,7 +286,7 @@ TEST_F(StringTest, javaStringBecomesASharedText)
     EXPECT_STRINGS(log.takeStatements(), Strings{"TRACE _bstr!=NULL: true", "TRACE env!=NULL: true"});
 }
 
-TEST_F(StringTest, nullJavaStringOfACallbackGoesToTheMachineAsItIs)
+TEST_F(StringTest, NullJavaStringOfACallbackGoesToTheMachineAsItIs)
 {
     SharedText text("before");
     JNIHelper::javaStringToText(&text, java.env(), nullptr);
@@ -294,7 +294,7 @@ TEST_F(StringTest, nullJavaStringOfACallbackGoesToTheMachineAsItIs)
     EXPECT_EQ(text.bstr(), nullptr);
 }
 
-TEST_F(StringTest, conversionsOpenScopes)
+TEST_F(StringTest, ConversionsOpenScopes)
 {
     CComBSTR result;
     SharedText text;
@@ -312,7 +312,7 @@ TEST_F(StringTest, conversionsOpenScopes)
                            "FINE JNIHelper           -> javaStringToText "});
 }
 
-TEST_F(StringTest, exhaustedMemoryIsAnAllocationFailure)
+TEST_F(StringTest, ExhaustedMemoryIsAnAllocationFailure)
 {
     const std::string narrow(FailingAllocations::LARGE, 'x');
     const std::wstring wide(FailingAllocations::LARGE, L'x');
@@ -335,14 +335,14 @@ TEST_F(StringTest, exhaustedMemoryIsAnAllocationFailure)
     EXPECT_EQ(SysStringLen(text.bstr()), FailingAllocations::LARGE) << "the text is what it was";
 }
 
-TEST_F(StringTest, convertingNothingIsNoError)
+TEST_F(StringTest, ConvertingNothingIsNoError)
 {
     EXPECT_EQ(narrowText(nullptr), "");
     EXPECT_EQ(narrowText(L"", 0), "");
     EXPECT_EQ(wideText("", 0), L"");
 }
 
-TEST(SharedTextTest, emptyTextIsABstrAndNoTextIsNull)
+TEST(SharedTextTest, EmptyTextIsABstrAndNoTextIsNull)
 {
     EXPECT_EQ(SharedText().bstr(), nullptr);
     EXPECT_STREQ(SharedText().narrow(), "");
@@ -356,7 +356,7 @@ TEST(SharedTextTest, emptyTextIsABstrAndNoTextIsNull)
     EXPECT_NE(emptyBstr.bstr(), nullptr);
 }
 
-TEST(SharedTextTest, copiesShareOneRecordUntilOneIsChanged)
+TEST(SharedTextTest, CopiesShareOneRecordUntilOneIsChanged)
 {
     CComBSTR source(L"abc");
     SharedText first(source.m_str);
@@ -371,7 +371,7 @@ TEST(SharedTextTest, copiesShareOneRecordUntilOneIsChanged)
     EXPECT_STREQ(first.narrow(), "abc");
 }
 
-TEST(SharedTextTest, appendingToNothing)
+TEST(SharedTextTest, AppendingToNothing)
 {
     SharedText text;
     text.append(nullptr);
@@ -382,7 +382,7 @@ TEST(SharedTextTest, appendingToNothing)
     EXPECT_STREQ(text.bstr(), L"js");
 }
 
-TEST(SharedTextTest, embeddedZerosAreKept)
+TEST(SharedTextTest, EmbeddedZerosAreKept)
 {
     const SharedText text(CComBSTR(WITH_ZERO.data(), WITH_ZERO.size()).m_str);
     EXPECT_EQ(SysStringLen(text.bstr()), 3u);

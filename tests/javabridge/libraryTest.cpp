@@ -23,7 +23,7 @@ protected:
     ClientLog log;
 };
 
-TEST_F(LibraryTest, libraryIsLoadedWithTheRuntimesBinAsCurrentFolder)
+TEST_F(LibraryTest, LibraryIsLoadedWithTheRuntimesBinAsCurrentFolder)
 {
     runtime.install("jvm.dll");
     const std::string before = RuntimeFolder::currentFolder();
@@ -37,7 +37,7 @@ TEST_F(LibraryTest, libraryIsLoadedWithTheRuntimesBinAsCurrentFolder)
     FreeLibrary(client.m_DLLHandle);
 }
 
-TEST_F(LibraryTest, missingFile)
+TEST_F(LibraryTest, MissingFile)
 {
     EXPECT_EQ(client.loadJVMlibrary(runtime.library().c_str()), E_FAIL);
     EXPECT_EQ(client.m_DLLHandle, nullptr);
@@ -45,7 +45,7 @@ TEST_F(LibraryTest, missingFile)
                    failure(runtime.library(), ERROR_MOD_NOT_FOUND, {"ERROR (bool)binaryFile != NULL: false"}));
 }
 
-TEST_F(LibraryTest, noFileName)
+TEST_F(LibraryTest, NoFileName)
 {
     const std::string before = RuntimeFolder::currentFolder();
     EXPECT_EQ(client.loadJVMlibrary(""), E_FAIL);
@@ -61,7 +61,7 @@ TEST_F(LibraryTest, noFileName)
     EXPECT_STRINGS(log.takeStatements(), failure("", error, {"ERROR (bool)binaryFile != NULL: false"}));
 }
 
-TEST_F(LibraryTest, missingFolderLeavesTheCurrentOne)
+TEST_F(LibraryTest, MissingFolderLeavesTheCurrentOne)
 {
     const std::string before = RuntimeFolder::currentFolder();
     EXPECT_EQ(client.loadJVMlibrary("C:\\not there\\bin\\server\\jvm.dll"), E_FAIL);
@@ -86,7 +86,7 @@ std::string peFile(unsigned short machine)
 
 const std::string NO_HEADER = "WARN Java Client Library (jvm.dll) does not contain any PE header";
 
-TEST_F(LibraryTest, diagnosisOfFilesThatAreNoLibrary)
+TEST_F(LibraryTest, DiagnosisOfFilesThatAreNoLibrary)
 {
     const struct
     {
@@ -121,7 +121,7 @@ TEST_F(LibraryTest, diagnosisOfFilesThatAreNoLibrary)
     }
 }
 
-TEST_F(LibraryTest, signatureIsLookedForWhereTheOffsetPoints)
+TEST_F(LibraryTest, SignatureIsLookedForWhereTheOffsetPoints)
 {
     std::string bytes = peFile(0x014C);
     for (const auto& [offset, warning] : {std::pair<std::string, std::string>{std::string("\x65\0\0\0", 4), NO_HEADER},
@@ -135,7 +135,7 @@ TEST_F(LibraryTest, signatureIsLookedForWhereTheOffsetPoints)
     }
 }
 
-TEST_F(LibraryTest, errorOfTheLoadIsTheOneThatIsLogged)
+TEST_F(LibraryTest, ErrorOfTheLoadIsTheOneThatIsLogged)
 {
     runtime.installBytes(std::string(5000, 'x'));
     client.loadJVMlibrary(runtime.library().c_str());

@@ -7,7 +7,7 @@ class PolicyTest : public MachineTest
 {
 };
 
-TEST_F(PolicyTest, policyFileSwitchesTheSecurityManagerOn)
+TEST_F(PolicyTest, PolicyFileSwitchesTheSecurityManagerOn)
 {
     EXPECT_EQ(create(), 0);
     const std::string policy = RuntimeFolder::besideExecutable(".policy");
@@ -17,7 +17,7 @@ TEST_F(PolicyTest, policyFileSwitchesTheSecurityManagerOn)
     EXPECT_EQ(std::count(statements.begin(), statements.end(), "Enabled Java Security Manager with " + policy), 1);
 }
 
-TEST_F(PolicyTest, policyFileThatCannotBeReadIsNone)
+TEST_F(PolicyTest, PolicyFileThatCannotBeReadIsNone)
 {
     const std::string policy = RuntimeFolder::besideExecutable(".policy");
     const HANDLE locked = CreateFileA(policy.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);

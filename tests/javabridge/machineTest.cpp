@@ -6,7 +6,7 @@ namespace {
 
 const std::string RUNTIMES = "SOFTWARE\\JavaSoft\\Java Runtime Environment";
 
-TEST_F(MachineTest, machineIsCreatedAndTheThreadAttached)
+TEST_F(MachineTest, MachineIsCreatedAndTheThreadAttached)
 {
     const std::string folder = RuntimeFolder::currentFolder();
     EXPECT_EQ(create(), 0);
@@ -46,14 +46,14 @@ TEST_F(MachineTest, machineIsCreatedAndTheThreadAttached)
         });
 }
 
-TEST_F(MachineTest, environmentIsTheOneOfTheAttachedThread)
+TEST_F(MachineTest, EnvironmentIsTheOneOfTheAttachedThread)
 {
     EXPECT_EQ(create(), 0);
     client.m_ENV->FindClass("a/b/C");
     EXPECT_EQ(runtime.record().back(), "find a/b/C");
 }
 
-TEST_F(MachineTest, optionsStayAllocatedWhenAllElseIsGone)
+TEST_F(MachineTest, OptionsStayAllocatedWhenAllElseIsGone)
 {
     const void* options = nullptr;
     {
@@ -67,14 +67,14 @@ TEST_F(MachineTest, optionsStayAllocatedWhenAllElseIsGone)
     EXPECT_EQ(FailingAllocations::lastNothrowArray(), options);
 }
 
-TEST_F(MachineTest, emptyClassPathIsPassedAllTheSame)
+TEST_F(MachineTest, EmptyClassPathIsPassedAllTheSame)
 {
     CBridgeClient withoutBasis(nullptr);
     EXPECT_EQ(withoutBasis.createJVM({"1.8.0_151", runtime.library()}), 0);
     EXPECT_EQ(runtime.options().front(), "-Djava.class.path=");
 }
 
-TEST_F(MachineTest, versionTextDecidesTheJniVersion)
+TEST_F(MachineTest, VersionTextDecidesTheJniVersion)
 {
     for (const auto& [text, version] : std::vector<std::pair<std::string, std::string>>{{"1.5.0_22", "4"},
                                                                                         {"1.6.0_45", "6"},
@@ -97,12 +97,12 @@ TEST_F(MachineTest, versionTextDecidesTheJniVersion)
     }
 }
 
-TEST_F(MachineTest, libraryThatDoesNotLoadEndsTheCreation)
+TEST_F(MachineTest, LibraryThatDoesNotLoadEndsTheCreation)
 {
     const std::string missing = runtime.library() + "x";
     log.takeStatements();
     EXPECT_EQ(client.createJVM({"1.8.0_151", missing}), E_FAIL);
-    EXPECT_TRUE(log.stream().contains(fixtures::beginBanner)) << "an error writes its backtrace";
+    EXPECT_TRUE(log.stream().contains(fixtures::BEGIN_BANNER)) << "an error writes its backtrace";
     EXPECT_STRINGS(log.takeStatements("ERROR"),
                    Strings{"m_DLLHandle != NULL: failure: " + getWindowsErrorText(ERROR_MOD_NOT_FOUND),
                            "(bool)binaryFile != NULL: false", "m_DLLHandle != NULL: false",
@@ -110,7 +110,7 @@ TEST_F(MachineTest, libraryThatDoesNotLoadEndsTheCreation)
     EXPECT_EQ(client.m_JVM, nullptr);
 }
 
-TEST_F(MachineTest, libraryWithoutTheFunctionEndsTheCreationAndCanBeUnloaded)
+TEST_F(MachineTest, LibraryWithoutTheFunctionEndsTheCreationAndCanBeUnloaded)
 {
     std::filesystem::remove(runtime.library());
     runtime.install("nojvm.dll");
@@ -122,7 +122,7 @@ TEST_F(MachineTest, libraryWithoutTheFunctionEndsTheCreationAndCanBeUnloaded)
     EXPECT_EQ(GetModuleHandleA(runtime.library().c_str()), nullptr);
 }
 
-TEST_F(MachineTest, missingMemoryForTheOptionsEndsTheCreation)
+TEST_F(MachineTest, MissingMemoryForTheOptionsEndsTheCreation)
 {
     const FailingAllocations failing(FailingAllocations::Kind::NothrowArrays);
     EXPECT_EQ(create(), E_FAIL);
@@ -130,7 +130,7 @@ TEST_F(MachineTest, missingMemoryForTheOptionsEndsTheCreation)
     EXPECT_STRINGS(runtime.record(), Strings{"loaded in " + runtime.bin()});
 }
 
-TEST_F(MachineTest, machineThatRefusesItsOptionsEndsTheCreation)
+TEST_F(MachineTest, MachineThatRefusesItsOptionsEndsTheCreation)
 {
     runtime.order("create -6");
     EXPECT_EQ(create(), E_FAIL);
@@ -139,7 +139,7 @@ TEST_F(MachineTest, machineThatRefusesItsOptionsEndsTheCreation)
     EXPECT_EQ(client.m_ENV, nullptr);
 }
 
-TEST_F(MachineTest, everyResultOtherThanZeroIsAFailure)
+TEST_F(MachineTest, EveryResultOtherThanZeroIsAFailure)
 {
     runtime.order("create 7");
     EXPECT_EQ(create(), E_FAIL);
@@ -147,21 +147,21 @@ TEST_F(MachineTest, everyResultOtherThanZeroIsAFailure)
                    Strings{"CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments): Unknown error (7)"});
 }
 
-TEST_F(MachineTest, threadThatIsNotAttachedEndsTheCreation)
+TEST_F(MachineTest, ThreadThatIsNotAttachedEndsTheCreation)
 {
     runtime.order("attach -2");
     EXPECT_EQ(create(), E_FAIL);
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"m_JVM->AttachCurrentThread((void**)&m_ENV, NULL): JNI_EDETACHED"});
 }
 
-TEST_F(MachineTest, machineMayEndTheProcess)
+TEST_F(MachineTest, MachineMayEndTheProcess)
 {
     runtime.order("exit 1");
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(create(), testing::ExitedWithCode(1), "");
 }
 
-TEST_F(MachineTest, destroyDetachesAndFreesALibraryThatStaysForItsThreads)
+TEST_F(MachineTest, DestroyDetachesAndFreesALibraryThatStaysForItsThreads)
 {
     EXPECT_EQ(create(), 0);
     log.takeStatements();
@@ -173,7 +173,7 @@ TEST_F(MachineTest, destroyDetachesAndFreesALibraryThatStaysForItsThreads)
     EXPECT_NE(client.m_DLLHandle, nullptr) << "the handle is not reset";
 }
 
-TEST_F(MachineTest, libraryStaysAlsoWhenTheMachineWasOnlyAskedToStart)
+TEST_F(MachineTest, LibraryStaysAlsoWhenTheMachineWasOnlyAskedToStart)
 {
     runtime.order("create -4");
     EXPECT_EQ(create(), E_FAIL);
@@ -183,7 +183,7 @@ TEST_F(MachineTest, libraryStaysAlsoWhenTheMachineWasOnlyAskedToStart)
     EXPECT_STRINGS(log.takeStatements(), Strings{"TRACE FreeLibrary(m_DLLHandle): success"});
 }
 
-TEST_F(MachineTest, threadThatIsNotDetachedKeepsTheLibrary)
+TEST_F(MachineTest, ThreadThatIsNotDetachedKeepsTheLibrary)
 {
     EXPECT_EQ(create(), 0);
     runtime.order("detach -1");
@@ -192,7 +192,7 @@ TEST_F(MachineTest, threadThatIsNotDetachedKeepsTheLibrary)
     EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR m_JVM->DetachCurrentThread(): JNI_ERR"});
 }
 
-TEST_F(MachineTest, singletonIsCreatedOnceAndRemoved)
+TEST_F(MachineTest, SingletonIsCreatedOnceAndRemoved)
 {
     world.machine().setString(RUNTIMES, "CurrentVersion", "1.8");
     world.machine().setString(RUNTIMES + "\\1.8", "RuntimeLib", runtime.library());
@@ -233,7 +233,7 @@ TEST_F(MachineTest, singletonIsCreatedOnceAndRemoved)
                                             });
 }
 
-TEST_F(MachineTest, singletonIsRemovedAlsoWhenItsThreadIsNotDetached)
+TEST_F(MachineTest, SingletonIsRemovedAlsoWhenItsThreadIsNotDetached)
 {
     world.machine().setString(RUNTIMES, "CurrentVersion", "1.8");
     world.machine().setString(RUNTIMES + "\\1.8", "RuntimeLib", runtime.library());
@@ -246,14 +246,14 @@ TEST_F(MachineTest, singletonIsRemovedAlsoWhenItsThreadIsNotDetached)
                                                  "TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton."});
 }
 
-TEST_F(MachineTest, cleanUpWithoutSingletonLogsItsCheckpoint)
+TEST_F(MachineTest, CleanUpWithoutSingletonLogsItsCheckpoint)
 {
     log.takeStatements();
     EXPECT_EQ(CJavaManagerJNIClient::cleanUp(), 0);
     EXPECT_STRINGS(log.takeStatements(), Strings{"TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton."});
 }
 
-TEST_F(MachineTest, singletonWithoutRuntimeStaysAndItsOperationsFail)
+TEST_F(MachineTest, SingletonWithoutRuntimeStaysAndItsOperationsFail)
 {
     CJavaManagerJNIClient::createInstance("C:\\basis.jar");
     ASSERT_NE(CJavaManagerJNIClient::s_Instance, nullptr);
@@ -271,7 +271,7 @@ class EndTest : public BridgeTest
 {
 };
 
-TEST_F(EndTest, classReferencesAreDeletedInOrder)
+TEST_F(EndTest, ClassReferencesAreDeletedInOrder)
 {
     haveControl();
     EXPECT_EQ(client.destroyJVM(), 0u);
@@ -284,7 +284,7 @@ TEST_F(EndTest, classReferencesAreDeletedInOrder)
     EXPECT_NE(client.m_ListenerClass, nullptr);
 }
 
-TEST_F(EndTest, beginningKnowsNothingAndTheEndOfTheObjectReleasesNothing)
+TEST_F(EndTest, BeginningKnowsNothingAndTheEndOfTheObjectReleasesNothing)
 {
     {
         CBridgeClient other("C:\\basis.jar");
@@ -305,14 +305,14 @@ TEST_F(EndTest, beginningKnowsNothingAndTheEndOfTheObjectReleasesNothing)
     EXPECT_STRINGS(log.takeStatements(), Strings{});
 }
 
-TEST_F(EndTest, onlyTheClassesThatWereFoundAreDeleted)
+TEST_F(EndTest, OnlyTheClassesThatWereFoundAreDeleted)
 {
     client.m_FrameClass = java.localClass(FRAME);
     EXPECT_EQ(client.destroyJVM(), 0u);
     EXPECT_STRINGS(java.takeCalls(), Strings{"DeleteLocalRef(class " + FRAME + ")", "DetachCurrentThread()"});
 }
 
-TEST_F(EndTest, errorOfAFailedLookUpIsClearedBeforeTheThreadIsDetached)
+TEST_F(EndTest, ErrorOfAFailedLookUpIsClearedBeforeTheThreadIsDetached)
 {
     java.missing = {BEAN};
     jobject newBean = nullptr;
@@ -324,7 +324,7 @@ TEST_F(EndTest, errorOfAFailedLookUpIsClearedBeforeTheThreadIsDetached)
     EXPECT_STRINGS(java.takeCalls(), Strings{"ExceptionClear() [pending]", "DetachCurrentThread()"});
 }
 
-TEST_F(EndTest, failedDetachEndsTheDestruction)
+TEST_F(EndTest, FailedDetachEndsTheDestruction)
 {
     java.detachResult = JNI_ERR;
     client.m_DLLHandle = GetModuleHandleA("kernel32");
@@ -332,7 +332,7 @@ TEST_F(EndTest, failedDetachEndsTheDestruction)
     EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR m_JVM->DetachCurrentThread(): JNI_ERR"});
 }
 
-TEST_F(EndTest, libraryThatIsNotFreedIsLoggedOnly)
+TEST_F(EndTest, LibraryThatIsNotFreedIsLoggedOnly)
 {
     haveNoMachine();
     client.m_DLLHandle = reinterpret_cast<HMODULE>(0x1000);
@@ -343,7 +343,7 @@ TEST_F(EndTest, libraryThatIsNotFreedIsLoggedOnly)
     EXPECT_STRINGS(java.takeCalls(), Strings{});
 }
 
-TEST_F(EndTest, withoutMachineAndLibraryNothingIsLogged)
+TEST_F(EndTest, WithoutMachineAndLibraryNothingIsLogged)
 {
     haveNoMachine();
     EXPECT_EQ(client.destroyJVM(), 0u);

@@ -34,7 +34,7 @@ protected:
     ClientLog log;
 };
 
-TEST_F(DiscoveryTest, nothingInstalledGivesAnEmptyRecord)
+TEST_F(DiscoveryTest, NothingInstalledGivesAnEmptyRecord)
 {
     const JVMInfo info = client.findJVM();
     EXPECT_EQ(info.version, "");
@@ -42,7 +42,7 @@ TEST_F(DiscoveryTest, nothingInstalledGivesAnEmptyRecord)
     EXPECT_STRINGS(log.takeStatements("FINE"), Strings{"Looking for installed Java versions..."});
 }
 
-TEST(DiscoveryWithoutKeysTest, missingKeysAreNoError)
+TEST(DiscoveryWithoutKeysTest, MissingKeysAreNoError)
 {
     const fixtures::RegistryScratch machine(HKEY_LOCAL_MACHINE);
     CBridgeClient client("C:\\basis.jar");
@@ -56,7 +56,7 @@ TEST(DiscoveryWithoutKeysTest, missingKeysAreNoError)
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{notOpened, notOpened, notOpened});
 }
 
-TEST_F(DiscoveryTest, currentRuntimeIsUsedWithoutPreference)
+TEST_F(DiscoveryTest, CurrentRuntimeIsUsedWithoutPreference)
 {
     install("1.8");
     install("1.8.0_151");
@@ -70,7 +70,7 @@ TEST_F(DiscoveryTest, currentRuntimeIsUsedWithoutPreference)
                            "Standard JVM Path: C:\\1.8\\jvm.dll", "Found Java 1.8.0_151", "JVM Path: C:\\1.8.0_151\\jvm.dll"});
 }
 
-TEST_F(DiscoveryTest, currentRuntimeOfTheNewerKeyReplacesThatOfTheOlder)
+TEST_F(DiscoveryTest, CurrentRuntimeOfTheNewerKeyReplacesThatOfTheOlder)
 {
     install("1.8.0_20");
     makeCurrent("1.8.0_20");
@@ -84,7 +84,7 @@ TEST_F(DiscoveryTest, currentRuntimeOfTheNewerKeyReplacesThatOfTheOlder)
 
 const std::string OPENED = "TRACE CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true";
 
-TEST_F(DiscoveryTest, runtimesAreReadStepByStep)
+TEST_F(DiscoveryTest, RuntimesAreReadStepByStep)
 {
     install("1.8.0_20");
     makeCurrent("1.8.0_20");
@@ -132,7 +132,7 @@ TEST_F(DiscoveryTest, runtimesAreReadStepByStep)
                                     });
 }
 
-TEST_F(DiscoveryTest, controlsAreReadStepByStep)
+TEST_F(DiscoveryTest, ControlsAreReadStepByStep)
 {
     machine.setString(PREFERENCES + "\\A", "installpath", "C:\\x", KEY_WOW64_32KEY);
     forgetLog();
@@ -156,7 +156,7 @@ TEST_F(DiscoveryTest, controlsAreReadStepByStep)
                                     });
 }
 
-TEST_F(DiscoveryTest, currentVersionCountsUnderItsOwnKeyOnly)
+TEST_F(DiscoveryTest, CurrentVersionCountsUnderItsOwnKeyOnly)
 {
     makeCurrent("1.8.0_20");
     install("1.8.0_20", RUNTIMES_NEW);
@@ -166,7 +166,7 @@ TEST_F(DiscoveryTest, currentVersionCountsUnderItsOwnKeyOnly)
     EXPECT_EQ(found(), "1.8.0_20") << "and one without its key replaces nothing";
 }
 
-TEST_F(DiscoveryTest, libraryPathLongerThanTheRegistryLimitIsNone)
+TEST_F(DiscoveryTest, LibraryPathLongerThanTheRegistryLimitIsNone)
 {
     makeCurrent("1.8");
     machine.setString(RUNTIMES + "\\1.8", "RuntimeLib", std::string(254, 'x'));
@@ -177,7 +177,7 @@ TEST_F(DiscoveryTest, libraryPathLongerThanTheRegistryLimitIsNone)
     EXPECT_EQ(info.path, "");
 }
 
-TEST_F(DiscoveryTest, nameBeyondTheRegistryLimitIsTreatedAsTheEmptyName)
+TEST_F(DiscoveryTest, NameBeyondTheRegistryLimitIsTreatedAsTheEmptyName)
 {
     install(std::string(254, '1'));
     makeCurrent(std::string(254, '1'));
@@ -196,7 +196,7 @@ TEST_F(DiscoveryTest, nameBeyondTheRegistryLimitIsTreatedAsTheEmptyName)
     EXPECT_EQ(found(), "") << "it has no underscore any more";
 }
 
-TEST_F(DiscoveryTest, underscoreMayStandAnywhereInTheName)
+TEST_F(DiscoveryTest, UnderscoreMayStandAnywhereInTheName)
 {
     for (const char* version : {"_1", "2_", "3_0_4"}) {
         install(version);
@@ -205,7 +205,7 @@ TEST_F(DiscoveryTest, underscoreMayStandAnywhereInTheName)
     }
 }
 
-TEST_F(DiscoveryTest, currentVersionWithoutItsKeyGivesNothing)
+TEST_F(DiscoveryTest, CurrentVersionWithoutItsKeyGivesNothing)
 {
     install("1.8.0_20");
     makeCurrent("1.8.0");
@@ -214,14 +214,14 @@ TEST_F(DiscoveryTest, currentVersionWithoutItsKeyGivesNothing)
     EXPECT_EQ(found(), "");
 }
 
-TEST_F(DiscoveryTest, currentVersionIsComparedByteByByte)
+TEST_F(DiscoveryTest, CurrentVersionIsComparedByteByByte)
 {
     install("1.8.0_20B");
     makeCurrent("1.8.0_20b");
     EXPECT_EQ(found(), "");
 }
 
-TEST_F(DiscoveryTest, runtimeWithoutLibraryHasAnEmptyPath)
+TEST_F(DiscoveryTest, RuntimeWithoutLibraryHasAnEmptyPath)
 {
     machine.createKey(RUNTIMES + "\\1.8.0_20");
     makeCurrent("1.8.0_20");
@@ -246,7 +246,7 @@ class PatternTest : public DiscoveryTest, public testing::WithParamInterface<Cho
 {
 };
 
-TEST_P(PatternTest, picks)
+TEST_P(PatternTest, Picks)
 {
     for (const char* version : {"1.8.0_20", "1.8.0_151", "1.7.0_80", "1.8", "9.0.1"}) {
         install(version);
@@ -288,7 +288,7 @@ INSTANTIATE_TEST_SUITE_P(
         Choice{",,", "", {"Pattern (single): ", "Pattern (single): ", "Pattern (single): "}},
         Choice{"1.6.0_45, 1.7.0_80", "", {"Pattern (single): 1.6.0_45", "Pattern (single):  1.7.0_80"}})); // blanks count
 
-TEST_F(DiscoveryTest, candidatesAreSortedAsTexts)
+TEST_F(DiscoveryTest, CandidatesAreSortedAsTexts)
 {
     install("1.8.0_20");
     install("1.8.0_101");
@@ -300,7 +300,7 @@ TEST_F(DiscoveryTest, candidatesAreSortedAsTexts)
     EXPECT_EQ(found(), "1.8.0_a") << "byte by byte, while the registry lists a before B";
 }
 
-TEST_F(DiscoveryTest, candidatesOfBothKeysStandInOneList)
+TEST_F(DiscoveryTest, CandidatesOfBothKeysStandInOneList)
 {
     install("1.8.0_20");
     install("10_1", RUNTIMES_NEW);
@@ -311,7 +311,7 @@ TEST_F(DiscoveryTest, candidatesOfBothKeysStandInOneList)
     EXPECT_EQ(found(), "1.8.0_20");
 }
 
-TEST_F(DiscoveryTest, candidatesAreSortedAcrossBothKeys)
+TEST_F(DiscoveryTest, CandidatesAreSortedAcrossBothKeys)
 {
     install("1.8.0_20");
     install("1.7.0_80", RUNTIMES_NEW);
@@ -319,7 +319,7 @@ TEST_F(DiscoveryTest, candidatesAreSortedAcrossBothKeys)
     EXPECT_EQ(found(), "1.8.0_20");
 }
 
-TEST_F(DiscoveryTest, preferenceIsReadInThe32BitViewAndRuntimesInThe64BitView)
+TEST_F(DiscoveryTest, PreferenceIsReadInThe32BitViewAndRuntimesInThe64BitView)
 {
     install("1.8.0_20");
     install("1.8.0_30");
@@ -333,7 +333,7 @@ TEST_F(DiscoveryTest, preferenceIsReadInThe32BitViewAndRuntimesInThe64BitView)
     EXPECT_EQ(found(), "1.8.0_30");
 }
 
-TEST_F(DiscoveryTest, patternLongerThanTheRegistryLimitIsNoPattern)
+TEST_F(DiscoveryTest, PatternLongerThanTheRegistryLimitIsNoPattern)
 {
     install("1.8.0_20");
     prefer("1.8.0_20," + std::string(245, 'x'));
@@ -342,7 +342,7 @@ TEST_F(DiscoveryTest, patternLongerThanTheRegistryLimitIsNoPattern)
     EXPECT_EQ(found(), "");
 }
 
-TEST_F(DiscoveryTest, classPathListsTheControlsAndEndsWithTheBasisControl)
+TEST_F(DiscoveryTest, ClassPathListsTheControlsAndEndsWithTheBasisControl)
 {
     machine.setString(PREFERENCES + "\\A", "installpath", "C:\\x", KEY_WOW64_32KEY);
     machine.setString(PREFERENCES + "\\B", "installpath", "D:\\y", KEY_WOW64_32KEY);
@@ -353,14 +353,14 @@ TEST_F(DiscoveryTest, classPathListsTheControlsAndEndsWithTheBasisControl)
                    Strings{"ORVANE Control 0: A", "Control's Path: C:\\x", "ORVANE Control 1: B", "Control's Path: D:\\y"});
 }
 
-TEST_F(DiscoveryTest, controlWithoutInstallPathStaysInTheClassPath)
+TEST_F(DiscoveryTest, ControlWithoutInstallPathStaysInTheClassPath)
 {
     machine.createKey(PREFERENCES + "\\/Qmrt /Grid", KEY_WOW64_32KEY);
     EXPECT_EQ(client.findORVControls(), "\\/Qmrt /Grid.jar;") << "the name is used as it is stored";
     EXPECT_STRINGS(log.takeStatements("FINE"), Strings{"ORVANE Control 0: /Qmrt /Grid", "Control's Path: "});
 }
 
-TEST_F(DiscoveryTest, installPathLongerThanTheRegistryLimitIsNone)
+TEST_F(DiscoveryTest, InstallPathLongerThanTheRegistryLimitIsNone)
 {
     machine.setString(PREFERENCES + "\\A", "installpath", std::string(254, 'x'), KEY_WOW64_32KEY);
     EXPECT_EQ(client.findORVControls(), std::string(254, 'x') + "\\A.jar;");
@@ -368,7 +368,7 @@ TEST_F(DiscoveryTest, installPathLongerThanTheRegistryLimitIsNone)
     EXPECT_EQ(client.findORVControls(), "\\A.jar;");
 }
 
-TEST_F(DiscoveryTest, controlWhoseNameIsBeyondTheRegistryLimitIsTheEmptyName)
+TEST_F(DiscoveryTest, ControlWhoseNameIsBeyondTheRegistryLimitIsTheEmptyName)
 {
     machine.createKey(PREFERENCES + "\\" + std::string(255, 'A'), KEY_WOW64_32KEY);
     machine.setString(PREFERENCES, "installpath", "C:\\of the key above", KEY_WOW64_32KEY);
@@ -376,7 +376,7 @@ TEST_F(DiscoveryTest, controlWhoseNameIsBeyondTheRegistryLimitIsTheEmptyName)
     EXPECT_STRINGS(log.takeStatements("FINE"), Strings{"ORVANE Control 0: ", "Control's Path: C:\\of the key above"});
 }
 
-TEST_F(DiscoveryTest, controlsAreCountedInDecimal)
+TEST_F(DiscoveryTest, ControlsAreCountedInDecimal)
 {
     for (char name = 'A'; name <= 'K'; name++) {
         machine.createKey(PREFERENCES + "\\" + name, KEY_WOW64_32KEY);
@@ -387,13 +387,13 @@ TEST_F(DiscoveryTest, controlsAreCountedInDecimal)
     EXPECT_EQ(statements[20], "ORVANE Control 10: K");
 }
 
-TEST_F(DiscoveryTest, controlsOfThe64BitViewAreNotSeen)
+TEST_F(DiscoveryTest, ControlsOfThe64BitViewAreNotSeen)
 {
     machine.setString(PREFERENCES + "\\A", "installpath", "C:\\x");
     EXPECT_EQ(client.findORVControls(), "");
 }
 
-TEST_F(DiscoveryTest, withoutControlsTheClassPathIsTheBasisControl)
+TEST_F(DiscoveryTest, WithoutControlsTheClassPathIsTheBasisControl)
 {
     EXPECT_EQ(client.findORVControls(), "");
     EXPECT_EQ(CBridgeClient("").findORVControls(), "");

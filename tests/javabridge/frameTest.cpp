@@ -5,7 +5,7 @@
 
 namespace {
 
-TEST_F(FrameTest, startBeanCreatesBeanThenFrame)
+TEST_F(FrameTest, StartBeanCreatesBeanThenFrame)
 {
     EXPECT_EQ(startBean(), S_OK);
     EXPECT_STRINGS(java.takeCalls(), BEAN_CREATION + FRAME_CREATION +
@@ -56,7 +56,7 @@ TEST_F(FrameTest, startBeanCreatesBeanThenFrame)
                                          });
 }
 
-TEST_F(FrameTest, startBeanChecksItsArgumentsInOrder)
+TEST_F(FrameTest, StartBeanChecksItsArgumentsInOrder)
 {
     EXPECT_EQ(client.startBean(nullptr, nullptr, nullptr, nullptr, nullptr), E_FAIL);
     EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR beanObject!=NULL: false"});
@@ -71,7 +71,7 @@ TEST_F(FrameTest, startBeanChecksItsArgumentsInOrder)
     EXPECT_STRINGS(java.takeCalls(), Strings{});
 }
 
-TEST_F(FrameTest, classNameJoinsPackageAndClassWithSlashes)
+TEST_F(FrameTest, ClassNameJoinsPackageAndClassWithSlashes)
 {
     java.missing = {"com/example/ui/MyControl", "x/y/Z", "Z"};
     client.startBean(&newBean, &newFrame, &frameID, "com.example.ui", "MyControl");
@@ -82,7 +82,7 @@ TEST_F(FrameTest, classNameJoinsPackageAndClassWithSlashes)
     EXPECT_STRINGS(java.takeCalls(), Strings{"ExceptionClear() [pending]", "FindClass(Z)"});
 }
 
-TEST_F(FrameTest, missingBeanClassEndsStartBean)
+TEST_F(FrameTest, MissingBeanClassEndsStartBean)
 {
     java.missing = {BEAN};
     EXPECT_EQ(startBean(), E_FAIL);
@@ -94,7 +94,7 @@ TEST_F(FrameTest, missingBeanClassEndsStartBean)
     EXPECT_TRUE(java.isPending());
 }
 
-TEST_F(FrameTest, beanWithoutPublicConstructorEndsStartBean)
+TEST_F(FrameTest, BeanWithoutPublicConstructorEndsStartBean)
 {
     java.missing = {BEAN + ".<init>"};
     EXPECT_EQ(startBean(), E_FAIL);
@@ -103,7 +103,7 @@ TEST_F(FrameTest, beanWithoutPublicConstructorEndsStartBean)
     EXPECT_EQ(newFrame, nullptr);
 }
 
-TEST_F(FrameTest, beanConstructorThatThrowsEndsStartBean)
+TEST_F(FrameTest, BeanConstructorThatThrowsEndsStartBean)
 {
     java.outcomes[BEAN + ".<init>"] = RecordingJni::throws("java.lang.IllegalStateException", "no toolkit");
     EXPECT_EQ(startBean(), E_FAIL);
@@ -115,7 +115,7 @@ TEST_F(FrameTest, beanConstructorThatThrowsEndsStartBean)
     EXPECT_EQ(newBean, nullptr);
 }
 
-TEST_F(FrameTest, beanThatIsNotCreatedEndsStartBean)
+TEST_F(FrameTest, BeanThatIsNotCreatedEndsStartBean)
 {
     java.nullFrom["NewObject"] = 1;
     EXPECT_EQ(startBean(), E_FAIL);
@@ -124,7 +124,7 @@ TEST_F(FrameTest, beanThatIsNotCreatedEndsStartBean)
                                              "NewObject(class a/b/Bean, <init>)", "ExceptionCheck()"});
 }
 
-TEST_F(FrameTest, missingFrameClassIsFoundOutWhenTheFrameIsMissing)
+TEST_F(FrameTest, MissingFrameClassIsFoundOutWhenTheFrameIsMissing)
 {
     java.missing = {FRAME};
     EXPECT_EQ(startBean(), E_FAIL);
@@ -140,7 +140,7 @@ TEST_F(FrameTest, missingFrameClassIsFoundOutWhenTheFrameIsMissing)
     EXPECT_FALSE(java.isPending());
 }
 
-TEST_F(FrameTest, missingFrameConstructorIsFoundOutWhenTheFrameIsMissing)
+TEST_F(FrameTest, MissingFrameConstructorIsFoundOutWhenTheFrameIsMissing)
 {
     java.missing = {FRAME + ".<init>"};
     EXPECT_EQ(startBean(), E_FAIL);
@@ -153,7 +153,7 @@ TEST_F(FrameTest, missingFrameConstructorIsFoundOutWhenTheFrameIsMissing)
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"localReference!=NULL: false"});
 }
 
-TEST_F(FrameTest, frameConstructorThatThrowsFailsNoLaterStep)
+TEST_F(FrameTest, FrameConstructorThatThrowsFailsNoLaterStep)
 {
     java.outcomes[FRAME + ".<init>"] = RecordingJni::throws("java.awt.HeadlessException", {});
     EXPECT_EQ(startBean(), E_FAIL);
@@ -165,7 +165,7 @@ TEST_F(FrameTest, frameConstructorThatThrowsFailsNoLaterStep)
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{});
 }
 
-TEST_F(FrameTest, failedSettersAreLoggedOnly)
+TEST_F(FrameTest, FailedSettersAreLoggedOnly)
 {
     java.missing = {"setFocusableWindowState", "setUndecorated"};
     java.outcomes["setAlwaysOnTop"] = RecordingJni::throws("java.lang.SecurityException", "no");
@@ -184,7 +184,7 @@ TEST_F(FrameTest, failedSettersAreLoggedOnly)
                        Strings{"GetMethodID(class " + FRAME + ", setUndecorated, (Z)V)"});
 }
 
-TEST_F(FrameTest, secondFrameOfTheProcessIsNamedWithTheNextNumber)
+TEST_F(FrameTest, SecondFrameOfTheProcessIsNamedWithTheNextNumber)
 {
     startBean();
     forgetLog();
@@ -194,7 +194,7 @@ TEST_F(FrameTest, secondFrameOfTheProcessIsNamedWithTheNextNumber)
                    Strings{"Unique Window ID was " + PID, "Unique Window ID=" + std::to_string(frameID)});
 }
 
-TEST_F(FrameTest, uniqueIdGoesFromTheProcessIdToItsWrapAndBack)
+TEST_F(FrameTest, UniqueIdGoesFromTheProcessIdToItsWrapAndBack)
 {
     const int pid = static_cast<int>(GetCurrentProcessId());
     EXPECT_EQ(client.m_UniqueWindowID, -1);
@@ -210,7 +210,7 @@ TEST_F(FrameTest, uniqueIdGoesFromTheProcessIdToItsWrapAndBack)
     EXPECT_STRINGS(java.takeCalls(), Strings{});
 }
 
-TEST_F(FrameTest, regEventListenerBindsTheNativesBeforeTheBeanHearsOfTheListener)
+TEST_F(FrameTest, RegEventListenerBindsTheNativesBeforeTheBeanHearsOfTheListener)
 {
     haveControl();
     EXPECT_EQ(client.regEventListener(&newListener, frame, bean), S_OK);
@@ -242,7 +242,7 @@ TEST_F(FrameTest, regEventListenerBindsTheNativesBeforeTheBeanHearsOfTheListener
                                          });
 }
 
-TEST_F(FrameTest, regEventListenerNeedsItsOutput)
+TEST_F(FrameTest, RegEventListenerNeedsItsOutput)
 {
     haveControl();
     EXPECT_EQ(client.regEventListener(nullptr, frame, bean), E_FAIL);
@@ -250,7 +250,7 @@ TEST_F(FrameTest, regEventListenerNeedsItsOutput)
     EXPECT_STRINGS(java.takeCalls(), Strings{});
 }
 
-TEST_F(FrameTest, missingListenerClassIsFoundOutWhenTheListenerIsMissing)
+TEST_F(FrameTest, MissingListenerClassIsFoundOutWhenTheListenerIsMissing)
 {
     haveControl();
     java.missing = {LISTENER};
@@ -261,7 +261,7 @@ TEST_F(FrameTest, missingListenerClassIsFoundOutWhenTheListenerIsMissing)
     EXPECT_EQ(newListener, nullptr);
 }
 
-TEST_F(FrameTest, listenerConstructorThatThrowsFailsNoLaterStep)
+TEST_F(FrameTest, ListenerConstructorThatThrowsFailsNoLaterStep)
 {
     haveControl();
     java.outcomes[LISTENER + ".<init>"] = RecordingJni::throws("java.lang.Error", "x");
@@ -270,7 +270,7 @@ TEST_F(FrameTest, listenerConstructorThatThrowsFailsNoLaterStep)
     EXPECT_EQ(client.setFrameVisible(frame, true), S_OK);
 }
 
-TEST_F(FrameTest, nativesThatAreNotFoundDoNotEndTheRegistration)
+TEST_F(FrameTest, NativesThatAreNotFoundDoNotEndTheRegistration)
 {
     haveControl();
     java.missing = {"OnControlReady"};
@@ -279,7 +279,7 @@ TEST_F(FrameTest, nativesThatAreNotFoundDoNotEndTheRegistration)
                    Strings{"Exception: java.lang.NoSuchMethodError: OnControlReady\n", "checkNoJNIException(): false"});
 }
 
-TEST_F(FrameTest, beanWithoutListenerMethodKeepsTheListenerForStopBean)
+TEST_F(FrameTest, BeanWithoutListenerMethodKeepsTheListenerForStopBean)
 {
     haveControl();
     java.missing = {"addORVANEControlListener"};
@@ -293,7 +293,7 @@ TEST_F(FrameTest, beanWithoutListenerMethodKeepsTheListenerForStopBean)
                    Strings{"class a/b/Bean", "class " + FRAME, "class " + LISTENER, "class " + LISTENER, "local " + LISTENER});
 }
 
-TEST_F(FrameTest, beanThatRefusesTheListenerKeepsTheLocalReference)
+TEST_F(FrameTest, BeanThatRefusesTheListenerKeepsTheLocalReference)
 {
     haveControl();
     java.outcomes["addORVANEControlListener"] = RecordingJni::throws("java.lang.IllegalArgumentException", "no");
@@ -305,7 +305,7 @@ TEST_F(FrameTest, beanThatRefusesTheListenerKeepsTheLocalReference)
     EXPECT_NE(newListener, nullptr);
 }
 
-TEST_F(FrameTest, nullBeanGetsNoListener)
+TEST_F(FrameTest, NullBeanGetsNoListener)
 {
     haveControl();
     EXPECT_EQ(client.regEventListener(&newListener, frame, nullptr), E_FAIL);
@@ -313,7 +313,7 @@ TEST_F(FrameTest, nullBeanGetsNoListener)
     EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"addORVListenerID!=NULL: false"});
 }
 
-TEST_F(FrameTest, withoutMachineNothingIsStarted)
+TEST_F(FrameTest, WithoutMachineNothingIsStarted)
 {
     haveNoMachine();
     EXPECT_EQ(startBean(), E_FAIL);

@@ -11,7 +11,7 @@ protected:
     const std::string frameName = "\"kesta_frame_" + PID + "\"";
 };
 
-TEST_F(FrameFailureTest, frameThatIsNotCreatedLeavesTheBean)
+TEST_F(FrameFailureTest, FrameThatIsNotCreatedLeavesTheBean)
 {
     java.nullFrom["NewObject"] = 2;
     EXPECT_EQ(startBean(), E_FAIL);
@@ -36,14 +36,14 @@ TEST_F(FrameFailureTest, frameThatIsNotCreatedLeavesTheBean)
                                          });
 }
 
-TEST_F(FrameFailureTest, frameConstructorThatThrowsIsNotAskedAbout)
+TEST_F(FrameFailureTest, FrameConstructorThatThrowsIsNotAskedAbout)
 {
     java.outcomes[FRAME + ".<init>"] = RecordingJni::throws("java.awt.HeadlessException", "no screen");
     EXPECT_EQ(startBean(), E_FAIL);
     EXPECT_STRINGS(java.takeCalls(), BEAN_CREATION + frameAttempt);
 }
 
-TEST_F(FrameFailureTest, frameNameThatCannotBeMadeGoesToTheConstructorAsItIs)
+TEST_F(FrameFailureTest, FrameNameThatCannotBeMadeGoesToTheConstructorAsItIs)
 {
     java.nullFrom["NewStringUTF"] = 1;
     EXPECT_EQ(startBean(), S_OK);
@@ -52,7 +52,7 @@ TEST_F(FrameFailureTest, frameNameThatCannotBeMadeGoesToTheConstructorAsItIs)
     EXPECT_EQ(calls[9], "NewObject(class " + FRAME + ", <init>, null)");
 }
 
-TEST_F(FrameFailureTest, failedStartsReleaseNothing)
+TEST_F(FrameFailureTest, FailedStartsReleaseNothing)
 {
     java.missing = {BEAN + ".<init>"};
     EXPECT_EQ(startBean(), E_FAIL);
@@ -65,7 +65,7 @@ TEST_F(FrameFailureTest, failedStartsReleaseNothing)
     EXPECT_STRINGS(java.liveGlobals(), Strings{"global bean", "global frame", "global listener"});
 }
 
-TEST_F(FrameFailureTest, classesOfAnEarlierControlAreReplacedAndNotDeleted)
+TEST_F(FrameFailureTest, ClassesOfAnEarlierControlAreReplacedAndNotDeleted)
 {
     EXPECT_EQ(startBean(), S_OK);
     EXPECT_EQ(client.regEventListener(&newListener, newFrame, newBean), S_OK);
@@ -84,7 +84,7 @@ TEST_F(FrameFailureTest, classesOfAnEarlierControlAreReplacedAndNotDeleted)
                            "class a/b/Bean", "class " + FRAME, "class " + FRAME, "class " + LISTENER, "class " + LISTENER});
 }
 
-TEST_F(FrameFailureTest, uniqueIdAroundItsLimits)
+TEST_F(FrameFailureTest, UniqueIdAroundItsLimits)
 {
     client.m_UniqueWindowID = 1;
     EXPECT_EQ(client.createUniqueID(), 2) << "the process id follows numbers below 1 only";
@@ -97,7 +97,7 @@ TEST_F(FrameFailureTest, uniqueIdAroundItsLimits)
         << "the text names -1 for every negative number";
 }
 
-TEST_F(FrameFailureTest, listenerConstructorThatIsMissingIsFoundOutWhenTheListenerIsMissing)
+TEST_F(FrameFailureTest, ListenerConstructorThatIsMissingIsFoundOutWhenTheListenerIsMissing)
 {
     haveControl();
     java.missing = {LISTENER + ".<init>"};
@@ -107,7 +107,7 @@ TEST_F(FrameFailureTest, listenerConstructorThatIsMissingIsFoundOutWhenTheListen
     EXPECT_EQ(newListener, nullptr);
 }
 
-TEST_F(FrameFailureTest, listenerThatIsNotCreatedIsNotAskedAbout)
+TEST_F(FrameFailureTest, ListenerThatIsNotCreatedIsNotAskedAbout)
 {
     haveControl();
     java.outcomes[LISTENER + ".<init>"] = RecordingJni::throws("java.lang.Error", "x");
@@ -122,7 +122,7 @@ TEST_F(FrameFailureTest, listenerThatIsNotCreatedIsNotAskedAbout)
     EXPECT_EQ(newListener, nullptr);
 }
 
-TEST_F(FrameFailureTest, nativesAreAllRegisteredWhateverBecomesOfTheOthers)
+TEST_F(FrameFailureTest, NativesAreAllRegisteredWhateverBecomesOfTheOthers)
 {
     haveControl();
     java.missing = {"testBridgeEvent", "OnControlReady", "OnCustomEvent"};
@@ -142,7 +142,7 @@ TEST_F(FrameFailureTest, nativesAreAllRegisteredWhateverBecomesOfTheOthers)
                            "Exception: java.lang.NoSuchMethodError: OnCustomEvent\n", "checkNoJNIException(): false"});
 }
 
-TEST_F(FrameFailureTest, registerNativeFailsOnAnExceptionOnly)
+TEST_F(FrameFailureTest, RegisterNativeFailsOnAnExceptionOnly)
 {
     haveControl();
     const std::string call = "RegisterNatives(class " + LISTENER + ", name (I)V unknown function)";
@@ -158,7 +158,7 @@ TEST_F(FrameFailureTest, registerNativeFailsOnAnExceptionOnly)
     EXPECT_STRINGS(java.takeCalls(), Strings{call} + captureCalls("java.lang.NoSuchMethodError", "name"));
 }
 
-TEST_F(FrameFailureTest, beanThatRefusesTheListenerIsAskedOnce)
+TEST_F(FrameFailureTest, BeanThatRefusesTheListenerIsAskedOnce)
 {
     haveControl();
     java.outcomes["addORVANEControlListener"] = RecordingJni::throws("java.lang.IllegalArgumentException", "no");
@@ -184,7 +184,7 @@ TEST_F(FrameFailureTest, beanThatRefusesTheListenerIsAskedOnce)
     EXPECT_STRINGS(java.takeCalls(), Strings{"DeleteGlobalRef(global " + LISTENER + ")"}) << "stopBean takes what is left";
 }
 
-TEST_F(FrameFailureTest, frameOfTheRegistrationIsNotUsed)
+TEST_F(FrameFailureTest, FrameOfTheRegistrationIsNotUsed)
 {
     haveControl();
     EXPECT_EQ(client.regEventListener(&newListener, nullptr, bean), S_OK);

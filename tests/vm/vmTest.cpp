@@ -103,7 +103,7 @@ class RuntimeTest : public VmTest, public testing::WithParamInterface<int>
 {
 };
 
-TEST_P(RuntimeTest, startsAnswersAndStops)
+TEST_P(RuntimeTest, StartsAnswersAndStops)
 {
     // Runtime 17 looks its zip library up late, by its bare name: the runtime's folder has to be on the search path.
     SetDllDirectoryA((runtimeFolder(GetParam()) + "\\bin").c_str());
@@ -153,7 +153,7 @@ void liveAndDie(CJavaManagerJNIClient* client, jobject& bean, jobject& frame, jo
         << narrowText(calls.c_str(), calls.size());
 }
 
-TEST_F(VmTest, controlLivesInItsFrame)
+TEST_F(VmTest, ControlLivesInItsFrame)
 {
     startControl();
     takeErrors();
@@ -162,7 +162,7 @@ TEST_F(VmTest, controlLivesInItsFrame)
     EXPECT_STRINGS(takeErrors(), Strings{});
 }
 
-TEST_F(VmTest, machineThatChecksJniFindsNothingFatal)
+TEST_F(VmTest, MachineThatChecksJniFindsNothingFatal)
 {
     startControl(21, "-Xcheck:jni");
     takeErrors();
@@ -171,7 +171,7 @@ TEST_F(VmTest, machineThatChecksJniFindsNothingFatal)
     EXPECT_STRINGS(takeErrors(), Strings{});
 }
 
-TEST_F(VmTest, everyForwardedMethodAnswers)
+TEST_F(VmTest, EveryForwardedMethodAnswers)
 {
     startControl();
     CJavaManagerJNIClient* const java = client();
@@ -195,7 +195,7 @@ TEST_F(VmTest, everyForwardedMethodAnswers)
     EXPECT_STREQ(result, L"updated first");
 }
 
-TEST_F(VmTest, nullAnswersAndNullArgumentsAreEmptyTexts)
+TEST_F(VmTest, NullAnswersAndNullArgumentsAreEmptyTexts)
 {
     startControl();
     EXPECT_EQ(client()->getProperty(bean, CComBSTR(L"x"), &result), S_OK);
@@ -209,7 +209,7 @@ TEST_F(VmTest, nullAnswersAndNullArgumentsAreEmptyTexts)
     EXPECT_STRINGS(takeErrors(), Strings{"result!=NULL: false"});
 }
 
-TEST_F(VmTest, textOutsideAsciiIsKeptAsItsBytes)
+TEST_F(VmTest, TextOutsideAsciiIsKeptAsItsBytes)
 {
     startControl();
     ASSERT_EQ(GetACP(), 1252u) << "the texts of this test are in Windows-1252";
@@ -239,7 +239,7 @@ TEST_F(VmTest, textOutsideAsciiIsKeptAsItsBytes)
                    Strings{"testBridgeEvent \xC3\xA4 1, 2 on thread " + std::to_string(GetCurrentThreadId())});
 }
 
-TEST_F(VmTest, exceptionsEndInTheLog)
+TEST_F(VmTest, ExceptionsEndInTheLog)
 {
     startControl();
     takeErrors();
@@ -256,7 +256,7 @@ TEST_F(VmTest, exceptionsEndInTheLog)
     EXPECT_STRINGS(takeErrors(), Strings{});
 }
 
-TEST_F(VmTest, missingMethodFailsNoLaterCall)
+TEST_F(VmTest, MissingMethodFailsNoLaterCall)
 {
     startMachine("whole.jar");
     ASSERT_EQ(startBean("WithoutMethods"), S_OK);
@@ -271,7 +271,7 @@ TEST_F(VmTest, missingMethodFailsNoLaterCall)
     bean = frame = listener = nullptr;
 }
 
-TEST_F(VmTest, missingControlClass)
+TEST_F(VmTest, MissingControlClass)
 {
     startMachine("whole.jar");
     takeErrors();
@@ -285,7 +285,7 @@ TEST_F(VmTest, missingControlClass)
     EXPECT_EQ(startBean(), S_OK) << "nothing is left pending";
 }
 
-TEST_F(VmTest, missingControlJar)
+TEST_F(VmTest, MissingControlJar)
 {
     startMachine("not there.jar");
     takeErrors();
@@ -295,7 +295,7 @@ TEST_F(VmTest, missingControlJar)
     EXPECT_STRINGS(takeErrors(), Strings{"localReference!=NULL: false"});
 }
 
-TEST_F(VmTest, missingFrameClass)
+TEST_F(VmTest, MissingFrameClass)
 {
     startMachine("noframe.jar");
     takeErrors();
@@ -313,7 +313,7 @@ TEST_F(VmTest, missingFrameClass)
     bean = listener = nullptr;
 }
 
-TEST_F(VmTest, missingListenerClass)
+TEST_F(VmTest, MissingListenerClass)
 {
     startMachine("nolistener.jar");
     ASSERT_EQ(startBean(), S_OK);
@@ -328,7 +328,7 @@ TEST_F(VmTest, missingListenerClass)
     bean = frame = nullptr;
 }
 
-TEST_F(VmTest, constructorThatThrows)
+TEST_F(VmTest, ConstructorThatThrows)
 {
     startMachine("whole.jar");
     takeErrors();
@@ -338,7 +338,7 @@ TEST_F(VmTest, constructorThatThrows)
     EXPECT_EQ(bean, nullptr);
 }
 
-TEST_F(VmTest, constructorThatNeedsAnArgument)
+TEST_F(VmTest, ConstructorThatNeedsAnArgument)
 {
     startMachine("whole.jar");
     takeErrors();
@@ -348,7 +348,7 @@ TEST_F(VmTest, constructorThatNeedsAnArgument)
     EXPECT_STRINGS(takeErrors(), Strings{});
 }
 
-TEST_F(VmTest, eventsOfAForwardedCallArriveOnItsThread)
+TEST_F(VmTest, EventsOfAForwardedCallArriveOnItsThread)
 {
     startControl();
     takeReceivedEvents();

@@ -3,7 +3,7 @@
 
 namespace {
 
-TEST_F(MachineTest, registryOptionsStandInTheOrderOfTheirNames)
+TEST_F(MachineTest, RegistryOptionsStandInTheOrderOfTheirNames)
 {
     world.setPreference("jvm_option_b", "-Db");
     world.setPreference("jvm_option_a", "-Da");
@@ -23,7 +23,7 @@ TEST_F(MachineTest, registryOptionsStandInTheOrderOfTheirNames)
                        background + last());
 }
 
-TEST_F(MachineTest, registryOptionBeyondTheLimitIsEmpty)
+TEST_F(MachineTest, RegistryOptionBeyondTheLimitIsEmpty)
 {
     world.setPreference("jvm_option_1", std::string(254, 'x'));
     world.setPreference("jvm_option_2", std::string(255, 'x'));
@@ -31,7 +31,7 @@ TEST_F(MachineTest, registryOptionBeyondTheLimitIsEmpty)
     EXPECT_STRINGS(runtime.options(), first + Strings{std::string(254, 'x'), ""} + background + last());
 }
 
-TEST_F(MachineTest, registryOptionWhoseNameIsBeyondTheLimitIsNone)
+TEST_F(MachineTest, RegistryOptionWhoseNameIsBeyondTheLimitIsNone)
 {
     const std::string prefix = "jvm_option_";
     world.setPreference("jvm_option_1", "-D1");
@@ -41,17 +41,17 @@ TEST_F(MachineTest, registryOptionWhoseNameIsBeyondTheLimitIsNone)
     EXPECT_STRINGS(runtime.options(), first + Strings{"-D1", "-Dlongest"} + background + last());
 }
 
-TEST_F(MachineTest, registryOptionOfAnotherTypeIsItsBytes)
+TEST_F(MachineTest, RegistryOptionOfAnotherTypeIsItsBytes)
 {
     const std::string unexpanded = "-D%PATH%";
-    world.machine().setBytes(world.preferencesKey, "jvm_option_1", REG_EXPAND_SZ, unexpanded.c_str(), unexpanded.size() + 1,
+    world.machine().setBytes(world.PREFERENCES_KEY, "jvm_option_1", REG_EXPAND_SZ, unexpanded.c_str(), unexpanded.size() + 1,
                              KEY_WOW64_32KEY);
     world.setPreference("jvm_option_2", 0x004F452D); // the bytes of "-EO"
     EXPECT_EQ(create(), 0);
     EXPECT_STRINGS(runtime.options(), first + Strings{unexpanded, "-EO"} + background + last());
 }
 
-TEST_F(MachineTest, missingPreferencesKeyAddsTheBackgroundOptionOnly)
+TEST_F(MachineTest, MissingPreferencesKeyAddsTheBackgroundOptionOnly)
 {
     world.setPreference("jvm_option_1", "-D1");
     world.setPreference("sun.awt.noerasebackground", 1);
@@ -63,21 +63,21 @@ TEST_F(MachineTest, missingPreferencesKeyAddsTheBackgroundOptionOnly)
         << "controls, options, background option";
 }
 
-TEST_F(MachineTest, preferencesAreReadInThe32BitView)
+TEST_F(MachineTest, PreferencesAreReadInThe32BitView)
 {
     fixtures::RegistryScratch& machine = world.machine();
     machine.createKey("SOFTWARE\\Wow6432Node"); // from here on the two views are two
-    machine.setString(world.preferencesKey, "jvm_option_1", "-D32", KEY_WOW64_32KEY);
-    machine.setString(world.preferencesKey, "jvm_option_2", "-D64");
-    machine.setDword(world.preferencesKey, "sun.awt.noerasebackground", 1);
+    machine.setString(world.PREFERENCES_KEY, "jvm_option_1", "-D32", KEY_WOW64_32KEY);
+    machine.setString(world.PREFERENCES_KEY, "jvm_option_2", "-D64");
+    machine.setDword(world.PREFERENCES_KEY, "sun.awt.noerasebackground", 1);
     EXPECT_EQ(create(), 0);
     EXPECT_STRINGS(runtime.options(), first + Strings{"-D32"} + background + last());
-    machine.setDword(world.preferencesKey, "sun.awt.noerasebackground", 1, KEY_WOW64_32KEY);
+    machine.setDword(world.PREFERENCES_KEY, "sun.awt.noerasebackground", 1, KEY_WOW64_32KEY);
     EXPECT_EQ(create(), 0);
     EXPECT_STRINGS(runtime.options(), first + Strings{"-D32"} + background + last() + first + Strings{"-D32"} + last());
 }
 
-TEST_F(MachineTest, backgroundOptionIsLeftOutForPositiveNumbersOnly)
+TEST_F(MachineTest, BackgroundOptionIsLeftOutForPositiveNumbersOnly)
 {
     for (const auto& [number, isAdded] : {std::pair{1, false}, {2, false}, {0, true}, {-1, true}, {-7, true}}) {
         SCOPED_TRACE(number);
@@ -93,7 +93,7 @@ TEST_F(MachineTest, backgroundOptionIsLeftOutForPositiveNumbersOnly)
     }
 }
 
-TEST_F(MachineTest, extraLoggingAddsItsOptions)
+TEST_F(MachineTest, ExtraLoggingAddsItsOptions)
 {
     std::filesystem::create_directories(world.desktop() + "\\UNDEFINEDPRODUCT-logs");
     world.start();
@@ -113,14 +113,14 @@ TEST_F(MachineTest, extraLoggingAddsItsOptions)
     EXPECT_EQ(std::count(statements.begin(), statements.end(), "Adding additional JVM options for extra logging"), 1);
 }
 
-TEST_F(MachineTest, logLevelIsTheCurrentOne)
+TEST_F(MachineTest, LogLevelIsTheCurrentOne)
 {
     Logger::setMaxLogLevel(LOGLEVEL_INFO);
     EXPECT_EQ(create(), 0);
     EXPECT_STRINGS(runtime.options(), first + background + last(LOGLEVEL_INFO));
 }
 
-TEST_F(MachineTest, machineStartsWithoutALoggerToo)
+TEST_F(MachineTest, MachineStartsWithoutALoggerToo)
 {
     fixtures::LoggerWorld::stop();
     EXPECT_EQ(client.createJVM({"1.8.0_151", runtime.library()}), 0);
@@ -130,7 +130,7 @@ TEST_F(MachineTest, machineStartsWithoutALoggerToo)
                                "-Dcom.orvane.qmrt.oldlogfileage=2419200", "-Dcom.orvane.qmrt.splitlogfilesize=10"});
 }
 
-TEST_F(MachineTest, preferencesAreReadStepByStep)
+TEST_F(MachineTest, PreferencesAreReadStepByStep)
 {
     world.setPreference("jvm_option_1", "-D1");
     const std::string opened = "TRACE CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true";

@@ -9,7 +9,7 @@ protected:
     FrameUseTest() { haveControl(); }
 };
 
-TEST_F(FrameUseTest, addBeanDropsTheReferenceThatComesBack)
+TEST_F(FrameUseTest, AddBeanDropsTheReferenceThatComesBack)
 {
     java.outcomes["add"] = RecordingJni::answers("component");
     EXPECT_EQ(client.addBean(frame, bean), S_OK);
@@ -21,7 +21,7 @@ TEST_F(FrameUseTest, addBeanDropsTheReferenceThatComesBack)
                                                  "INFO Successfully added Bean to KESTAFrame!"});
 }
 
-TEST_F(FrameUseTest, addBeanTakesNoReferenceToo)
+TEST_F(FrameUseTest, AddBeanTakesNoReferenceToo)
 {
     java.outcomes["add"] = RecordingJni::answersNull();
     EXPECT_EQ(client.addBean(frame, bean), S_OK);
@@ -29,7 +29,7 @@ TEST_F(FrameUseTest, addBeanTakesNoReferenceToo)
                                              "CallObjectMethod(global frame, add, global bean)", "ExceptionCheck()"});
 }
 
-TEST_F(FrameUseTest, addBeanFailures)
+TEST_F(FrameUseTest, AddBeanFailures)
 {
     java.outcomes["add"] = RecordingJni::throws("java.lang.IllegalArgumentException", "adding");
     EXPECT_EQ(client.addBean(frame, bean), E_FAIL);
@@ -45,7 +45,7 @@ TEST_F(FrameUseTest, addBeanFailures)
                    Strings{"GetMethodID(class " + FRAME + ", add, (Ljava/awt/Component;)Ljava/awt/Component;)"});
 }
 
-TEST_F(FrameUseTest, everyFrameSetterCallsItsJavaMethod)
+TEST_F(FrameUseTest, EveryFrameSetterCallsItsJavaMethod)
 {
     const struct
     {
@@ -73,7 +73,7 @@ TEST_F(FrameUseTest, everyFrameSetterCallsItsJavaMethod)
     }
 }
 
-TEST_F(FrameUseTest, setterFailures)
+TEST_F(FrameUseTest, SetterFailures)
 {
     java.outcomes["setVisible"] = RecordingJni::throws("java.lang.Error", "x");
     EXPECT_EQ(client.setFrameVisible(frame, true), E_FAIL);
@@ -87,7 +87,7 @@ TEST_F(FrameUseTest, setterFailures)
     EXPECT_STRINGS(java.takeCalls(), Strings{"GetMethodID(class " + FRAME + ", setVisible, (Z)V)"});
 }
 
-TEST_F(FrameUseTest, boundsAreLoggedAndNotPassed)
+TEST_F(FrameUseTest, BoundsAreLoggedAndNotPassed)
 {
     EXPECT_EQ(client.setFrameBounds(frame, 1111, -2222, 3333, 4444), S_OK);
     EXPECT_STRINGS(java.takeCalls(), Strings{"GetMethodID(class " + FRAME + ", setBounds, (IIII)V)",
@@ -97,7 +97,7 @@ TEST_F(FrameUseTest, boundsAreLoggedAndNotPassed)
     EXPECT_STRINGS(log.takeStatements(), Strings{"TRACE setBoundsID!=NULL: true", "TRACE checkNoJNIException(): true"});
 }
 
-TEST_F(FrameUseTest, boundsFailures)
+TEST_F(FrameUseTest, BoundsFailures)
 {
     java.outcomes["setBounds"] = RecordingJni::throws("java.lang.Error", "x");
     EXPECT_EQ(client.setFrameBounds(frame, 1, 2, 3, 4), E_FAIL);
@@ -111,7 +111,7 @@ TEST_F(FrameUseTest, boundsFailures)
     EXPECT_STRINGS(java.takeCalls(), Strings{"GetMethodID(class " + FRAME + ", setBounds, (IIII)V)"});
 }
 
-TEST_F(FrameUseTest, validateCallsTheFramesMethodOnBoth)
+TEST_F(FrameUseTest, ValidateCallsTheFramesMethodOnBoth)
 {
     EXPECT_EQ(client.validateFrameAndBean(frame, bean), S_OK);
     EXPECT_STRINGS(java.takeCalls(),
@@ -123,7 +123,7 @@ TEST_F(FrameUseTest, validateCallsTheFramesMethodOnBoth)
                                                  "TRACE checkNoJNIException(): true"});
 }
 
-TEST_F(FrameUseTest, validateFailures)
+TEST_F(FrameUseTest, ValidateFailures)
 {
     java.outcomes["validate"] = RecordingJni::throws("java.lang.Error", "x");
     EXPECT_EQ(client.validateFrameAndBean(frame, bean), E_FAIL);
@@ -138,7 +138,7 @@ TEST_F(FrameUseTest, validateFailures)
     EXPECT_STRINGS(java.takeCalls(), Strings{"GetMethodID(class " + FRAME + ", validate, ()V)"});
 }
 
-TEST_F(FrameUseTest, beanThatDoesNotValidateFailsTheOperation)
+TEST_F(FrameUseTest, BeanThatDoesNotValidateFailsTheOperation)
 {
     java.outcomes["global bean: validate"] = RecordingJni::throws("java.lang.Error", "x");
     EXPECT_EQ(client.validateFrameAndBean(frame, bean), E_FAIL);
@@ -150,7 +150,7 @@ TEST_F(FrameUseTest, beanThatDoesNotValidateFailsTheOperation)
                                                  "ERROR Exception: java.lang.Error: x\n", "ERROR checkNoJNIException(): false"});
 }
 
-TEST_F(FrameUseTest, nullObjectsFailAtTheOperationsOwnCheckWithoutJni)
+TEST_F(FrameUseTest, NullObjectsFailAtTheOperationsOwnCheckWithoutJni)
 {
     EXPECT_EQ(client.addBean(nullptr, bean), E_FAIL);
     EXPECT_EQ(client.addBean(frame, nullptr), E_FAIL);
@@ -164,7 +164,7 @@ TEST_F(FrameUseTest, nullObjectsFailAtTheOperationsOwnCheckWithoutJni)
     EXPECT_STRINGS(java.takeCalls(), Strings{});
 }
 
-TEST_F(FrameUseTest, withoutMachineEveryOperationFailsAtItsOwnCheck)
+TEST_F(FrameUseTest, WithoutMachineEveryOperationFailsAtItsOwnCheck)
 {
     haveNoMachine();
     EXPECT_EQ(client.addBean(frame, bean), E_FAIL);
@@ -189,7 +189,7 @@ const Strings FREE_CALLS = {
     "DeleteLocalRef(\"answer of free\")",
 };
 
-TEST_F(FrameUseTest, stopBeanTakesEverythingApartInOrder)
+TEST_F(FrameUseTest, StopBeanTakesEverythingApartInOrder)
 {
     EXPECT_EQ(client.stopBean(bean, frame, listener), S_OK);
     EXPECT_STRINGS(java.takeCalls(),
@@ -240,14 +240,14 @@ TEST_F(FrameUseTest, stopBeanTakesEverythingApartInOrder)
 const Strings FREED = {"CHECKPOINT: Successfully freed bean.", "CHECKPOINT: Successfully freed frame.",
                        "CHECKPOINT: Successfully freed listener."};
 
-TEST_F(FrameUseTest, stopBeanOfNothingLogsItsCheckpointsWithoutJni)
+TEST_F(FrameUseTest, StopBeanOfNothingLogsItsCheckpointsWithoutJni)
 {
     EXPECT_EQ(client.stopBean(nullptr, nullptr, nullptr), S_OK);
     EXPECT_STRINGS(java.takeCalls(), Strings{});
     EXPECT_STRINGS(log.takeStatements("TRACE"), FREED);
 }
 
-TEST_F(FrameUseTest, stopBeanWithoutFrameSkipsRemoveAndDispose)
+TEST_F(FrameUseTest, StopBeanWithoutFrameSkipsRemoveAndDispose)
 {
     EXPECT_EQ(client.stopBean(bean, nullptr, nullptr), S_OK);
     EXPECT_STRINGS(java.takeCalls(),
@@ -262,7 +262,7 @@ TEST_F(FrameUseTest, stopBeanWithoutFrameSkipsRemoveAndDispose)
                                 });
 }
 
-TEST_F(FrameUseTest, stopBeanWithoutBeanDisposesOfTheFrame)
+TEST_F(FrameUseTest, StopBeanWithoutBeanDisposesOfTheFrame)
 {
     EXPECT_EQ(client.stopBean(nullptr, frame, listener), S_OK);
     EXPECT_STRINGS(java.takeCalls(),
@@ -270,7 +270,7 @@ TEST_F(FrameUseTest, stopBeanWithoutBeanDisposesOfTheFrame)
                            "ExceptionCheck()", "DeleteGlobalRef(global frame)", "DeleteGlobalRef(global listener)"});
 }
 
-TEST_F(FrameUseTest, stopBeanGoesOnAfterMissingMethods)
+TEST_F(FrameUseTest, StopBeanGoesOnAfterMissingMethods)
 {
     java.missing = {"free", "removeORVANEControlListener", "removeAll", "remove", "dispose"};
     EXPECT_EQ(client.stopBean(bean, frame, listener), S_OK);
@@ -301,7 +301,7 @@ TEST_F(FrameUseTest, stopBeanGoesOnAfterMissingMethods)
                                          });
 }
 
-TEST_F(FrameUseTest, stopBeanGoesOnAfterExceptions)
+TEST_F(FrameUseTest, StopBeanGoesOnAfterExceptions)
 {
     for (const char* method : {"free", "removeORVANEControlListener", "removeAll", "remove", "dispose"}) {
         java.outcomes[method] = RecordingJni::throws("java.lang.Error", method);

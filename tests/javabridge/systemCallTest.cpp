@@ -32,7 +32,7 @@ LSTATUS WINAPI noteOpening(HKEY root, LPCSTR path, DWORD options, REGSAM access,
 {
     s_calls.push_back((root == HKEY_LOCAL_MACHINE && options == 0 ? "" : "not below HKEY_LOCAL_MACHINE: ") + std::string(path) +
                       std::format(" {:x}", access));
-    return OpenHook::original(root, path, options, access, key);
+    return OpenHook::s_original(root, path, options, access, key);
 }
 
 class OpenedKeysTest : public MachineTest
@@ -41,7 +41,7 @@ protected:
     OpenedKeysTest() { s_calls.clear(); }
 };
 
-TEST_F(OpenedKeysTest, runtimesInTheProcessesOwnViewThenThePreferencesInThe32BitView)
+TEST_F(OpenedKeysTest, RuntimesInTheProcessesOwnViewThenThePreferencesInThe32BitView)
 {
     fixtures::RegistryScratch& machine = world.machine();
     machine.setString(RUNTIMES + "\\1.8.0_20", "RuntimeLib", "C:\\a\\jvm.dll");
@@ -56,7 +56,7 @@ TEST_F(OpenedKeysTest, runtimesInTheProcessesOwnViewThenThePreferencesInThe32Bit
                            "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt" + READ_32});
 }
 
-TEST_F(OpenedKeysTest, controlsInThe32BitView)
+TEST_F(OpenedKeysTest, ControlsInThe32BitView)
 {
     world.machine().setString(PREFERENCES + "\\A", "installpath", "C:\\x", KEY_WOW64_32KEY);
     const OpenHook hook("RegOpenKeyExA", noteOpening);
@@ -65,7 +65,7 @@ TEST_F(OpenedKeysTest, controlsInThe32BitView)
                                     "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt\\A" + READ_32});
 }
 
-TEST_F(OpenedKeysTest, optionsInThe32BitViewOneByOne)
+TEST_F(OpenedKeysTest, OptionsInThe32BitViewOneByOne)
 {
     world.setPreference("jvm_option_b", "-Db");
     world.setPreference("jvm_option_a", "-Da");
@@ -78,16 +78,16 @@ TEST_F(OpenedKeysTest, optionsInThe32BitViewOneByOne)
 DWORD WINAPI noteCurrentFolder(DWORD size, LPSTR buffer)
 {
     s_calls.push_back("current folder " + std::to_string(size));
-    return CurrentFolderHook::original(size, buffer);
+    return CurrentFolderHook::s_original(size, buffer);
 }
 
 DWORD WINAPI noteModuleName(HMODULE module, LPSTR buffer, DWORD size)
 {
     s_calls.push_back(std::string(module == nullptr ? "executable " : "module ") + std::to_string(size));
-    return ModuleNameHook::original(module, buffer, size);
+    return ModuleNameHook::s_original(module, buffer, size);
 }
 
-TEST_F(MachineTest, pathsMayBeAsLongAsWindowsLetsThem)
+TEST_F(MachineTest, PathsMayBeAsLongAsWindowsLetsThem)
 {
     Strings paths;
     {
@@ -110,7 +110,7 @@ int WINAPI noteNarrowing(UINT page, DWORD flags, LPCWCH from, int length, LPSTR 
         SetLastError(ERROR_NO_UNICODE_TRANSLATION);
         return 0;
     }
-    return NarrowHook::original(page, flags, from, length, to, size, fallback, used);
+    return NarrowHook::s_original(page, flags, from, length, to, size, fallback, used);
 }
 
 int WINAPI noteWidening(UINT page, DWORD flags, LPCCH from, int length, LPWSTR to, int size)
@@ -120,7 +120,7 @@ int WINAPI noteWidening(UINT page, DWORD flags, LPCCH from, int length, LPWSTR t
         SetLastError(ERROR_NO_UNICODE_TRANSLATION);
         return 0;
     }
-    return WideHook::original(page, flags, from, length, to, size);
+    return WideHook::s_original(page, flags, from, length, to, size);
 }
 
 BSTR WINAPI refuseAllocation(const OLECHAR*, UINT)
@@ -135,7 +135,7 @@ void WINAPI noteFree(BSTR text)
     if (text != nullptr) {
         s_java->note("SysFreeString(" + narrowText(text) + ")");
     }
-    FreeHook::original(text);
+    FreeHook::s_original(text);
 }
 
 class ConversionTest : public BridgeTest
@@ -165,7 +165,7 @@ protected:
 };
 
 // Each conversion asks for the size first.
-TEST_F(ConversionTest, everyTextGoesThroughTheAnsiCodePageWithoutFlags)
+TEST_F(ConversionTest, EveryTextGoesThroughTheAnsiCodePageWithoutFlags)
 {
     static_assert(CP_ACP == 0);
     const CComBSTR text(L"text");
@@ -190,7 +190,7 @@ TEST_F(ConversionTest, everyTextGoesThroughTheAnsiCodePageWithoutFlags)
     SysFreeString(result);
 }
 
-TEST_F(ConversionTest, refusedConversionIsTheErrorThatWindowsGave)
+TEST_F(ConversionTest, RefusedConversionIsTheErrorThatWindowsGave)
 {
     const CComBSTR text(L"text");
     const SharedText shared(text.m_str);
@@ -212,7 +212,7 @@ TEST_F(ConversionTest, refusedConversionIsTheErrorThatWindowsGave)
     EXPECT_STREQ(other.narrow(), "before");
 }
 
-TEST_F(ConversionTest, refusedConversionEndsAForwardedCallBeforeItReachesJava)
+TEST_F(ConversionTest, RefusedConversionEndsAForwardedCallBeforeItReachesJava)
 {
     haveControl();
     const CComBSTR text(L"text");
@@ -224,7 +224,7 @@ TEST_F(ConversionTest, refusedConversionEndsAForwardedCallBeforeItReachesJava)
     EXPECT_EQ(result, reinterpret_cast<BSTR>(-1));
 }
 
-TEST_F(ConversionTest, bstrThatCannotBeAllocatedIsAnAllocationFailure)
+TEST_F(ConversionTest, BstrThatCannotBeAllocatedIsAnAllocationFailure)
 {
     BSTR result = reinterpret_cast<BSTR>(-1);
     SharedText shared("before");
@@ -250,7 +250,7 @@ Strings freedTexts(const Strings& calls)
     return freed;
 }
 
-TEST_F(ConversionTest, resultOfTheBeansCleanUpIsFreedAtOnce)
+TEST_F(ConversionTest, ResultOfTheBeansCleanUpIsFreedAtOnce)
 {
     haveControl();
     {
@@ -264,7 +264,7 @@ TEST_F(ConversionTest, resultOfTheBeansCleanUpIsFreedAtOnce)
     EXPECT_EQ(calls[6], "SysFreeString(answer of free)");
 }
 
-TEST_F(ConversionTest, formerContentOfAResultIsLeftAlone)
+TEST_F(ConversionTest, FormerContentOfAResultIsLeftAlone)
 {
     haveControl();
     const CComBSTR before(L"before");
