@@ -125,8 +125,9 @@ const char* SharedText::narrow() const
     if (!m_record) {
         return "";
     }
-    if (!m_record->narrow) {
-        m_record->narrow = narrowText(m_record->wide.m_str);
+    std::optional<std::string>& narrow = m_record->narrow;
+    if (!narrow) {
+        narrow = narrowText(m_record->wide.m_str);
     }
-    return m_record->narrow->c_str();
+    return narrow->c_str();
 }

@@ -230,7 +230,14 @@ private:
 };
 
 // The bodies of the check macros below.
-bool logCheck(const char* file, int line, const Loggable* owner, bool holds, const char* text);
+void writeCondition(const char* file, int line, const Loggable* owner, bool holds, const char* text);
+inline bool logCheck(const char* file, int line, const Loggable* owner, bool holds, const char* text)
+{
+    if (isLogEnabled(file, line, holds ? LOGLEVEL_TRACE : LOGLEVEL_ERROR)) {
+        writeCondition(file, line, owner, holds, text);
+    }
+    return holds;
+}
 HRESULT logHresult(const char* file, int line, const Loggable* owner, HRESULT result, const char* text);
 HRESULT logHresultNumber(const char* file, int line, const Loggable* owner, HRESULT result, const char* text);
 bool logWin32(const char* file, int line, const Loggable* owner, bool succeeded, const char* text);

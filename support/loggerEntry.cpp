@@ -361,12 +361,9 @@ bool isCheckEnabled(const char* file, int line, bool passed)
 }
 } // namespace
 
-bool logCheck(const char* file, int line, const Loggable* owner, bool holds, const char* text)
+void writeCondition(const char* file, int line, const Loggable* owner, bool holds, const char* text)
 {
-    if (isCheckEnabled(file, line, holds)) {
-        writeCheck(file, line, owner, holds, text, holds ? ": true" : ": false");
-    }
-    return holds;
+    writeCheck(file, line, owner, holds, text, holds ? ": true" : ": false");
 }
 
 HRESULT logHresult(const char* file, int line, const Loggable* owner, HRESULT result, const char* text)

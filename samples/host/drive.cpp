@@ -205,6 +205,7 @@ std::string CDriver::column(int row, int column) const
 std::vector<CDriver::SEvent> CDriver::events() const
 {
     std::vector<SEvent> events;
+    events.reserve(static_cast<size_t>(eventCount()));
     for (int row = 0; row < eventCount(); ++row) {
         events.push_back({column(row, COLUMN_EVENT), column(row, COLUMN_TEXT)});
     }

@@ -53,7 +53,7 @@ _bstr_t wide(const std::string& text)
 std::string narrow(const _bstr_t& text)
 {
     const int length = static_cast<int>(text.length());
-    std::string narrow(text.length() * 2, '\0');
+    std::string narrow(size_t{2} * text.length(), '\0');
     const int room = static_cast<int>(narrow.size());
     narrow.resize(static_cast<size_t>(WideCharToMultiByte(CP_ACP, 0, text, length, narrow.data(), room, nullptr, nullptr)));
     return narrow;

@@ -20,6 +20,7 @@ public:
     {
         m_dwPause = 0;
     }
+    virtual ~CTestModule() = default;
     static const char* GetAppIdT() noexcept { return "{APPID}"; }
     static HRESULT UpdateRegistryAppId(BOOL registering) noexcept
     {

@@ -393,7 +393,7 @@ TEST(LoggerTimesTest, EveryScopeOfABacktraceHasTheTimeOfItsCreation)
     }
     const std::vector<fixtures::LogLine> lines = stream.lines();
     ASSERT_EQ(lines.size(), 1 + 4 + 1 + 3u);
-    for (const size_t scope : {0, 1, 2}) {
+    for (size_t scope = 0; scope < 3; ++scope) {
         const std::string& time = lines[4 - scope].time;
         EXPECT_GE(time, localText(moments[2 * scope] - 10000)) << scope;
         EXPECT_LE(time, localText(moments[2 * scope + 1] + 10000)) << scope;

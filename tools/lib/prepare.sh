@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# What the project keeps in .tools: Java runtimes for Windows and the Wine prefix that every slot is a copy of. Both appear
-# under their names only when complete. Needs common.sh and slots.sh.
+# What the project keeps in .tools: Java runtimes for Windows, Python programs and the Wine prefix that every slot is a copy of.
+# Each appears under its name only when complete. Needs common.sh and slots.sh.
 : "${project:?}" "${tools:?}"
 
 java_versions() {
@@ -35,6 +35,26 @@ export_java() {
         export "KESTA_JAVA_${version%%.*}=$tools/java/$version"
     done < <(java_versions)
     export KESTA_JNI_INCLUDE=$KESTA_JAVA_21/include
+}
+
+python_stamp() {
+    sha256sum <"$project/tools/requirements.txt" | cut -c1-16
+}
+
+install_python() {
+    rm -rf "$tools/python" "$tools/python.part"
+    python3 -m pip install --no-cache-dir --disable-pip-version-check --no-deps --only-binary=:all: --require-hashes \
+        --target "$tools/python.part" --requirement "$project/tools/requirements.txt"
+    mv "$tools/python.part" "$tools/python"
+    python_stamp >"$tools/python/stamp"
+}
+
+python_ready() {
+    [ "$(cat "$tools/python/stamp" 2>/dev/null)" = "$(python_stamp)" ]
+}
+
+prepare_python() {
+    python_ready || step "Fetching Python programs" "$tools/python.log" install_python
 }
 
 # What a prefix depends on: Wine's own set-up file and the settings below.
@@ -72,5 +92,5 @@ prepared() {
     for version in $(java_versions | cut -d' ' -f1); do
         [ -d "$tools/java/$version" ] || return
     done
-    prefix_ready "$(prefix_stamp)"
+    python_ready && prefix_ready "$(prefix_stamp)"
 }
