@@ -1,6 +1,7 @@
 #include "atl/base.h"
 
 #include <climits>
+#include <cstring>
 #include <cwchar>
 
 namespace ATL {
@@ -13,6 +14,15 @@ BSTR allocated(BSTR text)
         AtlThrow(E_OUTOFMEMORY);
     }
     return text;
+}
+
+// The conversions count in int.
+int checkedLength(size_t length)
+{
+    if (length > INT_MAX) {
+        AtlThrow(E_OUTOFMEMORY);
+    }
+    return static_cast<int>(length);
 }
 
 } // namespace
@@ -30,6 +40,30 @@ HRESULT AtlHresultFromLastError() noexcept
 HRESULT AtlHresultFromWin32(LONG error) noexcept
 {
     return error == ERROR_SUCCESS ? E_FAIL : HRESULT_FROM_WIN32(static_cast<DWORD>(error));
+}
+
+std::string narrowText(const wchar_t* text, size_t length)
+{
+    if (length == 0) {
+        return {};
+    }
+    const int wideLength = checkedLength(length);
+    const int narrowLength = WideCharToMultiByte(CP_ACP, 0, text, wideLength, nullptr, 0, nullptr, nullptr);
+    std::string narrow;
+    try {
+        narrow.resize(static_cast<size_t>(narrowLength));
+    } catch (const std::bad_alloc&) {
+        AtlThrow(E_OUTOFMEMORY);
+    }
+    if (WideCharToMultiByte(CP_ACP, 0, text, wideLength, narrow.data(), narrowLength, nullptr, nullptr) == 0) {
+        AtlThrow(AtlHresultFromLastError());
+    }
+    return narrow;
+}
+
+std::string narrowText(BSTR text)
+{
+    return narrowText(text, SysStringLen(text));
 }
 
 CComCriticalSection::~CComCriticalSection()
@@ -92,17 +126,25 @@ CComBSTR::CComBSTR(const OLECHAR* text, size_t length)
 }
 
 CComBSTR::CComBSTR(const char* text)
+    : CComBSTR(text, text == nullptr ? 0 : strlen(text))
+{
+}
+
+CComBSTR::CComBSTR(const char* text, size_t length)
 {
     if (text == nullptr) {
         return;
     }
-    const int size = MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0);
-    if (size <= 0) {
-        AtlThrow(AtlHresultFromLastError());
+    const int narrowLength = checkedLength(length);
+    int wideLength = 0;
+    if (length != 0) {
+        wideLength = MultiByteToWideChar(CP_ACP, 0, text, narrowLength, nullptr, 0);
+        if (wideLength <= 0) {
+            AtlThrow(AtlHresultFromLastError());
+        }
     }
-    // The size counts the terminator, the BSTR brings its own.
-    CComBSTR wide(nullptr, static_cast<size_t>(size) - 1);
-    if (MultiByteToWideChar(CP_ACP, 0, text, -1, wide.m_str, size) != size) {
+    CComBSTR wide(static_cast<const OLECHAR*>(nullptr), static_cast<size_t>(wideLength));
+    if (length != 0 && MultiByteToWideChar(CP_ACP, 0, text, narrowLength, wide.m_str, wideLength) != wideLength) {
         AtlThrow(AtlHresultFromLastError());
     }
     m_str = wide.Detach();
@@ -138,7 +180,7 @@ CComBSTR& CComBSTR::operator+=(const OLECHAR* text)
     }
     const size_t length = Length();
     const size_t added = wcslen(text);
-    CComBSTR joined(nullptr, length + added);
+    CComBSTR joined(static_cast<const OLECHAR*>(nullptr), length + added);
     if (length != 0) {
         wmemcpy(joined.m_str, m_str, length);
     }

@@ -1,14 +1,15 @@
 // The owners everything else in this layer stands on: errors, locks, handles, strings, variants and interface pointers.
 //
 // Each class owns exactly what its name says and gives it up in its destructor. None of them takes a lock: an object belongs to
-// the thread that uses it. Allocation failures are thrown as CAtlException (E_OUTOFMEMORY); nothing else throws. A C++ exception
-// must not leave a COM method, so methods that use the throwing operations run inside AtlGuard.
+// the thread that uses it. What throws throws CAtlException: E_OUTOFMEMORY, or the error of a failed code page conversion. A C++
+// exception must not leave a COM method, so methods that use the throwing operations run inside AtlGuard.
 #pragma once
 
 #include <windows.h>
 #include <oleauto.h>
 
 #include <new>
+#include <string>
 #include <utility>
 
 namespace ATL {
@@ -33,6 +34,11 @@ public:
 // The calling thread's last Windows error as an HRESULT; E_FAIL when Windows reported a failure without saying which.
 HRESULT AtlHresultFromLastError() noexcept;
 HRESULT AtlHresultFromWin32(LONG error) noexcept;
+
+// Text in the system's ANSI code page; no text gives "". Throws CAtlException: E_OUTOFMEMORY, or the error of a failed
+// conversion.
+std::string narrowText(const wchar_t* text, size_t length);
+std::string narrowText(BSTR text);
 
 // Runs a function that returns an HRESULT and turns every exception into one, for the places where none may pass.
 template <class Function>
@@ -122,8 +128,9 @@ public:
     // A copy of a terminated text; null stays null.
     explicit CComBSTR(const OLECHAR* text);
     CComBSTR(const OLECHAR* text, size_t length);
-    // A copy of a terminated text in the ANSI code page; null stays null.
+    // The same of texts in the ANSI code page.
     explicit CComBSTR(const char* text);
+    CComBSTR(const char* text, size_t length);
     CComBSTR(const CComBSTR& other);
     CComBSTR(CComBSTR&& other) noexcept
         : m_str(other.Detach())

@@ -82,7 +82,7 @@ CBeanFrame::~CBeanFrame()
 void CBeanFrame::deleteInstance()
 {
     LOG_SCOPE_STATIC(INFO, "CBeanFrame::deleteInstance");
-    CHECK_RETURN(s_Instance!=NULL, );
+    RETURN_IF_FALSE(s_Instance!=NULL, );
     {
         CComCritSecLock lock(s_EventQueueLock);
         for (QueueEntry* const entry : s_EventQueue) {

@@ -266,7 +266,7 @@ HRESULT CBeanFrame::processEventQueue()
             return S_OK;
         }
         LOG(FINE, "ready to process QueueEntry " << static_cast<const void*>(entry.get()));
-        CHECK_RETURN(s_Instance!=NULL, E_FAIL);
+        RETURN_IF_FALSE(s_Instance!=NULL, E_FAIL);
         s_Instance->processQueueEntry(entry.get());
     }
 }

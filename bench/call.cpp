@@ -24,8 +24,8 @@ void measure(int argc, char** argv)
 {
     const bench::CInProcess server;
     // In the server, every call comes within these two.
-    const LogScope process("main", __LINE__, LOGLEVEL_INFO);
-    const LogScope messageLoop("KESTAserver", __LINE__, LOGLEVEL_FINE);
+    const LogScope process({"main", __LINE__}, LOGLEVEL_INFO);
+    const LogScope messageLoop({"KESTAserver", __LINE__}, LOGLEVEL_FINE);
     JNIEnv* const env = bench::runningMachine();
     const jobject control = bench::newControl(env);
     const jclass type = env->GetObjectClass(control);

@@ -157,8 +157,8 @@ void measure(int argc, char** argv)
     bench::Series series = CHandOver().run(argc, argv);
 
     // In the server, the queue is drained within these two.
-    const LogScope process("main", __LINE__, LOGLEVEL_INFO);
-    const LogScope messageLoop("KESTAserver", __LINE__, LOGLEVEL_FINE);
+    const LogScope process({"main", __LINE__}, LOGLEVEL_INFO);
+    const LogScope messageLoop({"KESTAserver", __LINE__}, LOGLEVEL_FINE);
     bench::CCountingSink sink(server.object());
     for (long long length = 100; length <= DRAINED; length *= 10) {
         benchmark::RegisterBenchmark("drain " + std::to_string(length),

@@ -33,7 +33,7 @@ EventTarget* eventTarget()
 CJavaManagerATLObject::CJavaManagerATLObject()
 {
     LOG_SCOPE(INFO, "CJavaManagerATLObject::CJavaManagerATLObject");
-    if (!CHECK_LOG(s_Instance == NULL)) {
+    if (!LOG_CONDITION(s_Instance == NULL)) {
         return;
     }
     s_Instance = this;
@@ -46,14 +46,14 @@ CJavaManagerATLObject::CJavaManagerATLObject()
             basiscontrol = defaultControl;
         }
         LOG(FINE, "Basiscontrol path: " << basiscontrol);
-        CHECK_RETURN(doesFileExist(basiscontrol), S_OK);
+        RETURN_IF_FALSE(doesFileExist(basiscontrol), S_OK);
 
         CBeanFrame::createInstance(basiscontrol.c_str(), "com.orvane.tech.client.qmrt.win", "QMRTWinControl");
         if (!CBeanFrame::s_Instance) {
             LOG(ERROR, "Failed to create ATL object.");
             return S_OK;
         }
-        HRESULT_LOG(CBeanFrame::s_Instance->setVisible(true));
+        LOG_HRESULT(CBeanFrame::s_Instance->setVisible(true));
         LOG(TRACE, "CHECKPOINT: Successfully created ATL object."); // also when the frame could not be shown
         return S_OK;
     });
@@ -65,7 +65,7 @@ CJavaManagerATLObject::CJavaManagerATLObject()
 CJavaManagerATLObject::~CJavaManagerATLObject()
 {
     LOG_SCOPE(INFO, "CJavaManagerATLObject::~CJavaManagerATLObject");
-    if (CHECK_LOG(CBeanFrame::s_Instance!=NULL)) {
+    if (LOG_CONDITION(CBeanFrame::s_Instance!=NULL)) {
         CBeanFrame::deleteInstance();
     }
 }

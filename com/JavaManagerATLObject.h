@@ -83,9 +83,9 @@ protected:
     bool doesFileExist(const std::string& path);
 
 private:
-    // The one call of a forwarding method, on behalf of the method's scope.
+    // The one call of a forwarding method.
     template <class Call>
-    HRESULT forward(const LogScope& logScope, Call&& call);
+    HRESULT forward(Call&& call);
     template <class Call>
-    HRESULT forwardChecked(const LogScope& logScope, Call&& call);
+    HRESULT forwardChecked(Call&& call);
 };

@@ -20,7 +20,7 @@ bool beginsWith(BSTR text, std::wstring_view start)
 
 // Forwards as it is; only a missing bean frame is noticed.
 template <class Call>
-HRESULT CJavaManagerATLObject::forward(const LogScope& logScope, Call&& call)
+HRESULT CJavaManagerATLObject::forward(Call&& call)
 {
     const HRESULT hr = AtlGuard([&]() -> HRESULT {
         if (!CBeanFrame::s_Instance) {
@@ -34,10 +34,10 @@ HRESULT CJavaManagerATLObject::forward(const LogScope& logScope, Call&& call)
 
 // Checks for the bean frame first, with its line in either case.
 template <class Call>
-HRESULT CJavaManagerATLObject::forwardChecked(const LogScope& logScope, Call&& call)
+HRESULT CJavaManagerATLObject::forwardChecked(Call&& call)
 {
     const HRESULT hr = AtlGuard([&]() -> HRESULT {
-        CHECK_RETURN(CBeanFrame::s_Instance!=NULL, E_FAIL);
+        RETURN_IF_FALSE(CBeanFrame::s_Instance!=NULL, E_FAIL);
         return call(*CBeanFrame::s_Instance);
     });
     return provideErrorInfo(hr);
@@ -66,7 +66,7 @@ STDMETHODIMP CJavaManagerATLObject::callMethod(BSTR arg0, BSTR arg1, BSTR* resul
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::callMethod", arg0 << ", " << arg1);
-        return forward(logScope, [&](CBeanFrame& frame) { return frame.callMethod(arg0, arg1, result); });
+        return forward([&](CBeanFrame& frame) { return frame.callMethod(arg0, arg1, result); });
     });
 }
 
@@ -74,7 +74,7 @@ STDMETHODIMP CJavaManagerATLObject::callMethodCompressed(BSTR arg0, int arg1, BS
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::callMethodCompressed", arg0 << ", " << arg1 << ", " << arg2);
-        return forward(logScope, [&](CBeanFrame& frame) { return frame.callMethodCompressed(arg0, arg1, arg2, result); });
+        return forward([&](CBeanFrame& frame) { return frame.callMethodCompressed(arg0, arg1, arg2, result); });
     });
 }
 
@@ -82,7 +82,7 @@ STDMETHODIMP CJavaManagerATLObject::displayDebugConsole(BSTR* result)
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::displayDebugConsole");
-        return forward(logScope, [&](CBeanFrame& frame) { return frame.displayDebugConsole(result); });
+        return forward([&](CBeanFrame& frame) { return frame.displayDebugConsole(result); });
     });
 }
 
@@ -90,7 +90,7 @@ STDMETHODIMP CJavaManagerATLObject::free(BSTR* result)
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::free");
-        return forward(logScope, [&](CBeanFrame& frame) { return frame.free(result); });
+        return forward([&](CBeanFrame& frame) { return frame.free(result); });
     });
 }
 
@@ -98,7 +98,7 @@ STDMETHODIMP CJavaManagerATLObject::getBasisControlVersionInfo(BSTR* result)
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::getBasisControlVersionInfo");
-        return forward(logScope, [&](CBeanFrame& frame) { return frame.getBasisControlVersionInfo(result); });
+        return forward([&](CBeanFrame& frame) { return frame.getBasisControlVersionInfo(result); });
     });
 }
 
@@ -106,7 +106,7 @@ STDMETHODIMP CJavaManagerATLObject::getProperty(BSTR arg0, BSTR* result)
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::getProperty", arg0);
-        return forward(logScope, [&](CBeanFrame& frame) { return frame.getProperty(arg0, result); });
+        return forward([&](CBeanFrame& frame) { return frame.getProperty(arg0, result); });
     });
 }
 
@@ -114,7 +114,7 @@ STDMETHODIMP CJavaManagerATLObject::getVersionInfo(BSTR arg0, BSTR* result)
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::getVersionInfo", arg0);
-        return forward(logScope, [&](CBeanFrame& frame) { return frame.getVersionInfo(arg0, result); });
+        return forward([&](CBeanFrame& frame) { return frame.getVersionInfo(arg0, result); });
     });
 }
 
@@ -122,7 +122,7 @@ STDMETHODIMP CJavaManagerATLObject::setLogLevel(int arg0, BSTR* result)
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::setLogLevel", arg0);
-        return forward(logScope, [&](CBeanFrame& frame) { return frame.setLogLevel(arg0, result); });
+        return forward([&](CBeanFrame& frame) { return frame.setLogLevel(arg0, result); });
     });
 }
 
@@ -130,7 +130,7 @@ STDMETHODIMP CJavaManagerATLObject::setProperty(BSTR arg0, BSTR arg1, BSTR* resu
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::setProperty", arg0 << ", " << arg1);
-        return forward(logScope, [&](CBeanFrame& frame) { return frame.setProperty(arg0, arg1, result); });
+        return forward([&](CBeanFrame& frame) { return frame.setProperty(arg0, arg1, result); });
     });
 }
 
@@ -138,7 +138,7 @@ STDMETHODIMP CJavaManagerATLObject::setUsedControl(BSTR arg0, BSTR arg1, BSTR* r
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::setUsedControl", arg0 << ", " << arg1);
-        return forward(logScope, [&](CBeanFrame& frame) { return frame.setUsedControl(arg0, arg1, result); });
+        return forward([&](CBeanFrame& frame) { return frame.setUsedControl(arg0, arg1, result); });
     });
 }
 
@@ -146,7 +146,7 @@ STDMETHODIMP CJavaManagerATLObject::updateVersion(BSTR arg0, BSTR* result)
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::updateVersion", arg0);
-        return forward(logScope, [&](CBeanFrame& frame) { return frame.updateVersion(arg0, result); });
+        return forward([&](CBeanFrame& frame) { return frame.updateVersion(arg0, result); });
     });
 }
 
@@ -171,7 +171,7 @@ STDMETHODIMP CJavaManagerATLObject::validate()
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::validate");
-        return forwardChecked(logScope, [&](CBeanFrame& frame) { return frame.validate(); });
+        return forwardChecked([&](CBeanFrame& frame) { return frame.validate(); });
     });
 }
 
@@ -179,7 +179,7 @@ STDMETHODIMP CJavaManagerATLObject::setBounds(int x, int y, int width, int heigh
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::setBounds", x << ", " << y << ", " << width << ", " << height);
-        return forwardChecked(logScope, [&](CBeanFrame& frame) { return frame.setBounds(x, y, width, height); });
+        return forwardChecked([&](CBeanFrame& frame) { return frame.setBounds(x, y, width, height); });
     });
 }
 
@@ -192,7 +192,7 @@ STDMETHODIMP CJavaManagerATLObject::testBridge(BSTR text, int ttl, int delay)
         forwarded.Attach(CComBSTR::CopyOf(text));
         forwarded += L"S";
         if (ttl > 1) {
-            return forward(logScope, [&](CBeanFrame& frame) { return frame.testBridge(forwarded, ttl - 1, delay); });
+            return forward([&](CBeanFrame& frame) { return frame.testBridge(forwarded, ttl - 1, delay); });
         }
 
         forwarded += L"s";
@@ -211,7 +211,7 @@ STDMETHODIMP CJavaManagerATLObject::enable(VARIANT_BOOL enabled)
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::enable", enabled);
         // Only VARIANT_TRUE enables; any other non-zero value disables, deliberately.
-        return forwardChecked(logScope, [&](CBeanFrame& frame) { return frame.setEnabled(enabled == VARIANT_TRUE); });
+        return forwardChecked([&](CBeanFrame& frame) { return frame.setEnabled(enabled == VARIANT_TRUE); });
     });
 }
 
@@ -219,6 +219,6 @@ STDMETHODIMP CJavaManagerATLObject::pushWindowHandle(int wndhandle)
 {
     return AtlGuard([&] {
         LOG_SCOPE(INFO, "CJavaManagerATLObject::pushWindowHandle", wndhandle);
-        return forwardChecked(logScope, [&](CBeanFrame& frame) { return frame.pushWindowHandle(wndhandle); });
+        return forwardChecked([&](CBeanFrame& frame) { return frame.pushWindowHandle(wndhandle); });
     });
 }

@@ -3,8 +3,6 @@
 #include "atl/atl.h"
 #include "support/logger.h"
 
-#include <cstring>
-
 #define LOG_SOURCE "JNIHelper"
 
 namespace {
@@ -51,7 +49,7 @@ jstring JNIHelper::bstrToJavaString(JNIEnv* env, BSTR text)
 void JNIHelper::javaStringToBstr(BSTR* result, JNIEnv* env, jstring text)
 {
     LOG_SCOPE_STATIC(FINE, "JNIHelper::javaStringToBstr");
-    if (!CHECK_LOG(result!=NULL) || !CHECK_LOG(env!=NULL)) {
+    if (!LOG_CONDITION(result!=NULL) || !LOG_CONDITION(env!=NULL)) {
         return;
     }
     if (text == nullptr) {
@@ -59,13 +57,13 @@ void JNIHelper::javaStringToBstr(BSTR* result, JNIEnv* env, jstring text)
         return;
     }
     const JavaCharacters characters(env, text);
-    *result = wideBstr(characters.get(), std::strlen(characters.get())).Detach();
+    *result = CComBSTR(characters.get()).Detach();
 }
 
 void JNIHelper::javaStringToText(SharedText* _bstr, JNIEnv* env, jstring text)
 {
     LOG_SCOPE_STATIC(FINE, "JNIHelper::javaStringToText");
-    if (!CHECK_LOG(_bstr!=NULL) || !CHECK_LOG(env!=NULL)) {
+    if (!LOG_CONDITION(_bstr!=NULL) || !LOG_CONDITION(env!=NULL)) {
         return;
     }
     // Deliberately no test for a null Java string: a listener must not pass one.

@@ -63,13 +63,14 @@ Number readNumber(std::ifstream& file)
     return file.read(reinterpret_cast<char*>(&number), sizeof number) ? number : Number{0};
 }
 
-// Says in the log why a file could not be loaded as a library of this process.
-void diagnoseLibrary(const char* filename, const LogScope& logScope)
+} // namespace
+
+void CJavaManagerJNIClient::diagnoseLibrary(const char* filename)
 {
     std::ifstream binaryFile(filename, std::ios::binary);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wpointer-arith" // the log line shows the comparison as it is written
-    if (!CHECK_LOG((bool)binaryFile != NULL)) {
+    if (!LOG_CONDITION((bool)binaryFile != NULL)) {
         return;
     }
 #pragma GCC diagnostic pop
@@ -91,8 +92,6 @@ void diagnoseLibrary(const char* filename, const LogScope& logScope)
     }
 }
 
-} // namespace
-
 int CJavaManagerJNIClient::loadJVMlibrary(const char* filename)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::loadJVMlibrary", filename);
@@ -105,10 +104,10 @@ int CJavaManagerJNIClient::loadJVMlibrary(const char* filename)
     const DWORD error = GetLastError();
     SetCurrentDirectoryA(savedFolder);
     LOG(FINE, "Used " << loadFolder << " as current folder while loading JVM, using " << savedFolder << " again.");
-    if (!WIN32_LOG_CODE(m_DLLHandle != NULL, error)) {
-        diagnoseLibrary(filename, logScope);
+    if (!LOG_WIN32_WITH(m_DLLHandle != NULL, error)) {
+        diagnoseLibrary(filename);
     }
-    CHECK_RETURN(m_DLLHandle != NULL, E_FAIL);
+    RETURN_IF_FALSE(m_DLLHandle != NULL, E_FAIL);
     return 0;
 }
 
@@ -116,10 +115,18 @@ namespace {
 
 using CreateJavaVM = jint JNICALL(JavaVM** machine, void** environment, void* arguments);
 
-using Options = std::vector<std::string>;
+// Keeps the library's code where the machine's threads run in it, whatever FreeLibrary is told later.
+void pinModuleOf(CreateJavaVM* function)
+{
+    HMODULE pinned = nullptr;
+    GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                       reinterpret_cast<const char*>(function), &pinned);
+}
+
+} // namespace
 
 // Values named "jvm_option_...", in the byte order of their names.
-void addRegistryOptions(Options& options)
+void CJavaManagerJNIClient::addRegistryOptions(Options& options)
 {
     const std::string prefix = "jvm_option_";
     std::vector<std::pair<std::string, std::string>> found;
@@ -139,7 +146,7 @@ void addRegistryOptions(Options& options)
     }
 }
 
-void addBackgroundOption(Options& options, const LogScope& logScope)
+void CJavaManagerJNIClient::addBackgroundOption(Options& options)
 {
     CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
     if (preferences.getDWORDValue("sun.awt.noerasebackground", -1) <= 0) {
@@ -149,7 +156,7 @@ void addBackgroundOption(Options& options, const LogScope& logScope)
     preferences.closeKey();
 }
 
-void addLoggingOptions(Options& options, const LogScope& logScope)
+void CJavaManagerJNIClient::addLoggingOptions(Options& options)
 {
     const Logger* const logger = Logger::instance();
     if (logger != nullptr && logger->hasMagicDirectory()) {
@@ -178,7 +185,7 @@ void addLoggingOptions(Options& options, const LogScope& logScope)
 }
 
 // A policy file named after the executable switches Java's security manager on.
-void addPolicyOptions(Options& options, const LogScope& logScope)
+void CJavaManagerJNIClient::addPolicyOptions(Options& options)
 {
     char executable[MAX_PATH + 1] = "";
     GetModuleFileNameA(nullptr, executable, sizeof executable);
@@ -194,30 +201,20 @@ void addPolicyOptions(Options& options, const LogScope& logScope)
     }
 }
 
-// Keeps the library's code where the machine's threads run in it, whatever FreeLibrary is told later.
-void pinModuleOf(CreateJavaVM* function)
-{
-    HMODULE pinned = nullptr;
-    GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-                       reinterpret_cast<const char*>(function), &pinned);
-}
-
-} // namespace
-
 int CJavaManagerJNIClient::createJVM(JVMInfo jvm_info)
 {
     LOG_SCOPE(INFO, "CJavaManagerJNIClient::createJVM");
     Options options = {"-Djava.class.path=" + findORVControls()};
     LOG(FINE, "Class Path: " << options.front());
-    HRESULT_RETURN(loadJVMlibrary(jvm_info.path.c_str()));
+    RETURN_IF_FAILED(loadJVMlibrary(jvm_info.path.c_str()));
     auto* const CreateJavaVMProc =
         reinterpret_cast<CreateJavaVM*>(reinterpret_cast<void*>(GetProcAddress(m_DLLHandle, "JNI_CreateJavaVM")));
-    CHECK_RETURN(CreateJavaVMProc != NULL, E_FAIL);
+    RETURN_IF_FALSE(CreateJavaVMProc != NULL, E_FAIL);
 
     addRegistryOptions(options);
-    addBackgroundOption(options, logScope);
-    addLoggingOptions(options, logScope);
-    addPolicyOptions(options, logScope);
+    addBackgroundOption(options);
+    addLoggingOptions(options);
+    addPolicyOptions(options);
 
     if (jvm_info.version.compare(0, 3, "1.6") < 0) {
         m_JVMArguments.version = JNI_VERSION_1_4;
@@ -230,15 +227,15 @@ int CJavaManagerJNIClient::createJVM(JVMInfo jvm_info)
     m_JVMArguments.nOptions = static_cast<jint>(options.size());
     // Never freed, as the machine is never destroyed. The texts are borrowed: the machine copies them while it is created.
     m_JVMArguments.options = new (std::nothrow) JavaVMOption[options.size()]();
-    CHECK_RETURN(m_JVMArguments.options != NULL, E_FAIL);
+    RETURN_IF_FALSE(m_JVMArguments.options != NULL, E_FAIL);
     for (size_t index = 0; index < options.size(); index++) {
         m_JVMArguments.options[index].optionString = options[index].data();
     }
 
     LOG(FINE, "About to call JNI_CreateJavaVM");
     pinModuleOf(CreateJavaVMProc);
-    JNI_RESULT_RETURN(CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments), E_FAIL);
-    JNI_RESULT_RETURN(m_JVM->AttachCurrentThread((void**)&m_ENV, NULL), E_FAIL);
+    RETURN_IF_JNI_FAILED(CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments), E_FAIL);
+    RETURN_IF_JNI_FAILED(m_JVM->AttachCurrentThread((void**)&m_ENV, NULL), E_FAIL);
     return 0;
 }
 
@@ -252,11 +249,11 @@ unsigned int CJavaManagerJNIClient::destroyJVM()
     }
     if (m_JVM != nullptr) {
         env(); // a thread that ends with an error pending would print it
-        JNI_RESULT_RETURN(m_JVM->DetachCurrentThread(), static_cast<unsigned int>(E_FAIL));
+        RETURN_IF_JNI_FAILED(m_JVM->DetachCurrentThread(), static_cast<unsigned int>(E_FAIL));
     }
     // The machine is not destroyed: its threads end with the process.
     if (m_DLLHandle != nullptr) {
-        WIN32_LOG(FreeLibrary(m_DLLHandle));
+        LOG_WIN32(FreeLibrary(m_DLLHandle));
     }
     return 0;
 }

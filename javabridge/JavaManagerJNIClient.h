@@ -84,6 +84,17 @@ protected:
     int loadJVMlibrary(const char* filename);
     int createJVM(JVMInfo jvm_info);
     unsigned int destroyJVM();
+    // Says in the log why a file could not be loaded as a library of this process.
+    void diagnoseLibrary(const char* filename);
+    // The machine's options, in the order in which the machine gets them.
+    using Options = std::vector<std::string>;
+    void addRegistryOptions(Options& options);
+    void addBackgroundOption(Options& options);
+    void addLoggingOptions(Options& options);
+    void addPolicyOptions(Options& options);
+    // The candidate that one item of the preference pattern picks, a single version or a range with both bounds included.
+    // `candidates` is sorted, and the last match wins.
+    JVMInfo pickCandidate(const std::vector<JVMInfo>& candidates, const std::string& item);
 
     int createUniqueID();
     HRESULT registerNative(jclass listenerClass, const char* name, const char* signature, void* function);
@@ -103,10 +114,9 @@ protected:
     template <class... Arguments>
     jobject newObject(jclass objectClass, jmethodID constructor, Arguments... arguments);
     void deleteGlobalReference(jobject object);
-    // The common end of the forwarding operations: the call itself, the check for an exception, the result. Logs for `logScope`,
-    // the scope of the operation.
+    // The common end of the forwarding operations: the call itself, the check for an exception, the result.
     template <class... Arguments>
-    HRESULT forward(const LogScope& logScope, jobject bean, jmethodID method, BSTR* result, Arguments... arguments);
+    HRESULT forward(jobject bean, jmethodID method, BSTR* result, Arguments... arguments);
 
     JavaVM* m_JVM = nullptr;
     JNIEnv* m_ENV = nullptr;

@@ -12,9 +12,9 @@ namespace {
 // In the order in which they are scanned: a current runtime of the later key replaces one of the earlier.
 const char* const RUNTIME_KEYS[] = {"SOFTWARE\\JavaSoft\\Java Runtime Environment\\", "SOFTWARE\\JavaSoft\\JRE\\"};
 
-// The candidate that one item of the preference pattern picks, a single version or a range with both bounds included.
-// `candidates` is sorted, and the last match wins.
-JVMInfo pickCandidate(const std::vector<JVMInfo>& candidates, const std::string& item, const LogScope& logScope)
+} // namespace
+
+JVMInfo CJavaManagerJNIClient::pickCandidate(const std::vector<JVMInfo>& candidates, const std::string& item)
 {
     std::string lower = item;
     std::string upper = item;
@@ -34,8 +34,6 @@ JVMInfo pickCandidate(const std::vector<JVMInfo>& candidates, const std::string&
     }
     return picked;
 }
-
-} // namespace
 
 JVMInfo CJavaManagerJNIClient::findJVM()
 {
@@ -79,7 +77,7 @@ JVMInfo CJavaManagerJNIClient::findJVM()
     for (bool isLastItem = false; !isLastItem && preferred.version.empty();) {
         const size_t comma = pattern.find(',');
         isLastItem = comma == std::string::npos;
-        preferred = pickCandidate(candidates, pattern.substr(0, comma), logScope);
+        preferred = pickCandidate(candidates, pattern.substr(0, comma));
         pattern.erase(0, isLastItem ? std::string::npos : comma + 1);
     }
     if (preferred.version.empty()) {

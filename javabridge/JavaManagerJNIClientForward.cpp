@@ -36,14 +36,13 @@ void release(JNIEnv*, jint)
 // Shape of every forwarding operation, behind its own look-up. On a Java exception the references of the arguments are
 // deliberately left to the end of the thread, and the result is not written.
 template <class... Arguments>
-HRESULT CJavaManagerJNIClient::forward(const LogScope& logScope, jobject bean, jmethodID method, BSTR* result,
-                                       Arguments... arguments)
+HRESULT CJavaManagerJNIClient::forward(jobject bean, jmethodID method, BSTR* result, Arguments... arguments)
 {
     JNIEnv* const env = this->env();
     const std::tuple javaArguments{toJava(env, arguments)...};
     const auto call = [&](auto... values) { return env->CallObjectMethod(bean, method, values...); };
     const auto answer = static_cast<jstring>(std::apply(call, javaArguments));
-    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     std::apply([&](auto... values) { (release(env, values), ...); }, javaArguments);
     JNIHelper::javaStringToBstr(result, env, answer);
     release(env, answer);
@@ -55,8 +54,8 @@ HRESULT CJavaManagerJNIClient::callMethod(jobject bean, BSTR arg0, BSTR arg1, BS
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::callMethod", arg0 << ", " << arg1);
     const jmethodID callMethodID =
         findMethod(bean, m_BeanClass, "callMethod", "(Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;");
-    CHECK_RETURN(callMethodID != NULL, E_FAIL);
-    return forward(logScope, bean, callMethodID, result, arg0, arg1);
+    RETURN_IF_FALSE(callMethodID != NULL, E_FAIL);
+    return forward(bean, callMethodID, result, arg0, arg1);
 }
 
 HRESULT CJavaManagerJNIClient::callMethodCompressed(jobject bean, BSTR arg0, int arg1, BSTR arg2, BSTR* result)
@@ -64,24 +63,24 @@ HRESULT CJavaManagerJNIClient::callMethodCompressed(jobject bean, BSTR arg0, int
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::callMethodCompressed", arg0 << ", " << arg1 << ", " << arg2);
     const jmethodID callMethodID =
         findMethod(bean, m_BeanClass, "callMethodCompressed", "(Ljava/lang/String;ILjava/lang/String;)Ljava/lang/String;");
-    CHECK_RETURN(callMethodID != NULL, E_FAIL);
-    return forward(logScope, bean, callMethodID, result, arg0, arg1, arg2);
+    RETURN_IF_FALSE(callMethodID != NULL, E_FAIL);
+    return forward(bean, callMethodID, result, arg0, arg1, arg2);
 }
 
 HRESULT CJavaManagerJNIClient::displayDebugConsole(jobject bean, BSTR* result)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::displayDebugConsole");
     const jmethodID displayConsoleID = findMethod(bean, m_BeanClass, "displayDebugConsole", "()Ljava/lang/String;");
-    CHECK_RETURN(displayConsoleID != NULL, E_FAIL);
-    return forward(logScope, bean, displayConsoleID, result);
+    RETURN_IF_FALSE(displayConsoleID != NULL, E_FAIL);
+    return forward(bean, displayConsoleID, result);
 }
 
 HRESULT CJavaManagerJNIClient::free(jobject bean, BSTR* result)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::free");
     const jmethodID freeID = findMethod(bean, m_BeanClass, "free", "()Ljava/lang/String;");
-    CHECK_RETURN(freeID != NULL, E_FAIL);
-    return forward(logScope, bean, freeID, result);
+    RETURN_IF_FALSE(freeID != NULL, E_FAIL);
+    return forward(bean, freeID, result);
 }
 
 HRESULT CJavaManagerJNIClient::getBasisControlVersionInfo(jobject bean, BSTR* result)
@@ -89,32 +88,32 @@ HRESULT CJavaManagerJNIClient::getBasisControlVersionInfo(jobject bean, BSTR* re
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::getBasisControlVersionInfo");
     const jmethodID getBasisControlVersionInfoID =
         findMethod(bean, m_BeanClass, "getBasisControlVersionInfo", "()Ljava/lang/String;");
-    CHECK_RETURN(getBasisControlVersionInfoID != NULL, E_FAIL);
-    return forward(logScope, bean, getBasisControlVersionInfoID, result);
+    RETURN_IF_FALSE(getBasisControlVersionInfoID != NULL, E_FAIL);
+    return forward(bean, getBasisControlVersionInfoID, result);
 }
 
 HRESULT CJavaManagerJNIClient::getProperty(jobject bean, BSTR arg0, BSTR* result)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::getProperty", arg0);
     const jmethodID getPropertyID = findMethod(bean, m_BeanClass, "getProperty", "(Ljava/lang/String;)Ljava/lang/String;");
-    CHECK_RETURN(getPropertyID != NULL, E_FAIL);
-    return forward(logScope, bean, getPropertyID, result, arg0);
+    RETURN_IF_FALSE(getPropertyID != NULL, E_FAIL);
+    return forward(bean, getPropertyID, result, arg0);
 }
 
 HRESULT CJavaManagerJNIClient::getVersionInfo(jobject bean, BSTR arg0, BSTR* result)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::getVersionInfo", arg0);
     const jmethodID getVersionInfoID = findMethod(bean, m_BeanClass, "getVersionInfo", "(Ljava/lang/String;)Ljava/lang/String;");
-    CHECK_RETURN(getVersionInfoID != NULL, E_FAIL);
-    return forward(logScope, bean, getVersionInfoID, result, arg0);
+    RETURN_IF_FALSE(getVersionInfoID != NULL, E_FAIL);
+    return forward(bean, getVersionInfoID, result, arg0);
 }
 
 HRESULT CJavaManagerJNIClient::setLogLevel(jobject bean, int arg0, BSTR* result)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::setLogLevel", arg0);
     const jmethodID setLogLevelID = findMethod(bean, m_BeanClass, "setLogLevel", "(I)Ljava/lang/String;");
-    CHECK_RETURN(setLogLevelID != NULL, E_FAIL);
-    return forward(logScope, bean, setLogLevelID, result, arg0);
+    RETURN_IF_FALSE(setLogLevelID != NULL, E_FAIL);
+    return forward(bean, setLogLevelID, result, arg0);
 }
 
 HRESULT CJavaManagerJNIClient::setProperty(jobject bean, BSTR arg0, BSTR arg1, BSTR* result)
@@ -122,36 +121,36 @@ HRESULT CJavaManagerJNIClient::setProperty(jobject bean, BSTR arg0, BSTR arg1, B
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::setProperty", arg0 << ", " << arg1);
     const jmethodID setPropertyID =
         findMethod(bean, m_BeanClass, "setProperty", "(Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;");
-    CHECK_RETURN(setPropertyID != NULL, E_FAIL);
-    return forward(logScope, bean, setPropertyID, result, arg0, arg1);
+    RETURN_IF_FALSE(setPropertyID != NULL, E_FAIL);
+    return forward(bean, setPropertyID, result, arg0, arg1);
 }
 
 HRESULT CJavaManagerJNIClient::setUsedControl(jobject frame, jobject bean, BSTR arg0, BSTR arg1, BSTR* result)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::setUsedControl", arg0 << ", " << arg1);
-    HRESULT_NUMBER_LOG(setFrameFocusableWindowState(frame, true));
+    LOG_HRESULT_NUMBER(setFrameFocusableWindowState(frame, true));
     const jmethodID setUsedControlID =
         findMethod(bean, m_BeanClass, "setUsedControl", "(Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;");
-    CHECK_RETURN(setUsedControlID != NULL, E_FAIL);
-    return forward(logScope, bean, setUsedControlID, result, arg0, arg1);
+    RETURN_IF_FALSE(setUsedControlID != NULL, E_FAIL);
+    return forward(bean, setUsedControlID, result, arg0, arg1);
 }
 
 HRESULT CJavaManagerJNIClient::updateVersion(jobject bean, BSTR arg0, BSTR* result)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::updateVersion", arg0);
     const jmethodID updateVersionID = findMethod(bean, m_BeanClass, "updateVersion", "(Ljava/lang/String;)Ljava/lang/String;");
-    CHECK_RETURN(updateVersionID != NULL, E_FAIL);
-    return forward(logScope, bean, updateVersionID, result, arg0);
+    RETURN_IF_FALSE(updateVersionID != NULL, E_FAIL);
+    return forward(bean, updateVersionID, result, arg0);
 }
 
 HRESULT CJavaManagerJNIClient::testBridge(jobject listener, const wchar_t* text, int ttl, int delay)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::testBridge", text << ", " << ttl << ", " << delay);
     const jmethodID debugTextMethodID = findMethod(listener, m_ListenerClass, "testBridge", "(Ljava/lang/String;II)V");
-    CHECK_RETURN(debugTextMethodID != NULL, E_FAIL);
+    RETURN_IF_FALSE(debugTextMethodID != NULL, E_FAIL);
     const jstring javaText = JNIHelper::bstrToJavaString(env(), CComBSTR(text));
     env()->CallVoidMethod(listener, debugTextMethodID, javaText, static_cast<jint>(ttl), static_cast<jint>(delay));
-    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     release(env(), javaText);
     return S_OK;
 }

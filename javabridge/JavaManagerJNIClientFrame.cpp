@@ -45,19 +45,19 @@ HRESULT CJavaManagerJNIClient::startBean(jobject* beanObject, jobject* frameObje
                                          const char* bean_class)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::startBean", bean_package << ", " << bean_class);
-    CHECK_RETURN(beanObject!=NULL, E_FAIL);
-    CHECK_RETURN(frameObject!=NULL, E_FAIL);
-    CHECK_RETURN(frameID!=NULL, E_FAIL);
-    CHECK_RETURN(bean_package!=NULL, E_FAIL);
-    CHECK_RETURN(bean_class!=NULL, E_FAIL);
+    RETURN_IF_FALSE(beanObject!=NULL, E_FAIL);
+    RETURN_IF_FALSE(frameObject!=NULL, E_FAIL);
+    RETURN_IF_FALSE(frameID!=NULL, E_FAIL);
+    RETURN_IF_FALSE(bean_package!=NULL, E_FAIL);
+    RETURN_IF_FALSE(bean_class!=NULL, E_FAIL);
 
     m_BeanClass = findClass(jniClassName(bean_package, bean_class).c_str());
-    CHECK_RETURN(m_BeanClass!=NULL, E_FAIL);
+    RETURN_IF_FALSE(m_BeanClass!=NULL, E_FAIL);
     jmethodID constructID = findMethod(m_BeanClass, "<init>", "()V");
-    CHECK_RETURN(constructID!=NULL, E_FAIL);
+    RETURN_IF_FALSE(constructID!=NULL, E_FAIL);
     jobject localReference = env()->NewObject(m_BeanClass, constructID);
-    CHECK_RETURN(checkNoJNIException(), E_FAIL);
-    CHECK_RETURN(localReference != NULL, E_FAIL);
+    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
+    RETURN_IF_FALSE(localReference != NULL, E_FAIL);
     *beanObject = env()->NewGlobalRef(localReference);
     env()->DeleteLocalRef(localReference);
 
@@ -67,13 +67,13 @@ HRESULT CJavaManagerJNIClient::startBean(jobject* beanObject, jobject* frameObje
     // The reference of the name is deliberately left to the end of the thread.
     const jstring frameName = env()->NewStringUTF(CHelpers::buildIdentifierString("kesta_frame_", *frameID).c_str());
     localReference = newObject(m_FrameClass, constructID, frameName);
-    CHECK_RETURN(localReference!=NULL, E_FAIL);
+    RETURN_IF_FALSE(localReference!=NULL, E_FAIL);
     *frameObject = env()->NewGlobalRef(localReference);
     env()->DeleteLocalRef(localReference);
 
-    HRESULT_NUMBER_LOG(setFrameFocusableWindowState(*frameObject, false));
-    HRESULT_NUMBER_LOG(setFrameAlwaysOnTop(*frameObject, false));
-    HRESULT_NUMBER_LOG(setFrameUndecorated(*frameObject, true));
+    LOG_HRESULT_NUMBER(setFrameFocusableWindowState(*frameObject, false));
+    LOG_HRESULT_NUMBER(setFrameAlwaysOnTop(*frameObject, false));
+    LOG_HRESULT_NUMBER(setFrameUndecorated(*frameObject, true));
     LOG(TRACE, "CHECKPOINT: Successfully started bean.");
     return S_OK;
 }
@@ -83,9 +83,9 @@ HRESULT CJavaManagerJNIClient::addBean(jobject frame, jobject bean)
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::addBean");
     const jmethodID addID =
         bean == nullptr ? nullptr : findMethod(frame, m_FrameClass, "add", "(Ljava/awt/Component;)Ljava/awt/Component;");
-    CHECK_RETURN(addID!=NULL, E_FAIL);
+    RETURN_IF_FALSE(addID!=NULL, E_FAIL);
     const jobject component = env()->CallObjectMethod(frame, addID, bean);
-    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     if (component != nullptr) {
         env()->DeleteLocalRef(component);
     }
@@ -117,11 +117,11 @@ int CJavaManagerJNIClient::createUniqueID()
 HRESULT CJavaManagerJNIClient::regEventListener(jobject* listener, jobject /*frame*/, jobject bean)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::regEventListener");
-    CHECK_RETURN(listener!=NULL, E_FAIL);
+    RETURN_IF_FALSE(listener!=NULL, E_FAIL);
     m_ListenerClass = findClass(LISTENER_CLASS);
     const jmethodID constructID = findMethod(m_ListenerClass, "<init>", "()V");
     const jobject localReference = newObject(m_ListenerClass, constructID);
-    CHECK_RETURN(localReference!=NULL, E_FAIL);
+    RETURN_IF_FALSE(localReference!=NULL, E_FAIL);
     *listener = env()->NewGlobalRef(localReference);
 
     const ListenerNatives& natives = listenerNatives();
@@ -132,10 +132,10 @@ HRESULT CJavaManagerJNIClient::regEventListener(jobject* listener, jobject /*fra
     registerNative(m_ListenerClass, "OnCustomEvent", textOnly, reinterpret_cast<void*>(natives.OnCustomEvent));
 
     const jmethodID addORVListenerID = findMethod(bean, m_BeanClass, "addORVANEControlListener", LISTENER_SETTER);
-    CHECK_RETURN(addORVListenerID!=NULL, E_FAIL);
+    RETURN_IF_FALSE(addORVListenerID!=NULL, E_FAIL);
     LOG(TRACE, "call addORVANEControlListener method");
     env()->CallVoidMethod(bean, addORVListenerID, *listener);
-    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     env()->DeleteLocalRef(localReference);
     LOG(TRACE, "CHECKPOINT: Successfully registered event listener.");
     return S_OK;
@@ -146,7 +146,7 @@ HRESULT CJavaManagerJNIClient::registerNative(jclass listenerClass, const char* 
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::registerNative", name << ", " << signature);
     const JNINativeMethod native = {const_cast<char*>(name), const_cast<char*>(signature), function};
     env()->RegisterNatives(listenerClass, &native, 1);
-    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     return S_OK;
 }
 
@@ -154,9 +154,9 @@ HRESULT CJavaManagerJNIClient::callBooleanSetterOnFrame(jobject frame, const cha
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::callBooleanSetterOnFrame", methodName << ", " << value);
     const jmethodID methodID = findMethod(frame, m_FrameClass, methodName, "(Z)V");
-    CHECK_RETURN(methodID!=NULL, E_FAIL);
+    RETURN_IF_FALSE(methodID!=NULL, E_FAIL);
     env()->CallVoidMethod(frame, methodID, static_cast<jboolean>(value));
-    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     return S_OK;
 }
 
@@ -194,10 +194,10 @@ HRESULT CJavaManagerJNIClient::setFrameBounds(jobject frame, int x, int y, int w
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::setFrameBounds", x << ", " << y << ", " << width << ", " << height);
     const jmethodID setBoundsID = findMethod(frame, m_FrameClass, "setBounds", "(IIII)V");
-    CHECK_RETURN(setBoundsID!=NULL, E_FAIL);
+    RETURN_IF_FALSE(setBoundsID!=NULL, E_FAIL);
     // Deliberately without the four values; the variadic form, since the machine would read through an array of none.
     env()->CallVoidMethod(frame, setBoundsID);
-    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     return S_OK;
 }
 
@@ -205,13 +205,13 @@ HRESULT CJavaManagerJNIClient::validateFrameAndBean(jobject frame, jobject bean)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::validateFrameAndBean");
     const jmethodID validateID = bean == nullptr ? nullptr : findMethod(frame, m_FrameClass, "validate", "()V");
-    CHECK_RETURN(validateID!=NULL, E_FAIL);
+    RETURN_IF_FALSE(validateID!=NULL, E_FAIL);
     env()->CallVoidMethod(frame, validateID);
-    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     // Deliberately the method of the frame's class. Both inherit it from the same class; a frame with a validate of its own is
     // served as well, except by a machine that checks JNI calls, which ends the process.
     env()->CallVoidMethod(bean, validateID);
-    CHECK_RETURN(checkNoJNIException(), E_FAIL);
+    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     return S_OK;
 }
 
@@ -222,18 +222,18 @@ HRESULT CJavaManagerJNIClient::stopBean(jobject bean, jobject frame, jobject lis
     if (bean != nullptr) {
         free(bean, &CComBSTR()); // its answer is of no interest
         const jmethodID removeID = findMethod(m_BeanClass, "removeORVANEControlListener", LISTENER_SETTER);
-        if (CHECK_LOG(removeID!=NULL)) {
+        if (LOG_CONDITION(removeID!=NULL)) {
             env()->CallVoidMethod(bean, removeID, listener);
             checkNoJNIException();
         }
         const jmethodID removeAllID = findMethod(m_BeanClass, "removeAll", "()V");
-        if (CHECK_LOG(removeAllID!=NULL)) {
+        if (LOG_CONDITION(removeAllID!=NULL)) {
             env()->CallVoidMethod(bean, removeAllID);
             checkNoJNIException();
         }
         if (frame != nullptr) {
             const jmethodID removeCID = findMethod(m_FrameClass, "remove", "(Ljava/awt/Component;)V");
-            if (CHECK_LOG(removeCID!=NULL)) {
+            if (LOG_CONDITION(removeCID!=NULL)) {
                 env()->CallVoidMethod(frame, removeCID, bean);
                 checkNoJNIException();
             }
@@ -243,7 +243,7 @@ HRESULT CJavaManagerJNIClient::stopBean(jobject bean, jobject frame, jobject lis
     LOG(TRACE, "CHECKPOINT: Successfully freed bean.");
     if (frame != nullptr) {
         const jmethodID disposeID = findMethod(m_FrameClass, "dispose", "()V");
-        if (CHECK_LOG(disposeID!=NULL)) {
+        if (LOG_CONDITION(disposeID!=NULL)) {
             env()->CallVoidMethod(frame, disposeID);
             checkNoJNIException();
         }

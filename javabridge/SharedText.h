@@ -10,14 +10,6 @@
 #include <windows.h>
 
 #include <memory>
-#include <string>
-#include <string_view>
-
-// Code page conversions of whole texts; converting nothing gives an empty text and is no error.
-std::string narrowText(const wchar_t* text, size_t length);
-std::string narrowText(BSTR text); // null gives ""
-std::wstring wideText(const char* text, size_t length);
-CComBSTR wideBstr(const char* text, size_t length);
 
 class SharedText
 {
@@ -39,6 +31,6 @@ public:
 private:
     struct Record;
     // Leaves the record that other copies share and starts one of its own.
-    void assign(std::wstring_view text);
+    void assign(CComBSTR text);
     std::shared_ptr<Record> m_record;
 };

@@ -28,6 +28,6 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR lpCmdLine, int nShowCmd)
     }
     // Silent only from here on, so that the process can end without error boxes while the Java runtime and the runtime libraries
     // unload; a fault before this point should be seen.
-    HRESULT_LOG(CHelpers::setErrorModeSilent());
+    LOG_HRESULT(CHelpers::setErrorModeSilent());
     return result;
 }

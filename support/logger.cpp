@@ -2,14 +2,11 @@
 
 #include "support/version.h"
 
-#include <mutex>
-#include <system_error>
-
 #define LOG_SOURCE "logger"
 
 // Constant-initialised: other static initialisers log before this file's own have run.
-constinit std::atomic<int> LogState::s_maxLogLevel{-1};
-constinit std::atomic<int> LogState::s_traceLogLevel{-1};
+constinit std::atomic<int> LogState::s_maxLogLevel{OFF};
+constinit std::atomic<int> LogState::s_traceLogLevel{OFF};
 constinit std::atomic<Logger*> Logger::s_instance{nullptr};
 
 namespace {
@@ -28,13 +25,6 @@ public:
 // Before and, as destruction runs backwards, after every ordinary static object.
 __attribute__((init_priority(101))) const LoggerGuard s_guard;
 } // namespace
-
-LogLock::LogLock()
-{
-    if (!InitializeCriticalSectionEx(&m_section, 0, 0)) {
-        throw std::system_error(HRESULT_FROM_WIN32(GetLastError()), std::system_category(), "InitializeCriticalSectionEx");
-    }
-}
 
 void Logger::addRefCount()
 {
@@ -91,10 +81,10 @@ void Logger::start()
 void Logger::end()
 {
     LOG_PLAIN(FINE, "End of logging, further static deinitializers can not log anymore");
-    LogState::s_maxLogLevel = -1;
-    LogState::s_traceLogLevel = -1;
+    LogState::s_maxLogLevel = LogState::OFF;
+    LogState::s_traceLogLevel = LogState::OFF;
     {
-        const std::lock_guard lock(m_impl->fileLock);
+        const ATL::CComCritSecLock lock(m_impl->fileLock);
         m_impl->file.close();
         m_impl->openAttempted = true;
     }
@@ -114,7 +104,7 @@ std::string Logger::getErrorEntries()
     LOG_SCOPE_STATIC(FINE, "Logger::getErrorEntries");
     std::string entries;
     if (const Logger* logger = instance()) {
-        const std::lock_guard lock(logger->m_impl->errorLock);
+        const ATL::CComCritSecLock lock(logger->m_impl->errorLock);
         entries.swap(logger->m_impl->errorBuffer);
     }
     return entries;
@@ -127,7 +117,7 @@ const std::string& Logger::logDirectory() const
 
 std::string Logger::logFilePrefix() const
 {
-    const std::lock_guard lock(m_impl->fileLock);
+    const ATL::CComCritSecLock lock(m_impl->fileLock);
     return m_impl->logFilePrefix;
 }
 

@@ -1,34 +1,36 @@
 // The process-wide log: levels, statements, scopes, checks and the error backtrace.
 //
-// Ownership: one Logger a process, made by the first Logger::addRefCount and ended by the last Logger::release. Its memory and
-// locks are never freed: Java's and the timer queue's threads still run while the process ends and may be inside a logging call.
-// Threads:   any thread may log at any time, also before the Logger exists and after it ended (then nothing is written).
+// Ownership: one Logger per process, created by the first Logger::addRefCount and ended by the last Logger::release. Its memory
+//            and locks are never freed: threads of Java and of the timer queue still run while the process ends and may be inside
+//            a logging call.
+// Threads:   any thread may log at any time, also before the Logger exists and after it has ended (then nothing is written).
 //            addRefCount and release are called at process start and end only.
-// Failure:   logging never fails visibly. A log file that cannot be opened ends file logging, the debugger stream goes on; a line
-//            for whose text there is no memory is left out (only streaming into a statement or an entry line can throw
-//            std::bad_alloc).
-//            Only the creation of the Logger's locks can raise: std::system_error with the HRESULT (0x8007xxxx) as its code.
+// Failure:   logging never throws and never fails visibly. A log file that cannot be opened ends file logging; the debugger
+// stream
+//            goes on. A line whose text runs out of memory ends with " [out of memory]" or, without memory even for that, is left
+//            out. Only the creation of the Logger's locks throws: CAtlException with the HRESULT 0x8007xxxx.
 //
 // How a function logs:
 //
-//     #define LOG_SOURCE "BeanFrame"            // once a source file: the module's name, printed in the source column
+//     #define LOG_SOURCE "BeanFrame"            // once per source file: the module's name, printed in the source column
 //
 //     HRESULT CBeanFrame::setEnabled(bool enabled)
 //     {
 //         LOG_SCOPE(INFO, "CBeanFrame::setEnabled", enabled);     // LOG_SCOPE_STATIC in free functions and static members
 //         LOG(FINE, "text=" << text);
-//         CHECK_RETURN(m_key != NULL, E_FAIL);
+//         RETURN_IF_FALSE(m_key != NULL, E_FAIL);
 //         ...
 //     }
 //
-// LOG_SCOPE opens the function's scope under the name logScope; every other macro logs on behalf of that scope's object. An
-// object that may end inside the function logs through LOG_PLAIN from then on. The arguments of a statement are evaluated only
-// when its level is on.
+// LOG_SCOPE opens the function's scope. A statement or check inside a member function logs on behalf of the object; in free
+// functions, and in static members after LOG_SCOPE_STATIC, on nobody's. LOG_PLAIN always logs on nobody's behalf: use it where
+// the object may have ended. The arguments of a statement are evaluated only when its level is on.
 #pragma once
 
 #include <windows.h>
 
 #include <atomic>
+#include <climits>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -58,9 +60,11 @@ std::string getWindowsErrorText(unsigned code);
 class Logger;
 class LogScope;
 
-// What the level checks read. Both are -1 while no Logger exists, so that a statement that is off costs one comparison.
+// What the level checks read. Without a Logger both are OFF, below every level, so that a statement that is off costs one
+// comparison.
 struct LogState
 {
+    static constexpr int OFF = INT_MIN;
     static std::atomic<int> s_maxLogLevel;
     static std::atomic<int> s_traceLogLevel;
 };
@@ -82,10 +86,26 @@ public:
     // The same answer as the free function, which is what the macros below ask: a statement that is off costs no virtual call.
     virtual bool isLogEnabled(const char* file, int line, int level) const;
     virtual ~Loggable() = default;
+
+protected:
+    // Whom the macros below log for: inside a member function the object, elsewhere nobody.
+    const Loggable* logOwner() const { return this; }
 };
 
-// The text of one line under construction. Null texts are streamed as empty ones: a null pointer would swallow
-// what follows it.
+inline const Loggable* logOwner()
+{
+    return nullptr;
+}
+
+// Where a statement or check stands, and whom it logs for.
+struct LogPlace
+{
+    const char* file;
+    int line;
+    const Loggable* owner = nullptr;
+};
+
+// The text of one line under construction. Null texts are streamed as empty ones: a null pointer would swallow what follows it.
 class LogStream
 {
 public:
@@ -104,19 +124,21 @@ public:
 
     // Valid until the next text is streamed.
     std::string_view view() const { return m_stream.view(); }
+    // False once memory has run out: what was streamed from then on is missing.
+    bool isComplete() const { return !m_stream.bad(); }
 
 private:
     std::ostringstream m_stream;
 };
 
-// One log line. On the stack of the logging function only; never shared between threads.
-// Keeps what a backtrace may print later (type, object text, raw clock) and builds nothing else until a line is written.
+// One log line. On the stack of the logging function only; never shared between threads. Keeps what a backtrace may print later
+// (class name, object text, time) and formats nothing until a line is written.
 class LogEntry
 {
 public:
-    // A statement: written when it goes out of scope. `owner` is the logging object, null in free functions and static members;
-    // it is asked for its name and text here and not used afterwards, since it may be gone when the line is printed.
-    LogEntry(const char* file, int line, int level, const Loggable* owner = nullptr);
+    // A statement: written when it goes out of scope. The owner is asked for its name and text here and not used afterwards,
+    // since it may be gone when the line is printed.
+    LogEntry(const LogPlace& place, int level);
     ~LogEntry();
     LogEntry(const LogEntry&) = delete;
     LogEntry& operator=(const LogEntry&) = delete;
@@ -125,13 +147,6 @@ public:
 
 protected:
     enum class Marker { Plain, Entry, Exit };
-    struct NotPending
-    {
-    };
-    // Without time and place, which are the derived class's affair.
-    LogEntry(NotPending, const char* file, int line, int level, const Loggable* owner);
-    // The depth in which it stands, inside the thread's innermost scope (null: in none).
-    void takePlace(const LogScope* enclosing);
 
     // The finished line with its line feed; formatted once, with the id of the calling thread.
     const std::string& format();
@@ -156,14 +171,10 @@ protected:
 
 // Function scope: entry line on construction, exit line with the elapsed time on destruction, and a link in the thread's scope
 // chain, which an error backtrace prints. Scopes of one thread end in reverse order of their creation.
-//
-// The system's clock is by far the dearest part of a scope that is off. A scope that is neither written nor the outermost of its
-// chain therefore keeps the processor's counter instead, and its time is found only when a backtrace prints it: between that of
-// an enclosing scope and now, in the proportion of the counters.
 class LogScope : public LogEntry
 {
 public:
-    LogScope(const char* file, int line, int level, const Loggable* owner = nullptr);
+    LogScope(const LogPlace& place, int level);
     ~LogScope();
 
     // The text for the entry line: the part of `qualifiedName` after its first "::" (the whole name when it has none)
@@ -172,16 +183,10 @@ public:
     // Writes the entry line at once.
     void writeEntry();
 
-    const Loggable* owner() const { return m_owner; }
-
 private:
     friend class Logger;
     void writeExit();
-    void settleTime();
 
-    const Loggable* m_owner;
-    ULONGLONG m_counter;     // the processor's, at the creation
-    bool m_timeKnown = true; // m_time is set
     LogScope* m_previous = nullptr;
     Logger* m_tracedBy = nullptr; // whose chain this scope is linked in; null when it is in none
 };
@@ -229,69 +234,71 @@ private:
     std::unique_ptr<Implementation> m_impl;
 };
 
-// The bodies of the check macros below.
-void writeCondition(const char* file, int line, const Loggable* owner, bool holds, const char* text);
-inline bool logCheck(const char* file, int line, const Loggable* owner, bool holds, const char* text)
+// The bodies of the check macros below: each logs what was checked and gives it back.
+void writeCondition(const LogPlace& place, bool holds, const char* text);
+inline bool logCondition(const LogPlace& place, bool holds, const char* text)
 {
-    if (isLogEnabled(file, line, holds ? LOGLEVEL_TRACE : LOGLEVEL_ERROR)) {
-        writeCondition(file, line, owner, holds, text);
+    if (isLogEnabled(place.file, place.line, holds ? LOGLEVEL_TRACE : LOGLEVEL_ERROR)) {
+        writeCondition(place, holds, text);
     }
     return holds;
 }
-HRESULT logHresult(const char* file, int line, const Loggable* owner, HRESULT result, const char* text);
-HRESULT logHresultNumber(const char* file, int line, const Loggable* owner, HRESULT result, const char* text);
-bool logWin32(const char* file, int line, const Loggable* owner, bool succeeded, const char* text);
-bool logWin32Code(const char* file, int line, const Loggable* owner, bool succeeded, DWORD error, const char* text);
-int logJniResult(const char* file, int line, const Loggable* owner, int code, const char* text);
+HRESULT logHresult(const LogPlace& place, HRESULT result, const char* text);
+HRESULT logHresultNumber(const LogPlace& place, HRESULT result, const char* text);
+bool logWin32(const LogPlace& place, bool succeeded, const char* text);
+bool logWin32With(const LogPlace& place, bool succeeded, DWORD error, const char* text);
+int logJniResult(const LogPlace& place, int code, const char* text);
 
-#define LOG_SCOPE_OF_(owner, level, name_, ...)                                                                                  \
-    LogScope logScope(LOG_SOURCE, __LINE__, level, owner);                                                                       \
+#define LOG_PLACE_ (LogPlace{LOG_SOURCE, __LINE__, logOwner()})
+#define LOG_SCOPE_AT_(place, level, name_, ...)                                                                                  \
+    LogScope logScope(place, level);                                                                                             \
     if (::isLogEnabled(LOG_SOURCE, __LINE__, level)) {                                                                           \
         logScope.name(name_) __VA_OPT__(<< __VA_ARGS__);                                                                         \
         logScope.writeEntry();                                                                                                   \
     }
-#define LOG_OF_(owner, level, ...)                                                                                               \
+#define LOG_AT_(place, level, ...)                                                                                               \
     do {                                                                                                                         \
         if (::isLogEnabled(LOG_SOURCE, __LINE__, level))                                                                         \
-            LogEntry(LOG_SOURCE, __LINE__, level, owner).stream() << __VA_ARGS__;                                                \
+            LogEntry(place, level).stream() << __VA_ARGS__;                                                                      \
     } while (false)
 
 // Levels are written ALWAYS, ERROR, WARN, INFO, FINE, TRACE.
-#define LOG_SCOPE(level, name, ...) LOG_SCOPE_OF_(this, LOGLEVEL_##level, name __VA_OPT__(, ) __VA_ARGS__)
-#define LOG_SCOPE_STATIC(level, name, ...) LOG_SCOPE_OF_(nullptr, LOGLEVEL_##level, name __VA_OPT__(, ) __VA_ARGS__)
-#define LOG(level, ...) LOG_OF_(logScope.owner(), LOGLEVEL_##level, __VA_ARGS__)
-#define LOG_PLAIN(level, ...) LOG_OF_(nullptr, LOGLEVEL_##level, __VA_ARGS__)
+#define LOG_SCOPE(level, name, ...) LOG_SCOPE_AT_(LOG_PLACE_, LOGLEVEL_##level, name __VA_OPT__(, ) __VA_ARGS__)
+// Hides the member logOwner, which a static member function cannot call.
+#define LOG_SCOPE_STATIC(level, name, ...)                                                                                       \
+    [[maybe_unused]] constexpr auto logOwner = [] { return static_cast<const Loggable*>(nullptr); };                             \
+    LOG_SCOPE(level, name __VA_OPT__(, ) __VA_ARGS__)
+#define LOG(level, ...) LOG_AT_(LOG_PLACE_, LOGLEVEL_##level, __VA_ARGS__)
+#define LOG_PLAIN(level, ...) LOG_AT_((LogPlace{LOG_SOURCE, __LINE__}), LOGLEVEL_##level, __VA_ARGS__)
 
 // The checks, by what is checked and what happens then. Each evaluates its argument once and logs the argument's own text, taken
 // at this outermost macro so that NULL or CreateDirectory come out as they are written.
 //
-//                  logs only, gives the value     returns `result` from the function on failure
-//   condition      CHECK_LOG                      CHECK_RETURN                    ": true" TRACE / ": false" ERROR
-//   HRESULT        HRESULT_LOG                    HRESULT_RETURN (its own value)  ": success: " text / ": failure: " text
-//                  HRESULT_NUMBER_LOG                                             the same with the HRESULT in decimal
-//   Win32 call     WIN32_LOG, WIN32_LOG_CODE                                      ": success" / ": failure: " text of the error
-//   JNI result     JNI_RESULT_LOG                 JNI_RESULT_RETURN               ": " name of the code, not 0 is ERROR
-#define CHECK_LOG(condition) ::logCheck(LOG_SOURCE, __LINE__, logScope.owner(), static_cast<bool>(condition), #condition)
-#define CHECK_RETURN(condition, result)                                                                                          \
+//                  logs, gives the value      also returns from the function on failure
+//   condition      LOG_CONDITION              RETURN_IF_FALSE (with `result`)         ": true" TRACE / ": false" ERROR
+//   HRESULT        LOG_HRESULT                RETURN_IF_FAILED (with the HRESULT)     ": success: " text / ": failure: " text
+//                  LOG_HRESULT_NUMBER                                                 the same with the HRESULT in decimal
+//   Win32 call     LOG_WIN32, LOG_WIN32_WITH                                          ": success" / ": failure: " text of the
+//   error JNI result                                RETURN_IF_JNI_FAILED (with `result`)    ": " name of the code, not 0 is ERROR
+#define LOG_CONDITION(condition) ::logCondition(LOG_PLACE_, static_cast<bool>(condition), #condition)
+#define RETURN_IF_FALSE(condition, result)                                                                                       \
     do {                                                                                                                         \
-        if (!::logCheck(LOG_SOURCE, __LINE__, logScope.owner(), static_cast<bool>(condition), #condition))                       \
+        if (!::logCondition(LOG_PLACE_, static_cast<bool>(condition), #condition))                                               \
             return result;                                                                                                       \
     } while (false)
-#define HRESULT_LOG(call) ::logHresult(LOG_SOURCE, __LINE__, logScope.owner(), (call), #call)
-#define HRESULT_NUMBER_LOG(call) ::logHresultNumber(LOG_SOURCE, __LINE__, logScope.owner(), (call), #call)
-#define HRESULT_RETURN(call)                                                                                                     \
+#define LOG_HRESULT(call) ::logHresult(LOG_PLACE_, (call), #call)
+#define LOG_HRESULT_NUMBER(call) ::logHresultNumber(LOG_PLACE_, (call), #call)
+#define RETURN_IF_FAILED(call)                                                                                                   \
     do {                                                                                                                         \
-        const HRESULT checkedResult_ = ::logHresult(LOG_SOURCE, __LINE__, logScope.owner(), (call), #call);                      \
+        const HRESULT checkedResult_ = ::logHresult(LOG_PLACE_, (call), #call);                                                  \
         if (checkedResult_ < 0)                                                                                                  \
             return checkedResult_;                                                                                               \
     } while (false)
-#define WIN32_LOG(call) ::logWin32(LOG_SOURCE, __LINE__, logScope.owner(), static_cast<bool>(call), #call)
+#define LOG_WIN32(call) ::logWin32(LOG_PLACE_, static_cast<bool>(call), #call)
 // For calls whose error code had to be saved before something else reset it.
-#define WIN32_LOG_CODE(condition, error)                                                                                         \
-    ::logWin32Code(LOG_SOURCE, __LINE__, logScope.owner(), static_cast<bool>(condition), error, #condition)
-#define JNI_RESULT_LOG(call) ::logJniResult(LOG_SOURCE, __LINE__, logScope.owner(), (call), #call)
-#define JNI_RESULT_RETURN(call, result)                                                                                          \
+#define LOG_WIN32_WITH(condition, error) ::logWin32With(LOG_PLACE_, static_cast<bool>(condition), error, #condition)
+#define RETURN_IF_JNI_FAILED(call, result)                                                                                       \
     do {                                                                                                                         \
-        if (::logJniResult(LOG_SOURCE, __LINE__, logScope.owner(), (call), #call) != 0)                                          \
+        if (::logJniResult(LOG_PLACE_, (call), #call) != 0)                                                                      \
             return result;                                                                                                       \
     } while (false)

@@ -5,9 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cxxabi.h>
-#include <mutex>
 #include <typeinfo>
-#include <x86intrin.h>
 
 namespace {
 // Demangled type names by the address of the encoded name. Entries are only ever added and stay until the process ends, so that a
@@ -53,11 +51,6 @@ const char* afterLast(const char* text, char separator)
     return found != nullptr ? found + 1 : text;
 }
 
-LONGLONG ticks(const FILETIME& time)
-{
-    return static_cast<LONGLONG>(static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
-}
-
 // 124 characters and a line feed each; the begin banner ends in one backslash.
 constexpr std::string_view BEGIN_BANNER = "/******************************************** error detected - begin backtrace "
                                           "********************************************\\\n";
@@ -65,7 +58,8 @@ constexpr std::string_view END_BANNER = "\\*************************************
                                         "***************************************************/\n";
 static_assert(BEGIN_BANNER.size() == 125 && END_BANNER.size() == 125);
 
-constexpr char OUT_OF_MEMORY[] = "Out of memory, a log line was left out";
+constexpr char LINE_LEFT_OUT[] = "Out of memory, a log line was left out";
+constexpr std::string_view LINE_CUT = " [out of memory]";
 } // namespace
 
 const char* Loggable::getLogClassName() const
@@ -96,10 +90,11 @@ LogStream& LogStream::operator<<(const wchar_t* text)
     if (text == nullptr) {
         return *this;
     }
-    const int length = static_cast<int>(std::wcslen(text));
-    std::string narrow(static_cast<size_t>(WideCharToMultiByte(CP_ACP, 0, text, length, nullptr, 0, nullptr, nullptr)), '\0');
-    WideCharToMultiByte(CP_ACP, 0, text, length, narrow.data(), static_cast<int>(narrow.size()), nullptr, nullptr);
-    m_stream << narrow;
+    try {
+        m_stream << ATL::narrowText(text, std::wcslen(text));
+    } catch (...) {
+        m_stream.setstate(std::ios_base::badbit); // as the stream does when it runs out of memory itself
+    }
     return *this;
 }
 
@@ -109,32 +104,21 @@ LogStream& LogStream::operator<<(std::ios_base& (*manipulator)(std::ios_base&))
     return *this;
 }
 
-LogEntry::LogEntry(const char* file, int line, int level, const Loggable* owner)
-    : LogEntry(NotPending(), file, line, level, owner)
-{
-    m_pending = true;
-    GetSystemTimeAsFileTime(&m_time);
-    if (const Logger* logger = Logger::instance()) {
-        takePlace(logger->m_impl->innermostScope());
-    }
-}
-
-LogEntry::LogEntry(NotPending, const char* file, int line, int level, const Loggable* owner)
-    : m_file(file)
-    , m_line(line)
+LogEntry::LogEntry(const LogPlace& place, int level)
+    : m_file(place.file)
+    , m_line(place.line)
     , m_level(level)
-    , m_pending(false)
 {
-    if (owner != nullptr) {
-        m_className = owner->getLogClassName();
-        m_objectInfo = owner->getLogObjectInfo();
+    GetSystemTimeAsFileTime(&m_time);
+    if (place.owner != nullptr) {
+        m_className = place.owner->getLogClassName();
+        m_objectInfo = place.owner->getLogObjectInfo();
     }
-}
-
-void LogEntry::takePlace(const LogScope* enclosing)
-{
-    m_scopeDepth = enclosing != nullptr ? enclosing->m_scopeDepth + 1 : 0;
-    m_depth = m_scopeDepth;
+    if (const Logger* const logger = Logger::instance()) {
+        const LogScope* const enclosing = logger->m_impl->innermostScope();
+        m_scopeDepth = enclosing != nullptr ? enclosing->m_scopeDepth + 1 : 0;
+        m_depth = m_scopeDepth;
+    }
 }
 
 LogEntry::~LogEntry()
@@ -182,31 +166,22 @@ const std::string& LogEntry::format()
     }
     if (m_stream) {
         m_formatted += m_stream->view();
+        m_formatted += m_stream->isComplete() ? "" : LINE_CUT;
     }
     m_formatted += '\n';
     return m_formatted;
 }
 
-LogScope::LogScope(const char* file, int line, int level, const Loggable* owner)
-    : LogEntry(NotPending(), file, line, level, owner)
-    , m_owner(owner)
+LogScope::LogScope(const LogPlace& place, int level)
+    : LogEntry(place, level)
 {
+    m_pending = false;
     Logger* const logger = Logger::instance();
-    LogScope* const enclosing = logger != nullptr ? logger->m_impl->innermostScope() : nullptr;
-    m_counter = __rdtsc();
-    m_timeKnown = enclosing == nullptr || ::isLogEnabled(file, line, level);
-    if (m_timeKnown) {
-        GetSystemTimeAsFileTime(&m_time);
-    }
-    if (logger == nullptr) {
-        return;
-    }
-    takePlace(enclosing);
-    if (level > LogState::s_traceLogLevel.load(std::memory_order_relaxed)) {
+    if (logger == nullptr || level > LogState::s_traceLogLevel.load(std::memory_order_relaxed)) {
         return;
     }
     m_tracedBy = logger;
-    m_previous = enclosing;
+    m_previous = logger->m_impl->innermostScope();
     logger->m_impl->setInnermostScope(this);
     m_marker = Marker::Entry;
 }
@@ -221,7 +196,7 @@ LogScope::~LogScope()
         try {
             writeExit();
         } catch (...) {
-            OutputDebugStringA(OUT_OF_MEMORY);
+            OutputDebugStringA(LINE_LEFT_OUT);
         }
     }
     m_tracedBy->m_impl->setInnermostScope(m_previous);
@@ -229,8 +204,8 @@ LogScope::~LogScope()
 
 void LogScope::writeExit()
 {
-    LogEntry exit(NotPending(), m_file, m_line, m_level, nullptr);
-    GetSystemTimeAsFileTime(&exit.m_time);
+    LogEntry exit({m_file, m_line}, m_level);
+    exit.m_pending = false;
     exit.m_className = m_className;
     exit.m_objectInfo = m_objectInfo;
     exit.m_depth = m_depth;
@@ -245,29 +220,6 @@ void LogScope::writeExit()
     m_tracedBy->m_impl->write(exit);
 }
 
-// A counter that does not fit (set back, or another processor's) gives one of the two ends.
-void LogScope::settleTime()
-{
-    if (m_timeKnown) {
-        return;
-    }
-    m_timeKnown = true;
-    GetSystemTimeAsFileTime(&m_time);
-    const LogScope* known = m_previous;
-    while (known != nullptr && !known->m_timeKnown) {
-        known = known->m_previous;
-    }
-    if (known == nullptr) { // above the trace level, and written all the same
-        return;
-    }
-    const ULONGLONG elapsed = __rdtsc() - known->m_counter;
-    const ULONGLONG age = std::min(m_counter - known->m_counter, elapsed);
-    const LONGLONG span = ticks(m_time) - ticks(known->m_time);
-    const double part = elapsed != 0 ? static_cast<double>(age) / static_cast<double>(elapsed) : 1;
-    const LONGLONG time = ticks(known->m_time) + static_cast<LONGLONG>(part * static_cast<double>(span));
-    m_time = {static_cast<DWORD>(time), static_cast<DWORD>(time >> 32)};
-}
-
 LogStream& LogScope::name(const char* qualifiedName)
 {
     const char* separator = std::strstr(qualifiedName, "::");
@@ -276,9 +228,8 @@ LogStream& LogScope::name(const char* qualifiedName)
 
 void LogScope::writeEntry()
 {
-    settleTime();
-    if (Logger* logger = Logger::instance()) {
-        logger->m_impl->write(*this);
+    if (Logger* const logger = Logger::instance()) {
+        logger->m_impl->writeOrDrop(*this);
     }
 }
 
@@ -299,16 +250,8 @@ void Logger::Implementation::write(LogEntry& entry)
         entry.m_written = true;
         return;
     }
-    // The counter comes back to what it was also when memory for a text runs out: otherwise every later line of this thread would
-    // count as part of this error.
-    struct CounterKeeper
-    {
-        Implementation& logger;
-        const int counter;
-        ~CounterKeeper() { logger.setBacktraceCounter(counter); }
-    };
-    const CounterKeeper before{*this, backtraceCounter()};
-    const bool isOutermost = before.counter == 0;
+    const ThreadState before(*this);
+    const bool isOutermost = backtraceCounter() == 0;
     if (isOutermost) {
         setBacktraceCounter(1);
         output(BEGIN_BANNER, false);
@@ -318,7 +261,6 @@ void Logger::Implementation::write(LogEntry& entry)
     entry.m_written = true;
     // Every error prints its whole chain, also the scopes that were written before: a client's error text is read on its own.
     for (LogScope* scope = innermostScope(); scope != nullptr; scope = scope->m_previous) {
-        scope->settleTime();
         output(scope->format(), intoErrorBuffer);
         scope->m_written = true;
     }
@@ -327,13 +269,12 @@ void Logger::Implementation::write(LogEntry& entry)
     }
 }
 
-// For destructors: without memory for its text a line is left out, and nothing else happens.
 void Logger::Implementation::writeOrDrop(LogEntry& entry) noexcept
 {
     try {
         write(entry);
     } catch (...) {
-        OutputDebugStringA(OUT_OF_MEMORY);
+        OutputDebugStringA(LINE_LEFT_OUT);
     }
 }
 
@@ -344,65 +285,64 @@ void Logger::Implementation::output(std::string_view line, bool intoErrorBuffer)
     OutputDebugStringA(text.append(productName).append(" ").append(executableName).append(" ").append(line).c_str());
     writeToFile(line);
     if (intoErrorBuffer) {
-        const std::lock_guard lock(errorLock);
+        const ATL::CComCritSecLock lock(errorLock);
         errorBuffer += line;
     }
 }
 
 namespace {
-void writeCheck(const char* file, int line, const Loggable* owner, bool passed, const char* text, const std::string& outcome)
+void writeResult(const LogPlace& place, bool succeeded, const char* text, const std::string& outcome)
 {
-    LogEntry(file, line, passed ? LOGLEVEL_TRACE : LOGLEVEL_ERROR, owner).stream() << text << outcome;
+    LogEntry(place, succeeded ? LOGLEVEL_TRACE : LOGLEVEL_ERROR).stream() << text << outcome;
 }
 
-bool isCheckEnabled(const char* file, int line, bool passed)
+bool isResultLogged(const LogPlace& place, bool succeeded)
 {
-    return isLogEnabled(file, line, passed ? LOGLEVEL_TRACE : LOGLEVEL_ERROR);
+    return isLogEnabled(place.file, place.line, succeeded ? LOGLEVEL_TRACE : LOGLEVEL_ERROR);
 }
 } // namespace
 
-void writeCondition(const char* file, int line, const Loggable* owner, bool holds, const char* text)
+void writeCondition(const LogPlace& place, bool holds, const char* text)
 {
-    writeCheck(file, line, owner, holds, text, holds ? ": true" : ": false");
+    writeResult(place, holds, text, holds ? ": true" : ": false");
 }
 
-HRESULT logHresult(const char* file, int line, const Loggable* owner, HRESULT result, const char* text)
+HRESULT logHresult(const LogPlace& place, HRESULT result, const char* text)
 {
-    if (isCheckEnabled(file, line, SUCCEEDED(result))) {
-        writeCheck(file, line, owner, SUCCEEDED(result), text,
-                   (SUCCEEDED(result) ? ": success: " : ": failure: ") + getWindowsErrorText(static_cast<unsigned>(result)));
+    if (isResultLogged(place, SUCCEEDED(result))) {
+        writeResult(place, SUCCEEDED(result), text,
+                    (SUCCEEDED(result) ? ": success: " : ": failure: ") + getWindowsErrorText(static_cast<unsigned>(result)));
     }
     return result;
 }
 
-HRESULT logHresultNumber(const char* file, int line, const Loggable* owner, HRESULT result, const char* text)
+HRESULT logHresultNumber(const LogPlace& place, HRESULT result, const char* text)
 {
-    if (isCheckEnabled(file, line, SUCCEEDED(result))) {
-        writeCheck(file, line, owner, SUCCEEDED(result), text,
-                   (SUCCEEDED(result) ? ": success: " : ": failure: ") + std::to_string(result));
+    if (isResultLogged(place, SUCCEEDED(result))) {
+        writeResult(place, SUCCEEDED(result), text, (SUCCEEDED(result) ? ": success: " : ": failure: ") + std::to_string(result));
     }
     return result;
 }
 
-bool logWin32(const char* file, int line, const Loggable* owner, bool succeeded, const char* text)
+bool logWin32(const LogPlace& place, bool succeeded, const char* text)
 {
     // First of all: building an entry reads thread-local slots, which resets the last error.
     const DWORD error = GetLastError();
-    return logWin32Code(file, line, owner, succeeded, error, text);
+    return logWin32With(place, succeeded, error, text);
 }
 
-bool logWin32Code(const char* file, int line, const Loggable* owner, bool succeeded, DWORD error, const char* text)
+bool logWin32With(const LogPlace& place, bool succeeded, DWORD error, const char* text)
 {
-    if (isCheckEnabled(file, line, succeeded)) {
-        writeCheck(file, line, owner, succeeded, text, succeeded ? ": success" : ": failure: " + getWindowsErrorText(error));
+    if (isResultLogged(place, succeeded)) {
+        writeResult(place, succeeded, text, succeeded ? ": success" : ": failure: " + getWindowsErrorText(error));
     }
     return succeeded;
 }
 
-int logJniResult(const char* file, int line, const Loggable* owner, int code, const char* text)
+int logJniResult(const LogPlace& place, int code, const char* text)
 {
-    if (isCheckEnabled(file, line, code == 0)) {
-        writeCheck(file, line, owner, code == 0, text, ": " + getJNIErrorName(code));
+    if (isResultLogged(place, code == 0)) {
+        writeResult(place, code == 0, text, ": " + getJNIErrorName(code));
     }
     return code;
 }

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <mutex>
 #include <shlobj.h>
 #include <vector>
 
@@ -13,9 +12,10 @@
 
 namespace {
 
-// ATL_VER of the project's template layer (atl/base.h), which this room stands beside and cannot ask.
-constexpr int TEMPLATE_LAYER_VERSION = 0x0100;
 constexpr int COMPILER_VERSION = __GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__;
+
+// A buffer that a long line has made larger than this is given back.
+constexpr size_t KEPT_BUFFER = 65536;
 
 struct FindCloser
 {
@@ -28,11 +28,6 @@ std::string withBackslash(std::string directory)
         directory += '\\';
     }
     return directory;
-}
-
-LONGLONG ticks(const FILETIME& time)
-{
-    return static_cast<LONGLONG>(static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
 }
 
 // A level outside the table, the default 6 included, is taken as `otherwise`.
@@ -87,6 +82,9 @@ void LogFile::write(std::string_view text)
     const BOOL succeeded = WriteFile(m_handle, m_buffer.data(), static_cast<DWORD>(m_buffer.size()), &written, nullptr);
     m_failed = succeeded == FALSE || written != m_buffer.size();
     m_position += written;
+    if (m_buffer.capacity() > KEPT_BUFFER) {
+        m_buffer = {};
+    }
 }
 
 void Logger::initParametersFromRegistryOrSpecialFolder()
@@ -114,7 +112,7 @@ void Logger::Implementation::initSetDefaultLogfilePath()
 {
     LOG_SCOPE_STATIC(FINE, "Logger::initSetDefaultLogfilePath");
     char localappdatadir[MAX_PATH + 1] = {};
-    if (FAILED(HRESULT_LOG(SHGetFolderPath(0, CSIDL_LOCAL_APPDATA, 0, SHGFP_TYPE_CURRENT, localappdatadir)))) {
+    if (FAILED(LOG_HRESULT(SHGetFolderPath(0, CSIDL_LOCAL_APPDATA, 0, SHGFP_TYPE_CURRENT, localappdatadir)))) {
         return;
     }
     logDirectory = withBackslash(localappdatadir) + productName + "-logs";
@@ -125,7 +123,7 @@ HRESULT Logger::Implementation::initSetParametersIfDesktopFolderExists()
 {
     LOG_SCOPE_STATIC(FINE, "Logger::initSetParametersIfDesktopFolderExists");
     char desktopdir[MAX_PATH + 1] = {};
-    HRESULT_RETURN(SHGetFolderPath(0, CSIDL_DESKTOPDIRECTORY, 0, SHGFP_TYPE_CURRENT, desktopdir));
+    RETURN_IF_FAILED(SHGetFolderPath(0, CSIDL_DESKTOPDIRECTORY, 0, SHGFP_TYPE_CURRENT, desktopdir));
     const std::string candidate = std::string(desktopdir) + "\\" + productName + "-logs";
     const DWORD attributes = GetFileAttributesA(candidate.c_str());
     LOG(TRACE, "file attributes are " << std::hex << attributes);
@@ -166,7 +164,7 @@ void Logger::Implementation::ensureLogDirectory()
     const DWORD attributes = GetFileAttributesA(directory.c_str());
     LOG(TRACE, "file attributes are " << std::hex << attributes);
     if (attributes == INVALID_FILE_ATTRIBUTES) {
-        WIN32_LOG(CreateDirectory(directory.c_str(), 0));
+        LOG_WIN32(CreateDirectory(directory.c_str(), 0));
     }
 }
 
@@ -175,7 +173,7 @@ void Logger::Implementation::setLogFilePrefix(const std::string& prefix)
     LOG_SCOPE_STATIC(FINE, "Logger::setLogFilePrefix", prefix);
     bool redirect;
     {
-        const std::lock_guard lock(fileLock);
+        const ATL::CComCritSecLock lock(fileLock);
         redirect = file.isOpen() && prefix != logFilePrefix;
         if (!redirect) {
             logFilePrefix = prefix;
@@ -187,7 +185,7 @@ void Logger::Implementation::setLogFilePrefix(const std::string& prefix)
 
     LOG(INFO, "Re-directing logging, closing this log file");
     {
-        const std::lock_guard lock(fileLock);
+        const ATL::CComCritSecLock lock(fileLock);
         file.close();
         openAttempted = false;
         logFilePrefix = prefix;
@@ -208,7 +206,7 @@ std::string Logger::Implementation::logFileName() const
 
 void Logger::Implementation::writeToFile(std::string_view text)
 {
-    const std::lock_guard lock(fileLock);
+    const ATL::CComCritSecLock lock(fileLock);
     if (logFilePrefix.empty()) {
         return;
     }
@@ -244,24 +242,21 @@ void Logger::Implementation::openFile()
     // The line that opened the file may be the first of a backtrace. The block belongs neither to it nor to the client's error
     // text, not even with an error of its own: the error buffer's lock is never taken under the file lock. A counter below zero
     // does both.
-    const int counter = backtraceCounter();
-    LogScope* const scope = innermostScope();
+    const ThreadState before(*this);
     setBacktraceCounter(-1);
     setInnermostScope(nullptr);
     writeSystemInformation();
-    setInnermostScope(scope);
-    setBacktraceCounter(counter);
 }
 
 void Logger::Implementation::writeSystemInformation()
 {
     LOG_SCOPE_STATIC(FINE, "Logger::writeSystemInformation");
-    LOG(ALWAYS, productName << " version: " << CVersion::getVersionInfo() << ", ATL version: 0x" << std::hex
-                            << TEMPLATE_LAYER_VERSION << ", compiler version: " << std::dec << COMPILER_VERSION);
+    LOG(ALWAYS, productName << " version: " << CVersion::getVersionInfo() << ", ATL version: 0x" << std::hex << ATL::ATL_VER
+                            << ", compiler version: " << std::dec << COMPILER_VERSION);
 
     OSVERSIONINFOEXA versionInfo = {};
     versionInfo.dwOSVersionInfoSize = sizeof versionInfo;
-    CHECK_LOG(GetVersionEx((OSVERSIONINFO*)&versionInfo));
+    LOG_CONDITION(GetVersionEx((OSVERSIONINFO*)&versionInfo));
     LOG(ALWAYS, "Windows version: " << versionInfo.dwMajorVersion << "." << versionInfo.dwMinorVersion << "."
                                     << versionInfo.dwBuildNumber << ", service pack " << versionInfo.wServicePackMajor << "."
                                     << versionInfo.wServicePackMinor << ", suite mask: " << std::hex << versionInfo.wSuiteMask

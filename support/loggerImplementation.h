@@ -1,27 +1,17 @@
 // What the source files of the logger share. Nothing outside this room and its tests includes it.
 #pragma once
 
+#include "atl/base.h"
 #include "support/logger.h"
 
 #include <string>
 #include <string_view>
 
-// A Win32 critical section for std::lock_guard. Recursive, which the system information block needs: it logs under the file lock.
-// Never deleted while threads may still log; that is why the Logger, which owns two, is never freed.
-class LogLock
+// A file time in its units of 100 ns.
+inline LONGLONG ticks(const FILETIME& time)
 {
-public:
-    // Raises std::system_error with the HRESULT made from GetLastError().
-    LogLock();
-    LogLock(const LogLock&) = delete;
-    LogLock& operator=(const LogLock&) = delete;
-
-    void lock() { EnterCriticalSection(&m_section); }
-    void unlock() { LeaveCriticalSection(&m_section); }
-
-private:
-    CRITICAL_SECTION m_section;
-};
+    return static_cast<LONGLONG>(static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
+}
 
 // A text file opened for appending, which others may read and write meanwhile. One write call a text, so that no line is torn
 // even when another process appends to the same file.
@@ -51,9 +41,35 @@ private:
 
 struct Logger::Implementation
 {
+    // Gives the calling thread back its backtrace counter and its scope chain, whatever happens in between: otherwise every later
+    // line of the thread would count as part of an error.
+    class ThreadState
+    {
+    public:
+        explicit ThreadState(Implementation& logger)
+            : m_logger(logger)
+            , m_counter(logger.backtraceCounter())
+            , m_scope(logger.innermostScope())
+        {
+        }
+        ~ThreadState()
+        {
+            m_logger.setInnermostScope(m_scope);
+            m_logger.setBacktraceCounter(m_counter);
+        }
+        ThreadState(const ThreadState&) = delete;
+        ThreadState& operator=(const ThreadState&) = delete;
+
+    private:
+        Implementation& m_logger;
+        const int m_counter;
+        LogScope* const m_scope;
+    };
+
     // loggerEntry.cpp
     // Writes an entry and, for an ERROR, the backtrace around it.
     void write(LogEntry& entry);
+    // The same; without memory for it the line is left out.
     void writeOrDrop(LogEntry& entry) noexcept;
     void output(std::string_view line, bool intoErrorBuffer);
     int backtraceCounter() const;
@@ -85,12 +101,13 @@ struct Logger::Implementation
     int oldLogFileAge = 28 * 24 * 60 * 60;
     bool magicDirectory = false;
 
-    LogLock fileLock; // guards the file and its state, the prefix and the index
+    // Recursive, which the system information needs: its lines are written under this lock.
+    ATL::CComAutoCriticalSection fileLock; // guards the file and its state, the prefix and the index
     LogFile file;
     bool openAttempted = false;
     bool systemInformationWritten = false;
 
-    LogLock errorLock; // guards errorBuffer
+    ATL::CComAutoCriticalSection errorLock; // guards errorBuffer
     std::string errorBuffer;
 
     DWORD counterSlot = TLS_OUT_OF_INDEXES; // a thread's depth of error backtraces

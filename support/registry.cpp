@@ -14,7 +14,7 @@ CRegistry::CRegistry(const char* path, HKEY keyroot, REGSAM access)
     , m_path(path)
 {
     LOG_SCOPE(FINE, "CRegistry::CRegistry", path);
-    CHECK_LOG(RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS);
+    LOG_CONDITION(RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS);
 }
 
 CRegistry::~CRegistry()

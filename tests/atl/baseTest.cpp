@@ -237,8 +237,8 @@ TEST(BstrTest, OwnershipMoves)
 
 TEST(BstrTest, AnImpossibleLengthIsOutOfMemory)
 {
-    EXPECT_EQ(thrownBy([] { const CComBSTR text(nullptr, 0xFFFFFFFFu); }), E_OUTOFMEMORY);
-    EXPECT_EQ(thrownBy([] { const CComBSTR text(nullptr, size_t{1} << 40); }), E_OUTOFMEMORY);
+    EXPECT_EQ(thrownBy([] { const CComBSTR text(L"", 0xFFFFFFFFu); }), E_OUTOFMEMORY);
+    EXPECT_EQ(thrownBy([] { const CComBSTR text(L"", size_t{1} << 40); }), E_OUTOFMEMORY);
 }
 
 TEST(VariantTest, TextIsACopy)

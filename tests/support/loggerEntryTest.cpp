@@ -244,7 +244,7 @@ TEST_F(LoggerEntryTest, BacktraceDoesNotTouchAnObjectThatIsGone)
 {
     {
         auto control = std::make_unique<Control>("short-lived");
-        LogScope scope(LOG_SOURCE, __LINE__, LOGLEVEL_FINE, control.get());
+        LogScope scope({LOG_SOURCE, __LINE__, control.get()}, LOGLEVEL_FINE);
         control.reset();
         LOG_PLAIN(ERROR, "after its end");
     }
@@ -258,8 +258,8 @@ TEST_F(LoggerEntryTest, HeaderIsAsLogReadersExpectIt)
     SYSTEMTIME before;
     SYSTEMTIME after;
     GetLocalTime(&before);
-    LogEntry("D:\\build\\server\\abcdefghijklmnopqrstuvwxy", 7, LOGLEVEL_WARN).stream() << "text";
-    LogEntry("short", 12345, LOGLEVEL_WARN).stream() << "text";
+    LogEntry({"D:\\build\\server\\abcdefghijklmnopqrstuvwxy", 7}, LOGLEVEL_WARN).stream() << "text";
+    LogEntry({"short", 12345}, LOGLEVEL_WARN).stream() << "text";
     GetLocalTime(&after);
     const std::vector<std::string> texts = m_stream.texts();
     char thread[16];
@@ -313,7 +313,7 @@ TEST_F(LoggerEntryTest, IndentationGrowsWithDepthUpToTwenty)
     begin(LOGLEVEL_FINE);
     std::vector<std::unique_ptr<LogScope>> scopes;
     for (int depth = 0; depth < 26; ++depth) {
-        scopes.push_back(std::make_unique<LogScope>(LOG_SOURCE, __LINE__, LOGLEVEL_FINE));
+        scopes.push_back(std::make_unique<LogScope>(LogPlace{LOG_SOURCE, __LINE__}, LOGLEVEL_FINE));
         scopes.back()->name("scope") << depth;
         scopes.back()->writeEntry();
     }
@@ -338,7 +338,7 @@ class AgedScope : public LogScope
 {
 public:
     explicit AgedScope(int milliseconds)
-        : LogScope(LOG_SOURCE, __LINE__, LOGLEVEL_FINE)
+        : LogScope({LOG_SOURCE, __LINE__}, LOGLEVEL_FINE)
     {
         ULARGE_INTEGER time;
         time.LowPart = m_time.dwLowDateTime;

@@ -49,9 +49,9 @@ TEST(LoggerLifecycleTest, WithoutLoggerEverythingIsSilentAndNothingIsKept)
     DebugStream stream;
     Logger::setMaxLogLevel(LOGLEVEL_TRACE);
     EXPECT_FALSE(isLogEnabled(LOG_SOURCE, __LINE__, LOGLEVEL_ALWAYS));
-    LogEntry(LOG_SOURCE, __LINE__, LOGLEVEL_ERROR).stream() << "unheard";
+    LogEntry({LOG_SOURCE, __LINE__}, LOGLEVEL_ERROR).stream() << "unheard";
     {
-        LogScope scope(LOG_SOURCE, __LINE__, LOGLEVEL_INFO);
+        LogScope scope({LOG_SOURCE, __LINE__}, LOGLEVEL_INFO);
         scope.name("Sample::scope");
         scope.writeEntry();
     }

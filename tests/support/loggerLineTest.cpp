@@ -121,7 +121,7 @@ class Scope : public LogScope
 {
 public:
     explicit Scope(const Loggable* owner)
-        : LogScope("D:\\com\\JavaManagerATLObject", 44, LOGLEVEL_FINE, owner)
+        : LogScope({"D:\\com\\JavaManagerATLObject", 44, owner}, LOGLEVEL_FINE)
     {
         name("CJavaManagerATLObject::setBounds") << 0 << ", " << 0 << ", " << 100 << ", " << 100;
         writeEntry();
@@ -164,11 +164,11 @@ TEST_F(LoggerLineTest, StatementIsWrittenWholeWithTheObjectsTextAndTheTimeOfItsC
     {
         const ThreadIdHook thread("GetCurrentThreadId", longThreadId);
         {
-            LogEntry entry("a/b\\c/d", 5, LOGLEVEL_WARN, &control);
+            LogEntry entry({"a/b\\c/d", 5, &control}, LOGLEVEL_WARN);
             s_now += HOUR;
             entry.stream() << "text";
         }
-        LogEntry("plain", 5, LOGLEVEL_ERROR).stream() << "text";
+        LogEntry({"plain", 5}, LOGLEVEL_ERROR).stream() << "text";
     }
     EXPECT_THAT(sent(),
                 ElementsAre("2020-03-04 10:15:02.123 1234567 WARN   c/d                  005    CSampleControl frame 7 text\n",
@@ -223,7 +223,7 @@ TEST_F(LoggerLineTest, ExitHasTheLineNumberModuleAndLevelOfTheEntry)
     begin(LOGLEVEL_TRACE);
     {
         const Scope fine(nullptr);
-        LogScope info("other", 7, LOGLEVEL_INFO);
+        LogScope info({"other", 7}, LOGLEVEL_INFO);
         info.name("Sample::info");
         info.writeEntry();
     }
@@ -283,8 +283,8 @@ TEST_F(LoggerLineTest, WhatWasBegunWithoutALoggerIsNotIndented)
 {
     m_world.stop();
     {
-        LogScope scope(LOG_SOURCE, 1, LOGLEVEL_WARN);
-        LogEntry entry(LOG_SOURCE, 2, LOGLEVEL_WARN);
+        LogScope scope({LOG_SOURCE, 1}, LOGLEVEL_WARN);
+        LogEntry entry({LOG_SOURCE, 2}, LOGLEVEL_WARN);
         entry.stream() << "statement";
         m_world.start();
         LOG_PLAIN(ALWAYS, "opens the file");

@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 
 #include <cstring>
-#include <system_error>
 #include <thread>
 
 #define LOG_SOURCE "loggerSystemTest"
@@ -76,10 +75,10 @@ TEST_F(LoggerSystemTest, LockThatCannotBeMadeRaisesTheErrorAsAnHresult)
 {
     const LockHook hook("InitializeCriticalSectionEx", refuseLock);
     try {
-        const LogLock lock;
+        const ATL::CComAutoCriticalSection lock;
         ADD_FAILURE() << "nothing was raised";
-    } catch (const std::system_error& error) {
-        EXPECT_EQ(static_cast<unsigned>(error.code().value()), 0x80070008u);
+    } catch (const ATL::CAtlException& error) {
+        EXPECT_EQ(static_cast<unsigned>(error.m_hr), 0x80070008u);
     }
 }
 

@@ -43,7 +43,7 @@ protected:
 // Writes a statement for whose line there is no memory.
 void writeTooLong(int level)
 {
-    auto entry = std::make_unique<LogEntry>(LOG_SOURCE, 1, level);
+    auto entry = std::make_unique<LogEntry>(LogPlace{LOG_SOURCE, 1}, level);
     entry->stream() << TOO_LONG;
     const FailingAllocations failing(FailingAllocations::Kind::Large);
     entry.reset();
@@ -74,7 +74,7 @@ TEST_F(LoggerMemoryTest, ErrorThatIsLeftOutDoesNotMakeLaterLinesPartOfIt)
 TEST_F(LoggerMemoryTest, ExitThatIsLeftOutClosesItsScopeAllTheSame)
 {
     std::optional<LogScope> scope;
-    scope.emplace(LOG_SOURCE, 1, LOGLEVEL_FINE);
+    scope.emplace(LogPlace{LOG_SOURCE, 1}, LOGLEVEL_FINE);
     scope->name("Sample::scope");
     scope->writeEntry();
     scope->stream() << TOO_LONG;

@@ -175,7 +175,7 @@ TEST(VersionTest, LogBeginsWithTheVersionOfTheExecutable)
 {
     fixtures::LoggerWorld world;
     world.start();
-    LogEntry("versionTest", 1, LOGLEVEL_WARN).stream() << "text";
+    LogEntry({"versionTest", 1}, LOGLEVEL_WARN).stream() << "text";
     const std::string gcc = std::to_string(__GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__);
     EXPECT_EQ(world.logLines().front().body, "    VERSIONTEST version: 3.4.5.6, ATL version: 0x100, compiler version: " + gcc);
 }
