@@ -28,11 +28,13 @@ __attribute__((init_priority(101))) const LoggerGuard s_guard;
 
 void Logger::addRefCount()
 {
-    if (s_referenceCount++ == 0) {
+    if (s_referenceCount == 0) {
         auto* logger = new Logger; // never freed, see the header
+        ++s_referenceCount;
         logger->start();
         return;
     }
+    ++s_referenceCount;
     LOG_SCOPE_STATIC(FINE, "Logger::addRefCount", "logging already initialized");
 }
 
@@ -71,7 +73,7 @@ void Logger::start()
     LOG_PLAIN(INFO, "Beginning logging to debug stream (logging parameters not yet initialized)");
     initParametersFromRegistryOrSpecialFolder();
     LOG_PLAIN(INFO, "Beginning logging with log level " << getLogLevelName(maxLogLevel()) << ", log file prefix is "
-                                                        << m_impl->logFilePrefix);
+                                                        << logFilePrefix());
     LOG_PLAIN(INFO, "Executable path: " << m_impl->executablePath);
     initCleanUpLogFiles();
 }

@@ -5,10 +5,11 @@
 //            a logging call.
 // Threads:   any thread may log at any time, also before the Logger exists and after it has ended (then nothing is written).
 //            addRefCount and release are called at process start and end only.
-// Failure:   logging never throws and never fails visibly. A log file that cannot be opened ends file logging; the debugger
-// stream
-//            goes on. A line whose text runs out of memory ends with " [out of memory]" or, without memory even for that, is left
-//            out. Only the creation of the Logger's locks throws: CAtlException with the HRESULT 0x8007xxxx.
+// Failure:   logging never throws and never fails visibly; what an argument of a statement throws is the caller's. A log file
+// that
+//            cannot be opened ends file logging; the debugger stream goes on. A line whose text runs out of memory ends with
+//            " [out of memory]" or, without memory even for that, is left out. Only creating and placing the Logger throws:
+//            CAtlException with the HRESULT 0x8007xxxx for a lock, std::bad_alloc for the rest.
 //
 // How a function logs:
 //
@@ -16,9 +17,9 @@
 //
 //     HRESULT CBeanFrame::setEnabled(bool enabled)
 //     {
-//         LOG_SCOPE(INFO, "CBeanFrame::setEnabled", enabled);     // LOG_SCOPE_STATIC in free functions and static members
-//         LOG(FINE, "text=" << text);
-//         RETURN_IF_FALSE(m_key != NULL, E_FAIL);
+//         LOG_SCOPE(FINE, "CBeanFrame::setEnabled", enabled);     // LOG_SCOPE_STATIC in free functions and static members
+//         RETURN_IF_FALSE(beanObject != NULL, E_FAIL);
+//         LOG(FINE, "bean=" << beanObject);
 //         ...
 //     }
 //
@@ -124,7 +125,8 @@ public:
 
     // Valid until the next text is streamed.
     std::string_view view() const { return m_stream.view(); }
-    // False once memory has run out: what was streamed from then on is missing.
+    // Ends the text here, as the stream itself does when it runs out of memory.
+    void setIncomplete() { m_stream.setstate(std::ios_base::badbit); }
     bool isComplete() const { return !m_stream.bad(); }
 
 private:
@@ -137,7 +139,7 @@ class LogEntry
 {
 public:
     // A statement: written when it goes out of scope. The owner is asked for its name and text here and not used afterwards,
-    // since it may be gone when the line is printed.
+    // since it may be gone when the line is written.
     LogEntry(const LogPlace& place, int level);
     ~LogEntry();
     LogEntry(const LogEntry&) = delete;
@@ -148,7 +150,7 @@ public:
 protected:
     enum class Marker { Plain, Entry, Exit };
 
-    // The finished line with its line feed; formatted once, with the id of the calling thread.
+    // The finished line with its line feed; formatted once, with the id of the calling thread. May run out of memory.
     const std::string& format();
 
     friend class Logger;
@@ -157,14 +159,14 @@ protected:
     const char* m_file;
     int m_line;
     int m_level;
-    int m_depth = -1;
-    int m_scopeDepth = 0; // handed on to what is nested inside
+    int m_depth = -1; // no indentation
     Marker m_marker = Marker::Plain;
     bool m_pending = true;
     bool m_written = false;
+    bool m_isComplete = true; // false: there was no memory for what the owner said of itself
     const char* m_className = "";
     std::string m_objectInfo;
-    FILETIME m_time; // UTC; converted to local time only when printed
+    FILETIME m_time; // UTC; converted to local time only when written
     std::optional<LogStream> m_stream;
     std::string m_formatted;
 };
@@ -200,7 +202,7 @@ public:
     // Null while no Logger exists.
     static Logger* instance() { return s_instance.load(std::memory_order_acquire); }
 
-    // Any integer is stored; callers keep to 0..5 (-1 silences the log).
+    // Any integer is stored; callers keep to 0..5, or to -1, which silences the log.
     static void setMaxLogLevel(int level);
     // The lines collected by error backtraces of all threads since the last call; empties the buffer. "" without a Logger.
     static std::string getErrorEntries();
@@ -278,8 +280,8 @@ int logJniResult(const LogPlace& place, int code, const char* text);
 //   condition      LOG_CONDITION              RETURN_IF_FALSE (with `result`)         ": true" TRACE / ": false" ERROR
 //   HRESULT        LOG_HRESULT                RETURN_IF_FAILED (with the HRESULT)     ": success: " text / ": failure: " text
 //                  LOG_HRESULT_NUMBER                                                 the same with the HRESULT in decimal
-//   Win32 call     LOG_WIN32, LOG_WIN32_WITH                                          ": success" / ": failure: " text of the
-//   error JNI result                                RETURN_IF_JNI_FAILED (with `result`)    ": " name of the code, not 0 is ERROR
+//   Win32 call     LOG_WIN32, LOG_WIN32_WITH                                          ": success" / ": failure: " error's text
+//   JNI result                                RETURN_IF_JNI_FAILED (with `result`)    ": " name of the code, not 0 is ERROR
 #define LOG_CONDITION(condition) ::logCondition(LOG_PLACE_, static_cast<bool>(condition), #condition)
 #define RETURN_IF_FALSE(condition, result)                                                                                       \
     do {                                                                                                                         \

@@ -22,11 +22,10 @@ std::string demangle(const char* encoded)
 {
     int status = 0;
     const std::unique_ptr<char, decltype(&std::free)> plain(abi::__cxa_demangle(encoded, nullptr, nullptr, &status), &std::free);
-    std::string name = plain != nullptr ? plain.get() : encoded;
-    if (name.compare(0, 6, "class ") == 0) {
-        name.erase(0, 6);
+    if (plain == nullptr) { // the name of a type is always well-formed
+        throw std::bad_alloc();
     }
-    return name;
+    return plain.get();
 }
 
 const char* plainTypeName(const char* encoded)
@@ -58,7 +57,6 @@ constexpr std::string_view END_BANNER = "\\*************************************
                                         "***************************************************/\n";
 static_assert(BEGIN_BANNER.size() == 125 && END_BANNER.size() == 125);
 
-constexpr char LINE_LEFT_OUT[] = "Out of memory, a log line was left out";
 constexpr std::string_view LINE_CUT = " [out of memory]";
 } // namespace
 
@@ -93,7 +91,7 @@ LogStream& LogStream::operator<<(const wchar_t* text)
     try {
         m_stream << ATL::narrowText(text, std::wcslen(text));
     } catch (...) {
-        m_stream.setstate(std::ios_base::badbit); // as the stream does when it runs out of memory itself
+        setIncomplete();
     }
     return *this;
 }
@@ -111,13 +109,16 @@ LogEntry::LogEntry(const LogPlace& place, int level)
 {
     GetSystemTimeAsFileTime(&m_time);
     if (place.owner != nullptr) {
-        m_className = place.owner->getLogClassName();
-        m_objectInfo = place.owner->getLogObjectInfo();
+        try {
+            m_className = place.owner->getLogClassName();
+            m_objectInfo = place.owner->getLogObjectInfo();
+        } catch (...) {
+            m_isComplete = false;
+        }
     }
     if (const Logger* const logger = Logger::instance()) {
         const LogScope* const enclosing = logger->m_impl->innermostScope();
-        m_scopeDepth = enclosing != nullptr ? enclosing->m_scopeDepth + 1 : 0;
-        m_depth = m_scopeDepth;
+        m_depth = enclosing != nullptr ? enclosing->m_depth + 1 : 0;
     }
 }
 
@@ -127,7 +128,7 @@ LogEntry::~LogEntry()
         return;
     }
     if (Logger* logger = Logger::instance()) {
-        logger->m_impl->writeOrDrop(*this);
+        logger->m_impl->write(*this);
     }
 }
 
@@ -155,20 +156,25 @@ const std::string& LogEntry::format()
                       time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds,
                       static_cast<int>(GetCurrentThreadId()), getLogLevelName(m_level), afterLast(m_file, '\\'), m_line);
 
-    m_formatted.reserve(256);
-    m_formatted.append(header, static_cast<size_t>(length));
+    // Kept when it is whole: a line that runs out of memory halfway may be wanted again by a backtrace.
+    std::string whole;
+    whole.reserve(256);
+    whole.append(header, static_cast<size_t>(length));
     if (m_depth >= 0) {
-        m_formatted.append(static_cast<size_t>(std::min(m_depth, 20)), ' ');
-        m_formatted += m_marker == Marker::Plain ? "   " : m_marker == Marker::Entry ? "-> " : "<- ";
+        whole.append(static_cast<size_t>(std::min(m_depth, 20)), ' ');
+        whole += m_marker == Marker::Plain ? "   " : m_marker == Marker::Entry ? "-> " : "<- ";
     }
     if (*m_className != '\0') {
-        m_formatted.append(m_className).append(" ").append(m_objectInfo).append(" ");
+        whole.append(m_className).append(" ").append(m_objectInfo).append(" ");
     }
     if (m_stream) {
-        m_formatted += m_stream->view();
-        m_formatted += m_stream->isComplete() ? "" : LINE_CUT;
+        whole += m_stream->view();
     }
-    m_formatted += '\n';
+    if (!m_isComplete || (m_stream && !m_stream->isComplete())) {
+        whole += LINE_CUT;
+    }
+    whole += '\n';
+    m_formatted = std::move(whole);
     return m_formatted;
 }
 
@@ -193,11 +199,7 @@ LogScope::~LogScope()
         return;
     }
     if (m_written) {
-        try {
-            writeExit();
-        } catch (...) {
-            OutputDebugStringA(LINE_LEFT_OUT);
-        }
+        leaveOutOnFailure([this] { writeExit(); });
     }
     m_tracedBy->m_impl->setInnermostScope(m_previous);
 }
@@ -206,6 +208,7 @@ void LogScope::writeExit()
 {
     LogEntry exit({m_file, m_line}, m_level);
     exit.m_pending = false;
+    exit.m_isComplete = m_isComplete && (!m_stream || m_stream->isComplete());
     exit.m_className = m_className;
     exit.m_objectInfo = m_objectInfo;
     exit.m_depth = m_depth;
@@ -229,7 +232,7 @@ LogStream& LogScope::name(const char* qualifiedName)
 void LogScope::writeEntry()
 {
     if (Logger* const logger = Logger::instance()) {
-        logger->m_impl->writeOrDrop(*this);
+        logger->m_impl->write(*this);
     }
 }
 
@@ -243,39 +246,34 @@ void Logger::Implementation::setBacktraceCounter(int counter)
     TlsSetValue(counterSlot, reinterpret_cast<void*>(static_cast<INT_PTR>(counter)));
 }
 
-void Logger::Implementation::write(LogEntry& entry)
+void Logger::Implementation::write(LogEntry& entry) noexcept
 {
-    if (entry.m_level != LOGLEVEL_ERROR) {
-        output(entry.format(), backtraceCounter() >= 1);
-        entry.m_written = true;
-        return;
-    }
-    const ThreadState before(*this);
-    const bool isOutermost = backtraceCounter() == 0;
-    if (isOutermost) {
+    const bool isError = entry.m_level == LOGLEVEL_ERROR;
+    const bool beginsBacktrace = isError && backtraceCounter() == 0;
+    if (beginsBacktrace) {
         setBacktraceCounter(1);
-        output(BEGIN_BANNER, false);
+        leaveOutOnFailure([this] { output(BEGIN_BANNER, false); });
     }
     const bool intoErrorBuffer = backtraceCounter() >= 1;
-    output(entry.format(), intoErrorBuffer);
-    entry.m_written = true;
-    // Every error prints its whole chain, also the scopes that were written before: a client's error text is read on its own.
-    for (LogScope* scope = innermostScope(); scope != nullptr; scope = scope->m_previous) {
-        output(scope->format(), intoErrorBuffer);
-        scope->m_written = true;
+    writeLine(entry, intoErrorBuffer);
+    if (isError) {
+        // The whole chain each time, also scopes that were written before: a client's error text is read on its own.
+        for (LogScope* scope = innermostScope(); scope != nullptr; scope = scope->m_previous) {
+            writeLine(*scope, intoErrorBuffer);
+        }
     }
-    if (isOutermost) {
-        output(END_BANNER, false);
+    if (beginsBacktrace) {
+        leaveOutOnFailure([this] { output(END_BANNER, false); });
+        setBacktraceCounter(0);
     }
 }
 
-void Logger::Implementation::writeOrDrop(LogEntry& entry) noexcept
+void Logger::Implementation::writeLine(LogEntry& entry, bool intoErrorBuffer) noexcept
 {
-    try {
-        write(entry);
-    } catch (...) {
-        OutputDebugStringA(LINE_LEFT_OUT);
-    }
+    leaveOutOnFailure([&] {
+        output(entry.format(), intoErrorBuffer);
+        entry.m_written = true;
+    });
 }
 
 void Logger::Implementation::output(std::string_view line, bool intoErrorBuffer)
@@ -291,36 +289,44 @@ void Logger::Implementation::output(std::string_view line, bool intoErrorBuffer)
 }
 
 namespace {
-void writeResult(const LogPlace& place, bool succeeded, const char* text, const std::string& outcome)
+const char* outcomeOf(HRESULT result)
 {
-    LogEntry(place, succeeded ? LOGLEVEL_TRACE : LOGLEVEL_ERROR).stream() << text << outcome;
+    return SUCCEEDED(result) ? ": success: " : ": failure: ";
 }
 
-bool isResultLogged(const LogPlace& place, bool succeeded)
+// What a check has found: its own text and the outcome's, which is asked for only when its level is on.
+template <class Outcome>
+void writeResult(const LogPlace& place, bool succeeded, const char* text, Outcome outcome)
 {
-    return isLogEnabled(place.file, place.line, succeeded ? LOGLEVEL_TRACE : LOGLEVEL_ERROR);
+    const int level = succeeded ? LOGLEVEL_TRACE : LOGLEVEL_ERROR;
+    if (!isLogEnabled(place.file, place.line, level)) {
+        return;
+    }
+    LogEntry entry(place, level);
+    LogStream& stream = entry.stream() << text;
+    try {
+        stream << outcome();
+    } catch (...) {
+        stream.setIncomplete();
+    }
 }
 } // namespace
 
 void writeCondition(const LogPlace& place, bool holds, const char* text)
 {
-    writeResult(place, holds, text, holds ? ": true" : ": false");
+    writeResult(place, holds, text, [holds] { return holds ? ": true" : ": false"; });
 }
 
 HRESULT logHresult(const LogPlace& place, HRESULT result, const char* text)
 {
-    if (isResultLogged(place, SUCCEEDED(result))) {
-        writeResult(place, SUCCEEDED(result), text,
-                    (SUCCEEDED(result) ? ": success: " : ": failure: ") + getWindowsErrorText(static_cast<unsigned>(result)));
-    }
+    writeResult(place, SUCCEEDED(result), text,
+                [result] { return outcomeOf(result) + getWindowsErrorText(static_cast<unsigned>(result)); });
     return result;
 }
 
 HRESULT logHresultNumber(const LogPlace& place, HRESULT result, const char* text)
 {
-    if (isResultLogged(place, SUCCEEDED(result))) {
-        writeResult(place, SUCCEEDED(result), text, (SUCCEEDED(result) ? ": success: " : ": failure: ") + std::to_string(result));
-    }
+    writeResult(place, SUCCEEDED(result), text, [result] { return outcomeOf(result) + std::to_string(result); });
     return result;
 }
 
@@ -333,16 +339,13 @@ bool logWin32(const LogPlace& place, bool succeeded, const char* text)
 
 bool logWin32With(const LogPlace& place, bool succeeded, DWORD error, const char* text)
 {
-    if (isResultLogged(place, succeeded)) {
-        writeResult(place, succeeded, text, succeeded ? ": success" : ": failure: " + getWindowsErrorText(error));
-    }
+    writeResult(place, succeeded, text,
+                [=] { return succeeded ? std::string(": success") : ": failure: " + getWindowsErrorText(error); });
     return succeeded;
 }
 
 int logJniResult(const LogPlace& place, int code, const char* text)
 {
-    if (isResultLogged(place, code == 0)) {
-        writeResult(place, code == 0, text, ": " + getJNIErrorName(code));
-    }
+    writeResult(place, code == 0, text, [code] { return ": " + getJNIErrorName(code); });
     return code;
 }

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int COMPILER_VERSION = __GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__;
 
-// A buffer that a long line has made larger than this is given back.
+// The file's buffer keeps this much; what a longer line needed is given back.
 constexpr size_t KEPT_BUFFER = 65536;
 
 struct FindCloser
@@ -83,7 +83,7 @@ void LogFile::write(std::string_view text)
     m_failed = succeeded == FALSE || written != m_buffer.size();
     m_position += written;
     if (m_buffer.capacity() > KEPT_BUFFER) {
-        m_buffer = {};
+        std::string().swap(m_buffer); // assigning an empty text would keep the memory
     }
 }
 
@@ -159,7 +159,7 @@ void Logger::Implementation::ensureLogDirectory()
 {
     LOG_SCOPE_STATIC(FINE, "Logger::ensureLogDirectory");
     logDirectory = withBackslash(logDirectory);
-    const std::string& directory = logDirectory;
+    const std::string& directory = logDirectory;                     // the name that the check below prints
     LOG(TRACE, "ensuring directory " << directory << " exisits..."); // written so, deliberately
     const DWORD attributes = GetFileAttributesA(directory.c_str());
     LOG(TRACE, "file attributes are " << std::hex << attributes);
@@ -210,7 +210,7 @@ void Logger::Implementation::writeToFile(std::string_view text)
     if (logFilePrefix.empty()) {
         return;
     }
-    // Repeated when the system information has filled the file by itself: the text then belongs into the next one.
+    // Repeated when the system information has filled the file by itself: the text then belongs in the next one.
     while (!openAttempted) {
         openFile();
     }
@@ -228,8 +228,9 @@ void Logger::Implementation::writeToFile(std::string_view text)
 // Under the file lock. The flags are set before the system information is written, since its lines come back here.
 void Logger::Implementation::openFile()
 {
+    const std::string name = logFileName(); // without memory for it, the next line tries again
     openAttempted = true;
-    if (!file.open(logFileName())) {
+    if (!file.open(name)) {
         OutputDebugStringA("Could not open log file, giving up logging to files");
         logFilePrefix.clear();
         return;
@@ -238,14 +239,10 @@ void Logger::Implementation::openFile()
         return;
     }
     systemInformationWritten = true;
-
-    // The line that opened the file may be the first of a backtrace. The block belongs neither to it nor to the client's error
-    // text, not even with an error of its own: the error buffer's lock is never taken under the file lock. A counter below zero
-    // does both.
-    const ThreadState before(*this);
-    setBacktraceCounter(-1);
-    setInnermostScope(nullptr);
-    writeSystemInformation();
+    // The line that opened the file may be the first of a backtrace. The information belongs neither to it nor to the client's
+    // error text, not even with an error of its own: the error buffer's lock is never taken under the file lock.
+    const ThreadSetAside aside(*this);
+    leaveOutOnFailure([this] { writeSystemInformation(); });
 }
 
 void Logger::Implementation::writeSystemInformation()
@@ -286,7 +283,7 @@ bool isOldLogFile(const FILETIME& now, const FILETIME& lastWrite, int oldLogFile
 void Logger::initCleanUpLogFiles()
 {
     LOG_SCOPE_STATIC(FINE, "Logger::initCleanUpLogFiles");
-    if (m_impl->logFilePrefix.empty()) {
+    if (logFilePrefix().empty()) {
         return;
     }
     FILETIME now;

@@ -6,6 +6,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 // A file time in its units of 100 ns.
 inline LONGLONG ticks(const FILETIME& time)
@@ -13,8 +14,8 @@ inline LONGLONG ticks(const FILETIME& time)
     return static_cast<LONGLONG>(static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
 }
 
-// A text file opened for appending, which others may read and write meanwhile. One write call a text, so that no line is torn
-// even when another process appends to the same file.
+// A text file opened for appending, which others may read and write meanwhile. Each text is one write call, so that no line is
+// torn even when another process appends to the same file.
 class LogFile
 {
 public:
@@ -29,7 +30,7 @@ public:
     // Appends with line feeds as CR LF. After the first failed write nothing more is written until the next open.
     void write(std::string_view text);
     // Where the next write goes; 0 after a failed write, so that a full disk starts no new files. Counted, since asking the
-    // system after each line costs as much as a tenth of the line: what another process appends meanwhile is not in it.
+    // system after each line would cost a tenth of the line; what another process appends meanwhile is left out of account.
     LONGLONG position() const { return m_failed ? 0 : m_position; }
 
 private:
@@ -41,24 +42,26 @@ private:
 
 struct Logger::Implementation
 {
-    // Gives the calling thread back its backtrace counter and its scope chain, whatever happens in between: otherwise every later
-    // line of the thread would count as part of an error.
-    class ThreadState
+    // Takes the calling thread out of its scopes and out of any backtrace, and puts it back at its end: otherwise every later
+    // line of the thread would be nested in the wrong scope, or part of an error.
+    class ThreadSetAside
     {
     public:
-        explicit ThreadState(Implementation& logger)
+        explicit ThreadSetAside(Implementation& logger)
             : m_logger(logger)
             , m_counter(logger.backtraceCounter())
             , m_scope(logger.innermostScope())
         {
+            m_logger.setBacktraceCounter(NO_BACKTRACE);
+            m_logger.setInnermostScope(nullptr);
         }
-        ~ThreadState()
+        ~ThreadSetAside()
         {
             m_logger.setInnermostScope(m_scope);
             m_logger.setBacktraceCounter(m_counter);
         }
-        ThreadState(const ThreadState&) = delete;
-        ThreadState& operator=(const ThreadState&) = delete;
+        ThreadSetAside(const ThreadSetAside&) = delete;
+        ThreadSetAside& operator=(const ThreadSetAside&) = delete;
 
     private:
         Implementation& m_logger;
@@ -66,11 +69,13 @@ struct Logger::Implementation
         LogScope* const m_scope;
     };
 
+    // A thread's counter while its errors begin no backtrace and go into no error text.
+    static constexpr int NO_BACKTRACE = -1;
+
     // loggerEntry.cpp
-    // Writes an entry and, for an ERROR, the backtrace around it.
-    void write(LogEntry& entry);
-    // The same; without memory for it the line is left out.
-    void writeOrDrop(LogEntry& entry) noexcept;
+    // Writes an entry and, for an ERROR, the backtrace around it. Lines for which there is no memory are left out.
+    void write(LogEntry& entry) noexcept;
+    void writeLine(LogEntry& entry, bool intoErrorBuffer) noexcept;
     void output(std::string_view line, bool intoErrorBuffer);
     int backtraceCounter() const;
     void setBacktraceCounter(int counter);
@@ -113,6 +118,17 @@ struct Logger::Implementation
     DWORD counterSlot = TLS_OUT_OF_INDEXES; // a thread's depth of error backtraces
     DWORD scopeSlot = TLS_OUT_OF_INDEXES;   // a thread's innermost scope
 };
+
+// Runs a part of the logging that may throw because memory runs out. Then it stays undone, and the debugger stream says so.
+template <class Function>
+void leaveOutOnFailure(Function&& function) noexcept
+{
+    try {
+        std::forward<Function>(function)();
+    } catch (...) {
+        OutputDebugStringA("Out of memory, a log line was left out");
+    }
+}
 
 // Age in whole seconds, strictly greater than the limit. A file from the future is not old.
 bool isOldLogFile(const FILETIME& now, const FILETIME& lastWrite, int oldLogFileAge);

@@ -23,32 +23,23 @@ CRegistry::~CRegistry()
     closeKey();
 }
 
+bool CRegistry::query(const char* name, void* data, DWORD size) const
+{
+    return m_key != nullptr && RegQueryValueExA(m_key, name, nullptr, nullptr, static_cast<BYTE*>(data), &size) == ERROR_SUCCESS;
+}
+
 std::string CRegistry::getStringValue(const char* name, const char* defaultValue)
 {
     LOG_SCOPE(FINE, "CRegistry::getStringValue", name << ", " << defaultValue);
-    if (m_key == nullptr) {
-        return defaultValue;
-    }
     char buffer[STRING_SIZE + 1] = {};
-    DWORD size = STRING_SIZE;
-    if (RegQueryValueExA(m_key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(buffer), &size) != ERROR_SUCCESS) {
-        return defaultValue;
-    }
-    return buffer;
+    return query(name, buffer, STRING_SIZE) ? buffer : defaultValue;
 }
 
 int CRegistry::getDWORDValue(const char* name, int defaultValue)
 {
     LOG_SCOPE(FINE, "CRegistry::getDWORDValue", name << ", " << defaultValue);
-    if (m_key == nullptr) {
-        return defaultValue;
-    }
     int value = 0;
-    DWORD size = sizeof value;
-    if (RegQueryValueExA(m_key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(&value), &size) != ERROR_SUCCESS) {
-        return defaultValue;
-    }
-    return value;
+    return query(name, &value, sizeof value) ? value : defaultValue;
 }
 
 void CRegistry::closeKey()
@@ -109,8 +100,7 @@ void CRegistrySubKeys::getKeyNames(HKEY key)
         return;
     }
 
-    // A name that cannot be had, because it is too long or the key has changed, stays empty; the counts stay as they were
-    // reported.
+    // A name that is too long, or gone since the key was asked, stays empty; the counts stay as reported.
     m_subKeys.assign(subKeyCount, std::string());
     for (DWORD index = 0; index < subKeyCount; ++index) {
         char buffer[SUB_KEY_NAME_SIZE + 1] = {};

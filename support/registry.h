@@ -24,15 +24,18 @@ public:
     CRegistry(const CRegistry&) = delete;
     CRegistry& operator=(const CRegistry&) = delete;
 
-    // The value's bytes up to the first zero byte, whatever its type. A value of more than 254 characters gives the default.
+    // The value's bytes up to the first zero byte, whatever its type. More than 255 bytes give the default.
     std::string getStringValue(const char* name, const char* defaultValue);
-    // The value's first 32 bits as a signed number, whatever its type; data longer than that gives the default.
+    // The value's bytes as a signed number, whatever its type. More than four bytes give the default.
     int getDWORDValue(const char* name, int defaultValue);
     // May be called repeatedly.
     void closeKey();
 
 private:
     friend class CRegistrySubKeys;
+    // False when there is no key or no such value, or when it has more bytes than that.
+    bool query(const char* name, void* data, DWORD size) const;
+
     HKEY m_key;
     std::string m_path;
 };

@@ -10,7 +10,7 @@
 namespace {
 constexpr const char* UNDEFINED_PRODUCT = "UNDEFINEDPRODUCT";
 
-// Of the module with the name that is set or, when none is loaded under it, of the process's own executable.
+// The path of the module whose name is set or, when none of that name is loaded, of the process's own executable.
 std::string modulePath()
 {
     char path[MAX_PATH + 1] = {};
@@ -23,6 +23,43 @@ struct Translation
     WORD language;
     WORD codePage;
 };
+
+// A file's version resource. Empty when the file has none or there is no memory for it.
+class VersionResource
+{
+public:
+    struct Block
+    {
+        void* data = nullptr;
+        UINT size = 0;
+    };
+
+    explicit VersionResource(const char* path)
+    {
+        DWORD handle = 0;
+        const DWORD size = GetFileVersionInfoSizeA(path, &handle);
+        m_isThere = size != 0;
+        m_data.reset(m_isThere ? new (std::nothrow) char[size]() : nullptr);
+        if (m_data != nullptr) {
+            GetFileVersionInfoA(path, handle, size, m_data.get());
+        }
+    }
+
+    bool isThere() const { return m_isThere; }
+    bool isLoaded() const { return m_data != nullptr; }
+    Block query(const char* name) const
+    {
+        Block block;
+        if (isLoaded()) {
+            VerQueryValueA(m_data.get(), name, &block.data, &block.size);
+        }
+        return block;
+    }
+
+private:
+    bool m_isThere;
+    std::unique_ptr<char[]> m_data;
+};
 } // namespace
 
 constinit const char* CVersion::s_moduleName = "KESTA.exe";
@@ -30,23 +67,11 @@ constinit const char* CVersion::s_moduleName = "KESTA.exe";
 std::string CVersion::getVersionInfo(const char* path)
 {
     LOG_SCOPE_STATIC(FINE, "CVersion::getVersionInfo", path);
-    DWORD handle = 0;
-    const DWORD size = GetFileVersionInfoSizeA(path, &handle);
-    if (size == 0) {
+    const VersionResource resource(path);
+    const auto* info = static_cast<const VS_FIXEDFILEINFO*>(resource.query("\\").data);
+    if (info == nullptr) {
         return {};
     }
-    const std::unique_ptr<char[]> data(new (std::nothrow) char[size]());
-    if (data == nullptr) {
-        return {};
-    }
-    GetFileVersionInfoA(path, handle, size, data.get());
-    void* fixed = nullptr;
-    UINT length = 0;
-    VerQueryValueA(data.get(), "\\", &fixed, &length);
-    if (fixed == nullptr) {
-        return {};
-    }
-    const auto* info = static_cast<const VS_FIXEDFILEINFO*>(fixed);
     char text[64];
     std::snprintf(text, sizeof text, "%u.%u.%u.%u", HIWORD(info->dwFileVersionMS), LOWORD(info->dwFileVersionMS),
                   HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS));
@@ -66,35 +91,25 @@ std::string CVersion::getVersionInfo()
 std::string CVersion::getProductName(const char* path)
 {
     LOG_SCOPE_STATIC(FINE, "CVersion::getProductName", path);
-    DWORD handle = 0;
-    const DWORD size = GetFileVersionInfoSizeA(path, &handle);
-    if (size == 0) {
+    const VersionResource resource(path);
+    if (!resource.isThere()) {
         return UNDEFINED_PRODUCT;
     }
-    const std::unique_ptr<char[]> data(new (std::nothrow) char[size]());
-    if (data == nullptr) {
+    if (!resource.isLoaded()) {
         return {};
     }
-    GetFileVersionInfoA(path, handle, size, data.get());
-    void* translationData = nullptr;
-    UINT translationSize = 0;
-    VerQueryValueA(data.get(), "\\VarFileInfo\\Translation", &translationData, &translationSize);
-    if (translationSize < sizeof(Translation)) {
-        return UNDEFINED_PRODUCT;
-    }
 
-    const auto* translations = static_cast<const Translation*>(translationData);
-    for (UINT index = 0; index < translationSize / sizeof(Translation); ++index) {
+    const VersionResource::Block block = resource.query("\\VarFileInfo\\Translation");
+    const auto* translations = static_cast<const Translation*>(block.data);
+    for (UINT index = 0; index < block.size / sizeof(Translation); ++index) {
         char query[64];
         std::snprintf(query, sizeof query, "\\StringFileInfo\\%04x%04x\\ProductName", translations[index].language,
                       translations[index].codePage);
-        void* value = nullptr;
-        UINT length = 0;
-        VerQueryValueA(data.get(), query, &value, &length);
-        if (length == 0) {
+        const VersionResource::Block value = resource.query(query);
+        if (value.size == 0) {
             continue;
         }
-        const std::string product = static_cast<const char*>(value);
+        const std::string product = static_cast<const char*>(value.data);
         LOG(TRACE, "Product name from " << query << ": " << product);
         return product;
     }

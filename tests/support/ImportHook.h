@@ -1,8 +1,9 @@
 // Stands in for a Windows function that the test program imports, while it is alive: what product code calls by that name reaches
 // the test's function. One at a time for each function; the main thread only. A function that the program does not import throws.
 //
+//     using PageHook = ImportHook<decltype(&GetACP)>;
 //     static int s_calls;                                          // the functions take no state with them
-//     ImportHook<decltype(&GetACP)> hook("GetACP", [] { s_calls++; return ImportHook<decltype(&GetACP)>::original(); });
+//     const PageHook hook("GetACP", [] { s_calls++; return PageHook::s_original(); });
 #pragma once
 
 #include <windows.h>

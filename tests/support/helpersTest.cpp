@@ -5,7 +5,6 @@
 
 #include <climits>
 
-using fixtures::DebugStream;
 using testing::ElementsAre;
 
 namespace {
@@ -14,16 +13,10 @@ template <class Action>
 std::vector<std::string> logged(Action action)
 {
     Logger::setMaxLogLevel(LOGLEVEL_FINE);
-    DebugStream stream;
+    const fixtures::DebugStream stream;
     action();
     Logger::setMaxLogLevel(LOGLEVEL_WARN);
-    std::vector<std::string> bodies;
-    for (const fixtures::LogLine& line : stream.lines()) {
-        if (line.source.starts_with("helpers ")) {
-            bodies.push_back(line.level + "|" + line.body);
-        }
-    }
-    return bodies;
+    return stream.said("helpers");
 }
 } // namespace
 

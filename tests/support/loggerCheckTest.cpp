@@ -10,32 +10,6 @@ using testing::IsEmpty;
 
 namespace {
 
-class LoggerCheckTest : public testing::Test
-{
-protected:
-    LoggerCheckTest()
-    {
-        m_world.setPreference("loglevel", LOGLEVEL_TRACE);
-        m_world.start();
-        m_stream.clear();
-    }
-    // The lines of the checks themselves: neither scopes nor backtraces nor the system information.
-    std::vector<std::string> checks()
-    {
-        std::vector<std::string> result;
-        for (const fixtures::LogLine& line : m_stream.lines()) {
-            if (line.source.starts_with(LOG_SOURCE) && (line.level == "TRACE" || line.level == "ERROR")) {
-                result.push_back(line.level + " " + line.text());
-            }
-        }
-        m_stream.clear();
-        return result;
-    }
-
-    fixtures::LoggerWorld m_world;
-    fixtures::DebugStream m_stream;
-};
-
 int s_calls = 0;
 
 template <class T>
@@ -45,118 +19,56 @@ T counted(T value)
     return value;
 }
 
-int callsSince()
-{
-    const int calls = s_calls;
-    s_calls = 0;
-    return calls;
-}
-
-int returningCondition(bool value)
-{
-    LOG_SCOPE_STATIC(FINE, "returningCondition");
-    RETURN_IF_FALSE(counted(value), 17);
-    return 4;
-}
-
-HRESULT returningHresult(HRESULT value)
-{
-    LOG_SCOPE_STATIC(FINE, "returningHresult");
-    RETURN_IF_FAILED(counted(value));
-    return 4;
-}
-
-int returningJni(int value)
-{
-    LOG_SCOPE_STATIC(FINE, "returningJni");
-    RETURN_IF_JNI_FAILED(counted(value), 17);
-    return 4;
-}
-
 bool failWith(DWORD error)
 {
     SetLastError(error);
     return counted(false);
 }
 
-const std::string SUCCESS = getWindowsErrorText(0);
-const std::string FAILURE = getWindowsErrorText(0x80004005);
-const std::string DENIED = getWindowsErrorText(ERROR_ACCESS_DENIED);
-
-} // namespace
-
-TEST_F(LoggerCheckTest, Condition)
+int returnIfFalse(const void* pointer)
 {
-    LOG_SCOPE_STATIC(FINE, "condition");
-    void* pointer = nullptr;
-    EXPECT_TRUE(LOG_CONDITION(counted(pointer) == NULL));
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_FALSE(LOG_CONDITION(counted(pointer) != NULL));
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(pointer) == NULL: true", "ERROR counted(pointer) != NULL: false"));
+    RETURN_IF_FALSE(counted(pointer) != NULL, 17);
+    return 4;
 }
 
-TEST_F(LoggerCheckTest, ConditionThatReturns)
+HRESULT returnIfFailed(HRESULT value)
 {
-    EXPECT_EQ(returningCondition(true), 4);
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_EQ(returningCondition(false), 17);
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(value): true", "ERROR counted(value): false"));
+    RETURN_IF_FAILED(counted(value));
+    return 4;
 }
 
-TEST_F(LoggerCheckTest, Hresult)
+int returnIfJniFailed(int value)
 {
-    LOG_SCOPE_STATIC(FINE, "hresult");
-    EXPECT_EQ(LOG_HRESULT(counted(S_OK)), S_OK);
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_EQ(LOG_HRESULT(counted(E_FAIL)), E_FAIL);
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(S_OK): success: " + SUCCESS, "ERROR counted(E_FAIL): failure: " + FAILURE));
+    RETURN_IF_JNI_FAILED(counted(value), 17);
+    return 4;
 }
 
-TEST_F(LoggerCheckTest, HresultThatReturns)
+class LoggerCheckTest : public testing::Test
 {
-    EXPECT_EQ(returningHresult(S_FALSE), 4);
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_EQ(returningHresult(E_FAIL), E_FAIL);
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(value): success: " + getWindowsErrorText(1),
-                                      "ERROR counted(value): failure: " + FAILURE));
-}
+protected:
+    LoggerCheckTest()
+    {
+        m_world.start(LOGLEVEL_TRACE);
+        LOG_PLAIN(ALWAYS, "opens the file");
+        m_stream.clear();
+        s_calls = 0;
+    }
+    // "LEVEL text" of the checks themselves, without banners.
+    std::vector<std::string> checks() const
+    {
+        std::vector<std::string> result;
+        for (const fixtures::LogLine& line : m_stream.lines()) {
+            if (line.level == "TRACE" || line.level == "ERROR") {
+                result.push_back(line.level + " " + line.text());
+            }
+        }
+        return result;
+    }
 
-TEST_F(LoggerCheckTest, HresultInDecimal)
-{
-    LOG_SCOPE_STATIC(FINE, "hresultInDecimal");
-    EXPECT_EQ(LOG_HRESULT_NUMBER(counted(S_FALSE)), S_FALSE);
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_EQ(LOG_HRESULT_NUMBER(counted(E_FAIL)), E_FAIL);
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(S_FALSE): success: 1", "ERROR counted(E_FAIL): failure: -2147467259"));
-}
+    fixtures::LoggerWorld m_world;
+    fixtures::DebugStream m_stream;
+};
 
-TEST_F(LoggerCheckTest, Win32CallTellsTheErrorThatTheCallLeft)
-{
-    LOG_SCOPE_STATIC(FINE, "win32");
-    EXPECT_TRUE(LOG_WIN32(counted(true)));
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_FALSE(LOG_WIN32(failWith(ERROR_ACCESS_DENIED)));
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(true): success", "ERROR failWith(ERROR_ACCESS_DENIED): failure: " + DENIED));
-}
-
-TEST_F(LoggerCheckTest, Win32CallWithSavedError)
-{
-    LOG_SCOPE_STATIC(FINE, "win32Code");
-    EXPECT_TRUE(LOG_WIN32_WITH(counted(true), 0));
-    EXPECT_EQ(callsSince(), 1);
-    SetLastError(ERROR_SUCCESS);
-    EXPECT_FALSE(LOG_WIN32_WITH(counted(false), ERROR_ACCESS_DENIED));
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(true): success", "ERROR counted(false): failure: " + DENIED));
-}
-
-namespace {
 // Its text for the log is made with calls that leave an error of their own.
 class Careless : public virtual Loggable
 {
@@ -166,46 +78,59 @@ public:
         SetLastError(ERROR_FILE_NOT_FOUND);
         return "careless";
     }
-    bool call()
-    {
-        LOG_SCOPE(FINE, "Careless::call");
-        return LOG_WIN32(failWith(ERROR_ACCESS_DENIED));
-    }
+    bool call() { return LOG_WIN32(failWith(ERROR_ACCESS_DENIED)); }
 };
+
 } // namespace
+
+TEST_F(LoggerCheckTest, EachLogsItsTextAndOutcomeAndGivesTheValueBackOrReturns)
+{
+    const void* const pointer = this;
+    EXPECT_TRUE(LOG_CONDITION(counted(pointer) != NULL));
+    EXPECT_FALSE(LOG_CONDITION(counted(pointer) == NULL));
+    EXPECT_EQ(returnIfFalse(this), 4);
+    EXPECT_EQ(returnIfFalse(nullptr), 17);
+    EXPECT_EQ(LOG_HRESULT(counted(S_OK)), S_OK);
+    EXPECT_EQ(LOG_HRESULT(counted(E_FAIL)), E_FAIL);
+    EXPECT_EQ(returnIfFailed(S_FALSE), 4);
+    EXPECT_EQ(returnIfFailed(E_FAIL), E_FAIL);
+    EXPECT_EQ(LOG_HRESULT_NUMBER(counted(S_FALSE)), S_FALSE);
+    EXPECT_EQ(LOG_HRESULT_NUMBER(counted(E_FAIL)), E_FAIL);
+    EXPECT_TRUE(LOG_WIN32(counted(true)));
+    EXPECT_FALSE(LOG_WIN32(failWith(ERROR_ACCESS_DENIED)));
+    EXPECT_TRUE(LOG_WIN32_WITH(counted(true), 0));
+    EXPECT_FALSE(LOG_WIN32_WITH(counted(false), ERROR_ACCESS_DENIED));
+    EXPECT_EQ(returnIfJniFailed(0), 4);
+    EXPECT_EQ(returnIfJniFailed(-7), 17);
+    EXPECT_EQ(returnIfJniFailed(2), 17);
+    EXPECT_FALSE(LOG_WIN32(CreateDirectory("Q:\\none\\none", NULL))) << "names that are macros come out as they are written";
+
+    const std::string ok = getWindowsErrorText(0);
+    const std::string failure = ": failure: " + getWindowsErrorText(0x80004005);
+    const std::string denied = ": failure: " + getWindowsErrorText(ERROR_ACCESS_DENIED);
+    const std::string notFound = ": failure: " + getWindowsErrorText(ERROR_PATH_NOT_FOUND);
+    EXPECT_THAT(checks(),
+                ElementsAre("TRACE counted(pointer) != NULL: true", "ERROR counted(pointer) == NULL: false",
+                            "TRACE counted(pointer) != NULL: true", "ERROR counted(pointer) != NULL: false",
+                            "TRACE counted(S_OK): success: " + ok, "ERROR counted(E_FAIL)" + failure,
+                            "TRACE counted(value): success: " + getWindowsErrorText(1), "ERROR counted(value)" + failure,
+                            "TRACE counted(S_FALSE): success: 1", "ERROR counted(E_FAIL): failure: -2147467259",
+                            "TRACE counted(true): success", "ERROR failWith(ERROR_ACCESS_DENIED)" + denied,
+                            "TRACE counted(true): success", "ERROR counted(false)" + denied, "TRACE counted(value): successfull",
+                            "ERROR counted(value): Unknown error (-7)", "ERROR counted(value): Unknown error (2)",
+                            "ERROR CreateDirectory(\"Q:\\\\none\\\\none\", NULL)" + notFound));
+    EXPECT_EQ(s_calls, 17) << "each argument once";
+}
 
 TEST_F(LoggerCheckTest, Win32ErrorIsTakenBeforeTheObjectIsAskedForItsText)
 {
     EXPECT_FALSE(Careless().call());
-    EXPECT_THAT(checks(),
-                ElementsAre("ERROR (anonymous namespace)::Careless careless failWith(ERROR_ACCESS_DENIED): failure: " + DENIED));
-    callsSince();
-}
-
-TEST_F(LoggerCheckTest, JniResult)
-{
-    LOG_SCOPE_STATIC(FINE, "jniResult");
-    EXPECT_EQ(returningJni(0), 4);
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_EQ(returningJni(-7), 17);
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_EQ(returningJni(2), 17);
-    EXPECT_EQ(callsSince(), 1);
-    EXPECT_THAT(checks(), ElementsAre("TRACE counted(value): successfull", "ERROR counted(value): Unknown error (-7)",
-                                      "ERROR counted(value): Unknown error (2)"));
-}
-
-TEST_F(LoggerCheckTest, NamesThatAreMacrosAreLoggedAsTheyAreWritten)
-{
-    LOG_SCOPE_STATIC(FINE, "names");
-    EXPECT_FALSE(LOG_WIN32(CreateDirectory("Q:\\none\\none", NULL)));
-    const std::string expected = getWindowsErrorText(ERROR_PATH_NOT_FOUND);
-    EXPECT_THAT(checks(), ElementsAre("ERROR CreateDirectory(\"Q:\\\\none\\\\none\", NULL): failure: " + expected));
+    EXPECT_THAT(checks(), ElementsAre("ERROR (anonymous namespace)::Careless careless failWith(ERROR_ACCESS_DENIED): failure: " +
+                                      getWindowsErrorText(ERROR_ACCESS_DENIED)));
 }
 
 TEST_F(LoggerCheckTest, ArgumentsAreEvaluatedAlsoWhenNothingIsLogged)
 {
-    LOG_SCOPE_STATIC(FINE, "silent");
     Logger::setMaxLogLevel(-1);
     m_stream.clear();
     EXPECT_TRUE(LOG_CONDITION(counted(true)));
@@ -213,6 +138,7 @@ TEST_F(LoggerCheckTest, ArgumentsAreEvaluatedAlsoWhenNothingIsLogged)
     EXPECT_EQ(LOG_HRESULT_NUMBER(counted(E_FAIL)), E_FAIL);
     EXPECT_FALSE(LOG_WIN32(counted(false)));
     EXPECT_FALSE(LOG_WIN32_WITH(counted(false), 5));
-    EXPECT_EQ(callsSince(), 5);
+    EXPECT_EQ(returnIfJniFailed(1), 17);
+    EXPECT_EQ(s_calls, 6);
     EXPECT_THAT(m_stream.texts(), IsEmpty());
 }

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdio>
+
 #define LOG_SOURCE "loggerLifecycleTest"
 
 using fixtures::DebugStream;
@@ -10,176 +12,160 @@ using fixtures::LoggerWorld;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST(LoggerLifecycleTest, GuardHasMadeALoggerBeforeMain)
+namespace {
+
+constexpr int LEVELS[] = {-1000000, -1, LOGLEVEL_ALWAYS, LOGLEVEL_ERROR, LOGLEVEL_TRACE};
+
+bool isAnyLevelOn()
 {
+    return std::any_of(std::begin(LEVELS), std::end(LEVELS), [](int level) { return isLogEnabled(LOG_SOURCE, 1, level); });
+}
+
+// Called by the runtime before it constructs static objects, the Logger's guard among them.
+bool s_wasAnyLevelOn = true;
+int noteLevels()
+{
+    s_wasAnyLevelOn = isAnyLevelOn();
+    return 0;
+}
+[[gnu::used, gnu::section(".CRT$XIY")]] int (*const s_noteLevels)() = noteLevels;
+
+const std::string END = "End of logging, further static deinitializers can not log anymore";
+
+class LoggerLifecycleTest : public testing::Test
+{
+protected:
+    LoggerWorld m_world;
+    DebugStream m_stream;
+};
+
+std::string probePath()
+{
+    return (std::filesystem::path(fixtures::modulePath()).parent_path() / "support_logger_probe.exe").string();
+}
+
+} // namespace
+
+TEST(LoggerGuardTest, HasMadeALoggerBeforeMain)
+{
+    EXPECT_FALSE(s_wasAnyLevelOn);
     EXPECT_NE(Logger::instance(), nullptr);
 }
 
-TEST(LoggerLifecycleTest, SecondReferenceKeepsTheLoggerAndTheLastReleaseEndsIt)
+TEST_F(LoggerLifecycleTest, ReferencesAreCountedAndTheLastOneEndsTheLog)
 {
-    LoggerWorld world;
-    world.setPreference("loglevel", LOGLEVEL_FINE);
-    world.start();
-    DebugStream stream;
+    m_world.start(LOGLEVEL_FINE);
     Logger* const logger = Logger::instance();
+    const std::string file = m_world.logFile();
+    m_stream.clear();
 
+    Logger::getErrorEntries();
+    Logger::setMaxLogLevel(-3);
+    LOG_PLAIN(ALWAYS, "unheard");
+    EXPECT_EQ(logger->maxLogLevel(), -3);
+    Logger::setMaxLogLevel(LOGLEVEL_FINE);
     Logger::addRefCount();
-    EXPECT_THAT(stream.messages(),
-                ElementsAre("FINE addRefCount logging already initialized", "FINE addRefCount logging already initialized"));
-    stream.clear();
     Logger::release();
     EXPECT_EQ(Logger::instance(), logger);
-    EXPECT_THAT(stream.messages(),
-                ElementsAre("FINE release not time to deinitialize log yet", "FINE release not time to deinitialize log yet"));
-    stream.clear();
     Logger::release();
     EXPECT_EQ(Logger::instance(), nullptr);
-    EXPECT_THAT(stream.messages(), ElementsAre("FINE End of logging, further static deinitializers can not log anymore"));
-    stream.clear();
-
-    LOG_PLAIN(ALWAYS, "unheard");
     LOG_PLAIN(ERROR, "unheard");
-    EXPECT_THAT(stream.texts(), IsEmpty());
-    EXPECT_FALSE(isLogEnabled(LOG_SOURCE, __LINE__, LOGLEVEL_ALWAYS));
+
+    EXPECT_THAT(m_stream.said("logger"),
+                ElementsAre("FINE|-> getErrorEntries ", "FINE|<- getErrorEntries ", "FINE|-> setMaxLogLevel -3",
+                            "FINE|<- setMaxLogLevel -3", "FINE|-> addRefCount logging already initialized",
+                            "FINE|<- addRefCount logging already initialized", "FINE|-> release not time to deinitialize log yet",
+                            "FINE|<- release not time to deinitialize log yet", "FINE|   " + END))
+        << "an exit line follows its entry line, whatever the level has become";
+    EXPECT_EQ(m_stream.said(), m_stream.said("logger"));
+    EXPECT_TRUE(fixtures::readFile(file).ends_with("    " + END + "\r\n"));
+    EXPECT_TRUE(std::filesystem::remove(file)) << "it is closed";
 }
 
-TEST(LoggerLifecycleTest, WithoutLoggerEverythingIsSilentAndNothingIsKept)
+TEST_F(LoggerLifecycleTest, WithoutALoggerNoLevelIsOnAndNothingIsWrittenOrKept)
 {
-    LoggerWorld world;
-    DebugStream stream;
-    Logger::setMaxLogLevel(LOGLEVEL_TRACE);
-    EXPECT_FALSE(isLogEnabled(LOG_SOURCE, __LINE__, LOGLEVEL_ALWAYS));
-    LogEntry({LOG_SOURCE, __LINE__}, LOGLEVEL_ERROR).stream() << "unheard";
-    {
-        LogScope scope({LOG_SOURCE, __LINE__}, LOGLEVEL_INFO);
-        scope.name("Sample::scope");
-        scope.writeEntry();
+    for (int round = 0; round < 2; ++round) {
+        Logger::setMaxLogLevel(LOGLEVEL_TRACE);
+        EXPECT_FALSE(isAnyLevelOn());
+        EXPECT_FALSE(Loggable().isLogEnabled(LOG_SOURCE, 1, LOGLEVEL_ALWAYS));
+        LogEntry({LOG_SOURCE, 1}, LOGLEVEL_ERROR).stream() << "unheard";
+        {
+            LogScope scope({LOG_SOURCE, 1}, LOGLEVEL_INFO);
+            scope.name("Sample::scope");
+            scope.writeEntry();
+        }
+        EXPECT_EQ(Logger::getErrorEntries(), "");
+        EXPECT_THAT(m_stream.texts(), IsEmpty());
+        m_world.start(LOGLEVEL_TRACE);
+        m_world.stop();
+        m_stream.clear();
     }
-    EXPECT_EQ(Logger::getErrorEntries(), "");
-    EXPECT_THAT(stream.texts(), IsEmpty());
 }
 
-TEST(LoggerLifecycleTest, ScopeAliveAcrossTheEndIsHarmless)
+TEST_F(LoggerLifecycleTest, ScopesReachOverBeginAndEndOfALoggerWithoutHarm)
 {
-    LoggerWorld world;
-    world.setPreference("loglevel", LOGLEVEL_FINE);
-    world.start();
-    DebugStream stream;
+    m_world.start(LOGLEVEL_FINE);
+    m_stream.clear();
     {
         LOG_SCOPE_STATIC(INFO, "CJavaManagerATLObject::ObjectMain", false);
         Logger::release();
     }
-    EXPECT_THAT(stream.messages(),
-                ElementsAre("INFO ObjectMain 0", "FINE End of logging, further static deinitializers can not log anymore"));
-
-    stream.clear();
+    EXPECT_THAT(m_stream.said("loggerLifecycleTest"), ElementsAre("INFO|-> ObjectMain 0")) << "the Logger of its exit is gone";
     {
-        LOG_SCOPE_STATIC(INFO, "CJavaManagerATLObject::ObjectMain", true);
+        LogScope scope({LOG_SOURCE, 1}, LOGLEVEL_WARN);
+        LogEntry entry({LOG_SOURCE, 2}, LOGLEVEL_WARN);
+        entry.stream() << "statement";
         Logger::addRefCount();
-        stream.clear();
-        LOG(ERROR, "first error of the new one");
+        LOG_PLAIN(ALWAYS, "opens the file");
+        m_stream.clear();
+        scope.name("Sample::scope");
+        scope.writeEntry();
+        LOG_PLAIN(ERROR, "broken");
     }
-    EXPECT_THAT(stream.messages(), ElementsAre(fixtures::BEGIN_BANNER, "ERROR first error of the new one", fixtures::END_BANNER));
+    EXPECT_THAT(m_stream.said(),
+                ElementsAre("WARN|scope ", fixtures::BEGIN_BANNER, "ERROR|   broken", fixtures::END_BANNER, "WARN|statement"))
+        << "what was begun without a Logger is not indented, and in no chain";
 }
 
-TEST(LoggerLifecycleTest, ScopeOfAnEndedLoggerIsNotInTheNextOnesChain)
+TEST_F(LoggerLifecycleTest, ScopeOfAnEndedLoggerIsNotInTheNextOnesChain)
 {
-    LoggerWorld world;
-    world.start();
-    DebugStream stream;
+    m_world.start(LOGLEVEL_WARN);
     {
         LOG_SCOPE_STATIC(INFO, "Sample::old");
         Logger::release();
         Logger::addRefCount();
         {
             LOG_SCOPE_STATIC(INFO, "Sample::next");
-            LOG(WARN, "opens the file");
-            stream.clear();
-            LOG(WARN, "text");
-            EXPECT_EQ(stream.lines().back().body, "    text");
+            LOG(ALWAYS, "opens the file");
+            m_stream.clear();
+            LOG(WARN, "inside of the next one's");
         }
     }
-    stream.clear();
-    LOG_PLAIN(WARN, "text");
-    EXPECT_EQ(stream.lines().back().body, "   text") << "the next Logger's chain is empty again";
+    LOG_PLAIN(WARN, "outside");
+    EXPECT_THAT(m_stream.said(), ElementsAre("WARN|    inside of the next one's", "WARN|   outside"));
 }
-
-TEST(LoggerLifecycleTest, SetMaxLogLevelStoresAnyInteger)
-{
-    LoggerWorld world;
-    world.setPreference("loglevel", LOGLEVEL_FINE);
-    world.start();
-    DebugStream stream;
-    Logger::setMaxLogLevel(-3);
-    EXPECT_EQ(Logger::instance()->maxLogLevel(), -3);
-    // The exit line follows the entry line whatever the level has become meanwhile.
-    EXPECT_THAT(stream.messages(), ElementsAre("FINE setMaxLogLevel -3", "FINE setMaxLogLevel -3"));
-    stream.clear();
-    LOG_PLAIN(ALWAYS, "unheard");
-    EXPECT_THAT(stream.texts(), IsEmpty());
-}
-
-namespace {
-std::string probePath()
-{
-    char path[MAX_PATH + 1] = {};
-    GetModuleFileNameA(nullptr, path, MAX_PATH);
-    return (std::filesystem::path(path).parent_path() / "support_logger_probe.exe").string();
-}
-} // namespace
 
 // The level is always WARN when it is told, so that nobody hears it; it is kept all the same. This program holds the text itself.
-TEST(LoggerLifecycleTest, FirstMessageIsKeptAlthoughItIsNeverWritten)
+TEST_F(LoggerLifecycleTest, FirstMessageIsKeptAlthoughItIsNeverWritten)
 {
-    EXPECT_NE(fixtures::readFile(probePath()).find("Beginning logging to debug stream (logging parameters not yet initialized)"),
-              std::string::npos);
-    LoggerWorld world;
-    DebugStream stream;
-    for (int level = LOGLEVEL_ALWAYS; level <= LOGLEVEL_TRACE; ++level) {
-        world.setPreference("loglevel", level);
-        world.start();
-    }
-    for (const std::string& text : stream.texts()) {
-        EXPECT_EQ(text.find("Beginning logging to debug stream"), std::string::npos);
-    }
+    const std::string text = "Beginning logging to debug stream (logging parameters not yet initialized)";
+    EXPECT_NE(fixtures::readFile(probePath()).find(text), std::string::npos);
+    m_world.start(LOGLEVEL_TRACE);
+    EXPECT_FALSE(m_stream.contains("INFO " + text));
 }
 
-TEST(LoggerLifecycleTest, StaticObjectsLogFromTheirConstructionToTheirEnd)
+TEST(LoggerProbeTest, StaticObjectsLogFromTheirConstructionToTheirEnd)
 {
-    const std::string probe = probePath();
-
-    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-    HANDLE read = nullptr;
-    HANDLE write = nullptr;
-    ASSERT_TRUE(CreatePipe(&read, &write, &inherit, 0));
-    STARTUPINFOA startup = {};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = write;
-    PROCESS_INFORMATION process = {};
-    std::string command = "\"" + probe + "\"";
-    ASSERT_TRUE(CreateProcessA(probe.c_str(), command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process));
-    CloseHandle(write);
+    FILE* const probe = _popen(("\"" + probePath() + "\"").c_str(), "rb");
+    ASSERT_NE(probe, nullptr);
     std::string output;
-    char buffer[4096];
-    for (DWORD size = 0; ReadFile(read, buffer, sizeof buffer, &size, nullptr) && size > 0;) {
-        output.append(buffer, size);
+    for (int byte = std::fgetc(probe); byte != EOF; byte = std::fgetc(probe)) {
+        output += static_cast<char>(byte);
     }
-    CloseHandle(read);
-    DWORD exitCode = 1;
-    WaitForSingleObject(process.hProcess, INFINITE);
-    GetExitCodeProcess(process.hProcess, &exitCode);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
-
-    EXPECT_EQ(exitCode, 0u);
-    std::vector<std::string> messages;
-    for (const fixtures::LogLine& line : fixtures::parseLogLines(output)) {
-        if (line.source.starts_with("probe ") || line.body.find("End of logging") != std::string::npos) {
-            messages.push_back(line.level + " " + line.text());
-        }
-    }
-    EXPECT_THAT(messages,
-                ElementsAre("WARN early static begins", "WARN ordinary static begins", "WARN main", "WARN ordinary static ends",
-                            "WARN early static ends", "FINE End of logging, further static deinitializers can not log anymore"));
+    EXPECT_EQ(_pclose(probe), 0);
+    const std::vector<fixtures::LogLine> lines = fixtures::parseLogLines(output);
+    EXPECT_THAT(fixtures::bodies(lines, "probe"),
+                ElementsAre("WARN|   early static begins", "WARN|   ordinary static begins", "WARN|   main",
+                            "WARN|   ordinary static ends", "WARN|   early static ends"));
+    EXPECT_EQ(lines.back().text(), END);
 }

@@ -7,97 +7,167 @@
 
 #include <cstring>
 #include <thread>
+#include <utility>
 
 #define LOG_SOURCE "loggerSystemTest"
 
-using fixtures::DebugStream;
-using fixtures::LoggerWorld;
+using fixtures::BEGIN_BANNER;
+using fixtures::END_BANNER;
 using testing::Contains;
 using testing::ElementsAre;
 
 namespace {
 
-using LockHook = ImportHook<decltype(&InitializeCriticalSectionEx)>;
+using InitializeHook = ImportHook<decltype(&InitializeCriticalSectionEx)>;
+using EnterHook = ImportHook<decltype(&EnterCriticalSection)>;
+using LeaveHook = ImportHook<decltype(&LeaveCriticalSection)>;
 using SlotHook = ImportHook<decltype(&TlsAlloc)>;
 using PathHook = ImportHook<decltype(&GetModuleFileNameA)>;
 // Its last parameter is a va_list*, whose attributes a template argument cannot carry.
 using MessageHook = ImportHook<DWORD(WINAPI*)(DWORD, LPCVOID, DWORD, DWORD, LPSTR, DWORD, char**)>;
 using FreeHook = ImportHook<decltype(&LocalFree)>;
 using WriteHook = ImportHook<decltype(&WriteFile)>;
+using CloseHook = ImportHook<decltype(&CloseHandle)>;
 using VersionHook = ImportHook<decltype(&GetVersionExA)>;
 using MetricsHook = ImportHook<decltype(&GetSystemMetrics)>;
 using HardwareHook = ImportHook<decltype(&GetSystemInfo)>;
 using AddressHook = ImportHook<decltype(&GetProcAddress)>;
 
 std::vector<std::string> s_calls;
+std::vector<const CRITICAL_SECTION*> s_locks;
+
+void noteLock(const std::string& call, const CRITICAL_SECTION* section)
+{
+    for (size_t i = 0; i < s_locks.size(); ++i) {
+        if (s_locks[i] == section) {
+            s_calls.push_back(call + (i == 0 ? " file" : " errors"));
+        }
+    }
+}
+
+std::vector<std::string> takeCalls()
+{
+    return std::exchange(s_calls, {});
+}
 
 class LoggerSystemTest : public testing::Test
 {
 protected:
-    LoggerSystemTest() { s_calls.clear(); }
-    std::vector<std::string> fileBodies() const
+    LoggerSystemTest()
     {
-        std::vector<std::string> result;
-        for (const fixtures::LogLine& line : m_world.logLines()) {
-            result.push_back(line.body);
-        }
-        return result;
+        s_calls.clear();
+        s_locks.clear();
     }
+    std::vector<std::string> filed() const { return fixtures::bodies(m_world.logLines()); }
 
-    LoggerWorld m_world;
-    DebugStream m_stream;
+    fixtures::LoggerWorld m_world;
+    fixtures::DebugStream m_stream;
 };
-
-// ---- Locks
-
-BOOL WINAPI noteLock(LPCRITICAL_SECTION section, DWORD spinCount, DWORD flags)
-{
-    s_calls.push_back("spin " + std::to_string(spinCount) + ", flags " + std::to_string(flags));
-    return LockHook::s_original(section, spinCount, flags);
-}
-
-BOOL WINAPI refuseLock(LPCRITICAL_SECTION, DWORD, DWORD)
-{
-    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    return FALSE;
-}
 
 } // namespace
 
-TEST_F(LoggerSystemTest, MakesItsTwoLocksWithoutSpinning)
+// ---- Locks and slots
+
+TEST_F(LoggerSystemTest, FileAndErrorTextHaveALockEachAndTheTwoAreNeverHeldTogether)
 {
-    const LockHook hook("InitializeCriticalSectionEx", noteLock);
+    const InitializeHook initialize("InitializeCriticalSectionEx", [](LPCRITICAL_SECTION section, DWORD spins, DWORD flags) {
+        EXPECT_EQ(spins, 0u);
+        EXPECT_EQ(flags, 0u);
+        s_locks.push_back(section);
+        return InitializeHook::s_original(section, spins, flags);
+    });
+    const EnterHook enter("EnterCriticalSection", [](LPCRITICAL_SECTION section) {
+        EnterHook::s_original(section);
+        noteLock("enter", section);
+    });
+    const LeaveHook leave("LeaveCriticalSection", [](LPCRITICAL_SECTION section) {
+        noteLock("leave", section);
+        LeaveHook::s_original(section);
+    });
+    const WriteHook write("WriteFile", [](HANDLE file, LPCVOID bytes, DWORD size, LPDWORD written, LPOVERLAPPED overlapped) {
+        s_calls.emplace_back("write");
+        return WriteHook::s_original(file, bytes, size, written, overlapped);
+    });
+    const CloseHook close("CloseHandle", [](HANDLE handle) {
+        s_calls.emplace_back("close");
+        return CloseHook::s_original(handle);
+    });
     m_world.start();
-    EXPECT_THAT(s_calls, ElementsAre("spin 0, flags 0", "spin 0, flags 0"));
+    EXPECT_EQ(s_locks.size(), 2u);
+    LOG_PLAIN(WARN, "opens the file");
+    takeCalls();
+    LOG_PLAIN(ERROR, "broken");
+    EXPECT_THAT(takeCalls(), ElementsAre("enter file", "write", "leave file", "enter file", "write", "leave file", "enter errors",
+                                         "leave errors", "enter file", "write", "leave file"));
+    Logger::getErrorEntries();
+    EXPECT_THAT(takeCalls(), ElementsAre("enter errors", "leave errors"));
+    m_world.stop();
+    EXPECT_THAT(takeCalls(), ElementsAre("enter file", "close", "leave file"));
 }
 
-TEST_F(LoggerSystemTest, LockThatCannotBeMadeRaisesTheErrorAsAnHresult)
+TEST_F(LoggerSystemTest, LockThatCannotBeMadeRaisesTheErrorAsAnHresultAndThereIsNoLogger)
 {
-    const LockHook hook("InitializeCriticalSectionEx", refuseLock);
     try {
-        const ATL::CComAutoCriticalSection lock;
+        const InitializeHook hook("InitializeCriticalSectionEx", [](LPCRITICAL_SECTION, DWORD, DWORD) -> BOOL {
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            return FALSE;
+        });
+        Logger::addRefCount();
         ADD_FAILURE() << "nothing was raised";
     } catch (const ATL::CAtlException& error) {
         EXPECT_EQ(static_cast<unsigned>(error.m_hr), 0x80070008u);
     }
+    EXPECT_EQ(Logger::instance(), nullptr);
+    m_world.start();
+    EXPECT_NE(Logger::instance(), nullptr) << "the next reference tries again";
+}
+
+TEST_F(LoggerSystemTest, TakesTwoThreadLocalSlots)
+{
+    const SlotHook hook("TlsAlloc", []() -> DWORD {
+        s_calls.emplace_back("slot");
+        return SlotHook::s_original();
+    });
+    m_world.start();
+    LOG_PLAIN(ERROR, "text");
+    EXPECT_THAT(s_calls, ElementsAre("slot", "slot"));
 }
 
 namespace {
 
-DWORD WINAPI noteSlot()
-{
-    s_calls.emplace_back("slot");
-    return SlotHook::s_original();
-}
+HANDLE s_isInside;
+HANDLE s_hasEnded;
+std::atomic<DWORD> s_lateThread{0};
 
 } // namespace
 
-TEST_F(LoggerSystemTest, TakesTwoThreadLocalSlots)
+TEST_F(LoggerSystemTest, ThreadThatIsInsideALoggingCallWhenTheLogEndsWritesNothingMore)
 {
-    const SlotHook hook("TlsAlloc", noteSlot);
     m_world.start();
-    LOG_PLAIN(ERROR, "text");
-    EXPECT_THAT(s_calls, ElementsAre("slot", "slot"));
+    LOG_PLAIN(WARN, "opens the file");
+    const std::string file = m_world.logFile();
+    const ATL::CHandle isInside(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    const ATL::CHandle hasEnded(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    s_isInside = isInside;
+    s_hasEnded = hasEnded;
+    const EnterHook enter("EnterCriticalSection", [](LPCRITICAL_SECTION section) {
+        DWORD self = GetCurrentThreadId();
+        if (s_lateThread.compare_exchange_strong(self, 0)) {
+            SetEvent(s_isInside);
+            WaitForSingleObject(s_hasEnded, 60000);
+        }
+        EnterHook::s_original(section);
+    });
+    std::thread late([] {
+        s_lateThread = GetCurrentThreadId();
+        LOG_PLAIN(WARN, "too late");
+    });
+    EXPECT_EQ(WaitForSingleObject(isInside, 60000), WAIT_OBJECT_0);
+    Logger::release();
+    SetEvent(hasEnded);
+    late.join();
+    EXPECT_THAT(fixtures::readFile(file), testing::EndsWith("    opens the file\r\n"));
+    EXPECT_TRUE(std::filesystem::remove(file)) << "it is closed";
 }
 
 // ---- Name of the executable
@@ -107,15 +177,6 @@ namespace {
 std::string s_path;
 DWORD s_pathLength;
 
-DWORD WINAPI tellPath(HMODULE module, LPSTR buffer, DWORD size)
-{
-    s_calls.push_back((module == nullptr ? "own " : "other ") + std::to_string(size));
-    if (s_path.size() < size) {
-        std::strcpy(buffer, s_path.c_str());
-    }
-    return s_pathLength;
-}
-
 } // namespace
 
 TEST_F(LoggerSystemTest, ExecutablesNameIsWhatFollowsTheLastBackslashOfItsPath)
@@ -123,18 +184,24 @@ TEST_F(LoggerSystemTest, ExecutablesNameIsWhatFollowsTheLastBackslashOfItsPath)
     const auto nameFor = [this](const std::string& path, DWORD length) {
         s_path = path;
         s_pathLength = length;
-        s_calls.clear();
-        const PathHook hook("GetModuleFileNameA", tellPath);
-        m_world.start();
-        EXPECT_EQ(s_calls.front(), "own 260");
+        m_world.stop();
+        {
+            const PathHook hook("GetModuleFileNameA", [](HMODULE module, LPSTR buffer, DWORD size) -> DWORD {
+                EXPECT_EQ(module, nullptr);
+                EXPECT_EQ(size, 260u);
+                std::strcpy(buffer, s_path.c_str());
+                return s_pathLength;
+            });
+            m_world.start();
+        }
         m_stream.clear();
         LOG_PLAIN(WARN, "text");
-        const std::string prefix = Logger::instance()->logFilePrefix();
+        const std::string product = m_world.PRODUCT;
         const std::string sent = m_stream.texts().front();
-        const std::string file = "\\UNDEFINEDPRODUCT-";
-        const std::string name =
-            sent.substr(sizeof "UNDEFINEDPRODUCT", sent.find(' ', sizeof "UNDEFINEDPRODUCT") - sizeof "UNDEFINEDPRODUCT");
-        EXPECT_TRUE(prefix.ends_with(file + name + "-" + std::to_string(GetCurrentProcessId()))) << prefix;
+        const size_t begin = product.size() + 1;
+        const std::string name = sent.substr(begin, sent.find(' ', begin) - begin);
+        const std::string prefix = Logger::instance()->logFilePrefix();
+        EXPECT_TRUE(prefix.ends_with("\\" + product + "-" + name + "-" + std::to_string(GetCurrentProcessId()))) << prefix;
         return name;
     };
     EXPECT_EQ(nameFor("C:\\a folder\\b.c\\program.exe", 29), "program.exe");
@@ -151,174 +218,50 @@ namespace {
 std::string s_message;
 void* s_messageMemory;
 
-DWORD WINAPI tellMessage(DWORD flags, LPCVOID source, DWORD code, DWORD language, LPSTR buffer, DWORD size, char**)
-{
-    s_calls.push_back((source == nullptr ? "" : "with a source, ") + std::to_string(flags) + " " + std::to_string(code) + " " +
-                      std::to_string(language) + " " + std::to_string(size));
-    s_messageMemory = LocalAlloc(LMEM_FIXED, s_message.size() + 1);
-    std::strcpy(static_cast<char*>(s_messageMemory), s_message.c_str());
-    *reinterpret_cast<void**>(buffer) = s_messageMemory;
-    return static_cast<DWORD>(s_message.size());
-}
-
-HLOCAL WINAPI noteFreeing(HLOCAL memory)
-{
-    s_calls.push_back(memory == s_messageMemory ? "freed" : "freed something else");
-    return FreeHook::s_original(memory);
-}
-
-std::string errorTextOf(const std::string& message)
-{
-    s_message = message;
-    const MessageHook hook("FormatMessageA", tellMessage);
-    const FreeHook freeing("LocalFree", noteFreeing);
-    return getWindowsErrorText(0xABC);
-}
-
 } // namespace
 
-TEST_F(LoggerSystemTest, ErrorTextIsTheSystemsUpToTheFirstLineEnd)
+TEST_F(LoggerSystemTest, ErrorTextIsTheSystemsNeutralOneUpToTheFirstLineEnd)
 {
-    EXPECT_EQ(errorTextOf("Text."), "Text. (00000abc)");
-    EXPECT_EQ(errorTextOf("Text with %1. \r\n"), "Text with %1.  (00000abc)");
-    EXPECT_EQ(errorTextOf("one\rtwo\nthree"), "one (00000abc)");
-    EXPECT_EQ(errorTextOf("one\ntwo\r\nthree"), "one (00000abc)");
-    EXPECT_EQ(errorTextOf("\r\ntext"), " (00000abc)");
-    EXPECT_EQ(errorTextOf(""), " (00000abc)");
-}
-
-TEST_F(LoggerSystemTest, ErrorTextIsAskedForInTheNeutralLanguageWithoutInsertsAndFreed)
-{
-    errorTextOf("Text.");
-    const DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
-    EXPECT_THAT(s_calls, ElementsAre(std::to_string(flags) + " 2748 1024 0", "freed"));
-    EXPECT_EQ(MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), 1024);
-}
-
-// ---- Writing
-
-namespace {
-
-enum class Disk { Works, Refuses, TakesHalf };
-Disk s_disk;
-
-BOOL WINAPI writeOrNot(HANDLE file, LPCVOID bytes, DWORD size, LPDWORD written, LPOVERLAPPED overlapped)
-{
-    s_calls.emplace_back("write");
-    if (s_disk == Disk::Refuses) {
-        *written = 0;
-        SetLastError(ERROR_DISK_FULL);
-        return FALSE;
-    }
-    return WriteHook::s_original(file, bytes, s_disk == Disk::TakesHalf ? size / 2 : size, written, overlapped);
-}
-
-class FailedWriteTest : public LoggerSystemTest, public testing::WithParamInterface<Disk>
-{
-};
-
-INSTANTIATE_TEST_SUITE_P(LoggerSystem, FailedWriteTest, testing::Values(Disk::Refuses, Disk::TakesHalf),
-                         [](const auto& info) { return info.param == Disk::Refuses ? "AllOfIt" : "HalfOfIt"; });
-
-} // namespace
-
-TEST_P(FailedWriteTest, EndsTheFileWithoutAReportAndTheStreamGoesOn)
-{
-    m_world.start();
-    LOG_PLAIN(WARN, "before");
-    const std::string prefix = Logger::instance()->logFilePrefix();
-    const std::string content = m_world.logText();
-    m_stream.clear();
-    const WriteHook hook("WriteFile", writeOrNot);
-    s_disk = GetParam();
-    LOG_PLAIN(WARN, "fails");
-    s_disk = Disk::Works;
-    LOG_PLAIN(WARN, "later");
-    LOG_PLAIN(WARN, "and later");
-
-    EXPECT_THAT(s_calls, ElementsAre("write")) << "one call a line, and none after the failed one";
-    EXPECT_THAT(m_stream.messages(), ElementsAre("WARN fails", "WARN later", "WARN and later"));
-    EXPECT_EQ(Logger::instance()->logFilePrefix(), prefix);
-    const std::string after = m_world.logText();
-    EXPECT_TRUE(after.starts_with(content));
-    EXPECT_EQ(after.find("later"), std::string::npos);
-    EXPECT_EQ(after.size() > content.size(), GetParam() == Disk::TakesHalf);
-}
-
-namespace {
-
-std::string s_entriesMeanwhile;
-
-// Another thread asks for the error's lines while a line goes to the file.
-BOOL WINAPI readErrorsMeanwhile(HANDLE file, LPCVOID bytes, DWORD size, LPDWORD written, LPOVERLAPPED overlapped)
-{
-    const std::string text(static_cast<const char*>(bytes), size);
-    if (text.find("broken") != std::string::npos) {
-        const HANDLE done = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-        std::thread reader([done] {
-            s_entriesMeanwhile = Logger::getErrorEntries();
-            SetEvent(done);
+    const MessageHook hook(
+        "FormatMessageA", [](DWORD flags, LPCVOID source, DWORD code, DWORD language, LPSTR buffer, DWORD size, char**) -> DWORD {
+            EXPECT_EQ(flags, static_cast<DWORD>(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
+                                                FORMAT_MESSAGE_IGNORE_INSERTS));
+            EXPECT_EQ(source, nullptr);
+            EXPECT_EQ(code, 0xABCu);
+            EXPECT_EQ(language, 0x400u);
+            EXPECT_EQ(size, 0u);
+            s_messageMemory = LocalAlloc(LMEM_FIXED, s_message.size() + 1);
+            std::strcpy(static_cast<char*>(s_messageMemory), s_message.c_str());
+            *reinterpret_cast<void**>(buffer) = s_messageMemory;
+            return static_cast<DWORD>(s_message.size());
         });
-        s_calls.push_back(WaitForSingleObject(done, 10000) == WAIT_OBJECT_0 ? "read" : "the locks are held together");
-        reader.detach();
-        CloseHandle(done);
-    }
-    return WriteHook::s_original(file, bytes, size, written, overlapped);
+    const FreeHook freeing("LocalFree", [](HLOCAL memory) -> HLOCAL {
+        s_calls.emplace_back(memory == s_messageMemory ? "freed" : "freed something else");
+        return FreeHook::s_original(memory);
+    });
+    const auto textOf = [](const std::string& message) {
+        s_message = message;
+        const std::string text = getWindowsErrorText(0xABC);
+        EXPECT_THAT(takeCalls(), ElementsAre("freed"));
+        return text;
+    };
+    EXPECT_EQ(textOf("Text with %1. \r\n"), "Text with %1.  (00000abc)");
+    EXPECT_EQ(textOf("one\rtwo\nthree"), "one (00000abc)");
+    EXPECT_EQ(textOf("one\ntwo\r\nthree"), "one (00000abc)");
+    EXPECT_EQ(textOf("\r\ntext"), " (00000abc)");
+    EXPECT_EQ(textOf("Text."), "Text. (00000abc)");
 }
 
-} // namespace
-
-TEST_F(LoggerSystemTest, ErrorBufferIsFreeWhileALineIsWrittenToTheFileAndGetsTheLineAfterwards)
+TEST_F(LoggerSystemTest, ErrorWithoutATextIsItsNumber)
 {
-    m_world.start();
-    LOG_PLAIN(WARN, "before");
-    s_entriesMeanwhile = "none";
-    {
-        const WriteHook hook("WriteFile", readErrorsMeanwhile);
-        LOG_PLAIN(ERROR, "broken");
-    }
-    EXPECT_THAT(s_calls, ElementsAre("read"));
-    EXPECT_EQ(s_entriesMeanwhile, "");
-    EXPECT_TRUE(Logger::getErrorEntries().ends_with("   broken\n"));
+    EXPECT_EQ(getWindowsErrorText(0xE0ABCDEF), " (e0abcdef)");
 }
 
 // ---- System information
 
 namespace {
 
-BOOL WINAPI tellVersion(LPOSVERSIONINFOA info)
-{
-    s_calls.push_back(std::to_string(info->dwOSVersionInfoSize));
-    auto& version = *reinterpret_cast<OSVERSIONINFOEXA*>(info);
-    version.dwMajorVersion = 11;
-    version.dwMinorVersion = 12;
-    version.dwBuildNumber = 19045;
-    version.wServicePackMajor = 13;
-    version.wServicePackMinor = 14;
-    version.wSuiteMask = 0x1AB;
-    version.wProductType = 15;
-    return TRUE;
-}
-
-BOOL WINAPI tellNoVersion(LPOSVERSIONINFOA)
-{
-    return FALSE;
-}
-
-int WINAPI tellMetric(int metric)
-{
-    return metric + 100000;
-}
-
-void WINAPI tellHardware(LPSYSTEM_INFO info)
-{
-    info->dwProcessorType = 21;
-    info->wProcessorLevel = 22;
-    info->wProcessorRevision = 23;
-    info->dwNumberOfProcessors = 24;
-    info->dwActiveProcessorMask = 0x2B;
-    info->dwPageSize = 26;
-}
+FARPROC s_wow64Function;
 
 BOOL WINAPI wow64Process(HANDLE process, PBOOL result)
 {
@@ -326,8 +269,6 @@ BOOL WINAPI wow64Process(HANDLE process, PBOOL result)
     *result = TRUE;
     return TRUE;
 }
-
-FARPROC s_wow64Function;
 
 FARPROC WINAPI tellAddress(HMODULE module, LPCSTR name)
 {
@@ -342,48 +283,83 @@ FARPROC WINAPI tellAddress(HMODULE module, LPCSTR name)
 
 TEST_F(LoggerSystemTest, InformationNamesEachOfTheSystemsAnswers)
 {
-    const VersionHook version("GetVersionExA", tellVersion);
-    const MetricsHook metrics("GetSystemMetrics", tellMetric);
-    const HardwareHook hardware("GetSystemInfo", tellHardware);
+    const VersionHook version("GetVersionExA", [](LPOSVERSIONINFOA info) -> BOOL {
+        s_calls.push_back(std::to_string(info->dwOSVersionInfoSize));
+        auto& answer = *reinterpret_cast<OSVERSIONINFOEXA*>(info);
+        answer.dwMajorVersion = 11;
+        answer.dwMinorVersion = 12;
+        answer.dwBuildNumber = 19045;
+        answer.wServicePackMajor = 13;
+        answer.wServicePackMinor = 14;
+        answer.wSuiteMask = 0x1AB;
+        answer.wProductType = 15;
+        return TRUE;
+    });
+    const MetricsHook metrics("GetSystemMetrics", [](int metric) { return metric + 100000; });
+    const HardwareHook hardware("GetSystemInfo", [](LPSYSTEM_INFO info) {
+        info->dwProcessorType = 21;
+        info->wProcessorLevel = 22;
+        info->wProcessorRevision = 23;
+        info->dwNumberOfProcessors = 24;
+        info->dwActiveProcessorMask = 0x2B;
+        info->dwPageSize = 26;
+    });
     const AddressHook address("GetProcAddress", tellAddress);
     s_wow64Function = reinterpret_cast<FARPROC>(reinterpret_cast<void*>(wow64Process));
-    m_world.setPreference("loglevel", LOGLEVEL_ALWAYS);
-    m_world.start();
-    LOG_PLAIN(ALWAYS, "text");
+    m_world.start(LOGLEVEL_TRACE);
     const std::string gcc = std::to_string(__GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__);
-    EXPECT_THAT(
-        fileBodies(),
-        ElementsAre("    UNDEFINEDPRODUCT version: , ATL version: 0x100, compiler version: " + gcc,
-                    "    Windows version: 11.12.19045, service pack 13.14, suite mask: 1ab, product type 15, WOW64 process: true",
-                    "    System Metrics: SM_REMOTECONTROL=108193, SM_REMOTESESSION=104096, SM_SLOWMACHINE=100073, "
-                    "SM_NETWORK=100063, SM_MEDIACENTER=100087, SM_PENWINDOWS=100041, SM_TABLETPC=100086",
-                    "    Hardware Info: processor type=21, level=22, revision=23, number of processors=24, processor mask=0x2b, "
-                    "page size=26",
-                    "   text"));
+    const std::vector<std::string> expected = {
+        "ALWAYS|    UNDEFINEDPRODUCT version: , ATL version: 0x100, compiler version: " + gcc,
+        "TRACE|    GetVersionEx((OSVERSIONINFO*)&versionInfo): true",
+        "ALWAYS|    Windows version: 11.12.19045, service pack 13.14, suite mask: 1ab, product type 15, WOW64 process: true",
+        "ALWAYS|    System Metrics: SM_REMOTECONTROL=108193, SM_REMOTESESSION=104096, SM_SLOWMACHINE=100073, "
+        "SM_NETWORK=100063, SM_MEDIACENTER=100087, SM_PENWINDOWS=100041, SM_TABLETPC=100086",
+        "ALWAYS|    Hardware Info: processor type=21, level=22, revision=23, number of processors=24, processor mask=0x2b, "
+        "page size=26"};
+    std::vector<std::string> information;
+    for (const std::string& line : filed()) {
+        if (line.starts_with("ALWAYS|") || line.find("GetVersionEx") != std::string::npos) {
+            information.push_back(line);
+        }
+    }
+    EXPECT_EQ(information, expected);
     EXPECT_THAT(s_calls, ElementsAre(std::to_string(sizeof(OSVERSIONINFOEXA)), "kernel32", "own process"));
 }
 
-TEST_F(LoggerSystemTest, InformationWithoutTheFunctionForItIsAboutAProcessThatIsNot32Bit)
+TEST_F(LoggerSystemTest, AnswersThatAreRefusedAreErrorsInTheFileAndInNobodysErrorText)
 {
+    const VersionHook version("GetVersionExA", [](LPOSVERSIONINFOA) -> BOOL { return FALSE; });
     const AddressHook address("GetProcAddress", tellAddress);
     s_wow64Function = nullptr;
     m_world.start();
     LOG_PLAIN(WARN, "text");
-    EXPECT_THAT(s_calls, ElementsAre("kernel32"));
-    EXPECT_TRUE(fileBodies()[1].ends_with(", WOW64 process: false")) << fileBodies()[1];
+    const std::vector<std::string> lines = filed();
+    EXPECT_THAT(lines, Contains("ERROR|    GetVersionEx((OSVERSIONINFO*)&versionInfo): false"));
+    EXPECT_THAT(lines,
+                Contains("ALWAYS|    Windows version: 0.0.0, service pack 0.0, suite mask: 0, product type 0, WOW64 process: "
+                         "false"));
+    EXPECT_EQ(lines.back(), "WARN|   text");
+    EXPECT_EQ(Logger::getErrorEntries(), "");
 }
 
-TEST_F(LoggerSystemTest, VersionThatIsRefusedIsAnErrorInTheFileAndInNobodysErrorText)
+// The error that opens the file and the thread's later lines are none the worse for it.
+TEST_F(LoggerSystemTest, InformationThatRunsOutOfMemoryIsLeftOut)
 {
-    const VersionHook version("GetVersionExA", tellNoVersion);
+    const MetricsHook metrics("GetSystemMetrics", [](int) -> int { throw std::bad_alloc(); });
     m_world.start();
-    LOG_PLAIN(WARN, "text");
-    const std::vector<std::string> messages = m_stream.messages();
-    EXPECT_THAT(messages, Contains("ERROR GetVersionEx((OSVERSIONINFO*)&versionInfo): false"));
-    const std::vector<std::string> bodies = fileBodies();
-    EXPECT_THAT(bodies, Contains("    GetVersionEx((OSVERSIONINFO*)&versionInfo): false"));
-    EXPECT_THAT(bodies, Contains("    Windows version: 0.0.0, service pack 0.0, suite mask: 0, product type 0, WOW64 process: "
-                                 "false"));
-    EXPECT_EQ(bodies.back(), "   text");
-    EXPECT_EQ(Logger::getErrorEntries(), "") << "the error buffer's lock is never taken under the file's";
+    m_stream.clear();
+    {
+        LOG_SCOPE_STATIC(INFO, "Sample::scope");
+        LOG(ERROR, "broken");
+        LOG(WARN, "inside");
+    }
+    LOG_PLAIN(WARN, "outside");
+    const std::vector<std::string> lines = filed();
+    ASSERT_EQ(lines.size(), 3 + 7u);
+    EXPECT_EQ(lines[2], "ALWAYS|    System Metrics: SM_REMOTECONTROL=");
+    EXPECT_THAT((std::vector(lines.end() - 7, lines.end())), ElementsAre(BEGIN_BANNER, "ERROR|    broken", "INFO|-> ", END_BANNER,
+                                                                         "WARN|    inside", "INFO|<- ", "WARN|   outside"));
+    EXPECT_THAT(m_stream.said(), Contains("Out of memory, a log line was left out"));
+    EXPECT_THAT(fixtures::bodies(fixtures::parseLogLines(Logger::getErrorEntries())),
+                ElementsAre("ERROR|    broken", "INFO|-> "));
 }

@@ -1,166 +1,121 @@
-// Many threads at once. KESTA_STRESS_SECONDS makes it last longer than the moment it takes by default.
+// Many threads at once. KESTA_STRESS_ROUNDS makes it last longer than the moment it takes by default.
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <map>
 #include <thread>
 
 #define LOG_SOURCE "loggerThreadsTest"
 
-using fixtures::LoggerWorld;
-using fixtures::LogLine;
+using Strings = std::vector<std::string>;
 
 namespace {
 
 constexpr int THREAD_COUNT = 16;
+constexpr int DEPTH = 4;
 
-std::chrono::milliseconds duration()
+int rounds()
 {
-    const char* seconds = std::getenv("KESTA_STRESS_SECONDS");
-    return std::chrono::milliseconds(seconds != nullptr ? std::atoi(seconds) * 1000 : 300);
+    const char* rounds = std::getenv("KESTA_STRESS_ROUNDS");
+    return rounds != nullptr ? std::atoi(rounds) : 200;
 }
 
-// Every text ends in the thread's id, so that a line of another thread is seen.
+bool fails(int round)
+{
+    return round % 3 == 0;
+}
+
+// Every line carries the thread's id once more, so that a line of another thread is seen.
 class Worker : public virtual Loggable
 {
 public:
-    explicit Worker(const std::atomic<bool>& stop)
-        : m_stop(stop)
-    {
-    }
     std::string getLogObjectInfo() const override { return "of " + std::to_string(GetCurrentThreadId()); }
-    void run()
+    void descend(int depth, bool fails)
     {
-        while (!m_stop) {
-            descend(0);
+        LOG_SCOPE(FINE, "Worker::descend", depth);
+        if (depth < DEPTH) {
+            descend(depth + 1, fails);
+        } else if (fails) {
+            LOG(ERROR, "error");
         }
+        LOG(INFO, "after");
     }
-
-private:
-    void descend(int depth)
-    {
-        LOG_SCOPE(FINE, "Worker::descend", depth << " thread " << GetCurrentThreadId());
-        LOG(FINE, "statement thread " << GetCurrentThreadId());
-        if (depth < 4) {
-            descend(depth + 1);
-        } else if (++m_round % 3 == 0) {
-            LOG(ERROR, "error thread " << GetCurrentThreadId());
-        }
-        LOG(INFO, "after thread " << GetCurrentThreadId());
-    }
-
-    const std::atomic<bool>& m_stop;
-    int m_round = 0;
 };
 
-std::string suffix(unsigned long thread)
-{
-    return " thread " + std::to_string(thread);
-}
-
-// What one thread's lines must be: scopes properly nested, each error followed by its own chain, innermost first.
-class ThreadChecker
+// What the worker's lines must be: scopes properly nested, each error followed by its own chain, innermost first.
+class ExpectedLines
 {
 public:
-    void check(const LogLine& line)
+    explicit ExpectedLines(unsigned long thread)
+        : m_name("(anonymous namespace)::Worker of " + std::to_string(thread) + " ")
     {
-        ASSERT_TRUE(m_failed == 0) << "stopped at the first fault of this thread";
-        ++m_failed;
-        const std::string owner = "Worker of " + std::to_string(line.thread) + " ";
-        ASSERT_NE(line.body.find(owner), std::string::npos) << line.body;
-        ASSERT_TRUE(line.body.ends_with(suffix(line.thread))) << line.body;
-        const size_t marker = line.body.find_first_not_of(' ');
-        const std::string kind = line.body.substr(marker, 3);
-        if (!m_chain.empty()) {
-            ASSERT_EQ(line.body, m_chain.back());
-            m_chain.pop_back();
-        } else if (kind == "-> ") {
-            ASSERT_EQ(marker, m_scopes.size());
-            m_scopes.push_back(line.body);
-        } else if (kind == "<- ") {
-            ASSERT_FALSE(m_scopes.empty());
-            ASSERT_EQ(marker + 1, m_scopes.size());
-            std::string entry = line.body;
-            entry.replace(marker, 2, "->");
-            ASSERT_EQ(entry, m_scopes.back());
-            m_scopes.pop_back();
-        } else {
-            ASSERT_EQ(marker, m_scopes.size() + 3);
-            if (line.level == "ERROR") {
-                m_chain = m_scopes;
-                ++m_errors;
-            }
-        }
-        --m_failed;
     }
-    bool finished() const { return m_failed == 0 && m_chain.empty() && m_scopes.empty(); }
-    int errors() const { return m_errors; }
+    void descend(size_t depth, bool fails)
+    {
+        const std::string text = m_name + "descend " + std::to_string(depth);
+        m_chain.push_back("FINE|" + std::string(depth, ' ') + "-> " + text);
+        lines.push_back(m_chain.back());
+        if (depth < DEPTH) {
+            descend(depth + 1, fails);
+        } else if (fails) {
+            lines.push_back("ERROR|" + std::string(depth + 4, ' ') + m_name + "error");
+            lines.insert(lines.end(), m_chain.rbegin(), m_chain.rend());
+        }
+        lines.push_back("INFO|" + std::string(depth + 4, ' ') + m_name + "after");
+        lines.push_back("FINE|" + std::string(depth, ' ') + "<- " + text);
+        m_chain.pop_back();
+    }
+
+    Strings lines;
 
 private:
-    std::vector<std::string> m_scopes;
-    std::vector<std::string> m_chain; // still to come after an error; its last one comes first
-    int m_failed = 0;
-    int m_errors = 0;
+    const std::string m_name;
+    Strings m_chain;
 };
 
 } // namespace
 
 TEST(LoggerThreadsTest, EveryLineIsWholeAndEveryThreadHasItsOwnChain)
 {
-    LoggerWorld world;
-    world.setPreference("loglevel", LOGLEVEL_FINE);
+    fixtures::LoggerWorld world;
     world.setPreference("splitlogfilesize", 1);
-    world.start();
-    const std::string prefix = Logger::instance()->logFilePrefix();
-    const size_t before = fixtures::splitLines(world.logText()).size();
-
-    std::atomic<bool> stop{false};
+    world.start(LOGLEVEL_FINE);
     std::vector<std::thread> threads;
     for (int i = 0; i < THREAD_COUNT; ++i) {
-        threads.emplace_back([&stop] { Worker(stop).run(); });
+        threads.emplace_back([] {
+            for (int round = 0; round < rounds(); ++round) {
+                Worker().descend(0, fails(round));
+            }
+        });
     }
-    std::this_thread::sleep_for(duration());
-    stop = true;
     for (std::thread& thread : threads) {
         thread.join();
     }
-    const std::string errorText = Logger::getErrorEntries();
+    const size_t errorLines = fixtures::splitLines(Logger::getErrorEntries()).size();
 
-    std::map<unsigned long, ThreadChecker> checkers;
-    int begins = 0;
-    int ends = 0;
-    int files = 0;
-    size_t lineNumber = 0;
-    for (; files == 0 || std::filesystem::exists(prefix + "-" + std::to_string(10000 + files).substr(1) + ".log"); ++files) {
-        for (const LogLine& line : fixtures::parseLogLines(world.logText(files))) {
-            if (lineNumber++ < before || line.source.starts_with("logger ")) {
-                continue;
-            }
-            if (line.body == fixtures::BEGIN_BANNER) {
-                ++begins;
-            } else if (line.body == fixtures::END_BANNER) {
-                ++ends;
-            } else {
-                ASSERT_FALSE(line.level.empty()) << "torn line: " << line.body;
-                checkers[line.thread].check(line);
-                ASSERT_FALSE(testing::Test::HasFatalFailure());
+    std::map<unsigned long, Strings> linesByThread;
+    std::map<std::string, int> banners;
+    for (int file = 0; file == 0 || std::filesystem::exists(world.logFile(file)); ++file) {
+        for (const fixtures::LogLine& line : world.logLines(file)) {
+            if (line.level.empty()) {
+                ++banners[line.body];
+            } else if (line.module() == LOG_SOURCE) {
+                linesByThread[line.thread].push_back(line.level + "|" + line.body);
             }
         }
     }
-    int errors = 0;
-    for (const auto& [thread, checker] : checkers) {
-        EXPECT_TRUE(checker.finished()) << thread;
-        errors += checker.errors();
+    ASSERT_EQ(linesByThread.size(), static_cast<size_t>(THREAD_COUNT));
+    for (const auto& [thread, lines] : linesByThread) {
+        ExpectedLines expected(thread);
+        for (int round = 0; round < rounds(); ++round) {
+            expected.descend(0, fails(round));
+        }
+        EXPECT_TRUE(lines == expected.lines) << thread; // the lists are too long to be printed
     }
-    EXPECT_EQ(checkers.size(), static_cast<size_t>(THREAD_COUNT));
-    EXPECT_GT(errors, 0);
-    EXPECT_EQ(begins, errors);
-    EXPECT_EQ(ends, errors);
-    const std::vector<std::string> entries = fixtures::splitLines(errorText);
-    EXPECT_EQ(entries.size(), static_cast<size_t>(errors) * 6) << "each error and its five scopes";
-    RecordProperty("lines", static_cast<int>(lineNumber));
-    RecordProperty("files", files);
+    const int errors = THREAD_COUNT * ((rounds() + 2) / 3);
+    EXPECT_EQ(banners, (std::map<std::string, int>{{fixtures::BEGIN_BANNER, errors}, {fixtures::END_BANNER, errors}}));
+    EXPECT_EQ(errorLines, static_cast<size_t>(errors) * (1 + DEPTH + 1)) << "each error and its scopes";
+    EXPECT_TRUE(std::filesystem::exists(world.logFile(1))) << "the files are split meanwhile";
 }

@@ -1,216 +1,293 @@
-// Reading values with defaults, and snapshots of a key's names.
+// Reading values with defaults, snapshots of a key's names, and what both ask of the Windows registry.
 #include "support/registry.h"
+#include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>
 
-#define LOG_SOURCE "registryTest"
+#include <type_traits>
 
-using fixtures::DebugStream;
 using testing::ElementsAre;
+using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 namespace {
 
+using OpenHook = ImportHook<decltype(&RegOpenKeyExA)>;
+using CloseHook = ImportHook<decltype(&RegCloseKey)>;
+using QueryHook = ImportHook<decltype(&RegQueryValueExA)>;
+using InfoHook = ImportHook<decltype(&RegQueryInfoKeyA)>;
+using KeyNameHook = ImportHook<decltype(&RegEnumKeyExA)>;
+using ValueNameHook = ImportHook<decltype(&RegEnumValueA)>;
+using Strings = std::vector<std::string>;
+
 constexpr const char* PATH = "SOFTWARE\\Sample";
+
+Strings s_calls;
+HKEY s_openKey;
+LSTATUS s_infoStatus = ERROR_SUCCESS; // what the question for the counts answers
+
+// What is asked while it is alive, in its order.
+struct Questions
+{
+    Questions() { s_calls.clear(); }
+
+    const OpenHook open{"RegOpenKeyExA", [](HKEY root, LPCSTR path, DWORD options, REGSAM access, HKEY* key) -> LSTATUS {
+                            char text[64];
+                            std::snprintf(text, sizeof text, "open %s %s %lx %lx",
+                                          root == HKEY_LOCAL_MACHINE ? "machine" : "another root", path, options, access);
+                            s_calls.emplace_back(text);
+                            const LSTATUS status = OpenHook::s_original(root, path, options, access, key);
+                            s_openKey = *key;
+                            return status;
+                        }};
+    const CloseHook close{"RegCloseKey", [](HKEY key) -> LSTATUS {
+                              s_calls.emplace_back(key == s_openKey ? "close" : "close another key");
+                              return CloseHook::s_original(key);
+                          }};
+    const QueryHook query{"RegQueryValueExA",
+                          [](HKEY key, LPCSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD size) -> LSTATUS {
+                              s_calls.push_back("query " + std::string(name) + " " + std::to_string(*size));
+                              return QueryHook::s_original(key, name, reserved, type, data, size);
+                          }};
+    const InfoHook info{"RegQueryInfoKeyA", [](auto... arguments) -> LSTATUS {
+                            s_calls.emplace_back("info");
+                            InfoHook::s_original(arguments...);
+                            return s_infoStatus;
+                        }};
+    // The second name is refused.
+    const KeyNameHook keyName{"RegEnumKeyExA", [](HKEY key, DWORD index, LPSTR name, LPDWORD size, auto... rest) -> LSTATUS {
+                                  s_calls.push_back("key " + std::to_string(index) + " " + std::to_string(*size));
+                                  const LSTATUS status = KeyNameHook::s_original(key, index, name, size, rest...);
+                                  return index == 1 ? ERROR_NO_MORE_ITEMS : status;
+                              }};
+    const ValueNameHook valueName{"RegEnumValueA", [](HKEY key, DWORD index, LPSTR name, LPDWORD size, auto... rest) -> LSTATUS {
+                                      s_calls.push_back("value " + std::to_string(index) + " " + std::to_string(*size));
+                                      const LSTATUS status = ValueNameHook::s_original(key, index, name, size, rest...);
+                                      return index == 1 ? ERROR_NO_MORE_ITEMS : status;
+                                  }};
+};
 
 class RegistryTest : public testing::Test
 {
 protected:
+    ~RegistryTest() override { Logger::setMaxLogLevel(LOGLEVEL_WARN); }
     void setString(const std::string& name, const std::string& value) { m_scratch.setString(PATH, name, value); }
-    void setBytes(const std::string& name, const std::string& bytes, DWORD type = REG_SZ)
+    void setBytes(const std::string& name, const std::string& bytes)
     {
-        m_scratch.setBytes(PATH, name, type, bytes.data(), bytes.size());
+        m_scratch.setBytes(PATH, name, REG_BINARY, bytes.data(), bytes.size());
     }
-    std::string stringValue(const char* name)
-    {
-        return CRegistry(PATH, HKEY_LOCAL_MACHINE, KEY_READ).getStringValue(name, "default");
-    }
-    int dwordValue(const char* name) { return CRegistry(PATH, HKEY_LOCAL_MACHINE, KEY_READ).getDWORDValue(name, -1); }
+    void addKey(const std::string& name) { m_scratch.createKey(std::string(PATH) + "\\" + name); }
+    static CRegistry opened() { return CRegistry(PATH, HKEY_LOCAL_MACHINE, KEY_READ); }
+    static std::string stringValue(const char* name) { return opened().getStringValue(name, "default"); }
+    static int dwordValue(const char* name) { return opened().getDWORDValue(name, -1); }
+    static Strings subKeys(CRegistrySubKeys& names) { return all(names.getSubKeyCount(), names, &CRegistrySubKeys::getSubKey); }
+    static Strings values(CRegistrySubKeys& names) { return all(names.getValueCount(), names, &CRegistrySubKeys::getValue); }
 
     fixtures::RegistryScratch m_scratch{HKEY_LOCAL_MACHINE};
+
+private:
+    static Strings all(int count, CRegistrySubKeys& names, std::string (CRegistrySubKeys::*get)(int))
+    {
+        Strings result;
+        for (int index = 0; index < count; ++index) {
+            result.push_back((names.*get)(index));
+        }
+        return result;
+    }
 };
+
+template <class Derived>
+concept DerivesDirectly = requires(Loggable* loggable) { static_cast<Derived*>(loggable); };
+
+// Not copied, and derived virtually.
+template <class Reader>
+constexpr bool IS_A_READER =
+    std::has_virtual_destructor_v<Reader> && !std::is_copy_constructible_v<Reader> && !std::is_copy_assignable_v<Reader> &&
+    std::is_base_of_v<Loggable, Reader> && !DerivesDirectly<Reader>;
+static_assert(IS_A_READER<CRegistry> && IS_A_READER<CRegistrySubKeys>);
 
 } // namespace
 
-TEST_F(RegistryTest, StringsUpTo254CharactersAreReturnedWholeAndLongerOnesNotAtAll)
+TEST_F(RegistryTest, TextsUpTo254CharactersAreReturnedWholeAndLongerOnesNotAtAll)
 {
     setString("empty", "");
-    setString("short", "text");
     setString("254", std::string(254, 'a'));
     setString("255", std::string(255, 'a'));
     setString("300", std::string(300, 'a'));
     EXPECT_EQ(stringValue("empty"), "");
-    EXPECT_EQ(stringValue("short"), "text");
     EXPECT_EQ(stringValue("254"), std::string(254, 'a'));
     EXPECT_EQ(stringValue("255"), "default");
     EXPECT_EQ(stringValue("300"), "default");
     EXPECT_EQ(stringValue("missing"), "default");
 }
 
-TEST_F(RegistryTest, ValuesNeedNotBeTerminatedAndMayBeEmpty)
+TEST_F(RegistryTest, TextIsTheBytesUpToTheFirstZeroWhateverTheirType)
 {
-    setBytes("binary", "abc", REG_BINARY);
-    setBytes("binary 255", std::string(255, 'b'), REG_BINARY);
-    setBytes("nothing", "", REG_BINARY);
-    setBytes("zero inside", std::string("ab\0cd", 5), REG_BINARY);
-    EXPECT_EQ(stringValue("binary"), "abc");
-    EXPECT_EQ(stringValue("binary 255"), std::string(255, 'b'));
-    EXPECT_EQ(stringValue("nothing"), "") << "a value of no bytes is there, so it is not the default";
-    EXPECT_EQ(stringValue("zero inside"), "ab");
-}
-
-TEST_F(RegistryTest, NumberReadAsTextIsItsBytesUpToTheFirstZero)
-{
+    setBytes("unterminated", "abc");
+    setBytes("full", std::string(255, 'b'));
+    setBytes("nothing", "");
+    setBytes("zero inside", std::string("ab\0cd", 5));
     m_scratch.setDword(PATH, "number", 0x00434241);
-    m_scratch.setDword(PATH, "low zero", 0x41424300);
+    EXPECT_EQ(stringValue("unterminated"), "abc");
+    EXPECT_EQ(stringValue("full"), std::string(255, 'b'));
+    EXPECT_EQ(stringValue("nothing"), "") << "it is there, so it is not the default";
+    EXPECT_EQ(stringValue("zero inside"), "ab");
     EXPECT_EQ(stringValue("number"), "ABC");
-    EXPECT_EQ(stringValue("low zero"), "");
 }
 
-TEST_F(RegistryTest, NumbersAreSigned32Bits)
+TEST_F(RegistryTest, NumberIsUpToFourBytesSignedWhateverTheirType)
 {
     m_scratch.setDword(PATH, "number", 12);
     m_scratch.setDword(PATH, "high", 0xFFFFFFFE);
+    setString("abc", "abc");
+    setString("abcd", "abcd");
+    setBytes("one", "a");
+    setBytes("nothing", "");
     EXPECT_EQ(dwordValue("number"), 12);
     EXPECT_EQ(dwordValue("high"), -2);
     EXPECT_EQ(dwordValue("missing"), -1);
-}
-
-TEST_F(RegistryTest, TextReadAsNumberIsItsFirstFourBytesWithTerminator)
-{
-    setString("abc", "abc");
-    setString("abcd", "abcd");
-    setBytes("one", "a", REG_BINARY);
-    setBytes("three", "abc", REG_BINARY);
-    setBytes("nothing", "", REG_BINARY);
     EXPECT_EQ(dwordValue("abc"), 0x00636261);
     EXPECT_EQ(dwordValue("abcd"), -1) << "five bytes do not fit";
     EXPECT_EQ(dwordValue("one"), 0x61) << "the bytes that are missing are zero";
-    EXPECT_EQ(dwordValue("three"), 0x00636261);
     EXPECT_EQ(dwordValue("nothing"), 0);
 }
 
-TEST_F(RegistryTest, MissingKeyIsLoggedOnceAndReadsAnswerTheDefault)
+TEST_F(RegistryTest, SnapshotHoldsTheNamesThatTheKeyHad)
 {
-    Logger::setMaxLogLevel(LOGLEVEL_WARN);
+    addKey("b");
+    addKey("a");
+    setString("one", "1");
+    setString("", "the key's own value");
+    CRegistry registry = opened();
+    CRegistrySubKeys names(registry);
+    registry.closeKey();
+    m_scratch.deleteValue(PATH, "one");
+    EXPECT_THAT(subKeys(names), UnorderedElementsAre("a", "b"));
+    EXPECT_THAT(values(names), UnorderedElementsAre("one", ""));
+}
+
+TEST_F(RegistryTest, NameThatDoesNotFitIsEmptyAndStillCounted)
+{
+    setString(std::string(16382, 'v'), "1");
+    setString(std::string(16383, 'w'), "1");
+    CRegistry registry = opened();
+    {
+        CRegistrySubKeys names(registry);
+        EXPECT_THAT(subKeys(names), IsEmpty()) << "it has values only";
+        EXPECT_THAT(values(names), UnorderedElementsAre(std::string(16382, 'v'), ""));
+    }
+    addKey(std::string(254, 'k'));
+    addKey(std::string(255, 'l'));
+    CRegistrySubKeys names(registry);
+    EXPECT_THAT(subKeys(names), UnorderedElementsAre(std::string(254, 'k'), ""));
+}
+
+// ---- What is asked
+
+TEST_F(RegistryTest, KeyIsOpenedWithTheAccessThatWasGivenReadInFixedSizesAndClosedOnce)
+{
+    setString("text", "x");
+    const Questions questions;
+    {
+        CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ | KEY_WOW64_32KEY);
+        registry.getStringValue("text", "default");
+        registry.getStringValue("missing", "default");
+        registry.getDWORDValue("text", 0);
+        registry.closeKey();
+        registry.closeKey();
+        EXPECT_EQ(registry.getStringValue("text", "default"), "default");
+        EXPECT_EQ(registry.getDWORDValue("text", 7), 7);
+        CRegistrySubKeys names(registry);
+        EXPECT_EQ(names.getSubKeyCount() + names.getValueCount(), 0);
+    }
+    EXPECT_THAT(s_calls, ElementsAre("open machine SOFTWARE\\Sample 0 20219", "query text 255", "query missing 255",
+                                     "query text 4", "close"));
+    s_calls.clear();
+    {
+        const CRegistry registry("Software", HKEY_CURRENT_USER, KEY_QUERY_VALUE);
+    }
+    EXPECT_THAT(s_calls, ElementsAre("open another root Software 0 1", "close")) << "its end closes it";
+}
+
+TEST_F(RegistryTest, MissingKeyIsLoggedOnceAndNeitherAskedNorClosed)
+{
     Logger::getErrorEntries();
-    DebugStream stream;
+    const Questions questions;
     {
         CRegistry registry("SOFTWARE\\Missing", HKEY_LOCAL_MACHINE, KEY_READ);
         EXPECT_EQ(registry.getStringValue("name", "default"), "default");
         EXPECT_EQ(registry.getDWORDValue("name", 42), 42);
         CRegistrySubKeys names(registry);
-        EXPECT_EQ(names.getSubKeyCount(), 0);
-        EXPECT_EQ(names.getValueCount(), 0);
+        names.getKeyNames(nullptr);
+        EXPECT_EQ(names.getSubKeyCount() + names.getValueCount(), 0);
     }
-    const std::vector<fixtures::LogLine> lines = fixtures::parseLogLines(Logger::getErrorEntries());
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0].level, "ERROR");
-    EXPECT_EQ(lines[0].source, "registry            ");
-    EXPECT_EQ(lines[0].text(), "CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: false");
-    EXPECT_EQ(lines[1].body, "-> CRegistry  ");
-    int errors = 0;
-    for (const fixtures::LogLine& line : stream.lines()) {
-        errors += static_cast<int>(line.level == "ERROR");
-    }
-    EXPECT_EQ(errors, 1);
+    EXPECT_THAT(s_calls, ElementsAre("open machine SOFTWARE\\Missing 0 20019"));
+    EXPECT_THAT(fixtures::bodies(fixtures::parseLogLines(Logger::getErrorEntries())),
+                ElementsAre("ERROR|    CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: false",
+                            "FINE|-> CRegistry  "));
 }
 
-TEST_F(RegistryTest, OperationsAreLoggedAsScopes)
+TEST_F(RegistryTest, EveryNameIsAskedForWithTheWholeSizeAndOneThatIsRefusedIsEmpty)
 {
-    m_scratch.setDword(PATH, "number", 12);
-    Logger::setMaxLogLevel(LOGLEVEL_TRACE);
-    DebugStream stream;
+    for (const char* name : {"a", "bcd", "ef"}) {
+        addKey(name);
+        setString(name, "1");
+    }
+    CRegistry registry = opened();
+    const Questions questions;
     {
-        CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
-        registry.getStringValue("name", "none");
-        registry.getDWORDValue("number", -1);
+        CRegistrySubKeys names(registry);
+        EXPECT_THAT(subKeys(names), ElementsAre("a", "", "ef"));
+        EXPECT_THAT(values(names), ElementsAre("a", "", "ef"));
+    }
+    EXPECT_THAT(s_calls,
+                ElementsAre("info", "key 0 255", "key 1 255", "key 2 255", "value 0 16383", "value 1 16383", "value 2 16383"))
+        << "the key is neither opened nor closed";
+
+    s_calls.clear();
+    s_infoStatus = ERROR_ACCESS_DENIED;
+    CRegistrySubKeys names(registry);
+    EXPECT_THAT(s_calls, ElementsAre("info"));
+    EXPECT_EQ(names.getSubKeyCount() + names.getValueCount(), 0);
+}
+
+// ---- What is logged
+
+TEST_F(RegistryTest, OperationsAreLoggedAsScopesAndFailedReadsNotAtAll)
+{
+    addKey("a");
+    setString("text", "x");
+    Logger::setMaxLogLevel(LOGLEVEL_TRACE);
+    const fixtures::DebugStream stream;
+    {
+        CRegistry registry = opened();
+        registry.getStringValue("missing", "none");
+        registry.getDWORDValue("missing", -1);
         CRegistrySubKeys names(registry);
         names.getSubKeyCount();
+        names.getSubKey(0);
         names.getValueCount();
         names.getValue(0);
     }
-    Logger::setMaxLogLevel(LOGLEVEL_WARN);
-    std::vector<std::string> bodies;
-    for (const fixtures::LogLine& line : stream.lines()) {
-        if (line.source.starts_with("registry ")) {
-            bodies.push_back(line.level + "|" + line.body);
-        }
-    }
-    EXPECT_THAT(bodies,
-                ElementsAre("FINE|-> CRegistry  CRegistry SOFTWARE\\Sample",
-                            "TRACE|    CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true",
-                            "FINE|<- CRegistry  CRegistry SOFTWARE\\Sample", "FINE|-> CRegistry  getStringValue name, none",
-                            "FINE|<- CRegistry  getStringValue name, none", "FINE|-> CRegistry  getDWORDValue number, -1",
-                            "FINE|<- CRegistry  getDWORDValue number, -1", "FINE|-> CRegistrySubKeys  CRegistrySubKeys ",
-                            "FINE| -> CRegistrySubKeys  getKeyNames ", "FINE| <- CRegistrySubKeys  getKeyNames ",
-                            "FINE|<- CRegistrySubKeys  CRegistrySubKeys ", "FINE|-> CRegistrySubKeys  getSubKeyCount ",
-                            "FINE|<- CRegistrySubKeys  getSubKeyCount ", "FINE|-> CRegistrySubKeys  getValueCount ",
-                            "FINE|<- CRegistrySubKeys  getValueCount ", "FINE|-> CRegistrySubKeys  getValue 0",
-                            "FINE|<- CRegistrySubKeys  getValue 0", "FINE|-> CRegistrySubKeys  ~CRegistrySubKeys ",
-                            "FINE|<- CRegistrySubKeys  ~CRegistrySubKeys ", "FINE|-> CRegistry  ~CRegistry ",
-                            "FINE| -> CRegistry  closeKey ", "FINE| <- CRegistry  closeKey ", "FINE|<- CRegistry  ~CRegistry "));
-}
-
-TEST_F(RegistryTest, ClosedKeyAnswersDefaultsAndCanBeClosedAgain)
-{
-    setString("name", "value");
-    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
-    registry.closeKey();
-    registry.closeKey();
-    EXPECT_EQ(registry.getStringValue("name", "default"), "default");
-    CRegistrySubKeys names(registry);
-    EXPECT_EQ(names.getValueCount(), 0);
-}
-
-TEST_F(RegistryTest, SnapshotHoldsTheNamesOfAKey)
-{
-    m_scratch.createKey(std::string(PATH) + "\\b");
-    m_scratch.createKey(std::string(PATH) + "\\a");
-    setString("one", "1");
-    setString("", "the key's own value");
-    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
-    CRegistrySubKeys names(registry);
-    registry.closeKey();
-    m_scratch.deleteValue(PATH, "one");
-    ASSERT_EQ(names.getSubKeyCount(), 2);
-    ASSERT_EQ(names.getValueCount(), 2);
-    EXPECT_THAT((std::vector{names.getSubKey(0), names.getSubKey(1)}), UnorderedElementsAre("a", "b"));
-    EXPECT_THAT((std::vector{names.getValue(0), names.getValue(1)}), UnorderedElementsAre("one", ""));
-}
-
-TEST_F(RegistryTest, KeyWithValuesOnlyHasNoSubkeys)
-{
-    setString("one", "1");
-    setString("two", "2");
-    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
-    CRegistrySubKeys names(registry);
-    EXPECT_EQ(names.getSubKeyCount(), 0);
-    EXPECT_EQ(names.getValueCount(), 2);
-}
-
-TEST_F(RegistryTest, NameThatDoesNotFitIsEmptyAndStillCounted)
-{
-    const std::string longKey(254, 'k');
-    const std::string tooLongKey(255, 'l');
-    m_scratch.createKey(std::string(PATH) + "\\" + longKey);
-    m_scratch.createKey(std::string(PATH) + "\\" + tooLongKey);
-    const std::string longValue(16382, 'v');
-    const std::string tooLongValue(16383, 'w');
-    setString(longValue, "1");
-    setString(tooLongValue, "1");
-    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
-    CRegistrySubKeys names(registry);
-    ASSERT_EQ(names.getSubKeyCount(), 2);
-    ASSERT_EQ(names.getValueCount(), 2);
-    EXPECT_THAT((std::vector{names.getSubKey(0), names.getSubKey(1)}), UnorderedElementsAre(longKey, ""));
-    EXPECT_THAT((std::vector{names.getValue(0), names.getValue(1)}), UnorderedElementsAre(longValue, ""));
-}
-
-TEST_F(RegistryTest, ClassNamesAreThoseOfTheObjects)
-{
-    CRegistry registry(PATH, HKEY_LOCAL_MACHINE, KEY_READ);
-    EXPECT_STREQ(registry.getLogClassName(), "CRegistry");
-    EXPECT_EQ(registry.getLogObjectInfo(), "");
+    Strings expected;
+    const auto scope = [&expected](const std::string& text, const Strings& inside = {}) {
+        expected.push_back("FINE|-> " + text);
+        expected.insert(expected.end(), inside.begin(), inside.end());
+        expected.push_back("FINE|<- " + text);
+    };
+    scope("CRegistry  CRegistry SOFTWARE\\Sample",
+          {"TRACE|    CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true"});
+    scope("CRegistry  getStringValue missing, none");
+    scope("CRegistry  getDWORDValue missing, -1");
+    scope("CRegistrySubKeys  CRegistrySubKeys ",
+          {"FINE| -> CRegistrySubKeys  getKeyNames ", "FINE| <- CRegistrySubKeys  getKeyNames "});
+    scope("CRegistrySubKeys  getSubKeyCount ");
+    scope("CRegistrySubKeys  getSubKey 0");
+    scope("CRegistrySubKeys  getValueCount ");
+    scope("CRegistrySubKeys  getValue 0");
+    scope("CRegistrySubKeys  ~CRegistrySubKeys ");
+    scope("CRegistry  ~CRegistry ", {"FINE| -> CRegistry  closeKey ", "FINE| <- CRegistry  closeKey "});
+    EXPECT_EQ(stream.said("registry"), expected);
+    EXPECT_EQ(stream.said(), expected);
 }

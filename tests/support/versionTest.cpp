@@ -1,202 +1,179 @@
 // Version resources: of files made by the build with resources of known content, and of the running executable.
 #include "support/version.h"
+#include "tests/support/FailingAllocations.h"
 #include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>
 
-using fixtures::DebugStream;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 namespace {
 
-std::string executablePath()
+using QueryHook = ImportHook<decltype(&VerQueryValueA)>;
+using PathHook = ImportHook<decltype(&GetModuleFileNameA)>;
+using Strings = std::vector<std::string>;
+
+constexpr const char* UNDEFINED = "UNDEFINEDPRODUCT";
+constexpr const char* TRANSLATION = "\\VarFileInfo\\Translation";
+constexpr const char* FIRST_NAME = "\\StringFileInfo\\040904e4\\ProductName";
+constexpr const char* SECOND_NAME = "\\StringFileInfo\\040704e4\\ProductName";
+
+Strings s_calls;
+
+std::string beside(const std::string& name)
 {
-    char path[MAX_PATH + 1] = {};
-    GetModuleFileNameA(nullptr, path, MAX_PATH);
-    return path;
+    return (std::filesystem::path(fixtures::modulePath()).parent_path() / name).string();
 }
 
-std::string beside(const char* name)
+std::string versionOf(const std::string& name)
 {
-    return (std::filesystem::path(executablePath()).parent_path() / name).string();
+    return CVersion::getVersionInfo(beside(name).c_str());
 }
 
-// "LEVEL|body" of what the module said.
-std::vector<std::string> linesOf(const DebugStream& stream)
+std::string productOf(const std::string& name)
 {
-    std::vector<std::string> result;
-    for (const fixtures::LogLine& line : stream.lines()) {
-        if (line.source == "version             ") {
-            result.push_back(line.level + "|" + line.body);
-        }
+    return CVersion::getProductName(beside(name).c_str());
+}
+
+BOOL WINAPI refuseQuery(LPCVOID, LPCSTR, LPVOID*, PUINT)
+{
+    return FALSE;
+}
+
+class VersionTest : public testing::Test
+{
+protected:
+    VersionTest() { s_calls.clear(); }
+    ~VersionTest() override
+    {
+        CVersion::s_moduleName = m_moduleName;
+        Logger::setMaxLogLevel(LOGLEVEL_WARN);
     }
-    return result;
-}
 
-// Sets another module name for the time of a test.
-class ModuleName
-{
-public:
-    explicit ModuleName(const char* name) { CVersion::s_moduleName = name; }
-    ~ModuleName() { CVersion::s_moduleName = m_before; }
-    ModuleName(const ModuleName&) = delete;
-    ModuleName& operator=(const ModuleName&) = delete;
-
-private:
-    const char* m_before = CVersion::s_moduleName;
+    const char* const m_moduleName = CVersion::s_moduleName;
 };
 
 } // namespace
 
-TEST(VersionTest, ModuleNameAtTheStart)
+TEST_F(VersionTest, FileVersionIsPrintedAsFourNumbers)
+{
+    EXPECT_EQ(versionOf("versionFirst.dll"), "1.6.0.0");
+    EXPECT_EQ(versionOf("versionSecond.dll"), "65535.7.10.40000");
+}
+
+TEST_F(VersionTest, ProductNameIsThatOfTheFirstTranslationThatHasOneAndNothingElseIsAskedFor)
+{
+    const QueryHook hook("VerQueryValueA", [](LPCVOID block, LPCSTR name, LPVOID* value, PUINT length) -> BOOL {
+        s_calls.emplace_back(name);
+        return QueryHook::s_original(block, name, value, length);
+    });
+    EXPECT_EQ(versionOf("versionBoth.dll"), "1.0.0.0");
+    EXPECT_EQ(productOf("versionBoth.dll"), "First");
+    EXPECT_EQ(productOf("versionSecond.dll"), "Second");
+    EXPECT_EQ(productOf("versionNone.dll"), UNDEFINED);
+    EXPECT_EQ(productOf("versionUntranslated.dll"), UNDEFINED);
+    EXPECT_THAT(s_calls, ElementsAre("\\", TRANSLATION, FIRST_NAME, TRANSLATION, FIRST_NAME, SECOND_NAME, TRANSLATION, FIRST_NAME,
+                                     TRANSLATION));
+}
+
+TEST_F(VersionTest, FileWithoutVersionResourceGivesTheDefaults)
+{
+    const fixtures::TemporaryFolder folder;
+    fixtures::makeFile(folder.path("plain.txt"), "text");
+    for (const char* name : {"plain.txt", "missing.exe"}) {
+        EXPECT_EQ(CVersion::getVersionInfo(folder.path(name).c_str()), "");
+        EXPECT_EQ(CVersion::getProductName(folder.path(name).c_str()), UNDEFINED);
+    }
+}
+
+TEST_F(VersionTest, ResourceForWhichThereIsNoMemoryGivesEmptyTexts)
+{
+    const FailingAllocations failing(FailingAllocations::Kind::NothrowArrays);
+    EXPECT_EQ(versionOf("versionFirst.dll"), "");
+    EXPECT_EQ(productOf("versionFirst.dll"), "") << "and not the default";
+}
+
+TEST_F(VersionTest, ResourceThatTellsNothingGivesTheDefaults)
+{
+    const QueryHook hook("VerQueryValueA", refuseQuery);
+    EXPECT_EQ(versionOf("versionFirst.dll"), "");
+    EXPECT_EQ(productOf("versionFirst.dll"), UNDEFINED);
+}
+
+TEST_F(VersionTest, ResourceIsFreedOnEveryWay)
+{
+    const auto freed = [](const std::string&) { return FailingAllocations::lastNothrowArray() == nullptr; };
+    EXPECT_TRUE(freed(versionOf("versionFirst.dll")));
+    EXPECT_TRUE(freed(productOf("versionFirst.dll")));
+    EXPECT_TRUE(freed(productOf("versionNone.dll")));
+    const QueryHook hook("VerQueryValueA", refuseQuery);
+    EXPECT_TRUE(freed(versionOf("versionFirst.dll")));
+    EXPECT_TRUE(freed(productOf("versionFirst.dll")));
+}
+
+// No module of the name that is set at the start is loaded, which means the process's own executable.
+TEST_F(VersionTest, WithoutArgumentsItIsTheModuleThatIsNamedOrElseTheRunningExecutable)
 {
     EXPECT_STREQ(CVersion::s_moduleName, "KESTA.exe");
-}
-
-TEST(VersionTest, FileVersionIsPrintedAsFourNumbers)
-{
-    EXPECT_EQ(CVersion::getVersionInfo(beside("versionFirst.dll").c_str()), "1.6.0.0");
-    EXPECT_EQ(CVersion::getVersionInfo(beside("versionSecond.dll").c_str()), "65535.7.10.40000");
-}
-
-TEST(VersionTest, ProductNameIsTakenFromTheFirstTranslationThatHasOne)
-{
-    EXPECT_EQ(CVersion::getProductName(beside("versionFirst.dll").c_str()), "KESTA");
-    EXPECT_EQ(CVersion::getProductName(beside("versionSecond.dll").c_str()), "Second");
-    EXPECT_EQ(CVersion::getProductName(beside("versionNone.dll").c_str()), "UNDEFINEDPRODUCT");
-    EXPECT_EQ(CVersion::getProductName(beside("versionUntranslated.dll").c_str()), "UNDEFINEDPRODUCT");
-}
-
-TEST(VersionTest, FirstOfTwoProductNamesIsTaken)
-{
-    EXPECT_EQ(CVersion::getProductName(beside("versionBoth.dll").c_str()), "First");
-}
-
-namespace {
-using QueryHook = ImportHook<decltype(&VerQueryValueA)>;
-using PathHook = ImportHook<decltype(&GetModuleFileNameA)>;
-
-std::vector<std::string> s_calls;
-
-BOOL WINAPI noteQuery(LPCVOID block, LPCSTR name, LPVOID* value, PUINT length)
-{
-    s_calls.emplace_back(name);
-    return QueryHook::s_original(block, name, value, length);
-}
-
-DWORD WINAPI notePath(HMODULE module, LPSTR buffer, DWORD size)
-{
-    s_calls.push_back((module == nullptr                            ? "own "
-                       : module == GetModuleHandleA("kernel32.dll") ? "kernel32 "
-                                                                    : "another ") +
-                      std::to_string(size));
-    return PathHook::s_original(module, buffer, size);
-}
-} // namespace
-
-TEST(VersionTest, ResourceIsAskedForTheFixedInformationAndThenTranslationByTranslation)
-{
-    const QueryHook hook("VerQueryValueA", noteQuery);
-    s_calls.clear();
-    CVersion::getVersionInfo(beside("versionBoth.dll").c_str());
-    EXPECT_THAT(s_calls, ElementsAre("\\"));
-    s_calls.clear();
-    CVersion::getProductName(beside("versionBoth.dll").c_str());
-    EXPECT_THAT(s_calls, ElementsAre("\\VarFileInfo\\Translation", "\\StringFileInfo\\040904e4\\ProductName"));
-    s_calls.clear();
-    CVersion::getProductName(beside("versionSecond.dll").c_str());
-    EXPECT_THAT(s_calls, ElementsAre("\\VarFileInfo\\Translation", "\\StringFileInfo\\040904e4\\ProductName",
-                                     "\\StringFileInfo\\040704e4\\ProductName"));
-    s_calls.clear();
-    CVersion::getProductName(beside("versionUntranslated.dll").c_str());
-    EXPECT_THAT(s_calls, ElementsAre("\\VarFileInfo\\Translation"));
-}
-
-TEST(VersionTest, ModuleNameIsThatOfAnyLoadedModule)
-{
-    char path[MAX_PATH + 1] = {};
-    GetModuleFileNameA(GetModuleHandleA("kernel32.dll"), path, MAX_PATH);
-    const PathHook hook("GetModuleFileNameA", notePath);
-    s_calls.clear();
-    EXPECT_NE(CVersion::getProductName(), CVersion::getProductName(path));
-    {
-        const ModuleName other("kernel32.dll");
-        EXPECT_EQ(CVersion::getVersionInfo(), CVersion::getVersionInfo(path));
-        EXPECT_EQ(CVersion::getProductName(), CVersion::getProductName(path));
-    }
-    EXPECT_THAT(s_calls, ElementsAre("own 260", "kernel32 260", "kernel32 260"));
-}
-
-TEST(VersionTest, FileWithoutVersionResourceGivesTheDefaults)
-{
-    fixtures::TemporaryFolder folder;
-    const std::string text = folder.path("plain.txt");
-    std::ofstream(text) << "text";
-    for (const std::string& path : {text, folder.path("missing.exe")}) {
-        EXPECT_EQ(CVersion::getVersionInfo(path.c_str()), "");
-        EXPECT_EQ(CVersion::getProductName(path.c_str()), "UNDEFINEDPRODUCT");
-    }
-}
-
-TEST(VersionTest, WithoutArgumentsItIsTheRunningExecutables)
-{
-    // No module of that name is loaded, which means the process's own executable.
     EXPECT_EQ(CVersion::getVersionInfo(), "3.4.5.6");
     EXPECT_EQ(CVersion::getProductName(), "VERSIONTEST");
+    const PathHook hook("GetModuleFileNameA", [](HMODULE module, LPSTR buffer, DWORD size) -> DWORD {
+        s_calls.push_back((module == nullptr ? "own " : "another ") + std::to_string(size));
+        return PathHook::s_original(module, buffer, size);
+    });
+    CVersion::getProductName();
+    CVersion::s_moduleName = "kernel32.dll";
+    const std::string version = CVersion::getVersionInfo();
+    const std::string product = CVersion::getProductName();
+    EXPECT_THAT(s_calls, ElementsAre("own 260", "another 260", "another 260"));
+    const std::string path = fixtures::modulePath("kernel32.dll");
+    EXPECT_EQ(version, CVersion::getVersionInfo(path.c_str()));
+    EXPECT_EQ(product, CVersion::getProductName(path.c_str()));
+    EXPECT_NE(product, "VERSIONTEST");
 }
 
-TEST(VersionTest, ProductNameIsInTheLogFilesName)
+TEST_F(VersionTest, WithoutModuleNameTheDefaultsAreGivenWithAWarning)
 {
-    EXPECT_NE(Logger::instance()->logFilePrefix().find("\\VERSIONTEST-support_version_test.exe-"), std::string::npos);
-}
-
-TEST(VersionTest, WithoutModuleNameTheDefaultsAreGivenWithAWarning)
-{
-    Logger::setMaxLogLevel(LOGLEVEL_WARN);
-    const ModuleName none(nullptr);
-    DebugStream stream;
+    CVersion::s_moduleName = nullptr;
+    const fixtures::DebugStream stream;
     EXPECT_EQ(CVersion::getVersionInfo(), "");
-    EXPECT_EQ(CVersion::getProductName(), "UNDEFINEDPRODUCT");
-    EXPECT_THAT(linesOf(stream), ElementsAre("WARN|    No module name was set", "WARN|    No module name was set"));
+    EXPECT_EQ(CVersion::getProductName(), UNDEFINED);
+    EXPECT_THAT(stream.said("version"), ElementsAre("WARN|    No module name was set", "WARN|    No module name was set"));
 }
 
-TEST(VersionTest, LogOfAProcessWithoutModuleNameIsThatOfTheUndefinedProduct)
-{
-    fixtures::LoggerWorld world;
-    const ModuleName none(nullptr);
-    DebugStream stream;
-    world.start();
-    EXPECT_TRUE(Logger::instance()->logFilePrefix().starts_with(world.appData() + "\\UNDEFINEDPRODUCT-logs\\UNDEFINEDPRODUCT-"));
-    EXPECT_THAT(stream.texts(), testing::IsEmpty()) << "its name is settled before anything can be logged";
-}
-
-TEST(VersionTest, LogBeginsWithTheVersionOfTheExecutable)
+TEST_F(VersionTest, LogIsNamedAfterTheProductAndBeginsWithItsVersion)
 {
     fixtures::LoggerWorld world;
     world.start();
+    EXPECT_THAT(Logger::instance()->logFilePrefix(),
+                testing::HasSubstr("\\VERSIONTEST-logs\\VERSIONTEST-support_version_test.exe-"));
     LogEntry({"versionTest", 1}, LOGLEVEL_WARN).stream() << "text";
-    const std::string gcc = std::to_string(__GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__);
-    EXPECT_EQ(world.logLines().front().body, "    VERSIONTEST version: 3.4.5.6, ATL version: 0x100, compiler version: " + gcc);
+    EXPECT_THAT(world.logLines().front().body, testing::StartsWith("    VERSIONTEST version: 3.4.5.6, ATL version: "));
+
+    world.stop();
+    CVersion::s_moduleName = nullptr;
+    const fixtures::DebugStream stream;
+    world.start();
+    EXPECT_THAT(Logger::instance()->logFilePrefix(), testing::HasSubstr("\\UNDEFINEDPRODUCT-logs\\UNDEFINEDPRODUCT-"));
+    EXPECT_THAT(stream.texts(), IsEmpty()) << "the name is settled before anything can be logged";
 }
 
-TEST(VersionTest, OperationsAreLogged)
+TEST_F(VersionTest, OperationsAreLogged)
 {
     Logger::setMaxLogLevel(LOGLEVEL_TRACE);
-    const std::string path = beside("versionSecond.dll");
-    DebugStream stream;
-    CVersion::getProductName(path.c_str());
-    CVersion::getVersionInfo(path.c_str());
+    const fixtures::DebugStream stream;
+    productOf("versionSecond.dll");
     CVersion::getVersionInfo();
     CVersion::getProductName();
-    Logger::setMaxLogLevel(LOGLEVEL_WARN);
-    const std::string own = executablePath();
-    EXPECT_THAT(linesOf(stream),
-                ElementsAre("FINE|-> getProductName " + path,
-                            "TRACE|    Product name from \\StringFileInfo\\040704e4\\ProductName: Second",
-                            "FINE|<- getProductName " + path, "FINE|-> getVersionInfo " + path, "FINE|<- getVersionInfo " + path,
-                            "FINE|-> getVersionInfo ", "FINE| -> getVersionInfo " + own, "FINE| <- getVersionInfo " + own,
-                            "FINE|<- getVersionInfo ", "FINE|-> getProductName ", "FINE| -> getProductName " + own,
-                            "TRACE|     Product name from \\StringFileInfo\\040904e4\\ProductName: VERSIONTEST",
+    const std::string second = beside("versionSecond.dll");
+    const std::string own = fixtures::modulePath();
+    const std::string found = "Product name from ";
+    EXPECT_THAT(stream.said("version"),
+                ElementsAre("FINE|-> getProductName " + second, "TRACE|    " + found + SECOND_NAME + ": Second",
+                            "FINE|<- getProductName " + second, "FINE|-> getVersionInfo ", "FINE| -> getVersionInfo " + own,
+                            "FINE| <- getVersionInfo " + own, "FINE|<- getVersionInfo ", "FINE|-> getProductName ",
+                            "FINE| -> getProductName " + own, "TRACE|     " + found + FIRST_NAME + ": VERSIONTEST",
                             "FINE| <- getProductName " + own, "FINE|<- getProductName "));
 }

@@ -1,0 +1,177 @@
+// Which old log files are deleted. Runs in a time zone far from Greenwich: ages are counted in the time of Greenwich.
+#include "support/loggerImplementation.h"
+#include "tests/support/ImportHook.h"
+#include "tests/support/fixtures.h"
+
+#include <gmock/gmock.h>
+
+#define LOG_SOURCE "loggerCleanUpTest"
+
+using testing::Contains;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+using FindHook = ImportHook<decltype(&FindFirstFileA)>;
+using NextHook = ImportHook<decltype(&FindNextFileA)>;
+using CloseHook = ImportHook<decltype(&FindClose)>;
+using DeleteHook = ImportHook<decltype(&DeleteFileA)>;
+
+constexpr LONGLONG SECOND = 10000000;
+constexpr int FOUR_WEEKS = 28 * 24 * 60 * 60;
+
+std::vector<std::string> s_calls;
+fixtures::DebugStream* s_stream;
+
+FILETIME plus(const FILETIME& time, LONGLONG units)
+{
+    const LONGLONG sum = ticks(time) + units;
+    return {static_cast<DWORD>(sum), static_cast<DWORD>(sum >> 32)};
+}
+
+FILETIME now()
+{
+    FILETIME time;
+    GetSystemTimeAsFileTime(&time);
+    return time;
+}
+
+class LoggerCleanUpTest : public testing::Test
+{
+protected:
+    LoggerCleanUpTest()
+    {
+        s_calls.clear();
+        s_stream = &m_stream;
+        std::filesystem::create_directory(m_folder);
+        m_world.setPreference("logpath", m_folder);
+    }
+    std::string path(const std::string& name) const { return m_folder + "\\" + name; }
+    // An empty file with a last write that long ago.
+    void makeFile(const std::string& name, LONGLONG ageInSeconds) const
+    {
+        const HANDLE file = CreateFileA(path(name).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
+        const FILETIME time = plus(now(), -ageInSeconds * SECOND);
+        EXPECT_TRUE(SetFileTime(file, nullptr, nullptr, &time)) << name;
+        CloseHandle(file);
+    }
+    fixtures::LoggerWorld m_world;
+    fixtures::DebugStream m_stream;
+    const std::string m_folder = m_world.folder() + "\\logs";
+    const std::string m_product = std::string(m_world.PRODUCT) + "-";
+};
+
+} // namespace
+
+TEST(OldLogFileTest, IsStrictlyOlderInWholeSeconds)
+{
+    const FILETIME written = {0xFFFFFFF0, 0x01D00000};
+    const auto isOld = [&written](LONGLONG age, int limit) { return isOldLogFile(plus(written, age), written, limit); };
+    EXPECT_FALSE(isOld(FOUR_WEEKS * SECOND, FOUR_WEEKS));
+    EXPECT_FALSE(isOld((FOUR_WEEKS + 1) * SECOND - 1, FOUR_WEEKS));
+    EXPECT_TRUE(isOld((FOUR_WEEKS + 1) * SECOND, FOUR_WEEKS));
+    EXPECT_FALSE(isOld(0, 0));
+    EXPECT_FALSE(isOld(-100 * SECOND, 0)) << "from the future";
+    EXPECT_TRUE(isOld(0, -1)) << "the age is signed";
+}
+
+TEST_F(LoggerCleanUpTest, FilesOfTheProductThatAreTooOldAreDeletedTheOwnOneAsWell)
+{
+    FILETIME local;
+    const FILETIME utc = now();
+    FileTimeToLocalFileTime(&utc, &local);
+    ASSERT_NE(ticks(local), ticks(utc)) << "the test needs another time zone than Greenwich's";
+
+    const std::string own = m_world.fileName() + ".log";
+    makeFile(own, FOUR_WEEKS + 1);
+    makeFile(m_product + "KESTAx64.exe-1.log", FOUR_WEEKS + 1);
+    makeFile(m_product + "other.exe-2-0001.log", FOUR_WEEKS * 100LL);
+    makeFile(m_product + "KESTAx64.exe-3.log", FOUR_WEEKS - 60);
+    makeFile(m_product + "KESTAx64.exe-4.txt", FOUR_WEEKS + 1);
+    makeFile("OTHERPRODUCT-KESTAx64.exe-5.log", FOUR_WEEKS + 1);
+    makeFile(m_world.PRODUCT + std::string("2-KESTAx64.exe-6.log"), FOUR_WEEKS + 1);
+    m_world.start();
+    std::vector<std::string> left;
+    for (const auto& entry : std::filesystem::directory_iterator(m_folder)) {
+        left.push_back(entry.path().filename().string());
+    }
+    EXPECT_THAT(left, UnorderedElementsAre(m_product + "KESTAx64.exe-3.log", m_product + "KESTAx64.exe-4.txt",
+                                           "OTHERPRODUCT-KESTAx64.exe-5.log", "UNDEFINEDPRODUCT2-KESTAx64.exe-6.log"));
+}
+
+TEST_F(LoggerCleanUpTest, NegativeAgeDeletesEvenNewFiles)
+{
+    makeFile(m_product + "a.log", 0);
+    m_world.setPreference("oldlogfileage", -1);
+    m_world.start();
+    EXPECT_TRUE(std::filesystem::is_empty(m_folder));
+}
+
+TEST_F(LoggerCleanUpTest, FilesAreListedFirstAndThenEachIsToldBeforeItsDeletionWhoseFailureIsNotReported)
+{
+    makeFile(m_product + "a.log", 11);
+    makeFile(m_product + "b.log", 0);
+    makeFile(m_product + "c.log", 12);
+    m_world.setPreference("oldlogfileage", 10);
+    const FindHook find("FindFirstFileA", [](LPCSTR pattern, LPWIN32_FIND_DATAA found) -> HANDLE {
+        s_calls.push_back("find " + std::string(pattern));
+        return FindHook::s_original(pattern, found);
+    });
+    const NextHook next("FindNextFileA", [](HANDLE handle, LPWIN32_FIND_DATAA found) -> BOOL {
+        const BOOL result = NextHook::s_original(handle, found);
+        s_calls.emplace_back(result ? "next" : "end");
+        return result;
+    });
+    const CloseHook close("FindClose", [](HANDLE handle) -> BOOL {
+        s_calls.emplace_back("close");
+        return CloseHook::s_original(handle);
+    });
+    const DeleteHook deletion("DeleteFileA", [](LPCSTR file) -> BOOL {
+        s_calls.push_back("delete " + std::string(file) + " after " + s_stream->said().back());
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+    });
+    m_world.start(LOGLEVEL_INFO);
+    ASSERT_EQ(s_calls.size(), 1 + 4 + 1 + 2u) << "one of the files is that of this process";
+    EXPECT_EQ(s_calls[0], "find " + m_folder + "\\" + m_product + "*.log");
+    EXPECT_EQ(s_calls[4], "end");
+    EXPECT_EQ(s_calls[5], "close");
+    for (const std::string& name : {m_product + "a.log", m_product + "c.log"}) {
+        EXPECT_THAT(s_calls, Contains("delete " + path(name) + " after INFO|    Deleting old log file " + name));
+    }
+    EXPECT_EQ(m_stream.said().size(), 4 + 2 + 2u) << "system information, start and deletions";
+}
+
+TEST_F(LoggerCleanUpTest, OldFileThatIsInUseStaysAndLoggingGoesOn)
+{
+    makeFile(m_product + "a.log", FOUR_WEEKS + 1);
+    const HANDLE user =
+        CreateFileA(path(m_product + "a.log").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(user, INVALID_HANDLE_VALUE);
+    m_world.start(LOGLEVEL_INFO);
+    CloseHandle(user);
+    EXPECT_TRUE(m_stream.contains("INFO Deleting old log file " + m_product + "a.log"));
+    EXPECT_TRUE(std::filesystem::exists(path(m_product + "a.log")));
+    LOG_PLAIN(WARN, "goes on");
+    EXPECT_EQ(m_world.logLines().back().text(), "goes on");
+}
+
+TEST_F(LoggerCleanUpTest, NothingIsListedWhileThereIsNoFileLogging)
+{
+    const FindHook find("FindFirstFileA", [](LPCSTR pattern, LPWIN32_FIND_DATAA found) -> HANDLE {
+        s_calls.emplace_back(pattern);
+        return FindHook::s_original(pattern, found);
+    });
+    m_world.setPreference("logpath", "");
+    m_world.start();
+    EXPECT_THAT(s_calls, IsEmpty());
+
+    m_world.setPreference("logpath", m_folder);
+    m_world.start();
+    std::filesystem::create_directory(m_world.logFile());
+    LOG_PLAIN(WARN, "gives up");
+    s_calls.clear();
+    Logger::instance()->initCleanUpLogFiles();
+    EXPECT_THAT(s_calls, IsEmpty());
+}
