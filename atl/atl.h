@@ -1,12 +1,28 @@
-// The template layer that the COM side of the server stands on: one header for all of it.
+// The template layer that the COM side of the server stands on: one header for its classes and its module.
 //
-// What it offers, and where its contracts stand:
+// The contracts are in its parts:
 //   base.h        CAtlException, AtlGuard, CComCriticalSection, CHandle, CComBSTR, CComVariant, CComPtr
-//   object.h      CComObjectRootEx, COM map, CComObject, CComClassFactory, CComCoClass, AtlReportError
+//   object.h      CComObjectRootEx, COM map, CComObject, CComClassFactory, CComCoClass
 //   dispatch.h    IDispatchImpl: a dual interface through the registered type library
 //   connection.h  IConnectionPointContainerImpl, IConnectionPointImpl, connection point map
+//   enumerator.h  CComEnum
 //   regkey.h, regscript.h, registrar.h, typelib.h, categories.h    registration
 //   module.h      CAtlExeModuleT: lock count, command line, class objects, message loop
+//
+// The names are well known from elsewhere; these are the places where they promise more than the layer does, or something else:
+//   - The single-threaded apartment is the only thread model.
+//   - There is no aggregation, and a COM map has plain interfaces only: no tear-offs, no chained maps.
+//   - The module is locked before an object is constructed and unlocked after the object has been freed.
+//   - The object map is a table that the module's constructor takes.
+//   - The last unlock ends the server at once: the monitor thread does not wait whether a new client comes.
+//   - The module's destructor ends the monitor thread. WM_QUIT is posted again while the main thread's queue is full.
+//   - Type information is kept until the process ends.
+//   - The cookie of a sink is its position, and enumerators show the connections of the moment in which they were made.
+//   - Error needs its interface and its HRESULT, and takes text in the ANSI code page only; so does the registrar.
+//   - The registrar knows the value types s, d and b, reads a script whole before it touches the first key, and keeps a key whose
+//     subkeys are not all of the script's.
+//   - CComBSTR, CComVariant, CComPtr, CHandle and CRegKey have the operations that the server needs. Their constructors from raw
+//     values are explicit (but for CComPtr), and & frees what was held before.
 //
 // A creatable class:
 //
@@ -18,11 +34,11 @@
 //                    public IDispatchImpl<IThing, &IID_IThing, &LIBID_ThingLib, 1, 0>
 //     {
 //     public:
-//         DECLARE_REGISTRY_RESOURCEID(102)                  // static UpdateRegistry(BOOL): the class's script
+//         DECLARE_REGISTRY_RESOURCEID(102)                  // the number of the class's script
 //         static void ObjectMain(bool starting);            // hides the default, which does nothing
 //         BEGIN_COM_MAP(CThing)
 //             COM_INTERFACE_ENTRY(IThing)
-//             COM_INTERFACE_ENTRY2(IDispatch, IThing)
+//             COM_INTERFACE_ENTRY(IDispatch)
 //             COM_INTERFACE_ENTRY(ISupportErrorInfo)
 //             COM_INTERFACE_ENTRY(IConnectionPointContainer)
 //         END_COM_MAP()
@@ -34,12 +50,16 @@
 //         ...
 //     };
 //
-// It is created as CComObject<CThing>, by COM through its class factory or by CComObject<CThing>::CreateInstance (no reference
-// yet). At the last Release: FinalRelease, the destructors of CThing and its bases, then the module's Unlock. A failing method
-// returns Error("text", IID_IThing, hr), which sets the COM error info and returns hr. Firing: for (int i = 0; i <
-// m_vec.GetSize(); ++i) if (IUnknown* sink = m_vec.GetAt(i)) ... - a sink is kept as the pointer that its query for the event
-// interface gave, so that static_cast<IDispatch*>(sink) is what to invoke. Hold a reference during the call and read size and
-// slot again afterwards.
+// It is created as CComObject<CThing>: by COM through its class factory, or by CComObject<CThing>::CreateInstance, which leaves
+// the first reference to the caller. The last Release calls FinalRelease, then the destructors of CThing and its bases, then the
+// module's Unlock. A failing method returns Error("text", IID_IThing, hr), which sets the COM error info and returns hr.
+//
+// Firing an event:
+//
+//     for (int i = 0, n = m_vec.GetSize(); i < n; ++i) {
+//         const CComPtr<IUnknown> sink(m_vec.GetAt(i));     // keeps the sink during the call; null for an empty slot
+//         if (sink) { static_cast<IDispatch*>(sink.p)->Invoke(...); }
+//     }
 //
 // The executable:
 //
@@ -54,9 +74,9 @@
 //         void RunMessageLoop() override;
 //     };
 //     CThingModule _AtlModule;                              // ObjectMain(true) now, ObjectMain(false) at static destruction
-//     int result = _AtlModule.WinMain(showCommand);         // exceptions of RunMessageLoop come out of it
+//     int result = _AtlModule.WinMain(showCommand);
 //
-// Unit tests of a class need a module for its lock count: derive from CAtlModule and count in Lock and Unlock.
+// The unit tests of a class need a module too: one derived from CAtlModule that counts in Lock and Unlock is enough.
 #pragma once
 
 #include "atl/base.h"

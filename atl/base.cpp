@@ -131,23 +131,20 @@ CComBSTR::CComBSTR(const char* text)
 }
 
 CComBSTR::CComBSTR(const char* text, size_t length)
+    : CComBSTR()
 {
     if (text == nullptr) {
         return;
     }
     const int narrowLength = checkedLength(length);
-    int wideLength = 0;
-    if (length != 0) {
-        wideLength = MultiByteToWideChar(CP_ACP, 0, text, narrowLength, nullptr, 0);
-        if (wideLength <= 0) {
-            AtlThrow(AtlHresultFromLastError());
-        }
-    }
-    CComBSTR wide(static_cast<const OLECHAR*>(nullptr), static_cast<size_t>(wideLength));
-    if (length != 0 && MultiByteToWideChar(CP_ACP, 0, text, narrowLength, wide.m_str, wideLength) != wideLength) {
+    const int wideLength = MultiByteToWideChar(CP_ACP, 0, text, narrowLength, nullptr, 0);
+    if (wideLength == 0 && length != 0) {
         AtlThrow(AtlHresultFromLastError());
     }
-    m_str = wide.Detach();
+    m_str = allocated(SysAllocStringLen(nullptr, static_cast<UINT>(wideLength)));
+    if (MultiByteToWideChar(CP_ACP, 0, text, narrowLength, m_str, wideLength) != wideLength) {
+        AtlThrow(AtlHresultFromLastError());
+    }
 }
 
 CComBSTR::CComBSTR(const CComBSTR& other)

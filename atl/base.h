@@ -1,8 +1,9 @@
-// The owners everything else in this layer stands on: errors, locks, handles, strings, variants and interface pointers.
+// What the rest of the layer stands on: errors, locks, and owners of handles, strings, variants and interface pointers.
 //
-// Each class owns exactly what its name says and gives it up in its destructor. None of them takes a lock: an object belongs to
-// the thread that uses it. What throws throws CAtlException: E_OUTOFMEMORY, or the error of a failed code page conversion. A C++
-// exception must not leave a COM method, so methods that use the throwing operations run inside AtlGuard.
+// Ownership: each class owns what its name says and gives it up in its destructor.
+// Threads:   any; nothing here locks by itself, so an object belongs to the thread that uses it.
+// Failure:   the text operations throw CAtlException: E_OUTOFMEMORY, or the error of a failed code page conversion. No C++
+//            exception may leave a COM method, so methods that use them run inside AtlGuard.
 #pragma once
 
 #include <windows.h>
@@ -14,7 +15,7 @@
 
 namespace ATL {
 
-// Version of this layer, for whoever prints it.
+// The layer's version, for the log.
 inline constexpr unsigned ATL_VER = 0x0100;
 
 // The one exception type of the layer: it carries an HRESULT.
@@ -35,12 +36,19 @@ public:
 HRESULT AtlHresultFromLastError() noexcept;
 HRESULT AtlHresultFromWin32(LONG error) noexcept;
 
-// Text in the system's ANSI code page; no text gives "". Throws CAtlException: E_OUTOFMEMORY, or the error of a failed
-// conversion.
+// A function of a library that the program imports anyway, looked up by name; null on a system without it.
+template <class Function>
+Function AtlFindFunction(const char* library, const char* name) noexcept
+{
+    const HMODULE module = GetModuleHandleA(library);
+    return module == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
+}
+
+// Text in the system's ANSI code page; a null text gives "".
 std::string narrowText(const wchar_t* text, size_t length);
 std::string narrowText(BSTR text);
 
-// Runs a function that returns an HRESULT and turns every exception into one, for the places where none may pass.
+// Runs a function that returns an HRESULT; what it throws becomes the HRESULT.
 template <class Function>
 HRESULT AtlGuard(Function&& function) noexcept
 {
@@ -55,7 +63,7 @@ HRESULT AtlGuard(Function&& function) noexcept
     }
 }
 
-// A critical section that is usable after Init succeeded.
+// A critical section that can be used once Init has succeeded.
 class CComCriticalSection
 {
 public:
@@ -74,7 +82,7 @@ private:
     bool m_initialized = false;
 };
 
-// A critical section that is usable as soon as it exists: the constructor throws what Init returns.
+// A critical section that can be used at once: the constructor throws the failure of Init.
 class CComAutoCriticalSection : public CComCriticalSection
 {
 public:
@@ -98,7 +106,7 @@ private:
     CComCriticalSection& m_section;
 };
 
-// A kernel object handle whose "none" is null (events, threads, transactions; not files).
+// A handle of a kind that uses null for none (events, threads; not files).
 class CHandle
 {
 public:
@@ -120,7 +128,7 @@ private:
     HANDLE m_h = nullptr;
 };
 
-// A BSTR. An empty string and no string at all (null) are two different values, and copying keeps the difference.
+// A BSTR. Null and an empty string are two different values; copying keeps the difference.
 class CComBSTR
 {
 public:
@@ -128,7 +136,7 @@ public:
     // A copy of a terminated text; null stays null.
     explicit CComBSTR(const OLECHAR* text);
     CComBSTR(const OLECHAR* text, size_t length);
-    // The same of texts in the ANSI code page.
+    // The same for texts in the ANSI code page.
     explicit CComBSTR(const char* text);
     CComBSTR(const char* text, size_t length);
     CComBSTR(const CComBSTR& other);
@@ -143,11 +151,11 @@ public:
     }
     ~CComBSTR() { Empty(); }
 
-    // A copy of a BSTR by its own length, so that embedded zero characters survive; the caller owns it.
+    // A copy that the caller owns, by the length of the BSTR: embedded zero characters are kept.
     static BSTR CopyOf(BSTR text);
 
     operator BSTR() const noexcept { return m_str; }
-    // For an out parameter: what was held before is freed first.
+    // For an out parameter; frees what was held before.
     BSTR* operator&() noexcept
     {
         Empty();
@@ -162,7 +170,7 @@ public:
     void Attach(BSTR text) noexcept;
     [[nodiscard]] BSTR Detach() noexcept { return std::exchange(m_str, nullptr); }
     void Empty() noexcept;
-    // Appends a terminated text; nothing to append leaves null null.
+    // Appends a terminated text; a null text changes nothing.
     CComBSTR& operator+=(const OLECHAR* text);
 
     BSTR m_str = nullptr;
@@ -173,22 +181,18 @@ class CComVariant : public tagVARIANT
 {
 public:
     CComVariant() noexcept { VariantInit(this); }
-    // VT_BSTR holding a copy of the text by its own length; a null text stays null.
+    // VT_BSTR with a copy of the text; null stays null.
     explicit CComVariant(BSTR text)
         : CComVariant()
     {
         bstrVal = CComBSTR::CopyOf(text);
         vt = VT_BSTR;
     }
-    explicit CComVariant(LONG number) noexcept
+    explicit CComVariant(int number) noexcept
         : CComVariant()
     {
         vt = VT_I4;
         lVal = number;
-    }
-    explicit CComVariant(int number) noexcept
-        : CComVariant(static_cast<LONG>(number))
-    {
     }
     CComVariant(const CComVariant&) = delete;
     CComVariant& operator=(const CComVariant&) = delete;
@@ -230,26 +234,19 @@ public:
 
     operator T*() const noexcept { return p; }
     T* operator->() const noexcept { return p; }
-    T& operator*() const noexcept { return *p; }
-    // For an out parameter: what was held before is released first.
+    // For an out parameter; releases what was held before.
     T** operator&() noexcept
     {
         Release();
         return &p;
     }
     bool operator!() const noexcept { return p == nullptr; }
-    // The pointer is null before the object hears of it: its last Release may come back to this owner.
+    // The pointer is null before the object is released: its last Release may lead back to this owner.
     void Release() noexcept
     {
         if (T* const released = std::exchange(p, nullptr); released != nullptr) {
             released->Release();
         }
-    }
-    // Takes over a reference that the caller owns.
-    void Attach(T* pointer) noexcept
-    {
-        Release();
-        p = pointer;
     }
     [[nodiscard]] T* Detach() noexcept { return std::exchange(p, nullptr); }
     template <class Q>

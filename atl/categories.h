@@ -1,7 +1,8 @@
 // Component categories of a class in the registry: CLSID\{clsid}\Implemented Categories and CLSID\{clsid}\Required Categories.
 //
-// Any thread. Failures are the Windows error as an HRESULT; the first one ends the work. A class without categories (a null map)
-// costs nothing.
+// Ownership: nothing.
+// Threads:   any.
+// Failure:   those of the registrar (atl/registrar.h).
 #pragma once
 
 #include "atl/object.h"
@@ -9,8 +10,8 @@
 
 namespace ATL {
 
-HRESULT AtlRegisterCategories(const CLSID& clsid, const ATL_CATMAP_ENTRY* map, CRegistrationScope scope) noexcept;
-// Removes the map's categories, and the lists that are empty then. What is not there any more is no error.
-HRESULT AtlUnregisterCategories(const CLSID& clsid, const ATL_CATMAP_ENTRY* map, CRegistrationScope scope) noexcept;
+// Writes the categories of the map, or removes them and the lists that are then empty. Without categories (a null map) it does
+// nothing.
+HRESULT AtlUpdateCategories(const CLSID& clsid, const ATL_CATMAP_ENTRY* map, CRegistrationScope scope, BOOL registering) noexcept;
 
 } // namespace ATL

@@ -14,6 +14,7 @@ struct ConnectionPointItem
     using Owner = CComPtr<IConnectionPoint>;
     static Type handOut(const Owner& owner) noexcept { return Owner(owner).Detach(); }
 };
+using ConnectionPointEnum = CComEnum<IEnumConnectionPoints, ConnectionPointItem>;
 
 struct Connection
 {
@@ -27,6 +28,7 @@ struct ConnectionItem
     using Owner = Connection;
     static Type handOut(const Owner& owner) noexcept { return {CComPtr<IUnknown>(owner.sink).Detach(), owner.cookie}; }
 };
+using ConnectionEnum = CComEnum<IEnumConnections, ConnectionItem>;
 
 } // namespace
 
@@ -34,11 +36,7 @@ DWORD CComDynamicUnkArray::Add(IUnknown* sink)
 {
     auto slot = std::find_if(m_slots.begin(), m_slots.end(), [](const CComPtr<IUnknown>& entry) { return !entry; });
     if (slot == m_slots.end()) {
-        try {
-            slot = m_slots.insert(slot, nullptr);
-        } catch (const std::bad_alloc&) {
-            AtlThrow(E_OUTOFMEMORY);
-        }
+        slot = m_slots.insert(slot, nullptr);
     }
     *slot = sink;
     return static_cast<DWORD>(slot - m_slots.begin()) + 1;
@@ -49,7 +47,6 @@ bool CComDynamicUnkArray::Remove(DWORD cookie) noexcept
     if (cookie < 1 || cookie > m_slots.size() || !m_slots[cookie - 1]) {
         return false;
     }
-    // The slot is empty before the sink hears of it.
     m_slots[cookie - 1].Release();
     return true;
 }
@@ -70,12 +67,12 @@ HRESULT STDMETHODCALLTYPE CComConnectionPoint::QueryInterface(REFIID iid, void**
 
 ULONG STDMETHODCALLTYPE CComConnectionPoint::AddRef()
 {
-    return Container()->AddRef();
+    return m_container->AddRef();
 }
 
 ULONG STDMETHODCALLTYPE CComConnectionPoint::Release()
 {
-    return Container()->Release();
+    return m_container->Release();
 }
 
 HRESULT STDMETHODCALLTYPE CComConnectionPoint::GetConnectionInterface(IID* iid)
@@ -92,7 +89,7 @@ HRESULT STDMETHODCALLTYPE CComConnectionPoint::GetConnectionPointContainer(IConn
     if (container == nullptr) {
         return E_POINTER;
     }
-    *container = CComPtr<IConnectionPointContainer>(Container()).Detach();
+    *container = CComPtr<IConnectionPointContainer>(m_container).Detach();
     return S_OK;
 }
 
@@ -122,23 +119,26 @@ HRESULT STDMETHODCALLTYPE CComConnectionPoint::Unadvise(DWORD cookie)
 
 HRESULT STDMETHODCALLTYPE CComConnectionPoint::EnumConnections(IEnumConnections** enumerator)
 {
-    return AtlCreateEnumerator<IEnumConnections, ConnectionItem>(enumerator, [this](std::vector<Connection>& connections) {
+    return ConnectionEnum::Create(enumerator, 0, [this] {
+        auto connections = std::make_shared<ConnectionEnum::List>();
         for (int index = 0; index < m_vec.GetSize(); ++index) {
             if (IUnknown* const sink = m_vec.GetAt(index); sink != nullptr) {
-                connections.push_back({sink, static_cast<DWORD>(index) + 1});
+                connections->push_back({sink, static_cast<DWORD>(index) + 1});
             }
         }
+        return connections;
     });
 }
 
 HRESULT AtlEnumConnectionPoints(void* self, const ATL_CONNMAP_ENTRY* entries, IEnumConnectionPoints** enumerator) noexcept
 {
-    return AtlCreateEnumerator<IEnumConnectionPoints, ConnectionPointItem>(
-        enumerator, [=](std::vector<CComPtr<IConnectionPoint>>& points) {
-            for (const ATL_CONNMAP_ENTRY* entry = entries; entry->iid != nullptr; ++entry) {
-                points.push_back(entry->point(self));
-            }
-        });
+    return ConnectionPointEnum::Create(enumerator, 0, [=] {
+        auto points = std::make_shared<ConnectionPointEnum::List>();
+        for (const ATL_CONNMAP_ENTRY* entry = entries; entry->iid != nullptr; ++entry) {
+            points->push_back(entry->point(self));
+        }
+        return points;
+    });
 }
 
 HRESULT AtlFindConnectionPoint(void* self, const ATL_CONNMAP_ENTRY* entries, REFIID iid, IConnectionPoint** point) noexcept

@@ -1,9 +1,12 @@
-// Connection points: an object's outgoing interfaces and the sinks that listen to them.
+// Connection points: an object's outgoing interfaces, and the sinks that its clients have connected to them.
 //
-// All calls come on the apartment thread; nothing locks. A sink's cookie is the 1-based position of its slot. Unadvise leaves the
-// slot empty (null), the next Advise takes the first empty one. While a sink is being called it may advise and unadvise: whoever
-// walks the slots reads size and slot again at every step and holds a reference of its own for the length of a call. The sinks
-// that are left are released when the object is destroyed.
+// A sink's cookie is the 1-based position of its slot. Unadvise leaves the slot empty (null); the next Advise takes the first
+// empty one. A sink may advise and unadvise while it is being called: code that fires an event reads each slot when its turn
+// comes and holds a reference to the sink during the call.
+//
+// Ownership: a slot holds a reference to its sink; those left are released when the object is destroyed.
+// Threads:   the apartment thread; nothing locks.
+// Failure:   HRESULTs.
 #pragma once
 
 #include "atl/object.h"
@@ -11,7 +14,6 @@
 #include <ocidl.h>
 #include <olectl.h>
 
-#include <memory>
 #include <vector>
 
 namespace ATL {
@@ -24,11 +26,11 @@ public:
     CComDynamicUnkArray(const CComDynamicUnkArray&) = delete;
     CComDynamicUnkArray& operator=(const CComDynamicUnkArray&) = delete;
 
-    // Keeps the sink in the first empty slot, with a reference of its own, and returns the cookie. Throws E_OUTOFMEMORY.
+    // Keeps the sink in the first empty slot and returns the cookie. Throws std::bad_alloc.
     DWORD Add(IUnknown* sink);
-    // False when the cookie names no occupied slot.
+    // The slot is empty before the sink is released. False when the cookie names no occupied slot.
     bool Remove(DWORD cookie) noexcept;
-    // The number of slots, empty ones included. It never shrinks.
+    // The number of slots, empty ones included; it never falls.
     int GetSize() const noexcept { return static_cast<int>(m_slots.size()); }
     // The sink of a slot without a reference; null for an empty slot and for an index out of range.
     IUnknown* GetAt(int index) const noexcept;
@@ -37,11 +39,18 @@ private:
     std::vector<CComPtr<IUnknown>> m_slots;
 };
 
-// One connection point. It is part of its object: it lives as long as the object and counts on the object's count, but has an
-// identity (IUnknown) of its own.
-class CComConnectionPoint : public IConnectionPoint
+// One connection point. It is part of its object and its references are references to the object, but it has an identity
+// (IUnknown) of its own.
+class CComConnectionPoint final : public IConnectionPoint
 {
 public:
+    CComConnectionPoint(const IID& iid, IConnectionPointContainer* container) noexcept
+        : m_iid(iid)
+        , m_container(container)
+    {
+    }
+    ~CComConnectionPoint() = default;
+
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
     ULONG STDMETHODCALLTYPE AddRef() override;
     ULONG STDMETHODCALLTYPE Release() override;
@@ -51,43 +60,20 @@ public:
     HRESULT STDMETHODCALLTYPE Advise(IUnknown* sink, DWORD* cookie) override;
     // CONNECT_E_NOCONNECTION when the cookie names no sink.
     HRESULT STDMETHODCALLTYPE Unadvise(DWORD cookie) override;
-    // The sinks and cookies of the occupied slots at this moment.
+    // The sinks and cookies of the slots that are occupied now.
     HRESULT STDMETHODCALLTYPE EnumConnections(IEnumConnections** enumerator) override;
 
     CComDynamicUnkArray m_vec;
 
-protected:
-    explicit CComConnectionPoint(const IID& iid) noexcept
-        : m_iid(iid)
-    {
-    }
-    ~CComConnectionPoint() = default;
-
 private:
-    virtual IConnectionPointContainer* Container() noexcept = 0;
-
     const IID& m_iid;
+    IConnectionPointContainer* const m_container;
 };
 
-// Base of a class T that fires the events of *iid: m_vec holds the sinks, each as the pointer its query for *iid gave.
+// Base of a class T that fires the events of *iid. m_vec holds each sink as the pointer that its query for *iid gave.
 template <class T, const IID* iid>
 class IConnectionPointImpl
 {
-    class CPoint final : public CComConnectionPoint
-    {
-    public:
-        explicit CPoint(IConnectionPointImpl& owner) noexcept
-            : CComConnectionPoint(*iid)
-            , m_owner(owner)
-        {
-        }
-
-    private:
-        IConnectionPointContainer* Container() noexcept override { return static_cast<T*>(&m_owner); }
-
-        IConnectionPointImpl& m_owner;
-    };
-
 public:
     IConnectionPoint* GetConnectionPoint() noexcept { return &m_point; }
 
@@ -98,7 +84,7 @@ protected:
     ~IConnectionPointImpl() = default;
 
 private:
-    CPoint m_point{*this};
+    CComConnectionPoint m_point{*iid, static_cast<T*>(this)};
 
 protected:
     CComDynamicUnkArray& m_vec = m_point.m_vec;

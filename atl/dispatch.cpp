@@ -6,7 +6,7 @@ HRESULT CComTypeInfoHolder::GetTI(ITypeInfo** info) noexcept
 {
     if (m_info == nullptr) {
         CComPtr<ITypeLib> library;
-        // The look-up goes from the user's language to the neutral one by itself.
+        // Falls back from the user's language to the neutral one.
         if (const HRESULT hr = LoadRegTypeLib(*m_libid, m_major, m_minor, LOCALE_USER_DEFAULT, &library); FAILED(hr)) {
             return hr;
         }

@@ -1,8 +1,10 @@
-// IDispatch of a dual interface, answered from the type information of a registered type library.
+// IDispatch of a dual interface, from the type information in a registered type library.
 //
-// Every call comes on the apartment thread. The type information is loaded at the first call that needs it; when that fails (the
-// library is not registered, the interface is not in it) the call returns the HRESULT and the next call tries again. Once loaded
-// it is kept until the process ends, deliberately: it must not be released after COM was uninitialised.
+// Ownership: type information is loaded by the first call that needs it and kept until the process ends, deliberately: it must
+//            not be released once COM has been uninitialised.
+// Threads:   the apartment thread.
+// Failure:   HRESULTs. When the type information cannot be loaded (the library is not registered, the interface is not in it)
+//            the next call tries again.
 #pragma once
 
 #include "atl/base.h"

@@ -6,7 +6,7 @@ namespace ATL {
 
 namespace {
 
-// The enumerators there are. Apartment thread only; never destroyed, since enumerators may outlive static destruction.
+// All enumerators. Never destroyed: an enumerator may outlive static destruction.
 std::vector<CComEnumBase*>& s_enumerators = *new std::vector<CComEnumBase*>;
 
 } // namespace
@@ -24,7 +24,7 @@ CComEnumBase::~CComEnumBase()
 void AtlDisconnectEnumerators() noexcept
 {
     AtlGuard([] {
-        // Held all together first: disconnecting one may end others.
+        // All are held first: disconnecting one may end others.
         std::vector<CComPtr<IUnknown>> enumerators;
         enumerators.reserve(s_enumerators.size());
         for (CComEnumBase* const enumerator : s_enumerators) {

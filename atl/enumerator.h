@@ -1,7 +1,8 @@
-// A COM enumerator over a list that is taken once: what is added to or removed from the source later does not show in it.
+// COM enumerators over a list that is taken once: later changes of the source do not show in them.
 //
-// Used on the apartment thread. The list is shared by an enumerator and its clones and owns its items; what Next hands out
-// belongs to the caller.
+// Ownership: an enumerator and its clones share the list, which owns its items; what Next hands out belongs to the caller.
+// Threads:   the apartment thread.
+// Failure:   HRESULTs.
 #pragma once
 
 #include "atl/object.h"
@@ -11,11 +12,11 @@
 
 namespace ATL {
 
-// Takes back the references that COM holds for its clients on the enumerators of this process. For the end of an object whose
-// client is gone: an enumerator keeps the process, and with its list the object's connection points, alive.
+// Takes back the references that COM holds for clients on the enumerators of this process. For an object whose client is gone: an
+// enumerator keeps the process alive, and its list may keep the object's connection points alive.
 void AtlDisconnectEnumerators() noexcept;
 
-// Notes an enumerator for AtlDisconnectEnumerators, from its construction to its destruction.
+// Keeps each enumerator, from construction to destruction, in the list that AtlDisconnectEnumerators uses.
 class CComEnumBase
 {
 protected:
@@ -29,24 +30,18 @@ private:
     virtual IUnknown* Identity() noexcept = 0;
 };
 
-// Item says what Next fills (Type), what the list keeps (Owner), and how the first comes of the second (handOut).
+// Item tells what Next fills in (Type), what the list keeps (Owner), and how the one is made from the other (handOut).
 template <class Interface, class Item>
 class CComEnum : public CComObjectRootEx<CComSingleThreadModel>, public CComEnumBase, public Interface
 {
+public:
     using List = std::vector<typename Item::Owner>;
 
-public:
     BEGIN_COM_MAP(CComEnum)
     COM_INTERFACE_ENTRY(Interface)
     END_COM_MAP()
 
-    void Init(std::shared_ptr<const List> list, size_t position) noexcept
-    {
-        m_list = std::move(list);
-        m_position = position;
-    }
-
-    // S_FALSE when fewer items than asked for were left. The number fetched may be left out only for a single item.
+    // S_FALSE when fewer items were left than asked for. `fetched` may be null only for a single item.
     HRESULT STDMETHODCALLTYPE Next(ULONG count, typename Item::Type* items, ULONG* fetched) override
     {
         if (fetched != nullptr) {
@@ -75,23 +70,32 @@ public:
         m_position = 0;
         return S_OK;
     }
-    // The clone stands where this one stands.
-    HRESULT STDMETHODCALLTYPE Clone(Interface** clone) override { return Create(clone, m_list, m_position); }
+    // The clone begins where this one stands.
+    HRESULT STDMETHODCALLTYPE Clone(Interface** clone) override
+    {
+        return Create(clone, m_position, [this] { return m_list; });
+    }
 
-    static HRESULT Create(Interface** enumerator, std::shared_ptr<const List> list, size_t position) noexcept
+    // An enumerator of the list that makeList returns; what makeList throws becomes the HRESULT.
+    template <class MakeList>
+    static HRESULT Create(Interface** enumerator, size_t position, MakeList&& makeList) noexcept
     {
         if (enumerator == nullptr) {
             return E_POINTER;
         }
         *enumerator = nullptr;
-        CComObject<CComEnum>* created = nullptr;
-        if (const HRESULT hr = CComObject<CComEnum>::CreateInstance(&created); FAILED(hr)) {
-            return hr;
-        }
-        created->Init(std::move(list), position);
-        created->AddRef();
-        *enumerator = created;
-        return S_OK;
+        return AtlGuard([&]() -> HRESULT {
+            std::shared_ptr<const List> list = makeList();
+            CComObject<CComEnum>* created = nullptr;
+            if (const HRESULT hr = CComObject<CComEnum>::CreateInstance(&created); FAILED(hr)) {
+                return hr;
+            }
+            created->m_list = std::move(list);
+            created->m_position = position;
+            created->AddRef();
+            *enumerator = created;
+            return S_OK;
+        });
     }
 
 protected:
@@ -103,20 +107,5 @@ private:
     std::shared_ptr<const List> m_list;
     size_t m_position = 0;
 };
-
-// An enumerator at the start of the list that `fill` puts together; what it throws becomes the HRESULT.
-template <class Interface, class Item, class Fill>
-HRESULT AtlCreateEnumerator(Interface** enumerator, Fill&& fill) noexcept
-{
-    if (enumerator == nullptr) {
-        return E_POINTER;
-    }
-    *enumerator = nullptr;
-    return AtlGuard([&]() -> HRESULT {
-        auto list = std::make_shared<std::vector<typename Item::Owner>>();
-        fill(*list);
-        return CComEnum<Interface, Item>::Create(enumerator, std::move(list), 0);
-    });
-}
 
 } // namespace ATL

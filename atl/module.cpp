@@ -4,6 +4,7 @@
 #include "atl/typelib.h"
 
 #include <cstring>
+#include <memory>
 
 namespace ATL {
 
@@ -11,10 +12,12 @@ CAtlModule* _pAtlModule = nullptr;
 
 namespace {
 
-struct SwitchName
+// What a command line asks for.
+struct RegistrationSwitch
 {
     const char* word;
-    CRegistrationSwitch value;
+    BOOL registering;
+    CRegistrationScope scope;
 };
 
 bool isWord(const char* text, const char* word) noexcept
@@ -23,63 +26,40 @@ bool isWord(const char* text, const char* word) noexcept
     return _strnicmp(text, word, length) == 0 && (text[length] == '\0' || text[length] == ' ' || text[length] == '\t');
 }
 
-HRESULT executablePath(std::string& path)
+// Null when there is none: the server is to run.
+const RegistrationSwitch* findSwitch(const char* commandLine) noexcept
+{
+    static constexpr RegistrationSwitch SWITCHES[] = {
+        {"RegServer", TRUE, CRegistrationScope::Machine},
+        {"UnregServer", FALSE, CRegistrationScope::Machine},
+        {"RegServerPerUser", TRUE, CRegistrationScope::User},
+        {"UnregServerPerUser", FALSE, CRegistrationScope::User},
+    };
+    for (const char* mark = strpbrk(commandLine, "-/"); mark != nullptr; mark = strpbrk(mark + 1, "-/")) {
+        for (const RegistrationSwitch& known : SWITCHES) {
+            if (isWord(mark + 1, known.word)) {
+                return &known;
+            }
+        }
+    }
+    return nullptr;
+}
+
+std::string executablePath()
 {
     char buffer[MAX_PATH];
     const DWORD length = GetModuleFileNameA(nullptr, buffer, MAX_PATH);
     if (length == 0) {
-        return AtlHresultFromLastError();
+        AtlThrow(AtlHresultFromLastError());
     }
     if (length >= MAX_PATH) {
-        return AtlHresultFromWin32(ERROR_INSUFFICIENT_BUFFER);
+        AtlThrow(AtlHresultFromWin32(ERROR_INSUFFICIENT_BUFFER));
     }
-    path.assign(buffer, length);
-    return S_OK;
+    return std::string(buffer, length);
 }
 
-// Uninitialises COM at the end of a scope, also when an exception ends it.
-class ComScope
-{
-public:
-    explicit ComScope(bool& initialized) noexcept
-        : m_initialized(initialized)
-    {
-    }
-    ComScope(const ComScope&) = delete;
-    ComScope& operator=(const ComScope&) = delete;
-    ~ComScope()
-    {
-        if (m_initialized) {
-            CoUninitialize();
-            m_initialized = false;
-        }
-    }
-
-private:
-    bool& m_initialized;
-};
-
-} // namespace
-
-CRegistrationSwitch AtlFindRegistrationSwitch(const char* commandLine) noexcept
-{
-    static constexpr SwitchName NAMES[] = {
-        {"RegServer", CRegistrationSwitch::RegServer},
-        {"UnregServer", CRegistrationSwitch::UnregServer},
-        {"RegServerPerUser", CRegistrationSwitch::RegServerPerUser},
-        {"UnregServerPerUser", CRegistrationSwitch::UnregServerPerUser},
-    };
-    for (const char* mark = strpbrk(commandLine, "-/"); mark != nullptr; mark = strpbrk(mark + 1, "-/")) {
-        for (const SwitchName& name : NAMES) {
-            if (isWord(mark + 1, name.word)) {
-                return name.value;
-            }
-        }
-    }
-    return CRegistrationSwitch::None;
-}
-
-std::string AtlQuotedForScript(const std::string& path)
+// A path as a registration script has it between apostrophes.
+std::string quotedForScript(const std::string& path)
 {
     std::string text;
     for (const char c : path) {
@@ -90,6 +70,8 @@ std::string AtlQuotedForScript(const std::string& path)
     }
     return path.find(' ') == std::string::npos ? text : '"' + text + '"';
 }
+
+} // namespace
 
 CAtlModule::CAtlModule() noexcept
 {
@@ -104,15 +86,10 @@ CAtlModule::~CAtlModule()
 HRESULT CAtlModule::UpdateRegistryFromResource(UINT id, BOOL registering) noexcept
 {
     return AtlGuard([&]() -> HRESULT {
-        std::string path;
-        if (const HRESULT hr = executablePath(path); FAILED(hr)) {
-            return hr;
-        }
-        CRegObject registrar(RegistrationScope());
-        registrar.AddReplacement("MODULE", AtlQuotedForScript(path));
+        CRegObject registrar(m_registrationScope);
+        registrar.AddReplacement("MODULE", quotedForScript(executablePath()));
         AddCommonRGSReplacements(registrar);
-        const HMODULE executable = GetModuleHandleA(nullptr);
-        return registering ? registrar.ResourceRegister(executable, id) : registrar.ResourceUnregister(executable, id);
+        return registrar.UpdateFromResource(id, registering);
     });
 }
 
@@ -128,12 +105,9 @@ CAtlExeModule::CAtlExeModule(std::span<const ATL_OBJMAP_ENTRY> objectMap)
 
 CAtlExeModule::~CAtlExeModule()
 {
-    // The monitor thread is still there when the loop ended without it.
+    // The monitor thread still waits when an exception ended the loop.
     m_ending = true;
-    SignalShutdown();
-    if (m_hMonitorThread != nullptr) {
-        WaitForSingleObject(m_hMonitorThread, m_dwTimeOut * 2);
-    }
+    EndMonitor();
     for (const ATL_OBJMAP_ENTRY& entry : m_objectMap) {
         entry.objectMain(false);
     }
@@ -158,140 +132,87 @@ LONG CAtlExeModule::Unlock() noexcept
     return static_cast<LONG>(count);
 }
 
-int CAtlExeModule::WinMain(int showCommand)
+int CAtlExeModule::WinMain(int /*showCommand*/)
 {
     if (m_bInitFailed) {
         return -1;
     }
-    HRESULT hr = InitializeCom();
+    const HRESULT hr = CoInitialize(nullptr);
     m_bComInitialized = SUCCEEDED(hr);
-    // A managed runtime in the process may have initialised COM in another mode; that one serves as well.
+    // A managed runtime in the process may have initialised COM in another mode, which serves as well.
     if (FAILED(hr) && !(hr == RPC_E_CHANGED_MODE && GetModuleHandleA("Mscoree.dll") != nullptr)) {
         return hr;
     }
-    const ComScope com(m_bComInitialized);
-    hr = S_OK;
-    if (ParseCommandLine(GetCommandLineA(), hr)) {
-        hr = Run(showCommand);
-    }
-    return hr;
-}
-
-HRESULT CAtlExeModule::InitializeCom() noexcept
-{
-    return CoInitialize(nullptr);
-}
-
-bool CAtlExeModule::ParseCommandLine(const char* commandLine, HRESULT& result)
-{
-    const CRegistrationSwitch found = AtlFindRegistrationSwitch(commandLine);
-    if (found == CRegistrationSwitch::None) {
-        return true;
-    }
-    m_bPerUserRegistration = found == CRegistrationSwitch::RegServerPerUser || found == CRegistrationSwitch::UnregServerPerUser;
-    if (found == CRegistrationSwitch::RegServer || found == CRegistrationSwitch::RegServerPerUser) {
-        result = UpdateAppId(TRUE);
-        if (SUCCEEDED(result)) {
-            result = RegisterServer();
+    // Also when an exception ends the loop.
+    const auto uninitialize = [](bool* initialized) {
+        if (std::exchange(*initialized, false)) {
+            CoUninitialize();
         }
-    } else {
-        result = UnregisterServer();
-        if (SUCCEEDED(result)) {
-            result = UpdateAppId(FALSE);
-        }
+    };
+    const std::unique_ptr<bool, decltype(uninitialize)> com(&m_bComInitialized, uninitialize);
+    const RegistrationSwitch* const found = findSwitch(GetCommandLineA());
+    if (found == nullptr) {
+        return Run();
     }
-    return false;
+    m_registrationScope = found->scope;
+    return AtlGuard([&] { return UpdateRegistration(found->registering); });
 }
 
-HRESULT CAtlExeModule::RegisterServer()
+HRESULT CAtlExeModule::UpdateRegistration(BOOL registering)
 {
-    const CRegistrationScope scope = RegistrationScope();
+    const HRESULT hr = registering ? UpdateAppId(TRUE) : UpdateServer(FALSE);
+    if (FAILED(hr)) {
+        return hr;
+    }
+    return registering ? UpdateServer(TRUE) : UpdateAppId(FALSE);
+}
+
+// The classes with their categories, then the type library.
+HRESULT CAtlExeModule::UpdateServer(BOOL registering)
+{
     for (const ATL_OBJMAP_ENTRY& entry : m_objectMap) {
-        HRESULT hr = entry.updateRegistry(TRUE);
+        HRESULT hr = entry.updateRegistry(registering);
         if (SUCCEEDED(hr)) {
-            hr = AtlRegisterCategories(*entry.clsid, entry.getCategoryMap(), scope);
+            hr = AtlUpdateCategories(*entry.clsid, entry.getCategoryMap(), m_registrationScope, registering);
         }
         if (FAILED(hr)) {
             return hr;
         }
     }
-    std::string path;
-    const HRESULT hr = executablePath(path);
-    return FAILED(hr) ? hr : AtlRegisterTypeLib(path, scope);
+    const std::string path = executablePath();
+    return registering ? AtlRegisterTypeLib(path, m_registrationScope) : AtlUnRegisterTypeLib(path, m_registrationScope);
 }
 
-HRESULT CAtlExeModule::UnregisterServer()
+HRESULT CAtlExeModule::Run()
 {
-    const CRegistrationScope scope = RegistrationScope();
-    for (const ATL_OBJMAP_ENTRY& entry : m_objectMap) {
-        HRESULT hr = entry.updateRegistry(FALSE);
-        if (SUCCEEDED(hr)) {
-            hr = AtlUnregisterCategories(*entry.clsid, entry.getCategoryMap(), scope);
-        }
-        if (FAILED(hr)) {
-            return hr;
-        }
-    }
-    std::string path;
-    const HRESULT hr = executablePath(path);
-    return FAILED(hr) ? hr : AtlUnRegisterTypeLib(path, scope);
-}
-
-HRESULT CAtlExeModule::Run(int showCommand)
-{
-    HRESULT hr = PreMessageLoop(showCommand);
+    HRESULT hr = PreMessageLoop();
     if (hr == S_OK) {
         RunMessageLoop();
     }
-    if (SUCCEEDED(hr)) {
-        hr = PostMessageLoop();
+    if (FAILED(hr)) {
+        return hr;
+    }
+    hr = RevokeClassObjects();
+    if (m_bDelayShutdown) {
+        Sleep(m_dwPause);
     }
     return hr;
 }
 
-HRESULT CAtlExeModule::PreMessageLoop(int /*showCommand*/)
+HRESULT CAtlExeModule::PreMessageLoop()
 {
-    if (const HRESULT hr = RegisterClassObjects(); FAILED(hr)) {
+    HRESULT hr = RegisterClassObjects();
+    if (FAILED(hr)) {
         return hr;
     }
-    if (!m_bDelayShutdown) {
-        const HRESULT hr = ResumeClassObjects();
-        if (FAILED(hr)) {
-            RevokeClassObjects();
-        }
-        return hr;
-    }
-    // From here on the thread has a message queue, so that a post which finds none means that the thread is gone.
-    MSG message;
-    PeekMessageA(&message, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
-    if (!StartMonitor()) {
+    if (m_bDelayShutdown && !StartMonitor()) {
         RevokeClassObjects();
         return E_FAIL;
     }
-    const HRESULT hr = ResumeClassObjects();
+    hr = CoResumeClassObjects();
     if (FAILED(hr)) {
-        SignalShutdown();
-        WaitForSingleObject(m_hMonitorThread, m_dwTimeOut * 2);
-        m_hMonitorThread.Close();
+        EndMonitor();
         RevokeClassObjects();
-    }
-    return hr;
-}
-
-void CAtlExeModule::RunMessageLoop()
-{
-    MSG message;
-    while (GetMessageA(&message, nullptr, 0, 0) > 0) {
-        TranslateMessage(&message);
-        DispatchMessageA(&message);
-    }
-}
-
-HRESULT CAtlExeModule::PostMessageLoop()
-{
-    const HRESULT hr = RevokeClassObjects();
-    if (m_bDelayShutdown) {
-        Sleep(m_dwPause);
     }
     return hr;
 }
@@ -304,7 +225,8 @@ HRESULT CAtlExeModule::RegisterClassObjects()
         HRESULT hr = entry.createFactory(IID_IUnknown, reinterpret_cast<void**>(&factory));
         DWORD cookie = 0;
         if (SUCCEEDED(hr)) {
-            hr = RegisterClassObject(*entry.clsid, factory, cookie);
+            // Without REGCLS_MULTIPLEUSE, deliberately: each creation by a client starts a server process of its own.
+            hr = CoRegisterClassObject(*entry.clsid, factory, CLSCTX_LOCAL_SERVER, REGCLS_SUSPENDED, &cookie);
         }
         if (FAILED(hr)) {
             return hr;
@@ -312,17 +234,6 @@ HRESULT CAtlExeModule::RegisterClassObjects()
         m_classObjects.push_back(cookie);
     }
     return S_OK;
-}
-
-HRESULT CAtlExeModule::RegisterClassObject(const CLSID& clsid, IUnknown* factory, DWORD& cookie) noexcept
-{
-    // Single use, deliberately: without REGCLS_MULTIPLEUSE each creation by a client starts a server process of its own.
-    return CoRegisterClassObject(clsid, factory, CLSCTX_LOCAL_SERVER, REGCLS_SUSPENDED, &cookie);
-}
-
-HRESULT CAtlExeModule::ResumeClassObjects() noexcept
-{
-    return CoResumeClassObjects();
 }
 
 HRESULT CAtlExeModule::RevokeClassObjects() noexcept
@@ -338,6 +249,9 @@ HRESULT CAtlExeModule::RevokeClassObjects() noexcept
 
 bool CAtlExeModule::StartMonitor() noexcept
 {
+    // Gives this thread its message queue, so that a later post which finds none means that the thread has ended.
+    MSG message;
+    PeekMessageA(&message, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
     m_hEventShutdown.Attach(CreateEventA(nullptr, FALSE, FALSE, nullptr));
     if (m_hEventShutdown == nullptr) {
         return false;
@@ -364,30 +278,36 @@ void CAtlExeModule::MonitorShutdown() noexcept
     EndMessageLoop();
 }
 
-bool CAtlExeModule::SignalShutdown() noexcept
+void CAtlExeModule::EndMonitor() noexcept
 {
-    if (m_bInitFailed) {
-        return false;
+    SignalShutdown();
+    if (m_hMonitorThread != nullptr) {
+        WaitForSingleObject(m_hMonitorThread, m_dwTimeOut * 2);
+        m_hMonitorThread.Close();
     }
-    // Whoever comes after the monitor thread has closed the event finds nothing left to signal.
-    const CComCritSecLock lock(m_csShutdown);
-    return m_hEventShutdown != nullptr && SetEvent(m_hEventShutdown) != FALSE;
 }
 
-BOOL CAtlExeModule::PostQuit() noexcept
+void CAtlExeModule::SignalShutdown() noexcept
 {
-    return PostThreadMessageA(m_dwMainThreadID, WM_QUIT, 0, 0);
+    if (m_bInitFailed) {
+        return;
+    }
+    // Once the monitor thread has closed the event, there is nothing left to signal.
+    const CComCritSecLock lock(m_csShutdown);
+    if (m_hEventShutdown != nullptr) {
+        SetEvent(m_hEventShutdown);
+    }
 }
 
 void CAtlExeModule::EndMessageLoop() noexcept
 {
-    // The post fails while the thread's queue is full. Nothing tells when there is room again, so it is tried until it is posted.
-    while (!m_ending && !PostQuit()) {
+    // The post fails while the thread's queue is full. Nothing tells when there is room again, so it is tried until it succeeds.
+    while (!m_ending && !PostThreadMessageA(m_dwMainThreadID, WM_QUIT, 0, 0)) {
         if (GetLastError() == ERROR_INVALID_THREAD_ID) {
             return;
         }
         if (GetCurrentThreadId() == m_dwMainThreadID) {
-            // This thread empties the queue itself: it can only note the end.
+            // Nobody else empties this queue: waiting would not help.
             PostQuitMessage(0);
             return;
         }

@@ -1,9 +1,12 @@
 // The module: the one object that stands for a COM server executable.
 //
-// It keeps the process alive while anyone needs it (Lock, Unlock), registers and removes the server (command line), and runs it:
-// class objects, message loop, end. One instance at a time, constructed and destroyed on the main thread, before the first object
-// and after the last. Lock and Unlock come from the main thread, in STA calls of COM; the monitor thread only ends the message
-// loop. Failures are HRESULTs; exceptions of overridden operations pass through WinMain to the entry point.
+// It keeps the process alive while anybody needs it (Lock, Unlock), registers and removes the server (switches of the command
+// line), and runs it: class objects, message loop, end.
+//
+// Ownership: one instance at a time, constructed and destroyed on the main thread, before the first object and after the last. It
+//            owns the class objects' registrations and the monitor thread, which its destructor ends.
+// Threads:   the main thread; the monitor thread waits for the last Unlock and ends the message loop.
+// Failure:   HRESULTs, which become the exit code; an exception of the message loop leaves WinMain.
 #pragma once
 
 #include "atl/object.h"
@@ -28,16 +31,6 @@ struct ATL_OBJMAP_ENTRY
 
 #define OBJECT_ENTRY(clsid, x) {&clsid, &x::UpdateRegistry, &x::ClassFactoryCreator, &x::ObjectMain, &x::GetCategoryMap},
 
-// The switch that a command line holds.
-enum class CRegistrationSwitch : unsigned char { None, RegServer, UnregServer, RegServerPerUser, UnregServerPerUser };
-
-// Looks at each word after a "-" or "/", wherever that stands (the executable's own path is part of the command line), in any
-// case; a word ends at a blank, a tab or the end. The first of the four words decides.
-CRegistrationSwitch AtlFindRegistrationSwitch(const char* commandLine) noexcept;
-
-// A path as a registration script has it between apostrophes: apostrophes doubled, in double quotes when it holds blanks.
-std::string AtlQuotedForScript(const std::string& path);
-
 // What objects and registration need of their module.
 class CAtlModule
 {
@@ -45,13 +38,13 @@ public:
     CAtlModule(const CAtlModule&) = delete;
     CAtlModule& operator=(const CAtlModule&) = delete;
 
-    // The count that keeps the process alive; both return the new count.
+    // The number of locks, which keep the process alive; both return the new number.
     virtual LONG Lock() noexcept = 0;
     virtual LONG Unlock() noexcept = 0;
 
-    // Runs the script that is resource `id` of the executable, for registration or removal. Replacements: %MODULE%, the
-    // executable's full path (in double quotes when it holds blanks, apostrophes doubled: the scripts have it between
-    // apostrophes), and those of AddCommonRGSReplacements.
+    // Runs the script that is the executable's resource `id`. Its replacements are those of AddCommonRGSReplacements and
+    // %MODULE%, the executable's full path: in double quotes when it has blanks, and with doubled apostrophes, because scripts
+    // have it between apostrophes.
     HRESULT UpdateRegistryFromResource(UINT id, BOOL registering) noexcept;
 
 protected:
@@ -60,16 +53,11 @@ protected:
 
     virtual void AddCommonRGSReplacements(CRegObject& /*registrar*/) {}
 
-    CRegistrationScope RegistrationScope() const noexcept
-    {
-        return m_bPerUserRegistration ? CRegistrationScope::User : CRegistrationScope::Machine;
-    }
-
-    // Set by a per-user switch.
-    bool m_bPerUserRegistration = false;
+    // Set by the switches.
+    CRegistrationScope m_registrationScope = CRegistrationScope::Machine;
 };
 
-// The module there is; null before its construction and after its destruction.
+// The one module; null before its construction and after its destruction.
 extern CAtlModule* _pAtlModule;
 
 // The module of an executable. A server derives from CAtlExeModuleT (below).
@@ -79,8 +67,11 @@ public:
     LONG Lock() noexcept override;
     LONG Unlock() noexcept override;
 
-    // The server's life: COM, command line, Run. Returns the exit code: -1 when the module could not be constructed, the HRESULT
-    // of a registration switch, of a failed start, or of the end.
+    // Initialises COM and does what the command line says: a registration switch, or running the server. Returns the exit code:
+    // -1 when the module could not be constructed, otherwise the HRESULT of the switch, of a failed start or of the end.
+    //
+    // A switch is a word after any "-" or "/" of the command line (the executable's path is part of it), in any case; a word ends
+    // at a blank, a tab or the end. The first one decides.
     int WinMain(int showCommand);
 
     DWORD m_dwMainThreadID;
@@ -94,50 +85,40 @@ protected:
     explicit CAtlExeModule(std::span<const ATL_OBJMAP_ENTRY> objectMap);
     ~CAtlExeModule();
 
-    // The message loop; ends on WM_QUIT.
-    virtual void RunMessageLoop();
-    // Writes or removes what identifies the application, beside its classes.
-    virtual HRESULT UpdateAppId(BOOL /*registering*/) { return S_OK; }
-    // True when there is nothing to register or remove and the server is to run; otherwise the work has been done with `result`.
-    virtual bool ParseCommandLine(const char* commandLine, HRESULT& result);
-    virtual HRESULT RegisterServer();
-    virtual HRESULT UnregisterServer();
-
-    virtual HRESULT PreMessageLoop(int showCommand);
-    virtual HRESULT PostMessageLoop();
-    HRESULT Run(int showCommand);
-
-    // The calls whose failure the module has an answer to, each in a place of its own.
-    virtual HRESULT InitializeCom() noexcept;
-    virtual HRESULT RegisterClassObject(const CLSID& clsid, IUnknown* factory, DWORD& cookie) noexcept;
-    virtual HRESULT ResumeClassObjects() noexcept;
-    virtual bool StartMonitor() noexcept;
-    virtual BOOL PostQuit() noexcept;
+    // Ends on WM_QUIT.
+    virtual void RunMessageLoop() = 0;
+    // Registers or removes the AppID.
+    virtual HRESULT UpdateAppId(BOOL registering) = 0;
 
     // Set when the construction failed.
     bool m_bInitFailed = false;
-    // There from the registration of the class objects on; the event until the monitor thread has closed it.
-    CHandle m_hEventShutdown;
-    CHandle m_hMonitorThread;
 
 private:
+    HRESULT UpdateRegistration(BOOL registering);
+    HRESULT UpdateServer(BOOL registering);
+    HRESULT Run();
+    HRESULT PreMessageLoop();
     HRESULT RegisterClassObjects();
     HRESULT RevokeClassObjects() noexcept;
-    void EndMessageLoop() noexcept;
-    bool SignalShutdown() noexcept;
+    bool StartMonitor() noexcept;
     void MonitorShutdown() noexcept;
+    void EndMonitor() noexcept;
+    void SignalShutdown() noexcept;
+    void EndMessageLoop() noexcept;
 
     std::span<const ATL_OBJMAP_ENTRY> m_objectMap;
     std::vector<DWORD> m_classObjects;
-    // Tells the monitor thread that there is no message loop to end any more.
-    std::atomic<bool> m_ending = false;
-    // Guards m_hEventShutdown: the monitor thread closes it while the main thread may come to signal it once more.
+    // Made when the class objects are registered; the monitor thread closes the event.
+    CHandle m_hEventShutdown;
+    CHandle m_hMonitorThread;
+    // Guards m_hEventShutdown: the main thread may signal it once more while the monitor thread closes it.
     CComCriticalSection m_csShutdown;
+    // Tells the monitor thread that there is no message loop left to end.
+    std::atomic<bool> m_ending = false;
 };
 
-// T is the server's module class. It says in its class body
-//     DECLARE_REGISTRY_APPID_RESOURCEID(101, "{...}")   the AppID script and the text that stands for %APPID%
-// and may override the virtual operations above.
+// The base of the server's module class T, which overrides RunMessageLoop and contains
+//     DECLARE_REGISTRY_APPID_RESOURCEID(101, "{...}")   the number of the AppID script and the text for %APPID%
 template <class T>
 class CAtlExeModuleT : public CAtlExeModule
 {

@@ -4,16 +4,14 @@
 
 namespace ATL {
 
-CComModuleLock::CComModuleLock() noexcept
+void AtlLockModule() noexcept
 {
     _pAtlModule->Lock();
 }
 
-CComModuleLock::~CComModuleLock()
+void AtlUnlockModule() noexcept
 {
-    if (!m_kept) {
-        _pAtlModule->Unlock();
-    }
+    _pAtlModule->Unlock();
 }
 
 HRESULT AtlInternalQueryInterface(void* self, const ATL_INTMAP_ENTRY* entries, REFIID iid, void** object) noexcept
@@ -79,40 +77,28 @@ HRESULT STDMETHODCALLTYPE CComClassFactory::CreateInstance(IUnknown* outer, REFI
 
 HRESULT STDMETHODCALLTYPE CComClassFactory::LockServer(BOOL lock)
 {
-    if (lock) {
-        _pAtlModule->Lock();
-    } else {
-        _pAtlModule->Unlock();
-    }
+    lock ? AtlLockModule() : AtlUnlockModule();
     return S_OK;
 }
 
-HRESULT AtlReportError(const CLSID& clsid, const OLECHAR* description, const IID& iid, HRESULT hr) noexcept
+HRESULT AtlReportError(const CLSID& clsid, const char* description, const IID& iid, HRESULT hr) noexcept
 {
-    CComPtr<ICreateErrorInfo> creation;
-    if (SUCCEEDED(CreateErrorInfo(&creation))) {
+    AtlGuard([&]() -> HRESULT {
+        const CComBSTR text(description);
+        CComPtr<ICreateErrorInfo> creation;
+        CComPtr<IErrorInfo> info;
+        if (FAILED(CreateErrorInfo(&creation)) || FAILED(creation.QueryInterface(&info))) {
+            return E_FAIL;
+        }
         creation->SetGUID(iid);
         if (LPOLESTR progId = nullptr; SUCCEEDED(ProgIDFromCLSID(clsid, &progId))) {
             creation->SetSource(progId);
             CoTaskMemFree(progId);
         }
-        creation->SetDescription(const_cast<LPOLESTR>(description));
-        CComPtr<IErrorInfo> info;
-        if (SUCCEEDED(creation.QueryInterface(&info))) {
-            SetErrorInfo(0, info);
-        }
-    }
-    return hr == 0 ? DISP_E_EXCEPTION : hr;
-}
-
-HRESULT AtlReportError(const CLSID& clsid, const char* description, const IID& iid, HRESULT hr) noexcept
-{
-    const HRESULT converted = AtlGuard([&]() -> HRESULT {
-        const CComBSTR wide(description);
-        return AtlReportError(clsid, wide.m_str, iid, hr);
+        creation->SetDescription(text);
+        return SetErrorInfo(0, info);
     });
-    // Without memory for the text the caller's own failure is still the answer.
-    return hr == 0 ? converted : hr;
+    return hr;
 }
 
 } // namespace ATL

@@ -1,8 +1,11 @@
-// COM objects: the interface map, counting, creation through a class factory, error info.
+// COM objects: interface map, reference counting, creation through a class factory, error info.
 //
 // A class T derives from CComObjectRootEx<CComSingleThreadModel> and its interfaces, lists them in a COM map, and is only ever
-// created as CComObject<T>, which adds the counting. All of it belongs to the single apartment thread; nothing here locks.
-// No C++ exception leaves creation or a COM method of this file: it becomes the HRESULT.
+// created as CComObject<T>, which adds the counting.
+//
+// Ownership: an object belongs to its references, and keeps one lock of the module while it exists.
+// Threads:   the single apartment thread; nothing here locks.
+// Failure:   HRESULTs; a C++ exception in the creation of an object becomes one.
 #pragma once
 
 #include "atl/base.h"
@@ -11,28 +14,11 @@
 
 namespace ATL {
 
-// One count on the module (_pAtlModule), which keeps the process alive. The module must exist.
-class CComModuleLock
-{
-public:
-    struct Adopt
-    {
-    };
-    CComModuleLock() noexcept;
-    // Takes over a count that is there already.
-    explicit CComModuleLock(Adopt) noexcept {}
-    CComModuleLock(const CComModuleLock&) = delete;
-    CComModuleLock& operator=(const CComModuleLock&) = delete;
-    ~CComModuleLock();
+// Lock and Unlock of the module (_pAtlModule), which must exist.
+void AtlLockModule() noexcept;
+void AtlUnlockModule() noexcept;
 
-    // Leaves the count to somebody who gives it back later.
-    void Keep() noexcept { m_kept = true; }
-
-private:
-    bool m_kept = false;
-};
-
-// One interface of an object: which, and how a pointer to the object's class becomes a pointer to it.
+// An interface of a class, and how a pointer to the class becomes a pointer to the interface.
 struct ATL_INTMAP_ENTRY
 {
     const IID* iid;
@@ -47,15 +33,11 @@ public:                                                                         
     {                                                                                                                            \
         static const ATL::ATL_INTMAP_ENTRY entries[] = {
 
-// An interface under its own identifier.
-#define COM_INTERFACE_ENTRY(itf) COM_INTERFACE_ENTRY_IID(__uuidof(itf), itf)
-// A base interface that several bases bring along (IDispatch): answered through the branch itf2.
-#define COM_INTERFACE_ENTRY2(itf, itf2) COM_INTERFACE_ENTRY_IID(__uuidof(itf), itf2)
-#define COM_INTERFACE_ENTRY_IID(interfaceId, itf)                                                                                \
-            {&interfaceId, [](void* self) -> void* { return static_cast<itf*>(static_cast<ComMapClass*>(self)); }},
+#define COM_INTERFACE_ENTRY(itf)                                                                                                 \
+            {&__uuidof(itf), [](void* self) -> void* { return static_cast<itf*>(static_cast<ComMapClass*>(self)); }},
 
-// The first entry also answers for IUnknown: it is the object's identity. The declarations let T's own code count on itself, whose
-// several bases each bring these three along.
+// The first entry also answers for IUnknown: it is the object's identity. The declarations allow T's own code to call these three,
+// which would be ambiguous otherwise: each interface has them.
 #define END_COM_MAP()                                                                                                            \
             {nullptr, nullptr}};                                                                                                 \
         return ATL::AtlInternalQueryInterface(this, entries, iid, object);                                                       \
@@ -65,10 +47,10 @@ public:                                                                         
     ULONG STDMETHODCALLTYPE Release() override = 0;
 // clang-format on
 
-// Looks iid up in a table that ends with a null entry and counts the reference handed out.
+// Looks iid up in a table that ends with a null entry; adds a reference to what it answers.
 HRESULT AtlInternalQueryInterface(void* self, const ATL_INTMAP_ENTRY* entries, REFIID iid, void** object) noexcept;
 
-// Counting for objects of the single apartment thread.
+// Counts without interlocking: for objects of a single thread.
 class CComSingleThreadModel
 {
 public:
@@ -76,14 +58,14 @@ public:
     static ULONG Decrement(LONG& count) noexcept { return static_cast<ULONG>(--count); }
 };
 
-// The root of every COM class: the count, and the two places where a class does work between being counted and being gone.
+// The base of every COM class: the reference count, and the defaults of the two operations that frame an object's life.
 template <class ThreadModel>
 class CComObjectRootEx
 {
 public:
-    // Called once after construction; a failure makes the creation fail with it.
+    // Called once after construction; its failure is the failure of the creation.
     HRESULT FinalConstruct() { return S_OK; }
-    // Called once, after the last release and before the destructors.
+    // Called once after the last release, before the destructors.
     void FinalRelease() {}
 
 protected:
@@ -94,8 +76,8 @@ protected:
     LONG m_dwRef = 0;
 };
 
-// The object as it exists: T with its reference count. The module is locked from before T's construction until T, its virtual
-// bases included, has been destroyed and freed: whoever learns of the unlock finds nothing of the object any more.
+// The class that is created for T. The module is locked from before T's construction until T and its virtual bases have been
+// destroyed and freed, so that nothing of the object is left when the process begins to end.
 template <class T>
 class CComObject final : public T
 {
@@ -107,21 +89,24 @@ public:
             return E_POINTER;
         }
         *object = nullptr;
-        CComModuleLock lock;
-        return AtlGuard([&]() -> HRESULT {
+        AtlLockModule();
+        const HRESULT hr = AtlGuard([&]() -> HRESULT {
             auto* const created = new CComObject; // NOLINT(bugprone-unhandled-exception-at-new): the guard is the handler
-            // A reference that FinalConstruct hands out and gets back must not end the object.
+            // A reference that FinalConstruct hands out and takes back must not end the object.
             created->InternalAddRef();
-            const HRESULT hr = AtlGuard([&] { return created->FinalConstruct(); });
+            const HRESULT constructed = AtlGuard([&] { return created->FinalConstruct(); });
             created->InternalRelease();
-            if (FAILED(hr)) {
+            if (FAILED(constructed)) {
                 created->Destroy();
-                return hr;
+                return constructed;
             }
             *object = created;
-            lock.Keep();
             return S_OK;
         });
+        if (FAILED(hr)) {
+            AtlUnlockModule();
+        }
+        return hr;
     }
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
@@ -133,8 +118,8 @@ public:
     {
         const ULONG count = this->InternalRelease();
         if (count == 0) {
-            const CComModuleLock lock{CComModuleLock::Adopt{}};
             Destroy();
+            AtlUnlockModule();
         }
         return count;
     }
@@ -145,7 +130,7 @@ private:
 
     void Destroy() noexcept
     {
-        // What is torn down may still hand out and take back references to this object: the count must not reach zero again.
+        // During the destruction references may still be taken and given back: the count must not reach zero again.
         this->m_dwRef = LONG_MIN / 2;
         AtlGuard([this] {
             this->FinalRelease();
@@ -155,7 +140,7 @@ private:
     }
 };
 
-// The class object of a creatable class. Its own references do not lock the module: COM holds one for as long as the server is
+// The class object of a creatable class. Its references do not lock the module: COM keeps one for as long as the class is
 // registered. Aggregation is not supported.
 class CComClassFactory final : public IClassFactory
 {
@@ -181,7 +166,7 @@ private:
     Creator m_creator;
 };
 
-// Creates a T and asks it for an interface; an object that does not answer is destroyed again.
+// Creates a T and asks it for an interface; an object that does not have it is destroyed again.
 template <class T>
 HRESULT AtlCreateObject(REFIID iid, void** result) noexcept
 {
@@ -195,12 +180,12 @@ HRESULT AtlCreateObject(REFIID iid, void** result) noexcept
     return hr;
 }
 
-// Sets the calling thread's COM error info: the source is the ProgID of clsid (none when it has no registered one), no help file
-// and no help context. Returns hr, whether or not the error info could be set; 0 stands for DISP_E_EXCEPTION.
-HRESULT AtlReportError(const CLSID& clsid, const OLECHAR* description, const IID& iid = GUID_NULL, HRESULT hr = 0) noexcept;
-HRESULT AtlReportError(const CLSID& clsid, const char* description, const IID& iid = GUID_NULL, HRESULT hr = 0) noexcept;
+// Sets the calling thread's COM error info. The description is in the ANSI code page; the source is the ProgID of clsid, or none
+// when it has no registered one; there is no help file and no help context. Returns hr, even when the error info could not be
+// set.
+HRESULT AtlReportError(const CLSID& clsid, const char* description, const IID& iid, HRESULT hr) noexcept;
 
-// Component categories of a class: a table that ends with a null category. A class without any has no table.
+// A component category of a class. The table of a class ends with a null category.
 struct ATL_CATMAP_ENTRY
 {
     enum class Type : unsigned char { Implemented, Required };
@@ -208,8 +193,8 @@ struct ATL_CATMAP_ENTRY
     const GUID* catid;
 };
 
-// What makes T creatable under a class id: what the module's object map needs. T may replace ObjectMain and GetCategoryMap by its
-// own statics of the same name and must have a static HRESULT UpdateRegistry(BOOL).
+// What the module's object map needs of a creatable class T. T must have a static HRESULT UpdateRegistry(BOOL) and may hide
+// ObjectMain and GetCategoryMap by static functions of its own.
 template <class T, const CLSID* classId>
 class CComCoClass
 {
@@ -222,11 +207,7 @@ public:
     static void ObjectMain(bool /*starting*/) {}
     static const ATL_CATMAP_ENTRY* GetCategoryMap() { return nullptr; }
     static const CLSID& GetObjectCLSID() { return *classId; }
-    static HRESULT Error(const OLECHAR* description, const IID& iid = GUID_NULL, HRESULT hr = 0) noexcept
-    {
-        return AtlReportError(*classId, description, iid, hr);
-    }
-    static HRESULT Error(const char* description, const IID& iid = GUID_NULL, HRESULT hr = 0) noexcept
+    static HRESULT Error(const char* description, const IID& iid, HRESULT hr) noexcept
     {
         return AtlReportError(*classId, description, iid, hr);
     }

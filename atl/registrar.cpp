@@ -6,27 +6,12 @@ namespace ATL {
 
 namespace {
 
-// Writes nothing when there is no value.
-LONG writeValue(CRegKey& key, const std::string& name, const std::optional<CRegValue>& value) noexcept
-{
-    if (!value) {
-        return ERROR_SUCCESS;
-    }
-    if (const auto* const text = std::get_if<std::string>(&*value)) {
-        return key.SetStringValue(name, *text);
-    }
-    if (const auto* const number = std::get_if<DWORD>(&*value)) {
-        return key.SetDWORDValue(name, *number);
-    }
-    return key.SetBinaryValue(name, *std::get_if<std::vector<std::byte>>(&*value));
-}
-
 HRESULT result(LONG error) noexcept
 {
     return error == ERROR_SUCCESS ? S_OK : AtlHresultFromWin32(error);
 }
 
-// For removals: what is not there is as good as removed.
+// What is not there need not be removed.
 HRESULT removalResult(LONG error) noexcept
 {
     return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? S_OK : result(error);
@@ -39,41 +24,21 @@ void CRegObject::AddReplacement(const std::string& name, const std::string& text
     m_replacements.insert_or_assign(name, text);
 }
 
-HRESULT CRegObject::StringRegister(std::string_view script) noexcept
+HRESULT CRegObject::UpdateFromResource(UINT id, BOOL registering) noexcept
 {
-    return RunScript(script, &CRegObject::RegisterEntry);
-}
-
-HRESULT CRegObject::StringUnregister(std::string_view script) noexcept
-{
-    return RunScript(script, &CRegObject::UnregisterEntry);
-}
-
-HRESULT CRegObject::ResourceRegister(HMODULE module, UINT id) noexcept
-{
-    return RunResource(module, id, &CRegObject::RegisterEntry);
-}
-
-HRESULT CRegObject::ResourceUnregister(HMODULE module, UINT id) noexcept
-{
-    return RunResource(module, id, &CRegObject::UnregisterEntry);
-}
-
-HRESULT CRegObject::RunResource(HMODULE module, UINT id, Operation operation) noexcept
-{
-    const HRSRC resource = FindResourceA(module, MAKEINTRESOURCEA(id), "REGISTRY");
+    const HRSRC resource = FindResourceA(nullptr, MAKEINTRESOURCEA(id), "REGISTRY");
     if (resource == nullptr) {
         return AtlHresultFromLastError();
     }
-    const HGLOBAL loaded = LoadResource(module, resource);
+    const HGLOBAL loaded = LoadResource(nullptr, resource);
     const auto* const text = loaded == nullptr ? nullptr : static_cast<const char*>(LockResource(loaded));
     if (text == nullptr) {
         return AtlHresultFromLastError();
     }
-    return RunScript(std::string_view(text, SizeofResource(module, resource)), operation);
+    return UpdateFromString(std::string_view(text, SizeofResource(nullptr, resource)), registering);
 }
 
-HRESULT CRegObject::RunScript(std::string_view script, Operation operation) noexcept
+HRESULT CRegObject::UpdateFromString(std::string_view script, BOOL registering) noexcept
 {
     return AtlGuard([&]() -> HRESULT {
         std::vector<CRegRoot> roots;
@@ -85,6 +50,7 @@ HRESULT CRegObject::RunScript(std::string_view script, Operation operation) noex
         for (CRegRoot& root : roots) {
             RedirectClassesRoot(root);
             CRegKey key(root.key, m_transaction);
+            const Operation operation = registering ? &CRegObject::RegisterEntry : &CRegObject::UnregisterEntry;
             if (const HRESULT hr = RunContent(key, root.content, operation); FAILED(hr)) {
                 return hr;
             }
@@ -120,7 +86,8 @@ HRESULT CRegObject::RegisterEntry(CRegKey& parent, const CRegEntry& entry)
 {
     using Kind = CRegEntry::Kind;
     if (entry.kind == Kind::NamedValue) {
-        return result(writeValue(parent, entry.name, entry.value));
+        const CRegValue& value = *entry.value; // NOLINT(bugprone-unchecked-optional-access): a named value always has it
+        return result(parent.SetValue(entry.name, value.type, value.data));
     }
     if (entry.kind == Kind::DeleteKey || entry.kind == Kind::ForceRemoveKey) {
         const HRESULT hr = removalResult(parent.RecurseDeleteKey(entry.name));
@@ -130,8 +97,8 @@ HRESULT CRegObject::RegisterEntry(CRegKey& parent, const CRegEntry& entry)
     }
     CRegKey key(m_transaction);
     LONG error = key.Create(parent, entry.name);
-    if (error == ERROR_SUCCESS) {
-        error = writeValue(key, "", entry.value);
+    if (error == ERROR_SUCCESS && entry.value) {
+        error = key.SetValue("", entry.value->type, entry.value->data);
     }
     return error != ERROR_SUCCESS ? AtlHresultFromWin32(error) : RunContent(key, entry.content, &CRegObject::RegisterEntry);
 }

@@ -4,48 +4,32 @@ namespace ATL {
 
 namespace {
 
-template <class Function>
-void lookUp(Function& function, const char* name) noexcept
-{
-    // The library is one that this program imports anyway.
-    const HMODULE library = GetModuleHandleA("Advapi32.dll");
-    function =
-        library == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(library, name)));
-}
+constexpr REGSAM ACCESS = KEY_READ | KEY_WRITE;
 
 } // namespace
 
-CRegTransaction::CRegTransaction(HANDLE handle) noexcept
-    : transaction(handle)
-{
-    lookUp(createKey, "RegCreateKeyTransactedA");
-    lookUp(openKey, "RegOpenKeyTransactedA");
-    lookUp(deleteKey, "RegDeleteKeyTransactedA");
-    lookUp(deleteKeyAtOnce, "RegDeleteKeyExA");
-}
-
-LONG CRegKey::Open(HKEY parent, const std::string& name, REGSAM access) noexcept
+LONG CRegKey::Open(HKEY parent, const std::string& name) noexcept
 {
     HKEY key = nullptr;
     LONG error = ERROR_PROC_NOT_FOUND;
     if (m_transaction == nullptr) {
-        error = RegOpenKeyExA(parent, name.c_str(), 0, access, &key);
+        error = RegOpenKeyExA(parent, name.c_str(), 0, ACCESS, &key);
     } else if (m_transaction->openKey != nullptr) {
-        error = m_transaction->openKey(parent, name.c_str(), 0, access, &key, m_transaction->transaction, nullptr);
+        error = m_transaction->openKey(parent, name.c_str(), 0, ACCESS, &key, m_transaction->transaction, nullptr);
     }
     Close();
     m_hKey = key;
     return error;
 }
 
-LONG CRegKey::Create(HKEY parent, const std::string& name, REGSAM access) noexcept
+LONG CRegKey::Create(HKEY parent, const std::string& name) noexcept
 {
     HKEY key = nullptr;
     LONG error = ERROR_PROC_NOT_FOUND;
     if (m_transaction == nullptr) {
-        error = RegCreateKeyExA(parent, name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key, nullptr);
+        error = RegCreateKeyExA(parent, name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, ACCESS, nullptr, &key, nullptr);
     } else if (m_transaction->createKey != nullptr) {
-        error = m_transaction->createKey(parent, name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key,
+        error = m_transaction->createKey(parent, name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, ACCESS, nullptr, &key,
                                          nullptr, m_transaction->transaction, nullptr);
     }
     Close();
@@ -61,24 +45,10 @@ void CRegKey::Close() noexcept
     }
 }
 
-LONG CRegKey::SetValue(const std::string& name, DWORD type, const void* data, size_t size) noexcept
+LONG CRegKey::SetValue(const std::string& name, DWORD type, const std::string& data) noexcept
 {
-    return RegSetValueExA(m_hKey, name.c_str(), 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(size));
-}
-
-LONG CRegKey::SetStringValue(const std::string& name, const std::string& value) noexcept
-{
-    return SetValue(name, REG_SZ, value.c_str(), value.size() + 1);
-}
-
-LONG CRegKey::SetDWORDValue(const std::string& name, DWORD value) noexcept
-{
-    return SetValue(name, REG_DWORD, &value, sizeof value);
-}
-
-LONG CRegKey::SetBinaryValue(const std::string& name, std::span<const std::byte> value) noexcept
-{
-    return SetValue(name, REG_BINARY, value.data(), value.size());
+    return RegSetValueExA(m_hKey, name.c_str(), 0, type, reinterpret_cast<const BYTE*>(data.data()),
+                          static_cast<DWORD>(data.size()));
 }
 
 LONG CRegKey::DeleteValue(const std::string& name) noexcept
@@ -113,7 +83,7 @@ LONG CRegKey::RecurseDeleteKey(const std::string& name)
         if (const LONG error = key.Open(m_hKey, name); error != ERROR_SUCCESS) {
             return error;
         }
-        // Each round removes the subkey that is first then: the numbering moves with every deletion.
+        // Always the first subkey: the numbers change with every deletion.
         for (;;) {
             char child[256];
             DWORD length = sizeof child;

@@ -1,14 +1,12 @@
 // An open registry key, inside a registry transaction or outside of one.
 //
-// The key is closed when its owner goes. Any thread, one at a time. Operations return the Windows error (ERROR_SUCCESS on
-// success) and throw nothing but std::bad_alloc. With a transaction, keys are created, opened and deleted through the functions
-// made for it (ERROR_PROC_NOT_FOUND on a system without them); without one through the plain functions.
+// Ownership: the key is closed with its owner; a transaction belongs to the caller and outlives the keys that use it.
+// Threads:   any, one at a time.
+// Failure:   operations return the Windows error (ERROR_SUCCESS on success); only RecurseDeleteKey throws, std::bad_alloc.
 #pragma once
 
 #include "atl/base.h"
 
-#include <cstddef>
-#include <span>
 #include <string>
 
 namespace ATL {
@@ -21,18 +19,28 @@ enum class CRegistrationScope : unsigned char {
     User
 };
 
-// A transaction to work in, and the functions of "Advapi32.dll" that know of transactions, looked up by name: null on a system
-// without them. The transaction belongs to the caller and outlives the keys that work in it.
+// A transaction, and the functions of "Advapi32.dll" that work in one. They are looked up by name, because older systems do not
+// have them: a missing one is null, and what needs it fails with ERROR_PROC_NOT_FOUND.
 struct CRegTransaction
 {
-    explicit CRegTransaction(HANDLE handle) noexcept;
+    explicit CRegTransaction(HANDLE handle) noexcept
+        : transaction(handle)
+    {
+    }
 
     HANDLE transaction;
-    decltype(&RegCreateKeyTransactedA) createKey;
-    decltype(&RegOpenKeyTransactedA) openKey;
-    decltype(&RegDeleteKeyTransactedA) deleteKey;
-    // For a system that has transactions but lacks deleteKey: the key goes at once instead of with the transaction.
-    decltype(&RegDeleteKeyExA) deleteKeyAtOnce;
+    decltype(&RegCreateKeyTransactedA) createKey = find<decltype(createKey)>("RegCreateKeyTransactedA");
+    decltype(&RegOpenKeyTransactedA) openKey = find<decltype(openKey)>("RegOpenKeyTransactedA");
+    decltype(&RegDeleteKeyTransactedA) deleteKey = find<decltype(deleteKey)>("RegDeleteKeyTransactedA");
+    // Takes the place of a missing deleteKey; the key then goes at once instead of with the transaction.
+    decltype(&RegDeleteKeyExA) deleteKeyAtOnce = find<decltype(deleteKeyAtOnce)>("RegDeleteKeyExA");
+
+private:
+    template <class Function>
+    static Function find(const char* name) noexcept
+    {
+        return AtlFindFunction<Function>("Advapi32.dll", name);
+    }
 };
 
 class CRegKey
@@ -42,7 +50,7 @@ public:
         : m_transaction(transaction)
     {
     }
-    // One of the predefined keys, which are not opened and not closed.
+    // One of the predefined keys, which are neither opened nor closed.
     CRegKey(HKEY predefined, const CRegTransaction* transaction) noexcept
         : m_hKey(predefined)
         , m_transaction(transaction)
@@ -54,16 +62,14 @@ public:
     ~CRegKey() { Close(); }
 
     operator HKEY() const noexcept { return m_hKey; }
-    // Opens an existing key; what was open before is closed.
-    LONG Open(HKEY parent, const std::string& name, REGSAM access = KEY_READ | KEY_WRITE) noexcept;
-    // Opens a key, creating it and its missing parents.
-    LONG Create(HKEY parent, const std::string& name, REGSAM access = KEY_READ | KEY_WRITE) noexcept;
+    // Opens an existing key for reading and writing; closes what was open before.
+    LONG Open(HKEY parent, const std::string& name) noexcept;
+    // The same, creating the key and its missing parents.
+    LONG Create(HKEY parent, const std::string& name) noexcept;
     void Close() noexcept;
 
-    // An empty value name is the key's default value.
-    LONG SetStringValue(const std::string& name, const std::string& value) noexcept;
-    LONG SetDWORDValue(const std::string& name, DWORD value) noexcept;
-    LONG SetBinaryValue(const std::string& name, std::span<const std::byte> value) noexcept;
+    // The data is stored as it is; an empty name is the key's default value.
+    LONG SetValue(const std::string& name, DWORD type, const std::string& data) noexcept;
     LONG DeleteValue(const std::string& name) noexcept;
 
     bool HasSubKeys() const noexcept;
@@ -73,8 +79,6 @@ public:
     LONG RecurseDeleteKey(const std::string& name);
 
 private:
-    LONG SetValue(const std::string& name, DWORD type, const void* data, size_t size) noexcept;
-
     HKEY m_hKey = nullptr;
     const CRegTransaction* m_transaction;
     bool m_predefined = false;

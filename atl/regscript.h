@@ -1,40 +1,48 @@
-// The text of a registration script and the tree it stands for.
+// Registration scripts: the text, and the tree that it describes.
 //
 // A script is a list of root keys, each with its content in braces:
 //     HKCR { NoRemove CLSID { ForceRemove {1234...} = s 'Thing' { val Color = d 5  LocalServer32 = s '%MODULE%' } } }
-//   key            Name [= value] [{ content }]        Name stands bare or between apostrophes ('' is an apostrophe in it)
-//   NoRemove key   unregistration keeps the key and treats what the script has below it
-//   ForceRemove key  the key goes with everything below it, before it is written and on unregistration
-//   Delete Name    registration deletes the key with everything below it, unregistration does nothing
-//   val Name = value   a value of the key around it; an empty name ('') is its default value
-//   value          s text | d number (decimal, &H1F or 0x1F, 32 bits) | b hex digits, two a byte
-// Braces, = and words are separated by white space, so that a bare name may hold braces. Words and root names are recognised in
-// any case, and only where they stand without apostrophes.
+//   Name [= value] [{ content }]   a key with its default value and what is below it
+//   NoRemove key                   unregistration keeps the key, but removes what the script has below it
+//   ForceRemove key                the key is deleted with everything below it before it is written, and on unregistration
+//   Delete Name                    registration deletes the key with everything below it; unregistration does nothing
+//   val Name = value               a value of the surrounding key; an empty name ('') is its default value
+// A value is
+//   s text
+//   d number                       of 32 bits: decimal, &H1F or 0x1F
+//   b digits                       hexadecimal, two for each byte
+// White space separates braces, = and words, so a bare name may contain braces. Names and texts with blanks stand between
+// apostrophes, where '' is an apostrophe. Words and root keys are recognised in any case, but not between apostrophes.
 //
-// No state, any thread. A script that is not understood to its end gives an error with its line, and no tree.
+// Ownership: nothing is kept.
+// Threads:   any.
+// Failure:   a script that cannot be read to its end throws CRegScriptError, which names the line.
 #pragma once
 
 #include <windows.h>
 
-#include <cstddef>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 namespace ATL {
 
-using CRegValue = std::variant<std::string, DWORD, std::vector<std::byte>>;
+// As the registry stores it: a text with its terminator, a number in four bytes.
+struct CRegValue
+{
+    DWORD type;
+    std::string data;
+};
 
-// One key or named value, in the script's order.
+// One key or named value, in the order of the script.
 struct CRegEntry
 {
     enum class Kind : unsigned char { Key, NoRemoveKey, ForceRemoveKey, DeleteKey, NamedValue };
     Kind kind = Kind::Key;
     std::string name;
-    // The default value of a key, if it has one; the value of a named value always.
+    // A key's default value, if it has one; a named value always has its value.
     std::optional<CRegValue> value;
     std::vector<CRegEntry> content;
 };
@@ -45,13 +53,13 @@ struct CRegRoot
     std::vector<CRegEntry> content;
 };
 
-// What went wrong and where, e.g. "line 3: '=' expected".
+// What is wrong and where, for instance "line 3: '=' expected".
 struct CRegScriptError
 {
     std::string text;
 };
 
-// Names in any case, see CRegObject::AddReplacement.
+// Texts by name, in any case.
 struct CRegNameLess
 {
     bool operator()(const std::string& left, const std::string& right) const noexcept
@@ -61,11 +69,9 @@ struct CRegNameLess
 };
 using CRegReplacements = std::map<std::string, std::string, CRegNameLess>;
 
-// Puts in the replacement for each %NAME%; %% is a percent sign. Throws CRegScriptError for a name without replacement and for a
-// percent sign without its partner.
+// Replaces each %NAME% by its text and %% by a percent sign.
 std::string AtlExpandScript(std::string_view script, const CRegReplacements& replacements);
 
-// Throws CRegScriptError.
 std::vector<CRegRoot> AtlParseScript(std::string_view script);
 
 } // namespace ATL

@@ -1,21 +1,12 @@
 #include "atl/typelib.h"
 
+#include <memory>
+
 namespace ATL {
 
 namespace {
 
-using RegisterFunction = HRESULT(STDAPICALLTYPE*)(ITypeLib*, const OLECHAR*, const OLECHAR*);
-using UnRegisterFunction = HRESULT(STDAPICALLTYPE*)(REFGUID, WORD, WORD, LCID, SYSKIND);
-
-template <class Function>
-Function perUserFunction(const char* name) noexcept
-{
-    // The library is one that this program imports anyway.
-    const HMODULE library = GetModuleHandleA("OLEAUT32.DLL");
-    return library == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(library, name)));
-}
-
-// The path of the file that held the library is left in `path`.
+// Leaves the path of the file that holds the library in `path`.
 HRESULT loadLibrary(const std::string& executable, CComPtr<ITypeLib>& library, CComBSTR& path)
 {
     path = CComBSTR(executable.c_str());
@@ -26,40 +17,19 @@ HRESULT loadLibrary(const std::string& executable, CComPtr<ITypeLib>& library, C
     return LoadTypeLibEx(path, REGKIND_NONE, &library);
 }
 
-// The attributes of a library, given back to it in the end.
-class LibraryAttributes
+// The function for the machine or its counterpart for a user, which takes the same arguments; null on a system without it.
+template <class Function>
+Function scopedFunction(Function forMachine, const char* forUser, CRegistrationScope scope) noexcept
 {
-public:
-    explicit LibraryAttributes(ITypeLib* library) noexcept
-        : m_library(library)
-        , m_result(library->GetLibAttr(&m_attributes))
-    {
-    }
-    LibraryAttributes(const LibraryAttributes&) = delete;
-    LibraryAttributes& operator=(const LibraryAttributes&) = delete;
-    ~LibraryAttributes()
-    {
-        if (SUCCEEDED(m_result)) {
-            m_library->ReleaseTLibAttr(m_attributes);
-        }
-    }
-
-    HRESULT result() const noexcept { return m_result; }
-    const TLIBATTR* operator->() const noexcept { return m_attributes; }
-
-private:
-    ITypeLib* m_library;
-    TLIBATTR* m_attributes = nullptr;
-    HRESULT m_result;
-};
+    return scope == CRegistrationScope::Machine ? forMachine : AtlFindFunction<Function>("OLEAUT32.DLL", forUser);
+}
 
 } // namespace
 
 HRESULT AtlRegisterTypeLib(const std::string& executable, CRegistrationScope scope) noexcept
 {
     return AtlGuard([&]() -> HRESULT {
-        const RegisterFunction registerLibrary =
-            scope == CRegistrationScope::Machine ? &RegisterTypeLib : perUserFunction<RegisterFunction>("RegisterTypeLibForUser");
+        const auto registerLibrary = scopedFunction(&RegisterTypeLib, "RegisterTypeLibForUser", scope);
         if (registerLibrary == nullptr) {
             return AtlHresultFromWin32(ERROR_PROC_NOT_FOUND);
         }
@@ -76,9 +46,7 @@ HRESULT AtlRegisterTypeLib(const std::string& executable, CRegistrationScope sco
 HRESULT AtlUnRegisterTypeLib(const std::string& executable, CRegistrationScope scope) noexcept
 {
     return AtlGuard([&]() -> HRESULT {
-        const UnRegisterFunction unregisterLibrary = scope == CRegistrationScope::Machine
-                                                         ? &UnRegisterTypeLib
-                                                         : perUserFunction<UnRegisterFunction>("UnRegisterTypeLibForUser");
+        const auto unregisterLibrary = scopedFunction(&UnRegisterTypeLib, "UnRegisterTypeLibForUser", scope);
         if (unregisterLibrary == nullptr) {
             return AtlHresultFromWin32(ERROR_PROC_NOT_FOUND);
         }
@@ -87,10 +55,12 @@ HRESULT AtlUnRegisterTypeLib(const std::string& executable, CRegistrationScope s
         if (const HRESULT hr = loadLibrary(executable, library, path); FAILED(hr)) {
             return hr;
         }
-        const LibraryAttributes attributes(library);
-        if (FAILED(attributes.result())) {
-            return attributes.result();
+        TLIBATTR* found = nullptr;
+        if (const HRESULT hr = library->GetLibAttr(&found); FAILED(hr)) {
+            return hr;
         }
+        const auto release = [&](TLIBATTR* attributes) { library->ReleaseTLibAttr(attributes); };
+        const std::unique_ptr<TLIBATTR, decltype(release)> attributes(found, release);
         return unregisterLibrary(attributes->guid, attributes->wMajorVerNum, attributes->wMinorVerNum, attributes->lcid,
                                  attributes->syskind);
     });

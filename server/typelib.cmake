@@ -1,7 +1,8 @@
-# kesta_contract: the COM contract for everybody who speaks it. Include "KESTAserver_h.h" for the interfaces; the identifiers (IIDs,
-# CLSID, LIBID) are compiled once. The type library lies in KESTA_CONTRACT_DIR as KESTAserver.tlb.
+# kesta_contract: the COM contract, for the server and for its clients. "KESTAserver_h.h" declares the interfaces, the library
+# contains their identifiers (IIDs, CLSID, LIBID), and KESTAserver.tlb in KESTA_CONTRACT_DIR is the type library.
 #
-# Whoever includes this may compile KESTAserver.rc: what it carries besides its own text is found, and makes it anew when it changes.
+# Include this file in every folder that compiles KESTAserver.rc. The resources are then compiled again when the type library or a
+# registration script has changed.
 set(KESTA_CONTRACT_DIR ${CMAKE_BINARY_DIR}/contract)
 set_source_files_properties(${CMAKE_SOURCE_DIR}/server/KESTAserver.rc PROPERTIES
     INCLUDE_DIRECTORIES "${CMAKE_SOURCE_DIR}/server;${KESTA_CONTRACT_DIR}"
@@ -20,7 +21,7 @@ add_custom_command(
         ${KESTA_CONTRACT_DIR}/KESTAserver.tlb
     COMMAND ${KESTA_WIDL} --win64 -h -o KESTAserver_h.h ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl
     COMMAND ${KESTA_WIDL} --win64 -u -o KESTAserver_i.c ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl
-    # It says "duplicate uuid" here and means its own fault, which the next command mends.
+    # widl prints "duplicate uuid" here because of a fault of its own, which the next command repairs.
     COMMAND ${KESTA_WIDL} --win64 -t -o KESTAserver-widl.tlb ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl
     COMMAND ${KESTA_PYTHON} ${CMAKE_SOURCE_DIR}/tools/typelib-mend.py
         ${CMAKE_SOURCE_DIR}/server/KESTAserver.idl KESTAserver-widl.tlb KESTAserver.tlb

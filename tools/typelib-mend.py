@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
-"""Mends what widl gets wrong when a library holds a dispinterface before a dual interface.
+"""Repairs what widl gets wrong when a library has a dispinterface before a dual interface.
 
 usage: typelib-mend.py SOURCE.idl WIDL.tlb MENDED.tlb
 
-Both kinds import IDispatch. widl enters the GUID of the second import a second time, is told that it is there already ("duplicate
-uuid") and goes on with the error value -1 as its offset: the second import names no GUID, and the reference that belongs to the
-GUID's entry is written one byte before the GUID table's first data, over the last byte of the library's own GUID. Without the
-import nothing can be marshalled by this library (0x80040155).
+Both interfaces import IDispatch. For the second import widl adds the GUID to its table again, finds that it is there already
+("duplicate uuid") and uses the error value -1 as its offset. So the second import names no GUID, and the reference that belongs
+to the GUID's entry is written one byte before the first GUID: over the last byte of the library's own GUID. Without that import
+nothing can be marshalled with the library (0x80040155).
 
-This puts both places right, and refuses when it finds anything but exactly these two faults.
+This corrects both places, and refuses a file that does not have exactly these two faults.
 """
 
 import re

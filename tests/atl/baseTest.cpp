@@ -3,18 +3,20 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
+using testing::ElementsAre;
+using testing::IsEmpty;
+
 namespace {
 
-const auto& s_realMultiByteToWideChar = ImportHook<decltype(&MultiByteToWideChar)>::s_original;
+using Widening = ImportHook<decltype(&MultiByteToWideChar)>;
+using Narrowing = ImportHook<decltype(&WideCharToMultiByte)>;
 
-BOOL noCriticalSection(LPCRITICAL_SECTION, DWORD, DWORD)
-{
-    SetLastError(ERROR_OUTOFMEMORY);
-    return FALSE;
-}
+const std::wstring WITH_ZERO(L"a\0b", 3);
 
 std::wstring textOf(BSTR text)
 {
@@ -31,49 +33,41 @@ HRESULT thrownBy(const std::function<void()>& operation)
     return S_OK;
 }
 
-// An object that counts, for the pointer owner.
-class CCounted final : public IUnknown
+bool isOpen(HANDLE handle)
 {
-public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
-    {
-        *object = IsEqualIID(iid, IID_IUnknown) ? this : nullptr;
-        if (*object != nullptr) {
-            AddRef();
-        }
-        return *object != nullptr ? S_OK : E_NOINTERFACE;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++m_references); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        if (m_whenReleased) {
-            m_whenReleased();
-        }
-        return static_cast<ULONG>(--m_references);
-    }
+    DWORD flags = 0;
+    return GetHandleInformation(handle, &flags) != FALSE;
+}
 
-    int m_references = 0;
-    std::function<void()> m_whenReleased;
-};
+// How often an operation calls a function that takes a critical section.
+int callsOf(const char* function, const std::function<void()>& operation)
+{
+    using Hook = ImportHook<decltype(&EnterCriticalSection)>;
+    static int s_calls;
+    s_calls = 0;
+    const Hook hook(function, [](LPCRITICAL_SECTION section) {
+        ++s_calls;
+        Hook::s_original(section);
+    });
+    operation();
+    return s_calls;
+}
+
+// The references to an object.
+ULONG countOf(IUnknown* object)
+{
+    object->AddRef();
+    return object->Release();
+}
 
 } // namespace
 
-TEST(ErrorsTest, ThrowCarriesTheHresult)
-{
-    EXPECT_EQ(thrownBy([] { AtlThrow(E_OUTOFMEMORY); }), E_OUTOFMEMORY);
-}
-
 TEST(ErrorsTest, WindowsErrorsBecomeHresults)
 {
-    EXPECT_EQ(static_cast<HRESULT>(0x80070005), AtlHresultFromWin32(ERROR_ACCESS_DENIED));
     SetLastError(ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(static_cast<HRESULT>(0x80070002), AtlHresultFromLastError());
-}
-
-TEST(ErrorsTest, AFailureWithoutAnErrorNumberIsStillAFailure)
-{
+    EXPECT_EQ(AtlHresultFromLastError(), static_cast<HRESULT>(0x80070002));
     SetLastError(ERROR_SUCCESS);
-    EXPECT_EQ(AtlHresultFromLastError(), E_FAIL);
+    EXPECT_EQ(AtlHresultFromLastError(), E_FAIL) << "a failure without an error number";
 }
 
 TEST(ErrorsTest, GuardReturnsTheResultAndTurnsEveryExceptionIntoOne)
@@ -85,223 +79,211 @@ TEST(ErrorsTest, GuardReturnsTheResultAndTurnsEveryExceptionIntoOne)
     EXPECT_EQ(AtlGuard([]() -> HRESULT { throw 5; }), E_FAIL);
 }
 
-TEST(CriticalSectionTest, OneThreadHoldsItAtATime)
+TEST(CriticalSectionTest, IsEnteredAndLeftByALockAndDeletedInTheEnd)
 {
-    CComAutoCriticalSection section;
-    CHandle entered(CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    struct Shared
-    {
-        CComCriticalSection& section;
-        HANDLE entered;
-    } shared{section, entered};
-    CHandle thread;
-    {
-        const CComCritSecLock lock(section);
-        const auto enter = [](void* parameter) -> DWORD {
-            auto& other = *static_cast<Shared*>(parameter);
-            const CComCritSecLock otherLock(other.section);
-            SetEvent(other.entered);
-            return 0;
-        };
-        thread.Attach(CreateThread(nullptr, 0, enter, &shared, 0, nullptr));
-        EXPECT_EQ(static_cast<DWORD>(WAIT_TIMEOUT), WaitForSingleObject(entered, 50));
-    }
-    EXPECT_EQ(WaitForSingleObject(entered, 5000), WAIT_OBJECT_0);
-    WaitForSingleObject(thread, 5000);
-}
-
-TEST(CriticalSectionTest, InitialisesOnDemand)
-{
-    CComCriticalSection section;
-    EXPECT_EQ(section.Init(), S_OK);
-    section.Lock();
-    section.Unlock();
+    std::optional<CComAutoCriticalSection> section(std::in_place);
+    std::optional<CComCritSecLock> lock;
+    EXPECT_EQ(callsOf("EnterCriticalSection", [&] { lock.emplace(*section); }), 1);
+    EXPECT_EQ(callsOf("LeaveCriticalSection", [&] { lock.reset(); }), 1);
+    EXPECT_EQ(callsOf("DeleteCriticalSection", [&] { section.reset(); }), 1);
+    std::optional<CComCriticalSection> unmade(std::in_place);
+    EXPECT_EQ(callsOf("DeleteCriticalSection", [&] { unmade.reset(); }), 0);
 }
 
 TEST(CriticalSectionTest, TellsThatItCouldNotBeMade)
 {
-    const ImportHook<decltype(&InitializeCriticalSectionEx)> hook("InitializeCriticalSectionEx", &noCriticalSection);
+    const ImportHook<decltype(&InitializeCriticalSectionEx)> hook("InitializeCriticalSectionEx",
+                                                                  [](LPCRITICAL_SECTION, DWORD spin, DWORD flags) -> BOOL {
+                                                                      EXPECT_EQ(spin, 0u);
+                                                                      EXPECT_EQ(flags, 0u);
+                                                                      SetLastError(ERROR_OUTOFMEMORY);
+                                                                      return FALSE;
+                                                                  });
     EXPECT_EQ(thrownBy([] { const CComAutoCriticalSection section; }), E_OUTOFMEMORY);
-    CComCriticalSection section;
-    EXPECT_EQ(section.Init(), E_OUTOFMEMORY);
 }
 
-TEST(HandleTest, ClosesWhatItHeldWhenItTakesAnother)
+TEST(HandleTest, ClosesWhatItHeldWhenItTakesAnotherAndInTheEnd)
 {
     const HANDLE first = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     const HANDLE second = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     {
         CHandle handle(first);
         handle.Attach(second);
-        DWORD flags = 0;
-        EXPECT_FALSE(GetHandleInformation(first, &flags));
-        EXPECT_TRUE(GetHandleInformation(second, &flags));
+        EXPECT_FALSE(isOpen(first));
+        EXPECT_TRUE(isOpen(second));
     }
-    DWORD flags = 0;
-    EXPECT_FALSE(GetHandleInformation(second, &flags));
+    EXPECT_FALSE(isOpen(second));
 }
 
 TEST(BstrTest, NullAndEmptyAreTwoThings)
 {
-    const CComBSTR none;
-    const CComBSTR alsoNone(static_cast<const OLECHAR*>(nullptr));
-    const CComBSTR stillNone(static_cast<const char*>(nullptr));
-    const CComBSTR empty(L"");
-    const CComBSTR narrowEmpty("");
-    EXPECT_EQ(none.m_str, nullptr);
-    EXPECT_EQ(alsoNone.m_str, nullptr);
-    EXPECT_EQ(stillNone.m_str, nullptr);
-    EXPECT_NE(empty.m_str, nullptr);
-    EXPECT_NE(narrowEmpty.m_str, nullptr);
-    EXPECT_EQ(empty.Length(), 0u);
-    EXPECT_EQ(narrowEmpty.Length(), 0u);
-    EXPECT_EQ(none.Length(), 0u);
-    EXPECT_EQ(CComBSTR(none).m_str, nullptr);
-    EXPECT_NE(CComBSTR(empty).m_str, nullptr);
-    EXPECT_TRUE(!none);
-    EXPECT_FALSE(!empty);
+    for (const CComBSTR& none : {CComBSTR(), CComBSTR(static_cast<const OLECHAR*>(nullptr)),
+                                 CComBSTR(static_cast<const char*>(nullptr)), CComBSTR(CComBSTR())}) {
+        EXPECT_EQ(none.m_str, nullptr);
+        EXPECT_TRUE(!none);
+        EXPECT_EQ(none.Length(), 0u);
+    }
+    for (const CComBSTR& empty : {CComBSTR(L""), CComBSTR(""), CComBSTR(L"x", 0), CComBSTR("x", 0)}) {
+        EXPECT_EQ(textOf(CComBSTR(empty)), L"");
+        EXPECT_FALSE(!empty);
+    }
 }
 
 TEST(BstrTest, CopiesKeepEmbeddedZeroCharacters)
 {
-    const CComBSTR text(L"a\0b", 3);
-    EXPECT_EQ(textOf(text), std::wstring(L"a\0b", 3));
+    const CComBSTR text(WITH_ZERO.c_str(), WITH_ZERO.size());
     const CComBSTR copy(text);
-    EXPECT_EQ(textOf(copy), std::wstring(L"a\0b", 3));
-    EXPECT_NE(text.m_str, copy.m_str);
-    CComBSTR owned;
-    owned.Attach(CComBSTR::CopyOf(text));
-    EXPECT_EQ(textOf(owned), std::wstring(L"a\0b", 3));
+    EXPECT_EQ(textOf(copy), WITH_ZERO);
+    EXPECT_NE(copy.m_str, text.m_str);
+    EXPECT_EQ(textOf(CComBSTR(std::string("a\0b", 3).c_str(), 3)), WITH_ZERO);
 }
 
-TEST(BstrTest, NarrowTextComesThroughTheAnsiCodePage)
+TEST(BstrTest, NarrowTextComesAndGoesThroughTheAnsiCodePage)
 {
-    wchar_t expected[2] = {};
-    const char umlaut[] = "\xe4";
-    ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, umlaut, -1, expected, 2), 2);
-    EXPECT_EQ(std::wstring(L"gr") + expected, textOf(CComBSTR((std::string("gr") + umlaut).c_str())));
+    EXPECT_EQ(GetACP(), 1252u);
+    EXPECT_EQ(textOf(CComBSTR("gr\xfc\xdf \x80")), L"gr\u00fc\u00df \u20ac");
+    EXPECT_EQ(narrowText(CComBSTR(L"gr\u00fc\u00df \u20ac")), "gr\xfc\xdf \x80");
+    EXPECT_EQ(narrowText(WITH_ZERO.c_str(), WITH_ZERO.size()), std::string("a\0b", 3));
+    EXPECT_EQ(narrowText(nullptr), "");
 }
 
-TEST(BstrTest, NarrowTextThatCannotBeConvertedIsAnError)
+TEST(BstrTest, TextThatCannotBeConvertedIsAnError)
 {
+    const auto both = [](HRESULT error) {
+        EXPECT_EQ(thrownBy([] { const CComBSTR text("x"); }), error);
+        EXPECT_EQ(thrownBy([] { narrowText(L"x", 1); }), error);
+    };
     {
-        const ImportHook<decltype(&MultiByteToWideChar)> neither("MultiByteToWideChar",
-                                                                 [](UINT, DWORD, LPCCH, int, LPWSTR, int) -> int {
-                                                                     SetLastError(ERROR_NO_UNICODE_TRANSLATION);
-                                                                     return 0;
-                                                                 });
-        EXPECT_EQ(AtlHresultFromWin32(ERROR_NO_UNICODE_TRANSLATION), thrownBy([] { const CComBSTR text("x"); }));
-    }
-    const ImportHook<decltype(&MultiByteToWideChar)> onlyMeasured(
-        "MultiByteToWideChar", [](UINT page, DWORD flags, LPCCH text, int length, LPWSTR wide, int size) -> int {
-            if (wide != nullptr) {
-                SetLastError(ERROR_INSUFFICIENT_BUFFER);
-                return 0;
-            }
-            return s_realMultiByteToWideChar(page, flags, text, length, wide, size);
+        const Widening widening("MultiByteToWideChar", [](UINT, DWORD, LPCCH, int, LPWSTR, int) -> int {
+            SetLastError(ERROR_NO_UNICODE_TRANSLATION);
+            return 0;
         });
-    EXPECT_EQ(AtlHresultFromWin32(ERROR_INSUFFICIENT_BUFFER), thrownBy([] { const CComBSTR text("x"); }));
+        const Narrowing narrowing("WideCharToMultiByte", [](UINT, DWORD, LPCWCH, int, LPSTR, int, LPCCH, LPBOOL) -> int {
+            SetLastError(ERROR_NO_UNICODE_TRANSLATION);
+            return 0;
+        });
+        both(HRESULT_FROM_WIN32(ERROR_NO_UNICODE_TRANSLATION));
+    }
+    // The length can be measured, but the text not be converted.
+    const Widening widening("MultiByteToWideChar", [](UINT, DWORD, LPCCH, int, LPWSTR wide, int) -> int {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return wide == nullptr ? 1 : 0;
+    });
+    const Narrowing narrowing("WideCharToMultiByte", [](UINT, DWORD, LPCWCH, int, LPSTR narrow, int, LPCCH, LPBOOL) -> int {
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return narrow == nullptr ? 1 : 0;
+    });
+    both(HRESULT_FROM_WIN32(ERROR_INSUFFICIENT_BUFFER));
 }
 
 TEST(BstrTest, Appending)
 {
-    CComBSTR text(L"a\0b", 3);
-    text += L"cd";
-    EXPECT_EQ(textOf(text), std::wstring(L"a\0bcd", 5));
+    CComBSTR text;
     text += nullptr;
-    EXPECT_EQ(textOf(text), std::wstring(L"a\0bcd", 5));
-    CComBSTR none;
-    none += nullptr;
-    EXPECT_EQ(none.m_str, nullptr);
-    none += L"x";
-    EXPECT_EQ(textOf(none), L"x");
-}
-
-TEST(BstrTest, OwnershipMoves)
-{
-    CComBSTR text(L"text");
-    const BSTR raw = text.m_str;
-    CComBSTR moved(std::move(text));
-    EXPECT_EQ(raw, moved.m_str);
     EXPECT_EQ(text.m_str, nullptr);
-    CComBSTR assigned(L"old");
-    assigned = std::move(moved);
-    EXPECT_EQ(raw, assigned.m_str);
-    const BSTR detached = assigned.Detach();
-    EXPECT_EQ(raw, detached);
-    EXPECT_EQ(assigned.m_str, nullptr);
-    assigned.Attach(detached);
-    *&assigned = SysAllocString(L"out parameter");
-    EXPECT_EQ(textOf(assigned), L"out parameter");
+    text += L"x";
+    EXPECT_EQ(textOf(text), L"x");
+    text = CComBSTR(WITH_ZERO.c_str(), WITH_ZERO.size());
+    text += L"cd";
+    EXPECT_EQ(textOf(text), WITH_ZERO + L"cd");
 }
 
-TEST(BstrTest, AnImpossibleLengthIsOutOfMemory)
+TEST(BstrTest, OwnershipMovesAndEndsOnce)
 {
-    EXPECT_EQ(thrownBy([] { const CComBSTR text(L"", 0xFFFFFFFFu); }), E_OUTOFMEMORY);
-    EXPECT_EQ(thrownBy([] { const CComBSTR text(L"", size_t{1} << 40); }), E_OUTOFMEMORY);
+    using Freeing = ImportHook<decltype(&SysFreeString)>;
+    static std::vector<BSTR> s_freed;
+    const Freeing hook("SysFreeString", [](BSTR text) {
+        if (text != nullptr) {
+            s_freed.push_back(text);
+        }
+    });
+    const BSTR raw = SysAllocString(L"text");
+    const BSTR other = SysAllocString(L"other");
+    const BSTR third = SysAllocString(L"third");
+    {
+        CComBSTR text;
+        text.Attach(raw);
+        text.Attach(raw);
+        CComBSTR moved(std::move(text));
+        EXPECT_EQ(text.m_str, nullptr);
+        CComBSTR assigned;
+        assigned.Attach(other);
+        EXPECT_THAT(s_freed, IsEmpty());
+        assigned = std::move(moved);
+        EXPECT_THAT(std::exchange(s_freed, {}), ElementsAre(other));
+        EXPECT_EQ(assigned.Detach(), raw);
+        assigned.Attach(raw);
+        assigned.Attach(other);
+        EXPECT_THAT(std::exchange(s_freed, {}), ElementsAre(raw));
+        *&assigned = third;
+        EXPECT_THAT(std::exchange(s_freed, {}), ElementsAre(other));
+    }
+    EXPECT_THAT(s_freed, ElementsAre(third));
 }
 
-TEST(VariantTest, TextIsACopy)
+TEST(BstrTest, WithoutMemoryThereIsNoText)
 {
-    const CComBSTR text(L"a\0b", 3);
-    const CComVariant variant(text);
+    const CComBSTR text(L"text");
+    const ImportHook<decltype(&SysAllocString)> terminated("SysAllocString", [](const OLECHAR*) -> BSTR { return nullptr; });
+    const ImportHook<decltype(&SysAllocStringLen)> counted("SysAllocStringLen",
+                                                           [](const OLECHAR*, UINT) -> BSTR { return nullptr; });
+    const ImportHook<decltype(&SysAllocStringByteLen)> bytes("SysAllocStringByteLen",
+                                                             [](LPCSTR, UINT) -> BSTR { return nullptr; });
+    for (const std::function<void()>& operation : std::initializer_list<std::function<void()>>{
+             [] { const CComBSTR wide(L"x"); }, [] { const CComBSTR wide(L"x", 1); }, [] { const CComBSTR narrow("x"); },
+             [&] { const CComBSTR copy(text); }, [&] { const CComVariant variant(text); },
+             [] { const CComBSTR tooLong(L"", size_t{1} << 32); }, [] { const CComBSTR tooLong("", size_t{1} << 31); },
+             [] { narrowText(L"", size_t{1} << 31); }}) {
+        EXPECT_EQ(thrownBy(operation), E_OUTOFMEMORY);
+    }
+}
+
+TEST(VariantTest, HoldsACopyOfATextOrANumberAndIsClearedInTheEnd)
+{
+    const CComBSTR text(WITH_ZERO.c_str(), WITH_ZERO.size());
+    CComVariant variant(text);
     EXPECT_EQ(variant.vt, VT_BSTR);
-    EXPECT_NE(text.m_str, variant.bstrVal);
-    EXPECT_EQ(textOf(variant.bstrVal), std::wstring(L"a\0b", 3));
+    EXPECT_NE(variant.bstrVal, text.m_str);
+    EXPECT_EQ(textOf(variant.bstrVal), WITH_ZERO);
+    EXPECT_EQ(variant.Clear(), S_OK);
+    EXPECT_EQ(variant.vt, VT_EMPTY);
     const CComVariant none(static_cast<BSTR>(nullptr));
     EXPECT_EQ(none.vt, VT_BSTR);
     EXPECT_EQ(none.bstrVal, nullptr);
-}
+    CComVariant number(-17);
+    EXPECT_EQ(number.vt, VT_I4);
+    EXPECT_EQ(number.ChangeType(VT_BSTR), S_OK);
+    EXPECT_EQ(textOf(number.bstrVal), L"-17");
 
-TEST(VariantTest, StartsEmptyAndClears)
-{
-    CComVariant variant;
-    EXPECT_EQ(variant.vt, VT_EMPTY);
-    variant.vt = VT_BSTR;
-    variant.bstrVal = SysAllocString(L"x");
-    EXPECT_EQ(variant.Clear(), S_OK);
-    EXPECT_EQ(variant.vt, VT_EMPTY);
-}
-
-TEST(VariantTest, NumberBecomesText)
-{
-    CComVariant variant(-17);
-    EXPECT_EQ(variant.vt, VT_I4);
-    EXPECT_EQ(variant.lVal, -17);
-    EXPECT_EQ(variant.ChangeType(VT_BSTR), S_OK);
-    EXPECT_EQ(textOf(variant.bstrVal), L"-17");
+    static VARTYPE s_cleared = VT_ILLEGAL;
+    const ImportHook<decltype(&VariantClear)> hook("VariantClear", [](VARIANTARG* cleared) -> HRESULT {
+        s_cleared = cleared->vt;
+        return S_OK;
+    });
+    {
+        const CComVariant empty;
+    }
+    EXPECT_EQ(s_cleared, VT_EMPTY);
 }
 
 TEST(PtrTest, CountsWhatItHolds)
 {
-    CCounted object;
+    CComPtr<ICreateErrorInfo> first;
+    ASSERT_EQ(CreateErrorInfo(&first), S_OK);
     {
-        CComPtr<IUnknown> pointer(&object);
-        EXPECT_EQ(object.m_references, 1);
-        const CComPtr<IUnknown> copy(pointer);
-        EXPECT_EQ(object.m_references, 2);
-        CComPtr<IUnknown> moved(std::move(pointer));
-        EXPECT_EQ(object.m_references, 2);
+        CComPtr<ICreateErrorInfo> pointer(first.p);
+        CComPtr<ICreateErrorInfo> copy(pointer);
+        EXPECT_EQ(countOf(first), 3u);
+        CComPtr<ICreateErrorInfo> moved(std::move(pointer));
+        EXPECT_EQ(countOf(first), 3u);
         EXPECT_TRUE(!pointer);
         pointer = moved;
-        EXPECT_EQ(object.m_references, 3);
-        EXPECT_EQ(pointer.QueryInterface(&moved), S_OK);
-        EXPECT_EQ(object.m_references, 3);
-        IUnknown* const detached = moved.Detach();
-        EXPECT_EQ(object.m_references, 3);
-        moved.Attach(detached);
-        EXPECT_EQ(object.m_references, 3);
+        EXPECT_EQ(countOf(first), 4u);
+        EXPECT_EQ(pointer.QueryInterface(&copy), S_OK);
+        EXPECT_EQ(countOf(first), 4u) << "the pointer to fill has given up what it held";
+        ICreateErrorInfo* const detached = copy.Detach();
+        EXPECT_EQ(countOf(first), 4u);
+        detached->Release();
     }
-    EXPECT_EQ(object.m_references, 0);
-}
-
-TEST(PtrTest, IsEmptyBeforeTheObjectHearsOfIt)
-{
-    CCounted object;
-    CComPtr<IUnknown> pointer(&object);
-    bool empty = false;
-    object.m_whenReleased = [&] { empty = !pointer; };
-    pointer.Release();
-    EXPECT_TRUE(empty);
-    EXPECT_EQ(object.m_references, 0);
+    EXPECT_EQ(countOf(first), 1u);
 }

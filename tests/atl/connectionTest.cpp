@@ -1,146 +1,160 @@
+// Connection points with their sinks and enumerators.
 #include "atl/enumerator.h"
 #include "tests/atl/sampleObject.h"
 #include "tests/support/ImportHook.h"
 
 #include <gmock/gmock.h>
 
-#include <deque>
-
 using testing::ElementsAre;
 
 namespace {
 
-class ConnectionTest : public testing::Test
+// A client's sink. It counts its references and answers the query for its event interface as it is told.
+class CSink final : public IDispatch
+{
+public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
+    {
+        EXPECT_EQ(iid, DIID__IJavaManagerEvents);
+        *object = FAILED(m_queryResult) ? nullptr : this;
+        m_references += FAILED(m_queryResult) ? 0 : 1;
+        return m_queryResult;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++m_references); }
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        --m_references;
+        if (m_whenReleased) {
+            m_whenReleased();
+        }
+        return static_cast<ULONG>(m_references);
+    }
+    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override
+    {
+        return E_NOTIMPL;
+    }
+
+    HRESULT m_queryResult = S_OK;
+    int m_references = 0;
+    std::function<void()> m_whenReleased;
+};
+
+class ConnectionTest : public SampleTest
 {
 protected:
     ConnectionTest()
     {
-        s_events.clear();
-        EXPECT_EQ(CComObject<CSampleObject>::CreateInstance(&m_object), S_OK);
-        m_object->AddRef();
         EXPECT_EQ(m_object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&m_container)), S_OK);
         EXPECT_EQ(m_container->FindConnectionPoint(DIID__IJavaManagerEvents, &m_point), S_OK);
     }
-    ~ConnectionTest() override { end(); }
 
-    void end()
-    {
-        m_point.Release();
-        m_container.Release();
-        if (m_object != nullptr) {
-            std::exchange(m_object, nullptr)->Release();
-        }
-    }
-    // A sink that lives as long as the object may hold it.
-    CSink& newSink(const IID& answers = DIID__IJavaManagerEvents) { return m_sinks.emplace_back(answers); }
     DWORD advise(CSink& sink)
     {
         DWORD cookie = 0;
         EXPECT_EQ(m_point->Advise(&sink, &cookie), S_OK);
         return cookie;
     }
-    // The slots as they are: null for an empty one.
-    std::vector<IUnknown*> slots()
+    // The slots, each with the index of its sink, or with -1 when it is empty.
+    std::vector<int> slots()
     {
-        std::vector<IUnknown*> slots;
+        std::vector<int> slots;
         for (int i = 0; i < m_object->sinks().GetSize(); ++i) {
-            slots.push_back(m_object->sinks().GetAt(i));
+            slots.push_back(indexOf(m_object->sinks().GetAt(i)));
         }
         return slots;
     }
+    CComPtr<IEnumConnections> enumerate()
+    {
+        CComPtr<IEnumConnections> enumerator;
+        EXPECT_EQ(m_point->EnumConnections(&enumerator), S_OK);
+        return enumerator;
+    }
+    // "result: sink=cookie ..." of a call of Next.
+    std::string next(IEnumConnections* enumerator, ULONG count)
+    {
+        CONNECTDATA data[8] = {};
+        ULONG fetched = 7;
+        std::string text = std::to_string(enumerator->Next(count, data, &fetched)) + ":";
+        for (ULONG i = 0; i < fetched; ++i) {
+            text += std::format(" {}={}", indexOf(data[i].pUnk), data[i].dwCookie);
+            data[i].pUnk->Release();
+        }
+        return text;
+    }
+    std::vector<int> references()
+    {
+        std::vector<int> references;
+        for (const CSink& sink : m_sinks) {
+            references.push_back(sink.m_references);
+        }
+        return references;
+    }
+    // Gives everything back.
+    void end()
+    {
+        m_point.Release();
+        m_container.Release();
+        m_object.Release();
+    }
 
-    std::deque<CSink> m_sinks;
-    CCountingModule m_module;
-    CComObject<CSampleObject>* m_object = nullptr;
+    CSink m_sinks[5];
+    CComPtr<CComObject<CSampleObject>> m_object = create();
     CComPtr<IConnectionPointContainer> m_container;
     CComPtr<IConnectionPoint> m_point;
-};
 
-// (sink, cookie) pairs in the order of the enumeration.
-std::vector<std::pair<IUnknown*, DWORD>> connections(IEnumConnections* enumerator)
-{
-    std::vector<std::pair<IUnknown*, DWORD>> result;
-    CONNECTDATA data;
-    ULONG fetched = 0;
-    while (enumerator->Next(1, &data, &fetched) == S_OK) {
-        EXPECT_EQ(fetched, 1u);
-        result.emplace_back(data.pUnk, data.dwCookie);
-        data.pUnk->Release();
+private:
+    int indexOf(IUnknown* sink)
+    {
+        return sink == nullptr ? -1 : static_cast<int>(static_cast<CSink*>(static_cast<IDispatch*>(sink)) - m_sinks);
     }
-    EXPECT_EQ(fetched, 0u);
-    return result;
-}
+};
 
 } // namespace
 
 TEST_F(ConnectionTest, CookiesAreSlotsAndEmptySlotsAreTakenAgain)
 {
-    CSink& a = newSink();
-    CSink& b = newSink();
-    CSink& c = newSink();
-    CSink& d = newSink();
-    EXPECT_EQ(advise(a), 1u);
-    EXPECT_EQ(advise(b), 2u);
-    EXPECT_EQ(advise(c), 3u);
-    EXPECT_THAT(slots(), ElementsAre(&a, &b, &c));
+    EXPECT_EQ(advise(m_sinks[0]), 1u);
+    EXPECT_EQ(advise(m_sinks[1]), 2u);
+    EXPECT_EQ(advise(m_sinks[2]), 3u);
     EXPECT_EQ(m_point->Unadvise(2), S_OK);
-    EXPECT_THAT(slots(), ElementsAre(&a, nullptr, &c));
-    EXPECT_EQ(b.m_references, 0);
-    EXPECT_EQ(advise(d), 2u);
-    EXPECT_THAT(slots(), ElementsAre(&a, &d, &c));
+    EXPECT_THAT(slots(), ElementsAre(0, -1, 2));
+    EXPECT_EQ(m_point->Unadvise(2), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(advise(m_sinks[3]), 2u);
+    EXPECT_THAT(slots(), ElementsAre(0, 3, 2));
     EXPECT_EQ(m_point->Unadvise(3), S_OK);
     EXPECT_EQ(m_point->Unadvise(1), S_OK);
-    EXPECT_THAT(slots(), ElementsAre(nullptr, &d, nullptr));
-    EXPECT_EQ(advise(b), 1u);
-    EXPECT_EQ(advise(b), 3u);
-    EXPECT_EQ(b.m_references, 2);
-    EXPECT_THAT(slots(), ElementsAre(&b, &d, &b));
-}
-
-TEST_F(ConnectionTest, SlotsOutOfRangeReadAsEmpty)
-{
-    CSink& sink = newSink();
-    advise(sink);
-    EXPECT_EQ(&sink, m_object->sinks().GetAt(0));
-    EXPECT_EQ(m_object->sinks().GetAt(1), nullptr);
-    EXPECT_EQ(m_object->sinks().GetAt(-1), nullptr);
-    EXPECT_EQ(sink.m_references, 1);
-}
-
-TEST_F(ConnectionTest, ASinkIsAskedForTheEventInterface)
-{
-    CSink& sink = newSink();
-    advise(sink);
-    EXPECT_THAT(sink.m_queried, ElementsAre(DIID__IJavaManagerEvents));
-    EXPECT_EQ(sink.m_references, 1);
+    EXPECT_THAT(slots(), ElementsAre(-1, 3, -1));
+    EXPECT_EQ(advise(m_sinks[1]), 1u);
+    EXPECT_EQ(advise(m_sinks[1]), 3u);
+    EXPECT_THAT(references(), ElementsAre(0, 2, 0, 1, 0));
+    for (const DWORD unknown : {0u, 4u}) {
+        EXPECT_EQ(m_point->Unadvise(unknown), CONNECT_E_NOCONNECTION);
+    }
+    for (const int outside : {-1, 3}) {
+        EXPECT_EQ(m_object->sinks().GetAt(outside), nullptr);
+    }
 }
 
 TEST_F(ConnectionTest, ASinkWithoutTheEventInterfaceCannotConnect)
 {
-    CSink& other = newSink(IID_IDispatch);
     DWORD cookie = 7;
-    EXPECT_EQ(m_point->Advise(&other, &cookie), CONNECT_E_CANNOTCONNECT);
+    m_sinks[0].m_queryResult = E_NOINTERFACE;
+    EXPECT_EQ(m_point->Advise(&m_sinks[0], &cookie), CONNECT_E_CANNOTCONNECT);
     EXPECT_EQ(cookie, 0u);
-    EXPECT_EQ(other.m_references, 0);
+    m_sinks[0].m_queryResult = RPC_E_DISCONNECTED;
+    EXPECT_EQ(m_point->Advise(&m_sinks[0], &cookie), RPC_E_DISCONNECTED);
     EXPECT_THAT(slots(), ElementsAre());
-    CSink& dead = newSink();
-    dead.m_queryResult = RPC_E_DISCONNECTED;
-    EXPECT_EQ(m_point->Advise(&dead, &cookie), RPC_E_DISCONNECTED);
 }
 
-TEST_F(ConnectionTest, BadPointersAndCookiesAreRefused)
+TEST_F(ConnectionTest, BadPointersAreRefused)
 {
-    CSink& sink = newSink();
     DWORD cookie = 7;
     EXPECT_EQ(m_point->Advise(nullptr, &cookie), E_POINTER);
     EXPECT_EQ(cookie, 0u);
-    EXPECT_EQ(m_point->Advise(&sink, nullptr), E_POINTER);
-    EXPECT_EQ(m_point->Unadvise(1), CONNECT_E_NOCONNECTION);
-    advise(sink);
-    EXPECT_EQ(m_point->Unadvise(0), CONNECT_E_NOCONNECTION);
-    EXPECT_EQ(m_point->Unadvise(2), CONNECT_E_NOCONNECTION);
-    EXPECT_EQ(m_point->Unadvise(1), S_OK);
-    EXPECT_EQ(m_point->Unadvise(1), CONNECT_E_NOCONNECTION);
+    EXPECT_EQ(m_point->Advise(&m_sinks[0], nullptr), E_POINTER);
     EXPECT_EQ(m_point->GetConnectionInterface(nullptr), E_POINTER);
     EXPECT_EQ(m_point->GetConnectionPointContainer(nullptr), E_POINTER);
     EXPECT_EQ(m_point->EnumConnections(nullptr), E_POINTER);
@@ -148,191 +162,128 @@ TEST_F(ConnectionTest, BadPointersAndCookiesAreRefused)
     EXPECT_EQ(m_container->FindConnectionPoint(DIID__IJavaManagerEvents, nullptr), E_POINTER);
 }
 
-TEST_F(ConnectionTest, ASlotIsEmptyWhenItsSinkIsReleased)
+TEST_F(ConnectionTest, ASlotIsEmptyWhenItsSinkIsReleasedAndTheOthersGoWithTheObject)
 {
-    CSink& sink = newSink();
-    const DWORD cookie = advise(sink);
-    std::vector<IUnknown*> seen;
-    sink.m_whenReleased = [&] { seen = slots(); };
-    m_point->Unadvise(cookie);
-    sink.m_whenReleased = nullptr;
-    EXPECT_THAT(seen, ElementsAre(nullptr));
-}
-
-TEST_F(ConnectionTest, TheSinksThatAreLeftGoWithTheObject)
-{
-    CSink& a = newSink();
-    CSink& b = newSink();
-    advise(a);
-    advise(b);
-    b.m_whenReleased = [] { s_events.push_back("sink released"); };
-    s_events.clear();
+    advise(m_sinks[0]);
+    advise(m_sinks[1]);
+    std::vector<int> seen;
+    m_sinks[0].m_whenReleased = [&] { seen = slots(); };
+    m_point->Unadvise(1);
+    EXPECT_THAT(seen, ElementsAre(-1, 1));
+    m_sinks[1].m_whenReleased = [] { s_events.push_back("sink released"); };
+    takeEvents();
     end();
-    EXPECT_EQ(a.m_references, 0);
-    EXPECT_EQ(b.m_references, 0);
-    EXPECT_THAT(s_events, ElementsAre("FinalRelease", "~CSampleObject", "sink released", "~CVirtualBase", "Unlock"));
+    EXPECT_THAT(takeEvents(), ElementsAre("FinalRelease", "~CSampleObject", "sink released", "~CVirtualBase", "Unlock"));
+    EXPECT_THAT(references(), ElementsAre(0, 0, 0, 0, 0));
 }
 
-TEST_F(ConnectionTest, ThePointKnowsItsInterfaceAndItsContainer)
+TEST_F(ConnectionTest, APointKnowsItsInterfaceAndItsContainerHasItsOwnIdentityAndTheObjectsCount)
 {
     IID iid = {};
     EXPECT_EQ(m_point->GetConnectionInterface(&iid), S_OK);
-    EXPECT_EQ(DIID__IJavaManagerEvents, iid);
+    EXPECT_EQ(iid, DIID__IJavaManagerEvents);
     CComPtr<IConnectionPointContainer> container;
     EXPECT_EQ(m_point->GetConnectionPointContainer(&container), S_OK);
-    EXPECT_EQ(m_container.p, container.p);
-}
-
-TEST_F(ConnectionTest, ThePointHasAnIdentityOfItsOwnAndTheObjectsCount)
-{
-    CComPtr<IUnknown> pointUnknown;
-    CComPtr<IUnknown> objectUnknown;
-    EXPECT_EQ(m_point.QueryInterface(&pointUnknown), S_OK);
-    EXPECT_EQ(m_container.QueryInterface(&objectUnknown), S_OK);
-    EXPECT_NE(pointUnknown.p, objectUnknown.p);
-    void* other = nullptr;
+    EXPECT_EQ(container.p, m_container.p);
+    CComPtr<IUnknown> identity;
+    EXPECT_EQ(m_point.QueryInterface(&identity), S_OK);
+    EXPECT_EQ(identity.p, m_point.p);
+    void* other = this;
     EXPECT_EQ(m_point->QueryInterface(IID_IConnectionPointContainer, &other), E_NOINTERFACE);
-    pointUnknown.Release();
-    objectUnknown.Release();
+    identity.Release();
+    container.Release();
     m_container.Release();
-    std::exchange(m_object, nullptr)->Release();
-    s_events.clear();
-    m_point.Release();
-    EXPECT_THAT(s_events, ElementsAre("FinalRelease", "~CSampleObject", "~CVirtualBase", "Unlock"));
+    m_object.Release();
+    takeEvents();
+    EXPECT_EQ(m_point.Detach()->Release(), 0u);
+    EXPECT_THAT(takeEvents(), ElementsAre("FinalRelease", "~CSampleObject", "~CVirtualBase", "Unlock"));
 }
 
-TEST_F(ConnectionTest, AnUnknownEventInterfaceHasNoPoint)
+TEST_F(ConnectionTest, TheContainerHasItsSinglePointOnly)
 {
-    CComPtr<IConnectionPoint> point;
+    CComPtr<IConnectionPoint> point = m_point;
     EXPECT_EQ(m_container->FindConnectionPoint(IID_IPropertyNotifySink, &point), CONNECT_E_NOCONNECTION);
     EXPECT_EQ(point.p, nullptr);
-}
-
-TEST_F(ConnectionTest, EnumeratesTheSinglePoint)
-{
     CComPtr<IEnumConnectionPoints> enumerator;
     EXPECT_EQ(m_container->EnumConnectionPoints(&enumerator), S_OK);
-    IConnectionPoint* points[2] = {};
-    ULONG fetched = 7;
-    EXPECT_EQ(enumerator->Next(2, points, &fetched), S_FALSE);
-    EXPECT_EQ(fetched, 1u);
-    EXPECT_EQ(m_point.p, points[0]);
-    EXPECT_EQ(points[1], nullptr);
-    points[0]->Release();
-    EXPECT_EQ(enumerator->Next(1, points, nullptr), S_FALSE);
+    EXPECT_EQ(enumerator->Next(1, &point, nullptr), S_OK);
+    EXPECT_EQ(point.p, m_point.p);
+    EXPECT_EQ(enumerator->Next(1, &point, nullptr), S_FALSE);
 }
 
-TEST_F(ConnectionTest, EnumeratesOccupiedSlotsWithTheirCookies)
+TEST_F(ConnectionTest, AnEnumerationShowsTheOccupiedSlotsOfTheMomentItWasMade)
 {
-    CSink& a = newSink();
-    CSink& b = newSink();
-    CSink& c = newSink();
-    advise(a);
-    advise(b);
-    advise(c);
+    advise(m_sinks[0]);
+    advise(m_sinks[1]);
+    advise(m_sinks[2]);
     m_point->Unadvise(2);
-    CComPtr<IEnumConnections> enumerator;
-    EXPECT_EQ(m_point->EnumConnections(&enumerator), S_OK);
-    EXPECT_EQ(a.m_references, 2);
-    EXPECT_THAT(connections(enumerator), ElementsAre(std::pair<IUnknown*, DWORD>(&a, 1), std::pair<IUnknown*, DWORD>(&c, 3)));
-    enumerator.Release();
-    EXPECT_EQ(a.m_references, 1);
-    EXPECT_EQ(c.m_references, 1);
-}
-
-TEST_F(ConnectionTest, AnEnumerationIsOfTheMomentItWasMade)
-{
-    CSink& a = newSink();
-    CSink& b = newSink();
-    advise(a);
-    CComPtr<IEnumConnections> enumerator;
-    EXPECT_EQ(m_point->EnumConnections(&enumerator), S_OK);
+    CComPtr<IEnumConnections> enumerator = enumerate();
     m_point->Unadvise(1);
-    advise(b);
-    EXPECT_THAT(connections(enumerator), ElementsAre(std::pair<IUnknown*, DWORD>(&a, 1)));
+    advise(m_sinks[3]);
+    EXPECT_EQ(next(enumerator, 8), "1: 0=1 2=3");
+    EXPECT_THAT(references(), ElementsAre(1, 0, 2, 1, 0));
     enumerator.Release();
-    EXPECT_EQ(a.m_references, 0);
+    EXPECT_THAT(references(), ElementsAre(0, 0, 1, 1, 0));
 }
 
-TEST_F(ConnectionTest, EnumeratorsReadManySkipResetAndClone)
+TEST_F(ConnectionTest, EnumeratorsReadSkipResetAndClone)
 {
-    for (int i = 0; i < 5; ++i) {
-        advise(newSink());
+    for (CSink& sink : m_sinks) {
+        advise(sink);
     }
-    CComPtr<IEnumConnections> enumerator;
-    EXPECT_EQ(m_point->EnumConnections(&enumerator), S_OK);
-    CONNECTDATA data[5] = {};
-    ULONG fetched = 0;
-    const auto cookies = [&] {
-        std::vector<DWORD> result;
-        for (ULONG i = 0; i < fetched; ++i) {
-            result.push_back(data[i].dwCookie);
-            data[i].pUnk->Release();
-        }
-        return result;
-    };
-    EXPECT_EQ(enumerator->Next(2, data, &fetched), S_OK);
-    EXPECT_THAT(cookies(), ElementsAre(1u, 2u));
+    CComPtr<IEnumConnections> enumerator = enumerate();
+    EXPECT_EQ(next(enumerator, 2), "0: 0=1 1=2");
     EXPECT_EQ(enumerator->Skip(1), S_OK);
     CComPtr<IEnumConnections> clone;
     EXPECT_EQ(enumerator->Clone(&clone), S_OK);
-    EXPECT_EQ(enumerator->Next(5, data, &fetched), S_FALSE);
-    EXPECT_THAT(cookies(), ElementsAre(4u, 5u));
-    EXPECT_EQ(enumerator->Next(5, data, &fetched), S_FALSE);
-    EXPECT_EQ(fetched, 0u);
-    EXPECT_EQ(clone->Next(1, data, &fetched), S_OK);
-    EXPECT_THAT(cookies(), ElementsAre(4u));
+    EXPECT_EQ(next(enumerator, 5), "1: 3=4 4=5");
+    EXPECT_EQ(next(enumerator, 5), "1:");
+    EXPECT_EQ(next(clone, 1), "0: 3=4") << "where the other one stood";
     EXPECT_EQ(enumerator->Reset(), S_OK);
     EXPECT_EQ(enumerator->Skip(5), S_OK);
     EXPECT_EQ(enumerator->Skip(0), S_OK);
     EXPECT_EQ(enumerator->Skip(1), S_FALSE);
     EXPECT_EQ(enumerator->Reset(), S_OK);
     EXPECT_EQ(enumerator->Skip(6), S_FALSE);
-    EXPECT_EQ(enumerator->Skip(1), S_FALSE);
-    EXPECT_EQ(enumerator->Next(1, data, &fetched), S_FALSE);
-    EXPECT_EQ(enumerator->Next(0, data, &fetched), S_OK);
+    EXPECT_EQ(next(enumerator, 1), "1:");
+    EXPECT_EQ(next(enumerator, 0), "0:");
+
+    CONNECTDATA data[2] = {};
+    ULONG fetched = 7;
     EXPECT_EQ(enumerator->Next(1, nullptr, &fetched), E_POINTER);
+    EXPECT_EQ(fetched, 0u);
     EXPECT_EQ(enumerator->Next(2, data, nullptr), E_POINTER);
     EXPECT_EQ(enumerator->Clone(nullptr), E_POINTER);
     enumerator.Release();
     clone.Release();
-    for (const CSink& sink : m_sinks) {
-        EXPECT_EQ(sink.m_references, 1);
-    }
+    EXPECT_THAT(references(), ElementsAre(1, 1, 1, 1, 1));
 }
 
 TEST_F(ConnectionTest, EveryLivingEnumeratorIsDisconnectedOnceAndStaysTheClients)
 {
     static std::vector<IUnknown*> s_disconnected;
-    s_disconnected.clear();
-    CSink& sink = newSink();
-    advise(sink);
-    CComPtr<IEnumConnections> connectionsOfThePoint;
-    CComPtr<IEnumConnections> gone;
-    CComPtr<IEnumConnectionPoints> points;
-    EXPECT_EQ(m_point->EnumConnections(&gone), S_OK);
-    EXPECT_EQ(m_point->EnumConnections(&connectionsOfThePoint), S_OK);
-    EXPECT_EQ(m_container->EnumConnectionPoints(&points), S_OK);
-    gone.Release();
-
     const ImportHook<decltype(&CoDisconnectObject)> hook("CoDisconnectObject", [](LPUNKNOWN object, DWORD reserved) -> HRESULT {
         EXPECT_EQ(reserved, 0u);
         s_disconnected.push_back(object);
         return S_OK;
     });
+    advise(m_sinks[0]);
+    CComPtr<IEnumConnections> gone = enumerate();
+    CComPtr<IEnumConnections> connections = enumerate();
+    CComPtr<IEnumConnectionPoints> points;
+    EXPECT_EQ(m_container->EnumConnectionPoints(&points), S_OK);
+    gone.Release();
     AtlDisconnectEnumerators();
     CComPtr<IUnknown> first;
     CComPtr<IUnknown> second;
-    EXPECT_EQ(connectionsOfThePoint.QueryInterface(&first), S_OK);
+    EXPECT_EQ(connections.QueryInterface(&first), S_OK);
     EXPECT_EQ(points.QueryInterface(&second), S_OK);
-    EXPECT_THAT(s_disconnected, ElementsAre(first.p, second.p));
+    EXPECT_THAT(std::exchange(s_disconnected, {}), ElementsAre(first.p, second.p));
     first.Release();
     second.Release();
-    EXPECT_THAT(connections(connectionsOfThePoint), ElementsAre(std::pair<IUnknown*, DWORD>(&sink, 1)));
-    IUnknown* const enumerator = connectionsOfThePoint.Detach();
-    EXPECT_EQ(enumerator->Release(), 0u);
-    s_disconnected.clear();
-    points.Release();
+    EXPECT_EQ(next(connections, 1), "0: 0=1");
+    EXPECT_EQ(connections.Detach()->Release(), 0u);
+    EXPECT_EQ(points.Detach()->Release(), 0u);
     AtlDisconnectEnumerators();
     EXPECT_THAT(s_disconnected, ElementsAre());
 }

@@ -1,3 +1,4 @@
+// Late-bound calls, through the type library that the test program carries.
 #include "atl/typelib.h"
 #include "tests/atl/registryFixture.h"
 #include "tests/atl/sampleObject.h"
@@ -6,40 +7,31 @@ using testing::ElementsAre;
 
 namespace {
 
-// Runs with the type library registered in a registry of the test's own. (Each test is a process of its own, so that no test
-// finds type information that another one loaded.)
+// Each test is a process of its own, so that none finds type information that another one has loaded.
 class DispatchTest : public RegistryTest
 {
 protected:
-    DispatchTest()
+    ~DispatchTest() override { m_dispatch.Release(); }
+
+    static void registerLibrary() { ASSERT_EQ(AtlRegisterTypeLib(executable(), CRegistrationScope::Machine), S_OK); }
+    static CComPtr<IDispatch> create()
     {
-        CoInitialize(nullptr);
-        s_events.clear();
         CComObject<CSampleObject>* object = nullptr;
         EXPECT_EQ(CComObject<CSampleObject>::CreateInstance(&object), S_OK);
-        m_dispatch = object;
-        s_events.clear();
+        return object;
     }
-    ~DispatchTest() override
+    HRESULT find(const wchar_t* name, DISPID* id)
     {
-        m_dispatch.Release();
-        CoUninitialize();
-    }
-
-    static void registerLibrary()
-    {
-        char path[MAX_PATH] = {};
-        GetModuleFileNameA(nullptr, path, MAX_PATH);
-        ASSERT_EQ(AtlRegisterTypeLib(path, CRegistrationScope::Machine), S_OK);
+        LPOLESTR text = const_cast<LPOLESTR>(name);
+        return m_dispatch->GetIDsOfNames(IID_NULL, &text, 1, LOCALE_USER_DEFAULT, id);
     }
     DISPID idOf(const wchar_t* name)
     {
-        LPOLESTR text = const_cast<LPOLESTR>(name);
         DISPID id = DISPID_UNKNOWN;
-        EXPECT_EQ(m_dispatch->GetIDsOfNames(IID_NULL, &text, 1, LOCALE_USER_DEFAULT, &id), S_OK);
+        EXPECT_EQ(find(name, &id), S_OK);
         return id;
     }
-    HRESULT call(DISPID id, std::vector<VARIANT> arguments, VARIANT* result, EXCEPINFO* exception = nullptr)
+    HRESULT call(DISPID id, std::vector<VARIANT> arguments = {}, VARIANT* result = nullptr, EXCEPINFO* exception = nullptr)
     {
         // Arguments travel last first.
         std::reverse(arguments.begin(), arguments.end());
@@ -50,21 +42,12 @@ protected:
     }
 
     CCountingModule m_module;
-    CComPtr<IDispatch> m_dispatch;
+    CComPtr<IDispatch> m_dispatch = create();
 };
-
-VARIANT number(int value)
-{
-    VARIANT variant;
-    VariantInit(&variant);
-    variant.vt = VT_I4;
-    variant.lVal = value;
-    return variant;
-}
 
 } // namespace
 
-TEST_F(DispatchTest, WithoutARegisteredLibraryEveryCallFails)
+TEST_F(DispatchTest, WithoutARegisteredLibraryEveryCallFailsAndTheNextOneTriesAgain)
 {
     UINT count = 7;
     EXPECT_EQ(m_dispatch->GetTypeInfoCount(&count), S_OK);
@@ -72,16 +55,14 @@ TEST_F(DispatchTest, WithoutARegisteredLibraryEveryCallFails)
     CComPtr<ITypeInfo> info;
     EXPECT_EQ(m_dispatch->GetTypeInfo(0, LOCALE_USER_DEFAULT, &info), TYPE_E_LIBNOTREGISTERED);
     EXPECT_EQ(info.p, nullptr);
-    LPOLESTR name = const_cast<LPOLESTR>(L"validate");
     DISPID id = 7;
-    EXPECT_EQ(m_dispatch->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id), TYPE_E_LIBNOTREGISTERED);
-    EXPECT_EQ(call(15, {}, nullptr), TYPE_E_LIBNOTREGISTERED);
-    // The next call looks again.
+    EXPECT_EQ(find(L"validate", &id), TYPE_E_LIBNOTREGISTERED);
+    EXPECT_EQ(call(15), TYPE_E_LIBNOTREGISTERED);
     registerLibrary();
-    EXPECT_EQ(call(15, {}, nullptr), S_OK);
+    EXPECT_EQ(call(15), S_OK);
 }
 
-TEST_F(DispatchTest, DescribesTheInterface)
+TEST_F(DispatchTest, TheTypeInformationIsTheInterfacesAndStaysOnceItIsLoaded)
 {
     registerLibrary();
     CComPtr<ITypeInfo> info;
@@ -91,63 +72,38 @@ TEST_F(DispatchTest, DescribesTheInterface)
     EXPECT_EQ(m_dispatch->GetTypeInfo(0, LOCALE_USER_DEFAULT, &info), S_OK);
     TYPEATTR* attributes = nullptr;
     ASSERT_EQ(info->GetTypeAttr(&attributes), S_OK);
-    EXPECT_EQ(IID_IJavaManager, attributes->guid);
+    EXPECT_EQ(attributes->guid, IID_IJavaManager);
     info->ReleaseTypeAttr(attributes);
-}
-
-TEST_F(DispatchTest, TheTypeInformationIsLoadedOnceAndStays)
-{
-    registerLibrary();
-    EXPECT_EQ(idOf(L"validate"), 15);
-    char path[MAX_PATH] = {};
-    GetModuleFileNameA(nullptr, path, MAX_PATH);
-    EXPECT_EQ(AtlUnRegisterTypeLib(path, CRegistrationScope::Machine), S_OK);
+    info.Release();
+    EXPECT_EQ(AtlUnRegisterTypeLib(executable(), CRegistrationScope::Machine), S_OK);
     EXPECT_EQ(idOf(L"enable"), 18);
-}
-
-TEST_F(DispatchTest, FindsMembersInAnyCaseAndRefusesOthers)
-{
-    registerLibrary();
-    EXPECT_EQ(idOf(L"callMethod"), 3);
     EXPECT_EQ(idOf(L"PUSHWINDOWHANDLE"), 19);
-    LPOLESTR name = const_cast<LPOLESTR>(L"nothing");
     DISPID id = 7;
-    EXPECT_EQ(m_dispatch->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id), DISP_E_UNKNOWNNAME);
+    EXPECT_EQ(find(L"nothing", &id), DISP_E_UNKNOWNNAME);
 }
 
-TEST_F(DispatchTest, CallsWithArgumentsInOrder)
+TEST_F(DispatchTest, CallsWithArgumentsInOrderAndReturnsResults)
 {
     registerLibrary();
-    EXPECT_EQ(call(16, {number(1), number(2), number(3), number(4)}, nullptr), S_OK);
-    EXPECT_THAT(s_events, ElementsAre("setBounds 1,2,3,4"));
-}
-
-TEST_F(DispatchTest, ReturnsResults)
-{
-    registerLibrary();
-    CComVariant first(CComBSTR(L"a"));
-    CComVariant second(CComBSTR(L"b"));
+    s_events.clear();
+    EXPECT_EQ(call(16, {CComVariant(1), CComVariant(2), CComVariant(3), CComVariant(4)}), S_OK);
+    EXPECT_EQ(call(18, {CComVariant(1)}), S_OK);
+    EXPECT_THAT(s_events, ElementsAre("setBounds 1,2,3,4", "enable -1")) << "late binding makes every true the same";
+    const CComVariant first(CComBSTR(L"a"));
+    const CComVariant second(CComBSTR(L"b"));
     CComVariant result;
     EXPECT_EQ(call(3, {first, second}, &result), S_OK);
     ASSERT_EQ(result.vt, VT_BSTR);
     EXPECT_STREQ(result.bstrVal, L"a|b");
     EXPECT_EQ(result.Clear(), S_OK);
     EXPECT_EQ(call(14, {}, &result), S_OK);
-    EXPECT_EQ(result.vt, VT_I4);
     EXPECT_EQ(result.lVal, 42);
 }
 
-TEST_F(DispatchTest, LateBindingMakesEveryTrueTheSame)
+TEST_F(DispatchTest, AFailureComesWithItsTextAndWrongCallsAreRefused)
 {
     registerLibrary();
-    EXPECT_EQ(call(18, {number(1)}, nullptr), S_OK);
-    EXPECT_THAT(s_events, ElementsAre("enable -1"));
-}
-
-TEST_F(DispatchTest, AFailureComesWithItsText)
-{
-    registerLibrary();
-    CComVariant name(CComBSTR(L"x"));
+    const CComVariant name(CComBSTR(L"x"));
     CComVariant result;
     EXCEPINFO exception = {};
     EXPECT_EQ(call(8, {name}, &result, &exception), DISP_E_EXCEPTION);
@@ -156,11 +112,6 @@ TEST_F(DispatchTest, AFailureComesWithItsText)
     SysFreeString(exception.bstrDescription);
     SysFreeString(exception.bstrSource);
     SysFreeString(exception.bstrHelpFile);
-}
-
-TEST_F(DispatchTest, WrongArgumentsAreRefused)
-{
-    registerLibrary();
-    EXPECT_EQ(call(16, {number(1)}, nullptr), DISP_E_BADPARAMCOUNT);
-    EXPECT_EQ(call(99, {}, nullptr), DISP_E_MEMBERNOTFOUND);
+    EXPECT_EQ(call(16, {CComVariant(1)}), DISP_E_BADPARAMCOUNT);
+    EXPECT_EQ(call(99), DISP_E_MEMBERNOTFOUND);
 }

@@ -1,5 +1,6 @@
+// The registration switches of the command line and what they do, step by step.
+#include "tests/atl/moduleFixture.h"
 #include "tests/atl/registryFixture.h"
-#include "tests/atl/sampleObject.h"
 #include "tests/support/ImportHook.h"
 
 using testing::ElementsAre;
@@ -7,270 +8,192 @@ using testing::IsEmpty;
 
 namespace {
 
-const char* const APPID = "{9E27B6D1-3C48-4A0F-B5E2-71D4C0A96F38}";
+using CommandLine = ImportHook<decltype(&GetCommandLineA)>;
+using Path = ImportHook<decltype(&GetModuleFileNameA)>;
+using Create = ImportHook<decltype(&RegCreateKeyExA)>;
+using Delete = ImportHook<decltype(&RegDeleteKeyA)>;
+using Load = ImportHook<decltype(&LoadTypeLibEx)>;
+using LookUp = ImportHook<decltype(&GetProcAddress)>;
 
-// The sample with the server's class script.
-class CRegisteredObject : public CSampleObject
+// What is done, and what fails.
+std::string s_commandLine;
+HRESULT s_libraryResult = S_OK;
+LSTATUS s_categoryResult = ERROR_SUCCESS;
+std::string s_path;
+
+bool isCategory(const std::string& name)
 {
-public:
-    DECLARE_REGISTRY_RESOURCEID(102)
-};
-
-constexpr ATL_OBJMAP_ENTRY OBJECT_MAP[] = {OBJECT_ENTRY(CLSID_JavaManager, CRegisteredObject)};
-
-class CRegisteringModule : public CAtlExeModuleT<CRegisteringModule>
-{
-public:
-    CRegisteringModule()
-        : CAtlExeModuleT(OBJECT_MAP)
-    {
-    }
-    DECLARE_REGISTRY_APPID_RESOURCEID(101, APPID)
-    using CAtlExeModule::ParseCommandLine;
-};
-
-// Two classes that only note their registration; the first has categories.
-const CLSID FIRST_CLASS = {0x11111111, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}};
-const CLSID SECOND_CLASS = {0x22222222, 0, 0, {0, 0, 0, 0, 0, 0, 0, 2}};
-const GUID CATEGORY = {0xAAAAAAAA, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}};
-
-class CClassWithCategories : public CSampleObject
-{
-public:
-    // Also notes whether the categories are there.
-    static HRESULT UpdateRegistry(BOOL registering) noexcept
-    {
-        CRegKey list;
-        const char* const path = "CLSID\\{11111111-0000-0000-0000-000000000001}\\Required Categories";
-        s_events.push_back(list.Open(HKEY_CLASSES_ROOT, path) == ERROR_SUCCESS ? "with categories" : "without categories");
-        return CSampleObject::UpdateRegistry(registering);
-    }
-    static const ATL_CATMAP_ENTRY* GetCategoryMap()
-    {
-        using Type = ATL_CATMAP_ENTRY::Type;
-        static const ATL_CATMAP_ENTRY MAP[] = {
-            {Type::Implemented, &CATEGORY}, {Type::Required, &CATEGORY}, {Type::Required, nullptr}};
-        return MAP;
-    }
-};
-
-class CSecondClass : public CSampleObject
-{
-public:
-    static HRESULT UpdateRegistry(BOOL registering) noexcept
-    {
-        s_events.push_back(registering ? "second UpdateRegistry 1" : "second UpdateRegistry 0");
-        return S_OK;
-    }
-};
-
-constexpr ATL_OBJMAP_ENTRY TWO_CLASSES[] = {OBJECT_ENTRY(FIRST_CLASS, CClassWithCategories)
-                                                OBJECT_ENTRY(SECOND_CLASS, CSecondClass)};
-
-class CTwoClassModule : public CAtlExeModuleT<CTwoClassModule>
-{
-public:
-    CTwoClassModule()
-        : CAtlExeModuleT(TWO_CLASSES)
-    {
-    }
-    static const char* GetAppIdT() noexcept { return ""; }
-    static HRESULT UpdateRegistryAppId(BOOL) noexcept { return S_OK; }
-    using CAtlExeModule::ParseCommandLine;
-};
+    return name.starts_with("{AAAAAAAA");
+}
 
 class ModuleRegistrationTest : public RegistryTest
 {
 protected:
-    ModuleRegistrationTest() { CoInitialize(nullptr); }
-    ~ModuleRegistrationTest() override { CoUninitialize(); }
-
-    HRESULT run(const char* commandLine)
+    HRESULT run(const std::string& commandLine)
     {
-        HRESULT result = S_FALSE;
-        EXPECT_FALSE(m_module.ParseCommandLine(commandLine, result));
-        return result;
+        s_commandLine = commandLine;
+        takeEvents();
+        return m_module.WinMain(SW_HIDE);
     }
-    static std::string executable()
+    // The events of a switch that ends with this result.
+    std::vector<std::string> failure(const std::string& commandLine, HRESULT result)
     {
-        char path[MAX_PATH] = {};
-        GetModuleFileNameA(nullptr, path, MAX_PATH);
-        return path;
-    }
-    // Without the keys of the type library and its interfaces.
-    static std::vector<std::string> ownKeys(HKEY root)
-    {
-        std::vector<std::string> lines = contentOf(root);
-        std::erase_if(lines,
-                      [](const std::string& line) { return line.starts_with("TypeLib") || line.starts_with("Interface"); });
-        return lines;
-    }
-    static std::vector<std::string> expectedKeys(const std::string& prefix)
-    {
-        const std::string clsid = "CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}";
-        std::vector<std::string> lines = {
-            "AppID",
-            "AppID\\KESTA.EXE",
-            std::string("AppID\\KESTA.EXE [AppID] = s '") + APPID + "'",
-            std::string("AppID\\") + APPID,
-            std::string("AppID\\") + APPID + " [] = s 'KESTAserver'",
-            "CLSID",
-            clsid,
-            clsid + " [] = s 'KESTA Java Manager'",
-            clsid + "\\LocalServer32",
-            clsid + "\\LocalServer32 [] = s '" + executable() + "'",
-            clsid + "\\ProgID",
-            clsid + "\\ProgID [] = s 'KESTAserver.JavaManager.1'",
-            clsid + "\\Programmable",
-            clsid + "\\TypeLib",
-            clsid + "\\TypeLib [] = s '{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}'",
-            clsid + "\\VersionIndependentProgID",
-            clsid + "\\VersionIndependentProgID [] = s 'KESTAserver.JavaManager'",
-            "KESTAserver.JavaManager",
-            "KESTAserver.JavaManager [] = s 'KESTA Java Manager'",
-            "KESTAserver.JavaManager\\CLSID",
-            "KESTAserver.JavaManager\\CLSID [] = s '{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}'",
-            "KESTAserver.JavaManager\\CurVer",
-            "KESTAserver.JavaManager\\CurVer [] = s 'KESTAserver.JavaManager.1'",
-            "KESTAserver.JavaManager.1",
-            "KESTAserver.JavaManager.1 [] = s 'KESTA Java Manager'",
-            "KESTAserver.JavaManager.1\\CLSID",
-            "KESTAserver.JavaManager.1\\CLSID [] = s '{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}'",
-        };
-        for (std::string& line : lines) {
-            line = prefix + line;
-        }
-        return lines;
+        EXPECT_EQ(run(commandLine), result) << commandLine;
+        return takeEvents();
     }
 
-    CRegisteringModule m_module;
+    CTestModule m_module;
+
+private:
+    const CommandLine m_commandLine{"GetCommandLineA", []() -> LPSTR { return s_commandLine.data(); }};
+    // Of the registry, only the category shows.
+    const Create m_create{"RegCreateKeyExA",
+                          [](HKEY parent, LPCSTR name, DWORD reserved, LPSTR type, DWORD options, REGSAM access,
+                             LPSECURITY_ATTRIBUTES security, PHKEY key, LPDWORD disposition) -> LSTATUS {
+                              if (isCategory(name)) {
+                                  s_events.push_back("category");
+                              }
+                              return isCategory(name) && s_categoryResult != ERROR_SUCCESS
+                                         ? s_categoryResult
+                                         : Create::s_original(parent, name, reserved, type, options, access, security, key,
+                                                              disposition);
+                          }};
+    const Delete m_remove{"RegDeleteKeyA", [](HKEY parent, LPCSTR name) -> LSTATUS {
+                              if (isCategory(name)) {
+                                  s_events.push_back("no category");
+                              }
+                              return isCategory(name) && s_categoryResult != ERROR_SUCCESS ? s_categoryResult
+                                                                                           : Delete::s_original(parent, name);
+                          }};
+    const Load m_load{"LoadTypeLibEx", [](LPCOLESTR path, REGKIND kind, ITypeLib** library) -> HRESULT {
+                          s_events.push_back("library");
+                          return FAILED(s_libraryResult) ? s_libraryResult : Load::s_original(path, kind, library);
+                      }};
+    const LookUp m_lookUp{"GetProcAddress", [](HMODULE module, LPCSTR name) -> FARPROC {
+                              s_events.push_back(name);
+                              return LookUp::s_original(module, name);
+                          }};
 };
 
 } // namespace
 
-TEST_F(ModuleRegistrationTest, WritesTheServersKeysAndTheLibrary)
+TEST_F(ModuleRegistrationTest, SwitchesDoTheirStepsInOrder)
 {
-    EXPECT_EQ(run("server.exe /RegServer"), S_OK);
-    EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT), testing::ElementsAreArray(expectedKeys("")));
+    EXPECT_EQ(run("x /RegServer"), S_OK);
+    EXPECT_THAT(takeEvents(), ElementsAre("AppId: 1", "UpdateRegistry 1: 1", "category", "UpdateRegistry 2: 1", "library"));
     EXPECT_THAT(contentOf(HKEY_CURRENT_USER), IsEmpty());
-    CComPtr<ITypeLib> library;
-    EXPECT_EQ(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library), S_OK);
+    EXPECT_EQ(run("x /UnregServer"), S_OK);
+    EXPECT_THAT(takeEvents(), ElementsAre("UpdateRegistry 1: 0", "no category", "UpdateRegistry 2: 0", "library", "AppId: 0"));
+    EXPECT_EQ(run("x /RegServerPerUser"), S_OK);
+    EXPECT_THAT(takeEvents(), ElementsAre("AppId: 1 for the user", "UpdateRegistry 1: 1 for the user", "category",
+                                          "UpdateRegistry 2: 1 for the user", "RegisterTypeLibForUser", "library"));
+    EXPECT_THAT(contentOf(HKEY_CURRENT_USER), testing::Contains(testing::EndsWith(guidText(CATEGORY))));
+    EXPECT_EQ(run("x /UnregServerPerUser"), S_OK);
+    EXPECT_THAT(takeEvents(), ElementsAre("UpdateRegistry 1: 0 for the user", "no category", "UpdateRegistry 2: 0 for the user",
+                                          "UnRegisterTypeLibForUser", "library", "AppId: 0 for the user"));
 }
 
-TEST_F(ModuleRegistrationTest, ASecondRegistrationLeavesOneSet)
+TEST_F(ModuleRegistrationTest, TheFirstFailingStepIsTheResultAndTheLast)
 {
-    EXPECT_EQ(run("server.exe -regserver"), S_OK);
-    const auto once = classes();
-    CRegKey foreign;
-    EXPECT_EQ(foreign.Create(HKEY_CLASSES_ROOT, "CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}\\Leftover"), ERROR_SUCCESS);
-    foreign.Close();
-    EXPECT_EQ(run("server.exe -regserver"), S_OK);
-    EXPECT_EQ(once, classes());
+    ASSERT_EQ(run("x /RegServer"), S_OK);
+    CTestModule::s_appIdResult = E_INVALIDARG;
+    EXPECT_THAT(failure("x /RegServer", E_INVALIDARG), ElementsAre("AppId: 1"));
+    EXPECT_THAT(failure("x /UnregServer", E_INVALIDARG), testing::Contains("AppId: 0"));
+    CTestModule::s_appIdResult = S_OK;
+    ASSERT_EQ(run("x /RegServer"), S_OK);
+    s_libraryResult = E_INVALIDARG;
+    EXPECT_THAT(failure("x /RegServer", E_INVALIDARG), testing::Contains("library").Times(2)) << "in both places";
+    EXPECT_THAT(failure("x /UnregServer", E_INVALIDARG), testing::Not(testing::Contains("AppId: 0")));
+    ASSERT_EQ(m_module.UpdateRegistryFromResource(101, TRUE), S_OK);
+    for (const DWORD length : {DWORD{0}, DWORD{MAX_PATH}}) {
+        static DWORD s_length;
+        s_length = length;
+        const HRESULT result = HRESULT_FROM_WIN32(length == 0 ? ERROR_ACCESS_DENIED : ERROR_INSUFFICIENT_BUFFER);
+        const Path hook("GetModuleFileNameA", [](HMODULE, LPSTR, DWORD) -> DWORD {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return s_length;
+        });
+        EXPECT_EQ(failure("x /RegServer", result).back(), "UpdateRegistry 2: 1");
+        EXPECT_EQ(failure("x /UnregServer", result).back(), "UpdateRegistry 2: 0");
+        EXPECT_EQ(m_module.UpdateRegistryFromResource(101, TRUE), result);
+    }
+    ASSERT_EQ(failure("x /RegServer", E_INVALIDARG).size(), 6u);
+    s_categoryResult = ERROR_ACCESS_DENIED;
+    EXPECT_THAT(failure("x /RegServer", E_ACCESSDENIED), ElementsAre("AppId: 1", "UpdateRegistry 1: 1", "category"));
+    EXPECT_THAT(failure("x /UnregServer", E_ACCESSDENIED), ElementsAre("UpdateRegistry 1: 0", "no category"));
+    CClass<1>::s_updateResult = E_UNEXPECTED;
+    EXPECT_THAT(failure("x /RegServer", E_UNEXPECTED), ElementsAre("AppId: 1", "UpdateRegistry 1: 1"));
+    EXPECT_THAT(failure("x /UnregServer", E_UNEXPECTED), ElementsAre("UpdateRegistry 1: 0"));
 }
 
-TEST_F(ModuleRegistrationTest, RemovalKeepsTheSharedParents)
+TEST_F(ModuleRegistrationTest, SwitchesAreWordsAfterADashOrSlashInAnyCase)
 {
-    EXPECT_EQ(run("server.exe /RegServer"), S_OK);
-    EXPECT_EQ(run("server.exe /UnregServer"), S_OK);
-    EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT), ElementsAre("AppID", "CLSID"));
-    CComPtr<ITypeLib> library;
-    EXPECT_EQ(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library), TYPE_E_LIBNOTREGISTERED);
-}
-
-TEST_F(ModuleRegistrationTest, PerUserEverythingLiesUnderTheUser)
-{
-    EXPECT_EQ(run("server.exe /RegServerPerUser"), S_OK);
-    std::vector<std::string> expected = expectedKeys("Software\\Classes\\");
-    expected.insert(expected.begin(), {"Software", "Software\\Classes"});
-    EXPECT_THAT(contentOf(HKEY_CURRENT_USER), testing::ElementsAreArray(expected));
-    EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT), IsEmpty());
-    EXPECT_THAT(contentOf(HKEY_LOCAL_MACHINE), IsEmpty());
-    EXPECT_EQ(run("server.exe /UnregServerPerUser"), S_OK);
-    EXPECT_THAT(contentOf(HKEY_CURRENT_USER),
-                ElementsAre("Software", "Software\\Classes", "Software\\Classes\\AppID", "Software\\Classes\\CLSID"));
-    EXPECT_THAT(contentOf(HKEY_LOCAL_MACHINE), IsEmpty());
-}
-
-TEST_F(ModuleRegistrationTest, AFailingStepEndsTheRemoval)
-{
-    EXPECT_EQ(run("server.exe /RegServer"), S_OK);
-    EXPECT_EQ(UnRegisterTypeLib(LIBID_KESTAserverLib, 1, 0, 0, SYS_WIN64), S_OK);
-    EXPECT_TRUE(FAILED(run("server.exe /UnregServer")));
-    EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT),
-                ElementsAre("AppID", "AppID\\KESTA.EXE", std::string("AppID\\KESTA.EXE [AppID] = s '") + APPID + "'",
-                            std::string("AppID\\") + APPID, std::string("AppID\\") + APPID + " [] = s 'KESTAserver'", "CLSID"));
-}
-
-TEST_F(ModuleRegistrationTest, EachClassIsFollowedByItsCategoriesAndAllByTheLibrary)
-{
-    CTwoClassModule module;
-    HRESULT result = S_FALSE;
-    s_events.clear();
-    EXPECT_FALSE(module.ParseCommandLine("server.exe /RegServer", result));
-    EXPECT_EQ(result, S_OK);
-    EXPECT_THAT(s_events, ElementsAre("without categories", "UpdateRegistry 1", "second UpdateRegistry 1"));
-    const std::string clsid = "CLSID\\{11111111-0000-0000-0000-000000000001}";
-    const std::string category = "\\{AAAAAAAA-0000-0000-0000-000000000001}";
-    EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT),
-                ElementsAre("CLSID", clsid, clsid + "\\Implemented Categories", clsid + "\\Implemented Categories" + category,
-                            clsid + "\\Required Categories", clsid + "\\Required Categories" + category));
-    CComPtr<ITypeLib> library;
-    EXPECT_EQ(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library), S_OK);
-    library.Release();
-
-    s_events.clear();
-    EXPECT_FALSE(module.ParseCommandLine("server.exe /UnregServer", result));
-    EXPECT_EQ(result, S_OK);
-    EXPECT_THAT(s_events, ElementsAre("with categories", "UpdateRegistry 0", "second UpdateRegistry 0"));
-    EXPECT_THAT(ownKeys(HKEY_CLASSES_ROOT), ElementsAre("CLSID", clsid));
-    EXPECT_EQ(LoadRegTypeLib(LIBID_KESTAserverLib, 1, 0, 0, &library), TYPE_E_LIBNOTREGISTERED);
-}
-
-TEST_F(ModuleRegistrationTest, AFailingClassEndsTheWorkBeforeItsCategoriesAndTheNextClass)
-{
-    CTwoClassModule module;
-    HRESULT result = S_OK;
-    s_events.clear();
-    CSampleObject::s_updateResult = E_ACCESSDENIED;
-    EXPECT_FALSE(module.ParseCommandLine("server.exe /RegServer", result));
-    EXPECT_EQ(result, E_ACCESSDENIED);
-    EXPECT_FALSE(module.ParseCommandLine("server.exe /UnregServer", result));
-    EXPECT_EQ(result, E_ACCESSDENIED);
-    CSampleObject::s_updateResult = S_OK;
-    EXPECT_THAT(s_events, ElementsAre("without categories", "UpdateRegistry 1", "without categories", "UpdateRegistry 0"));
-    EXPECT_THAT(classes(), IsEmpty());
-}
-
-TEST_F(ModuleRegistrationTest, AnExecutableWithoutAPathCannotBeRegistered)
-{
-    const auto none = [](HMODULE, LPSTR, DWORD) -> DWORD {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return 0;
+    constexpr const char* ADD = "AppId: 1";
+    constexpr const char* REMOVE = "UpdateRegistry 1: 0";
+    constexpr const char* ADD_FOR_USER = "AppId: 1 for the user";
+    constexpr const char* REMOVE_FOR_USER = "UpdateRegistry 1: 0 for the user";
+    constexpr const char* RUN = "run";
+    constexpr const char* CASES[][2] = {
+        {"server.exe /RegServer", ADD},
+        {"server.exe -REGSERVER", ADD},
+        {"server.exe -UnRegServer", REMOVE},
+        {"server.exe /UNREGSERVER", REMOVE},
+        {"server.exe /RegServerPerUser", ADD_FOR_USER},
+        {"server.exe -regserverperuser", ADD_FOR_USER},
+        {"server.exe /unregserverPERUSER", REMOVE_FOR_USER},
+        // A word ends at the end, a blank or a tab.
+        {"x /RegServer ", ADD},
+        {"x /RegServer\t/other", ADD},
+        {"x /RegServerX", RUN},
+        {"x /RegServer\n", RUN},
+        {"x \"/RegServer\"", RUN},
+        {"x /RegServe", RUN},
+        {"x / RegServer", RUN},
+        {"x RegServer", RUN},
+        {"x xRegServer", RUN},
+        {"", RUN},
+        {"x -", RUN},
+        // The scan goes on behind each mark, and ends with the first switch.
+        {"x -Embedding /other --RegServer", ADD},
+        {"x -/-RegServer", ADD},
+        {"x /RegServerX/UnregServer", REMOVE},
+        {"x /UnregServer /RegServer", REMOVE},
+        {"x -Embedding", RUN},
+        // The executable's path is part of the command line.
+        {"C:\\my -regserver folder\\server.exe", ADD},
+        {"\"C:\\my-regserver folder\\server.exe\"", ADD},
+        {"\"C:\\my-regserver\\server.exe\"", RUN},
     };
-    // Windows cuts a path that does not fit and tells the whole size of the buffer.
-    const auto cut = [](HMODULE, LPSTR buffer, DWORD size) -> DWORD {
-        std::fill_n(buffer, size, 'x');
-        return size;
-    };
-    CTwoClassModule module;
-    HRESULT result = S_OK;
-    for (const char* const commandLine : {"server.exe /RegServer", "server.exe /UnregServer"}) {
-        {
-            const ImportHook<decltype(&GetModuleFileNameA)> hook("GetModuleFileNameA", none);
-            EXPECT_FALSE(module.ParseCommandLine(commandLine, result));
-            EXPECT_EQ(result, E_ACCESSDENIED);
-        }
-        const ImportHook<decltype(&GetModuleFileNameA)> hook("GetModuleFileNameA", cut);
-        EXPECT_FALSE(module.ParseCommandLine(commandLine, result));
-        EXPECT_EQ(AtlHresultFromWin32(ERROR_INSUFFICIENT_BUFFER), result);
-        EXPECT_EQ(AtlHresultFromWin32(ERROR_INSUFFICIENT_BUFFER), module.UpdateRegistryFromResource(101, TRUE));
+    const ImportHook<decltype(&CoRegisterClassObject)> hook("CoRegisterClassObject",
+                                                            [](REFCLSID, LPUNKNOWN, DWORD, DWORD, LPDWORD) -> HRESULT {
+                                                                s_events.push_back("run");
+                                                                return E_ACCESSDENIED;
+                                                            });
+    CTestModule::s_appIdResult = E_ACCESSDENIED;
+    CClass<1>::s_updateResult = E_ACCESSDENIED;
+    for (const auto& [commandLine, event] : CASES) {
+        EXPECT_THAT(failure(commandLine, E_ACCESSDENIED), ElementsAre(event)) << commandLine;
     }
 }
 
-TEST(QuotedForScriptTest, DoublesApostrophesAndQuotesBlanks)
+TEST_F(ModuleRegistrationTest, ScriptsKnowTheAppIdAndThePathWithQuotesAndDoubledApostrophes)
 {
-    EXPECT_EQ(AtlQuotedForScript("C:\\plain\\server.exe"), "C:\\plain\\server.exe");
-    EXPECT_EQ(AtlQuotedForScript("C:\\it's\\server.exe"), "C:\\it''s\\server.exe");
-    EXPECT_EQ(AtlQuotedForScript("C:\\two words\\server.exe"), "\"C:\\two words\\server.exe\"");
-    EXPECT_EQ(AtlQuotedForScript("C:\\it's two's\\server.exe"), "\"C:\\it''s two''s\\server.exe\"");
+    constexpr const char* CASES[][2] = {
+        {"C:\\plain\\server.exe", "C:\\plain\\server.exe"},
+        {"C:\\it's\\server.exe", "C:\\it's\\server.exe"},
+        {"C:\\two words\\server.exe", "\"C:\\two words\\server.exe\""},
+        {"C:\\it's two's\\server.exe", "\"C:\\it's two's\\server.exe\""},
+    };
+    const Path hook("GetModuleFileNameA", [](HMODULE, LPSTR buffer, DWORD) -> DWORD {
+        s_path.copy(buffer, s_path.size());
+        return static_cast<DWORD>(s_path.size());
+    });
+    for (const auto& [path, written] : CASES) {
+        s_path = path;
+        EXPECT_EQ(m_module.UpdateRegistryFromResource(102, TRUE), S_OK);
+        const std::string key = "CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}\\LocalServer32";
+        EXPECT_THAT(classes(), testing::Contains(std::format("{} [] = s '{}'", key, written)));
+    }
+    EXPECT_EQ(m_module.UpdateRegistryFromResource(101, TRUE), S_OK);
+    EXPECT_THAT(classes(), testing::Contains("AppID\\KESTA.EXE [AppID] = s '{9E27B6D1}'"));
 }

@@ -1,329 +1,305 @@
+// The life of a server: what its module says to Windows, argument by argument and in order, and what becomes the exit code.
 #include "tests/atl/moduleFixture.h"
+#include "tests/support/ImportHook.h"
 
 #include <gmock/gmock.h>
 
-#include <chrono>
+#include <atomic>
+#include <optional>
 #include <stdexcept>
 
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 
-TEST_F(ModuleTest, TellsItsClassesOfStartAndEnd)
+namespace {
+
+using Initialize = ImportHook<decltype(&CoInitialize)>;
+using Uninitialize = ImportHook<decltype(&CoUninitialize)>;
+using CommandLine = ImportHook<decltype(&GetCommandLineA)>;
+using ModuleHandle = ImportHook<decltype(&GetModuleHandleA)>;
+using RegisterClassObject = ImportHook<decltype(&CoRegisterClassObject)>;
+using ResumeClassObjects = ImportHook<decltype(&CoResumeClassObjects)>;
+using RevokeClassObject = ImportHook<decltype(&CoRevokeClassObject)>;
+using Peek = ImportHook<decltype(&PeekMessageA)>;
+using MakeEvent = ImportHook<decltype(&CreateEventA)>;
+using MakeThread = ImportHook<decltype(&CreateThread)>;
+using Wait = ImportHook<decltype(&WaitForSingleObject)>;
+using Close = ImportHook<decltype(&CloseHandle)>;
+using Post = ImportHook<decltype(&PostThreadMessageA)>;
+using Quit = ImportHook<decltype(&PostQuitMessage)>;
+using Pause = ImportHook<decltype(&Sleep)>;
+
+using Events = std::vector<std::string>;
+
+// What Windows answers.
+struct SWindows
 {
-    m_module.reset();
-    EXPECT_THAT(s_events, ElementsAre("ObjectMain 0"));
-    EXPECT_EQ(_pAtlModule, nullptr);
-    s_events.clear();
-    m_module.emplace();
-    EXPECT_THAT(s_events, ElementsAre("ObjectMain 1"));
-    EXPECT_EQ(&*m_module, _pAtlModule);
+    HRESULT initialize = S_OK;
+    HRESULT registerClass = S_OK;
+    HRESULT resume = S_OK;
+    HRESULT revoke = S_OK;
+    bool isManaged = false;
+    bool hasEvent = true;
+    bool hasThread = true;
+    int failingPosts = 0;
+    DWORD postError = ERROR_NOT_ENOUGH_QUOTA;
+};
+SWindows s_windows;
+
+// What the monitor thread does, read only when it has ended: each list belongs to one thread.
+Events s_monitorEvents;
+DWORD s_mainThread;
+std::atomic<HANDLE> s_event;
+std::atomic<HANDLE> s_thread;
+
+void note(const std::string& event)
+{
+    (GetCurrentThreadId() == s_mainThread ? s_events : s_monitorEvents).push_back(event);
 }
 
-TEST_F(ModuleTest, StartsWithTheServersSettings)
+// The two handles of the module; the runtime library waits for others.
+void noteHandle(const char* what, HANDLE handle, const std::string& more = {})
 {
-    class CPlainModule : public CAtlExeModuleT<CPlainModule>
+    if (handle != nullptr && (handle == s_event || handle == s_thread)) {
+        note(what + std::string(handle == s_event ? " event" : " thread") + more);
+    }
+}
+
+class ModuleTest : public testing::Test
+{
+protected:
+    ModuleTest() { s_mainThread = GetCurrentThreadId(); }
+
+    // Runs a server whose only client comes and goes, and ends it.
+    static HRESULT run(const SWindows& windows = {}, bool delayShutdown = true)
     {
-    public:
-        CPlainModule()
-            : CAtlExeModuleT({})
-        {
-        }
-        static const char* GetAppIdT() noexcept { return ""; }
-        static HRESULT UpdateRegistryAppId(BOOL) noexcept { return S_OK; }
+        MSG left;
+        PeekMessageA(&left, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE); // from a start that failed
+        s_windows = windows;
+        s_monitorEvents.clear();
+        std::optional<CTestModule> module(std::in_place);
+        module->m_bDelayShutdown = delayShutdown;
+        takeEvents();
+        const HRESULT hr = module->WinMain(SW_HIDE);
+        s_events.push_back("end");
+        module.reset();
+        std::erase_if(s_events, [](const std::string& event) { return event.starts_with("ObjectMain"); });
+        return hr;
+    }
+    static Events with(Events events, const Events& further)
+    {
+        events.insert(events.end(), further.begin(), further.end());
+        return events;
+    }
+
+    // The beginning of every start, as far as it succeeds.
+    static inline const Events COM = {"CoInitialize", "GetCommandLineA"};
+    static inline const Events REGISTERED = with(COM, {"CoRegisterClassObject 1 4 4", "CoRegisterClassObject 2 4 4"});
+    static inline const Events WITH_EVENT = with(REGISTERED, {"PeekMessageA 1024 1024 0", "CreateEventA 0 0"});
+    static inline const Events WITH_THREAD = with(WITH_EVENT, {"CreateThread"});
+    static inline const Events RUNNING = with(WITH_THREAD, {"CoResumeClassObjects", "loop"});
+    static inline const Events REVOKED = {"CoRevokeClassObject 1", "CoRevokeClassObject 2"};
+    // What the module's destructor does with a monitor thread that is still there.
+    static inline const Events ENDED = {"end", "WaitForSingleObject thread 10000", "CloseHandle thread"};
+    static inline const std::string POST = "PostThreadMessageA main 18 0 0";
+
+private:
+    const Initialize m_initialize{"CoInitialize", [](LPVOID reserved) -> HRESULT {
+                                      note(reserved == nullptr ? "CoInitialize" : "CoInitialize with something");
+                                      return s_windows.initialize;
+                                  }};
+    const Uninitialize m_uninitialize{"CoUninitialize", [] { note("CoUninitialize"); }};
+    const CommandLine m_commandLine{"GetCommandLineA", []() -> LPSTR {
+                                        note("GetCommandLineA");
+                                        static char s_commandLine[] = "server.exe -Embedding";
+                                        return s_commandLine;
+                                    }};
+    const ModuleHandle m_moduleHandle{"GetModuleHandleA", [](LPCSTR name) -> HMODULE {
+                                          if (name == nullptr || std::string(name) != "Mscoree.dll") {
+                                              return ModuleHandle::s_original(name);
+                                          }
+                                          return s_windows.isManaged ? ModuleHandle::s_original(nullptr) : nullptr;
+                                      }};
+    const RegisterClassObject m_registerClass{
+        "CoRegisterClassObject", [](REFCLSID clsid, LPUNKNOWN factory, DWORD context, DWORD flags, LPDWORD cookie) -> HRESULT {
+            *cookie = clsid == CLSID_First ? 1 : 2;
+            note(std::format("CoRegisterClassObject {} {} {}", *cookie, context, flags));
+            CComPtr<IClassFactory> asked;
+            EXPECT_EQ(factory->QueryInterface(IID_IClassFactory, reinterpret_cast<void**>(&asked)), S_OK);
+            return s_windows.registerClass;
+        }};
+    const ResumeClassObjects m_resume{"CoResumeClassObjects", []() -> HRESULT {
+                                          note("CoResumeClassObjects");
+                                          return s_windows.resume;
+                                      }};
+    const RevokeClassObject m_revoke{"CoRevokeClassObject", [](DWORD cookie) -> HRESULT {
+                                         note(std::format("CoRevokeClassObject {}", cookie));
+                                         return s_windows.revoke;
+                                     }};
+    const Peek m_peek{"PeekMessageA", [](LPMSG message, HWND window, UINT first, UINT last, UINT flags) -> BOOL {
+                          note(std::format("PeekMessageA {} {} {}", first, last, flags));
+                          return Peek::s_original(message, window, first, last, flags);
+                      }};
+    const MakeEvent m_makeEvent{"CreateEventA", [](LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL set, LPCSTR name) -> HANDLE {
+                                    note(std::format("CreateEventA {} {}{}", manual, set, name == nullptr ? "" : " named"));
+                                    s_event = s_windows.hasEvent ? MakeEvent::s_original(security, manual, set, name) : nullptr;
+                                    return s_event;
+                                }};
+    const MakeThread m_makeThread{"CreateThread",
+                                  [](LPSECURITY_ATTRIBUTES security, SIZE_T stack, LPTHREAD_START_ROUTINE start, LPVOID parameter,
+                                     DWORD flags, LPDWORD id) -> HANDLE {
+                                      note("CreateThread");
+                                      s_thread = s_windows.hasThread
+                                                     ? MakeThread::s_original(security, stack, start, parameter, flags, id)
+                                                     : nullptr;
+                                      return s_thread;
+                                  }};
+    const Wait m_wait{"WaitForSingleObject", [](HANDLE handle, DWORD limit) -> DWORD {
+                          noteHandle("WaitForSingleObject", handle, std::format(" {}", limit));
+                          return Wait::s_original(handle, limit);
+                      }};
+    const Close m_close{"CloseHandle", [](HANDLE handle) -> BOOL {
+                            noteHandle("CloseHandle", handle);
+                            // The number may come back for another handle.
+                            for (std::atomic<HANDLE>* const known : {&s_event, &s_thread}) {
+                                HANDLE closed = handle;
+                                known->compare_exchange_strong(closed, nullptr);
+                            }
+                            return Close::s_original(handle);
+                        }};
+    const Post m_post{"PostThreadMessageA", [](DWORD thread, UINT message, WPARAM wParam, LPARAM lParam) -> BOOL {
+                          note(std::format("PostThreadMessageA {} {} {} {}", thread == s_mainThread ? "main" : "somebody",
+                                           message, wParam, lParam));
+                          SetLastError(s_windows.postError);
+                          return s_windows.failingPosts-- <= 0 && Post::s_original(thread, message, wParam, lParam);
+                      }};
+    const Quit m_quit{"PostQuitMessage", [](int code) {
+                          note(std::format("PostQuitMessage {}", code));
+                          Quit::s_original(code);
+                      }};
+    const Pause m_pause{"Sleep", [](DWORD time) { note(std::format("Sleep {}", time)); }};
+};
+
+} // namespace
+
+TEST_F(ModuleTest, AWholeLife)
+{
+    {
+        CTestModule module;
+        EXPECT_EQ(_pAtlModule, &module);
+        EXPECT_FALSE(module.m_bComInitialized);
+        module.m_loop = [&] {
+            EXPECT_TRUE(module.m_bComInitialized);
+            EXPECT_EQ(module.Lock(), 1);
+            EXPECT_EQ(module.Lock(), 2);
+            EXPECT_EQ(CoAddRefServerProcess(), 3u) << "COM counts the same locks";
+            EXPECT_EQ(CoReleaseServerProcess(), 2u);
+            EXPECT_EQ(module.Unlock(), 1);
+            EXPECT_FALSE(module.m_bActivity);
+            EXPECT_EQ(module.Unlock(), 0);
+            EXPECT_TRUE(module.m_bActivity);
+        };
+        EXPECT_EQ(module.WinMain(SW_HIDE), S_OK);
+        EXPECT_FALSE(module.m_bComInitialized);
+        // A second unlock to zero finds nothing left to signal.
+        module.Lock();
+        module.Unlock();
+        s_events.push_back("end");
+    }
+    EXPECT_EQ(_pAtlModule, nullptr);
+    EXPECT_THAT(takeEvents(),
+                ElementsAre("ObjectMain 1: 1", "ObjectMain 2: 1", "CoInitialize", "GetCommandLineA",
+                            "CoRegisterClassObject 1 4 4", "CoRegisterClassObject 2 4 4", "PeekMessageA 1024 1024 0",
+                            "CreateEventA 0 0", "CreateThread", "CoResumeClassObjects", "loop", "CoRevokeClassObject 1",
+                            "CoRevokeClassObject 2", "Sleep 1000", "CoUninitialize", "end", "WaitForSingleObject thread 10000",
+                            "CloseHandle thread", "ObjectMain 1: 0", "ObjectMain 2: 0"));
+    EXPECT_THAT(s_monitorEvents, ElementsAre("WaitForSingleObject event 4294967295", "CloseHandle event", POST));
+}
+
+TEST_F(ModuleTest, TheFirstFailureDecidesWhatIsUndoneAndTheExitCode)
+{
+    const struct
+    {
+        SWindows windows;
+        HRESULT result;
+        Events events;
+    } cases[] = {
+        {{.initialize = E_OUTOFMEMORY}, E_OUTOFMEMORY, {"CoInitialize", "end"}},
+        {{.initialize = E_OUTOFMEMORY, .isManaged = true}, E_OUTOFMEMORY, {"CoInitialize", "end"}},
+        {{.initialize = RPC_E_CHANGED_MODE}, RPC_E_CHANGED_MODE, {"CoInitialize", "end"}},
+        {{.registerClass = CO_E_OBJISREG}, CO_E_OBJISREG, with(COM, {"CoRegisterClassObject 1 4 4", "CoUninitialize", "end"})},
+        {{.hasEvent = false}, E_FAIL, with(with(WITH_EVENT, REVOKED), {"CoUninitialize", "end"})},
+        {{.hasThread = false}, E_FAIL, with(with(with(WITH_THREAD, {"CloseHandle event"}), REVOKED), {"CoUninitialize", "end"})},
+        {{.resume = CO_E_SERVER_STOPPING},
+         CO_E_SERVER_STOPPING,
+         with(
+             with(with(WITH_THREAD, {"CoResumeClassObjects", "WaitForSingleObject thread 10000", "CloseHandle thread"}), REVOKED),
+             {"CoUninitialize", "end"})},
+        {{.revoke = CO_E_OBJNOTREG},
+         CO_E_OBJNOTREG,
+         with(with(RUNNING, {"CoRevokeClassObject 1", "Sleep 1000", "CoUninitialize"}), ENDED)},
     };
-    m_module.reset();
-    const CPlainModule module;
-    EXPECT_EQ(GetCurrentThreadId(), module.m_dwMainThreadID);
-    EXPECT_EQ(module.m_dwTimeOut, 5000u);
-    EXPECT_EQ(module.m_dwPause, 1000u);
-    EXPECT_TRUE(module.m_bDelayShutdown);
-    EXPECT_FALSE(module.m_bActivity);
-    EXPECT_FALSE(module.m_bComInitialized);
+    for (const auto& each : cases) {
+        SCOPED_TRACE(testing::PrintToString(each.events));
+        EXPECT_EQ(run(each.windows), each.result);
+        EXPECT_THAT(takeEvents(), ElementsAreArray(each.events));
+    }
 }
 
-TEST_F(ModuleTest, CountsWithTheProcess)
+TEST_F(ModuleTest, ComInAnotherModeServesInAManagedProcess)
 {
-    EXPECT_EQ(m_module->Lock(), 1);
-    EXPECT_EQ(m_module->Lock(), 2);
-    // COM counts the same count.
-    EXPECT_EQ(CoAddRefServerProcess(), 3u);
-    EXPECT_EQ(m_module->Unlock(), 2);
-    EXPECT_EQ(m_module->Unlock(), 1);
-    EXPECT_EQ(CoReleaseServerProcess(), 0u);
-}
-
-TEST_F(ModuleTest, TheLastUnlockEndsTheLoop)
-{
-    m_module->m_loop = [this] {
-        EXPECT_FALSE(m_module->m_bActivity);
-        m_module->Lock();
-        m_module->Lock();
-        m_module->Unlock();
-        EXPECT_FALSE(m_module->m_bActivity);
-        m_module->Unlock();
-        EXPECT_TRUE(m_module->m_bActivity);
-    };
-    EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
-    EXPECT_THAT(s_events, ElementsAre("register", "monitor", "resume", "loop"));
-    EXPECT_EQ(m_module->m_posts, 1);
-    EXPECT_TRUE(classObjectIsRevoked());
-}
-
-TEST_F(ModuleTest, ASecondUnlockToZeroFindsNothingToSignal)
-{
-    m_module->m_loop = [this] {
-        EXPECT_NE(static_cast<HANDLE>(m_module->m_hEventShutdown), nullptr);
-        useOnce();
-    };
-    EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
-    EXPECT_EQ(static_cast<HANDLE>(m_module->m_hEventShutdown), nullptr);
-    useOnce();
-    EXPECT_EQ(m_module->m_posts, 1);
-    EXPECT_FALSE(quitPosted());
-}
-
-TEST_F(ModuleTest, ThePauseComesAfterTheLoop)
-{
-    m_module->m_dwPause = 200;
-    m_module->m_loop = [this] { useOnce(); };
-    const auto start = std::chrono::steady_clock::now(); // which goes on in smaller steps than GetTickCount64
-    EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(195));
-}
-
-TEST_F(ModuleTest, WithoutDelayTheLastUnlockPostsTheEndItself)
-{
-    m_module->m_bDelayShutdown = false;
-    m_module->m_dwPause = 5000;
-    m_module->m_loop = [this] { useOnce(); };
-    const ULONGLONG start = GetTickCount64();
-    EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
-    EXPECT_LT(GetTickCount64() - start, 4000u);
-    EXPECT_THAT(s_events, ElementsAre("register", "resume", "loop"));
-    EXPECT_FALSE(m_module->m_bActivity);
-    EXPECT_EQ(m_module->m_posts, 1);
-}
-
-TEST_F(ModuleTest, TheEndIsPostedUntilTheQueueTakesIt)
-{
-    m_module->m_failingPosts = 3;
-    m_module->m_postError = ERROR_NOT_ENOUGH_QUOTA;
-    m_module->m_loop = [this] { useOnce(); };
-    EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
-    EXPECT_EQ(m_module->m_posts, 4);
-}
-
-TEST_F(ModuleTest, TheEndIsNotPostedToAThreadThatIsGone)
-{
-    m_module->m_failingPosts = 1;
-    m_module->m_postError = ERROR_INVALID_THREAD_ID;
-    m_module->m_resumeResult = E_ACCESSDENIED;
-    // The failed start waits for the monitor thread, so that all its posts have been tried afterwards.
-    EXPECT_EQ(m_module->Run(SW_HIDE), E_ACCESSDENIED);
-    EXPECT_EQ(m_module->m_posts, 1);
-}
-
-TEST_F(ModuleTest, AFullQueueOfItsOwnThreadDoesNotHoldTheEnd)
-{
-    m_module->m_bDelayShutdown = false;
-    m_module->m_failingPosts = 1000000;
-    m_module->m_postError = ERROR_NOT_ENOUGH_QUOTA;
-    m_module->m_loop = [this] { useOnce(); };
-    EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
-    EXPECT_EQ(m_module->m_posts, 1);
-}
-
-TEST_F(ModuleTest, AClassObjectThatCannotBeRegisteredFailsTheStart)
-{
-    m_module->m_registerResult = E_ACCESSDENIED;
-    EXPECT_EQ(m_module->Run(SW_HIDE), E_ACCESSDENIED);
-    EXPECT_THAT(s_events, ElementsAre("register"));
-}
-
-TEST_F(ModuleTest, WithoutMonitorThreadTheStartFails)
-{
-    m_module->m_monitorStarts = false;
-    EXPECT_EQ(m_module->Run(SW_HIDE), E_FAIL);
-    EXPECT_THAT(s_events, ElementsAre("register", "monitor"));
-    EXPECT_TRUE(classObjectIsRevoked());
-}
-
-TEST_F(ModuleTest, AFailingResumeEndsTheMonitorThreadAndFailsTheStart)
-{
-    m_module->m_resumeResult = E_ACCESSDENIED;
-    m_module->m_postDuration = 300;
-    EXPECT_EQ(m_module->Run(SW_HIDE), E_ACCESSDENIED);
-    EXPECT_THAT(s_events, ElementsAre("register", "monitor", "resume"));
-    EXPECT_EQ(m_module->m_posts, 1);
-    EXPECT_EQ(static_cast<HANDLE>(m_module->m_hMonitorThread), nullptr);
-    EXPECT_TRUE(classObjectIsRevoked());
-    EXPECT_TRUE(quitPosted());
-}
-
-TEST_F(ModuleTest, AFailingResumeWithoutDelayFailsTheStart)
-{
-    m_module->m_bDelayShutdown = false;
-    m_module->m_resumeResult = E_ACCESSDENIED;
-    EXPECT_EQ(m_module->Run(SW_HIDE), E_ACCESSDENIED);
-    EXPECT_THAT(s_events, ElementsAre("register", "resume"));
-    EXPECT_TRUE(classObjectIsRevoked());
+    EXPECT_EQ(run({.initialize = RPC_E_CHANGED_MODE, .isManaged = true}), S_OK);
+    EXPECT_THAT(takeEvents(), ElementsAreArray(with(with(with(RUNNING, REVOKED), {"Sleep 1000"}), ENDED)))
+        << "and is not uninitialised";
 }
 
 TEST_F(ModuleTest, AStartThatSucceedsOtherwiseSkipsTheLoop)
 {
-    m_module->m_resumeResult = S_FALSE;
-    EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
-    EXPECT_THAT(s_events, ElementsAre("register", "monitor", "resume"));
-    EXPECT_TRUE(classObjectIsRevoked());
+    EXPECT_EQ(run({.resume = S_FALSE}), S_OK);
+    EXPECT_THAT(takeEvents(),
+                ElementsAreArray(with(
+                    with(with(with(WITH_THREAD, {"CoResumeClassObjects"}), REVOKED), {"Sleep 1000", "CoUninitialize"}), ENDED)));
+    EXPECT_THAT(s_monitorEvents, ElementsAre("WaitForSingleObject event 4294967295", "CloseHandle event"))
+        << "no message loop to end";
 }
 
-TEST_F(ModuleTest, ALoopThatEndsByItselfLeavesNoMonitorThreadBehind)
+TEST_F(ModuleTest, WithoutDelayThereIsNoMonitorThreadAndNoPause)
 {
-    m_module->m_loop = [] { PostQuitMessage(0); };
-    EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
-    const ULONGLONG start = GetTickCount64();
-    m_module.reset();
-    EXPECT_LT(GetTickCount64() - start, 4000u);
-    EXPECT_FALSE(quitPosted());
+    const Events started = with(REGISTERED, {"CoResumeClassObjects"});
+    EXPECT_EQ(run({}, false), S_OK);
+    EXPECT_THAT(takeEvents(), ElementsAreArray(with(with(with(started, {"loop", POST}), REVOKED), {"CoUninitialize", "end"})));
+    EXPECT_EQ(run({.resume = E_ACCESSDENIED}, false), E_ACCESSDENIED);
+    EXPECT_THAT(takeEvents(), ElementsAreArray(with(with(started, REVOKED), {"CoUninitialize", "end"})));
+    EXPECT_EQ(run({.failingPosts = 9}, false), S_OK) << "the thread cannot empty its full queue while it waits";
+    EXPECT_THAT(takeEvents(), ElementsAreArray(with(with(with(started, {"loop", POST, "PostQuitMessage 0"}), REVOKED),
+                                                    {"CoUninitialize", "end"})));
+}
+
+TEST_F(ModuleTest, TheEndIsPostedUntilTheQueueTakesItUnlessTheThreadIsGone)
+{
+    EXPECT_EQ(run({.failingPosts = 2}), S_OK);
+    EXPECT_THAT(s_monitorEvents,
+                ElementsAre("WaitForSingleObject event 4294967295", "CloseHandle event", POST, "Sleep 1", POST, "Sleep 1", POST));
+    // A failing start waits for the monitor thread.
+    EXPECT_EQ(run({.resume = E_ACCESSDENIED, .failingPosts = 9, .postError = ERROR_INVALID_THREAD_ID}), E_ACCESSDENIED);
+    EXPECT_THAT(s_monitorEvents, ElementsAre("WaitForSingleObject event 4294967295", "CloseHandle event", POST));
+}
+
+TEST_F(ModuleTest, AnExceptionOfTheLoopComesOutAndLeavesNoMonitorThreadBehind)
+{
+    {
+        CTestModule module;
+        module.m_loop = [] { throw std::runtime_error("from a handler"); };
+        EXPECT_THROW(module.WinMain(SW_HIDE), std::runtime_error);
+        EXPECT_EQ(s_events.back(), "CoUninitialize");
+    }
+    EXPECT_THAT(s_monitorEvents, ElementsAre("WaitForSingleObject event 4294967295", "CloseHandle event"));
 }
 
 TEST_F(ModuleTest, WithoutCriticalSectionNothingRuns)
 {
-    m_module->failConstruction();
-    EXPECT_EQ(m_module->WinMain(SW_HIDE), -1);
-    EXPECT_THAT(s_events, ElementsAre());
-}
-
-TEST_F(ModuleTest, WithoutComNothingRuns)
-{
-    m_module->m_comResult = E_UNEXPECTED;
-    EXPECT_EQ(m_module->WinMain(SW_HIDE), E_UNEXPECTED);
-    EXPECT_THAT(s_events, ElementsAre());
-    EXPECT_FALSE(m_module->m_bComInitialized);
-}
-
-TEST_F(ModuleTest, ComInAnotherModeIsAcceptedInAManagedProcessOnly)
-{
-    m_module->m_comResult = RPC_E_CHANGED_MODE;
-    ASSERT_EQ(GetModuleHandleA("Mscoree.dll"), nullptr);
-    EXPECT_EQ(m_module->WinMain(SW_HIDE), RPC_E_CHANGED_MODE);
-    EXPECT_THAT(s_events, ElementsAre());
-
-    // Any module of that name will do.
-    char program[MAX_PATH] = {};
-    char folder[MAX_PATH] = {};
-    GetModuleFileNameA(nullptr, program, MAX_PATH);
-    GetTempPathA(MAX_PATH, folder);
-    const std::string library = std::string(folder) + "Mscoree.dll";
-    ASSERT_TRUE(CopyFileA(program, library.c_str(), FALSE));
-    const HMODULE loaded = LoadLibraryExA(library.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
-    ASSERT_NE(loaded, nullptr);
-    m_module->m_loop = [this] {
-        EXPECT_FALSE(m_module->m_bComInitialized);
-        useOnce();
-    };
-    m_module->m_comResult = E_OUTOFMEMORY;
-    EXPECT_EQ(m_module->WinMain(SW_HIDE), E_OUTOFMEMORY) << "any other failure counts in a managed process as well";
-    EXPECT_THAT(s_events, ElementsAre());
-
-    m_module->m_comResult = RPC_E_CHANGED_MODE;
-    EXPECT_EQ(m_module->WinMain(SW_HIDE), S_OK);
-    EXPECT_THAT(s_events, ElementsAre("register", "monitor", "resume", "loop"));
-    EXPECT_TRUE(comIsInitialized());
-    FreeLibrary(loaded);
-    DeleteFileA(library.c_str());
-}
-
-TEST_F(ModuleTest, ComIsUninitializedAsOftenAsItWasInitialized)
-{
-    // The fixture has initialised COM already: the module gets S_FALSE and has to balance it all the same.
-    m_module->m_loop = [this] {
-        EXPECT_TRUE(m_module->m_bComInitialized);
-        useOnce();
-    };
-    EXPECT_EQ(m_module->WinMain(SW_HIDE), S_OK);
-    EXPECT_FALSE(m_module->m_bComInitialized);
-    EXPECT_TRUE(comIsInitialized());
-    CoUninitialize();
-    EXPECT_FALSE(comIsInitialized());
-    CoInitialize(nullptr);
-}
-
-TEST_F(ModuleTest, AnExceptionOfTheLoopComesOut)
-{
-    CoUninitialize();
-    m_module->m_loop = [] { throw std::runtime_error("from a handler"); };
-    EXPECT_THROW(m_module->WinMain(SW_HIDE), std::runtime_error);
-    EXPECT_FALSE(m_module->m_bComInitialized);
-    EXPECT_FALSE(comIsInitialized());
-    CoInitialize(nullptr);
-}
-
-TEST_F(ModuleTest, SwitchesDoTheirWorkInOrder)
-{
-    const auto run = [this](const char* commandLine) {
-        s_events.clear();
-        HRESULT result = S_FALSE;
-        EXPECT_FALSE(m_module->ParseCommandLine(commandLine, result));
-        EXPECT_EQ(result, S_OK);
-        return s_events;
-    };
-    EXPECT_THAT(run("x /RegServer"), ElementsAre("AppId 1", "RegisterServer"));
-    EXPECT_THAT(run("x /UnregServer"), ElementsAre("UnregisterServer", "AppId 0"));
-    EXPECT_THAT(run("x /RegServerPerUser"), ElementsAre("AppId 1", "RegisterServer per user"));
-    EXPECT_THAT(run("x /UnregServerPerUser"), ElementsAre("UnregisterServer per user", "AppId 0"));
-    HRESULT result = S_FALSE;
-    EXPECT_TRUE(m_module->ParseCommandLine("x -Embedding", result));
-    EXPECT_EQ(result, S_FALSE);
-}
-
-TEST_F(ModuleTest, TheFirstFailingStepIsTheResultOfASwitch)
-{
-    const auto run = [this](const char* commandLine) {
-        s_events.clear();
-        HRESULT result = S_OK;
-        EXPECT_FALSE(m_module->ParseCommandLine(commandLine, result));
-        return result;
-    };
-    CTestModule::s_appIdResult = E_ACCESSDENIED;
-    EXPECT_EQ(run("x /RegServer"), E_ACCESSDENIED);
-    EXPECT_THAT(s_events, ElementsAre("AppId 1"));
-    EXPECT_EQ(run("x /UnregServer"), E_ACCESSDENIED);
-    EXPECT_THAT(s_events, ElementsAre("UnregisterServer", "AppId 0"));
-    m_module->m_serverResult = E_INVALIDARG;
-    EXPECT_EQ(run("x /UnregServer"), E_INVALIDARG);
-    EXPECT_THAT(s_events, ElementsAre("UnregisterServer"));
-    CTestModule::s_appIdResult = S_OK;
-    EXPECT_EQ(run("x /RegServer"), E_INVALIDARG);
-    EXPECT_THAT(s_events, ElementsAre("AppId 1", "RegisterServer"));
-}
-
-TEST_F(ModuleTest, ASwitchNeedsNoClassObject)
-{
-    class CSwitchModule : public CTestModule
-    {
-    public:
-        bool ParseCommandLine(const char*, HRESULT& result) override
-        {
-            return CTestModule::ParseCommandLine("x /RegServer", result);
-        }
-    };
-    m_module.reset();
-    CSwitchModule module;
-    s_events.clear();
-    module.m_serverResult = E_INVALIDARG;
-    EXPECT_EQ(module.WinMain(SW_HIDE), E_INVALIDARG);
-    EXPECT_THAT(s_events, ElementsAre("AppId 1", "RegisterServer"));
-    EXPECT_TRUE(comIsInitialized());
-}
-
-TEST_F(ModuleTest, AnObjectKeepsTheServer)
-{
-    m_module->m_loop = [this] {
-        CComPtr<IJavaManager> object;
-        EXPECT_EQ(AtlCreateObject<CSampleObject>(IID_IJavaManager, reinterpret_cast<void**>(&object)), S_OK);
-        EXPECT_FALSE(m_module->m_bActivity);
-        object.Release();
-        EXPECT_TRUE(m_module->m_bActivity);
-    };
-    EXPECT_EQ(m_module->Run(SW_HIDE), S_OK);
+    const ImportHook<decltype(&InitializeCriticalSectionEx)> hook("InitializeCriticalSectionEx",
+                                                                  [](LPCRITICAL_SECTION, DWORD, DWORD) -> BOOL { return FALSE; });
+    EXPECT_EQ(run(), -1);
+    EXPECT_THAT(takeEvents(), ElementsAre("end"));
 }

@@ -1,3 +1,5 @@
+// What registration scripts do to the registry; component categories are such a script.
+#include "atl/categories.h"
 #include "tests/atl/registryFixture.h"
 #include "tests/support/ImportHook.h"
 
@@ -6,38 +8,36 @@ using testing::IsEmpty;
 
 namespace {
 
-const auto& s_realDeleteKey = ImportHook<decltype(&RegDeleteKeyA)>::s_original;
-
 class RegistrarTest : public RegistryTest
 {
 protected:
-    RegistrarTest() { SetErrorInfo(0, nullptr); }
+    HRESULT add(const char* script) { return m_registrar.UpdateFromString(script, TRUE); }
+    HRESULT remove(const char* script) { return m_registrar.UpdateFromString(script, FALSE); }
 
     CRegObject m_registrar;
 };
 
-std::wstring errorDescription()
+std::string errorDescription()
 {
     CComPtr<IErrorInfo> info;
-    if (GetErrorInfo(0, &info) != S_OK) {
-        return L"(none)";
-    }
     CComBSTR description;
-    info->GetDescription(&description);
-    return std::wstring(description, description.Length());
+    if (GetErrorInfo(0, &info) == S_OK) {
+        info->GetDescription(&description);
+    }
+    return narrowText(description);
 }
 
-void makeKey(HKEY root, const char* path)
+void makeKey(const char* path)
 {
     CRegKey key;
-    EXPECT_EQ(key.Create(root, path), ERROR_SUCCESS);
+    EXPECT_EQ(key.Create(HKEY_CLASSES_ROOT, path), ERROR_SUCCESS);
 }
 
 } // namespace
 
-TEST_F(RegistrarTest, WritesKeysAndValues)
+TEST_F(RegistrarTest, WritesKeysAndValuesOnce)
 {
-    EXPECT_EQ(m_registrar.StringRegister(R"(
+    const char* const script = R"(
 HKCR
 {
     Plain
@@ -50,106 +50,77 @@ HKCR
         Inner = d 5 { Deepest = b 01 }
     }
 }
-)"),
-              S_OK);
-    EXPECT_THAT(classes(),
-                ElementsAre("Plain", "Text", "Text [Bytes] = b 00ff", "Text [Name] = s 'it's'", "Text [Nothing] = s ''",
-                            "Text [Number] = d 16", "Text [] = s 'default text'", "Text\\Inner", "Text\\Inner [] = d 5",
-                            "Text\\Inner\\Deepest", "Text\\Inner\\Deepest [] = b 01"));
+)";
+    const auto content = ElementsAre("Plain", "Text", "Text [Bytes] = b 00ff", "Text [Name] = s 'it's'", "Text [Nothing] = s ''",
+                                     "Text [Number] = d 16", "Text [] = s 'default text'", "Text\\Inner", "Text\\Inner [] = d 5",
+                                     "Text\\Inner\\Deepest", "Text\\Inner\\Deepest [] = b 01");
+    EXPECT_EQ(add(script), S_OK);
+    EXPECT_THAT(classes(), content);
+    EXPECT_EQ(add(script), S_OK);
+    EXPECT_THAT(classes(), content);
 }
 
-TEST_F(RegistrarTest, WritesUnderEveryRoot)
+TEST_F(RegistrarTest, WritesAndRemovesUnderEveryRoot)
 {
-    EXPECT_EQ(m_registrar.StringRegister("HKCR { A } HKCU { B } HKLM { C } HKU { D } HKCC { E }"), S_OK);
-    EXPECT_THAT(contentOf(HKEY_CLASSES_ROOT), ElementsAre("A"));
-    EXPECT_THAT(contentOf(HKEY_CURRENT_USER), ElementsAre("B"));
-    EXPECT_THAT(contentOf(HKEY_LOCAL_MACHINE), ElementsAre("C"));
-    EXPECT_THAT(contentOf(HKEY_USERS), ElementsAre("D"));
-    EXPECT_THAT(contentOf(HKEY_CURRENT_CONFIG), ElementsAre("E"));
-    EXPECT_EQ(m_registrar.StringUnregister("HKCR { A } HKCU { B } HKLM { C } HKU { D } HKCC { E }"), S_OK);
-    EXPECT_THAT(contentOf(HKEY_CLASSES_ROOT), IsEmpty());
-    EXPECT_THAT(contentOf(HKEY_CURRENT_USER), IsEmpty());
-    EXPECT_THAT(contentOf(HKEY_LOCAL_MACHINE), IsEmpty());
-    EXPECT_THAT(contentOf(HKEY_USERS), IsEmpty());
-    EXPECT_THAT(contentOf(HKEY_CURRENT_CONFIG), IsEmpty());
+    const char* const script = "HKCR { A } HKCU { B } HKLM { C } HKU { D } HKCC { E }";
+    const HKEY roots[] = {HKEY_CLASSES_ROOT, HKEY_CURRENT_USER, HKEY_LOCAL_MACHINE, HKEY_USERS, HKEY_CURRENT_CONFIG};
+    const char* const names[] = {"A", "B", "C", "D", "E"};
+    EXPECT_EQ(add(script), S_OK);
+    for (size_t i = 0; i < std::size(roots); ++i) {
+        EXPECT_THAT(contentOf(roots[i]), ElementsAre(names[i]));
+    }
+    EXPECT_EQ(remove(script), S_OK);
+    for (const HKEY root : roots) {
+        EXPECT_THAT(contentOf(root), IsEmpty());
+    }
 }
 
 TEST_F(RegistrarTest, PerUserTheClassesLieUnderTheUser)
 {
     const char* const script = "HKCR { A = s 'x' { B } val V = d 1 } HKLM { C }";
     CRegObject registrar(CRegistrationScope::User);
-    EXPECT_EQ(registrar.StringRegister(script), S_OK);
-    EXPECT_THAT(contentOf(HKEY_CLASSES_ROOT), IsEmpty());
+    EXPECT_EQ(registrar.UpdateFromString(script, TRUE), S_OK);
+    EXPECT_THAT(classes(), IsEmpty());
     EXPECT_THAT(contentOf(HKEY_LOCAL_MACHINE), ElementsAre("C"));
     EXPECT_THAT(contentOf(HKEY_CURRENT_USER),
                 ElementsAre("Software", "Software\\Classes", "Software\\Classes [V] = d 1", "Software\\Classes\\A",
                             "Software\\Classes\\A [] = s 'x'", "Software\\Classes\\A\\B"));
-    EXPECT_EQ(registrar.StringUnregister(script), S_OK);
+    EXPECT_EQ(registrar.UpdateFromString(script, FALSE), S_OK);
     EXPECT_THAT(contentOf(HKEY_CURRENT_USER), ElementsAre("Software", "Software\\Classes"));
 }
 
-TEST_F(RegistrarTest, ForceRemoveWritesTheKeyAnew)
+TEST_F(RegistrarTest, ForceRemoveWritesTheKeyAnewAndDeleteRemovesItOnRegistrationOnly)
 {
-    makeKey(HKEY_CLASSES_ROOT, "A\\old\\older");
-    makeKey(HKEY_CLASSES_ROOT, "B\\old");
-    EXPECT_EQ(m_registrar.StringRegister("HKCR { ForceRemove A { new } B { new } }"), S_OK);
+    makeKey("A\\old\\older");
+    makeKey("B\\old");
+    EXPECT_EQ(remove("HKCR { Delete A Delete B }"), S_OK);
+    EXPECT_EQ(add("HKCR { ForceRemove A { new } B { new } }"), S_OK);
     EXPECT_THAT(classes(), ElementsAre("A", "A\\new", "B", "B\\new", "B\\old"));
+    EXPECT_EQ(add("HKCR { Delete B Delete Missing }"), S_OK);
+    EXPECT_THAT(classes(), ElementsAre("A", "A\\new"));
 }
 
-TEST_F(RegistrarTest, DeleteRemovesAKeyOnRegistrationOnly)
-{
-    makeKey(HKEY_CLASSES_ROOT, "A\\inner");
-    makeKey(HKEY_CLASSES_ROOT, "B");
-    EXPECT_EQ(m_registrar.StringUnregister("HKCR { Delete A }"), S_OK);
-    EXPECT_THAT(classes(), ElementsAre("A", "A\\inner", "B"));
-    EXPECT_EQ(m_registrar.StringRegister("HKCR { Delete A Delete Missing }"), S_OK);
-    EXPECT_THAT(classes(), ElementsAre("B"));
-}
-
-TEST_F(RegistrarTest, RegisteringTwiceLeavesOneSet)
-{
-    const char* const script = "HKCR { A = s 'x' { val V = s 'y' } NoRemove N { ForceRemove F { G } } }";
-    EXPECT_EQ(m_registrar.StringRegister(script), S_OK);
-    const auto once = classes();
-    EXPECT_EQ(m_registrar.StringRegister(script), S_OK);
-    EXPECT_EQ(once, classes());
-    EXPECT_THAT(once, ElementsAre("A", "A [V] = s 'y'", "A [] = s 'x'", "N", "N\\F", "N\\F\\G"));
-}
-
-TEST_F(RegistrarTest, RemovalHonoursNoRemoveAndForceRemove)
+TEST_F(RegistrarTest, RemovalGoesByTheKindsOfTheKeys)
 {
     const char* const script = R"(
 HKCR
 {
     Plain = s 'x' { Inner { val V = d 1 } }
+    Shared = s 'x' { val V = d 1 Inner }
     NoRemove Kept = s 'default' { val Gone = s 'x' Below }
     ForceRemove Forced
     NoRemove KeptOutside { ForceRemove Inside { A } NoRemove KeptInside { B } }
 }
 )";
-    EXPECT_EQ(m_registrar.StringRegister(script), S_OK);
-    makeKey(HKEY_CLASSES_ROOT, "Forced\\foreign\\deep");
-    EXPECT_EQ(m_registrar.StringUnregister(script), S_OK);
-    EXPECT_THAT(classes(), ElementsAre("Kept", "Kept [] = s 'default'", "KeptOutside", "KeptOutside\\KeptInside"));
-}
-
-TEST_F(RegistrarTest, AKeyWithForeignSubkeysStays)
-{
-    const char* const script = "HKCR { A = s 'x' { val V = d 1 B } }";
-    EXPECT_EQ(m_registrar.StringRegister(script), S_OK);
-    makeKey(HKEY_CLASSES_ROOT, "A\\foreign");
-    EXPECT_EQ(m_registrar.StringUnregister(script), S_OK);
-    EXPECT_THAT(classes(), ElementsAre("A", "A [] = s 'x'", "A\\foreign"));
-}
-
-TEST_F(RegistrarTest, RemovingWhatIsNotThereSucceeds)
-{
-    EXPECT_EQ(m_registrar.StringUnregister("HKCR { A { B val V = d 1 } NoRemove N { val W = d 1 } ForceRemove F val X = d 1 }"),
-              S_OK);
-    EXPECT_THAT(classes(), IsEmpty());
-    makeKey(HKEY_CLASSES_ROOT, "N");
-    EXPECT_EQ(m_registrar.StringUnregister("HKCR { NoRemove N { val W = d 1 } val X = d 1 }"), S_OK);
-    EXPECT_THAT(classes(), ElementsAre("N"));
+    EXPECT_EQ(add(script), S_OK);
+    makeKey("Forced\\foreign\\deep");
+    makeKey("Shared\\foreign");
+    EXPECT_EQ(remove(script), S_OK);
+    const auto rest = ElementsAre("Kept", "Kept [] = s 'default'", "KeptOutside", "KeptOutside\\KeptInside", "Shared",
+                                  "Shared [] = s 'x'", "Shared\\foreign");
+    EXPECT_THAT(classes(), rest);
+    EXPECT_EQ(remove(script), S_OK) << "what is not there is no error";
+    EXPECT_THAT(classes(), rest);
 }
 
 TEST_F(RegistrarTest, ReplacementsAreInNamesAndTexts)
@@ -157,64 +128,95 @@ TEST_F(RegistrarTest, ReplacementsAreInNamesAndTexts)
     m_registrar.AddReplacement("NAME", "the name");
     m_registrar.AddReplacement("MODULE", "C:\\first");
     m_registrar.AddReplacement("module", "C:\\it''s");
-    EXPECT_EQ(m_registrar.StringRegister("HKCR { '%name%' = s '%MODULE% 100%%' }"), S_OK);
+    EXPECT_EQ(add("HKCR { '%name%' = s '%MODULE% 100%%' }"), S_OK);
     EXPECT_THAT(classes(), ElementsAre("the name", "the name [] = s 'C:\\it's 100%'"));
 }
 
 TEST_F(RegistrarTest, ABrokenScriptIsAnErrorAndTouchesNothing)
 {
-    EXPECT_EQ(m_registrar.StringRegister("HKCR\n{\n    A = s 'x'\n    B = \n}\n"), DISP_E_EXCEPTION);
-    EXPECT_EQ(errorDescription(), L"line 5: a value type expected (s, d or b)");
-    EXPECT_EQ(m_registrar.StringRegister("HKCR { A }\nHKCR { %B% }"), DISP_E_EXCEPTION);
-    EXPECT_EQ(errorDescription(), L"line 2: no replacement for %B%");
-    EXPECT_THAT(classes(), IsEmpty());
-    makeKey(HKEY_CLASSES_ROOT, "A");
-    EXPECT_EQ(m_registrar.StringUnregister("HKCR { A B"), DISP_E_EXCEPTION);
-    EXPECT_EQ(errorDescription(), L"line 1: '}' expected");
+    makeKey("A");
+    EXPECT_EQ(add("HKCR { B }\nHKCR { C"), DISP_E_EXCEPTION);
+    EXPECT_EQ(errorDescription(), "line 2: '}' expected");
+    EXPECT_EQ(remove("HKCR { A }\nHKCR { %B% }"), DISP_E_EXCEPTION);
+    EXPECT_EQ(errorDescription(), "line 2: no replacement for %B%");
     EXPECT_THAT(classes(), ElementsAre("A"));
 }
 
 TEST_F(RegistrarTest, TheFirstFailureEndsTheWorkAndNothingIsUndone)
 {
     // Nothing can be created under the root of performance data.
-    const HRESULT hr = m_registrar.StringRegister("HKCR { A } HKPD { B } HKCR { C }");
-    EXPECT_TRUE(FAILED(hr));
-    EXPECT_EQ(HRESULT_FACILITY(hr), FACILITY_WIN32);
-    EXPECT_THAT(classes(), ElementsAre("A"));
+    EXPECT_EQ(HRESULT_FACILITY(add("HKCR { A } HKPD { B } HKCR { C }")), FACILITY_WIN32);
+    using Write = ImportHook<decltype(&RegSetValueExA)>;
+    const Write write("RegSetValueExA",
+                      [](HKEY, LPCSTR, DWORD, DWORD, const BYTE*, DWORD) -> LSTATUS { return ERROR_ACCESS_DENIED; });
+    EXPECT_EQ(add("HKCR { D { val V = d 1 } E }"), E_ACCESSDENIED);
+    EXPECT_EQ(add("HKCR { F = d 1 { G } }"), E_ACCESSDENIED);
+    EXPECT_THAT(classes(), ElementsAre("A", "D", "F"));
 }
 
-TEST_F(RegistrarTest, AMissingResourceIsAnError)
+TEST_F(RegistrarTest, WhatCannotBeRemovedIsAnError)
 {
-    EXPECT_EQ(AtlHresultFromWin32(ERROR_RESOURCE_NAME_NOT_FOUND), m_registrar.ResourceRegister(GetModuleHandleA(nullptr), 999));
-    EXPECT_EQ(AtlHresultFromWin32(ERROR_RESOURCE_NAME_NOT_FOUND), m_registrar.ResourceUnregister(GetModuleHandleA(nullptr), 999));
+    makeKey("A\\inner");
+    using Enumeration = ImportHook<decltype(&RegEnumKeyExA)>;
+    using Opening = ImportHook<decltype(&RegOpenKeyExA)>;
+    using Deletion = ImportHook<decltype(&RegDeleteKeyA)>; // of keys and of values, one at a time
+    {
+        const Enumeration hook("RegEnumKeyExA", [](HKEY, DWORD, LPSTR, LPDWORD, LPDWORD, LPSTR, LPDWORD, PFILETIME) -> LSTATUS {
+            return ERROR_ACCESS_DENIED;
+        });
+        EXPECT_EQ(add("HKCR { Delete A }"), E_ACCESSDENIED);
+    }
+    {
+        const Opening hook("RegOpenKeyExA", [](HKEY, LPCSTR, DWORD, REGSAM, PHKEY) -> LSTATUS { return ERROR_ACCESS_DENIED; });
+        EXPECT_EQ(remove("HKCR { A { inner } }"), E_ACCESSDENIED);
+    }
+    constexpr const char* CASES[][2] = {{"RegDeleteKeyA", "HKCR { ForceRemove A }"},
+                                        {"RegDeleteKeyA", "HKCR { A { inner } }"},
+                                        {"RegDeleteValueA", "HKCR { A { val inner = d 1 } }"}};
+    for (const auto& [function, script] : CASES) {
+        const Deletion hook(function, [](HKEY key, LPCSTR name) -> LSTATUS {
+            return std::string(name) == "inner" ? ERROR_ACCESS_DENIED : Deletion::s_original(key, name);
+        });
+        EXPECT_EQ(remove(script), E_ACCESSDENIED) << script;
+    }
+    EXPECT_THAT(classes(), ElementsAre("A", "A\\inner"));
 }
 
-TEST_F(RegistrarTest, AResourceThatCannotBeLoadedIsAnError)
+TEST_F(RegistrarTest, AResourceThatCannotBeReadIsAnError)
 {
+    EXPECT_EQ(m_registrar.UpdateFromResource(999, TRUE), HRESULT_FROM_WIN32(ERROR_RESOURCE_NAME_NOT_FOUND));
     const ImportHook<decltype(&LoadResource)> hook("LoadResource", [](HMODULE, HRSRC) -> HGLOBAL {
         SetLastError(ERROR_RESOURCE_DATA_NOT_FOUND);
         return nullptr;
     });
-    EXPECT_EQ(AtlHresultFromWin32(ERROR_RESOURCE_DATA_NOT_FOUND), m_registrar.ResourceRegister(GetModuleHandleA(nullptr), 101));
-    EXPECT_THAT(classes(), IsEmpty());
+    EXPECT_EQ(m_registrar.UpdateFromResource(101, TRUE), HRESULT_FROM_WIN32(ERROR_RESOURCE_DATA_NOT_FOUND));
 }
 
-TEST_F(RegistrarTest, ATreeThatCannotBeRemovedWholeIsAnError)
+TEST_F(RegistrarTest, CategoriesAreKeysOfTheClass)
 {
-    makeKey(HKEY_CLASSES_ROOT, "A\\inner");
-    {
-        const ImportHook<decltype(&RegEnumKeyExA)> hook(
-            "RegEnumKeyExA",
-            [](HKEY, DWORD, LPSTR, LPDWORD, LPDWORD, LPSTR, LPDWORD, PFILETIME) -> LSTATUS { return ERROR_ACCESS_DENIED; });
-        EXPECT_EQ(m_registrar.StringRegister("HKCR { Delete A }"), E_ACCESSDENIED);
-    }
-    {
-        const ImportHook<decltype(&RegDeleteKeyA)> hook("RegDeleteKeyA", [](HKEY key, LPCSTR name) -> LSTATUS {
-            return std::string(name) == "inner" ? ERROR_ACCESS_DENIED : s_realDeleteKey(key, name);
-        });
-        EXPECT_EQ(m_registrar.StringUnregister("HKCR { ForceRemove A }"), E_ACCESSDENIED);
-    }
-    EXPECT_THAT(classes(), ElementsAre("A", "A\\inner"));
+    const CLSID clsid = {0x11111111, 0x2222, 0x3333, {1, 2, 3, 4, 5, 6, 7, 0xAB}};
+    const GUID first = {0xAAAAAAAA, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}};
+    const GUID second = {0xAAAAAAAA, 0, 0, {0, 0, 0, 0, 0, 0, 0, 2}};
+    using Type = ATL_CATMAP_ENTRY::Type;
+    const ATL_CATMAP_ENTRY map[] = {
+        {Type::Implemented, &first}, {Type::Implemented, &second}, {Type::Required, &first}, {Type::Required, nullptr}};
+    const std::string key = "CLSID\\{11111111-2222-3333-0102-0304050607AB}";
+    const std::string implemented = key + "\\Implemented Categories";
+    const std::string required = key + "\\Required Categories";
+    EXPECT_EQ(AtlUpdateCategories(clsid, map, CRegistrationScope::Machine, TRUE), S_OK);
+    EXPECT_THAT(classes(), ElementsAre("CLSID", key, implemented, implemented + "\\{AAAAAAAA-0000-0000-0000-000000000001}",
+                                       implemented + "\\{AAAAAAAA-0000-0000-0000-000000000002}", required,
+                                       required + "\\{AAAAAAAA-0000-0000-0000-000000000001}"));
+    EXPECT_EQ(AtlUpdateCategories(clsid, map + 1, CRegistrationScope::Machine, FALSE), S_OK);
+    EXPECT_THAT(classes(), ElementsAre("CLSID", key, implemented, implemented + "\\{AAAAAAAA-0000-0000-0000-000000000001}"))
+        << "another one's category";
+    EXPECT_EQ(AtlUpdateCategories(clsid, map, CRegistrationScope::Machine, FALSE), S_OK);
+    EXPECT_THAT(classes(), ElementsAre("CLSID", key));
+
+    EXPECT_EQ(AtlUpdateCategories(clsid, map + 2, CRegistrationScope::User, TRUE), S_OK);
+    EXPECT_THAT(contentOf(HKEY_CURRENT_USER),
+                testing::Contains("Software\\Classes\\" + required + "\\{AAAAAAAA-0000-0000-0000-000000000001}"));
+    EXPECT_EQ(AtlUpdateCategories(clsid, nullptr, CRegistrationScope::Machine, FALSE), S_OK);
 }
 
 namespace {
@@ -224,40 +226,49 @@ const HANDLE TRANSACTION = reinterpret_cast<HANDLE>(static_cast<ULONG_PTR>(0x123
 // What was called, in order. The stand-ins work outside of any transaction: not every system has them.
 std::vector<std::string> s_calls;
 
+void noteCall(const char* what, LPCSTR name, HANDLE transaction)
+{
+    s_calls.push_back(std::format("{} {}{}", what, name, transaction == TRANSACTION ? "" : " elsewhere"));
+}
+
 LONG WINAPI createKey(HKEY parent, LPCSTR name, DWORD, LPSTR, DWORD options, REGSAM access, const LPSECURITY_ATTRIBUTES,
                       PHKEY key, LPDWORD, HANDLE transaction, PVOID)
 {
-    s_calls.push_back(std::format("create {}{}", name, transaction == TRANSACTION ? "" : " elsewhere"));
+    noteCall("create", name, transaction);
     return RegCreateKeyExA(parent, name, 0, nullptr, options, access, nullptr, key, nullptr);
 }
-
 LONG WINAPI openKey(HKEY parent, LPCSTR name, DWORD, REGSAM access, PHKEY key, HANDLE transaction, PVOID)
 {
-    s_calls.push_back(std::format("open {}{}", name, transaction == TRANSACTION ? "" : " elsewhere"));
+    noteCall("open", name, transaction);
     return RegOpenKeyExA(parent, name, 0, access, key);
 }
-
 LONG WINAPI deleteKey(HKEY parent, LPCSTR name, REGSAM, DWORD, HANDLE transaction, PVOID)
 {
-    s_calls.push_back(std::format("delete {}{}", name, transaction == TRANSACTION ? "" : " elsewhere"));
+    noteCall("delete", name, transaction);
+    return RegDeleteKeyA(parent, name);
+}
+LONG WINAPI deleteKeyAtOnce(HKEY parent, LPCSTR name, REGSAM, DWORD)
+{
+    noteCall("delete at once", name, TRANSACTION);
     return RegDeleteKeyA(parent, name);
 }
 
-LONG WINAPI deleteKeyAtOnce(HKEY parent, LPCSTR name, REGSAM, DWORD)
+using LookUp = ImportHook<decltype(&GetProcAddress)>;
+
+FARPROC standIn(HMODULE module, LPCSTR name)
 {
-    s_calls.push_back(std::format("delete {} at once", name));
-    return RegDeleteKeyA(parent, name);
+    EXPECT_EQ(module, GetModuleHandleA("Advapi32.dll"));
+    static const std::map<std::string, void*> FUNCTIONS = {{"RegCreateKeyTransactedA", reinterpret_cast<void*>(&createKey)},
+                                                           {"RegOpenKeyTransactedA", reinterpret_cast<void*>(&openKey)},
+                                                           {"RegDeleteKeyTransactedA", reinterpret_cast<void*>(&deleteKey)},
+                                                           {"RegDeleteKeyExA", reinterpret_cast<void*>(&deleteKeyAtOnce)}};
+    return reinterpret_cast<FARPROC>(FUNCTIONS.at(name));
 }
 
 CRegTransaction recordedTransaction()
 {
-    s_calls.clear();
-    CRegTransaction transaction(TRANSACTION);
-    transaction.createKey = &createKey;
-    transaction.openKey = &openKey;
-    transaction.deleteKey = &deleteKey;
-    transaction.deleteKeyAtOnce = &deleteKeyAtOnce;
-    return transaction;
+    const LookUp hook("GetProcAddress", &standIn);
+    return CRegTransaction(TRANSACTION);
 }
 
 } // namespace
@@ -266,49 +277,30 @@ TEST_F(RegistrarTest, ATransactionCarriesEveryKey)
 {
     const CRegTransaction transaction = recordedTransaction();
     CRegObject registrar(CRegistrationScope::Machine, &transaction);
-    makeKey(HKEY_CLASSES_ROOT, "F\\old");
+    makeKey("F\\old");
     const char* const script = "HKCR { A = s 'x' { B } ForceRemove F { G } }";
-    EXPECT_EQ(registrar.StringRegister(script), S_OK);
-    EXPECT_THAT(s_calls,
+    EXPECT_EQ(registrar.UpdateFromString(script, TRUE), S_OK);
+    EXPECT_THAT(std::exchange(s_calls, {}),
                 ElementsAre("create A", "create B", "open F", "open old", "delete old", "delete F", "create F", "create G"));
     EXPECT_THAT(classes(), ElementsAre("A", "A [] = s 'x'", "A\\B", "F", "F\\G"));
-    s_calls.clear();
-    EXPECT_EQ(registrar.StringUnregister(script), S_OK);
+    EXPECT_EQ(registrar.UpdateFromString(script, FALSE), S_OK);
     EXPECT_THAT(s_calls, ElementsAre("open A", "open B", "delete B", "delete A", "open F", "open G", "delete G", "delete F"));
     EXPECT_THAT(classes(), IsEmpty());
 }
 
-TEST_F(RegistrarTest, WithoutTheFunctionForItAKeyOfATransactionGoesAtOnce)
+TEST_F(RegistrarTest, ATransactionMakesDoWithTheFunctionsOfItsSystem)
 {
     CRegTransaction transaction = recordedTransaction();
+    CRegObject registrar(CRegistrationScope::Machine, &transaction);
+    constexpr HRESULT MISSING = HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND);
     transaction.deleteKey = nullptr;
-    CRegObject registrar(CRegistrationScope::Machine, &transaction);
-    EXPECT_EQ(registrar.StringRegister("HKCR { A Delete A }"), S_OK);
-    EXPECT_THAT(s_calls, ElementsAre("create A", "open A", "delete A at once"));
-    EXPECT_THAT(classes(), IsEmpty());
+    EXPECT_EQ(registrar.UpdateFromString("HKCR { A Delete A }", TRUE), S_OK);
+    EXPECT_THAT(s_calls, ElementsAre("create A", "open A", "delete at once A"));
     transaction.deleteKeyAtOnce = nullptr;
-    EXPECT_EQ(AtlHresultFromWin32(ERROR_PROC_NOT_FOUND), registrar.StringRegister("HKCR { A Delete A }"));
-}
-
-TEST_F(RegistrarTest, ASystemWithoutTransactionsRefusesThem)
-{
-    CRegTransaction transaction = recordedTransaction();
+    EXPECT_EQ(registrar.UpdateFromString("HKCR { A Delete A }", TRUE), MISSING);
     transaction.createKey = nullptr;
-    CRegObject registrar(CRegistrationScope::Machine, &transaction);
-    EXPECT_EQ(AtlHresultFromWin32(ERROR_PROC_NOT_FOUND), registrar.StringRegister("HKCR { A }"));
+    EXPECT_EQ(registrar.UpdateFromString("HKCR { B }", TRUE), MISSING);
     transaction.openKey = nullptr;
-    EXPECT_EQ(AtlHresultFromWin32(ERROR_PROC_NOT_FOUND), registrar.StringUnregister("HKCR { A }"));
-}
-
-TEST_F(RegistrarTest, TheFunctionsForTransactionsAreThoseOfTheSystem)
-{
-    const HMODULE library = GetModuleHandleA("Advapi32.dll");
-    const auto function = [library](const char* name) { return reinterpret_cast<void*>(GetProcAddress(library, name)); };
-    const CRegTransaction transaction(TRANSACTION);
-    EXPECT_EQ(transaction.transaction, TRANSACTION);
-    EXPECT_EQ(function("RegCreateKeyTransactedA"), reinterpret_cast<void*>(transaction.createKey));
-    EXPECT_EQ(function("RegOpenKeyTransactedA"), reinterpret_cast<void*>(transaction.openKey));
-    EXPECT_EQ(function("RegDeleteKeyTransactedA"), reinterpret_cast<void*>(transaction.deleteKey));
-    EXPECT_EQ(function("RegDeleteKeyExA"), reinterpret_cast<void*>(transaction.deleteKeyAtOnce));
-    EXPECT_NE(transaction.deleteKeyAtOnce, nullptr);
+    EXPECT_EQ(registrar.UpdateFromString("HKCR { A }", FALSE), MISSING);
+    EXPECT_THAT(classes(), ElementsAre("A"));
 }

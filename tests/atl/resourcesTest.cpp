@@ -1,9 +1,5 @@
-#include <windows.h>
-
-#include <gmock/gmock.h>
-
-#include <string>
-#include <vector>
+// What the server's resources hold; the test program carries them.
+#include "tests/atl/registryFixture.h"
 
 namespace {
 
@@ -76,9 +72,11 @@ TEST(ResourcesTest, TheScriptsHaveTheirLanguages)
     EXPECT_THAT(languagesOf("REGISTRY", MAKEINTRESOURCEA(102)), testing::ElementsAre(1031));
 }
 
-TEST(ResourcesTest, TheTypeLibraryIsNumberOne)
+TEST(ResourcesTest, TheTypeLibraryIsNumberOneMadeForEnglishAndForEverybody)
 {
-    EXPECT_EQ(contentOf("TYPELIB", MAKEINTRESOURCEA(1)).substr(0, 4), "MSFT");
+    const std::string header = contentOf("TYPELIB", MAKEINTRESOURCEA(1)).substr(0, 20);
+    EXPECT_EQ(header.substr(0, 4), "MSFT");
+    EXPECT_EQ(header.substr(12), std::string("\x09\x04\0\0\0\0\0\0", 8)) << "the file's locale, and the library's";
 }
 
 TEST(ResourcesTest, TheProjectNameIsString100)
@@ -95,22 +93,19 @@ TEST(ResourcesTest, ThereIsNoManifest)
 
 TEST(ResourcesTest, ProductNameAndVersion)
 {
-    char path[MAX_PATH] = {};
-    GetModuleFileNameA(nullptr, path, MAX_PATH);
-    const DWORD size = GetFileVersionInfoSizeA(path, nullptr);
-    ASSERT_NE(size, 0u);
-    std::vector<char> data(size);
-    ASSERT_TRUE(GetFileVersionInfoA(path, 0, size, data.data()));
-    void* value = nullptr;
-    UINT length = 0;
-    ASSERT_TRUE(VerQueryValueA(data.data(), "\\", &value, &length));
-    const auto* const fixed = static_cast<const VS_FIXEDFILEINFO*>(value);
+    std::vector<char> data(GetFileVersionInfoSizeA(executable().c_str(), nullptr));
+    ASSERT_TRUE(GetFileVersionInfoA(executable().c_str(), 0, static_cast<DWORD>(data.size()), data.data()));
+    const auto value = [&](const char* name) {
+        void* found = nullptr;
+        UINT length = 0;
+        EXPECT_TRUE(VerQueryValueA(data.data(), name, &found, &length)) << name;
+        return found;
+    };
+    const auto* const fixed = static_cast<const VS_FIXEDFILEINFO*>(value("\\"));
     EXPECT_EQ(fixed->dwFileVersionMS, 0x00010006u);
     EXPECT_EQ(fixed->dwFileVersionLS, 0u);
     EXPECT_EQ(fixed->dwProductVersionMS, 0x00010006u);
     EXPECT_EQ(fixed->dwProductVersionLS, 0u);
-    ASSERT_TRUE(VerQueryValueA(data.data(), "\\StringFileInfo\\040904E4\\ProductName", &value, &length));
-    EXPECT_STREQ(static_cast<const char*>(value), "KESTA");
-    ASSERT_TRUE(VerQueryValueA(data.data(), "\\StringFileInfo\\040904E4\\FileVersion", &value, &length));
-    EXPECT_STREQ(static_cast<const char*>(value), "1.6.0.0");
+    EXPECT_STREQ(static_cast<const char*>(value("\\StringFileInfo\\040904E4\\ProductName")), "KESTA");
+    EXPECT_STREQ(static_cast<const char*>(value("\\StringFileInfo\\040904E4\\FileVersion")), "1.6.0.0");
 }

@@ -5,12 +5,21 @@
 
 #include "KESTAserver_h.h"
 
+#include <gtest/gtest.h>
+
+#include <format>
 #include <functional>
 #include <string>
 #include <vector>
 
 // What happened, in order.
 inline std::vector<std::string> s_events;
+
+// What happened since this was last asked.
+inline std::vector<std::string> takeEvents()
+{
+    return std::exchange(s_events, {});
+}
 
 // A module that only counts.
 class CCountingModule final : public CAtlModule
@@ -46,16 +55,9 @@ class CSampleObject : public CComObjectRootEx<CComSingleThreadModel>,
                       public virtual CVirtualBase
 {
 public:
-    static HRESULT UpdateRegistry(BOOL registering) noexcept
-    {
-        s_events.push_back(registering ? "UpdateRegistry 1" : "UpdateRegistry 0");
-        return s_updateResult;
-    }
-    static void ObjectMain(bool starting) { s_events.push_back(starting ? "ObjectMain 1" : "ObjectMain 0"); }
-
     BEGIN_COM_MAP(CSampleObject)
     COM_INTERFACE_ENTRY(IJavaManager)
-    COM_INTERFACE_ENTRY2(IDispatch, IJavaManager)
+    COM_INTERFACE_ENTRY(IDispatch)
     COM_INTERFACE_ENTRY(ISupportErrorInfo)
     COM_INTERFACE_ENTRY(IConnectionPointContainer)
     END_COM_MAP()
@@ -85,10 +87,7 @@ public:
     }
     CComDynamicUnkArray& sinks() noexcept { return m_vec; }
 
-    HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID iid) override
-    {
-        return IsEqualIID(iid, IID_IJavaManager) ? S_OK : S_FALSE;
-    }
+    HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID) override { return S_OK; }
     HRESULT STDMETHODCALLTYPE callMethod(BSTR arg0, BSTR arg1, BSTR* result) override
     {
         CComBSTR text(arg0);
@@ -118,19 +117,17 @@ public:
     HRESULT STDMETHODCALLTYPE validate() override { return S_OK; }
     HRESULT STDMETHODCALLTYPE setBounds(int x, int y, int width, int height) override
     {
-        s_events.push_back("setBounds " + std::to_string(x) + "," + std::to_string(y) + "," + std::to_string(width) + "," +
-                           std::to_string(height));
+        s_events.push_back(std::format("setBounds {},{},{},{}", x, y, width, height));
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE testBridge(BSTR, int, int) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE enable(VARIANT_BOOL enabled) override
     {
-        s_events.push_back("enable " + std::to_string(enabled));
+        s_events.push_back(std::format("enable {}", enabled));
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE pushWindowHandle(int) override { return E_NOTIMPL; }
 
-    static inline HRESULT s_updateResult = S_OK;
     static inline std::function<void()> s_whileConstructing;
     static inline std::function<HRESULT(CSampleObject&)> s_finalConstruct;
     static inline std::function<void(CSampleObject&)> s_finalRelease;
@@ -139,50 +136,30 @@ protected:
     ~CSampleObject() { s_events.push_back("~CSampleObject"); }
 };
 
-// A client's sink. It counts its references and can be made to answer for other interfaces than the event interface.
-class CSink final : public IDispatch
+// A test with a counting module and COM.
+class SampleTest : public testing::Test
 {
-public:
-    explicit CSink(const IID& answers = DIID__IJavaManagerEvents)
-        : m_answers(answers)
+protected:
+    SampleTest()
     {
+        CoInitialize(nullptr);
+        s_events.clear();
+        CSampleObject::s_whileConstructing = nullptr;
+        CSampleObject::s_finalConstruct = nullptr;
+        CSampleObject::s_finalRelease = nullptr;
     }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
+    ~SampleTest() override
     {
-        m_queried.push_back(iid);
-        *object = nullptr;
-        if (FAILED(m_queryResult)) {
-            return m_queryResult;
-        }
-        if (!IsEqualIID(iid, m_answers) && !IsEqualIID(iid, IID_IUnknown)) {
-            return E_NOINTERFACE;
-        }
-        *object = this;
-        AddRef();
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++m_references); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        --m_references;
-        if (m_whenReleased) {
-            m_whenReleased();
-        }
-        return static_cast<ULONG>(m_references);
-    }
-    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override
-    {
-        return S_OK;
+        EXPECT_EQ(m_module.m_count, 0);
+        CoUninitialize();
     }
 
-    HRESULT m_queryResult = S_OK;
-    int m_references = 0;
-    std::vector<IID> m_queried;
-    std::function<void()> m_whenReleased;
+    static CComPtr<CComObject<CSampleObject>> create()
+    {
+        CComObject<CSampleObject>* object = nullptr;
+        EXPECT_EQ(CComObject<CSampleObject>::CreateInstance(&object), S_OK);
+        return object;
+    }
 
-private:
-    IID m_answers;
+    CCountingModule m_module;
 };
