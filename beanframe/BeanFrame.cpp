@@ -15,8 +15,8 @@ namespace {
 
 constexpr int FRAME_ID_BUFFER = 30;
 
-// The one call of each forwarding operation. The singleton is there from the constructor until the process ends its Java side; a
-// call that comes after that fails like one that finds no bean frame.
+// Makes a forwarding operation's one call. The singleton exists from the constructor until the process cleans up its Java side;
+// later calls fail like those without a bean frame.
 template <class Call>
 HRESULT forward(Call&& call)
 {
@@ -24,7 +24,7 @@ HRESULT forward(Call&& call)
     return client ? call(*client) : E_FAIL;
 }
 
-// Integers among the texts of a call go through OLE Automation's own conversion.
+// Through OLE Automation's own conversion.
 std::string automationText(int number)
 {
     CComVariant text(number);
@@ -43,7 +43,7 @@ void CBeanFrame::createInstance(const char* basisControlPath, const char* beanPa
     std::atomic_ref(s_Instance).store(new (std::nothrow) CBeanFrame(basisControlPath, beanPackage, beanClass));
 }
 
-// Events that Java raises while this runs find no instance yet and are dropped with their line.
+// Events that Java raises meanwhile find no instance yet and are dropped.
 CBeanFrame::CBeanFrame(const char* basisControlPath, const char* beanPackage, const char* beanClass)
 {
     LOG_SCOPE(INFO, "CBeanFrame::CBeanFrame", basisControlPath << "," << beanPackage << "," << beanClass);
@@ -68,11 +68,12 @@ CBeanFrame::~CBeanFrame()
         return forward([&](CJavaManagerJNIClient& client) { return client.stopBean(beanObject, frameObject, listener); });
     });
     if (FAILED(hr) && CJavaManagerJNIClient::s_Instance != nullptr) {
-        LOG(ERROR, "Java side was not released: " << getWindowsErrorText(static_cast<unsigned>(hr)));
+        // Only the number: the system's text would take memory, which may have run out.
+        LOG(ERROR, "Java side was not released: " << std::hex << hr);
     }
 
-    // From here on Java's threads find no bean frame. Those that found it before are inside a native callback, which only queues
-    // and waits for nothing but short locks: they are let out before the memory goes.
+    // From here on Java's threads find no instance. Those that already use it are inside a native callback, which takes nothing
+    // but short locks; the memory is freed when they have returned.
     std::atomic_ref(s_Instance).store(nullptr);
     while (s_InstanceUsers.load() != 0) {
         SwitchToThread();

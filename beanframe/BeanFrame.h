@@ -5,20 +5,19 @@
 //     Java thread -> Native... -> enqueue... -> queueEvent -> s_EventQueue         events, on the Java thread
 //     post or timer -> message loop -> processEventQueue -> handler -> EventTarget -> sinks   events, on the main thread
 //
-// Ownership: at most one instance, s_Instance, made by createInstance and ended by deleteInstance. It keeps the global
+// Ownership: at most one instance, s_Instance, created by createInstance and deleted by deleteInstance. It keeps the global
 //            references of bean, frame and listener, which stopBean deletes. The queue owns its entries until they are taken out
-//            for processing.
-// Threads:   main thread, but for the natives, the enqueue operations, queueEvent and isClientAlive (Java threads) and
-//            timerRoutine (timer-queue threads). Java threads reach the instance through InstanceUse only; the destructor waits
-//            for them, so that an event raised while the object ends never meets freed memory. The queue and its lock live until
-//            the process ends.
-// Locks:     s_EventQueueLock guards the queue and is held for list work only, never across a call into Java, COM or a sink.
+//            for processing. Queue and lock live until the process ends.
+// Threads:   the main thread, except the natives, the enqueue operations, queueEvent and isClientAlive (Java threads) and
+//            timerRoutine (timer-queue threads). Java threads reach the instance only through InstanceUse, for which the
+//            destructor waits: an event raised while the object is being deleted never meets freed memory.
+// Locks:     s_EventQueueLock guards the queue. Held while the list is read or changed, never across a call into Java, COM or a
+//            sink.
 // Failure:   HRESULTs of the called Java operation, unchanged. The constructor never fails: what could not be started leaves null
 //            references, and later calls fail at their own checks. No C++ exception leaves a native.
 #pragma once
 
 #include "atl/atl.h"
-#include "beanframe/EventTarget.h"
 #include "javabridge/SharedText.h"
 #include "support/logger.h"
 
@@ -34,11 +33,11 @@ constexpr UINT WM_PROCESSEVENTQUEUE = WM_APP + 3;
 class CBeanFrame : public virtual Loggable
 {
 public:
-    // Narrow texts: path of the basis control archive, Java package and class of the control. A second creation only warns.
+    // The path of the basis control archive, the Java package and class of the control. A second creation only warns.
     static void createInstance(const char* basisControlPath, const char* beanPackage, const char* beanClass);
-    // Drops pending events and ends the instance. Without one the failed check is logged.
+    // Drops pending events and deletes the instance. Without one it only logs the failed check.
     static void deleteInstance();
-    // Null before createInstance and after deleteInstance. Written on the main thread only; Java threads go through InstanceUse.
+    // Null before createInstance and after deleteInstance. Written on the main thread only; Java threads use InstanceUse.
     static CBeanFrame* s_Instance;
 
     // The frame id in decimal, "-1" until the frame exists.
@@ -62,13 +61,13 @@ public:
     HRESULT validate();
     HRESULT testBridge(BSTR text, int ttl, int delay);
 
-    // Takes the client's window, which must be a child window, puts the bean into its frame and starts a watchdog chain. A second
+    // Keeps the client's window, which must be a child window, adds the bean to its frame and starts a watchdog chain. A second
     // push starts a second chain; both watch the latest handle.
     HRESULT pushWindowHandle(int wndhandle);
-    // Whether the client's window still exists and has a proper parent; true as long as no window was pushed. Any thread.
+    // Whether the client's window still exists and has a proper parent; true until a window is pushed. Any thread.
     bool isClientAlive();
 
-    // What Java calls; exported from the executable and bound to the listener's natives.
+    // Called by Java: exported from the executable and bound to the listener's native methods.
     __declspec(dllexport) static void JNICALL NativeOnControlReady(JNIEnv* env, jobject caller, jstring text);
     __declspec(dllexport) static void JNICALL NativeOnCustomEvent(JNIEnv* env, jobject caller, jstring text);
     __declspec(dllexport) static void JNICALL NativeTestBridgeEvent(JNIEnv* env, jobject caller, jstring text, jint delay);
@@ -78,11 +77,12 @@ public:
     void enqueueOnCustomEvent(BSTR text);
     void enqueueTestBridgeEvent(BSTR text, DWORD delay);
 
-    // Called by the message loop for each WM_PROCESSEVENTQUEUE: processes every due entry, of the due ones always the one that
-    // became due last, the first queued among equals. S_OK, or E_FAIL when an entry is due and no bean frame is left.
+    // Called by the message loop for each WM_PROCESSEVENTQUEUE: processes the due entries one after the other, always the one
+    // that became due last, of equal ones the one queued first. Returns S_OK, or E_FAIL when an entry is due and there is no bean
+    // frame.
     static HRESULT processEventQueue();
-    // Called by the message loop after each dispatched message. A foreign modal loop (COM's own while it waits for a sink, say)
-    // drops thread messages; when one of ours was lost that way, a new one is posted.
+    // Called by the message loop after each dispatched message. Modal loops of others (COM's own while it waits for a sink, for
+    // instance) drop thread messages; when they have dropped ours, a new one is posted.
     static void repostSwallowedMessage();
 
     int frameID = -1;
@@ -102,7 +102,7 @@ protected:
         EntryIndex::iterator indexPlace;
     };
 
-    // Holds s_Instance for the length of a native callback. Null when there is none.
+    // Keeps s_Instance from being deleted during a native callback. Null without an instance.
     class InstanceUse
     {
     public:
@@ -121,12 +121,18 @@ protected:
     CBeanFrame(const CBeanFrame&) = delete;
     CBeanFrame& operator=(const CBeanFrame&) = delete;
 
+    // Converts the text and hands it to the instance; false without one.
+    template <class Enqueue>
+    static bool passOn(JNIEnv* env, jstring javaText, Enqueue&& enqueue);
+    // Logs the text `dropped` instead when the client is dead.
+    void queueUnlessDead(BSTR text, Handler handler, DWORD delay, const char* dropped);
     void queueEvent(BSTR text, Handler handler, DWORD delay);
     static void CALLBACK timerRoutine(void* parameter, BOOLEAN timerOrWaitFired);
     static void startTimer(DWORD delay);
     static void postProcessEventQueue();
-    static QueueEntry* takeDueEntry(DWORD now);
-    static void awaitNearEntry(DWORD now);
+    // Null when nothing is to be processed now.
+    static QueueEntry* findDueEntry(DWORD now);
+    static DWORD delayOfNearEntry(DWORD now);
 
     HRESULT processQueueEntry(QueueEntry* entry);
     void processOnControlReady(BSTR text);
@@ -135,7 +141,7 @@ protected:
     void processWatchDogEvent(BSTR text);
 
     std::atomic<HWND> clientWindow = nullptr;
-    std::atomic<bool> eventsSuspended = false; // no operation sets it; true would discard every new event
+    std::atomic<bool> eventsSuspended = false; // true discards every new event; no operation sets it
     jobject beanObject = nullptr;
     jobject frameObject = nullptr;
     jobject listener = nullptr;
@@ -145,7 +151,7 @@ protected:
     static EntryIndex& s_EventIndex;
     static CComCriticalSection& s_EventQueueLock;
     static std::atomic<int> s_InstanceUsers;
-    static std::atomic<bool> s_MessagePosted; // a message was posted since the last pass over the queue began
-    // The queue's clock, GetTickCount. Unit tests set it to reach the wrap-around.
+    static std::atomic<bool> s_MessagePosted; // since the last pass over the queue began
+    // The queue's clock, GetTickCount. Unit tests replace it.
     static DWORD(WINAPI* s_TickCount)();
 };

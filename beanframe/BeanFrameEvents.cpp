@@ -1,5 +1,6 @@
 #include "beanframe/BeanFrame.h"
 
+#include "beanframe/EventTarget.h"
 #include "javabridge/JNIHelper.h"
 #include "javabridge/ListenerNatives.h"
 
@@ -7,7 +8,7 @@
 
 #define LOG_SOURCE "BeanFrame"
 
-// Java's and the timer queue's threads may reach the queue until the process ends: its pieces are never destroyed.
+// Threads of Java and of the timer queue may use the queue until the process ends: it is never destroyed.
 CBeanFrame::EntryList& CBeanFrame::s_EventQueue = *new EntryList;
 CBeanFrame::EntryIndex& CBeanFrame::s_EventIndex = *new EntryIndex;
 CComCriticalSection& CBeanFrame::s_EventQueueLock = *new CComAutoCriticalSection;
@@ -19,7 +20,7 @@ namespace {
 // An entry that became due longer ago than this is never chosen.
 constexpr DWORD NEVER_CHOSEN = 0x7FFFFFFF;
 
-// The steps, in ms, in which GetTickCount goes on. Timers may go on in smaller ones.
+// The steps, in ms, in which GetTickCount advances. Timers may advance in smaller ones.
 constexpr DWORD TICK_COUNT_STEP = 16;
 
 // C++ exceptions (exhausted memory, a failed code page conversion) end here: they must not unwind into the virtual machine or the
@@ -27,12 +28,22 @@ constexpr DWORD TICK_COUNT_STEP = 16;
 template <class Body>
 void guardNative(Body&& body) noexcept
 {
-    try {
+    const HRESULT hr = AtlGuard([&] {
         body();
-    } catch (const CAtlException& error) {
-        LOG_PLAIN(WARN, "Dropped event: " << getWindowsErrorText(static_cast<unsigned>(error.m_hr)));
-    } catch (...) {
-        LOG_PLAIN(WARN, "Dropped event: unexpected exception");
+        return S_OK;
+    });
+    if (FAILED(hr)) {
+        // Only the number: the system's text would take memory, which may have run out.
+        LOG_PLAIN(WARN, "Dropped event: " << std::hex << hr);
+    }
+}
+
+// The object is held while its sinks run, since they may release it.
+void fire(HRESULT (EventTarget::*event)(BSTR), BSTR text)
+{
+    if (EventTarget* const target = eventTarget()) {
+        const CComPtr<IUnknown> hold(target->targetUnknown());
+        (target->*event)(text);
     }
 }
 
@@ -47,9 +58,9 @@ const ListenerNatives& listenerNatives()
 
 CBeanFrame::InstanceUse::InstanceUse()
 {
-    // Count first, look afterwards: the destructor clears the pointer first and counts afterwards, so one of the two sees the
-    // other. Whoever finds nothing gives the count back at once: the destructor waits for the users it still has, not for
-    // newcomers.
+    // This counts and then reads the pointer; the destructor clears the pointer and then reads the count. So either this thread
+    // finds no instance, or the destructor waits for it. A thread that finds none gives its count back at once, so that the
+    // destructor does not wait for newcomers.
     ++s_InstanceUsers;
     m_instance = std::atomic_ref(s_Instance).load();
     if (m_instance == nullptr) {
@@ -64,17 +75,25 @@ CBeanFrame::InstanceUse::~InstanceUse()
     }
 }
 
+template <class Enqueue>
+bool CBeanFrame::passOn(JNIEnv* env, jstring javaText, Enqueue&& enqueue)
+{
+    SharedText text;
+    JNIHelper::javaStringToText(&text, env, javaText);
+    LOG_PLAIN(FINE, "text=" << text.narrow());
+    const InstanceUse instance;
+    if (instance.get() == nullptr) {
+        return false;
+    }
+    enqueue(*instance.get(), text);
+    return true;
+}
+
 void JNICALL CBeanFrame::NativeOnControlReady(JNIEnv* env, jobject, jstring javaText)
 {
     guardNative([&] {
         LOG_SCOPE_STATIC(FINE, "CBeanFrame::NativeOnControlReady");
-        SharedText text;
-        JNIHelper::javaStringToText(&text, env, javaText);
-        LOG(FINE, "text=" << text.narrow());
-        const InstanceUse instance;
-        if (instance.get()) {
-            instance.get()->enqueueOnControlReady(text.bstr());
-        } else {
+        if (!passOn(env, javaText, [](CBeanFrame& frame, SharedText& text) { frame.enqueueOnControlReady(text.bstr()); })) {
             LOG(INFO, "Dropped ControlReady Event, no corresponding bean frame was found...");
         }
     });
@@ -84,13 +103,7 @@ void JNICALL CBeanFrame::NativeOnCustomEvent(JNIEnv* env, jobject, jstring javaT
 {
     guardNative([&] {
         LOG_SCOPE_STATIC(FINE, "CBeanFrame::NativeOnCustomEvent");
-        SharedText text;
-        JNIHelper::javaStringToText(&text, env, javaText);
-        LOG(FINE, "text=" << text.narrow());
-        const InstanceUse instance;
-        if (instance.get()) {
-            instance.get()->enqueueOnCustomEvent(text.bstr());
-        } else {
+        if (!passOn(env, javaText, [](CBeanFrame& frame, SharedText& text) { frame.enqueueOnCustomEvent(text.bstr()); })) {
             LOG(WARN, "Dropped custom event, no corresponding bean frame was found...");
         }
     });
@@ -100,47 +113,44 @@ void JNICALL CBeanFrame::NativeTestBridgeEvent(JNIEnv* env, jobject, jstring jav
 {
     guardNative([&] {
         LOG_SCOPE_STATIC(FINE, "CBeanFrame::NativeTestBridgeEvent");
-        SharedText text;
-        JNIHelper::javaStringToText(&text, env, javaText);
-        LOG(FINE, "text=" << text.narrow());
-        text.append("js"); // this hop's letters in the round trip
-        const InstanceUse instance;
-        if (instance.get()) {
-            instance.get()->enqueueTestBridgeEvent(text.bstr(), static_cast<DWORD>(delay));
-        } else {
+        const auto enqueue = [&](CBeanFrame& frame, SharedText& text) {
+            text.append("js"); // this hop's letters in the round trip
+            frame.enqueueTestBridgeEvent(text.bstr(), static_cast<DWORD>(delay));
+        };
+        if (!passOn(env, javaText, enqueue)) {
             LOG(WARN, "Dropped TestBridgeEvent, no corresponding bean frame was found...");
         }
     });
 }
 
+void CBeanFrame::queueUnlessDead(BSTR text, Handler handler, DWORD delay, const char* dropped)
+{
+    if (isClientAlive()) {
+        queueEvent(text, handler, delay);
+    } else {
+        LOG(WARN, dropped);
+    }
+}
+
 void CBeanFrame::enqueueOnControlReady(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::enqueueOnControlReady", text);
-    if (isClientAlive()) {
-        queueEvent(text, &CBeanFrame::processOnControlReady, 0);
-    } else {
-        LOG(WARN, "Dropped ontrolReady Event, client seems to be not alive anymore..."); // spelled so; log readers search for it
-    }
+    // Spelled so; log readers search for it.
+    queueUnlessDead(text, &CBeanFrame::processOnControlReady, 0,
+                    "Dropped ontrolReady Event, client seems to be not alive anymore...");
 }
 
 void CBeanFrame::enqueueOnCustomEvent(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::enqueueOnCustomEvent", text);
-    if (isClientAlive()) {
-        queueEvent(text, &CBeanFrame::processOnCustomEvent, 0);
-    } else {
-        LOG(WARN, "Dropped custom event, client seems to be not alive anymore...");
-    }
+    queueUnlessDead(text, &CBeanFrame::processOnCustomEvent, 0, "Dropped custom event, client seems to be not alive anymore...");
 }
 
 void CBeanFrame::enqueueTestBridgeEvent(BSTR text, DWORD delay)
 {
     LOG_SCOPE(FINE, "CBeanFrame::enqueueTestBridgeEvent", text << "," << delay);
-    if (isClientAlive()) {
-        queueEvent(text, &CBeanFrame::processTestBridgeEvent, delay);
-    } else {
-        LOG(WARN, "Dropped TestBridgeEvent, client seems to be not alive anymore...");
-    }
+    queueUnlessDead(text, &CBeanFrame::processTestBridgeEvent, delay,
+                    "Dropped TestBridgeEvent, client seems to be not alive anymore...");
 }
 
 void CBeanFrame::queueEvent(BSTR text, Handler handler, DWORD delay)
@@ -159,7 +169,7 @@ void CBeanFrame::queueEvent(BSTR text, Handler handler, DWORD delay)
         const void* const queued = entry.release(); // owned by the queue now
         LOG(TRACE, "queued new event: " << queued);
     }
-    // A timer of 0xFFFFFFFF never fires; its entry is due at once and goes out with the next message.
+    // With a delay of 0xFFFFFFFF the timer never fires, but the entry is due at once and goes out with the next message.
     if (delay != 0) {
         startTimer(delay);
     } else {
@@ -167,7 +177,7 @@ void CBeanFrame::queueEvent(BSTR text, Handler handler, DWORD delay)
     }
 }
 
-// The timer is never deleted: it fires once, and the default timer queue ends with the process.
+// The timer is never deleted: it fires once, and the default timer queue lives as long as the process.
 void CBeanFrame::startTimer(DWORD delay)
 {
     HANDLE timer = nullptr;
@@ -184,7 +194,7 @@ void CALLBACK CBeanFrame::timerRoutine(void*, BOOLEAN)
 
 void CBeanFrame::postProcessEventQueue()
 {
-    // A full message queue refuses the post, which needs no care: each of the messages in it drains every due entry.
+    // A full message queue may refuse the post: any message already in it drains every due entry.
     s_MessagePosted = true;
     PostThreadMessageA(s_MainThreadId, WM_PROCESSEVENTQUEUE, 0, 0);
 }
@@ -198,9 +208,8 @@ void CBeanFrame::repostSwallowedMessage()
     }
 }
 
-// Under the queue's lock; null when nothing is to be processed now. Unsigned 32-bit arithmetic throughout, so that the clock may
-// wrap.
-CBeanFrame::QueueEntry* CBeanFrame::takeDueEntry(DWORD now)
+// Called under the queue's lock. All arithmetic is unsigned and 32 bits wide, so that the clock may wrap.
+CBeanFrame::QueueEntry* CBeanFrame::findDueEntry(DWORD now)
 {
     if (::isLogEnabled(LOG_SOURCE, __LINE__, LOGLEVEL_FINE)) {
         for (const QueueEntry* const entry : s_EventQueue) {
@@ -211,9 +220,9 @@ CBeanFrame::QueueEntry* CBeanFrame::takeDueEntry(DWORD now)
             }
         }
     }
-    // Of the due entries the one that became due last is required, not the oldest: clients rely on the latest state coming first.
-    // Going back from now around the circle of 2^32, the first due time met is the one with the smallest elapsed time; when that
-    // is not below the limit, everything in the queue lies in the future or became due too long ago.
+    // Deliberately not the oldest of the due entries but the one that became due last: clients rely on the latest state coming
+    // first. Its due time is the first one met when going back from now around the circle of 2^32. When that is too long ago, all
+    // others lie even further back, which is to say too long ago or in the future.
     auto place = s_EventIndex.upper_bound(now);
     if (place == s_EventIndex.begin()) {
         place = s_EventIndex.end();
@@ -225,43 +234,46 @@ CBeanFrame::QueueEntry* CBeanFrame::takeDueEntry(DWORD now)
     return s_EventIndex.lower_bound(place->first)->second;
 }
 
-// Under the queue's lock. A timer that ran ahead of the queue's clock has posted its message while its entry still lay in the
-// future: nothing else would come for that entry, so one more timer is started.
-void CBeanFrame::awaitNearEntry(DWORD now)
+// Called under the queue's lock. Timers may run ahead of the queue's clock; their message then arrives before their entry is due,
+// and no other message would follow. Returns the ms until such an entry is due, so that one more timer can be started; otherwise
+// 0.
+DWORD CBeanFrame::delayOfNearEntry(DWORD now)
 {
     auto next = s_EventIndex.upper_bound(now);
     if (next == s_EventIndex.end()) {
         next = s_EventIndex.begin();
     }
     const DWORD ahead = next->first - now;
-    if (ahead != 0 && ahead <= TICK_COUNT_STEP) {
-        startTimer(ahead);
-    }
+    return ahead <= TICK_COUNT_STEP ? ahead : 0;
 }
 
 HRESULT CBeanFrame::processEventQueue()
 {
     LOG_SCOPE_STATIC(FINE, "CBeanFrame::processEventQueue");
-    s_MessagePosted = false; // what was posted so far is answered by this pass
+    s_MessagePosted = false; // this pass answers everything posted so far
     for (;;) {
         std::unique_ptr<QueueEntry> entry;
+        DWORD delay = 0;
         {
             CComCritSecLock lock(s_EventQueueLock);
             if (s_EventQueue.empty()) {
                 return S_OK;
             }
             const DWORD now = s_TickCount();
-            entry.reset(takeDueEntry(now));
+            entry.reset(findDueEntry(now));
             if (entry) {
                 s_EventQueue.erase(entry->place);
                 s_EventIndex.erase(entry->indexPlace);
                 LOG(FINE, "QueueEntry " << static_cast<const void*>(entry.get()) << " expired, removing from queue ("
                                         << entry->dueTime << "<=" << now << ")");
             } else {
-                awaitNearEntry(now);
+                delay = delayOfNearEntry(now);
             }
         }
         if (!entry) {
+            if (delay != 0) {
+                startTimer(delay);
+            }
             LOG(FINE, "could not find QueueEntry to process");
             return S_OK;
         }
@@ -271,7 +283,7 @@ HRESULT CBeanFrame::processEventQueue()
     }
 }
 
-// The handler may end this object (a client that releases inside its sink, the watchdog): nothing of it is touched afterwards.
+// The handler may delete this object (a client that releases inside its sink, the watchdog): nothing of it is used afterwards.
 HRESULT CBeanFrame::processQueueEntry(QueueEntry* entry)
 {
     LOG_SCOPE(FINE, "CBeanFrame::processQueueEntry");
@@ -282,26 +294,17 @@ HRESULT CBeanFrame::processQueueEntry(QueueEntry* entry)
 void CBeanFrame::processOnControlReady(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::processOnControlReady", text);
-    if (EventTarget* const target = eventTarget()) {
-        const CComPtr<IUnknown> hold(target->targetUnknown());
-        target->fireControlReady(text);
-    }
+    fire(&EventTarget::Fire_controlReady, text);
 }
 
 void CBeanFrame::processOnCustomEvent(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::processOnCustomEvent", text);
-    if (EventTarget* const target = eventTarget()) {
-        const CComPtr<IUnknown> hold(target->targetUnknown());
-        target->fireCustomEvent(text);
-    }
+    fire(&EventTarget::Fire_customEvent, text);
 }
 
 void CBeanFrame::processTestBridgeEvent(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::processTestBridgeEvent", text);
-    if (EventTarget* const target = eventTarget()) {
-        const CComPtr<IUnknown> hold(target->targetUnknown());
-        target->fireTestBridgeEvent(text);
-    }
+    fire(&EventTarget::Fire_testBridgeEvent, text);
 }

@@ -1,6 +1,7 @@
 #include "beanframe/BeanFrame.h"
 
 #include "atl/enumerator.h"
+#include "beanframe/EventTarget.h"
 #include "javabridge/JavaManagerJNIClient.h"
 
 #define LOG_SOURCE "BeanFrame"
@@ -9,8 +10,8 @@ namespace {
 
 constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
 
-// Takes back the references that COM holds for its clients on an object and on what it handed out. A connection point counts on
-// its object but has an identity of its own, and an enumerator refers to connection points.
+// Takes back the references that COM holds for its clients, on the object and on what it handed out: connection points, which
+// count on their object but have an identity of their own, and enumerators, which refer to connection points.
 void disconnectClients(IUnknown* object)
 {
     CComPtr<IConnectionPointContainer> container;
@@ -32,7 +33,7 @@ void disconnectClients(IUnknown* object)
 HRESULT CBeanFrame::pushWindowHandle(int wndhandle)
 {
     LOG_SCOPE(INFO, "CBeanFrame::pushWindowHandle", wndhandle);
-    // Window handles have 32 significant bits and are widened by sign extension.
+    // Window handles have 32 significant bits; Windows widens them by sign extension.
     clientWindow = reinterpret_cast<HWND>(static_cast<INT_PTR>(wndhandle));
     CJavaManagerJNIClient* const client = CJavaManagerJNIClient::s_Instance;
     const HRESULT result = client != nullptr ? client->addBean(frameObject, beanObject) : E_FAIL;
@@ -70,8 +71,8 @@ void CBeanFrame::processWatchDogEvent(BSTR text)
     LOG(WARN, "Client seems to be not alive... releasing event sinks.");
     LOG(WARN, "Releasing ATL object.");
 
-    // COM holds references on behalf of the dead client and would use them after the object is gone. The object is held, COM's
-    // references are taken back, and then everything that is left is released, whoever believes to own it.
+    // COM holds references on behalf of the dead client and would use them after the object is gone: they are taken back first.
+    // Then every remaining reference is released, no matter who holds it.
     IUnknown* const object = eventTarget()->targetUnknown();
     object->AddRef();
     disconnectClients(object);
@@ -80,6 +81,6 @@ void CBeanFrame::processWatchDogEvent(BSTR text)
         LOG(TRACE, "More objects to release...");
         count = eventTarget()->targetUnknown()->Release();
     }
-    // The bean frame went with the object: no member is touched from here on.
+    // The object took the bean frame with it: no member may be used from here on.
     LOG_PLAIN(INFO, "Releasing all sinks and objects done");
 }

@@ -7,14 +7,15 @@
 #include <oaidl.h>
 
 // Main thread only. Firing calls every connected sink and may therefore re-enter the server: while it runs the client may call
-// in, release the object or die.
+// in, release the object or die. The caller holds a reference.
 class EventTarget
 {
 public:
     virtual IUnknown* targetUnknown() = 0; // not counted
-    virtual HRESULT fireControlReady(BSTR text) = 0;
-    virtual HRESULT fireCustomEvent(BSTR text) = 0;
-    virtual HRESULT fireTestBridgeEvent(BSTR text) = 0;
+    // Each returns the last sink's result, S_OK without sinks.
+    virtual HRESULT Fire_testBridgeEvent(BSTR text) = 0;
+    virtual HRESULT Fire_controlReady(BSTR arg0) = 0;
+    virtual HRESULT Fire_customEvent(BSTR arg0) = 0;
 
 protected:
     ~EventTarget() = default;

@@ -11,7 +11,7 @@ namespace {
 
 constexpr DWORD MODULE_PATH_SIZE = 260;
 
-// The control archive beside the executable; "" when the executable's path cannot be had.
+// The control archive beside the executable; "" without the executable's path.
 std::string defaultBasisControl()
 {
     char path[MODULE_PATH_SIZE + 1] = {};
@@ -37,29 +37,35 @@ CJavaManagerATLObject::CJavaManagerATLObject()
         return;
     }
     s_Instance = this;
-    // The object exists whatever happens on the way to its frame.
-    const HRESULT hr = AtlGuard([&]() -> HRESULT {
-        const std::string defaultControl = defaultBasisControl();
-        std::string basiscontrol = CRegistry(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS)
-                                       .getStringValue("basiscontrol", defaultControl.c_str());
-        if (!doesFileExist(basiscontrol) && basiscontrol != defaultControl && doesFileExist(defaultControl)) {
-            basiscontrol = defaultControl;
-        }
-        LOG(FINE, "Basiscontrol path: " << basiscontrol);
-        RETURN_IF_FALSE(doesFileExist(basiscontrol), S_OK);
-
-        CBeanFrame::createInstance(basiscontrol.c_str(), "com.orvane.tech.client.qmrt.win", "QMRTWinControl");
-        if (!CBeanFrame::s_Instance) {
-            LOG(ERROR, "Failed to create ATL object.");
-            return S_OK;
-        }
-        LOG_HRESULT(CBeanFrame::s_Instance->setVisible(true));
-        LOG(TRACE, "CHECKPOINT: Successfully created ATL object."); // also when the frame could not be shown
+    // From here on nothing may throw: the object would be freed, and s_Instance would still point to it.
+    const HRESULT hr = AtlGuard([&] {
+        createBeanFrame();
         return S_OK;
     });
     if (FAILED(hr)) {
-        LOG(ERROR, "Failed to create ATL object. " << getWindowsErrorText(static_cast<unsigned>(hr)));
+        // Only the number: the system's text would take memory, which may have run out.
+        LOG(ERROR, "Failed to create ATL object. " << std::hex << hr);
     }
+}
+
+void CJavaManagerATLObject::createBeanFrame()
+{
+    const std::string defaultControl = defaultBasisControl();
+    std::string basiscontrol =
+        CRegistry(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS).getStringValue("basiscontrol", defaultControl.c_str());
+    if (!doesFileExist(basiscontrol) && basiscontrol != defaultControl && doesFileExist(defaultControl)) {
+        basiscontrol = defaultControl;
+    }
+    LOG(FINE, "Basiscontrol path: " << basiscontrol);
+    RETURN_IF_FALSE(doesFileExist(basiscontrol), );
+
+    CBeanFrame::createInstance(basiscontrol.c_str(), "com.orvane.tech.client.qmrt.win", "QMRTWinControl");
+    if (CBeanFrame::s_Instance == nullptr) {
+        LOG(ERROR, "Failed to create ATL object.");
+        return;
+    }
+    LOG_HRESULT(CBeanFrame::s_Instance->setVisible(true));
+    LOG(TRACE, "CHECKPOINT: Successfully created ATL object."); // also when the frame could not be shown
 }
 
 CJavaManagerATLObject::~CJavaManagerATLObject()
@@ -106,16 +112,4 @@ bool CJavaManagerATLObject::doesFileExist(const std::string& path)
 IUnknown* CJavaManagerATLObject::targetUnknown()
 {
     return static_cast<IJavaManager*>(this);
-}
-HRESULT CJavaManagerATLObject::fireControlReady(BSTR text)
-{
-    return Fire_controlReady(text);
-}
-HRESULT CJavaManagerATLObject::fireCustomEvent(BSTR text)
-{
-    return Fire_customEvent(text);
-}
-HRESULT CJavaManagerATLObject::fireTestBridgeEvent(BSTR text)
-{
-    return Fire_testBridgeEvent(text);
 }

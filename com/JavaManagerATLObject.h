@@ -3,14 +3,12 @@
 //
 // Ownership: the first object of a process creates the bean frame; the destruction of any object deletes it.
 // Threads:   the server's single apartment thread only.
-// Failure:   creation never fails; a client finds out through getBeanFrameID (-1) that there is no frame. A failing call returns
-//            its HRESULT with COM error info whose description is the error backtrace of the log. No C++ exception leaves a
-//            method.
+// Failure:   creation never fails; getBeanFrameID tells a client (-1) that there is no frame. A failing call returns its HRESULT
+//            with COM error info whose description is the log's error backtrace. No C++ exception leaves a method.
 #pragma once
 
 #include "KESTAserver_h.h"
 #include "atl/atl.h"
-#include "beanframe/EventTarget.h"
 #include "com/JavaManagerEvents.h"
 #include "support/logger.h"
 
@@ -20,7 +18,6 @@ class CJavaManagerATLObject : public CComObjectRootEx<CComSingleThreadModel>,
                               public IConnectionPointContainerImpl<CJavaManagerATLObject>,
                               public CProxy_IJavaManagerEvents<CJavaManagerATLObject>,
                               public IDispatchImpl<IJavaManager, &IID_IJavaManager, &LIBID_KESTAserverLib, 1, 0>,
-                              public EventTarget,
                               public virtual Loggable
 {
 public:
@@ -40,8 +37,8 @@ public:
 
     DECLARE_REGISTRY_RESOURCEID(102)
 
-    // The first object constructed in the process. Never reset and never replaced: later objects stay inert, and after the
-    // object's end nothing asks for it, since the bean frame went with it.
+    // The first object constructed in the process. Deliberately never reset or replaced: later objects create no bean frame, and
+    // only a bean frame asks for the object, which ends with it.
     static CJavaManagerATLObject* s_Instance;
 
     // Called by the module at start and end of the server: keeps the Logger for as long as the class is registered.
@@ -49,7 +46,7 @@ public:
     HRESULT FinalConstruct();
     void FinalRelease();
 
-    // The same name whatever template the object was created through.
+    // Not the name of the CComObject template that the object is created through.
     const char* getLogClassName() const override;
 
     STDMETHOD(InterfaceSupportsErrorInfo)(REFIID riid) override;
@@ -73,9 +70,6 @@ public:
     STDMETHOD(pushWindowHandle)(int wndhandle) override;
 
     IUnknown* targetUnknown() override;
-    HRESULT fireControlReady(BSTR text) override;
-    HRESULT fireCustomEvent(BSTR text) override;
-    HRESULT fireTestBridgeEvent(BSTR text) override;
 
 protected:
     // Success codes become S_OK; a failure sets the COM error info from the log's error entries and is returned.
@@ -83,9 +77,11 @@ protected:
     bool doesFileExist(const std::string& path);
 
 private:
-    // The one call of a forwarding method.
+    // Finds the basis control, creates the bean frame and shows it. May throw.
+    void createBeanFrame();
+    // Makes a method's one call of the bean frame and gives the result to provideErrorInfo. Deliberately, some methods log the
+    // check for a bean frame in either case, the others only when it fails.
+    enum class FrameCheck { Logged, LoggedOnFailure };
     template <class Call>
-    HRESULT forward(Call&& call);
-    template <class Call>
-    HRESULT forwardChecked(Call&& call);
+    HRESULT forward(Call&& call, FrameCheck check = FrameCheck::LoggedOnFailure);
 };

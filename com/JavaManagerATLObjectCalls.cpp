@@ -18,26 +18,13 @@ bool beginsWith(BSTR text, std::wstring_view start)
 
 } // namespace
 
-// Forwards as it is; only a missing bean frame is noticed.
 template <class Call>
-HRESULT CJavaManagerATLObject::forward(Call&& call)
+HRESULT CJavaManagerATLObject::forward(Call&& call, FrameCheck check)
 {
     const HRESULT hr = AtlGuard([&]() -> HRESULT {
-        if (!CBeanFrame::s_Instance) {
-            LOG(ERROR, "CBeanFrame::s_Instance!=NULL: false");
-            return E_FAIL;
+        if (check == FrameCheck::Logged || !CBeanFrame::s_Instance) {
+            RETURN_IF_FALSE(CBeanFrame::s_Instance!=NULL, E_FAIL);
         }
-        return call(*CBeanFrame::s_Instance);
-    });
-    return provideErrorInfo(hr);
-}
-
-// Checks for the bean frame first, with its line in either case.
-template <class Call>
-HRESULT CJavaManagerATLObject::forwardChecked(Call&& call)
-{
-    const HRESULT hr = AtlGuard([&]() -> HRESULT {
-        RETURN_IF_FALSE(CBeanFrame::s_Instance!=NULL, E_FAIL);
         return call(*CBeanFrame::s_Instance);
     });
     return provideErrorInfo(hr);
@@ -56,138 +43,108 @@ HRESULT CJavaManagerATLObject::provideErrorInfo(HRESULT hr)
 
 STDMETHODIMP CJavaManagerATLObject::InterfaceSupportsErrorInfo(REFIID riid)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::InterfaceSupportsErrorInfo");
-        return riid == IID_IJavaManager ? S_OK : S_FALSE;
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::InterfaceSupportsErrorInfo");
+    return riid == IID_IJavaManager ? S_OK : S_FALSE;
 }
 
 STDMETHODIMP CJavaManagerATLObject::callMethod(BSTR arg0, BSTR arg1, BSTR* result)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::callMethod", arg0 << ", " << arg1);
-        return forward([&](CBeanFrame& frame) { return frame.callMethod(arg0, arg1, result); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::callMethod", arg0 << ", " << arg1);
+    return forward([&](CBeanFrame& frame) { return frame.callMethod(arg0, arg1, result); });
 }
 
 STDMETHODIMP CJavaManagerATLObject::callMethodCompressed(BSTR arg0, int arg1, BSTR arg2, BSTR* result)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::callMethodCompressed", arg0 << ", " << arg1 << ", " << arg2);
-        return forward([&](CBeanFrame& frame) { return frame.callMethodCompressed(arg0, arg1, arg2, result); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::callMethodCompressed", arg0 << ", " << arg1 << ", " << arg2);
+    return forward([&](CBeanFrame& frame) { return frame.callMethodCompressed(arg0, arg1, arg2, result); });
 }
 
 STDMETHODIMP CJavaManagerATLObject::displayDebugConsole(BSTR* result)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::displayDebugConsole");
-        return forward([&](CBeanFrame& frame) { return frame.displayDebugConsole(result); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::displayDebugConsole");
+    return forward([&](CBeanFrame& frame) { return frame.displayDebugConsole(result); });
 }
 
 STDMETHODIMP CJavaManagerATLObject::free(BSTR* result)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::free");
-        return forward([&](CBeanFrame& frame) { return frame.free(result); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::free");
+    return forward([&](CBeanFrame& frame) { return frame.free(result); });
 }
 
 STDMETHODIMP CJavaManagerATLObject::getBasisControlVersionInfo(BSTR* result)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::getBasisControlVersionInfo");
-        return forward([&](CBeanFrame& frame) { return frame.getBasisControlVersionInfo(result); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::getBasisControlVersionInfo");
+    return forward([&](CBeanFrame& frame) { return frame.getBasisControlVersionInfo(result); });
 }
 
 STDMETHODIMP CJavaManagerATLObject::getProperty(BSTR arg0, BSTR* result)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::getProperty", arg0);
-        return forward([&](CBeanFrame& frame) { return frame.getProperty(arg0, result); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::getProperty", arg0);
+    return forward([&](CBeanFrame& frame) { return frame.getProperty(arg0, result); });
 }
 
 STDMETHODIMP CJavaManagerATLObject::getVersionInfo(BSTR arg0, BSTR* result)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::getVersionInfo", arg0);
-        return forward([&](CBeanFrame& frame) { return frame.getVersionInfo(arg0, result); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::getVersionInfo", arg0);
+    return forward([&](CBeanFrame& frame) { return frame.getVersionInfo(arg0, result); });
 }
 
 STDMETHODIMP CJavaManagerATLObject::setLogLevel(int arg0, BSTR* result)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::setLogLevel", arg0);
-        return forward([&](CBeanFrame& frame) { return frame.setLogLevel(arg0, result); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::setLogLevel", arg0);
+    return forward([&](CBeanFrame& frame) { return frame.setLogLevel(arg0, result); });
 }
 
 STDMETHODIMP CJavaManagerATLObject::setProperty(BSTR arg0, BSTR arg1, BSTR* result)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::setProperty", arg0 << ", " << arg1);
-        return forward([&](CBeanFrame& frame) { return frame.setProperty(arg0, arg1, result); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::setProperty", arg0 << ", " << arg1);
+    return forward([&](CBeanFrame& frame) { return frame.setProperty(arg0, arg1, result); });
 }
 
 STDMETHODIMP CJavaManagerATLObject::setUsedControl(BSTR arg0, BSTR arg1, BSTR* result)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::setUsedControl", arg0 << ", " << arg1);
-        return forward([&](CBeanFrame& frame) { return frame.setUsedControl(arg0, arg1, result); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::setUsedControl", arg0 << ", " << arg1);
+    return forward([&](CBeanFrame& frame) { return frame.setUsedControl(arg0, arg1, result); });
 }
 
 STDMETHODIMP CJavaManagerATLObject::updateVersion(BSTR arg0, BSTR* result)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::updateVersion", arg0);
-        return forward([&](CBeanFrame& frame) { return frame.updateVersion(arg0, result); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::updateVersion", arg0);
+    return forward([&](CBeanFrame& frame) { return frame.updateVersion(arg0, result); });
 }
 
 STDMETHODIMP CJavaManagerATLObject::getBeanFrameID(int* uid)
 {
-    return AtlGuard([&]() -> HRESULT {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::getBeanFrameID");
-        if (!uid) {
-            return E_POINTER;
-        }
-        if (CBeanFrame::s_Instance) {
-            *uid = CBeanFrame::s_Instance->frameID;
-        } else {
-            LOG(WARN, "CBeanFrame::s_Instance==NULL, this object is a zombie; client should release it");
-            *uid = -1;
-        }
-        return S_OK;
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::getBeanFrameID");
+    if (uid == nullptr) {
+        return E_POINTER;
+    }
+    if (CBeanFrame::s_Instance != nullptr) {
+        *uid = CBeanFrame::s_Instance->frameID;
+    } else {
+        LOG(WARN, "CBeanFrame::s_Instance==NULL, this object is a zombie; client should release it");
+        *uid = -1;
+    }
+    return S_OK;
 }
 
 STDMETHODIMP CJavaManagerATLObject::validate()
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::validate");
-        return forwardChecked([&](CBeanFrame& frame) { return frame.validate(); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::validate");
+    return forward([&](CBeanFrame& frame) { return frame.validate(); }, FrameCheck::Logged);
 }
 
 STDMETHODIMP CJavaManagerATLObject::setBounds(int x, int y, int width, int height)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::setBounds", x << ", " << y << ", " << width << ", " << height);
-        return forwardChecked([&](CBeanFrame& frame) { return frame.setBounds(x, y, width, height); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::setBounds", x << ", " << y << ", " << width << ", " << height);
+    return forward([&](CBeanFrame& frame) { return frame.setBounds(x, y, width, height); }, FrameCheck::Logged);
 }
 
 // Every hop of the bridge appends its letter: "S" on the way down, "s" where the server itself turns the text around.
 STDMETHODIMP CJavaManagerATLObject::testBridge(BSTR text, int ttl, int delay)
 {
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::testBridge", text << ", " << ttl << ", " << delay);
     return AtlGuard([&]() -> HRESULT {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::testBridge", text << ", " << ttl << ", " << delay);
         CComBSTR forwarded;
         forwarded.Attach(CComBSTR::CopyOf(text));
         forwarded += L"S";
@@ -201,24 +158,20 @@ STDMETHODIMP CJavaManagerATLObject::testBridge(BSTR text, int ttl, int delay)
         }
         const CComPtr<IUnknown> hold(targetUnknown()); // a sink may release the object
         Fire_testBridgeEvent(forwarded);
-        // A way for clients to see what a failing call looks like.
+        // Lets clients see what a failing call looks like.
         return beginsWith(text, FAILING_TEXT) ? provideErrorInfo(E_FAIL) : S_OK;
     });
 }
 
 STDMETHODIMP CJavaManagerATLObject::enable(VARIANT_BOOL enabled)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::enable", enabled);
-        // Only VARIANT_TRUE enables; any other non-zero value disables, deliberately.
-        return forwardChecked([&](CBeanFrame& frame) { return frame.setEnabled(enabled == VARIANT_TRUE); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::enable", enabled);
+    // Only VARIANT_TRUE enables; any other non-zero value disables, deliberately.
+    return forward([&](CBeanFrame& frame) { return frame.setEnabled(enabled == VARIANT_TRUE); }, FrameCheck::Logged);
 }
 
 STDMETHODIMP CJavaManagerATLObject::pushWindowHandle(int wndhandle)
 {
-    return AtlGuard([&] {
-        LOG_SCOPE(INFO, "CJavaManagerATLObject::pushWindowHandle", wndhandle);
-        return forwardChecked([&](CBeanFrame& frame) { return frame.pushWindowHandle(wndhandle); });
-    });
+    LOG_SCOPE(INFO, "CJavaManagerATLObject::pushWindowHandle", wndhandle);
+    return forward([&](CBeanFrame& frame) { return frame.pushWindowHandle(wndhandle); }, FrameCheck::Logged);
 }

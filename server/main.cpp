@@ -20,14 +20,14 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR lpCmdLine, int nShowCmd)
     } catch (...) {
         LOG(ERROR, "Unexpected exception in main class");
     }
-    // The Java side is cleaned up whatever happened to the module.
+    // Also after an exception of the module.
     try {
         CJavaManagerJNIClient::cleanUp();
     } catch (...) {
         LOG(ERROR, "Unexpected exception in main class");
     }
-    // Silent only from here on, so that the process can end without error boxes while the Java runtime and the runtime libraries
-    // unload; a fault before this point should be seen.
+    // Deliberately only now: error boxes are unwanted while the Java runtime and the runtime libraries unload, but a fault before
+    // that should be seen.
     LOG_HRESULT(CHelpers::setErrorModeSilent());
     return result;
 }

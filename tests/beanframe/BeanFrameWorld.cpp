@@ -1,15 +1,21 @@
 #include "tests/beanframe/BeanFrameWorld.h"
 
-#include <sstream>
-
 EventTarget* eventTarget()
 {
     return RecordingTarget::s_current;
 }
 
-HRESULT RecordingTarget::fire(const char* event, BSTR text)
+bool isQueueLocked()
 {
-    const std::string call = std::string(event) + " " + (text != nullptr ? narrowText(text) : "(null)");
+    // The critical section is the class's first member.
+    const auto& section = reinterpret_cast<const CRITICAL_SECTION&>(FrameAccess::s_EventQueueLock);
+    return section.OwningThread == ULongToHandle(GetCurrentThreadId());
+}
+
+HRESULT RecordingTarget::fire(const std::string& event, BSTR text)
+{
+    EXPECT_FALSE(isQueueLocked());
+    const std::string call = event + (text != nullptr ? narrowText(text) : "(null)");
     calls.push_back(call);
     events.push_back(call);
     if (onFire) {
@@ -18,21 +24,22 @@ HRESULT RecordingTarget::fire(const char* event, BSTR text)
     return answer;
 }
 
-HRESULT STDMETHODCALLTYPE RecordingTarget::QueryInterface(REFIID iid, void** object)
+HRESULT STDMETHODCALLTYPE RecordingTarget::QueryInterface(REFIID, void** object)
 {
-    *object = iid == IID_IMarshal ? &m_marshaler : nullptr;
-    return *object != nullptr ? S_OK : E_NOINTERFACE;
+    *object = nullptr;
+    return E_NOINTERFACE;
 }
 
 ULONG STDMETHODCALLTYPE RecordingTarget::AddRef()
 {
-    calls.push_back("AddRef");
+    calls.emplace_back("AddRef");
     return ++references;
 }
 
 ULONG STDMETHODCALLTYPE RecordingTarget::Release()
 {
-    calls.push_back("Release");
+    EXPECT_FALSE(isQueueLocked());
+    calls.emplace_back("Release");
     const ULONG count = --references;
     if (count == 0 && onLastRelease) {
         onLastRelease();
@@ -40,43 +47,29 @@ ULONG STDMETHODCALLTYPE RecordingTarget::Release()
     return count;
 }
 
-HRESULT STDMETHODCALLTYPE RecordingTarget::Marshaler::DisconnectObject(DWORD)
-{
-    m_target.calls.push_back("DisconnectObject");
-    if (m_target.onDisconnect) {
-        m_target.onDisconnect();
-    }
-    return S_OK;
-}
-
 BeanFrameWorld::BeanFrameWorld()
 {
-    world.setPreference("loglevel", LOGLEVEL_TRACE);
-    world.setPreference("logpath", "");
-    world.start();
     s_now = 1000;
     FrameAccess::s_TickCount = testClock;
     FrameAccess::s_MessagePosted = false;
     takeMessages(); // gives this thread its message queue
-    stream.clear();
 }
 
 BeanFrameWorld::~BeanFrameWorld()
 {
     if (java) {
-        java->insideVoidMethods = java->insideObjectMethods = nullptr;
+        java->insideMethods = nullptr;
     }
     if (CBeanFrame::s_Instance != nullptr) {
         CBeanFrame::deleteInstance();
     }
-    EXPECT_TRUE(isQueueUnlocked()) << "every path gives the lock back";
+    EXPECT_FALSE(isQueueLocked()) << "every path gives the lock back";
     FrameAccess::s_EventQueue.clear();
     FrameAccess::s_EventIndex.clear();
     if (!java) {
         CJavaManagerJNIClient::cleanUp();
     }
     FrameAccess::s_TickCount = GetTickCount;
-    takeMessages();
 }
 
 void BeanFrameWorld::createFrame()
@@ -87,25 +80,13 @@ void BeanFrameWorld::createFrame()
     stream.clear();
 }
 
-void BeanFrameWorld::queue(const char* text, FrameAccess::Handler handler, DWORD delay)
+std::vector<UINT> BeanFrameWorld::takeMessages()
 {
-    (frame().*&FrameAccess::queueEvent)(CComBSTR(text), handler, delay);
-}
-
-std::string BeanFrameWorld::address(const void* pointer)
-{
-    std::ostringstream text;
-    text << pointer;
-    return text.str();
-}
-
-std::vector<BeanFrameWorld::Message> BeanFrameWorld::takeMessages()
-{
-    std::vector<Message> result;
+    std::vector<UINT> result;
     MSG message;
     while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
         if (message.hwnd == nullptr) {
-            result.push_back({message.message, message.wParam, message.lParam});
+            result.push_back(message.message);
         }
     }
     return result;
@@ -116,13 +97,9 @@ bool BeanFrameWorld::waitForMessage()
     return MsgWaitForMultipleObjectsEx(0, nullptr, 10000, QS_POSTMESSAGE, MWMO_INPUTAVAILABLE) == WAIT_OBJECT_0;
 }
 
-bool BeanFrameWorld::isQueueUnlocked()
+// The queue reads its clock under its lock: an entry's due time is never older than those that were queued before it.
+DWORD WINAPI BeanFrameWorld::testClock()
 {
-    const auto take = [](void*) -> DWORD {
-        const CComCritSecLock lock(FrameAccess::s_EventQueueLock);
-        return 0;
-    };
-    // Waited for to its very end: one that still ended while the next one began has been seen to block the process for good.
-    const CHandle thread(CreateThread(nullptr, 0, take, nullptr, 0, nullptr));
-    return WaitForSingleObject(thread, 10000) == WAIT_OBJECT_0;
+    EXPECT_TRUE(isQueueLocked());
+    return s_now;
 }

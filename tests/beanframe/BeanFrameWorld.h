@@ -1,29 +1,26 @@
-// What the tests of the bean frame share: a process of its own for the log, a COM object that records, and ways to what the frame
-// keeps to itself.
+// What the tests of the bean frame share: a COM object that records, a recording Java side, and access to what the frame keeps to
+// itself.
 #pragma once
 
 #include "beanframe/BeanFrame.h"
+#include "beanframe/EventTarget.h"
 #include "tests/beanframe/JavaSide.h"
-#include "tests/beanframe/ModuleLines.h"
-#include "tests/support/fixtures.h"
-
-#include <gtest/gtest.h>
+#include "tests/beanframe/LoggedTest.h"
 
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-// Opens the frame's protected parts.
 struct FrameAccess : CBeanFrame
 {
     using CBeanFrame::beanObject;
     using CBeanFrame::clientWindow;
-    using CBeanFrame::EntryIndex;
-    using CBeanFrame::EntryList;
     using CBeanFrame::eventsSuspended;
+    using CBeanFrame::findDueEntry;
     using CBeanFrame::frameObject;
     using CBeanFrame::Handler;
+    using CBeanFrame::InstanceUse;
     using CBeanFrame::listener;
     using CBeanFrame::processOnControlReady;
     using CBeanFrame::processOnCustomEvent;
@@ -39,12 +36,11 @@ struct FrameAccess : CBeanFrame
     using CBeanFrame::s_MainThreadId;
     using CBeanFrame::s_MessagePosted;
     using CBeanFrame::s_TickCount;
-    using CBeanFrame::takeDueEntry;
     using CBeanFrame::timerRoutine;
 };
 
-// The process's COM object as the frame sees it. Counts its references, notes what is called, and does what the test hangs in.
-class RecordingTarget final : public EventTarget, private IUnknown
+// The process's COM object as the frame sees it. Records what is called and expects the queue to be unlocked meanwhile.
+class RecordingTarget final : public EventTarget, public IUnknown
 {
 public:
     RecordingTarget() { s_current = this; }
@@ -52,60 +48,32 @@ public:
     RecordingTarget(const RecordingTarget&) = delete;
     RecordingTarget& operator=(const RecordingTarget&) = delete;
 
-    IUnknown* targetUnknown() override { return this; }
-    HRESULT fireControlReady(BSTR text) override { return fire("controlReady", text); }
-    HRESULT fireCustomEvent(BSTR text) override { return fire("customEvent", text); }
-    HRESULT fireTestBridgeEvent(BSTR text) override { return fire("testBridgeEvent", text); }
-
-    // "AddRef", "Release", "DisconnectObject" and the events with their texts.
+    // "AddRef", "Release" and the events with their texts.
     std::vector<std::string> calls;
     // The events alone.
     std::vector<std::string> events;
     ULONG references = 1;
-    // What firing returns.
-    HRESULT answer = S_OK;
+    HRESULT answer = S_OK; // to an event
     std::function<void(const std::string& event)> onFire;
-    std::function<void()> onDisconnect;
     std::function<void()> onLastRelease;
 
     // What eventTarget() answers.
     static inline EventTarget* s_current = nullptr;
 
-private:
-    // COM asks an object that marshals itself to take back its clients' references. Not counted with the object.
-    class Marshaler final : public IMarshal
-    {
-    public:
-        explicit Marshaler(RecordingTarget& target)
-            : m_target(target)
-        {
-        }
-        HRESULT STDMETHODCALLTYPE DisconnectObject(DWORD reserved) override;
-        HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-        ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-        ULONG STDMETHODCALLTYPE Release() override { return 1; }
-        HRESULT STDMETHODCALLTYPE GetUnmarshalClass(REFIID, void*, DWORD, void*, DWORD, CLSID*) override { return E_NOTIMPL; }
-        HRESULT STDMETHODCALLTYPE GetMarshalSizeMax(REFIID, void*, DWORD, void*, DWORD, DWORD*) override { return E_NOTIMPL; }
-        HRESULT STDMETHODCALLTYPE MarshalInterface(IStream*, REFIID, void*, DWORD, void*, DWORD) override { return E_NOTIMPL; }
-        HRESULT STDMETHODCALLTYPE UnmarshalInterface(IStream*, REFIID, void**) override { return E_NOTIMPL; }
-        HRESULT STDMETHODCALLTYPE ReleaseMarshalData(IStream*) override { return E_NOTIMPL; }
-
-    private:
-        RecordingTarget& m_target;
-    };
-
-    HRESULT fire(const char* event, BSTR text);
-
+    IUnknown* targetUnknown() override { return this; }
+    HRESULT Fire_testBridgeEvent(BSTR text) override { return fire("testBridgeEvent ", text); }
+    HRESULT Fire_controlReady(BSTR arg0) override { return fire("controlReady ", arg0); }
+    HRESULT Fire_customEvent(BSTR arg0) override { return fire("customEvent ", arg0); }
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
     ULONG STDMETHODCALLTYPE AddRef() override;
     ULONG STDMETHODCALLTYPE Release() override;
 
-    Marshaler m_marshaler{*this};
+private:
+    HRESULT fire(const std::string& event, BSTR text);
 };
 
-// A log at TRACE that goes to the debugger stream only, an empty registry (no Java runtime there), a clock that stands still
-// until the test moves it, and no bean frame yet.
-class BeanFrameWorld : public testing::Test
+// A clock that stands still until the test moves it, and no bean frame yet.
+class BeanFrameWorld : public LoggedTest
 {
 protected:
     BeanFrameWorld();
@@ -114,35 +82,33 @@ protected:
     // With a recording Java side below; from here on the log is collected anew.
     void createFrame();
     static CBeanFrame& frame() { return *CBeanFrame::s_Instance; }
-    static void queue(const char* text, FrameAccess::Handler handler, DWORD delay);
-
-    std::vector<std::string> lines() const { return moduleLines(stream, "BeanFrame"); }
-    // What stands between the level and the text in the lines of the frame.
-    static std::string object() { return "CBeanFrame " + std::to_string(GetCurrentProcessId()) + " "; }
-    static std::string address(const void* pointer);
-
-    // The messages in this thread's queue, taken out: message, wParam and lParam.
-    struct Message
+    // A client whose window is gone.
+    static void killClient() { frame().*& FrameAccess::clientWindow = reinterpret_cast<HWND>(-2); }
+    void customEvent(const char* text)
     {
-        UINT number;
-        WPARAM wParam;
-        LPARAM lParam;
-        bool operator==(const Message&) const = default;
-    };
-    static std::vector<Message> takeMessages();
-    // Until the next thread message is there, at most ten seconds. It stays in the queue.
+        CBeanFrame::NativeOnCustomEvent(environment.env(), nullptr, NativeEnvironment::text(text));
+    }
+    static void queue(const char* text, FrameAccess::Handler handler = &FrameAccess::processOnCustomEvent, DWORD delay = 0)
+    {
+        (frame().*&FrameAccess::queueEvent)(CComBSTR(text), handler, delay);
+    }
+    static HRESULT processAt(DWORD now)
+    {
+        s_now = now;
+        return CBeanFrame::processEventQueue();
+    }
+    // Takes the messages out of this thread's queue.
+    static std::vector<UINT> takeMessages();
+    // Until a thread message is there, at most ten seconds. It stays in the queue.
     static bool waitForMessage();
-    // Whether another thread gets the queue's lock, within ten seconds.
-    static bool isQueueUnlocked();
 
-    static constexpr Message PROCESS_QUEUE = {0x8003, 0, 0};
-
-    static DWORD WINAPI testClock() { return s_now; }
+    static DWORD WINAPI testClock();
     static inline DWORD s_now = 0;
 
-    fixtures::LoggerWorld world;
     NativeEnvironment environment;
     std::optional<JavaSide> java;
     RecordingTarget target;
-    fixtures::DebugStream stream;
 };
+
+// Whether this thread holds the queue's lock.
+bool isQueueLocked();

@@ -5,6 +5,7 @@
 #include "tests/javabridge/RecordingJni.h"
 
 #include <functional>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -19,9 +20,18 @@ public:
         s_current = this;
         m_recorded = jni.env()->functions;
         m_functions = *m_recorded;
-        m_functions.CallVoidMethodV = callVoidMethod;
-        m_functions.CallObjectMethodV = callObjectMethod;
-        m_functions.NewGlobalRef = newGlobalRef;
+        m_functions.CallVoidMethodV = [](JNIEnv* env, jobject object, jmethodID method, va_list arguments) {
+            s_current->m_recorded->CallVoidMethodV(env, object, method, arguments);
+            s_current->runInside();
+        };
+        m_functions.CallObjectMethodV = [](JNIEnv* env, jobject object, jmethodID method, va_list arguments) {
+            const jobject answer = s_current->m_recorded->CallObjectMethodV(env, object, method, arguments);
+            s_current->runInside();
+            return answer;
+        };
+        m_functions.NewGlobalRef = [](JNIEnv* env, jobject object) {
+            return s_current->globalsUntilRefusal-- == 0 ? nullptr : s_current->m_recorded->NewGlobalRef(env, object);
+        };
         jni.env()->functions = &m_functions;
     }
     ~JavaSide()
@@ -32,49 +42,27 @@ public:
     JavaSide(const JavaSide&) = delete;
     JavaSide& operator=(const JavaSide&) = delete;
 
-    // The record's calls of Java methods since the last take, without look-ups and reference keeping.
+    // The recorded calls of Java methods since the last take, without packages of objects, look-ups and reference keeping.
     std::vector<std::string> takeMethodCalls()
     {
-        std::vector<std::string> result;
-        for (const std::string& call : jni.takeCalls()) {
-            if (call.starts_with("Call") || call.starts_with("NewObject(")) {
-                result.push_back(call);
-            }
+        static const std::regex s_package("global [a-z/]+/");
+        std::vector<std::string> result = jni.takeCalls();
+        std::erase_if(result, [](const std::string& call) { return !call.starts_with("Call"); });
+        for (std::string& call : result) {
+            call = std::regex_replace(call, s_package, "");
         }
         return result;
     }
 
     RecordingJni jni;
-    // Runs inside each Java method without result, as Java code does that calls a native of the listener.
-    std::function<void()> insideVoidMethods;
-    // The same for methods with a result.
-    std::function<void()> insideObjectMethods;
+    // Runs inside each Java method, as Java code does that calls a native of the listener.
+    std::function<void()> insideMethods;
     // How many global references are still given before one is refused; a negative number refuses none.
     int globalsUntilRefusal = -1;
     // The next frame gets the id that follows.
     void setLastFrameId(int id) { m_client.setLastFrameId(id); }
 
 private:
-    static void JNICALL callVoidMethod(JNIEnv* env, jobject object, jmethodID method, va_list arguments)
-    {
-        s_current->m_recorded->CallVoidMethodV(env, object, method, arguments);
-        if (s_current->insideVoidMethods) {
-            s_current->insideVoidMethods();
-        }
-    }
-    static jobject JNICALL callObjectMethod(JNIEnv* env, jobject object, jmethodID method, va_list arguments)
-    {
-        const jobject answer = s_current->m_recorded->CallObjectMethodV(env, object, method, arguments);
-        if (s_current->insideObjectMethods) {
-            s_current->insideObjectMethods();
-        }
-        return answer;
-    }
-    static jobject JNICALL newGlobalRef(JNIEnv* env, jobject object)
-    {
-        return s_current->globalsUntilRefusal-- == 0 ? nullptr : s_current->m_recorded->NewGlobalRef(env, object);
-    }
-
     class Client : public CJavaManagerJNIClient
     {
     public:
@@ -86,6 +74,14 @@ private:
         ~Client() override = default;
         void setLastFrameId(int id) { m_UniqueWindowID = id; }
     };
+
+    void runInside() const
+    {
+        if (insideMethods) {
+            insideMethods();
+        }
+    }
+
     static inline JavaSide* s_current = nullptr;
     Client m_client;
     const JNINativeInterface_* m_recorded;

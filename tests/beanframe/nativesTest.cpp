@@ -1,366 +1,185 @@
-// The natives that Java calls, on Java's threads and while the frame comes and goes.
+// The way of an event from the native that Java calls to the sinks: each kind of event with its lines, whole.
 #include "tests/beanframe/BeanFrameWorld.h"
 
 #include <gmock/gmock.h>
 
-#include <atomic>
-#include <set>
-#include <thread>
+#include <format>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::SizeIs;
+
+namespace {
+
+struct Kind
+{
+    const char* native;
+    const char* enqueue;
+    DWORD delay;
+    const char* process;
+    const char* event;
+    const char* withoutFrame;
+    const char* withoutClient;
+};
+
+const Kind KINDS[] = {
+    {"NativeOnControlReady", "enqueueOnControlReady a", 0, "processOnControlReady a", "controlReady a",
+     "INFO Dropped ControlReady Event, no corresponding bean frame was found...",
+     "WARN @frame Dropped ontrolReady Event, client seems to be not alive anymore..."},
+    {"NativeOnCustomEvent", "enqueueOnCustomEvent a", 0, "processOnCustomEvent a", "customEvent a",
+     "WARN Dropped custom event, no corresponding bean frame was found...",
+     "WARN @frame Dropped custom event, client seems to be not alive anymore..."},
+    {"NativeTestBridgeEvent", "enqueueTestBridgeEvent ajs,50000", 50000, "processTestBridgeEvent ajs", "testBridgeEvent ajs",
+     "WARN Dropped TestBridgeEvent, no corresponding bean frame was found...",
+     "WARN @frame Dropped TestBridgeEvent, client seems to be not alive anymore..."},
+};
+
+} // namespace
 
 class NativesTest : public BeanFrameWorld
 {
 protected:
-    void controlReady(const char* text)
+    void call(const Kind& kind, jstring text = NativeEnvironment::text("a"), jint delay = 50000)
     {
-        CBeanFrame::NativeOnControlReady(environment.env(), nullptr, NativeEnvironment::text(text));
-    }
-    void customEvent(const char* text)
-    {
-        CBeanFrame::NativeOnCustomEvent(environment.env(), nullptr, NativeEnvironment::text(text));
-    }
-    void testBridge(const char* text, jint delay)
-    {
-        CBeanFrame::NativeTestBridgeEvent(environment.env(), nullptr, NativeEnvironment::text(text), delay);
-    }
-    // A client window that has no parent.
-    static void killClient() { frame().*& FrameAccess::clientWindow = GetDesktopWindow(); }
-    // Lines of natives and enqueue operations, without those of what they call.
-    std::vector<std::string> eventLines()
-    {
-        std::vector<std::string> result;
-        for (const std::string& line : lines()) {
-            if (line.find("isClientAlive") == std::string::npos && line.find("queueEvent") == std::string::npos &&
-                line.find("queued new event") == std::string::npos && line.find("Frame's window") == std::string::npos) {
-                result.push_back(line);
-            }
+        stream.clear();
+        if (&kind == &KINDS[0]) {
+            CBeanFrame::NativeOnControlReady(environment.env(), nullptr, text);
+        } else if (&kind == &KINDS[1]) {
+            CBeanFrame::NativeOnCustomEvent(environment.env(), nullptr, text);
+        } else {
+            CBeanFrame::NativeTestBridgeEvent(environment.env(), nullptr, text, delay);
         }
-        return result;
     }
 };
 
-TEST_F(NativesTest, ControlReadyIsQueued)
+TEST_F(NativesTest, EventsAreQueuedAndThenFired)
 {
     createFrame();
-    controlReady("ready");
-    EXPECT_THAT(eventLines(),
-                ElementsAre("FINE -> NativeOnControlReady ", "FINE text=ready",
-                            "FINE -> " + object() + "enqueueOnControlReady ready",
-                            "FINE <- " + object() + "enqueueOnControlReady ready", "FINE <- NativeOnControlReady "));
-    EXPECT_THAT(takeMessages(), ElementsAre(PROCESS_QUEUE));
-    EXPECT_THAT(target.calls, IsEmpty()) << "not on the calling thread";
-    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-    EXPECT_THAT(target.events, ElementsAre("controlReady ready"));
+    for (const Kind& kind : KINDS) {
+        const std::string native = std::string(kind.native) + " ";
+        const std::string enqueue = std::string("@frame ") + kind.enqueue;
+        const std::string queueEvent = "@frame queueEvent " + std::to_string(kind.delay);
+        call(kind);
+        EXPECT_THAT(lines({"BeanFrame"}),
+                    ElementsAre("FINE -> " + native, "FINE text=a", "FINE -> " + enqueue, "FINE -> @frame isClientAlive ",
+                                "TRACE @frame Frame's window not yet set, thus no check!", "FINE <- @frame isClientAlive ",
+                                "FINE -> " + queueEvent, "TRACE @frame queued new event: #1", "FINE <- " + queueEvent,
+                                "FINE <- " + enqueue, "FINE <- " + native));
+        EXPECT_THAT(target.calls, IsEmpty()) << "not on the calling thread";
+
+        const std::string process = std::string("@frame ") + kind.process;
+        stream.clear();
+        EXPECT_EQ(processAt(s_now + kind.delay), S_OK);
+        EXPECT_THAT(lines(), ElementsAre("FINE -> processEventQueue ",
+                                         std::format("FINE QueueEntry #1 expired, removing from queue ({0}<={0})", s_now),
+                                         "FINE ready to process QueueEntry #1", "TRACE s_Instance!=NULL: true",
+                                         "FINE -> @frame processQueueEntry ", "FINE -> " + process, "FINE <- " + process,
+                                         "FINE <- @frame processQueueEntry ", "FINE <- processEventQueue "));
+        EXPECT_THAT(target.calls, ElementsAre("AddRef", kind.event, "Release")) << "held while its sinks are called";
+        target.calls.clear();
+    }
 }
 
-TEST_F(NativesTest, CustomEventIsQueued)
+TEST_F(NativesTest, EventsWithoutFrameAreDropped)
 {
-    createFrame();
-    customEvent("custom");
-    EXPECT_THAT(eventLines(), ElementsAre("FINE -> NativeOnCustomEvent ", "FINE text=custom",
-                                          "FINE -> " + object() + "enqueueOnCustomEvent custom",
-                                          "FINE <- " + object() + "enqueueOnCustomEvent custom", "FINE <- NativeOnCustomEvent "));
-    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-    EXPECT_THAT(target.events, ElementsAre("customEvent custom"));
+    for (const Kind& kind : KINDS) {
+        const std::string native = std::string(kind.native) + " ";
+        call(kind);
+        EXPECT_THAT(lines({"BeanFrame"}),
+                    ElementsAre("FINE -> " + native, "FINE text=a", kind.withoutFrame, "FINE <- " + native));
+    }
+    EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
 }
 
-TEST_F(NativesTest, TestBridgeEventGetsItsLettersAndKeepsItsDelay)
+TEST_F(NativesTest, EventsOfADeadClientAreDropped)
 {
     createFrame();
-    testBridge("abc", 50000);
-    EXPECT_THAT(eventLines(),
-                ElementsAre("FINE -> NativeTestBridgeEvent ", "FINE text=abc",
-                            "FINE -> " + object() + "enqueueTestBridgeEvent abcjs,50000",
-                            "FINE <- " + object() + "enqueueTestBridgeEvent abcjs,50000", "FINE <- NativeTestBridgeEvent "));
-    EXPECT_THAT(takeMessages(), IsEmpty());
-    s_now += 49999;
-    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-    EXPECT_THAT(target.events, IsEmpty());
-    s_now += 1;
-    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-    EXPECT_THAT(target.events, ElementsAre("testBridgeEvent abcjs"));
+    killClient();
+    for (const Kind& kind : KINDS) {
+        const std::string native = std::string(kind.native) + " ";
+        const std::string enqueue = std::string("@frame ") + kind.enqueue;
+        call(kind);
+        EXPECT_THAT(lines({"BeanFrame"}),
+                    ElementsAre("FINE -> " + native, "FINE text=a", "FINE -> " + enqueue, "FINE -> @frame isClientAlive ",
+                                "TRACE @frame Frame's window seems not to be alive anymore! (invalid window handle) ",
+                                "FINE <- @frame isClientAlive ", kind.withoutClient, "FINE <- " + enqueue, "FINE <- " + native));
+    }
+    EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
 }
 
-TEST_F(NativesTest, TestBridgeEventWithoutDelayIsPostedAtOnce)
+// Alive when it was queued; nobody asks again.
+TEST_F(NativesTest, QueuedEventIsFiredAlsoWhenTheClientHasDiedSince)
 {
     createFrame();
-    testBridge("abc", 0);
-    EXPECT_THAT(takeMessages(), ElementsAre(PROCESS_QUEUE));
+    customEvent("text");
+    killClient();
     EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-    EXPECT_THAT(target.events, ElementsAre("testBridgeEvent abcjs"));
+    EXPECT_THAT(target.events, ElementsAre("customEvent text"));
 }
 
-TEST_F(NativesTest, NegativeDelayIsTakenAsUnsigned)
+TEST_F(NativesTest, EventsWithoutComObjectAreLostSilently)
 {
     createFrame();
-    testBridge("abc", -1);
-    EXPECT_THAT(linesWith(lines(), "-> " + object() + "enqueueTestBridgeEvent"),
-                ElementsAre("FINE -> " + object() + "enqueueTestBridgeEvent abcjs,4294967295"));
-    EXPECT_THAT(takeMessages(), IsEmpty());
-    customEvent("next");
+    RecordingTarget::s_current = nullptr;
+    for (const Kind& kind : KINDS) {
+        call(kind, NativeEnvironment::text("a"), 0);
+        stream.clear();
+        EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
+        EXPECT_THAT(linesWith(lines(), kind.process),
+                    ElementsAre(std::string("FINE -> @frame ") + kind.process, std::string("FINE <- @frame ") + kind.process));
+        EXPECT_THAT(lines(), testing::SizeIs(9)) << "as with an object";
+    }
+    EXPECT_THAT(target.calls, IsEmpty());
+}
+
+TEST_F(NativesTest, FailingSinksChangeNothing)
+{
+    createFrame();
+    target.answer = E_ACCESSDENIED;
+    for (const Kind& kind : KINDS) {
+        call(kind, NativeEnvironment::text("a"), 0);
+    }
+    stream.clear();
+    EXPECT_EQ((frame().*&FrameAccess::processQueueEntry)(FrameAccess::s_EventQueue.front()), S_OK);
     EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-    EXPECT_THAT(target.events, ElementsAre("customEvent next", "testBridgeEvent abcjs"));
+    EXPECT_THAT(target.events, ElementsAre("controlReady a", "controlReady a", "customEvent a", "testBridgeEvent ajs"));
+    EXPECT_THAT(linesWith(lines(), "WARN"), IsEmpty());
+    EXPECT_THAT(linesWith(lines(), "ERROR"), IsEmpty());
 }
 
 TEST_F(NativesTest, EmptyTextStaysEmpty)
 {
     createFrame();
-    customEvent("");
-    testBridge("", 0);
+    for (const Kind& kind : KINDS) {
+        call(kind, NativeEnvironment::text(""), 0);
+    }
+    queue(nullptr);
     EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-    EXPECT_THAT(target.events, ElementsAre("customEvent ", "testBridgeEvent js"));
+    EXPECT_THAT(target.events, ElementsAre("controlReady ", "customEvent ", "testBridgeEvent js", "customEvent (null)"));
 }
 
-TEST_F(NativesTest, EventsWithoutFrameAreDroppedWithTheirLines)
-{
-    controlReady("a");
-    customEvent("b");
-    testBridge("c", 100);
-    EXPECT_THAT(lines(), ElementsAre("FINE -> NativeOnControlReady ", "FINE text=a",
-                                     "INFO Dropped ControlReady Event, no corresponding bean frame was found...",
-                                     "FINE <- NativeOnControlReady ", "FINE -> NativeOnCustomEvent ", "FINE text=b",
-                                     "WARN Dropped custom event, no corresponding bean frame was found...",
-                                     "FINE <- NativeOnCustomEvent ", "FINE -> NativeTestBridgeEvent ", "FINE text=c",
-                                     "WARN Dropped TestBridgeEvent, no corresponding bean frame was found...",
-                                     "FINE <- NativeTestBridgeEvent "));
-    EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
-}
-
-TEST_F(NativesTest, EventsOfADeadClientAreDroppedWithTheirLines)
+// A native that is called on the main thread, inside a forwarded call, only queues.
+TEST_F(NativesTest, EventsRaisedInsideACallAreQueued)
 {
     createFrame();
-    killClient();
-    controlReady("a");
-    customEvent("b");
-    testBridge("c", 100);
-    EXPECT_THAT(linesWith(lines(), "Dropped"),
-                ElementsAre("WARN " + object() + "Dropped ontrolReady Event, client seems to be not alive anymore...",
-                            "WARN " + object() + "Dropped custom event, client seems to be not alive anymore...",
-                            "WARN " + object() + "Dropped TestBridgeEvent, client seems to be not alive anymore..."));
-    EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
-    EXPECT_THAT(takeMessages(), IsEmpty());
+    java->insideMethods = [&] { customEvent("inside"); };
+    EXPECT_EQ(frame().setVisible(true), S_OK);
+    EXPECT_THAT(target.calls, IsEmpty());
+    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
+    EXPECT_THAT(target.events, ElementsAre("customEvent inside"));
 }
 
-// The text could not be had from Java: nothing unwinds into the caller.
-TEST_F(NativesTest, FailedConversionDropsTheEvent)
+// Nothing unwinds into Java.
+TEST_F(NativesTest, ExceptionsDropTheEvent)
 {
     createFrame();
     JNINativeInterface_ functions = {};
-    functions.GetStringUTFChars = [](JNIEnv*, jstring, jboolean*) -> const char* { return nullptr; };
     JNIEnv env = {&functions};
-    CBeanFrame::NativeOnCustomEvent(&env, nullptr, NativeEnvironment::text("text"));
-    EXPECT_THAT(linesWith(lines(), "WARN"), ElementsAre("WARN Dropped event: " + getWindowsErrorText(0x8007000E)));
+    functions.GetStringUTFChars = [](JNIEnv*, jstring, jboolean*) -> const char* { return nullptr; };
+    CBeanFrame::NativeOnControlReady(&env, nullptr, NativeEnvironment::text("a"));
+    functions.GetStringUTFChars = [](JNIEnv*, jstring, jboolean*) -> const char* { throw 1; };
+    CBeanFrame::NativeOnCustomEvent(&env, nullptr, NativeEnvironment::text("b"));
+    CBeanFrame::NativeTestBridgeEvent(&env, nullptr, NativeEnvironment::text("c"), 0);
+    EXPECT_THAT(linesWith(lines(), "Dropped"),
+                ElementsAre("WARN Dropped event: 8007000e", "WARN Dropped event: 80004005", "WARN Dropped event: 80004005"));
     EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
-}
-
-namespace {
-
-// A frame whose memory cannot be touched any more once it is gone.
-class GuardedFrame : public CBeanFrame
-{
-public:
-    GuardedFrame()
-        : CBeanFrame("basis.jar", "com.maker.win", "Control")
-    {
-    }
-    ~GuardedFrame() override = default;
-
-    static void create() { std::atomic_ref(s_Instance).store(new GuardedFrame); }
-
-    static void* operator new(size_t size)
-    {
-        void* const memory = VirtualAlloc(nullptr, size, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
-        if (memory == nullptr) {
-            throw std::bad_alloc();
-        }
-        return memory;
-    }
-    static void operator delete(void* memory, size_t size)
-    {
-        DWORD before;
-        VirtualProtect(memory, size, PAGE_NOACCESS, &before);
-    }
-};
-
-// Calls the natives in turn on several threads until it goes.
-class FiringThreads
-{
-public:
-    explicit FiringThreads(int count)
-    {
-        for (int index = 0; index < count; ++index) {
-            m_threads.emplace_back([this, index] { fire(index); });
-        }
-    }
-    ~FiringThreads()
-    {
-        m_stopped = true;
-        for (std::thread& thread : m_threads) {
-            thread.join();
-        }
-    }
-
-    int fired() const { return m_fired; }
-
-private:
-    void fire(int index)
-    {
-        for (int round = index; !m_stopped; ++round, ++m_fired, SwitchToThread()) {
-            const jstring text = NativeEnvironment::text("event");
-            if (round % 3 == 0) {
-                CBeanFrame::NativeOnControlReady(m_environment.env(), nullptr, text);
-            } else if (round % 3 == 1) {
-                CBeanFrame::NativeOnCustomEvent(m_environment.env(), nullptr, text);
-            } else {
-                CBeanFrame::NativeTestBridgeEvent(m_environment.env(), nullptr, text, 0);
-            }
-        }
-    }
-
-    NativeEnvironment m_environment;
-    std::atomic<bool> m_stopped = false;
-    std::atomic<int> m_fired = 0;
-    std::vector<std::thread> m_threads;
-};
-
-} // namespace
-
-class NativesUnderLoadTest : public NativesTest
-{
-protected:
-    void SetUp() override
-    {
-        java.emplace();
-        Logger::setMaxLogLevel(-1);
-    }
-    // Each cycle lets the threads meet the living frame before it goes. Nothing is posted: the passes come by themselves.
-    void cycles(int count)
-    {
-        const FiringThreads threads(4);
-        for (int cycle = 0; cycle < count; ++cycle) {
-            GuardedFrame::create();
-            FrameAccess::s_MainThreadId = 0;
-            const int fired = threads.fired();
-            while (threads.fired() < fired + 4) {
-                SwitchToThread();
-            }
-            EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-            CBeanFrame::deleteInstance();
-            EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
-        }
-    }
-};
-
-TEST_F(NativesUnderLoadTest, FrameComesAndGoesUnderFiringThreads)
-{
-    cycles(1000);
-    EXPECT_THAT(target.events, testing::Not(IsEmpty()));
-    EXPECT_TRUE(HeapValidate(GetProcessHeap(), 0, nullptr));
-}
-
-TEST_F(NativesUnderLoadTest, FrameComesAndGoesUnderFiringThreadsThatLog)
-{
-    Logger::setMaxLogLevel(LOGLEVEL_TRACE);
-    cycles(20);
-    EXPECT_TRUE(HeapValidate(GetProcessHeap(), 0, nullptr));
-}
-
-TEST_F(NativesUnderLoadTest, SinkThatEndsTheFrameLeavesItUntouched)
-{
-    for (int round = 0; round < 3; ++round) {
-        GuardedFrame::create();
-        target.onFire = [&](const std::string&) { CBeanFrame::deleteInstance(); };
-        round == 0 ? customEvent("x") : round == 1 ? controlReady("x") : testBridge("x", 0);
-        EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-        EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
-    }
-    EXPECT_THAT(target.events, SizeIs(3));
-}
-
-TEST_F(NativesUnderLoadTest, WatchdogThatEndsTheFrameLeavesItUntouched)
-{
-    Logger::setMaxLogLevel(LOGLEVEL_TRACE);
-    GuardedFrame::create();
-    killClient();
-    queue("", &FrameAccess::processWatchDogEvent, 15000);
-    target.references = 2;
-    target.onLastRelease = [] { CBeanFrame::deleteInstance(); };
-    s_now += 15000;
-    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-    EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
-    EXPECT_EQ(lines().back(), "FINE <- processEventQueue ");
-}
-
-TEST_F(NativesUnderLoadTest, NothingIsLostAndNothingDoubled)
-{
-    FrameAccess::s_TickCount = GetTickCount;
-    GuardedFrame::create();
-    std::vector<std::thread> threads;
-    std::set<std::string> expected;
-    constexpr int EACH = 1000;
-    for (int index = 0; index < 4; ++index) {
-        for (int number = 0; number < EACH; ++number) {
-            expected.insert("customEvent " + std::to_string(index) + "-" + std::to_string(number));
-        }
-        threads.emplace_back([&, index] {
-            for (int number = 0; number < EACH; ++number) {
-                customEvent((std::to_string(index) + "-" + std::to_string(number)).c_str());
-            }
-        });
-    }
-    while (target.events.size() < expected.size() && waitForMessage()) {
-        takeMessages();
-        EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    takeMessages();
-    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-    EXPECT_THAT(target.events, SizeIs(expected.size()));
-    EXPECT_EQ(std::set<std::string>(target.events.begin(), target.events.end()), expected);
-}
-
-// The frame is not gone before a native that found it has returned.
-TEST_F(NativesUnderLoadTest, DeletionWaitsForANativeThatUsesTheFrame)
-{
-    GuardedFrame::create();
-    std::atomic<bool> isLocked = false;
-    std::atomic<bool> isDeleted = false;
-    bool wasDeletedMeanwhile = true;
-    int usersMeanwhile = 0;
-    std::thread holder;
-    std::thread javaThread;
-    // The queue was emptied, the frame is still there: now its lock keeps a native inside.
-    java->insideVoidMethods = [&] {
-        java->insideVoidMethods = nullptr;
-        holder = std::thread([&] {
-            const CComCritSecLock lock(FrameAccess::s_EventQueueLock);
-            isLocked = true;
-            while (std::atomic_ref(CBeanFrame::s_Instance).load()) {
-                SwitchToThread();
-            }
-            // The deletion is in its wait, or past it when it does not wait.
-            Sleep(20);
-            wasDeletedMeanwhile = isDeleted;
-            usersMeanwhile = FrameAccess::s_InstanceUsers;
-        });
-        while (!isLocked) {
-            SwitchToThread();
-        }
-        javaThread = std::thread([&] { customEvent("inside"); });
-        while (FrameAccess::s_InstanceUsers == 0) {
-            SwitchToThread();
-        }
-    };
-    CBeanFrame::deleteInstance();
-    isDeleted = true;
-    holder.join();
-    javaThread.join();
-    EXPECT_FALSE(wasDeletedMeanwhile);
-    EXPECT_EQ(usersMeanwhile, 1);
-    EXPECT_EQ(FrameAccess::s_InstanceUsers, 0);
 }

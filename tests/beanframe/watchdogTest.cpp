@@ -4,8 +4,6 @@
 
 #include <gmock/gmock.h>
 
-#include <memory>
-
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -25,49 +23,46 @@ public:
     Window(const Window&) = delete;
     Window& operator=(const Window&) = delete;
 
-    void destroy() { DestroyWindow(std::exchange(m_handle, nullptr)); }
+    void destroy() { DestroyWindow(m_handle); }
     operator HWND() const { return m_handle; }
-    int number() const { return static_cast<int>(reinterpret_cast<INT_PTR>(m_handle)); }
 
 private:
     HWND m_handle;
 };
 
-using ParentHook = ImportHook<decltype(&GetParent)>;
+using DisconnectHook = ImportHook<decltype(&CoDisconnectObject)>;
 
-// Whose parent was asked for, and what was answered.
-std::vector<HWND> s_children;
-HWND s_parent = nullptr;
+RecordingTarget* s_target = nullptr;
+std::function<void()> s_onDisconnect;
+
+HRESULT WINAPI noteDisconnect(IUnknown* object, DWORD)
+{
+    EXPECT_EQ(object, s_target);
+    s_target->calls.emplace_back("CoDisconnectObject");
+    if (s_onDisconnect) {
+        s_onDisconnect();
+    }
+    return S_OK;
+}
 
 } // namespace
 
 class WatchdogTest : public BeanFrameWorld
 {
 protected:
-    void SetUp() override { createFrame(); }
-
-    // Without the line of the bridge; the queue's lines belong to other tests.
-    std::vector<std::string> aliveLines()
+    void SetUp() override
     {
-        std::vector<std::string> result;
-        for (const std::string& line : lines()) {
-            if (line.find("isClientAlive") == std::string::npos) {
-                result.push_back(line);
-            }
-        }
-        return result;
+        s_target = &target;
+        s_onDisconnect = nullptr;
+        createFrame();
     }
-    void push(const Window& window)
+    void push(HWND window)
     {
-        EXPECT_EQ(frame().pushWindowHandle(window.number()), S_OK);
+        EXPECT_EQ(frame().pushWindowHandle(HandleToLong(window)), S_OK);
         stream.clear();
     }
     // What the watchdog's due entry does.
-    static void bark()
-    {
-        s_now += 15000;
-        EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
-    }
+    static void bark() { EXPECT_EQ(processAt(s_now + 15000), S_OK); }
     // An armed chain is one entry that is due 15 seconds from now, with an empty text.
     static void expectChains(size_t count)
     {
@@ -78,163 +73,81 @@ protected:
             EXPECT_STREQ(entry->text.narrow(), "");
         }
     }
+
+    const DisconnectHook disconnectHook{"CoDisconnectObject", noteDisconnect};
 };
 
-TEST_F(WatchdogTest, PushedHandleIsKeptAndTheBeanAddedAndAChainStarted)
+// An event that Java raises as soon as the bean is in the frame is already measured by the new window.
+TEST_F(WatchdogTest, PushedHandleIsKeptThenTheBeanAddedAndThenAChainStarted)
 {
-    const Window parent;
-    const Window pane(parent, WS_CHILD);
-    EXPECT_EQ(frame().pushWindowHandle(pane.number()), S_OK);
-    EXPECT_EQ(frame().*&FrameAccess::clientWindow, static_cast<HWND>(pane));
-    EXPECT_THAT(java->takeMethodCalls(),
-                ElementsAre("CallObjectMethod(global com/velmora/tq/kesta/KESTAFrame, add, global com/maker/win/Control)"));
-    const std::string entry = address(FrameAccess::s_EventQueue.back());
-    const std::string scope = object() + "pushWindowHandle " + std::to_string(pane.number());
-    EXPECT_THAT(lines(),
-                ElementsAre("INFO -> " + scope, "TRACE " + object() + "Starting WatchDog on server side...",
-                            "FINE -> " + object() + "queueEvent 15000", "TRACE " + object() + "queued new event: " + entry,
-                            "FINE <- " + object() + "queueEvent 15000", "INFO <- " + scope));
-    expectChains(1);
-    EXPECT_THAT(takeMessages(), IsEmpty());
-}
-
-TEST_F(WatchdogTest, HandleIsWidenedBySignExtension)
-{
+    java->insideMethods = [&] {
+        EXPECT_EQ(reinterpret_cast<INT_PTR>((frame().*&FrameAccess::clientWindow).load()), -2) << "widened with its sign";
+        EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
+    };
     EXPECT_EQ(frame().pushWindowHandle(-2), S_OK);
-    EXPECT_EQ(reinterpret_cast<INT_PTR>((frame().*&FrameAccess::clientWindow).load()), -2);
-    EXPECT_EQ(lines().front(), "INFO -> " + object() + "pushWindowHandle -2");
+    EXPECT_THAT(java->takeMethodCalls(), ElementsAre("CallObjectMethod(KESTAFrame, add, Control)"));
+    EXPECT_THAT(lines({"BeanFrame"}),
+                ElementsAre("INFO -> @frame pushWindowHandle -2", "TRACE @frame Starting WatchDog on server side...",
+                            "FINE -> @frame queueEvent 15000", "TRACE @frame queued new event: #1",
+                            "FINE <- @frame queueEvent 15000", "INFO <- @frame pushWindowHandle -2"));
+    expectChains(1);
 }
 
 TEST_F(WatchdogTest, ChainStartsAlsoWhenTheBeanCouldNotBeAdded)
 {
     java->jni.outcomes["add"] = RecordingJni::throws("java.lang.IllegalStateException", "no");
-    const Window parent;
-    const Window pane(parent, WS_CHILD);
-    EXPECT_EQ(frame().pushWindowHandle(pane.number()), E_FAIL);
-    EXPECT_EQ(frame().*&FrameAccess::clientWindow, static_cast<HWND>(pane));
+    EXPECT_EQ(frame().pushWindowHandle(-2), E_FAIL);
     expectChains(1);
-}
-
-TEST_F(WatchdogTest, SecondPushStartsASecondChainAndBothWatchTheLatestHandle)
-{
-    const Window parent;
-    const Window first(parent, WS_CHILD);
-    Window second(parent, WS_CHILD);
-    push(first);
-    push(second);
+    CJavaManagerJNIClient* const bridge = std::exchange(CJavaManagerJNIClient::s_Instance, nullptr);
+    EXPECT_EQ(frame().pushWindowHandle(0), E_FAIL);
+    CJavaManagerJNIClient::s_Instance = bridge;
     expectChains(2);
-    bark();
-    expectChains(2);
-    second.destroy();
-    target.onLastRelease = [] { CBeanFrame::deleteInstance(); };
-    bark();
-    EXPECT_EQ(target.references, 0u);
-    EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
 }
 
-TEST_F(WatchdogTest, NoHandleYetCountsAsAlive)
+TEST_F(WatchdogTest, ClientIsAliveWhileItsWindowExistsAndHasAProperParent)
 {
-    EXPECT_TRUE(frame().isClientAlive());
-    EXPECT_THAT(lines(), ElementsAre("FINE -> " + object() + "isClientAlive ",
-                                     "TRACE " + object() + "Frame's window not yet set, thus no check!",
-                                     "FINE <- " + object() + "isClientAlive "));
-}
-
-TEST_F(WatchdogTest, ChildWindowIsAliveWithoutALine)
-{
-    const Window parent;
-    const Window pane(parent, WS_CHILD);
-    push(pane);
-    EXPECT_TRUE(frame().isClientAlive());
-    EXPECT_THAT(lines(), ElementsAre("FINE -> " + object() + "isClientAlive ", "FINE <- " + object() + "isClientAlive "));
-}
-
-TEST_F(WatchdogTest, DestroyedWindowIsDead)
-{
-    const Window parent;
-    Window pane(parent, WS_CHILD);
-    push(pane);
-    pane.destroy();
-    EXPECT_FALSE(frame().isClientAlive());
-    EXPECT_THAT(aliveLines(),
-                ElementsAre("TRACE " + object() + "Frame's window seems not to be alive anymore! (invalid window handle) "));
-}
-
-TEST_F(WatchdogTest, WindowGoesWithItsParent)
-{
+    const Window topLevel;
+    const Window pane(topLevel, WS_CHILD);
+    const Window popup(topLevel, WS_POPUP); // whose owner Windows names as its parent
+    const Window onDesktop(GetDesktopWindow(), WS_CHILD);
+    Window destroyed(topLevel, WS_CHILD);
+    destroyed.destroy();
     Window parent;
-    const Window pane(parent, WS_CHILD);
-    push(pane);
+    const Window goneWithItsParent(parent, WS_CHILD);
     parent.destroy();
-    EXPECT_FALSE(frame().isClientAlive());
-}
 
-TEST_F(WatchdogTest, TopLevelWindowIsDead)
-{
-    const Window window;
-    push(window);
-    EXPECT_FALSE(frame().isClientAlive());
-    EXPECT_THAT(aliveLines(), ElementsAre("TRACE " + object() + "Frame's window has no valid parent anymore!"));
-}
-
-TEST_F(WatchdogTest, ChildOfTheDesktopIsDead)
-{
-    const Window window(GetDesktopWindow(), WS_CHILD);
-    push(window);
-    EXPECT_FALSE(frame().isClientAlive());
-    EXPECT_THAT(aliveLines(), ElementsAre("TRACE " + object() + "Frame's window has no valid parent anymore!"));
-}
-
-// It is the pushed window's own parent that counts each time, not the parent's parent.
-TEST_F(WatchdogTest, ParentThatIsMissingOrTheDesktopIsNoParent)
-{
-    const Window parent;
-    const Window pane(parent, WS_CHILD);
-    push(pane);
-    const ParentHook hook("GetParent", [](HWND child) {
-        s_children.push_back(child);
-        return s_parent;
-    });
-    s_parent = parent;
-    EXPECT_TRUE(frame().isClientAlive());
-    s_parent = reinterpret_cast<HWND>(-2); // nobody asks what it is
-    EXPECT_TRUE(frame().isClientAlive());
-    s_parent = GetDesktopWindow();
-    EXPECT_FALSE(frame().isClientAlive());
-    s_parent = nullptr;
-    EXPECT_FALSE(frame().isClientAlive());
-    EXPECT_THAT(s_children, testing::Each(static_cast<HWND>(pane)));
-    const std::string line = "TRACE " + object() + "Frame's window has no valid parent anymore!";
-    EXPECT_THAT(aliveLines(), ElementsAre(line, line));
-}
-
-TEST_F(WatchdogTest, HandleOfNullTakesTheWindowBack)
-{
-    const Window window;
-    push(window);
-    EXPECT_FALSE(frame().isClientAlive());
-    EXPECT_EQ(frame().pushWindowHandle(0), S_OK);
-    EXPECT_TRUE(frame().isClientAlive());
-    expectChains(2);
-}
-
-// Windows names the owner as the parent of a popup.
-TEST_F(WatchdogTest, OwnedPopupIsAlive)
-{
-    const Window owner;
-    const Window popup(owner, WS_POPUP);
-    ASSERT_EQ(GetWindow(popup, GW_OWNER), static_cast<HWND>(owner));
-    push(popup);
-    EXPECT_TRUE(frame().isClientAlive());
+    const char* const invalid = "TRACE @frame Frame's window seems not to be alive anymore! (invalid window handle) ";
+    const char* const noParent = "TRACE @frame Frame's window has no valid parent anymore!";
+    const struct
+    {
+        HWND window;
+        bool isAlive;
+        const char* line;
+    } cases[] = {
+        {nullptr, true, "TRACE @frame Frame's window not yet set, thus no check!"},
+        {pane, true, nullptr},
+        {popup, true, nullptr},
+        {onDesktop, false, noParent},
+        {topLevel, false, noParent},
+        {destroyed, false, invalid},
+        {goneWithItsParent, false, invalid},
+        {nullptr, true, "TRACE @frame Frame's window not yet set, thus no check!"},
+    };
+    for (const auto& tested : cases) {
+        push(tested.window);
+        EXPECT_EQ(frame().isClientAlive(), tested.isAlive);
+        std::vector<std::string> expected = {"FINE -> @frame isClientAlive ", "FINE <- @frame isClientAlive "};
+        if (tested.line != nullptr) {
+            expected.insert(expected.begin() + 1, tested.line);
+        }
+        EXPECT_EQ(lines(), expected);
+    }
 }
 
 TEST_F(WatchdogTest, ChainGoesOnWhileTheClientIsAlive)
 {
-    const Window parent;
-    const Window pane(parent, WS_CHILD);
-    push(pane);
     for (int round = 0; round < 3; ++round) {
-        bark();
+        round == 0 ? push(nullptr) : bark();
         expectChains(1);
     }
     EXPECT_THAT(target.calls, IsEmpty());
@@ -243,61 +156,69 @@ TEST_F(WatchdogTest, ChainGoesOnWhileTheClientIsAlive)
 
 TEST_F(WatchdogTest, ChainGoesOnWithoutComObject)
 {
-    const Window window; // dead from the start
-    push(window);
+    killClient();
     RecordingTarget::s_current = nullptr;
-    bark();
+    (frame().*&FrameAccess::processWatchDogEvent)(CComBSTR(L"text"));
     expectChains(1);
-    EXPECT_THAT(linesWith(lines(), "isClientAlive"), IsEmpty()) << "without an object nothing is asked";
-    EXPECT_THAT(linesWith(lines(), "processWatchDogEvent"),
-                ElementsAre("FINE -> " + object() + "processWatchDogEvent ", "FINE <- " + object() + "processWatchDogEvent "));
+    EXPECT_THAT(lines(), ElementsAre("FINE -> @frame processWatchDogEvent text", "FINE -> @frame queueEvent 15000",
+                                     "TRACE @frame queued new event: #1", "FINE <- @frame queueEvent 15000",
+                                     "FINE <- @frame processWatchDogEvent text"))
+        << "nobody asks for the client";
+}
+
+TEST_F(WatchdogTest, SecondPushStartsASecondChainAndBothWatchTheLatestHandle)
+{
+    push(reinterpret_cast<HWND>(-2));
+    push(nullptr);
+    bark();
+    expectChains(2);
+    killClient();
+    target.onLastRelease = [] { CBeanFrame::deleteInstance(); };
+    bark();
+    EXPECT_EQ(target.references, 0u);
+    EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty()) << "the other chain went with the frame";
 }
 
 TEST_F(WatchdogTest, DeadClientLosesEveryReference)
 {
-    const Window window;
-    push(window);
+    push(nullptr);
+    killClient();
     target.references = 3;
+    s_onDisconnect = [] { EXPECT_FALSE(isQueueLocked()); };
     target.onLastRelease = [] { CBeanFrame::deleteInstance(); };
     bark();
-    EXPECT_THAT(target.calls, ElementsAre("AddRef", "DisconnectObject", "Release", "Release", "Release", "Release"));
-    EXPECT_EQ(target.references, 0u);
+    EXPECT_THAT(target.calls, ElementsAre("AddRef", "CoDisconnectObject", "Release", "Release", "Release", "Release"));
     EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
-    EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty()) << "the chain ends";
 
-    const std::string alive = object() + "isClientAlive ";
-    const std::string handler = object() + "processWatchDogEvent ";
-    std::vector<std::string> all = lines();
-    all.erase(all.begin(), std::find(all.begin(), all.end(), "FINE -> " + handler));
-    EXPECT_THAT(
-        all, ElementsAre(
-                 "FINE -> " + handler, "FINE -> " + alive, "TRACE " + object() + "Frame's window has no valid parent anymore!",
-                 "FINE <- " + alive, "WARN " + object() + "Client seems to be not alive... releasing event sinks.",
-                 "WARN " + object() + "Releasing ATL object.", "TRACE " + object() + "More objects to release...",
-                 "TRACE " + object() + "More objects to release...", "TRACE " + object() + "More objects to release...",
-                 "INFO -> deleteInstance ", "TRACE s_Instance!=NULL: true", "INFO -> " + object() + "~CBeanFrame ",
-                 "INFO <- " + object() + "~CBeanFrame ", "INFO <- deleteInstance ", "INFO Releasing all sinks and objects done",
-                 "FINE <- " + handler, "FINE <- " + object() + "processQueueEntry ", "FINE <- processEventQueue "));
+    std::vector<std::string> all = lines({"BeanFrame"});
+    all.erase(all.begin(), std::find(all.begin(), all.end(), "FINE -> @frame processWatchDogEvent "));
+    EXPECT_THAT(all,
+                ElementsAre("FINE -> @frame processWatchDogEvent ", "FINE -> @frame isClientAlive ",
+                            "TRACE @frame Frame's window seems not to be alive anymore! (invalid window handle) ",
+                            "FINE <- @frame isClientAlive ", "WARN @frame Client seems to be not alive... releasing event sinks.",
+                            "WARN @frame Releasing ATL object.", "TRACE @frame More objects to release...",
+                            "TRACE @frame More objects to release...", "TRACE @frame More objects to release...",
+                            "INFO -> deleteInstance ", "TRACE s_Instance!=NULL: true", "INFO -> @frame ~CBeanFrame ",
+                            "INFO <- @frame ~CBeanFrame ", "INFO <- deleteInstance ", "INFO Releasing all sinks and objects done",
+                            "FINE <- @frame processWatchDogEvent ", "FINE <- @frame processQueueEntry ",
+                            "FINE <- processEventQueue "));
 }
 
-// What COM held for the client goes with the disconnection: the watchdog's own reference is then the last.
-TEST_F(WatchdogTest, ObjectMayGoWithTheWatchdogsOwnReference)
+// What COM held for the client goes with the disconnection. Each round asks anew which object there is.
+TEST_F(WatchdogTest, ForcedReleaseFollowsTheProcessesObject)
 {
-    const Window window;
-    push(window);
-    target.onDisconnect = [&] { target.references = 1; };
-    target.onLastRelease = [] { CBeanFrame::deleteInstance(); };
+    killClient();
+    RecordingTarget other;
+    other.references = 2;
+    RecordingTarget::s_current = &target;
     target.references = 5;
-    bark();
-    EXPECT_THAT(target.calls, ElementsAre("AddRef", "DisconnectObject", "Release"));
-    EXPECT_THAT(linesWith(lines(), "More objects to release..."), IsEmpty());
-}
-
-TEST_F(WatchdogTest, PendingChainEndsWithTheFrame)
-{
-    const Window parent;
-    const Window pane(parent, WS_CHILD);
-    push(pane);
-    CBeanFrame::deleteInstance();
-    EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
+    s_onDisconnect = [&] {
+        target.references = 3;
+        RecordingTarget::s_current = &other;
+    };
+    queue("", &FrameAccess::processWatchDogEvent);
+    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
+    EXPECT_THAT(target.calls, ElementsAre("AddRef", "CoDisconnectObject", "Release"));
+    EXPECT_THAT(other.calls, ElementsAre("Release", "Release"));
+    EXPECT_THAT(linesWith(lines(), "More objects to release..."), SizeIs(2));
 }

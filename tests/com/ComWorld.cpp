@@ -1,7 +1,5 @@
 #include "tests/com/ComWorld.h"
 
-#include "beanframe/BeanFrame.h"
-
 #include <fstream>
 
 HRESULT STDMETHODCALLTYPE RecordingSink::QueryInterface(REFIID iid, void** object)
@@ -30,7 +28,7 @@ HRESULT STDMETHODCALLTYPE RecordingSink::Invoke(DISPID event, REFIID iid, LCID l
     EXPECT_EQ(argumentError, nullptr);
     lastText = parameters->rgvarg[0].bstrVal;
     referencesInCall = references;
-    calls.push_back({event, narrowText(lastText)});
+    calls.push_back(std::to_string(event) + " " + narrowText(lastText));
     if (onCall) {
         onCall();
     }
@@ -38,18 +36,12 @@ HRESULT STDMETHODCALLTYPE RecordingSink::Invoke(DISPID event, REFIID iid, LCID l
 }
 
 ComWorld::ComWorld()
-    : classes(HKEY_CLASSES_ROOT)
-    , basisControl(folder.path("basis.jar"))
 {
     CoInitialize(nullptr);
     std::ofstream(basisControl) << "a control";
     world.setPreference("basiscontrol", basisControl);
-    world.setPreference("loglevel", LOGLEVEL_TRACE);
-    world.setPreference("logpath", "");
-    world.start();
     CJavaManagerATLObject::s_Instance = nullptr;
     SetErrorInfo(0, nullptr);
-    stream.clear();
 }
 
 ComWorld::~ComWorld()
@@ -66,56 +58,43 @@ CComPtr<ComWorld::Object> ComWorld::create()
     return object;
 }
 
+CComPtr<IConnectionPoint> ComWorld::point(Object* object)
+{
+    CComPtr<IConnectionPoint> result;
+    EXPECT_EQ(object->FindConnectionPoint(DIID__IJavaManagerEvents, &result), S_OK);
+    return result;
+}
+
 DWORD ComWorld::advise(Object* object, RecordingSink& sink)
 {
-    CComPtr<IConnectionPoint> point;
-    EXPECT_EQ(object->FindConnectionPoint(DIID__IJavaManagerEvents, &point), S_OK);
     DWORD cookie = 0;
-    EXPECT_EQ(point->Advise(&sink, &cookie), S_OK);
+    EXPECT_EQ(point(object)->Advise(&sink, &cookie), S_OK);
     return cookie;
 }
 
-HRESULT ComWorld::unadvise(Object* object, DWORD cookie)
+int ComWorld::frameId(Object* object)
 {
-    CComPtr<IConnectionPoint> point;
-    EXPECT_EQ(object->FindConnectionPoint(DIID__IJavaManagerEvents, &point), S_OK);
-    return point->Unadvise(cookie);
-}
-
-std::vector<std::string> ComWorld::methodLines(const std::string& entry, const std::vector<std::string>& between, HRESULT result)
-{
-    const std::string provide = OBJECT + "provideErrorInfo " + std::to_string(result);
-    std::vector<std::string> expected = {"INFO -> " + OBJECT + entry};
-    expected.insert(expected.end(), between.begin(), between.end());
-    expected.push_back("INFO -> " + provide);
-    if (FAILED(result)) {
-        expected.push_back("TRACE " + OBJECT + "Providing Error Info!");
-    }
-    expected.push_back("INFO <- " + provide);
-    expected.push_back("INFO <- " + OBJECT + entry);
-    return expected;
-}
-
-std::optional<ErrorInfo> ComWorld::takeErrorInfo()
-{
-    CComPtr<IErrorInfo> info;
-    if (GetErrorInfo(0, &info) != S_OK) {
-        return {};
-    }
-    ErrorInfo result;
-    CComBSTR description;
-    CComBSTR helpFile;
-    EXPECT_EQ(info->GetDescription(&description), S_OK);
-    EXPECT_EQ(info->GetGUID(&result.iid), S_OK);
-    info->GetHelpFile(&helpFile);
-    info->GetHelpContext(&result.helpContext);
-    result.description = narrowText(description.m_str);
-    result.hasHelpFile = helpFile.Length() != 0;
-    return result;
+    int id = 0;
+    EXPECT_EQ(object->getBeanFrameID(&id), S_OK);
+    return id;
 }
 
 std::string ComWorld::takeErrorText()
 {
-    const std::optional<ErrorInfo> info = takeErrorInfo();
-    return info ? info->description : "(no error info)";
+    CComPtr<IErrorInfo> info;
+    if (GetErrorInfo(0, &info) != S_OK) {
+        return "(no error info)";
+    }
+    CComBSTR description;
+    EXPECT_EQ(info->GetDescription(&description), S_OK);
+    GUID iid = GUID_NULL;
+    EXPECT_EQ(info->GetGUID(&iid), S_OK);
+    EXPECT_EQ(iid, IID_IJavaManager);
+    CComBSTR helpFile;
+    info->GetHelpFile(&helpFile);
+    EXPECT_EQ(helpFile.Length(), 0u);
+    DWORD helpContext = 4711;
+    EXPECT_EQ(info->GetHelpContext(&helpContext), S_OK);
+    EXPECT_EQ(helpContext, 0u);
+    return narrowText(description.m_str);
 }

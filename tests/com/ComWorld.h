@@ -1,20 +1,16 @@
-// What the tests of the COM object share: a registry and a log of their own, a recording Java side, a module that counts, and
-// sinks.
+// What the tests of the COM object share: a recording Java side, a module that counts, and sinks.
 #pragma once
 
+#include "beanframe/BeanFrame.h"
 #include "com/JavaManagerATLObject.h"
 #include "tests/beanframe/JavaSide.h"
-#include "tests/beanframe/ModuleLines.h"
-#include "tests/support/fixtures.h"
-
-#include <gtest/gtest.h>
+#include "tests/beanframe/LoggedTest.h"
 
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
-// A module that counts and tells of its unlock in the log's stream.
+// A module that counts and notes its unlock in the log's stream.
 class CountingModule final : public CAtlModule
 {
 public:
@@ -28,24 +24,18 @@ public:
     LONG locks = 0;
 };
 
-// Opens the object's protected parts.
 struct ObjectAccess : CJavaManagerATLObject
 {
     using CJavaManagerATLObject::doesFileExist;
     using CJavaManagerATLObject::provideErrorInfo;
 };
 
-// A client's sink: notes each call whole, answers what the test says and does what it hangs in.
+// A client's sink: notes each call whole, answers what the test says and calls back into it.
 class RecordingSink final : public IDispatch
 {
 public:
-    struct Call
-    {
-        DISPID event;
-        std::string text;
-        bool operator==(const Call&) const = default;
-    };
-    std::vector<Call> calls;
+    // The event's number and its text.
+    std::vector<std::string> calls;
     HRESULT answer = S_OK;
     std::function<void()> onCall;
     // The BSTR that came with the last call; gone when the call is over.
@@ -63,42 +53,29 @@ public:
                                      EXCEPINFO* exception, UINT* argumentError) override;
 };
 
-// The COM error info that the last call left on this thread.
-struct ErrorInfo
-{
-    std::string description;
-    GUID iid = GUID_NULL;
-    bool hasHelpFile = false;
-    DWORD helpContext = 0;
-};
-
-class ComWorld : public testing::Test
+class ComWorld : public LoggedTest
 {
 protected:
     ComWorld();
     ~ComWorld() override;
 
     using Object = CComObject<CJavaManagerATLObject>;
-    // A reference to a new object. The first one of a test finds a basis control and a recording Java side.
-    CComPtr<Object> create();
+    // A reference to a new object. The first one of a test finds a basis control and the recording Java side.
+    static CComPtr<Object> create();
+    static CComPtr<IConnectionPoint> point(Object* object);
     static DWORD advise(Object* object, RecordingSink& sink);
-    static HRESULT unadvise(Object* object, DWORD cookie);
-
-    std::vector<std::string> lines() const { return moduleLines(stream, "JavaManagerATLObject"); }
-    // Entry and exit line of a method and of provideErrorInfo within it, with other lines before the latter.
-    static std::vector<std::string> methodLines(const std::string& entry, const std::vector<std::string>& between = {},
-                                                HRESULT result = S_OK);
-    static std::optional<ErrorInfo> takeErrorInfo();
-    // Its description; "(no error info)" when there is none.
+    static int frameId(Object* object);
+    static ObjectAccess* access(Object* object)
+    {
+        return static_cast<ObjectAccess*>(static_cast<CJavaManagerATLObject*>(object));
+    }
+    // The description in the COM error info that the last call left on this thread; "(no error info)" when there is none. The
+    // info names the interface and no help.
     static std::string takeErrorText();
-    // What stands between the level and the text in the lines of the object.
-    static inline const std::string OBJECT = "CJavaManagerATLObject  ";
 
     CountingModule module;
-    fixtures::LoggerWorld world;
-    fixtures::RegistryScratch classes;
+    fixtures::RegistryScratch classes{HKEY_CLASSES_ROOT};
     fixtures::TemporaryFolder folder;
-    std::string basisControl;
+    const std::string basisControl = folder.path("basis.jar");
     JavaSide java;
-    fixtures::DebugStream stream;
 };

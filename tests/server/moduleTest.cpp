@@ -1,24 +1,30 @@
 // The server module: what it is made of, and its message loop. What needs the real executable is tested with it.
 #include "server/KESTAserver.h"
 
-#include "beanframe/BeanFrame.h"
 #include "support/registry.h"
 #include "tests/com/ComWorld.h"
+#include "tests/support/FailingAllocations.h"
 #include "tests/support/ImportHook.h"
 
 #include <gmock/gmock.h>
 
+#include <format>
+#include <optional>
 #include <thread>
 
 using testing::ElementsAre;
 
 namespace {
 
-// Opens the module's protected parts.
 struct ModuleAccess : CKESTAserverModule
 {
     using CKESTAserverModule::m_bInitFailed;
     using CKESTAserverModule::RunMessageLoop;
+};
+
+struct FrameAccess : CBeanFrame
+{
+    using CBeanFrame::processWatchDogEvent;
 };
 
 // One object text and one class name in the lines of an object, however many of its bases log: Loggable is a virtual base, so
@@ -32,41 +38,65 @@ constexpr bool LOGS_ONCE = std::is_convertible_v<LoggingTwice<T>*, Loggable*>;
 static_assert(LOGS_ONCE<CKESTAserverModule> && LOGS_ONCE<CJavaManagerATLObject> && LOGS_ONCE<CBeanFrame> &&
               LOGS_ONCE<CJavaManagerJNIClient> && LOGS_ONCE<CRegistry> && LOGS_ONCE<CRegistrySubKeys>);
 
+// A window of this thread that shows nothing.
+class Window
+{
+public:
+    explicit Window(WNDPROC procedure = DefWindowProcA)
+        : m_handle(CreateWindowA("STATIC", "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr))
+    {
+        EXPECT_NE(m_handle, nullptr);
+        SetWindowLongPtrA(m_handle, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(procedure));
+    }
+    ~Window() { DestroyWindow(m_handle); }
+    Window(const Window&) = delete;
+    Window& operator=(const Window&) = delete;
+
+    operator HWND() const { return m_handle; }
+
+private:
+    HWND m_handle;
+};
+
+std::vector<std::string> s_calls;
+
 } // namespace
 
 class ServerModuleTest : public ComWorld
 {
 protected:
-    std::vector<std::string> lines() const { return moduleLines(stream, "KESTAserver"); }
+    ServerModuleTest() { s_calls.clear(); }
     static void post(UINT message, WPARAM wParam = 0, LPARAM lParam = 0)
     {
         EXPECT_TRUE(PostThreadMessageA(GetCurrentThreadId(), message, wParam, lParam));
     }
-    static void run(CKESTAserverModule& server) { (server.*&ModuleAccess::RunMessageLoop)(); }
-    static inline const std::string MODULE = "CKESTAserverModule  ";
+    // Until the message that ends the loop, which comes after those that were posted.
+    void run()
+    {
+        stream.clear();
+        ((*server).*&ModuleAccess::RunMessageLoop)();
+    }
+
+    std::optional<CKESTAserverModule> server{std::in_place};
 };
 
 TEST_F(ServerModuleTest, HasItsConstants)
 {
-    CKESTAserverModule server;
-    EXPECT_EQ(server.m_dwMainThreadID, GetCurrentThreadId());
-    EXPECT_EQ(server.m_dwTimeOut, 5000u);
-    EXPECT_EQ(server.m_dwPause, 1000u);
-    EXPECT_TRUE(server.m_bDelayShutdown);
-    EXPECT_FALSE(server.m_bActivity);
-    EXPECT_FALSE(server.m_bComInitialized);
-    EXPECT_FALSE(server.*&ModuleAccess::m_bInitFailed);
-    EXPECT_STREQ(server.GetAppIdT(), "{9E27B6D1-3C48-4A0F-B5E2-71D4C0A96F38}");
-    EXPECT_EQ(WM_PROCESSEVENTQUEUE, 32771u);
+    EXPECT_EQ(server->m_dwMainThreadID, GetCurrentThreadId());
+    EXPECT_EQ(server->m_dwTimeOut, 5000u);
+    EXPECT_EQ(server->m_dwPause, 1000u);
+    EXPECT_TRUE(server->m_bDelayShutdown);
+    EXPECT_FALSE(server->m_bActivity);
+    EXPECT_FALSE(server->m_bComInitialized);
+    EXPECT_FALSE((*server).*&ModuleAccess::m_bInitFailed);
+    EXPECT_STREQ(server->GetAppIdT(), "{9E27B6D1-3C48-4A0F-B5E2-71D4C0A96F38}");
 }
 
 TEST_F(ServerModuleTest, HoldsTheLoggerFromItsConstructionToItsEnd)
 {
-    std::optional<CKESTAserverModule> server(std::in_place);
-    EXPECT_THAT(moduleLines(stream, "JavaManagerATLObject"), ElementsAre("INFO -> ObjectMain 1", "INFO <- ObjectMain 1"));
-    stream.clear();
     server.reset();
-    EXPECT_THAT(moduleLines(stream, "JavaManagerATLObject"), ElementsAre("INFO -> ObjectMain 0", "INFO <- ObjectMain 0"));
+    EXPECT_THAT(lines({"JavaManagerATLObject"}),
+                ElementsAre("INFO -> ObjectMain 1", "INFO <- ObjectMain 1", "INFO -> ObjectMain 0", "INFO <- ObjectMain 0"));
     EXPECT_NE(Logger::instance(), nullptr) << "the reference of the static guard is still there";
 }
 
@@ -79,120 +109,74 @@ TEST_F(ServerModuleTest, RegistersAndUnregistersItsAppId)
                      &size);
         return std::string(text);
     };
-    const CKESTAserverModule server;
     EXPECT_EQ(CKESTAserverModule::UpdateRegistryAppId(TRUE), S_OK);
     EXPECT_EQ(appId(), "KESTAserver");
     EXPECT_EQ(CKESTAserverModule::UpdateRegistryAppId(FALSE), S_OK);
     EXPECT_EQ(appId(), "");
 }
 
-TEST_F(ServerModuleTest, LoopLogsEachMessageAndEndsOnQuit)
-{
-    CKESTAserverModule server;
-    stream.clear();
-    post(WM_APP + 7, 5, -6);
-    post(WM_PROCESSEVENTQUEUE);
-    PostQuitMessage(0);
-    run(server);
-    EXPECT_THAT(lines(), ElementsAre("FINE -> " + MODULE + "RunMessageLoop ",
-                                     "FINE " + MODULE + "window message: message=32775, lParam=-6, wParam=5",
-                                     "FINE " + MODULE + "window message: message=32771, lParam=0, wParam=0",
-                                     "FINE <- " + MODULE + "RunMessageLoop "));
-    EXPECT_THAT(linesWith(moduleLines(stream, "BeanFrame"), "processEventQueue"),
-                ElementsAre("FINE -> processEventQueue ", "FINE <- processEventQueue "))
-        << "for the one message, with an empty queue";
-}
-
+// Also for a message of that number that a window gets.
 TEST_F(ServerModuleTest, LoopHandlesItsMessageThenTranslatesAndDispatchesEveryOne)
 {
-    CKESTAserverModule server;
     const ImportHook<decltype(&TranslateMessage)> translate("TranslateMessage", [](const MSG* message) -> BOOL {
-        OutputDebugStringA(("translate " + std::to_string(message->message) + "\n").c_str());
+        OutputDebugStringA(std::format("translate {}\n", message->message).c_str());
         return FALSE;
     });
     const ImportHook<decltype(&DispatchMessageA)> dispatch("DispatchMessageA", [](const MSG* message) -> LRESULT {
-        OutputDebugStringA(("dispatch " + std::to_string(message->message) + "\n").c_str());
+        OutputDebugStringA(std::format("dispatch {}\n", message->message).c_str());
         return 0;
     });
-    stream.clear();
+    const Window window;
     post(WM_APP + 3, static_cast<WPARAM>(-1), static_cast<LPARAM>(1) << 40);
-    post(WM_APP + 4);
+    post(WM_APP + 4, 5, -6);
+    EXPECT_TRUE(PostMessageA(window, WM_APP + 3, 0, 0));
     PostQuitMessage(0);
-    run(server);
-    EXPECT_THAT(stream.messages(),
-                ElementsAre("FINE " + MODULE + "RunMessageLoop ",
-                            "FINE " + MODULE +
-                                "window message: message=32771, lParam=1099511627776, "
-                                "wParam=18446744073709551615",
-                            "FINE processEventQueue ", "FINE processEventQueue ", "translate 32771", "dispatch 32771",
-                            "FINE " + MODULE + "window message: message=32772, lParam=0, wParam=0", "translate 32772",
-                            "dispatch 32772", "FINE " + MODULE + "RunMessageLoop "));
+    run();
+    EXPECT_THAT(lines(),
+                ElementsAre("FINE -> @module RunMessageLoop ",
+                            "FINE @module window message: message=32771, lParam=1099511627776, wParam=18446744073709551615",
+                            "FINE -> processEventQueue ", "FINE <- processEventQueue ", "translate 32771", "dispatch 32771",
+                            "FINE @module window message: message=32772, lParam=-6, wParam=5", "translate 32772",
+                            "dispatch 32772", "FINE @module window message: message=32771, lParam=0, wParam=0",
+                            "FINE -> processEventQueue ", "FINE <- processEventQueue ", "translate 32771", "dispatch 32771",
+                            "FINE <- @module RunMessageLoop "));
 }
 
 TEST_F(ServerModuleTest, LoopTakesTheMessagesOfAllWindowsAndEndsOnAnError)
 {
-    CKESTAserverModule server;
-    static int s_calls;
-    s_calls = 0;
     const ImportHook<decltype(&GetMessageA)> getMessage("GetMessageA", [](LPMSG, HWND window, UINT first, UINT last) -> BOOL {
-        EXPECT_EQ(window, nullptr);
-        EXPECT_EQ(first, 0u);
-        EXPECT_EQ(last, 0u);
-        ++s_calls;
+        s_calls.push_back(std::format("{} {} {}", reinterpret_cast<INT_PTR>(window), first, last));
         return -1;
     });
-    stream.clear();
-    run(server);
-    EXPECT_EQ(s_calls, 1);
-    EXPECT_THAT(lines(), ElementsAre("FINE -> " + MODULE + "RunMessageLoop ", "FINE <- " + MODULE + "RunMessageLoop "));
+    run();
+    EXPECT_THAT(s_calls, ElementsAre("0 0 0"));
 }
 
-TEST_F(ServerModuleTest, LoopLogsNoMessagesBelowFine)
+TEST_F(ServerModuleTest, LoopBuildsNoTextBelowFine)
 {
-    CKESTAserverModule server;
     Logger::setMaxLogLevel(LOGLEVEL_INFO);
-    stream.clear();
+    PostQuitMessage(0);
+    run(); // its scope makes the name of the class, once
     post(WM_APP + 7);
     PostQuitMessage(0);
-    run(server);
-    EXPECT_THAT(stream.lines(), testing::SizeIs(0));
-}
-
-TEST_F(ServerModuleTest, LoopDispatchesToWindows)
-{
-    static int s_received;
-    s_received = 0;
-    WNDCLASSA windowClass = {};
-    windowClass.lpszClassName = "ServerModuleTest";
-    windowClass.lpfnWndProc = [](HWND window, UINT message, WPARAM wParam, LPARAM lParam) -> LRESULT {
-        if (message == WM_APP + 1) {
-            s_received = static_cast<int>(wParam);
-        }
-        return DefWindowProcA(window, message, wParam, lParam);
-    };
-    RegisterClassA(&windowClass);
-    const HWND window = CreateWindowA("ServerModuleTest", "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
-    ASSERT_NE(window, nullptr);
-    CKESTAserverModule server;
-    PostMessageA(window, WM_APP + 1, 42, 0);
-    PostQuitMessage(0);
-    run(server);
-    EXPECT_EQ(s_received, 42);
-    DestroyWindow(window);
-    UnregisterClassA("ServerModuleTest", nullptr);
+    {
+        const FailingAllocations failing(FailingAllocations::Kind::All);
+        run();
+    }
+    EXPECT_EQ(FailingAllocations::refused(), 0) << "a text would have needed memory";
+    EXPECT_THAT(stream.messages(), testing::SizeIs(0));
 }
 
 // From a Java thread through queue and loop to the client's sink, on the thread of the loop.
 TEST_F(ServerModuleTest, LoopCarriesEventsToTheSinks)
 {
     NativeEnvironment environment;
-    CKESTAserverModule server;
     RecordingSink sink;
-    CComPtr<Object> object = create();
+    const CComPtr<Object> object = create();
     advise(object, sink);
-    DWORD firingThread = 0;
+    const DWORD loopThread = GetCurrentThreadId();
     sink.onCall = [&] {
-        firingThread = GetCurrentThreadId();
+        EXPECT_EQ(GetCurrentThreadId(), loopThread);
         if (sink.calls.size() == 3) {
             PostQuitMessage(0);
         }
@@ -202,25 +186,17 @@ TEST_F(ServerModuleTest, LoopCarriesEventsToTheSinks)
         CBeanFrame::NativeOnCustomEvent(environment.env(), nullptr, NativeEnvironment::text("custom"));
         CBeanFrame::NativeTestBridgeEvent(environment.env(), nullptr, NativeEnvironment::text("abc"), 50);
     });
-    run(server);
+    run();
     javaThread.join();
-    EXPECT_EQ(firingThread, GetCurrentThreadId());
-    std::vector<std::string> texts;
-    for (const RecordingSink::Call& call : sink.calls) {
-        texts.push_back(std::to_string(call.event) + " " + call.text);
-    }
-    EXPECT_THAT(texts, testing::UnorderedElementsAre("3 ready", "4 custom", "2 abcjs"));
-    EXPECT_EQ(texts.back(), "2 abcjs") << "delayed";
-    object.Release();
+    EXPECT_THAT(sink.calls, testing::UnorderedElementsAre("3 ready", "4 custom", "2 abcjs"));
+    EXPECT_EQ(sink.calls.back(), "2 abcjs") << "delayed";
 }
 
 // A window procedure with a loop of its own, as COM and dialogs have them, drops the thread's messages.
 TEST_F(ServerModuleTest, EventsWhoseMessageAForeignLoopSwallowedStillCome)
 {
     static NativeEnvironment s_environment;
-    WNDCLASSA windowClass = {};
-    windowClass.lpszClassName = "ServerModuleForeignLoop";
-    windowClass.lpfnWndProc = [](HWND window, UINT message, WPARAM wParam, LPARAM lParam) -> LRESULT {
+    const Window window([](HWND handle, UINT message, WPARAM wParam, LPARAM lParam) -> LRESULT {
         if (message == WM_APP + 1) {
             CBeanFrame::NativeOnCustomEvent(s_environment.env(), nullptr, NativeEnvironment::text("swallowed"));
             MSG dropped;
@@ -228,40 +204,40 @@ TEST_F(ServerModuleTest, EventsWhoseMessageAForeignLoopSwallowedStillCome)
                 DispatchMessageA(&dropped);
             }
         }
-        return DefWindowProcA(window, message, wParam, lParam);
-    };
-    RegisterClassA(&windowClass);
-    const HWND window = CreateWindowA("ServerModuleForeignLoop", "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
-    ASSERT_NE(window, nullptr);
-    CKESTAserverModule server;
+        return DefWindowProcA(handle, message, wParam, lParam);
+    });
     RecordingSink sink;
-    CComPtr<Object> object = create();
+    const CComPtr<Object> object = create();
     advise(object, sink);
     sink.onCall = [] { PostQuitMessage(0); };
     PostMessageA(window, WM_APP + 1, 0, 0);
-    run(server);
-    EXPECT_THAT(sink.calls, ElementsAre(RecordingSink::Call{4, "swallowed"}));
-    DestroyWindow(window);
-    UnregisterClassA("ServerModuleForeignLoop", nullptr);
-    object.Release();
+    run();
+    EXPECT_THAT(sink.calls, ElementsAre("4 swallowed"));
 }
 
-// The watchdog's end of an object, with COM's own references gone and the client's still there.
+// COM gives up what it holds for the client: the connection point, an enumerator that the client still has, and the object.
 TEST_F(ServerModuleTest, DeadClientsObjectGoesWithItsSinksAndItsFrame)
 {
-    CKESTAserverModule server;
+    static std::vector<IUnknown*> s_disconnected;
+    static CComPtr<IEnumConnectionPoints> s_points;
+    s_disconnected.clear();
     RecordingSink sink;
-    Object* object = create().Detach();
+    Object* const object = create().Detach();
     advise(object, sink);
     object->AddRef();
-    const HWND dead = CreateWindowExA(0, "STATIC", "", WS_OVERLAPPEDWINDOW, 0, 0, 10, 10, nullptr, nullptr, nullptr, nullptr);
-    EXPECT_EQ(object->pushWindowHandle(static_cast<int>(reinterpret_cast<INT_PTR>(dead))), S_OK);
-    struct FrameAccess : CBeanFrame
-    {
-        using CBeanFrame::processWatchDogEvent;
-    };
+    EXPECT_EQ(object->EnumConnectionPoints(&s_points), S_OK);
+    const std::vector<IUnknown*> expected = {point(object).p, s_points.p, eventTarget()->targetUnknown()};
+    const Window window;
+    EXPECT_EQ(object->pushWindowHandle(HandleToLong(HWND{window})), S_OK) << "without a parent it counts as dead";
+    const ImportHook<decltype(&CoDisconnectObject)> hook("CoDisconnectObject", [](IUnknown* disconnected, DWORD) -> HRESULT {
+        s_disconnected.push_back(disconnected);
+        if (disconnected == s_points.p) {
+            s_points.Release();
+        }
+        return S_OK;
+    });
     (CBeanFrame::s_Instance->*&FrameAccess::processWatchDogEvent)(nullptr);
+    EXPECT_EQ(s_disconnected, expected);
     EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
     EXPECT_EQ(sink.references, 0u);
-    DestroyWindow(dead);
 }
