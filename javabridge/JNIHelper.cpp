@@ -40,10 +40,10 @@ private:
 
 } // namespace
 
-jstring JNIHelper::bstrToJavaString(JNIEnv* env, BSTR text)
+LocalReference<jstring> JNIHelper::bstrToJavaString(JNIEnv* env, BSTR text)
 {
     LOG_SCOPE_STATIC(FINE, "JNIHelper::bstrToJavaString");
-    return env->NewStringUTF(narrowText(text).c_str());
+    return {env->NewStringUTF(narrowText(text).c_str()), {env}};
 }
 
 void JNIHelper::javaStringToBstr(BSTR* result, JNIEnv* env, jstring text)

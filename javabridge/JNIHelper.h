@@ -5,15 +5,15 @@
 // Failure: exhausted memory throws CAtlException(E_OUTOFMEMORY), a failed code page conversion the error of GetLastError.
 #pragma once
 
+#include "javabridge/LocalReference.h"
 #include "javabridge/SharedText.h"
-
-#include <jni.h>
 
 class JNIHelper
 {
 public:
-    // A new local reference; a null BSTR reaches Java as "".
-    static jstring bstrToJavaString(JNIEnv* env, BSTR text);
+    // A new local reference; a null BSTR reaches Java as "". Null, with Java's OutOfMemoryError pending, when the virtual machine
+    // has no memory for it.
+    static LocalReference<jstring> bstrToJavaString(JNIEnv* env, BSTR text);
     // `result` receives a new BSTR owned by the caller (its previous content is not freed); a null Java string gives an empty
     // one. Without `result` or `env` nothing is written and the failed check is logged.
     static void javaStringToBstr(BSTR* result, JNIEnv* env, jstring text);

@@ -1,14 +1,12 @@
 // The singleton, and the Java virtual machine from the loading of its library to the end of the process.
 #include "javabridge/JavaManagerJNIClient.h"
 
-#include "support/registry.h"
+#include "atl/atl.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <format>
 #include <fstream>
 #include <new>
-#include <utility>
 
 #define LOG_SOURCE "JavaManagerJNIClient"
 
@@ -29,9 +27,15 @@ void CJavaManagerJNIClient::createInstance(const char* basisControlPath)
 {
     LOG_SCOPE_STATIC(FINE, "CJavaManagerJNIClient::createInstance");
     if (s_Instance == nullptr) {
-        s_Instance = new CJavaManagerJNIClient(basisControlPath);
-        // Without a machine the singleton stays: every operation then fails at its own check.
-        s_Instance->createJVM(s_Instance->findJVM());
+        const HRESULT hr = AtlGuard([&] {
+            s_Instance = new CJavaManagerJNIClient(basisControlPath);
+            // Without a machine the singleton stays: every operation then fails at its own check.
+            s_Instance->createJVM(s_Instance->findJVM());
+            return S_OK;
+        });
+        if (FAILED(hr)) {
+            LOG(ERROR, "Java virtual machine was not started: " << std::hex << hr);
+        }
     }
     if (s_Instance != nullptr) {
         LOG(TRACE, "CHECKPOINT: Successfully created JavaManagerJNIClient Singleton.");
@@ -125,97 +129,18 @@ void pinModuleOf(CreateJavaVM* function)
 
 } // namespace
 
-// Values named "jvm_option_...", in the byte order of their names.
-void CJavaManagerJNIClient::addRegistryOptions(Options& options)
-{
-    const std::string prefix = "jvm_option_";
-    std::vector<std::pair<std::string, std::string>> found;
-    CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
-    CRegistrySubKeys names(preferences);
-    for (int index = 0; index < names.getValueCount(); index++) {
-        const std::string name = names.getValue(index);
-        if (name.starts_with(prefix)) {
-            CRegistry value(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
-            found.emplace_back(name, value.getStringValue(name.c_str(), ""));
-        }
-    }
-    preferences.closeKey();
-    std::sort(found.begin(), found.end(), [](const auto& left, const auto& right) { return left.first < right.first; });
-    for (auto& [name, option] : found) {
-        options.push_back(std::move(option));
-    }
-}
-
-void CJavaManagerJNIClient::addBackgroundOption(Options& options)
-{
-    CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
-    if (preferences.getDWORDValue("sun.awt.noerasebackground", -1) <= 0) {
-        LOG(FINE, "Adding sun.awt.noerasebackground JVM Option");
-        options.emplace_back("-Dsun.awt.noerasebackground=true");
-    }
-    preferences.closeKey();
-}
-
-void CJavaManagerJNIClient::addLoggingOptions(Options& options)
-{
-    const Logger* const logger = Logger::instance();
-    if (logger != nullptr && logger->hasMagicDirectory()) {
-        LOG(FINE, "Adding additional JVM options for extra logging");
-        options.insert(options.end(), {
-                                          "-XX:+UnlockDiagnosticVMOptions",
-                                          "-XX:+LogVMOutput",
-                                          "-XX:+PrintJNIResolving",
-                                          "-XX:+PrintCommandLineFlags",
-                                          "-XX:+PrintCompilation",
-                                          "-XX:+CheckJNICalls",
-                                          "-XX:+PrintVMOptions",
-                                          "-XX:LogFile=" + logger->logFilePrefix() + "-jvm.log",
-                                          "-XX:ErrorFile=" + logger->logFilePrefix() + "-jvm-error.log",
-                                      });
-    }
-    // Without a Logger the control's own logging is given what a Logger starts with.
-    const std::string directory = logger != nullptr ? logger->logDirectory() : "";
-    const int level = logger != nullptr ? logger->maxLogLevel() : LOGLEVEL_WARN;
-    const int age = logger != nullptr ? logger->oldLogFileAge() : 2419200;
-    const int splitSize = logger != nullptr ? logger->splitLogFileSize() : 10;
-    options.push_back("-Dcom.orvane.qmrt.logpath=" + directory);
-    options.push_back(std::format("-Dcom.orvane.qmrt.loglevel={}", level));
-    options.push_back(std::format("-Dcom.orvane.qmrt.oldlogfileage={}", age));
-    options.push_back(std::format("-Dcom.orvane.qmrt.splitlogfilesize={}", splitSize));
-}
-
-// A policy file named after the executable switches Java's security manager on.
-void CJavaManagerJNIClient::addPolicyOptions(Options& options)
-{
-    char executable[MAX_PATH + 1] = "";
-    GetModuleFileNameA(nullptr, executable, sizeof executable);
-    std::string policy = executable;
-    policy.resize(policy.size() - std::min<size_t>(policy.size(), 4));
-    policy += ".policy";
-    if (std::ifstream(policy).is_open()) {
-        LOG(FINE, "Enabled Java Security Manager with " << policy);
-        options.emplace_back("-Djava.security.manager");
-        options.push_back("-Djava.security.policy=" + policy);
-    } else {
-        LOG(FINE, "Java Security Manager was not enabled. (" << policy << ")");
-    }
-}
-
 int CJavaManagerJNIClient::createJVM(JVMInfo jvm_info)
 {
     LOG_SCOPE(INFO, "CJavaManagerJNIClient::createJVM");
-    Options options = {"-Djava.class.path=" + findORVControls()};
+    std::vector<std::string> options = {"-Djava.class.path=" + findORVControls()};
     LOG(FINE, "Class Path: " << options.front());
     RETURN_IF_FAILED(loadJVMlibrary(jvm_info.path.c_str()));
     auto* const CreateJavaVMProc =
         reinterpret_cast<CreateJavaVM*>(reinterpret_cast<void*>(GetProcAddress(m_DLLHandle, "JNI_CreateJavaVM")));
     RETURN_IF_FALSE(CreateJavaVMProc != NULL, E_FAIL);
 
-    addRegistryOptions(options);
-    addBackgroundOption(options);
-    addLoggingOptions(options);
-    addPolicyOptions(options);
-
+    const std::vector<std::string> furtherOptions = machineOptions();
+    options.insert(options.end(), furtherOptions.begin(), furtherOptions.end());
     if (jvm_info.version.compare(0, 3, "1.6") < 0) {
         m_JVMArguments.version = JNI_VERSION_1_4;
         LOG(FINE, "JNI 1.4 selected");
@@ -244,11 +169,10 @@ unsigned int CJavaManagerJNIClient::destroyJVM()
     LOG_SCOPE(INFO, "CJavaManagerJNIClient::destroyJVM");
     for (const jclass reference : {m_BeanClass, m_FrameClass, m_ListenerClass}) {
         if (reference != nullptr) {
-            env()->DeleteLocalRef(reference);
+            m_ENV->DeleteLocalRef(reference);
         }
     }
     if (m_JVM != nullptr) {
-        env(); // a thread that ends with an error pending would print it
         RETURN_IF_JNI_FAILED(m_JVM->DetachCurrentThread(), static_cast<unsigned int>(E_FAIL));
     }
     // The machine is not destroyed: its threads end with the process.

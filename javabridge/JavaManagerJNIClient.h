@@ -5,17 +5,16 @@
 //            that it creates and that the caller keeps, hands to every operation and finally to stopBean, which deletes them.
 //            The machine itself is never destroyed: its threads end with the process.
 // Threads:   the main thread only (the one that created the machine and owns m_ENV), singleton creation and removal included.
-// Failure:   HRESULTs, S_OK or E_FAIL unless stated; the reason is in the log. Without a machine look-ups give null and each
-//            operation fails at its own check; a null class, object or method never reaches a JNI function. Java exceptions
-//            end in the log. Only exhausted memory or a failed code page conversion leaves an operation as a CAtlException.
-//
-// A failed look-up leaves a Java error pending (deliberately: the step that failed calls nothing more). env() clears it just
-// before the next use of JNI, so that no later step fails because of it.
+// Failure:   HRESULTs, S_OK or E_FAIL unless stated; the reason is in the log. Java exceptions and errors end there as soon as
+//            they are raised, those of look-ups and constructors included. Without a machine look-ups give null and each
+//            operation fails at its own check; a null class, object or method never reaches a JNI function. Only exhausted memory
+//            or a failed code page conversion leaves an operation as a CAtlException; createInstance, cleanUp and stopBean let
+//            nothing out.
 #pragma once
 
+#include "javabridge/LocalReference.h"
 #include "support/logger.h"
 
-#include <jni.h>
 #include <oaidl.h>
 
 #include <string>
@@ -86,12 +85,8 @@ protected:
     unsigned int destroyJVM();
     // Says in the log why a file could not be loaded as a library of this process.
     void diagnoseLibrary(const char* filename);
-    // The machine's options, in the order in which the machine gets them.
-    using Options = std::vector<std::string>;
-    void addRegistryOptions(Options& options);
-    void addBackgroundOption(Options& options);
-    void addLoggingOptions(Options& options);
-    void addPolicyOptions(Options& options);
+    // The machine's options behind the class path, in the order in which the machine gets them.
+    std::vector<std::string> machineOptions();
     // The candidate that one item of the preference pattern picks, a single version or a range with both bounds included.
     // `candidates` is sorted, and the last match wins.
     JVMInfo pickCandidate(const std::vector<JVMInfo>& candidates, const std::string& item);
@@ -103,18 +98,31 @@ protected:
     // True when no Java exception was pending; otherwise it is logged and cleared.
     bool checkNoJNIException();
 
-    // The environment for the next use of JNI, free of the error that a failed look-up may have left. Null without a machine.
-    JNIEnv* env();
+    // What a look-up or constructor gave; when it gave nothing, its error is logged and cleared first.
+    template <class Found>
+    Found captured(Found found)
+    {
+        if (found == nullptr) {
+            checkNoJNIException();
+        }
+        return found;
+    }
     // Look-ups give null, and call nothing, without a machine or when a class or `object` (the one that the method is for) is
     // null.
     jclass findClass(const char* name);
     jmethodID findMethod(jclass objectClass, const char* name, const char* signature);
     jmethodID findMethod(jobject object, jclass objectClass, const char* name, const char* signature);
-    // Creation whose error, like that of a look-up, is noted instead of logged. Null without class or constructor.
+    // Null, and nothing called, without class or constructor.
     template <class... Arguments>
-    jobject newObject(jclass objectClass, jmethodID constructor, Arguments... arguments);
+    LocalReference<jobject> newObject(jclass objectClass, jmethodID constructor, Arguments... arguments);
+    jobject toGlobalReference(LocalReference<jobject> local);
     void deleteGlobalReference(jobject object);
-    // The common end of the forwarding operations: the call itself, the check for an exception, the result.
+
+    // Turns the arguments into Java's, hands them to `call` and checks for an exception; when a text cannot be made, it fails
+    // like a call that throws. On failure the references of the texts are deliberately left to the end of the thread.
+    template <class Call, class... Arguments>
+    HRESULT callJava(const Call& call, Arguments... arguments);
+    // The common end of the operations that forward to the bean. On failure the result is not written.
     template <class... Arguments>
     HRESULT forward(jobject bean, jmethodID method, BSTR* result, Arguments... arguments);
 
@@ -127,5 +135,4 @@ protected:
     jclass m_FrameClass = nullptr;
     jclass m_ListenerClass = nullptr;
     int m_UniqueWindowID = -1;
-    bool m_LookupFailed = false; // its error may still be pending
 };

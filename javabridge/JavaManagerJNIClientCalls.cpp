@@ -3,24 +3,9 @@
 
 #define LOG_SOURCE "JavaManagerJNIClient"
 
-JNIEnv* CJavaManagerJNIClient::env()
-{
-    if (m_LookupFailed) {
-        m_LookupFailed = false;
-        m_ENV->ExceptionClear();
-    }
-    return m_ENV;
-}
-
 jclass CJavaManagerJNIClient::findClass(const char* name)
 {
-    JNIEnv* const env = this->env();
-    if (env == nullptr) {
-        return nullptr;
-    }
-    const jclass found = env->FindClass(name);
-    m_LookupFailed = found == nullptr;
-    return found;
+    return m_ENV == nullptr ? nullptr : captured(m_ENV->FindClass(name));
 }
 
 jmethodID CJavaManagerJNIClient::findMethod(jclass objectClass, const char* name, const char* signature)
@@ -28,9 +13,7 @@ jmethodID CJavaManagerJNIClient::findMethod(jclass objectClass, const char* name
     if (m_ENV == nullptr || objectClass == nullptr) {
         return nullptr;
     }
-    const jmethodID found = env()->GetMethodID(objectClass, name, signature);
-    m_LookupFailed = found == nullptr;
-    return found;
+    return captured(m_ENV->GetMethodID(objectClass, name, signature));
 }
 
 jmethodID CJavaManagerJNIClient::findMethod(jobject object, jclass objectClass, const char* name, const char* signature)
@@ -38,17 +21,9 @@ jmethodID CJavaManagerJNIClient::findMethod(jobject object, jclass objectClass, 
     return object == nullptr ? nullptr : findMethod(objectClass, name, signature);
 }
 
-void CJavaManagerJNIClient::deleteGlobalReference(jobject object)
-{
-    if (JNIEnv* const env = this->env(); env != nullptr) {
-        env->DeleteGlobalRef(object);
-    }
-}
-
 namespace {
 
-// What a Java method without parameters answers about the pending exception. Empty handed when the method or its answer is
-// missing.
+// What a Java method without parameters answers about the pending exception, if anything.
 class ExceptionText
 {
 public:
@@ -88,27 +63,26 @@ private:
 bool CJavaManagerJNIClient::checkNoJNIException()
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::checkNoJNIException");
-    JNIEnv* const env = this->env();
-    if (env == nullptr || !env->ExceptionCheck()) {
+    if (m_ENV == nullptr || !m_ENV->ExceptionCheck()) {
         return true;
     }
-    const jthrowable exception = env->ExceptionOccurred();
+    const jthrowable exception = m_ENV->ExceptionOccurred();
     if (exception == nullptr) {
         LOG(ERROR, "Exception: Could not get throwable object for details!");
         return false;
     }
     // From here to the end the exception stays pending, look-ups and calls included. Neither class reference is deleted.
-    const jclass exceptionClass = env->GetObjectClass(exception);
-    const jclass classClass = env->FindClass("java/lang/Class");
+    const jclass exceptionClass = m_ENV->GetObjectClass(exception);
+    const jclass classClass = m_ENV->FindClass("java/lang/Class");
     if (exceptionClass == nullptr || classClass == nullptr) {
         LOG(ERROR, "Exception: unknown");
     } else {
-        const ExceptionText name(env, exceptionClass, classClass, "getName");
-        const ExceptionText message(env, exception, exceptionClass, "getMessage");
+        const ExceptionText name(m_ENV, exceptionClass, classClass, "getName");
+        const ExceptionText message(m_ENV, exception, exceptionClass, "getMessage");
         // The line feed is part of the text and stands besides the one that ends every entry.
         LOG(ERROR, "Exception: " << name.textOr("(null name)") << ": " << message.textOr("") << "\n");
     }
-    env->DeleteLocalRef(exception);
-    env->ExceptionClear();
+    m_ENV->DeleteLocalRef(exception);
+    m_ENV->ExceptionClear();
     return false;
 }

@@ -4,48 +4,86 @@
 #include "atl/atl.h"
 #include "javabridge/JNIHelper.h"
 
+#include <array>
 #include <tuple>
 
 #define LOG_SOURCE "JavaManagerJNIClient"
 
 namespace {
 
-jstring toJava(JNIEnv* env, BSTR text)
+// The arguments of one call as Java gets them. Owns the texts among them and deletes them in their order.
+template <size_t Count>
+class JavaArguments
 {
-    return JNIHelper::bstrToJavaString(env, text);
-}
-
-jint toJava(JNIEnv*, int number)
-{
-    return number;
-}
-
-void release(JNIEnv* env, jobject reference)
-{
-    if (reference != nullptr) {
-        env->DeleteLocalRef(reference);
+public:
+    explicit JavaArguments(JNIEnv* env)
+        : m_env(env)
+    {
     }
-}
+    ~JavaArguments()
+    {
+        for (LocalReference<jstring>& text : m_texts) {
+            text.reset();
+        }
+    }
+    JavaArguments(const JavaArguments&) = delete;
+    JavaArguments& operator=(const JavaArguments&) = delete;
 
-void release(JNIEnv*, jint)
-{
-}
+    // Null after the first text that could not be made: its error is pending, and nothing more may be asked of Java.
+    jstring toJava(BSTR text)
+    {
+        if (!m_areMade) {
+            return nullptr;
+        }
+        LocalReference<jstring>& made = m_texts[m_count++];
+        made = JNIHelper::bstrToJavaString(m_env, text);
+        m_areMade = made != nullptr;
+        return made.get();
+    }
+    static jint toJava(int number) { return number; }
+
+    bool areMade() const { return m_areMade; }
+    void leave()
+    {
+        for (LocalReference<jstring>& text : m_texts) {
+            static_cast<void>(text.release());
+        }
+    }
+
+private:
+    JNIEnv* m_env;
+    std::array<LocalReference<jstring>, Count> m_texts;
+    size_t m_count = 0;
+    bool m_areMade = true;
+};
 
 } // namespace
 
-// Shape of every forwarding operation, behind its own look-up. On a Java exception the references of the arguments are
-// deliberately left to the end of the thread, and the result is not written.
+template <class Call, class... Arguments>
+HRESULT CJavaManagerJNIClient::callJava(const Call& call, Arguments... arguments)
+{
+    JavaArguments<sizeof...(Arguments)> javaArguments(m_ENV);
+    const std::tuple values{javaArguments.toJava(arguments)...};
+    if (javaArguments.areMade()) {
+        std::apply(call, values);
+    }
+    if (!LOG_CONDITION(checkNoJNIException()) || !javaArguments.areMade()) {
+        javaArguments.leave();
+        return E_FAIL;
+    }
+    return S_OK;
+}
+
 template <class... Arguments>
 HRESULT CJavaManagerJNIClient::forward(jobject bean, jmethodID method, BSTR* result, Arguments... arguments)
 {
-    JNIEnv* const env = this->env();
-    const std::tuple javaArguments{toJava(env, arguments)...};
-    const auto call = [&](auto... values) { return env->CallObjectMethod(bean, method, values...); };
-    const auto answer = static_cast<jstring>(std::apply(call, javaArguments));
-    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
-    std::apply([&](auto... values) { (release(env, values), ...); }, javaArguments);
-    JNIHelper::javaStringToBstr(result, env, answer);
-    release(env, answer);
+    LocalReference<jobject> answer(nullptr, {m_ENV});
+    const auto call = [&](auto... values) { answer.reset(m_ENV->CallObjectMethod(bean, method, values...)); };
+    if (const HRESULT hr = callJava(call, arguments...); FAILED(hr)) {
+        static_cast<void>(answer.release());
+        return hr;
+    }
+    JNIHelper::javaStringToBstr(result, m_ENV, static_cast<jstring>(answer.get()));
     return S_OK;
 }
 
@@ -148,9 +186,7 @@ HRESULT CJavaManagerJNIClient::testBridge(jobject listener, const wchar_t* text,
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::testBridge", text << ", " << ttl << ", " << delay);
     const jmethodID debugTextMethodID = findMethod(listener, m_ListenerClass, "testBridge", "(Ljava/lang/String;II)V");
     RETURN_IF_FALSE(debugTextMethodID != NULL, E_FAIL);
-    const jstring javaText = JNIHelper::bstrToJavaString(env(), CComBSTR(text));
-    env()->CallVoidMethod(listener, debugTextMethodID, javaText, static_cast<jint>(ttl), static_cast<jint>(delay));
-    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
-    release(env(), javaText);
-    return S_OK;
+    const CComBSTR copy(text);
+    const auto call = [&](auto... values) { m_ENV->CallVoidMethod(listener, debugTextMethodID, values...); };
+    return callJava(call, copy.m_str, ttl, delay);
 }

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <new>
+#include <utility>
 
 #define LOG_SOURCE "JavaManagerJNIClient"
 
@@ -31,19 +33,29 @@ std::string jniClassName(const char* package, const char* name)
 } // namespace
 
 template <class... Arguments>
-jobject CJavaManagerJNIClient::newObject(jclass objectClass, jmethodID constructor, Arguments... arguments)
+LocalReference<jobject> CJavaManagerJNIClient::newObject(jclass objectClass, jmethodID constructor, Arguments... arguments)
 {
     if (objectClass == nullptr || constructor == nullptr) {
-        return nullptr;
+        return {};
     }
-    const jobject created = env()->NewObject(objectClass, constructor, arguments...);
-    m_LookupFailed = created == nullptr;
-    return created;
+    return {captured(m_ENV->NewObject(objectClass, constructor, arguments...)), {m_ENV}};
+}
+
+jobject CJavaManagerJNIClient::toGlobalReference(LocalReference<jobject> local)
+{
+    return m_ENV->NewGlobalRef(local.get());
+}
+
+void CJavaManagerJNIClient::deleteGlobalReference(jobject object)
+{
+    if (m_ENV != nullptr) {
+        m_ENV->DeleteGlobalRef(object);
+    }
 }
 
 HRESULT CJavaManagerJNIClient::startBean(jobject* beanObject, jobject* frameObject, int* frameID, const char* bean_package,
                                          const char* bean_class)
-{
+try {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::startBean", bean_package << ", " << bean_class);
     RETURN_IF_FALSE(beanObject!=NULL, E_FAIL);
     RETURN_IF_FALSE(frameObject!=NULL, E_FAIL);
@@ -55,27 +67,31 @@ HRESULT CJavaManagerJNIClient::startBean(jobject* beanObject, jobject* frameObje
     RETURN_IF_FALSE(m_BeanClass!=NULL, E_FAIL);
     jmethodID constructID = findMethod(m_BeanClass, "<init>", "()V");
     RETURN_IF_FALSE(constructID!=NULL, E_FAIL);
-    jobject localReference = env()->NewObject(m_BeanClass, constructID);
+    LocalReference<jobject> localReference(m_ENV->NewObject(m_BeanClass, constructID), {m_ENV});
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     RETURN_IF_FALSE(localReference != NULL, E_FAIL);
-    *beanObject = env()->NewGlobalRef(localReference);
-    env()->DeleteLocalRef(localReference);
+    *beanObject = toGlobalReference(std::move(localReference));
 
     m_FrameClass = findClass(FRAME_CLASS);
     constructID = findMethod(m_FrameClass, "<init>", "(Ljava/lang/String;)V");
     *frameID = createUniqueID();
     // The reference of the name is deliberately left to the end of the thread.
-    const jstring frameName = env()->NewStringUTF(CHelpers::buildIdentifierString("kesta_frame_", *frameID).c_str());
+    const jstring frameName = m_ENV->NewStringUTF(CHelpers::buildIdentifierString("kesta_frame_", *frameID).c_str());
+    if (frameName == nullptr) {
+        LOG_CONDITION(checkNoJNIException());
+        return E_FAIL;
+    }
     localReference = newObject(m_FrameClass, constructID, frameName);
     RETURN_IF_FALSE(localReference!=NULL, E_FAIL);
-    *frameObject = env()->NewGlobalRef(localReference);
-    env()->DeleteLocalRef(localReference);
+    *frameObject = toGlobalReference(std::move(localReference));
 
     LOG_HRESULT_NUMBER(setFrameFocusableWindowState(*frameObject, false));
     LOG_HRESULT_NUMBER(setFrameAlwaysOnTop(*frameObject, false));
     LOG_HRESULT_NUMBER(setFrameUndecorated(*frameObject, true));
     LOG(TRACE, "CHECKPOINT: Successfully started bean.");
     return S_OK;
+} catch (const std::bad_alloc&) {
+    AtlThrow(E_OUTOFMEMORY);
 }
 
 HRESULT CJavaManagerJNIClient::addBean(jobject frame, jobject bean)
@@ -84,11 +100,9 @@ HRESULT CJavaManagerJNIClient::addBean(jobject frame, jobject bean)
     const jmethodID addID =
         bean == nullptr ? nullptr : findMethod(frame, m_FrameClass, "add", "(Ljava/awt/Component;)Ljava/awt/Component;");
     RETURN_IF_FALSE(addID!=NULL, E_FAIL);
-    const jobject component = env()->CallObjectMethod(frame, addID, bean);
+    LocalReference<jobject> component(m_ENV->CallObjectMethod(frame, addID, bean), {m_ENV});
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
-    if (component != nullptr) {
-        env()->DeleteLocalRef(component);
-    }
+    component.reset();
     LOG(INFO, "Successfully added Bean to KESTAFrame!");
     return S_OK;
 }
@@ -120,9 +134,10 @@ HRESULT CJavaManagerJNIClient::regEventListener(jobject* listener, jobject /*fra
     RETURN_IF_FALSE(listener!=NULL, E_FAIL);
     m_ListenerClass = findClass(LISTENER_CLASS);
     const jmethodID constructID = findMethod(m_ListenerClass, "<init>", "()V");
-    const jobject localReference = newObject(m_ListenerClass, constructID);
+    // Deliberately not owned: a step that fails leaves it to the end of the thread.
+    const jobject localReference = newObject(m_ListenerClass, constructID).release();
     RETURN_IF_FALSE(localReference!=NULL, E_FAIL);
-    *listener = env()->NewGlobalRef(localReference);
+    *listener = m_ENV->NewGlobalRef(localReference);
 
     const ListenerNatives& natives = listenerNatives();
     const char* const textOnly = "(Ljava/lang/String;)V";
@@ -134,9 +149,9 @@ HRESULT CJavaManagerJNIClient::regEventListener(jobject* listener, jobject /*fra
     const jmethodID addORVListenerID = findMethod(bean, m_BeanClass, "addORVANEControlListener", LISTENER_SETTER);
     RETURN_IF_FALSE(addORVListenerID!=NULL, E_FAIL);
     LOG(TRACE, "call addORVANEControlListener method");
-    env()->CallVoidMethod(bean, addORVListenerID, *listener);
+    m_ENV->CallVoidMethod(bean, addORVListenerID, *listener);
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
-    env()->DeleteLocalRef(localReference);
+    m_ENV->DeleteLocalRef(localReference);
     LOG(TRACE, "CHECKPOINT: Successfully registered event listener.");
     return S_OK;
 }
@@ -145,7 +160,7 @@ HRESULT CJavaManagerJNIClient::registerNative(jclass listenerClass, const char* 
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::registerNative", name << ", " << signature);
     const JNINativeMethod native = {const_cast<char*>(name), const_cast<char*>(signature), function};
-    env()->RegisterNatives(listenerClass, &native, 1);
+    m_ENV->RegisterNatives(listenerClass, &native, 1);
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     return S_OK;
 }
@@ -155,7 +170,7 @@ HRESULT CJavaManagerJNIClient::callBooleanSetterOnFrame(jobject frame, const cha
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::callBooleanSetterOnFrame", methodName << ", " << value);
     const jmethodID methodID = findMethod(frame, m_FrameClass, methodName, "(Z)V");
     RETURN_IF_FALSE(methodID!=NULL, E_FAIL);
-    env()->CallVoidMethod(frame, methodID, static_cast<jboolean>(value));
+    m_ENV->CallVoidMethod(frame, methodID, static_cast<jboolean>(value));
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     return S_OK;
 }
@@ -196,7 +211,7 @@ HRESULT CJavaManagerJNIClient::setFrameBounds(jobject frame, int x, int y, int w
     const jmethodID setBoundsID = findMethod(frame, m_FrameClass, "setBounds", "(IIII)V");
     RETURN_IF_FALSE(setBoundsID!=NULL, E_FAIL);
     // Deliberately without the four values; the variadic form, since the machine would read through an array of none.
-    env()->CallVoidMethod(frame, setBoundsID);
+    m_ENV->CallVoidMethod(frame, setBoundsID);
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     return S_OK;
 }
@@ -206,11 +221,11 @@ HRESULT CJavaManagerJNIClient::validateFrameAndBean(jobject frame, jobject bean)
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::validateFrameAndBean");
     const jmethodID validateID = bean == nullptr ? nullptr : findMethod(frame, m_FrameClass, "validate", "()V");
     RETURN_IF_FALSE(validateID!=NULL, E_FAIL);
-    env()->CallVoidMethod(frame, validateID);
+    m_ENV->CallVoidMethod(frame, validateID);
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     // Deliberately the method of the frame's class. Both inherit it from the same class; a frame with a validate of its own is
     // served as well, except by a machine that checks JNI calls, which ends the process.
-    env()->CallVoidMethod(bean, validateID);
+    m_ENV->CallVoidMethod(bean, validateID);
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     return S_OK;
 }
@@ -220,21 +235,21 @@ HRESULT CJavaManagerJNIClient::stopBean(jobject bean, jobject frame, jobject lis
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::stopBean");
     // A step that fails is logged and left; the next one runs regardless.
     if (bean != nullptr) {
-        free(bean, &CComBSTR()); // its answer is of no interest
+        AtlGuard([&] { return free(bean, &CComBSTR()); }); // neither its answer nor its result is of interest
         const jmethodID removeID = findMethod(m_BeanClass, "removeORVANEControlListener", LISTENER_SETTER);
         if (LOG_CONDITION(removeID!=NULL)) {
-            env()->CallVoidMethod(bean, removeID, listener);
+            m_ENV->CallVoidMethod(bean, removeID, listener);
             checkNoJNIException();
         }
         const jmethodID removeAllID = findMethod(m_BeanClass, "removeAll", "()V");
         if (LOG_CONDITION(removeAllID!=NULL)) {
-            env()->CallVoidMethod(bean, removeAllID);
+            m_ENV->CallVoidMethod(bean, removeAllID);
             checkNoJNIException();
         }
         if (frame != nullptr) {
             const jmethodID removeCID = findMethod(m_FrameClass, "remove", "(Ljava/awt/Component;)V");
             if (LOG_CONDITION(removeCID!=NULL)) {
-                env()->CallVoidMethod(frame, removeCID, bean);
+                m_ENV->CallVoidMethod(frame, removeCID, bean);
                 checkNoJNIException();
             }
         }
@@ -244,7 +259,7 @@ HRESULT CJavaManagerJNIClient::stopBean(jobject bean, jobject frame, jobject lis
     if (frame != nullptr) {
         const jmethodID disposeID = findMethod(m_FrameClass, "dispose", "()V");
         if (LOG_CONDITION(disposeID!=NULL)) {
-            env()->CallVoidMethod(frame, disposeID);
+            m_ENV->CallVoidMethod(frame, disposeID);
             checkNoJNIException();
         }
         deleteGlobalReference(frame);

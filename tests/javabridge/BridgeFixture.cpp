@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iterator>
 #include <mutex>
 #include <utility>
 
@@ -41,7 +40,33 @@ void JNICALL onCustomEvent(JNIEnv* env, jobject, jstring text)
     receive("OnCustomEvent " + narrow(env, text));
 }
 
-const std::string CLASS_NAMES[] = {"CBridgeClient  ", "CJavaManagerJNIClient  "};
+// As EXPECT_LINES compares it.
+std::string render(const fixtures::LogLine& line)
+{
+    if (line.level.empty()) {
+        return line.body;
+    }
+    const std::string source = line.source.substr(0, line.source.find_last_not_of(' ') + 1);
+    const bool isEntry = line.body.find_first_not_of(' ') == line.body.find("-> ");
+    std::string text = line.text();
+    std::string owner = source + ": ";
+    if (source == "JavaManagerJNIClient") {
+        owner = "static: ";
+        for (const std::string className : {"CBridgeClient  ", "CJavaManagerJNIClient  "}) {
+            if (text.starts_with(className)) {
+                owner.clear();
+                text.erase(0, className.size());
+            }
+        }
+    }
+    if (isEntry && text.ends_with(' ')) {
+        text.pop_back();
+    }
+    for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at++) {
+        text.replace(at, 1, "\\n");
+    }
+    return line.level + " " + (isEntry ? "-> " : "") + owner + text;
+}
 
 } // namespace
 
@@ -57,10 +82,12 @@ Strings operator+(Strings left, const Strings& right)
     return left;
 }
 
-Strings setterCalls(const std::string& object, const std::string& method, const std::string& value)
+std::string setterTranscript(const std::string& object, const std::string& operation, const std::string& method, bool value)
 {
-    return {"GetMethodID(class " + FRAME + ", " + method + ", (Z)V)",
-            "CallVoidMethod(" + object + ", " + method + ", " + value + ")", "ExceptionCheck()"};
+    const std::string number = value ? "1" : "0";
+    return "FINE -> " + operation + " " + number + "\nFINE -> callBooleanSetterOnFrame " + method + ", " + number +
+           "\nGetMethodID(class " + FRAME + ", " + method + ", (Z)V)\nTRACE methodID!=NULL: true\nCallVoidMethod(" + object +
+           ", " + method + ", " + (value ? "true" : "false") + ")\n{checked}\n";
 }
 
 Strings captureCalls(const std::string& exceptionClass, const std::string& message)
@@ -85,26 +112,41 @@ Strings captureCalls(const std::string& exceptionClass, const std::string& messa
     };
 }
 
-testing::AssertionResult sameStrings(const Strings& actual, const Strings& expected)
+std::string joined(const Strings& lines)
 {
-    if (actual == expected) {
-        return testing::AssertionSuccess();
+    std::string text;
+    for (const std::string& line : lines) {
+        text += line + "\n";
     }
-    testing::AssertionResult result = testing::AssertionFailure();
-    result << "the lists differ (= same, - expected, + actual):\n";
-    for (size_t index = 0; index < std::max(actual.size(), expected.size()); index++) {
-        if (index < actual.size() && index < expected.size() && actual[index] == expected[index]) {
-            result << "= " << actual[index] << "\n";
-            continue;
-        }
-        if (index < expected.size()) {
-            result << "- " << expected[index] << "\n";
-        }
-        if (index < actual.size()) {
-            result << "+ " << actual[index] << "\n";
+    return text;
+}
+
+Strings linesOf(std::string text)
+{
+    const std::pair<std::string, std::string> abbreviations[] = {
+        {"{pid}", std::to_string(GetCurrentProcessId())},
+        {"{checked}", "FINE -> checkNoJNIException\nExceptionCheck()\nTRACE checkNoJNIException(): true"},
+    };
+    for (const auto& [name, meaning] : abbreviations) {
+        for (size_t at = 0; (at = text.find(name, at)) != std::string::npos;) {
+            text.replace(at, name.size(), meaning);
         }
     }
-    return result;
+    Strings lines;
+    for (const std::string& line : fixtures::splitLines(text)) {
+        if (const size_t begin = line.find_first_not_of(' '); begin != std::string::npos) {
+            lines.push_back(line.substr(begin));
+        }
+    }
+    return lines;
+}
+
+Strings callsOf(Strings transcript)
+{
+    std::erase_if(transcript, [](const std::string& line) {
+        return line.starts_with("FINE ") || line.starts_with("TRACE ") || line.starts_with("INFO ");
+    });
+    return transcript;
 }
 
 Strings takeReceivedEvents()
@@ -130,73 +172,31 @@ ClientLog::~ClientLog()
     Logger::setMaxLogLevel(LOGLEVEL_WARN);
 }
 
-Strings ClientLog::take(bool wantScopes)
+Strings ClientLog::take()
 {
     Strings result;
     bool isBacktrace = false;
     for (const fixtures::LogLine& line : m_stream.lines()) {
-        isBacktrace = line.body == fixtures::BEGIN_BANNER || (isBacktrace && line.body != fixtures::END_BANNER);
         const size_t begin = line.body.find_first_not_of(' ');
-        const std::string marker = begin == std::string::npos ? "" : line.body.substr(begin, 3);
-        const bool isScope = marker == "-> " || marker == "<- ";
-        if (line.level.empty() || isScope != wantScopes || marker == "<- " || (isBacktrace && isScope)) {
-            continue;
-        }
-        const std::string text = withoutClassName(line.text());
-        if (wantScopes && text == line.text()) {
-            continue;
-        }
-        result.push_back(line.level + " " + text);
-    }
-    return result;
-}
-
-std::string ClientLog::withoutClassName(const std::string& text)
-{
-    const auto* const className = std::find_if(std::begin(CLASS_NAMES), std::end(CLASS_NAMES),
-                                               [&](const std::string& name) { return text.starts_with(name); });
-    return className == std::end(CLASS_NAMES) ? text : text.substr(className->size());
-}
-
-Strings ClientLog::takeSteps()
-{
-    Strings steps;
-    bool isBacktrace = false;
-    size_t destructorDepth = std::string::npos;
-    for (const fixtures::LogLine& line : m_stream.lines()) {
-        isBacktrace = line.body == fixtures::BEGIN_BANNER || (isBacktrace && line.body != fixtures::END_BANNER);
-        const size_t depth = line.body.find_first_not_of(' ');
-        if (line.level.empty() || isBacktrace || (destructorDepth != std::string::npos && depth > destructorDepth)) {
-            continue;
-        }
-        const bool isEntry = line.body.compare(depth, 3, "-> ") == 0;
-        destructorDepth = isEntry && line.body.find("  ~") != std::string::npos ? depth : std::string::npos;
-        if (destructorDepth == std::string::npos && line.body.compare(depth, 3, "<- ") != 0) {
-            steps.push_back(line.level + " " + withoutClassName(line.text()));
+        const bool isEntry = line.body.compare(std::min(begin, line.body.size()), 3, "-> ") == 0;
+        const bool isExit = line.body.compare(std::min(begin, line.body.size()), 3, "<- ") == 0;
+        const bool isBanner = line.body == fixtures::BEGIN_BANNER || line.body == fixtures::END_BANNER;
+        if (isBanner) {
+            isBacktrace = line.body == fixtures::BEGIN_BANNER;
+        } else if (!isExit && !(isEntry && isBacktrace)) {
+            result.push_back(render(line));
         }
     }
-    m_stream.clear();
-    return steps;
-}
-
-Strings ClientLog::takeScopes()
-{
-    return take(true);
-}
-
-Strings ClientLog::takeStatements()
-{
-    const Strings result = take(false);
     m_stream.clear();
     return result;
 }
 
-Strings ClientLog::takeStatements(const std::string& level)
+Strings ClientLog::take(const std::string& level)
 {
     Strings result;
-    for (const std::string& statement : takeStatements()) {
-        if (statement.starts_with(level + " ")) {
-            result.push_back(statement.substr(level.size() + 1));
+    for (const std::string& line : take()) {
+        if (line.starts_with(level + " ") && !line.starts_with(level + " -> ")) {
+            result.push_back(line.substr(level.size() + 1));
         }
     }
     return result;
@@ -209,6 +209,7 @@ BridgeTest::BridgeTest()
 {
     client.m_ENV = java.env();
     client.m_JVM = java.vm();
+    java.onCall = [](const std::string& call) { OutputDebugStringA((call + "\n").c_str()); };
     java.nameFunction(reinterpret_cast<void*>(testBridgeEvent), "testBridgeEvent");
     java.nameFunction(reinterpret_cast<void*>(onControlReady), "onControlReady");
     java.nameFunction(reinterpret_cast<void*>(onCustomEvent), "onCustomEvent");
@@ -217,6 +218,7 @@ BridgeTest::BridgeTest()
 BridgeTest::~BridgeTest()
 {
     EXPECT_EQ(java.heldCharacters(), 0);
+    java.onCall = nullptr;
 }
 
 void BridgeTest::haveControl()
@@ -224,6 +226,12 @@ void BridgeTest::haveControl()
     client.m_BeanClass = java.localClass(BEAN);
     client.m_FrameClass = java.localClass(FRAME);
     client.m_ListenerClass = java.localClass(LISTENER);
+}
+
+void BridgeTest::forget()
+{
+    java.takeCalls();
+    log.take();
 }
 
 void BridgeTest::haveNoMachine()

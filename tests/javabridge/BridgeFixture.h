@@ -1,4 +1,4 @@
-// A client whose Java virtual machine is a recording, and the log that it writes meanwhile.
+// A client whose Java virtual machine is a recording, and what it does: JNI calls and log lines in one order.
 #pragma once
 
 #include "javabridge/JavaManagerJNIClient.h"
@@ -13,20 +13,30 @@
 
 using Strings = std::vector<std::string>;
 
-// Compares two lists line by line. The expected one may hold commas.
-#define EXPECT_STRINGS(actual, ...) EXPECT_TRUE(sameStrings(actual, __VA_ARGS__))
-testing::AssertionResult sameStrings(const Strings& actual, const Strings& expected);
+// Compares two lists line by line. The expected one may be a text, whose lines may be indented and may begin with an empty line.
+// In it "{pid}" is the id of this process and "{checked}" what a check for an exception does that finds none.
+#define EXPECT_LINES(actual, ...) EXPECT_EQ(joined(actual), joined(__VA_ARGS__))
+std::string joined(const Strings& lines);
+Strings linesOf(std::string text);
+inline std::string joined(const std::string& text)
+{
+    return joined(linesOf(text));
+}
 
 Strings operator+(Strings left, const Strings& right);
 
 inline const std::string BEAN = "a/b/Bean";
 inline const std::string FRAME = "com/velmora/tq/kesta/KESTAFrame";
 inline const std::string LISTENER = "com/velmora/tq/kesta/KESTAListener";
-inline const std::string LISTENER_SETTER = "(Lcom/orvane/tech/client/qmrt/QMRTControlListenerI;)V";
+inline const std::string PREFERENCES = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
+inline const std::string RUNTIMES = "SOFTWARE\\JavaSoft\\Java Runtime Environment";
+inline const std::string RUNTIMES_NEW = "SOFTWARE\\JavaSoft\\JRE";
 
-// The record of one frame setter that succeeds.
-Strings setterCalls(const std::string& object, const std::string& method, const std::string& value);
-// The record of an exception's capture, from the check on.
+// The JNI calls of a transcript.
+Strings callsOf(Strings transcript);
+// What a setter of the frame does that succeeds.
+std::string setterTranscript(const std::string& object, const std::string& operation, const std::string& method, bool value);
+// The JNI calls that capture a pending exception, from the check on.
 Strings captureCalls(const std::string& exceptionClass, const std::string& message);
 
 // What the listener's natives were given since the last call of this: "NAME TEXT[, DELAY] on thread ID".
@@ -42,7 +52,6 @@ public:
     }
     ~CBridgeClient() override = default;
 
-    using CJavaManagerJNIClient::callBooleanSetterOnFrame;
     using CJavaManagerJNIClient::checkNoJNIException;
     using CJavaManagerJNIClient::createJVM;
     using CJavaManagerJNIClient::createUniqueID;
@@ -61,7 +70,12 @@ public:
     using CJavaManagerJNIClient::registerNative;
 };
 
-// What the client logged at the highest level, without the class name in front. The end of it is printed when the test failed.
+// What the process logs at the highest level, with the calls of the recorded machine between the lines. The end of it is printed
+// when the test failed.
+//
+// A line is "LEVEL text", the entry of a scope "LEVEL -> text" without the blank at its end. Lines of the client itself come
+// without its class name, those of its static members as "LEVEL static: text", those of other modules as "LEVEL MODULE: text"
+// with what they say. Line feeds in a text are written "\n". Exits of scopes and backtraces are left out.
 class ClientLog
 {
 public:
@@ -70,21 +84,14 @@ public:
     ClientLog(const ClientLog&) = delete;
     ClientLog& operator=(const ClientLog&) = delete;
 
-    // "LEVEL text" of every statement since the last call of this, without scopes and backtraces.
-    Strings takeStatements();
-    // The statements of a level: "text".
-    Strings takeStatements(const std::string& level);
-    // "LEVEL text" of every scope that the client itself opened.
-    Strings takeScopes();
-    // "LEVEL text" of every entry and statement since the last call of one of these, the registry's classes included. What
-    // destructors do, and backtraces, are left out.
-    Strings takeSteps();
+    // Everything since the last call of one of these.
+    Strings take();
+    // Of it the statements of a level, without the level.
+    Strings take(const std::string& level);
+    Strings takeErrors() { return take("ERROR"); }
     const fixtures::DebugStream& stream() const { return m_stream; }
 
 private:
-    Strings take(bool wantScopes);
-    static std::string withoutClassName(const std::string& text);
-
     fixtures::DebugStream m_stream;
 };
 
@@ -98,8 +105,8 @@ protected:
     void haveControl();
     // The client as it is when no virtual machine could be started.
     void haveNoMachine();
-    // The client's scopes and statements up to here are of no interest.
-    void forgetLog() { log.takeStatements(); }
+    // What happened up to here is of no interest.
+    void forget();
 
     RecordingJni java;
     CBridgeClient client{"C:\\basis\\Control.jar"};

@@ -11,51 +11,24 @@ RecordingJni* RecordingJni::s_current = nullptr;
 
 namespace {
 
-[[noreturn]] void failUnexpected(const char* table, size_t index)
+template <class Table, size_t Index>
+void JNICALL unexpected()
 {
-    std::fprintf(stderr, "The product called function %zu of the %s, which this recording does not know.\n", index, table);
+    std::fprintf(stderr, "The product called function %zu of the table of %zu, which this recording does not know.\n", Index,
+                 sizeof(Table) / sizeof(void*));
     std::fflush(stderr);
     std::abort();
 }
 
-template <size_t Index>
-void JNICALL unexpectedJni()
+template <class Table>
+Table unexpectedTable()
 {
-    failUnexpected("JNI function table", Index);
-}
-
-template <size_t Index>
-void JNICALL unexpectedInvocation()
-{
-    failUnexpected("invocation function table", Index);
-}
-
-using AnyFunction = void(JNICALL*)();
-
-template <class Table, size_t... Indices>
-void fill(Table& table, const AnyFunction (&functions)[sizeof...(Indices)], std::index_sequence<Indices...>)
-{
-    static_assert(sizeof table == sizeof functions);
-    std::memcpy(&table, functions, sizeof table);
-}
-
-JNINativeInterface_ unexpectedJniTable()
-{
-    JNINativeInterface_ table;
-    [&]<size_t... Indices>(std::index_sequence<Indices...> indices) {
-        const AnyFunction functions[] = {unexpectedJni<Indices>...};
-        fill(table, functions, indices);
-    }(std::make_index_sequence<sizeof(JNINativeInterface_) / sizeof(void*)>());
-    return table;
-}
-
-JNIInvokeInterface_ unexpectedInvocationTable()
-{
-    JNIInvokeInterface_ table;
-    [&]<size_t... Indices>(std::index_sequence<Indices...> indices) {
-        const AnyFunction functions[] = {unexpectedInvocation<Indices>...};
-        fill(table, functions, indices);
-    }(std::make_index_sequence<sizeof(JNIInvokeInterface_) / sizeof(void*)>());
+    Table table;
+    [&]<size_t... Indices>(std::index_sequence<Indices...>) {
+        void(JNICALL* const functions[])() = {unexpected<Table, Indices>...};
+        static_assert(sizeof table == sizeof functions);
+        std::memcpy(&table, functions, sizeof table);
+    }(std::make_index_sequence<sizeof(Table) / sizeof(void*)>());
     return table;
 }
 
@@ -173,6 +146,10 @@ struct RecordingFunctions
     static jstring JNICALL newStringUTF(JNIEnv*, const char* text)
     {
         self().record(std::string("NewStringUTF(") + text + ")");
+        if (self().isNull("NewStringUTF")) {
+            self().raise("java.lang.OutOfMemoryError", "Java heap space");
+            return nullptr;
+        }
         return self().localString(text);
     }
 
@@ -243,7 +220,7 @@ struct RecordingFunctions
 RecordingJni::RecordingJni()
 {
     static const JNINativeInterface_ FUNCTIONS = [] {
-        JNINativeInterface_ table = unexpectedJniTable();
+        auto table = unexpectedTable<JNINativeInterface_>();
         table.FindClass = RecordingFunctions::findClass;
         table.GetMethodID = RecordingFunctions::getMethodID;
         table.NewObjectV = RecordingFunctions::newObject;
@@ -263,7 +240,7 @@ RecordingJni::RecordingJni()
         return table;
     }();
     static const JNIInvokeInterface_ INVOCATION = [] {
-        JNIInvokeInterface_ table = unexpectedInvocationTable();
+        auto table = unexpectedTable<JNIInvokeInterface_>();
         table.AttachCurrentThread = RecordingFunctions::attachCurrentThread;
         table.DetachCurrentThread = RecordingFunctions::detachCurrentThread;
         return table;
@@ -290,7 +267,7 @@ jclass RecordingJni::localClass(const std::string& name)
 
 jstring RecordingJni::localString(const std::optional<std::string>& text)
 {
-    if (!text || isNull("NewStringUTF")) {
+    if (!text) {
         return nullptr;
     }
     Object* const string = make(Kind::Local, "\"" + *text + "\"");
@@ -306,6 +283,7 @@ void RecordingJni::raise(const std::string& exceptionClass, const std::optional<
 
 std::vector<std::string> RecordingJni::takeCalls()
 {
+    m_callCounts.clear();
     return std::exchange(m_calls, {});
 }
 
@@ -324,6 +302,9 @@ std::vector<std::string> RecordingJni::live(Kind kind) const
 void RecordingJni::record(const std::string& call)
 {
     m_calls.push_back(call + (isPending() ? " [pending]" : ""));
+    if (onCall) {
+        onCall(m_calls.back());
+    }
 }
 
 bool RecordingJni::isNull(const std::string& function)

@@ -9,6 +9,7 @@
 #include <jni.h>
 
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -44,7 +45,8 @@ public:
     std::map<std::string, Outcome> outcomes;
     // Classes and methods that are not there: a look-up gives null and leaves a Java error pending.
     std::set<std::string> missing;
-    // JNI functions that answer null from their nth call on (1 = the first), without an error pending.
+    // JNI functions that answer null from their nth call since the last takeCalls on (1 = the first). NewStringUTF leaves an
+    // OutOfMemoryError pending, as it does when memory is exhausted.
     std::map<std::string, int> nullFrom;
     // What RegisterNatives answers about natives that are there.
     jint registerResult = JNI_OK;
@@ -61,6 +63,8 @@ public:
     // Adds an event of another kind to the record.
     void note(const std::string& event) { record(event); }
 
+    // Told of every line of the record as it is written.
+    std::function<void(const std::string&)> onCall;
     // The record since the last call of this. A call made while a Java exception is pending ends in " [pending]".
     std::vector<std::string> takeCalls();
     // Names of the references that were handed out and not deleted, sorted.

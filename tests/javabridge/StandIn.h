@@ -1,7 +1,51 @@
-// A runtime folder of the test's own, with a jvm.dll that is a stand-in, broken, or not there.
+// A runtime folder of the test's own, with a jvm.dll that is a stand-in, broken, or not there, and what of Windows is asked
+// meanwhile.
 #pragma once
 
 #include "tests/javabridge/BridgeFixture.h"
+#include "tests/support/ImportHook.h"
+
+// While it is alive the opening of registry keys and the asking for paths stand in the log: "RegOpenKeyExA(PATH, ACCESS)",
+// "GetCurrentDirectoryA(SIZE)", "GetModuleFileNameA(MODULE, SIZE)".
+class NotedSystemCalls
+{
+    using OpenHook = ImportHook<decltype(&RegOpenKeyExA)>;
+    using FolderHook = ImportHook<decltype(&GetCurrentDirectoryA)>;
+    using NameHook = ImportHook<decltype(&GetModuleFileNameA)>;
+
+    static void note(const std::string& call) { OutputDebugStringA((call + ")\n").c_str()); }
+    static LSTATUS WINAPI open(HKEY root, LPCSTR path, DWORD options, REGSAM access, HKEY* key)
+    {
+        char hexadecimal[9] = "";
+        std::snprintf(hexadecimal, sizeof hexadecimal, "%lx", access);
+        note(std::string(root == HKEY_LOCAL_MACHINE && options == 0 ? "RegOpenKeyExA("
+                                                                    : "RegOpenKeyExA(another root or option, ") +
+             path + ", " + hexadecimal);
+        return OpenHook::s_original(root, path, options, access, key);
+    }
+    static DWORD WINAPI folder(DWORD size, LPSTR buffer)
+    {
+        note("GetCurrentDirectoryA(" + std::to_string(size));
+        return FolderHook::s_original(size, buffer);
+    }
+    static DWORD WINAPI name(HMODULE module, LPSTR buffer, DWORD size)
+    {
+        note((module == nullptr ? "GetModuleFileNameA(executable, " : "GetModuleFileNameA(module, ") + std::to_string(size));
+        return NameHook::s_original(module, buffer, size);
+    }
+
+    OpenHook m_open{"RegOpenKeyExA", open};
+    FolderHook m_folder{"GetCurrentDirectoryA", folder};
+    NameHook m_name{"GetModuleFileNameA", name};
+};
+
+// What the registry's reader logs about a key that it opens.
+inline std::string opened(const std::string& path, const std::string& access)
+{
+    return "FINE -> registry: CRegistry  CRegistry " + path + "\nRegOpenKeyExA(" + path + ", " + access +
+           ")\nTRACE registry: CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true\n";
+}
+const std::string NOT_OPENED = "registry: CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: false";
 
 class RuntimeFolder
 {
@@ -11,29 +55,39 @@ public:
     // Puts the stand-in ("jvm.dll", "nojvm.dll") in place.
     void install(const std::string& standIn)
     {
-        std::filesystem::copy_file(std::filesystem::path(besideExecutable("")).parent_path() / standIn, library());
+        std::filesystem::copy_file(std::filesystem::path(besideExecutable("")).parent_path() / standIn, library(),
+                                   std::filesystem::copy_options::overwrite_existing);
     }
     void installBytes(const std::string& bytes) { std::ofstream(library(), std::ios::binary) << bytes; }
     void order(const std::string& orders) { std::ofstream(m_folder.path("bin\\server\\jvm.orders")) << orders; }
 
     std::string bin() const { return m_folder.path("bin"); }
     std::string library() const { return m_folder.path("bin\\server\\jvm.dll"); }
-    // What the stand-in wrote down.
-    Strings record() const
+    // What the stand-in has written down since the last call of this.
+    Strings takeRecord() const
     {
-        std::string text = fixtures::readFile(m_folder.path("bin\\server\\jvm.record"));
+        const std::string path = m_folder.path("bin\\server\\jvm.record");
+        std::string text = fixtures::readFile(path);
+        std::filesystem::remove(path);
         std::erase(text, '\r');
         return fixtures::splitLines(text);
     }
-    Strings options() const
+    // The options among it.
+    Strings takeOptions() const
     {
         Strings options;
-        for (const std::string& line : record()) {
+        for (const std::string& line : takeRecord()) {
             if (line.starts_with("option ")) {
                 options.push_back(line.substr(7));
             }
         }
         return options;
+    }
+    // What the log says of the loading.
+    std::string usedFolders() const
+    {
+        return "FINE Used " + library() + "\\..\\..\\ as current folder while loading JVM, using " + currentFolder() +
+               " again.\n";
     }
 
     // The program's path with another extension.
@@ -43,15 +97,11 @@ public:
         GetModuleFileNameA(nullptr, path, sizeof path);
         return std::filesystem::path(path).replace_extension(extension).string();
     }
-    static std::string currentFolder()
-    {
-        char path[MAX_PATH + 1] = "";
-        GetCurrentDirectoryA(sizeof path, path);
-        return path;
-    }
+    static std::string currentFolder() { return std::filesystem::current_path().string(); }
 
 private:
-    fixtures::TemporaryFolder m_folder;
+    // A machine's library stays loaded to the end of the process, and keeps its folder.
+    fixtures::TemporaryFolder m_folder{fixtures::TemporaryFolder::Removal::MayFail};
 };
 
 // A machine started from the stand-in, with a registry and a Logger of the test's own.
@@ -79,8 +129,14 @@ protected:
 
     int create(const std::string& version = "1.8.0_151")
     {
-        log.takeStatements();
+        log.take();
         return client.createJVM({version, runtime.library()});
+    }
+    // The options of a machine that is created now.
+    Strings createdWith()
+    {
+        EXPECT_EQ(create(), 0);
+        return runtime.takeOptions();
     }
 
     fixtures::LoggerWorld world;

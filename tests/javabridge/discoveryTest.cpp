@@ -1,18 +1,17 @@
 // Which runtime is chosen and which archives form the class path, from registries of the test's own.
-#include "tests/javabridge/BridgeFixture.h"
+#include "tests/javabridge/StandIn.h"
 
 namespace {
 
-const std::string RUNTIMES = "SOFTWARE\\JavaSoft\\Java Runtime Environment";
-const std::string RUNTIMES_NEW = "SOFTWARE\\JavaSoft\\JRE";
-const std::string PREFERENCES = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
+// Registry keys are opened for reading only: runtimes in the process's own view, preferences in the 32-bit one.
+const std::string READ = "20019";
+const std::string READ_32 = "20219";
 
 class DiscoveryTest : public testing::Test
 {
 protected:
     DiscoveryTest()
     {
-        machine.createKey("SOFTWARE\\Wow6432Node"); // from here on the two views are two
         machine.createKey(RUNTIMES);
         machine.createKey(RUNTIMES_NEW);
         machine.createKey(PREFERENCES, KEY_WOW64_32KEY);
@@ -26,63 +25,30 @@ protected:
         machine.setString(base, "CurrentVersion", version);
     }
     void prefer(const std::string& pattern) { machine.setString(PREFERENCES, "javavm", pattern, KEY_WOW64_32KEY); }
-    std::string found() { return client.findJVM().version; }
-    void forgetLog() { log.takeStatements(); }
+    void addControl(const std::string& name, const std::string& path)
+    {
+        machine.setString(PREFERENCES + "\\" + name, "installpath", path, KEY_WOW64_32KEY);
+    }
+    // "VERSION: PATH" of the chosen runtime.
+    std::string found()
+    {
+        const JVMInfo info = client.findJVM();
+        return info.version + ": " + info.path;
+    }
+    // The same of a runtime that was installed here.
+    static std::string installed(const std::string& version) { return version + ": C:\\" + version + "\\jvm.dll"; }
 
     fixtures::RegistryScratch machine{HKEY_LOCAL_MACHINE};
-    CBridgeClient client{nullptr};
+    CBridgeClient client{"P"};
     ClientLog log;
 };
 
-TEST_F(DiscoveryTest, NothingInstalledGivesAnEmptyRecord)
-{
-    const JVMInfo info = client.findJVM();
-    EXPECT_EQ(info.version, "");
-    EXPECT_EQ(info.path, "");
-    EXPECT_STRINGS(log.takeStatements("FINE"), Strings{"Looking for installed Java versions..."});
-}
-
-TEST(DiscoveryWithoutKeysTest, MissingKeysAreNoError)
-{
-    const fixtures::RegistryScratch machine(HKEY_LOCAL_MACHINE);
-    CBridgeClient client("C:\\basis.jar");
-    ClientLog log;
-    EXPECT_EQ(client.findJVM().version, "");
-    EXPECT_STRINGS(log.takeStatements("FINE"), Strings{"Looking for installed Java versions..."});
-    EXPECT_EQ(client.findORVControls(), "C:\\basis.jar");
-    const std::string notOpened = "CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: false";
-    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{notOpened});
-    client.findJVM();
-    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{notOpened, notOpened, notOpened});
-}
-
-TEST_F(DiscoveryTest, CurrentRuntimeIsUsedWithoutPreference)
-{
-    install("1.8");
-    install("1.8.0_151");
-    makeCurrent("1.8");
-    const JVMInfo info = client.findJVM();
-    EXPECT_EQ(info.version, "1.8");
-    EXPECT_EQ(info.path, "C:\\1.8\\jvm.dll");
-    EXPECT_STRINGS(log.takeScopes(), Strings{"FINE findJVM "});
-    EXPECT_STRINGS(log.takeStatements("FINE"),
-                   Strings{"Looking for installed Java versions...", "Found Java 1.8 (* USED)",
-                           "Standard JVM Path: C:\\1.8\\jvm.dll", "Found Java 1.8.0_151", "JVM Path: C:\\1.8.0_151\\jvm.dll"});
-}
-
-TEST_F(DiscoveryTest, CurrentRuntimeOfTheNewerKeyReplacesThatOfTheOlder)
-{
-    install("1.8.0_20");
-    makeCurrent("1.8.0_20");
-    install("11.0.2", RUNTIMES_NEW);
-    makeCurrent("11.0.2", RUNTIMES_NEW);
-    EXPECT_EQ(found(), "11.0.2");
-    EXPECT_STRINGS(log.takeStatements("FINE"), Strings{"Looking for installed Java versions...", "Found Java 1.8.0_20 (* USED)",
-                                                       "Standard JVM Path: C:\\1.8.0_20\\jvm.dll", "Found Java 11.0.2 (* USED)",
-                                                       "Standard JVM Path: C:\\11.0.2\\jvm.dll"});
-}
-
-const std::string OPENED = "TRACE CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true";
+const std::string SUBKEYS = R"(
+    FINE -> registry: CRegistrySubKeys  CRegistrySubKeys
+    FINE -> registry: CRegistrySubKeys  getKeyNames
+    FINE -> registry: CRegistrySubKeys  getSubKeyCount
+    FINE -> registry: CRegistrySubKeys  getSubKey 0
+)";
 
 TEST_F(DiscoveryTest, RuntimesAreReadStepByStep)
 {
@@ -90,314 +56,226 @@ TEST_F(DiscoveryTest, RuntimesAreReadStepByStep)
     makeCurrent("1.8.0_20");
     install("9", RUNTIMES_NEW);
     prefer("1.8.0_20");
-    forgetLog();
-    client.findJVM();
-    EXPECT_STRINGS(log.takeSteps(), Strings{
-                                        "FINE findJVM ",
-                                        "FINE Looking for installed Java versions...",
-                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Java Runtime Environment\\",
-                                        OPENED,
-                                        "FINE CRegistry  getStringValue CurrentVersion, ",
-                                        "FINE CRegistrySubKeys  CRegistrySubKeys ",
-                                        "FINE CRegistrySubKeys  getKeyNames ",
-                                        "FINE CRegistrySubKeys  getSubKeyCount ",
-                                        "FINE CRegistrySubKeys  getSubKey 0",
-                                        "FINE Found Java 1.8.0_20 (* USED)",
-                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Java Runtime Environment\\1.8.0_20",
-                                        OPENED,
-                                        "FINE CRegistry  getStringValue RuntimeLib, ",
-                                        "FINE Standard JVM Path: C:\\1.8.0_20\\jvm.dll",
-                                        "FINE CRegistry  closeKey ",
-                                        "FINE CRegistrySubKeys  getSubKeyCount ",
-                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\JRE\\",
-                                        OPENED,
-                                        "FINE CRegistry  getStringValue CurrentVersion, ",
-                                        "FINE CRegistrySubKeys  CRegistrySubKeys ",
-                                        "FINE CRegistrySubKeys  getKeyNames ",
-                                        "FINE CRegistrySubKeys  getSubKeyCount ",
-                                        "FINE CRegistrySubKeys  getSubKey 0",
-                                        "FINE Found Java 9",
-                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\JRE\\9",
-                                        OPENED,
-                                        "FINE CRegistry  getStringValue RuntimeLib, ",
-                                        "FINE JVM Path: C:\\9\\jvm.dll",
-                                        "FINE CRegistry  closeKey ",
-                                        "FINE CRegistrySubKeys  getSubKeyCount ",
-                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt",
-                                        OPENED,
-                                        "FINE CRegistry  getStringValue javavm, ",
-                                        "FINE orvane preferred JVM pattern: 1.8.0_20",
-                                        "FINE Pattern (single): 1.8.0_20",
-                                        "FINE Preferred JVM according to registry pattern: 1.8.0_20",
-                                    });
+    const std::string ended = R"(
+        FINE -> registry: CRegistry  ~CRegistry
+        FINE -> registry: CRegistry  closeKey
+        FINE -> registry: CRegistrySubKeys  getSubKeyCount
+        FINE -> registry: CRegistrySubKeys  ~CRegistrySubKeys
+        FINE -> registry: CRegistry  ~CRegistry
+        FINE -> registry: CRegistry  closeKey
+    )";
+    const NotedSystemCalls noted;
+    EXPECT_EQ(found(), installed("1.8.0_20"));
+    EXPECT_LINES(log.take(), "FINE -> findJVM\nFINE Looking for installed Java versions...\n" + opened(RUNTIMES + "\\", READ) +
+                                 "FINE -> registry: CRegistry  getStringValue CurrentVersion,\n" + SUBKEYS +
+                                 "FINE Found Java 1.8.0_20 (* USED)\n" + opened(RUNTIMES + "\\1.8.0_20", READ) + R"(
+        FINE -> registry: CRegistry  getStringValue RuntimeLib,
+        FINE Standard JVM Path: C:\1.8.0_20\jvm.dll
+        FINE -> registry: CRegistry  closeKey
+    )" + ended + opened(RUNTIMES_NEW + "\\", READ) +
+                                 "FINE -> registry: CRegistry  getStringValue CurrentVersion,\n" + SUBKEYS +
+                                 "FINE Found Java 9\n" + opened(RUNTIMES_NEW + "\\9", READ) + R"(
+        FINE -> registry: CRegistry  getStringValue RuntimeLib,
+        FINE JVM Path: C:\9\jvm.dll
+        FINE -> registry: CRegistry  closeKey
+    )" + ended + opened(PREFERENCES, READ_32) +
+                                 R"(
+        FINE -> registry: CRegistry  getStringValue javavm,
+        FINE orvane preferred JVM pattern: 1.8.0_20
+        FINE Pattern (single): 1.8.0_20
+        FINE Preferred JVM according to registry pattern: 1.8.0_20
+        FINE -> registry: CRegistry  ~CRegistry
+        FINE -> registry: CRegistry  closeKey
+    )");
 }
 
-TEST_F(DiscoveryTest, ControlsAreReadStepByStep)
+TEST_F(DiscoveryTest, ControlsAreReadStepByStepAndEndWithTheBasisControl)
 {
-    machine.setString(PREFERENCES + "\\A", "installpath", "C:\\x", KEY_WOW64_32KEY);
-    forgetLog();
-    client.findORVControls();
-    EXPECT_STRINGS(log.takeSteps(), Strings{
-                                        "FINE findORVControls ",
-                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt",
-                                        OPENED,
-                                        "FINE CRegistrySubKeys  CRegistrySubKeys ",
-                                        "FINE CRegistrySubKeys  getKeyNames ",
-                                        "FINE CRegistrySubKeys  getSubKeyCount ",
-                                        "FINE CRegistrySubKeys  getSubKey 0",
-                                        "FINE ORVANE Control 0: A",
-                                        "FINE CRegistry  CRegistry SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt\\A",
-                                        OPENED,
-                                        "FINE CRegistry  getStringValue installpath, ",
-                                        "FINE CRegistry  getStringValue installpath, ",
-                                        "FINE Control's Path: C:\\x",
-                                        "FINE CRegistrySubKeys  getSubKeyCount ",
-                                        "FINE CRegistry  closeKey ",
-                                    });
+    addControl("A", "C:\\x");
+    addControl("B", "D:\\y");
+    const auto control = [](const std::string& name, const std::string& path) {
+        return "FINE ORVANE Control " + name + "\n" + opened(PREFERENCES + "\\" + name.back(), READ_32) + R"(
+            FINE -> registry: CRegistry  getStringValue installpath,
+            FINE -> registry: CRegistry  getStringValue installpath,
+            FINE Control's Path: )" +
+               path + R"(
+            FINE -> registry: CRegistry  ~CRegistry
+            FINE -> registry: CRegistry  closeKey
+            FINE -> registry: CRegistrySubKeys  getSubKeyCount
+        )";
+    };
+    const NotedSystemCalls noted;
+    EXPECT_EQ(client.findORVControls(), "C:\\x\\A.jar;D:\\y\\B.jar;P");
+    EXPECT_LINES(log.take(), "FINE -> findORVControls\n" + opened(PREFERENCES, READ_32) + SUBKEYS + control("0: A", "C:\\x") +
+                                 "FINE -> registry: CRegistrySubKeys  getSubKey 1\n" + control("1: B", "D:\\y") + R"(
+        FINE -> registry: CRegistry  closeKey
+        FINE -> registry: CRegistrySubKeys  ~CRegistrySubKeys
+        FINE -> registry: CRegistry  ~CRegistry
+        FINE -> registry: CRegistry  closeKey
+    )");
 }
 
-TEST_F(DiscoveryTest, CurrentVersionCountsUnderItsOwnKeyOnly)
+TEST_F(DiscoveryTest, NothingInstalledAndMissingKeysGiveAnEmptyRecord)
 {
-    makeCurrent("1.8.0_20");
-    install("1.8.0_20", RUNTIMES_NEW);
-    EXPECT_EQ(found(), "");
-    install("1.8.0_20");
-    machine.setString(RUNTIMES_NEW, "CurrentVersion", "gone");
-    EXPECT_EQ(found(), "1.8.0_20") << "and one without its key replaces nothing";
+    EXPECT_EQ(found(), ": ");
+    EXPECT_LINES(log.take("FINE"), Strings{"Looking for installed Java versions..."});
+    EXPECT_EQ(client.findORVControls(), "P");
+    ASSERT_EQ(RegDeleteTreeA(HKEY_LOCAL_MACHINE, "SOFTWARE"), ERROR_SUCCESS);
+    EXPECT_EQ(found(), ": ");
+    EXPECT_EQ(client.findORVControls(), "P");
+    EXPECT_LINES(log.takeErrors(), Strings(4, NOT_OPENED));
 }
 
-TEST_F(DiscoveryTest, LibraryPathLongerThanTheRegistryLimitIsNone)
+TEST_F(DiscoveryTest, CurrentRuntimeIsUsedWithoutPreference)
 {
-    makeCurrent("1.8");
-    machine.setString(RUNTIMES + "\\1.8", "RuntimeLib", std::string(254, 'x'));
-    EXPECT_EQ(client.findJVM().path, std::string(254, 'x'));
-    machine.setString(RUNTIMES + "\\1.8", "RuntimeLib", std::string(255, 'x'));
-    const JVMInfo info = client.findJVM();
-    EXPECT_EQ(info.version, "1.8");
-    EXPECT_EQ(info.path, "");
-}
-
-TEST_F(DiscoveryTest, NameBeyondTheRegistryLimitIsTreatedAsTheEmptyName)
-{
-    install(std::string(254, '1'));
-    makeCurrent(std::string(254, '1'));
-    EXPECT_EQ(found(), std::string(254, '1'));
-
-    machine.createKey(RUNTIMES_NEW + "\\" + std::string(255, '_'));
-    machine.setString(RUNTIMES_NEW, "RuntimeLib", "C:\\of the base key\\jvm.dll");
-    forgetLog();
-    const JVMInfo info = client.findJVM();
-    EXPECT_EQ(info.version, "") << "equal to the current version that is missing";
-    EXPECT_EQ(info.path, "C:\\of the base key\\jvm.dll");
-    const Strings statements = log.takeStatements("FINE");
-    EXPECT_STRINGS(Strings(statements.end() - 2, statements.end()),
-                   Strings{"Found Java  (* USED)", "Standard JVM Path: C:\\of the base key\\jvm.dll"});
-    prefer("_-a");
-    EXPECT_EQ(found(), "") << "it has no underscore any more";
-}
-
-TEST_F(DiscoveryTest, UnderscoreMayStandAnywhereInTheName)
-{
-    for (const char* version : {"_1", "2_", "3_0_4"}) {
-        install(version);
-        prefer(version);
-        EXPECT_EQ(found(), version);
-    }
-}
-
-TEST_F(DiscoveryTest, CurrentVersionWithoutItsKeyGivesNothing)
-{
-    install("1.8.0_20");
-    makeCurrent("1.8.0");
-    EXPECT_EQ(found(), "") << "the name is compared whole";
-    makeCurrent("1.8.0_20 ");
-    EXPECT_EQ(found(), "");
-}
-
-TEST_F(DiscoveryTest, CurrentVersionIsComparedByteByByte)
-{
+    install("1.8");
     install("1.8.0_20B");
+    EXPECT_EQ(found(), ": ");
+    makeCurrent("1.8.0");
+    EXPECT_EQ(found(), ": ") << "the name is compared whole";
     makeCurrent("1.8.0_20b");
-    EXPECT_EQ(found(), "");
+    EXPECT_EQ(found(), ": ") << "and byte by byte";
+    makeCurrent("1.8");
+    EXPECT_EQ(found(), installed("1.8"));
+    install("11.0.2", RUNTIMES_NEW);
+    makeCurrent("1.8", RUNTIMES_NEW);
+    EXPECT_EQ(found(), installed("1.8")) << "the newer key has no such runtime and replaces nothing";
+    makeCurrent("11.0.2", RUNTIMES_NEW);
+    EXPECT_EQ(found(), installed("11.0.2"));
+    makeCurrent("11.0.2");
+    makeCurrent("1.8", RUNTIMES_NEW);
+    EXPECT_EQ(found(), ": ") << "each current version counts under its own key only";
 }
 
-TEST_F(DiscoveryTest, RuntimeWithoutLibraryHasAnEmptyPath)
+TEST_F(DiscoveryTest, RuntimeWithoutLibraryIsFoundWithAnEmptyPath)
 {
     machine.createKey(RUNTIMES + "\\1.8.0_20");
     makeCurrent("1.8.0_20");
-    const JVMInfo info = client.findJVM();
-    EXPECT_EQ(info.version, "1.8.0_20");
-    EXPECT_EQ(info.path, "");
+    EXPECT_EQ(found(), "1.8.0_20: ");
+    install("1.8.0_30");
+    makeCurrent("1.8.0_30");
+    prefer("1.8.0_20");
+    EXPECT_EQ(found(), "1.8.0_20: ") << "also as a candidate of the pattern";
 }
 
-struct Choice
+TEST_F(DiscoveryTest, TextsBeyondTheLimitsOfTheRegistryReaderAreEmpty)
 {
-    const char* pattern;
-    const char* version; // empty: the current one
-    Strings log;         // from the pattern on
-};
-
-void PrintTo(const Choice& choice, std::ostream* stream)
-{
-    *stream << choice.pattern;
+    makeCurrent("1.8");
+    for (const size_t length : {254U, 255U}) {
+        const std::string kept = length == 254 ? std::string(length, 'x') : "";
+        machine.setString(RUNTIMES + "\\1.8", "RuntimeLib", std::string(length, 'x'));
+        EXPECT_EQ(found(), "1.8: " + kept);
+        addControl("A", std::string(length, 'x'));
+        EXPECT_EQ(client.findORVControls(), kept + "\\A.jar;P");
+    }
+    install("1.8.0_20");
+    prefer("1.8.0_20," + std::string(245, 'x'));
+    EXPECT_EQ(found(), installed("1.8.0_20"));
+    prefer("1.8.0_20," + std::string(246, 'x'));
+    EXPECT_EQ(found(), "1.8: ");
 }
 
-class PatternTest : public DiscoveryTest, public testing::WithParamInterface<Choice>
+// An empty name leads to the key above, and equals a current version that is missing.
+TEST_F(DiscoveryTest, NamesBeyondTheLimitsOfTheRegistryReaderAreEmpty)
 {
-};
+    install(std::string(254, '1'));
+    makeCurrent(std::string(254, '1'));
+    EXPECT_EQ(found(), std::string(254, '1') + ": ") << "and so is the path, which is longer still";
+    machine.createKey(RUNTIMES_NEW + "\\" + std::string(255, '_'));
+    machine.setString(RUNTIMES_NEW, "RuntimeLib", "C:\\of the base key\\jvm.dll");
+    EXPECT_EQ(found(), ": C:\\of the base key\\jvm.dll");
+    prefer("_-a");
+    EXPECT_EQ(found(), ": C:\\of the base key\\jvm.dll") << "it has no underscore any more";
+    machine.createKey(PREFERENCES + "\\" + std::string(255, 'A'), KEY_WOW64_32KEY);
+    machine.setString(PREFERENCES, "installpath", "C:\\above", KEY_WOW64_32KEY);
+    EXPECT_EQ(client.findORVControls(), "C:\\above\\.jar;P");
+}
 
-TEST_P(PatternTest, Picks)
+TEST_F(DiscoveryTest, PatternPicksTheLastMatchOfItsFirstMatchingItem)
 {
     for (const char* version : {"1.8.0_20", "1.8.0_151", "1.7.0_80", "1.8", "9.0.1"}) {
         install(version);
     }
     makeCurrent("9.0.1");
-    prefer(GetParam().pattern);
-    const std::string expected = *GetParam().version == '\0' ? "9.0.1" : GetParam().version;
-    const JVMInfo info = client.findJVM();
-    EXPECT_EQ(info.version, expected);
-    EXPECT_EQ(info.path, "C:\\" + expected + "\\jvm.dll");
-    Strings statements = log.takeStatements("FINE");
-    ASSERT_GE(statements.size(), 11u);
-    statements.erase(statements.begin(), statements.begin() + 11);
-    Strings lines = GetParam().log;
-    lines.insert(lines.begin(), std::string("orvane preferred JVM pattern: ") + GetParam().pattern);
-    if (*GetParam().version != '\0') {
-        lines.push_back("Preferred JVM according to registry pattern: " + expected);
+    const struct
+    {
+        std::string pattern;
+        std::string version; // empty: none, and the current one is taken
+        Strings items;
+    } choices[] = {
+        {"1.8.0_151", "1.8.0_151", {"(single): 1.8.0_151"}},
+        {"1.8.0_00-1.8.0_99", "1.8.0_20", {"(range) : 1.8.0_00-1.8.0_99"}},
+        {"1.6.0_45,1.7.0_80", "1.7.0_80", {"(single): 1.6.0_45", "(single): 1.7.0_80"}},
+        {"1.8", "", {"(single): 1.8"}}, // a family is no candidate
+        {"9.0.1", "", {"(single): 9.0.1"}},
+        {"1.8.0_20-1.8.0_20", "1.8.0_20", {"(range) : 1.8.0_20-1.8.0_20"}}, // both bounds are included
+        {"1.7.0_80-1.8.0_151", "1.8.0_151", {"(range) : 1.7.0_80-1.8.0_151"}},
+        {"1.8.0_99-1.8.0_00", "", {"(range) : 1.8.0_99-1.8.0_00"}},
+        {"-1.7.0_99", "1.7.0_80", {"(range) : -1.7.0_99"}}, // an empty bound is the least text
+        {"1.7.0_80-", "", {"(range) : 1.7.0_80-"}},
+        {"1.7-1.8-1.9", "1.7.0_80", {"(range) : 1.7-1.8-1.9"}}, // up to "1.8-1.9", which is less than 1.8.0_20
+        {"1.8.0_20,1.7.0_80", "1.8.0_20", {"(single): 1.8.0_20"}},
+        {"1.6.0_45,", "", {"(single): 1.6.0_45", "(single): "}},
+        {",1.7.0_80", "1.7.0_80", {"(single): ", "(single): 1.7.0_80"}},
+        {",,", "", {"(single): ", "(single): ", "(single): "}},
+        {"1.6.0_45, 1.7.0_80", "", {"(single): 1.6.0_45", "(single):  1.7.0_80"}}, // blanks count
+    };
+    for (const auto& choice : choices) {
+        SCOPED_TRACE(choice.pattern);
+        prefer(choice.pattern);
+        log.take();
+        EXPECT_EQ(found(), installed(choice.version.empty() ? "9.0.1" : choice.version));
+        Strings expected = {"orvane preferred JVM pattern: " + choice.pattern};
+        for (const std::string& item : choice.items) {
+            expected.push_back("Pattern " + item);
+        }
+        if (!choice.version.empty()) {
+            expected.push_back("Preferred JVM according to registry pattern: " + choice.version);
+        }
+        const Strings lines = log.take("FINE");
+        EXPECT_LINES(Strings(std::ranges::find(lines, expected.front()), lines.end()), expected);
     }
-    EXPECT_STRINGS(statements, lines);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Patterns, PatternTest,
-    testing::Values(
-        Choice{"1.8.0_151", "1.8.0_151", {"Pattern (single): 1.8.0_151"}},
-        Choice{"1.8.0_00-1.8.0_99", "1.8.0_20", {"Pattern (range) : 1.8.0_00-1.8.0_99"}},
-        Choice{"1.6.0_45,1.7.0_80", "1.7.0_80", {"Pattern (single): 1.6.0_45", "Pattern (single): 1.7.0_80"}},
-        Choice{"1.8", "", {"Pattern (single): 1.8"}}, // a family is no candidate
-        Choice{"9.0.1", "", {"Pattern (single): 9.0.1"}},
-        Choice{"1.8.0_20-1.8.0_20", "1.8.0_20", {"Pattern (range) : 1.8.0_20-1.8.0_20"}}, // both bounds are included
-        Choice{"1.7.0_80-1.8.0_151", "1.8.0_151", {"Pattern (range) : 1.7.0_80-1.8.0_151"}},
-        Choice{"1.8.0_99-1.8.0_00", "", {"Pattern (range) : 1.8.0_99-1.8.0_00"}},
-        Choice{"-1.7.0_99", "1.7.0_80", {"Pattern (range) : -1.7.0_99"}}, // an empty bound is the least text
-        Choice{"1.7.0_80-", "", {"Pattern (range) : 1.7.0_80-"}},
-        Choice{"1.7-1.8-1.9", "1.7.0_80", {"Pattern (range) : 1.7-1.8-1.9"}}, // up to "1.8-1.9", which is less than 1.8.0_20
-        Choice{"1.8.0_20,1.7.0_80", "1.8.0_20", {"Pattern (single): 1.8.0_20"}},
-        Choice{"1.6.0_45,", "", {"Pattern (single): 1.6.0_45", "Pattern (single): "}},
-        Choice{",1.7.0_80", "1.7.0_80", {"Pattern (single): ", "Pattern (single): 1.7.0_80"}},
-        Choice{",,", "", {"Pattern (single): ", "Pattern (single): ", "Pattern (single): "}},
-        Choice{"1.6.0_45, 1.7.0_80", "", {"Pattern (single): 1.6.0_45", "Pattern (single):  1.7.0_80"}})); // blanks count
-
-TEST_F(DiscoveryTest, CandidatesAreSortedAsTexts)
+TEST_F(DiscoveryTest, CandidatesOfBothKeysAreSortedAsTexts)
 {
     install("1.8.0_20");
     install("1.8.0_101");
     prefer("1.8.0_0-1.8.0_3");
-    EXPECT_EQ(found(), "1.8.0_20") << "1.8.0_101 comes before 1.8.0_20";
+    EXPECT_EQ(found(), installed("1.8.0_20")) << "1.8.0_101 comes before 1.8.0_20";
     install("1.8.0_B");
     install("1.8.0_a");
     prefer("1.8.0_-1.8.0_z");
-    EXPECT_EQ(found(), "1.8.0_a") << "byte by byte, while the registry lists a before B";
-}
-
-TEST_F(DiscoveryTest, CandidatesOfBothKeysStandInOneList)
-{
-    install("1.8.0_20");
+    EXPECT_EQ(found(), installed("1.8.0_a")) << "byte by byte, while the registry lists a before B";
+    install("1.7.0_80", RUNTIMES_NEW);
+    prefer("1.7-1.8.0_3");
+    EXPECT_EQ(found(), installed("1.8.0_20"));
     install("10_1", RUNTIMES_NEW);
     prefer("1-2");
-    EXPECT_EQ(found(), "10_1");
+    EXPECT_EQ(found(), installed("10_1"));
+    for (const char* version : {"_1", "2_", "3_0_4"}) {
+        install(version);
+        prefer(version);
+        EXPECT_EQ(found(), installed(version)) << "an underscore anywhere makes a candidate";
+    }
     install("1.8.0_20", RUNTIMES_NEW);
     prefer("1.8.0_20");
-    EXPECT_EQ(found(), "1.8.0_20");
+    EXPECT_EQ(found(), installed("1.8.0_20")) << "the same runtime under both keys";
 }
 
-TEST_F(DiscoveryTest, CandidatesAreSortedAcrossBothKeys)
-{
-    install("1.8.0_20");
-    install("1.7.0_80", RUNTIMES_NEW);
-    prefer("1.7-1.9");
-    EXPECT_EQ(found(), "1.8.0_20");
-}
-
-TEST_F(DiscoveryTest, PreferenceIsReadInThe32BitViewAndRuntimesInThe64BitView)
-{
-    install("1.8.0_20");
-    install("1.8.0_30");
-    makeCurrent("1.8.0_30");
-    machine.setString(PREFERENCES, "javavm", "1.8.0_20");
-    EXPECT_EQ(found(), "1.8.0_30");
-    prefer("1.8.0_20");
-    EXPECT_EQ(found(), "1.8.0_20");
-    machine.setString(RUNTIMES + "\\1.8.0_40", "RuntimeLib", "C:\\32\\jvm.dll", KEY_WOW64_32KEY);
-    prefer("1.8.0_40");
-    EXPECT_EQ(found(), "1.8.0_30");
-}
-
-TEST_F(DiscoveryTest, PatternLongerThanTheRegistryLimitIsNoPattern)
-{
-    install("1.8.0_20");
-    prefer("1.8.0_20," + std::string(245, 'x'));
-    EXPECT_EQ(found(), "1.8.0_20");
-    prefer("1.8.0_20," + std::string(246, 'x'));
-    EXPECT_EQ(found(), "");
-}
-
-TEST_F(DiscoveryTest, ClassPathListsTheControlsAndEndsWithTheBasisControl)
-{
-    machine.setString(PREFERENCES + "\\A", "installpath", "C:\\x", KEY_WOW64_32KEY);
-    machine.setString(PREFERENCES + "\\B", "installpath", "D:\\y", KEY_WOW64_32KEY);
-    CBridgeClient withBasis("P");
-    EXPECT_EQ(withBasis.findORVControls(), "C:\\x\\A.jar;D:\\y\\B.jar;P");
-    EXPECT_STRINGS(log.takeScopes(), Strings{"FINE CJavaManagerJNIClient P", "FINE findORVControls "});
-    EXPECT_STRINGS(log.takeStatements("FINE"),
-                   Strings{"ORVANE Control 0: A", "Control's Path: C:\\x", "ORVANE Control 1: B", "Control's Path: D:\\y"});
-}
-
-TEST_F(DiscoveryTest, ControlWithoutInstallPathStaysInTheClassPath)
+TEST_F(DiscoveryTest, ControlsStandInTheClassPathAsTheRegistryNamesThem)
 {
     machine.createKey(PREFERENCES + "\\/Qmrt /Grid", KEY_WOW64_32KEY);
-    EXPECT_EQ(client.findORVControls(), "\\/Qmrt /Grid.jar;") << "the name is used as it is stored";
-    EXPECT_STRINGS(log.takeStatements("FINE"), Strings{"ORVANE Control 0: /Qmrt /Grid", "Control's Path: "});
-}
-
-TEST_F(DiscoveryTest, InstallPathLongerThanTheRegistryLimitIsNone)
-{
-    machine.setString(PREFERENCES + "\\A", "installpath", std::string(254, 'x'), KEY_WOW64_32KEY);
-    EXPECT_EQ(client.findORVControls(), std::string(254, 'x') + "\\A.jar;");
-    machine.setString(PREFERENCES + "\\A", "installpath", std::string(255, 'x'), KEY_WOW64_32KEY);
-    EXPECT_EQ(client.findORVControls(), "\\A.jar;");
-}
-
-TEST_F(DiscoveryTest, ControlWhoseNameIsBeyondTheRegistryLimitIsTheEmptyName)
-{
-    machine.createKey(PREFERENCES + "\\" + std::string(255, 'A'), KEY_WOW64_32KEY);
-    machine.setString(PREFERENCES, "installpath", "C:\\of the key above", KEY_WOW64_32KEY);
-    EXPECT_EQ(client.findORVControls(), "C:\\of the key above\\.jar;");
-    EXPECT_STRINGS(log.takeStatements("FINE"), Strings{"ORVANE Control 0: ", "Control's Path: C:\\of the key above"});
-}
-
-TEST_F(DiscoveryTest, ControlsAreCountedInDecimal)
-{
+    EXPECT_EQ(client.findORVControls(), "\\/Qmrt /Grid.jar;P") << "without install path, and undecoded";
+    EXPECT_EQ(CBridgeClient("C:\\a;b.jar").findORVControls(), "\\/Qmrt /Grid.jar;C:\\a;b.jar");
+    EXPECT_EQ(CBridgeClient("").findORVControls(), "\\/Qmrt /Grid.jar;");
+    EXPECT_EQ(CBridgeClient(nullptr).findORVControls(), "\\/Qmrt /Grid.jar;");
     for (char name = 'A'; name <= 'K'; name++) {
-        machine.createKey(PREFERENCES + "\\" + name, KEY_WOW64_32KEY);
+        addControl(std::string(1, name), "x");
     }
+    log.take();
     client.findORVControls();
-    const Strings statements = log.takeStatements("FINE");
-    ASSERT_EQ(statements.size(), 22u);
-    EXPECT_EQ(statements[20], "ORVANE Control 10: K");
-}
-
-TEST_F(DiscoveryTest, ControlsOfThe64BitViewAreNotSeen)
-{
-    machine.setString(PREFERENCES + "\\A", "installpath", "C:\\x");
-    EXPECT_EQ(client.findORVControls(), "");
-}
-
-TEST_F(DiscoveryTest, WithoutControlsTheClassPathIsTheBasisControl)
-{
-    EXPECT_EQ(client.findORVControls(), "");
-    EXPECT_EQ(CBridgeClient("").findORVControls(), "");
-    EXPECT_EQ(CBridgeClient("C:\\a;b.jar").findORVControls(), "C:\\a;b.jar");
+    EXPECT_EQ(std::ranges::count(log.take("FINE"), "ORVANE Control 11: K"), 1) << "they are counted in decimal";
 }
 
 } // namespace

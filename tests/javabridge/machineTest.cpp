@@ -1,157 +1,134 @@
-// Start and end of the Java virtual machine with a stand-in for it: options, version, results, and the singleton around them.
-#include "tests/support/FailingAllocations.h"
+// Start and end of the Java virtual machine with a stand-in for it: steps, version, results, and the singleton around them.
 #include "tests/javabridge/StandIn.h"
+#include "tests/support/FailingAllocations.h"
 
 namespace {
 
-const std::string RUNTIMES = "SOFTWARE\\JavaSoft\\Java Runtime Environment";
-
-TEST_F(MachineTest, MachineIsCreatedAndTheThreadAttached)
+TEST_F(MachineTest, IsCreatedStepByStep)
 {
+    world.setPreference("jvm_option_1", "-D1");
+    for (const char* name : {"loglevel", "oldlogfileage", "splitlogfilesize", "logpath"}) {
+        world.machine().deleteValue(PREFERENCES, name, KEY_WOW64_32KEY);
+    }
     const std::string folder = RuntimeFolder::currentFolder();
-    EXPECT_EQ(create(), 0);
-    EXPECT_STRINGS(runtime.record(),
-                   Strings{"loaded in " + runtime.bin(), "create in " + folder, "version 00010006", "ignoreUnrecognized 1",
-                           "option -Djava.class.path=C:\\basis.jar", "option -Dsun.awt.noerasebackground=true",
-                           "option -Dcom.orvane.qmrt.logpath=" + world.folder() + "\\", "option -Dcom.orvane.qmrt.loglevel=5",
-                           "option -Dcom.orvane.qmrt.oldlogfileage=77", "option -Dcom.orvane.qmrt.splitlogfilesize=5", "attach"});
-    EXPECT_NE(client.m_JVM, nullptr);
-    EXPECT_NE(client.m_ENV, nullptr);
-    EXPECT_EQ(client.m_JVMArguments.nOptions, 6);
-    EXPECT_EQ(client.m_JVMArguments.version, 0x00010006);
-    EXPECT_EQ(client.m_JVMArguments.ignoreUnrecognized, 1);
+    const std::string gone = "FINE -> registry: CRegistry  ~CRegistry\nFINE -> registry: CRegistry  closeKey\n";
+    const std::string preferences = opened(PREFERENCES, "20219");
+    {
+        const NotedSystemCalls noted;
+        EXPECT_EQ(create(), 0);
+    }
+    EXPECT_LINES(log.take(), "INFO -> createJVM\nFINE -> findORVControls\n" + preferences + R"(
+        FINE -> registry: CRegistrySubKeys  CRegistrySubKeys
+        FINE -> registry: CRegistrySubKeys  getKeyNames
+        FINE -> registry: CRegistrySubKeys  getSubKeyCount
+        FINE -> registry: CRegistry  closeKey
+        FINE -> registry: CRegistrySubKeys  ~CRegistrySubKeys
+    )" + gone + "FINE Class Path: -Djava.class.path=C:\\basis.jar\nFINE -> loadJVMlibrary " +
+                                 runtime.library() + "\nGetCurrentDirectoryA(261)\n" + runtime.usedFolders() + R"(
+        TRACE m_DLLHandle != NULL: success
+        TRACE m_DLLHandle != NULL: true
+        TRACE loadJVMlibrary(jvm_info.path.c_str()): success: )" +
+                                 getWindowsErrorText(0) + R"(
+        TRACE CreateJavaVMProc != NULL: true
+    )" + preferences + R"(
+        FINE -> registry: CRegistrySubKeys  CRegistrySubKeys
+        FINE -> registry: CRegistrySubKeys  getKeyNames
+        FINE -> registry: CRegistrySubKeys  getValueCount
+        FINE -> registry: CRegistrySubKeys  getValue 0
+    )" + preferences + "FINE -> registry: CRegistry  getStringValue jvm_option_1,\n" +
+                                 gone + R"(
+        FINE -> registry: CRegistrySubKeys  getValueCount
+        FINE -> registry: CRegistry  closeKey
+        FINE -> registry: CRegistrySubKeys  ~CRegistrySubKeys
+    )" + gone + preferences + R"(
+        FINE -> registry: CRegistry  getDWORDValue sun.awt.noerasebackground, -1
+        FINE Adding sun.awt.noerasebackground JVM Option
+        FINE -> registry: CRegistry  closeKey
+        GetModuleFileNameA(executable, 261)
+        FINE Java Security Manager was not enabled. ()" +
+                                 RuntimeFolder::besideExecutable(".policy") + R"()
+    )" + gone + R"(
+        FINE JNI 1.6 selected
+        TRACE m_JVMArguments.options != NULL: true
+        FINE About to call JNI_CreateJavaVM
+        TRACE CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments): successfull
+        TRACE m_JVM->AttachCurrentThread((void**)&m_ENV, NULL): successfull
+    )");
+    EXPECT_EQ(client.m_JVMArguments.nOptions, 7);
     EXPECT_EQ(client.m_JVMArguments.options, FailingAllocations::lastNothrowArray());
-    EXPECT_STRINGS(log.takeScopes(),
-                   Strings{"INFO createJVM ", "FINE findORVControls ", "FINE loadJVMlibrary " + runtime.library()});
-    const std::string success = getWindowsErrorText(0);
-    EXPECT_STRINGS(
-        log.takeStatements(),
-        Strings{
-            "TRACE CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true",
-            "FINE Class Path: -Djava.class.path=C:\\basis.jar",
-            "FINE Used " + runtime.library() + "\\..\\..\\ as current folder while loading JVM, using " + folder + " again.",
-            "TRACE m_DLLHandle != NULL: success",
-            "TRACE m_DLLHandle != NULL: true",
-            "TRACE loadJVMlibrary(jvm_info.path.c_str()): success: " + success,
-            "TRACE CreateJavaVMProc != NULL: true",
-            "TRACE CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true",
-            "TRACE CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: true",
-            "FINE Adding sun.awt.noerasebackground JVM Option",
-            "FINE Java Security Manager was not enabled. (" + RuntimeFolder::besideExecutable(".policy") + ")",
-            "FINE JNI 1.6 selected",
-            "TRACE m_JVMArguments.options != NULL: true",
-            "FINE About to call JNI_CreateJavaVM",
-            "TRACE CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments): successfull",
-            "TRACE m_JVM->AttachCurrentThread((void**)&m_ENV, NULL): successfull",
-        });
-}
-
-TEST_F(MachineTest, EnvironmentIsTheOneOfTheAttachedThread)
-{
-    EXPECT_EQ(create(), 0);
-    client.m_ENV->FindClass("a/b/C");
-    EXPECT_EQ(runtime.record().back(), "find a/b/C");
+    client.m_ENV->FindClass("a/b/C"); // in the environment of the attached thread
+    EXPECT_LINES(runtime.takeRecord(),
+                 Strings{"loaded in " + runtime.bin(), "create in " + folder, "version 00010006", "ignoreUnrecognized 1",
+                         "option -Djava.class.path=C:\\basis.jar", "option -D1", "option -Dsun.awt.noerasebackground=true",
+                         "option -Dcom.orvane.qmrt.logpath=" + world.folder() + "\\", "option -Dcom.orvane.qmrt.loglevel=5",
+                         "option -Dcom.orvane.qmrt.oldlogfileage=77", "option -Dcom.orvane.qmrt.splitlogfilesize=5", "attach",
+                         "find a/b/C"});
 }
 
 TEST_F(MachineTest, OptionsStayAllocatedWhenAllElseIsGone)
 {
     const void* options = nullptr;
     {
-        CBridgeClient other("C:\\basis.jar");
+        CBridgeClient other(nullptr);
         EXPECT_EQ(other.createJVM({"1.8.0_151", runtime.library()}), 0);
         options = other.m_JVMArguments.options;
-        EXPECT_NE(options, nullptr);
         EXPECT_EQ(other.destroyJVM(), 0u);
-        EXPECT_EQ(other.m_JVMArguments.options, options);
     }
     EXPECT_EQ(FailingAllocations::lastNothrowArray(), options);
-}
-
-TEST_F(MachineTest, EmptyClassPathIsPassedAllTheSame)
-{
-    CBridgeClient withoutBasis(nullptr);
-    EXPECT_EQ(withoutBasis.createJVM({"1.8.0_151", runtime.library()}), 0);
-    EXPECT_EQ(runtime.options().front(), "-Djava.class.path=");
+    EXPECT_EQ(runtime.takeOptions().front(), "-Djava.class.path=") << "an empty class path is passed all the same";
 }
 
 TEST_F(MachineTest, VersionTextDecidesTheJniVersion)
 {
-    for (const auto& [text, version] : std::vector<std::pair<std::string, std::string>>{{"1.5.0_22", "4"},
-                                                                                        {"1.6.0_45", "6"},
-                                                                                        {"1.8.0_151", "6"},
-                                                                                        {"11.0.2", "6"},
-                                                                                        {"9", "6"},
-                                                                                        {"10", "6"},
-                                                                                        {"1.10", "4"},
-                                                                                        {"1.6", "6"},
-                                                                                        {"1.", "4"},
-                                                                                        {"", "4"}}) {
+    for (const auto& [text, version] : {std::pair{"1.5.0_22", '4'},
+                                        {"1.6.0_45", '6'},
+                                        {"1.8.0_151", '6'},
+                                        {"11.0.2", '6'},
+                                        {"9", '6'},
+                                        {"10", '6'},
+                                        {"1.10", '4'},
+                                        {"1.6", '6'},
+                                        {"1.", '4'},
+                                        {"", '4'}}) {
         SCOPED_TRACE(text);
-        std::filesystem::remove(runtime.bin() + "\\server\\jvm.record");
         EXPECT_EQ(create(text), 0);
-        const Strings record = runtime.record();
-        EXPECT_EQ(std::count(record.begin(), record.end(), "version 0001000" + version), 1);
-        const Strings statements = log.takeStatements("FINE");
-        const std::string selected = version == "4" ? "JNI 1.4 selected" : "JNI 1.6 selected";
-        EXPECT_EQ(std::count(statements.begin(), statements.end(), selected), 1);
+        EXPECT_EQ(std::ranges::count(runtime.takeRecord(), std::string("version 0001000") + version), 1);
+        EXPECT_EQ(std::ranges::count(log.take("FINE"), std::string("JNI 1.") + version + " selected"), 1);
     }
+}
+
+TEST_F(MachineTest, StepThatFailsEndsTheCreation)
+{
+    const std::string creation = "CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments): ";
+    for (const auto& [order, error] : {std::pair<std::string, std::string>{"create -6", creation + "JNI_EINVAL"},
+                                       {"create 7", creation + "Unknown error (7)"},
+                                       {"attach -2", "m_JVM->AttachCurrentThread((void**)&m_ENV, NULL): JNI_EDETACHED"}}) {
+        runtime.order(order);
+        EXPECT_EQ(create(), E_FAIL);
+        EXPECT_LINES(log.takeErrors(), Strings{error});
+        runtime.takeRecord();
+    }
+    const FailingAllocations failing(FailingAllocations::Kind::NothrowArrays);
+    EXPECT_EQ(create(), E_FAIL);
+    EXPECT_LINES(log.takeErrors(), Strings{"m_JVMArguments.options != NULL: false"});
 }
 
 TEST_F(MachineTest, LibraryThatDoesNotLoadEndsTheCreation)
 {
-    const std::string missing = runtime.library() + "x";
-    log.takeStatements();
-    EXPECT_EQ(client.createJVM({"1.8.0_151", missing}), E_FAIL);
-    EXPECT_TRUE(log.stream().contains(fixtures::BEGIN_BANNER)) << "an error writes its backtrace";
-    EXPECT_STRINGS(log.takeStatements("ERROR"),
-                   Strings{"m_DLLHandle != NULL: failure: " + getWindowsErrorText(ERROR_MOD_NOT_FOUND),
-                           "(bool)binaryFile != NULL: false", "m_DLLHandle != NULL: false",
-                           "loadJVMlibrary(jvm_info.path.c_str()): failure: " + getWindowsErrorText(0x80004005)});
-    EXPECT_EQ(client.m_JVM, nullptr);
+    EXPECT_EQ(client.createJVM({"1.8.0_151", runtime.library() + "x"}), E_FAIL);
+    EXPECT_LINES(log.takeErrors(), Strings{"m_DLLHandle != NULL: failure: " + getWindowsErrorText(ERROR_MOD_NOT_FOUND),
+                                           "(bool)binaryFile != NULL: false", "m_DLLHandle != NULL: false",
+                                           "loadJVMlibrary(jvm_info.path.c_str()): failure: " + getWindowsErrorText(0x80004005)});
 }
 
 TEST_F(MachineTest, LibraryWithoutTheFunctionEndsTheCreationAndCanBeUnloaded)
 {
-    std::filesystem::remove(runtime.library());
     runtime.install("nojvm.dll");
-    log.takeStatements();
-    EXPECT_EQ(client.createJVM({"1.8.0_151", runtime.library()}), E_FAIL);
-    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"CreateJavaVMProc != NULL: false"});
+    EXPECT_EQ(create(), E_FAIL);
+    EXPECT_LINES(log.takeErrors(), Strings{"CreateJavaVMProc != NULL: false"});
     EXPECT_NE(GetModuleHandleA(runtime.library().c_str()), nullptr);
     EXPECT_EQ(client.destroyJVM(), 0u);
     EXPECT_EQ(GetModuleHandleA(runtime.library().c_str()), nullptr);
-}
-
-TEST_F(MachineTest, MissingMemoryForTheOptionsEndsTheCreation)
-{
-    const FailingAllocations failing(FailingAllocations::Kind::NothrowArrays);
-    EXPECT_EQ(create(), E_FAIL);
-    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"m_JVMArguments.options != NULL: false"});
-    EXPECT_STRINGS(runtime.record(), Strings{"loaded in " + runtime.bin()});
-}
-
-TEST_F(MachineTest, MachineThatRefusesItsOptionsEndsTheCreation)
-{
-    runtime.order("create -6");
-    EXPECT_EQ(create(), E_FAIL);
-    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments): JNI_EINVAL"});
-    EXPECT_EQ(client.m_JVM, nullptr);
-    EXPECT_EQ(client.m_ENV, nullptr);
-}
-
-TEST_F(MachineTest, EveryResultOtherThanZeroIsAFailure)
-{
-    runtime.order("create 7");
-    EXPECT_EQ(create(), E_FAIL);
-    EXPECT_STRINGS(log.takeStatements("ERROR"),
-                   Strings{"CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments): Unknown error (7)"});
-}
-
-TEST_F(MachineTest, ThreadThatIsNotAttachedEndsTheCreation)
-{
-    runtime.order("attach -2");
-    EXPECT_EQ(create(), E_FAIL);
-    EXPECT_STRINGS(log.takeStatements("ERROR"), Strings{"m_JVM->AttachCurrentThread((void**)&m_ENV, NULL): JNI_EDETACHED"});
 }
 
 TEST_F(MachineTest, MachineMayEndTheProcess)
@@ -161,167 +138,144 @@ TEST_F(MachineTest, MachineMayEndTheProcess)
     EXPECT_EXIT(create(), testing::ExitedWithCode(1), "");
 }
 
-TEST_F(MachineTest, DestroyDetachesAndFreesALibraryThatStaysForItsThreads)
+// It stays for the machine's threads, also when a machine was only asked to start.
+TEST_F(MachineTest, LibraryIsFreedAndStays)
 {
-    EXPECT_EQ(create(), 0);
-    log.takeStatements();
-    EXPECT_EQ(client.destroyJVM(), 0u);
-    EXPECT_EQ(runtime.record().back(), "detach");
-    EXPECT_NE(GetModuleHandleA(runtime.library().c_str()), nullptr);
-    EXPECT_STRINGS(log.takeStatements(),
-                   Strings{"TRACE m_JVM->DetachCurrentThread(): successfull", "TRACE FreeLibrary(m_DLLHandle): success"});
-    EXPECT_NE(client.m_DLLHandle, nullptr) << "the handle is not reset";
-}
-
-TEST_F(MachineTest, LibraryStaysAlsoWhenTheMachineWasOnlyAskedToStart)
-{
-    runtime.order("create -4");
-    EXPECT_EQ(create(), E_FAIL);
-    log.takeStatements();
-    EXPECT_EQ(client.destroyJVM(), 0u);
-    EXPECT_NE(GetModuleHandleA(runtime.library().c_str()), nullptr);
-    EXPECT_STRINGS(log.takeStatements(), Strings{"TRACE FreeLibrary(m_DLLHandle): success"});
-}
-
-TEST_F(MachineTest, ThreadThatIsNotDetachedKeepsTheLibrary)
-{
-    EXPECT_EQ(create(), 0);
-    runtime.order("detach -1");
-    log.takeStatements();
-    EXPECT_EQ(client.destroyJVM(), static_cast<unsigned>(E_FAIL));
-    EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR m_JVM->DetachCurrentThread(): JNI_ERR"});
-}
-
-TEST_F(MachineTest, SingletonIsCreatedOnceAndRemoved)
-{
-    world.machine().setString(RUNTIMES, "CurrentVersion", "1.8");
-    world.machine().setString(RUNTIMES + "\\1.8", "RuntimeLib", runtime.library());
-    EXPECT_EQ(CJavaManagerJNIClient::s_Instance, nullptr);
-    CJavaManagerJNIClient::createInstance("C:\\basis.jar");
-    CJavaManagerJNIClient* const created = CJavaManagerJNIClient::s_Instance;
-    ASSERT_NE(created, nullptr);
-    const Strings messages = log.stream().messages();
-    for (const char* expected : {"FINE createInstance ", "FINE CJavaManagerJNIClient  CJavaManagerJNIClient C:\\basis.jar",
-                                 "FINE CJavaManagerJNIClient  findJVM ", "INFO CJavaManagerJNIClient  createJVM ",
-                                 "FINE CJavaManagerJNIClient  findORVControls ",
-                                 "TRACE CHECKPOINT: Successfully created JavaManagerJNIClient Singleton."}) {
-        EXPECT_TRUE(log.stream().contains(expected)) << expected;
+    for (const char* order : {"create 0", "create -4"}) {
+        runtime.order(order);
+        CBridgeClient other("C:\\basis.jar");
+        const bool isCreated = other.createJVM({"1.8.0_151", runtime.library()}) == 0;
+        log.take();
+        EXPECT_EQ(other.destroyJVM(), 0u);
+        EXPECT_LINES(log.take(), Strings{"INFO -> destroyJVM"} +
+                                     (isCreated ? Strings{"TRACE m_JVM->DetachCurrentThread(): successfull"} : Strings{}) +
+                                     Strings{"TRACE FreeLibrary(m_DLLHandle): success"});
+        EXPECT_NE(GetModuleHandleA(runtime.library().c_str()), nullptr);
+        EXPECT_NE(other.m_DLLHandle, nullptr) << "the handle is not reset";
+        EXPECT_EQ(runtime.takeRecord().back() == "detach", isCreated);
     }
-    EXPECT_EQ(messages.back(), "FINE createInstance ");
-    EXPECT_STRINGS(log.takeScopes(), Strings{"FINE CJavaManagerJNIClient C:\\basis.jar", "FINE findJVM ", "INFO createJVM ",
-                                             "FINE findORVControls ", "FINE loadJVMlibrary " + runtime.library()});
-    log.takeStatements();
-    const size_t lines = runtime.record().size();
+}
+
+class SingletonTest : public MachineTest
+{
+protected:
+    SingletonTest()
+    {
+        world.machine().createKey(RUNTIMES_NEW);
+        world.machine().setString(RUNTIMES, "CurrentVersion", "1.8");
+        world.machine().setString(RUNTIMES + "\\1.8", "RuntimeLib", runtime.library());
+    }
+    ~SingletonTest() override { CJavaManagerJNIClient::cleanUp(); }
+    // Without what the registry's reader does.
+    Strings takeOwn()
+    {
+        Strings lines = log.take();
+        std::erase_if(lines, [](const std::string& line) { return line.find("registry: ") != std::string::npos; });
+        return lines;
+    }
+    static CJavaManagerJNIClient* instance() { return CJavaManagerJNIClient::s_Instance; }
+
+    const std::string created = "TRACE static: CHECKPOINT: Successfully created JavaManagerJNIClient Singleton.";
+    const std::string removed = "TRACE static: CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.";
+};
+
+TEST_F(SingletonTest, IsCreatedOnceAndRemoved)
+{
+    log.take();
+    CJavaManagerJNIClient::createInstance("C:\\basis.jar");
+    const CJavaManagerJNIClient* const first = instance();
+    ASSERT_NE(first, nullptr);
+    Strings lines = takeOwn();
+    EXPECT_LINES(Strings(lines.begin(), lines.begin() + 4),
+                 Strings{"FINE -> static: createInstance", "FINE -> CJavaManagerJNIClient C:\\basis.jar", "FINE -> findJVM",
+                         "FINE Looking for installed Java versions..."});
+    EXPECT_EQ(std::ranges::count(lines, "INFO -> createJVM"), 1);
+    EXPECT_EQ(lines.back(), created);
 
     CJavaManagerJNIClient::createInstance("D:\\other.jar");
-    EXPECT_EQ(CJavaManagerJNIClient::s_Instance, created);
-    EXPECT_STRINGS(log.takeStatements(), Strings{"TRACE CHECKPOINT: Successfully created JavaManagerJNIClient Singleton."});
-    EXPECT_EQ(runtime.record().size(), lines) << "no second machine";
+    EXPECT_EQ(instance(), first);
+    EXPECT_LINES(log.take(), Strings{"FINE -> static: createInstance", created}) << "no second machine";
 
     EXPECT_EQ(CJavaManagerJNIClient::cleanUp(), 0);
-    EXPECT_EQ(CJavaManagerJNIClient::s_Instance, nullptr);
-    EXPECT_STRINGS(log.stream().messages(), Strings{
-                                                "FINE cleanUp ",
-                                                "INFO CJavaManagerJNIClient  destroyJVM ",
-                                                "TRACE CJavaManagerJNIClient  m_JVM->DetachCurrentThread(): successfull",
-                                                "TRACE CJavaManagerJNIClient  FreeLibrary(m_DLLHandle): success",
-                                                "INFO CJavaManagerJNIClient  destroyJVM ",
-                                                "FINE CJavaManagerJNIClient  ~CJavaManagerJNIClient ",
-                                                "FINE CJavaManagerJNIClient  ~CJavaManagerJNIClient ",
-                                                "TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.",
-                                                "FINE cleanUp ",
-                                            });
+    EXPECT_EQ(instance(), nullptr);
+    EXPECT_LINES(log.take(),
+                 Strings{"FINE -> static: cleanUp", "INFO -> destroyJVM", "TRACE m_JVM->DetachCurrentThread(): successfull",
+                         "TRACE FreeLibrary(m_DLLHandle): success", "FINE -> ~CJavaManagerJNIClient", removed});
+    EXPECT_EQ(CJavaManagerJNIClient::cleanUp(), 0);
+    EXPECT_LINES(log.take(), Strings{"FINE -> static: cleanUp", removed}) << "the checkpoint comes without a singleton, too";
 }
 
-TEST_F(MachineTest, SingletonIsRemovedAlsoWhenItsThreadIsNotDetached)
+TEST_F(SingletonTest, IsRemovedAlsoWhenItsThreadIsNotDetached)
 {
-    world.machine().setString(RUNTIMES, "CurrentVersion", "1.8");
-    world.machine().setString(RUNTIMES + "\\1.8", "RuntimeLib", runtime.library());
     CJavaManagerJNIClient::createInstance("C:\\basis.jar");
     runtime.order("detach -1");
-    log.takeStatements();
+    log.take();
     EXPECT_EQ(CJavaManagerJNIClient::cleanUp(), 0);
-    EXPECT_EQ(CJavaManagerJNIClient::s_Instance, nullptr);
-    EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR m_JVM->DetachCurrentThread(): JNI_ERR",
-                                                 "TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton."});
+    EXPECT_EQ(instance(), nullptr);
+    EXPECT_LINES(log.take(), Strings{"FINE -> static: cleanUp", "INFO -> destroyJVM",
+                                     "ERROR m_JVM->DetachCurrentThread(): JNI_ERR", "FINE -> ~CJavaManagerJNIClient", removed});
 }
 
-TEST_F(MachineTest, CleanUpWithoutSingletonLogsItsCheckpoint)
+TEST_F(SingletonTest, WithoutRuntimeStaysAndItsOperationsFail)
 {
-    log.takeStatements();
-    EXPECT_EQ(CJavaManagerJNIClient::cleanUp(), 0);
-    EXPECT_STRINGS(log.takeStatements(), Strings{"TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton."});
-}
-
-TEST_F(MachineTest, SingletonWithoutRuntimeStaysAndItsOperationsFail)
-{
+    ASSERT_EQ(RegDeleteTreeA(HKEY_LOCAL_MACHINE, "SOFTWARE"), ERROR_SUCCESS);
     CJavaManagerJNIClient::createInstance("C:\\basis.jar");
-    ASSERT_NE(CJavaManagerJNIClient::s_Instance, nullptr);
-    EXPECT_TRUE(log.stream().contains("TRACE CHECKPOINT: Successfully created JavaManagerJNIClient Singleton."));
-    log.takeStatements();
+    ASSERT_NE(instance(), nullptr);
+    EXPECT_EQ(log.take().back(), created);
     jobject bean = nullptr;
     jobject frame = nullptr;
     int frameID = 0;
-    EXPECT_EQ(CJavaManagerJNIClient::s_Instance->startBean(&bean, &frame, &frameID, "a", "B"), E_FAIL);
-    EXPECT_TRUE(log.stream().contains("ERROR CJavaManagerJNIClient  m_BeanClass!=NULL: false"));
-    EXPECT_EQ(CJavaManagerJNIClient::cleanUp(), 0);
+    EXPECT_EQ(instance()->startBean(&bean, &frame, &frameID, "a", "B"), E_FAIL);
+    EXPECT_LINES(log.takeErrors(), Strings{"m_BeanClass!=NULL: false"});
+}
+
+TEST_F(SingletonTest, StaysWhenMemoryRunsOutWhileItsMachineIsStarted)
+{
+    const std::string basis(FailingAllocations::LARGE, 'x');
+    log.take();
+    {
+        const FailingAllocations failing(FailingAllocations::Kind::Large);
+        CJavaManagerJNIClient::createInstance(basis.c_str());
+    }
+    ASSERT_NE(instance(), nullptr);
+    EXPECT_LINES(log.takeErrors(), Strings{"static: Java virtual machine was not started: 8007000e"});
 }
 
 class EndTest : public BridgeTest
 {
 };
 
-TEST_F(EndTest, ClassReferencesAreDeletedInOrder)
+TEST_F(EndTest, ClassReferencesThatThereAreAreDeletedInOrder)
 {
     haveControl();
     EXPECT_EQ(client.destroyJVM(), 0u);
-    EXPECT_STRINGS(java.takeCalls(), Strings{"DeleteLocalRef(class a/b/Bean)", "DeleteLocalRef(class " + FRAME + ")",
-                                             "DeleteLocalRef(class " + LISTENER + ")", "DetachCurrentThread()"});
-    EXPECT_STRINGS(java.liveLocals(), Strings{});
-    EXPECT_STRINGS(log.takeScopes(), Strings{"INFO destroyJVM "});
-    EXPECT_NE(client.m_BeanClass, nullptr) << "the members are not reset";
-    EXPECT_NE(client.m_FrameClass, nullptr);
-    EXPECT_NE(client.m_ListenerClass, nullptr);
+    EXPECT_LINES(log.take(), R"(
+        INFO -> destroyJVM
+        DeleteLocalRef(class a/b/Bean)
+        DeleteLocalRef(class com/velmora/tq/kesta/KESTAFrame)
+        DeleteLocalRef(class com/velmora/tq/kesta/KESTAListener)
+        DetachCurrentThread()
+        TRACE m_JVM->DetachCurrentThread(): successfull
+    )");
+    EXPECT_TRUE(client.m_BeanClass && client.m_FrameClass && client.m_ListenerClass) << "the members are not reset";
+    client.m_BeanClass = client.m_ListenerClass = nullptr;
+    client.m_FrameClass = java.localClass(FRAME);
+    EXPECT_EQ(client.destroyJVM(), 0u);
+    EXPECT_EQ(java.takeCalls().at(4), "DeleteLocalRef(class " + FRAME + ")");
 }
 
-TEST_F(EndTest, BeginningKnowsNothingAndTheEndOfTheObjectReleasesNothing)
+TEST_F(EndTest, EndOfTheObjectReleasesNothing)
 {
     {
-        CBridgeClient other("C:\\basis.jar");
-        EXPECT_EQ(other.m_JVM, nullptr);
-        EXPECT_EQ(other.m_ENV, nullptr);
-        EXPECT_EQ(other.m_DLLHandle, nullptr);
-        EXPECT_EQ(other.m_BeanClass, nullptr);
-        EXPECT_EQ(other.m_FrameClass, nullptr);
-        EXPECT_EQ(other.m_ListenerClass, nullptr);
+        CBridgeClient other(nullptr);
+        EXPECT_TRUE(!other.m_JVM && !other.m_ENV && !other.m_DLLHandle && !other.m_BeanClass && !other.m_FrameClass &&
+                    !other.m_ListenerClass);
         EXPECT_EQ(other.m_UniqueWindowID, -1);
         other.m_JVM = java.vm();
         other.m_ENV = java.env();
         other.m_BeanClass = java.localClass(BEAN);
     }
-    EXPECT_STRINGS(java.takeCalls(), Strings{});
-    EXPECT_STRINGS(java.liveLocals(), Strings{"class " + BEAN});
-    EXPECT_STRINGS(log.takeScopes(), Strings{"FINE CJavaManagerJNIClient C:\\basis.jar", "FINE ~CJavaManagerJNIClient "});
-    EXPECT_STRINGS(log.takeStatements(), Strings{});
-}
-
-TEST_F(EndTest, OnlyTheClassesThatWereFoundAreDeleted)
-{
-    client.m_FrameClass = java.localClass(FRAME);
-    EXPECT_EQ(client.destroyJVM(), 0u);
-    EXPECT_STRINGS(java.takeCalls(), Strings{"DeleteLocalRef(class " + FRAME + ")", "DetachCurrentThread()"});
-}
-
-TEST_F(EndTest, ErrorOfAFailedLookUpIsClearedBeforeTheThreadIsDetached)
-{
-    java.missing = {BEAN};
-    jobject newBean = nullptr;
-    jobject newFrame = nullptr;
-    int frameID = 0;
-    client.startBean(&newBean, &newFrame, &frameID, "a.b", "Bean");
-    java.takeCalls();
-    EXPECT_EQ(client.destroyJVM(), 0u);
-    EXPECT_STRINGS(java.takeCalls(), Strings{"ExceptionClear() [pending]", "DetachCurrentThread()"});
+    EXPECT_LINES(log.take(), Strings{"FINE -> CJavaManagerJNIClient", "FINE -> ~CJavaManagerJNIClient"});
 }
 
 TEST_F(EndTest, FailedDetachEndsTheDestruction)
@@ -329,25 +283,20 @@ TEST_F(EndTest, FailedDetachEndsTheDestruction)
     java.detachResult = JNI_ERR;
     client.m_DLLHandle = GetModuleHandleA("kernel32");
     EXPECT_EQ(client.destroyJVM(), static_cast<unsigned>(E_FAIL));
-    EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR m_JVM->DetachCurrentThread(): JNI_ERR"});
+    EXPECT_LINES(log.take(),
+                 Strings{"INFO -> destroyJVM", "DetachCurrentThread()", "ERROR m_JVM->DetachCurrentThread(): JNI_ERR"});
 }
 
 TEST_F(EndTest, LibraryThatIsNotFreedIsLoggedOnly)
 {
     haveNoMachine();
+    EXPECT_EQ(client.destroyJVM(), 0u);
+    EXPECT_LINES(log.take(), Strings{"INFO -> destroyJVM"});
     client.m_DLLHandle = reinterpret_cast<HMODULE>(0x1000);
     EXPECT_EQ(client.destroyJVM(), 0u);
     FreeLibrary(client.m_DLLHandle);
     const DWORD error = GetLastError();
-    EXPECT_STRINGS(log.takeStatements(), Strings{"ERROR FreeLibrary(m_DLLHandle): failure: " + getWindowsErrorText(error)});
-    EXPECT_STRINGS(java.takeCalls(), Strings{});
-}
-
-TEST_F(EndTest, WithoutMachineAndLibraryNothingIsLogged)
-{
-    haveNoMachine();
-    EXPECT_EQ(client.destroyJVM(), 0u);
-    EXPECT_STRINGS(log.takeStatements(), Strings{});
+    EXPECT_LINES(log.takeErrors(), Strings{"FreeLibrary(m_DLLHandle): failure: " + getWindowsErrorText(error)});
 }
 
 } // namespace

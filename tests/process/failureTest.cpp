@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+
 namespace fixtures {
 namespace {
 
@@ -174,21 +176,98 @@ TEST_F(ServerTest, ExecutableWithoutControlJarGivesAZombie)
         log, Contains("CJavaManagerATLObject  CBeanFrame::s_Instance==NULL, this object is a zombie; client should release it"));
 }
 
-TEST_F(ServerTest, JarWithoutTheControlGivesAnObjectWithoutFrame)
+// A control that cannot be started: its jar, one of those of the bridge's tests, and what the client reads about its next call.
+struct SFailingControl
 {
-    // An archive of no files.
-    const std::string jar = folder.file("empty.jar");
-    writeFile(jar, std::string("PK\5\6") + std::string(18, '\0'));
-    settings.setPreference("basiscontrol", jar);
+    const char* name;
+    const char* jar;
+    const char* failing; // what throws in Java
+    std::function<SCallResult(IDispatch*)> call;
+    // Of the client's error text, without backtraces and without the missing one of the two keys of the runtimes.
+    std::vector<std::string> errors;
+};
+
+void PrintTo(const SFailingControl& control, std::ostream* stream)
+{
+    *stream << control.name;
+}
+
+SCallResult callControl(IDispatch* manager)
+{
+    return call(manager, 3, "echo", "Hello");
+}
+
+SCallResult validate(IDispatch* manager)
+{
+    return call(manager, 15);
+}
+
+SCallResult testBridge(IDispatch* manager)
+{
+    return call(manager, 17, "abc", 3, 0);
+}
+
+const std::string NOT_VISIBLE =
+    "CJavaManagerATLObject  CBeanFrame::s_Instance->setVisible(true): failure: " + systemText(static_cast<DWORD>(E_FAIL));
+
+const SFailingControl FAILING_CONTROLS[] = {
+    {"MissingControl",
+     "without-QMRTWinControl.jar",
+     "",
+     callControl,
+     {"CJavaManagerJNIClient  Exception: java.lang.NoClassDefFoundError: com/orvane/tech/client/qmrt/win/QMRTWinControl",
+      "CJavaManagerJNIClient  m_BeanClass!=NULL: false", "CJavaManagerJNIClient  addORVListenerID!=NULL: false",
+      "CJavaManagerJNIClient  methodID!=NULL: false", NOT_VISIBLE, "CJavaManagerJNIClient  callMethodID != NULL: false"}},
+    {"MissingDependency",
+     "without-Control.jar",
+     "",
+     callControl,
+     {"CJavaManagerJNIClient  Exception: java.lang.NoClassDefFoundError: kestatest/Control",
+      "CJavaManagerJNIClient  m_BeanClass!=NULL: false", "CJavaManagerJNIClient  addORVListenerID!=NULL: false",
+      "CJavaManagerJNIClient  methodID!=NULL: false", NOT_VISIBLE, "CJavaManagerJNIClient  callMethodID != NULL: false"}},
+    {"ThrowingInitialiser",
+     "whole.jar",
+     "initialiser",
+     callControl,
+     {"CJavaManagerJNIClient  Exception: java.lang.ExceptionInInitializerError: ",
+      "CJavaManagerJNIClient  m_BeanClass!=NULL: false", "CJavaManagerJNIClient  addORVListenerID!=NULL: false",
+      "CJavaManagerJNIClient  methodID!=NULL: false", NOT_VISIBLE, "CJavaManagerJNIClient  callMethodID != NULL: false"}},
+    {"ThrowingFrame",
+     "whole.jar",
+     "frame",
+     validate,
+     {"CJavaManagerJNIClient  Exception: java.lang.IllegalStateException: frame fails as asked",
+      "CJavaManagerJNIClient  localReference!=NULL: false", "CJavaManagerJNIClient  methodID!=NULL: false", NOT_VISIBLE,
+      "CJavaManagerJNIClient  validateID!=NULL: false"}},
+    {"ThrowingListener",
+     "whole.jar",
+     "listener",
+     testBridge,
+     {"CJavaManagerJNIClient  Exception: java.lang.IllegalStateException: listener fails as asked",
+      "CJavaManagerJNIClient  localReference!=NULL: false", "CJavaManagerJNIClient  debugTextMethodID != NULL: false"}},
+};
+
+class FailingControlTest : public ServerTest, public testing::WithParamInterface<SFailingControl>
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(Controls, FailingControlTest, testing::ValuesIn(FAILING_CONTROLS),
+                         [](const auto& info) { return info.param.name; });
+
+TEST_P(FailingControlTest, TellsTheClientWhy)
+{
+    settings.setPreference("basiscontrol", buildFolder() + "\\tests\\vm\\" + GetParam().jar);
+    settings.setPreference("jvm_option_1", std::string("-Dkestatest.failing=") + GetParam().failing);
     SManager manager = create();
-    EXPECT_EQ(manager.frameId(), -1);
-    EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "(failed)");
+    const SCallResult failed = GetParam().call(manager.object);
+    EXPECT_EQ(failed.result, E_FAIL);
+    std::vector<std::string> errors = messagesOf(failed.description);
+    std::erase_if(errors, [](const std::string& line) {
+        return line.empty() || line.starts_with("-> ") || line.starts_with("CRegistry  ");
+    });
+    EXPECT_THAT(errors, testing::ElementsAreArray(GetParam().errors));
     manager.object.Release();
     expectEnd(*manager.server);
-    const std::vector<std::string> log = messages(manager.server->id());
-    EXPECT_THAT(log, Contains("CJavaManagerJNIClient  Class Path: -Djava.class.path=" + jar));
-    EXPECT_THAT(log, Contains("CJavaManagerJNIClient  m_BeanClass!=NULL: false"));
-    EXPECT_THAT(log, Contains("CJavaManagerJNIClient  callMethodID != NULL: false"));
 }
 
 } // namespace

@@ -9,9 +9,6 @@
 
 namespace {
 
-const std::string NEW_RUNTIMES = "SOFTWARE\\JavaSoft\\JRE";
-const std::string PREFERENCES = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
-
 std::string windowsPath(const std::string& path)
 {
     std::string result = path.starts_with('/') ? "Z:" + path : path;
@@ -56,9 +53,9 @@ protected:
     void startMachine(const std::string& jar, int version = 21, const std::string& option = "")
     {
         fixtures::RegistryScratch machine(HKEY_LOCAL_MACHINE);
-        machine.createKey("SOFTWARE\\JavaSoft\\Java Runtime Environment");
-        machine.setString(NEW_RUNTIMES, "CurrentVersion", std::to_string(version));
-        machine.setString(NEW_RUNTIMES + "\\" + std::to_string(version), "RuntimeLib",
+        machine.createKey(RUNTIMES);
+        machine.setString(RUNTIMES_NEW, "CurrentVersion", std::to_string(version));
+        machine.setString(RUNTIMES_NEW + "\\" + std::to_string(version), "RuntimeLib",
                           runtimeFolder(version) + "\\bin\\server\\jvm.dll");
         machine.createKey(PREFERENCES, KEY_WOW64_32KEY);
         if (!option.empty()) {
@@ -69,9 +66,9 @@ protected:
         ASSERT_TRUE(
             log.stream().contains("TRACE CJavaManagerJNIClient  m_JVM->AttachCurrentThread((void**)&m_ENV, NULL): successfull"));
     }
-    HRESULT startBean(const std::string& name = "Control")
+    HRESULT startBean(const std::string& package = "kestatest", const std::string& name = "Control")
     {
-        return client()->startBean(&bean, &frame, &frameID, "kestatest", name.c_str());
+        return client()->startBean(&bean, &frame, &frameID, package.c_str(), name.c_str());
     }
     // Machine, bean, frame and listener.
     void startControl(int version = 21, const std::string& option = "")
@@ -86,8 +83,6 @@ protected:
         EXPECT_EQ(client()->callMethod(bean, CComBSTR(name), CComBSTR(argument), &result), S_OK);
         return result.m_str == nullptr ? L"(null)" : std::wstring(result.m_str, result.Length());
     }
-    // The errors that were logged since the last call of this.
-    Strings takeErrors() { return log.takeStatements("ERROR"); }
 
     static CJavaManagerJNIClient* client() { return CJavaManagerJNIClient::s_Instance; }
 
@@ -111,65 +106,55 @@ TEST_P(RuntimeTest, StartsAnswersAndStops)
     EXPECT_EQ(callMethod(L"setText", L"Hello"), L"setText|Hello");
     EXPECT_EQ(client()->stopBean(bean, frame, listener), S_OK);
     bean = frame = listener = nullptr;
-    log.takeStatements();
+    log.take();
     EXPECT_EQ(CJavaManagerJNIClient::cleanUp(), 0);
-    EXPECT_STRINGS(log.takeStatements(),
-                   Strings{"TRACE m_JVM->DetachCurrentThread(): successfull", "TRACE FreeLibrary(m_DLLHandle): success",
-                           "TRACE CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton."});
+    EXPECT_LINES(log.take("TRACE"), Strings{"m_JVM->DetachCurrentThread(): successfull", "FreeLibrary(m_DLLHandle): success",
+                                            "static: CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton."});
 }
 
 INSTANTIATE_TEST_SUITE_P(Java, RuntimeTest, testing::Values(11, 17, 21, 25));
 
-// The whole life of a control, as the frame and the control see it.
-void liveAndDie(CJavaManagerJNIClient* client, jobject& bean, jobject& frame, jobject& listener, int& frameID,
-                const std::function<std::wstring(const wchar_t*, const wchar_t*)>& callMethod)
+class CheckedTest : public VmTest, public testing::WithParamInterface<const char*>
 {
-    EXPECT_EQ(callMethod(L"calls", L""), CComBSTR(("control,frame kesta_frame_" + std::to_string(GetCurrentProcessId()) +
+};
+
+// The whole life of a control, as the frame and the control see it.
+TEST_P(CheckedTest, ControlLivesInItsFrame)
+{
+    startControl(21, GetParam());
+    log.takeErrors();
+    const std::string thisFrame = "frame kesta_frame_" + std::to_string(GetCurrentProcessId());
+    EXPECT_EQ(callMethod(L"calls", L""), CComBSTR(("control," + thisFrame +
                                                    ",setFocusableWindowState false,setUndecorated true,"
                                                    "addORVANEControlListener com.velmora.tq.kesta.KESTAListener")
                                                       .c_str())
                                              .m_str);
-    EXPECT_EQ(client->setFrameVisible(frame, true), S_OK);
+    EXPECT_EQ(client()->setFrameVisible(frame, true), S_OK);
     EXPECT_NE(FindWindowA(nullptr, ("kesta_frame_" + std::to_string(frameID)).c_str()), nullptr);
-    EXPECT_EQ(client->addBean(frame, bean), S_OK);
-    EXPECT_EQ(client->setFrameBounds(frame, 1, 2, 3, 4), S_OK);
-    EXPECT_EQ(client->setFrameEnabled(frame, false), S_OK);
-    EXPECT_EQ(client->setFrameEnabled(frame, true), S_OK);
+    EXPECT_EQ(client()->addBean(frame, bean), S_OK);
+    EXPECT_EQ(client()->setFrameBounds(frame, 1, 2, 3, 4), S_OK);
+    EXPECT_EQ(client()->setFrameEnabled(frame, false), S_OK);
+    EXPECT_EQ(client()->setFrameEnabled(frame, true), S_OK);
     callMethod(L"calls", L"");
-    EXPECT_EQ(client->validateFrameAndBean(frame, bean), S_OK);
-    CComBSTR result;
-    EXPECT_EQ(client->setUsedControl(frame, bean, CComBSTR(L"first"), CComBSTR(L"second"), &result), S_OK);
+    EXPECT_EQ(client()->validateFrameAndBean(frame, bean), S_OK);
+    EXPECT_EQ(client()->setUsedControl(frame, bean, CComBSTR(L"first"), CComBSTR(L"second"), &result), S_OK);
     EXPECT_STREQ(result, L"first|second");
     EXPECT_EQ(callMethod(L"calls", L""), L"validate control,setFocusableWindowState true,setUsedControl");
-    EXPECT_EQ(client->stopBean(bean, frame, listener), S_OK);
+    EXPECT_EQ(client()->stopBean(bean, frame, listener), S_OK);
 
     bean = frame = listener = nullptr;
     const int before = frameID;
-    EXPECT_EQ(client->startBean(&bean, &frame, &frameID, "kestatest", "Control"), S_OK) << "a second control can be started";
+    EXPECT_EQ(startBean(), S_OK) << "a second control can be started";
     EXPECT_EQ(frameID, before + 1);
     const std::wstring calls = callMethod(L"calls", L"");
     EXPECT_TRUE(calls.starts_with(L"free,removeORVANEControlListener the same,removeAll,remove kestatest.Control,dispose,"
                                   "control,frame kesta_frame_"))
         << narrowText(calls.c_str(), calls.size());
+    EXPECT_LINES(log.takeErrors(), Strings{});
 }
 
-TEST_F(VmTest, ControlLivesInItsFrame)
-{
-    startControl();
-    takeErrors();
-    liveAndDie(client(), bean, frame, listener, frameID,
-               [&](const wchar_t* name, const wchar_t* argument) { return callMethod(name, argument); });
-    EXPECT_STRINGS(takeErrors(), Strings{});
-}
-
-TEST_F(VmTest, MachineThatChecksJniFindsNothingFatal)
-{
-    startControl(21, "-Xcheck:jni");
-    takeErrors();
-    liveAndDie(client(), bean, frame, listener, frameID,
-               [&](const wchar_t* name, const wchar_t* argument) { return callMethod(name, argument); });
-    EXPECT_STRINGS(takeErrors(), Strings{});
-}
+INSTANTIATE_TEST_SUITE_P(Jni, CheckedTest, testing::Values("-Dkestatest.checked=no", "-Xcheck:jni"),
+                         [](const auto& info) { return info.index == 0 ? "Unchecked" : "Checked"; });
 
 TEST_F(VmTest, EveryForwardedMethodAnswers)
 {
@@ -206,7 +191,7 @@ TEST_F(VmTest, NullAnswersAndNullArgumentsAreEmptyTexts)
     EXPECT_EQ(client()->updateVersion(bean, nullptr, &result), S_OK);
     EXPECT_STREQ(result, L"updated ");
     EXPECT_EQ(client()->updateVersion(bean, nullptr, nullptr), S_OK);
-    EXPECT_STRINGS(takeErrors(), Strings{"result!=NULL: false"});
+    EXPECT_LINES(log.takeErrors(), Strings{"JNIHelper: result!=NULL: false"});
 }
 
 TEST_F(VmTest, TextOutsideAsciiIsKeptAsItsBytes)
@@ -231,122 +216,154 @@ TEST_F(VmTest, TextOutsideAsciiIsKeptAsItsBytes)
     EXPECT_EQ(callMethod(L"text", L"1F600"), L"\u00ED\u00A0\u00BD\u00ED\u00B8\u20AC"); // ED A0 BD ED B8 80, a surrogate pair
     // Both ways.
     EXPECT_EQ(callMethod(L"\u00E4", L"\u00FC"), L"\u00C3\u00A4|\u00C3\u00BC");
-    takeErrors();
+    log.takeErrors();
     EXPECT_EQ(client()->callMethod(bean, CComBSTR(L"throwWithMessage"), CComBSTR(L"\u00E4"), &result), E_FAIL);
-    EXPECT_EQ(takeErrors().front(), "Exception: java.lang.IllegalStateException: \xC3\xA4\n") << "the log keeps the bytes";
+    EXPECT_EQ(log.takeErrors().front(), "Exception: java.lang.IllegalStateException: \xC3\xA4\\n") << "the log keeps the bytes";
     EXPECT_EQ(client()->testBridge(listener, L"\u00E4", 1, 2), S_OK);
-    EXPECT_STRINGS(takeReceivedEvents(),
-                   Strings{"testBridgeEvent \xC3\xA4 1, 2 on thread " + std::to_string(GetCurrentThreadId())});
+    EXPECT_LINES(takeReceivedEvents(),
+                 Strings{"testBridgeEvent \xC3\xA4 1, 2 on thread " + std::to_string(GetCurrentThreadId())});
 }
 
 TEST_F(VmTest, ExceptionsEndInTheLog)
 {
     startControl();
-    takeErrors();
+    log.takeErrors();
     const CComBSTR message(L"said why");
     EXPECT_EQ(client()->callMethod(bean, CComBSTR(L"throwWithMessage"), message, &result), E_FAIL);
-    EXPECT_STRINGS(takeErrors(),
-                   Strings{"Exception: java.lang.IllegalStateException: said why\n", "checkNoJNIException(): false"});
+    EXPECT_LINES(log.takeErrors(),
+                 Strings{"Exception: java.lang.IllegalStateException: said why\\n", "checkNoJNIException(): false"});
     EXPECT_EQ(client()->callMethod(bean, CComBSTR(L"throwWithoutMessage"), message, &result), E_FAIL);
-    EXPECT_STRINGS(takeErrors(), Strings{"Exception: java.lang.IllegalStateException: \n", "checkNoJNIException(): false"});
+    EXPECT_LINES(log.takeErrors(), Strings{"Exception: java.lang.IllegalStateException: \\n", "checkNoJNIException(): false"});
     EXPECT_EQ(client()->callMethod(bean, CComBSTR(L"throwItsOwn"), message, &result), E_FAIL);
-    EXPECT_STRINGS(takeErrors(), Strings{"Exception: kestatest.Control$Failure: \n", "checkNoJNIException(): false"});
+    EXPECT_LINES(log.takeErrors(), Strings{"Exception: kestatest.Control$Failure: \\n", "checkNoJNIException(): false"});
     EXPECT_EQ(result.m_str, nullptr);
     EXPECT_EQ(callMethod(L"still", L"there"), L"still|there");
-    EXPECT_STRINGS(takeErrors(), Strings{});
+    EXPECT_LINES(log.takeErrors(), Strings{});
 }
 
-TEST_F(VmTest, MissingMethodFailsNoLaterCall)
+// A control that cannot be started or misses a method.
+struct SFailedStart
 {
-    startMachine("whole.jar");
-    ASSERT_EQ(startBean("WithoutMethods"), S_OK);
-    takeErrors();
-    EXPECT_EQ(client()->callMethod(bean, nullptr, nullptr, &result), E_FAIL);
-    EXPECT_EQ(client()->setFrameEnabled(frame, true), S_OK);
-    EXPECT_EQ(client()->regEventListener(&listener, frame, bean), E_FAIL);
-    EXPECT_EQ(client()->addBean(frame, bean), S_OK);
-    EXPECT_STRINGS(takeErrors(), Strings{"callMethodID != NULL: false", "addORVListenerID!=NULL: false"});
+    std::string name;
+    std::string jar;
+    std::string failing; // what throws, as Failing.java names it
+    std::string bean;
+    std::string errors; // of startBean, regEventListener and stopBean
+};
+
+void PrintTo(const SFailedStart& start, std::ostream* stream)
+{
+    *stream << start.name;
+}
+
+const std::string CONTROL = "com.orvane.tech.client.qmrt.win.QMRTWinControl";
+
+const SFailedStart FAILED_STARTS[] = {
+    {"Jar", "not there.jar", "", CONTROL, R"(
+        startBean failed
+        Exception: java.lang.NoClassDefFoundError: com/orvane/tech/client/qmrt/win/QMRTWinControl\n
+        m_BeanClass!=NULL: false
+        regEventListener failed
+        Exception: java.lang.NoClassDefFoundError: com/velmora/tq/kesta/KESTAListener\n
+        localReference!=NULL: false
+    )"},
+    {"Control", "without-QMRTWinControl.jar", "", CONTROL, R"(
+        startBean failed
+        Exception: java.lang.NoClassDefFoundError: com/orvane/tech/client/qmrt/win/QMRTWinControl\n
+        m_BeanClass!=NULL: false
+        regEventListener failed
+        addORVListenerID!=NULL: false
+    )"},
+    {"Dependency", "without-Control.jar", "", CONTROL, R"(
+        startBean failed
+        Exception: java.lang.NoClassDefFoundError: kestatest/Control\n
+        m_BeanClass!=NULL: false
+        regEventListener failed
+        addORVListenerID!=NULL: false
+    )"},
+    {"Initialiser", "whole.jar", "initialiser", CONTROL, R"(
+        startBean failed
+        Exception: java.lang.ExceptionInInitializerError: \n
+        m_BeanClass!=NULL: false
+        regEventListener failed
+        addORVListenerID!=NULL: false
+    )"},
+    {"DefaultConstructor", "whole.jar", "", "kestatest.WithoutConstructor", R"(
+        startBean failed
+        Exception: java.lang.NoSuchMethodError: Lkestatest/WithoutConstructor;.<init>()V\n
+        constructID!=NULL: false
+        regEventListener failed
+        addORVListenerID!=NULL: false
+    )"},
+    {"ControlsConstructor", "whole.jar", "control", CONTROL, R"(
+        startBean failed
+        Exception: java.lang.IllegalStateException: control fails as asked\n
+        checkNoJNIException(): false
+        regEventListener failed
+        addORVListenerID!=NULL: false
+    )"},
+    {"Frame", "without-KESTAFrame.jar", "", CONTROL, R"(
+        startBean failed
+        Exception: java.lang.NoClassDefFoundError: com/velmora/tq/kesta/KESTAFrame\n
+        localReference!=NULL: false
+    )"},
+    {"FramesConstructor", "whole.jar", "frame", CONTROL, R"(
+        startBean failed
+        Exception: java.lang.IllegalStateException: frame fails as asked\n
+        localReference!=NULL: false
+    )"},
+    {"Listener", "without-KESTAListener.jar", "", CONTROL, R"(
+        regEventListener failed
+        Exception: java.lang.NoClassDefFoundError: com/velmora/tq/kesta/KESTAListener\n
+        localReference!=NULL: false
+    )"},
+    {"ListenersConstructor", "whole.jar", "listener", CONTROL, R"(
+        regEventListener failed
+        Exception: java.lang.IllegalStateException: listener fails as asked\n
+        localReference!=NULL: false
+    )"},
+    {"Methods", "whole.jar", "", "kestatest.WithoutMethods", R"(
+        regEventListener failed
+        Exception: java.lang.NoSuchMethodError: addORVANEControlListener\n
+        addORVListenerID!=NULL: false
+        Exception: java.lang.NoSuchMethodError: Lkestatest/WithoutMethods;.free()Ljava/lang/String;\n
+        freeID != NULL: false
+        Exception: java.lang.NoSuchMethodError: removeORVANEControlListener\n
+        removeID!=NULL: false
+    )"},
+};
+
+class FailedStartTest : public VmTest, public testing::WithParamInterface<SFailedStart>
+{
+};
+
+TEST_P(FailedStartTest, SaysWhatFailed)
+{
+    const SFailedStart& start = GetParam();
+    const size_t dot = start.bean.rfind('.');
+    startMachine(start.jar, 21, "-Dkestatest.failing=" + start.failing);
+    log.take();
+    Strings errors;
+    if (startBean(start.bean.substr(0, dot), start.bean.substr(dot + 1)) == E_FAIL) {
+        errors.push_back("startBean failed");
+    }
+    errors = errors + log.takeErrors();
+    if (client()->regEventListener(&listener, frame, bean) == E_FAIL) {
+        errors.push_back("regEventListener failed");
+    }
+    errors = errors + log.takeErrors();
+    EXPECT_EQ(client()->setFrameEnabled(frame, true), frame == nullptr ? E_FAIL : S_OK);
+    EXPECT_LINES(log.takeErrors(), frame == nullptr ? Strings{"methodID!=NULL: false"} : Strings{}) << "nothing is left pending";
+    if (bean != nullptr && start.bean == CONTROL) {
+        EXPECT_EQ(callMethod(L"still", L"there"), L"still|there");
+    }
     EXPECT_EQ(client()->stopBean(bean, frame, listener), S_OK);
-    EXPECT_STRINGS(takeErrors(), Strings{"freeID != NULL: false", "removeID!=NULL: false"}) << "removeAll is every panel's";
+    EXPECT_LINES(errors + log.takeErrors(), start.errors);
     bean = frame = listener = nullptr;
 }
 
-TEST_F(VmTest, MissingControlClass)
-{
-    startMachine("whole.jar");
-    takeErrors();
-    EXPECT_EQ(startBean("NotThere"), E_FAIL);
-    EXPECT_STRINGS(takeErrors(), Strings{"m_BeanClass!=NULL: false"});
-    EXPECT_EQ(client()->regEventListener(&listener, frame, bean), E_FAIL);
-    EXPECT_STRINGS(takeErrors(), Strings{"addORVListenerID!=NULL: false"});
-    EXPECT_EQ(client()->setFrameVisible(frame, true), E_FAIL);
-    EXPECT_EQ(client()->callMethod(bean, nullptr, nullptr, &result), E_FAIL);
-    EXPECT_STRINGS(takeErrors(), Strings{"methodID!=NULL: false", "callMethodID != NULL: false"});
-    EXPECT_EQ(startBean(), S_OK) << "nothing is left pending";
-}
-
-TEST_F(VmTest, MissingControlJar)
-{
-    startMachine("not there.jar");
-    takeErrors();
-    EXPECT_EQ(startBean(), E_FAIL);
-    EXPECT_STRINGS(takeErrors(), Strings{"m_BeanClass!=NULL: false"});
-    EXPECT_EQ(client()->regEventListener(&listener, frame, bean), E_FAIL);
-    EXPECT_STRINGS(takeErrors(), Strings{"localReference!=NULL: false"});
-}
-
-TEST_F(VmTest, MissingFrameClass)
-{
-    startMachine("noframe.jar");
-    takeErrors();
-    EXPECT_EQ(startBean(), E_FAIL);
-    EXPECT_STRINGS(takeErrors(), Strings{"localReference!=NULL: false"});
-    EXPECT_NE(bean, nullptr);
-    EXPECT_EQ(frame, nullptr);
-    EXPECT_EQ(client()->regEventListener(&listener, frame, bean), S_OK);
-    EXPECT_EQ(client()->setFrameVisible(frame, true), E_FAIL);
-    EXPECT_EQ(client()->addBean(frame, bean), E_FAIL);
-    EXPECT_STRINGS(takeErrors(), Strings{"methodID!=NULL: false", "addID!=NULL: false"});
-    EXPECT_EQ(callMethod(L"still", L"there"), L"still|there");
-    EXPECT_EQ(client()->stopBean(bean, frame, listener), S_OK);
-    EXPECT_STRINGS(takeErrors(), Strings{});
-    bean = listener = nullptr;
-}
-
-TEST_F(VmTest, MissingListenerClass)
-{
-    startMachine("nolistener.jar");
-    ASSERT_EQ(startBean(), S_OK);
-    takeErrors();
-    EXPECT_EQ(client()->regEventListener(&listener, frame, bean), E_FAIL);
-    EXPECT_STRINGS(takeErrors(), Strings{"localReference!=NULL: false"});
-    EXPECT_EQ(client()->testBridge(listener, L"x", 1, 2), E_FAIL);
-    EXPECT_STRINGS(takeErrors(), Strings{"debugTextMethodID != NULL: false"});
-    EXPECT_EQ(callMethod(L"still", L"there"), L"still|there");
-    EXPECT_EQ(client()->stopBean(bean, frame, listener), S_OK);
-    EXPECT_STRINGS(takeErrors(), Strings{}) << "the control is asked to remove a listener that is null";
-    bean = frame = nullptr;
-}
-
-TEST_F(VmTest, ConstructorThatThrows)
-{
-    startMachine("whole.jar");
-    takeErrors();
-    EXPECT_EQ(startBean("ThrowingConstructor"), E_FAIL);
-    EXPECT_STRINGS(takeErrors(),
-                   Strings{"Exception: java.lang.UnsupportedOperationException: not today\n", "checkNoJNIException(): false"});
-    EXPECT_EQ(bean, nullptr);
-}
-
-TEST_F(VmTest, ConstructorThatNeedsAnArgument)
-{
-    startMachine("whole.jar");
-    takeErrors();
-    EXPECT_EQ(startBean("WithoutConstructor"), E_FAIL);
-    EXPECT_STRINGS(takeErrors(), Strings{"constructID!=NULL: false"});
-    EXPECT_EQ(startBean(), S_OK);
-    EXPECT_STRINGS(takeErrors(), Strings{});
-}
+INSTANTIATE_TEST_SUITE_P(Without, FailedStartTest, testing::ValuesIn(FAILED_STARTS),
+                         [](const auto& info) { return info.param.name; });
 
 TEST_F(VmTest, EventsOfAForwardedCallArriveOnItsThread)
 {
@@ -354,14 +371,13 @@ TEST_F(VmTest, EventsOfAForwardedCallArriveOnItsThread)
     takeReceivedEvents();
     EXPECT_EQ(callMethod(L"raise", L"an event"), L"raised");
     const std::string thread = " on thread " + std::to_string(GetCurrentThreadId());
-    EXPECT_STRINGS(takeReceivedEvents(),
-                   Strings{"OnControlReady ready for an event" + thread, "OnCustomEvent an event" + thread});
+    EXPECT_LINES(takeReceivedEvents(), Strings{"OnControlReady ready for an event" + thread, "OnCustomEvent an event" + thread});
     EXPECT_EQ(client()->testBridge(listener, L"loop", 3, 500), S_OK);
-    EXPECT_STRINGS(takeReceivedEvents(), Strings{"testBridgeEvent loop 3, 500" + thread});
-    takeErrors();
+    EXPECT_LINES(takeReceivedEvents(), Strings{"testBridgeEvent loop 3, 500" + thread});
+    log.takeErrors();
     EXPECT_EQ(client()->testBridge(listener, L"loop", -1, 500), E_FAIL);
-    EXPECT_STRINGS(takeErrors(),
-                   Strings{"Exception: java.lang.IllegalArgumentException: ttl -1\n", "checkNoJNIException(): false"});
+    EXPECT_LINES(log.takeErrors(),
+                 Strings{"Exception: java.lang.IllegalArgumentException: ttl -1\\n", "checkNoJNIException(): false"});
 }
 
 } // namespace

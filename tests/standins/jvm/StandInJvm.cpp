@@ -9,7 +9,7 @@
 //              detach -1     DetachCurrentThread gives this result
 // Environments: the creation gives one and AttachCurrentThread another; the record names the former where it is used.
 // Threads: the one that creates the machine.
-// Failure: what the environment does not offer (all but FindClass, which finds nothing, and the clearing of errors) ends the
+// Failure: what the environment does not offer (all but FindClass, which finds nothing, and ExceptionCheck) ends the
 //          process with exit code 99.
 #define _JNI_IMPLEMENTATION_
 #include <jni.h>
@@ -72,8 +72,9 @@ jclass JNICALL findClass(JNIEnv* env, const char* name)
     return nullptr;
 }
 
-void JNICALL exceptionClear(JNIEnv*)
+jboolean JNICALL exceptionCheck(JNIEnv*)
 {
+    return JNI_FALSE;
 }
 
 template <class Table>
@@ -98,7 +99,7 @@ Environments& environments()
     static JNINativeInterface_ s_functions = [] {
         auto table = emptyTable<JNINativeInterface_>();
         table.FindClass = findClass;
-        table.ExceptionClear = exceptionClear;
+        table.ExceptionCheck = exceptionCheck;
         return table;
     }();
     static Environments s_environments = {{&s_functions}, {&s_functions}};

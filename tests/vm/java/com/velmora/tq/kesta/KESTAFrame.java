@@ -3,6 +3,7 @@ package com.velmora.tq.kesta;
 import java.awt.Component;
 import java.awt.Frame;
 import kestatest.Calls;
+import kestatest.Failing;
 
 /**
  * A frame that notes what the bridge asks of it. Deliberately without a validate of its own: the bridge calls the frame's method
@@ -14,6 +15,7 @@ public class KESTAFrame extends Frame {
     public KESTAFrame(String name) {
         super(name);
         Calls.note("frame " + name);
+        Failing.in("frame");
     }
 
     @Override

@@ -1,9 +1,14 @@
 package com.velmora.tq.kesta;
 
 import com.orvane.tech.client.qmrt.QMRTControlListenerI;
+import kestatest.Failing;
 
 /** A listener that hands everything to its natives. */
 public class KESTAListener implements QMRTControlListenerI {
+    public KESTAListener() {
+        Failing.in("listener");
+    }
+
     private native void testBridgeEvent(String text, int delay);
 
     private native void OnControlReady(String text);

@@ -1,0 +1,372 @@
+// Creation and release of frame, bean and listener, and what is left behind when a step fails.
+#include "tests/javabridge/BridgeFixture.h"
+#include "tests/support/FailingAllocations.h"
+
+#include "atl/atl.h"
+
+#include <algorithm>
+#include <climits>
+#include <functional>
+
+namespace {
+
+const std::string FRAME_NAME = "\"kesta_frame_" + std::to_string(GetCurrentProcessId()) + "\"";
+
+// What happens until there is a frame, and until there is a listener.
+const std::string START = R"(
+    FINE -> startBean a.b, Bean
+    TRACE beanObject!=NULL: true
+    TRACE frameObject!=NULL: true
+    TRACE frameID!=NULL: true
+    TRACE bean_package!=NULL: true
+    TRACE bean_class!=NULL: true
+    FindClass(a/b/Bean)
+    TRACE m_BeanClass!=NULL: true
+    GetMethodID(class a/b/Bean, <init>, ()V)
+    TRACE constructID!=NULL: true
+    NewObject(class a/b/Bean, <init>)
+    {checked}
+    TRACE localReference != NULL: true
+    NewGlobalRef(local a/b/Bean)
+    DeleteLocalRef(local a/b/Bean)
+    FindClass(com/velmora/tq/kesta/KESTAFrame)
+    GetMethodID(class com/velmora/tq/kesta/KESTAFrame, <init>, (Ljava/lang/String;)V)
+    FINE -> createUniqueID
+    INFO Unique Window ID was not initialized yet (-1)
+    INFO Unique Window ID={pid}
+    FINE -> helpers: buildIdentifierString kesta_frame_, {pid}
+    NewStringUTF(kesta_frame_{pid})
+    NewObject(class com/velmora/tq/kesta/KESTAFrame, <init>, "kesta_frame_{pid}")
+    TRACE localReference!=NULL: true
+    NewGlobalRef(local com/velmora/tq/kesta/KESTAFrame)
+    DeleteLocalRef(local com/velmora/tq/kesta/KESTAFrame)
+)";
+const std::string REGISTRATION = R"(
+    FINE -> regEventListener
+    TRACE listener!=NULL: true
+    FindClass(com/velmora/tq/kesta/KESTAListener)
+    GetMethodID(class com/velmora/tq/kesta/KESTAListener, <init>, ()V)
+    NewObject(class com/velmora/tq/kesta/KESTAListener, <init>)
+    TRACE localReference!=NULL: true
+    NewGlobalRef(local com/velmora/tq/kesta/KESTAListener)
+)";
+
+using Arrangement = std::function<void(RecordingJni&)>;
+
+Arrangement missing(const std::string& name)
+{
+    return [=](RecordingJni& java) { java.missing = {name}; };
+}
+
+Arrangement throwing(const std::string& name)
+{
+    return [=](RecordingJni& java) { java.outcomes = {{name, RecordingJni::throws("java.lang.Error", "said why")}}; };
+}
+
+Arrangement nullFrom(const std::string& function, int call)
+{
+    return [=](RecordingJni& java) { java.nullFrom = {{function, call}}; };
+}
+
+// A step that fails: what makes it fail, how many JNI calls are made, the exception that is captured, and the error of the check
+// that follows.
+struct SFailure
+{
+    Arrangement arrange;
+    int calls;
+    std::string exception;
+    std::string message;
+    std::string error;
+    Strings callsBehind = {}; // the capture
+};
+
+const std::string NO_CLASS = "java.lang.NoClassDefFoundError";
+const std::string NO_METHOD = "java.lang.NoSuchMethodError";
+const std::string THROWN = "java.lang.Error";
+const std::string NOT_CHECKED = "checkNoJNIException(): false";
+
+class ControlTest : public BridgeTest
+{
+protected:
+    HRESULT startBean() { return client.startBean(&newBean, &newFrame, &frameID, "a.b", "Bean"); }
+    HRESULT regEventListener() { return client.regEventListener(&newListener, frame, bean); }
+    // The operation fails as it is said, with those of the calls that it would have made.
+    void expectFailure(const SFailure& failure, const Strings& calls, const std::function<HRESULT()>& operation)
+    {
+        SCOPED_TRACE(failure.message + ", " + failure.error);
+        java.missing.clear();
+        java.outcomes.clear();
+        java.nullFrom.clear();
+        failure.arrange(java);
+        forget();
+        EXPECT_EQ(operation(), E_FAIL);
+        const bool isCaptured = !failure.exception.empty();
+        EXPECT_LINES(java.takeCalls(), Strings(calls.begin(), calls.begin() + failure.calls) +
+                                           (isCaptured ? captureCalls(failure.exception, failure.message) : Strings{}) +
+                                           failure.callsBehind);
+        EXPECT_LINES(log.takeErrors(),
+                     (isCaptured ? Strings{"Exception: " + failure.exception + ": " + failure.message + "\\n"} : Strings{}) +
+                         Strings{failure.error});
+        EXPECT_FALSE(java.isPending());
+    }
+
+    const int pid = static_cast<int>(GetCurrentProcessId());
+    jobject newBean = nullptr;
+    jobject newFrame = nullptr;
+    jobject newListener = nullptr;
+    int frameID = -5;
+};
+
+TEST_F(ControlTest, StartBeanCreatesBeanThenFrame)
+{
+    EXPECT_EQ(startBean(), S_OK);
+    EXPECT_LINES(log.take(),
+                 START + setterTranscript("global " + FRAME, "setFrameFocusableWindowState", "setFocusableWindowState", false) +
+                     "TRACE setFrameFocusableWindowState(*frameObject, false): success: 0\n" +
+                     setterTranscript("global " + FRAME, "setFrameAlwaysOnTop", "setAlwaysOnTop", false) +
+                     "TRACE setFrameAlwaysOnTop(*frameObject, false): success: 0\n" +
+                     setterTranscript("global " + FRAME, "setFrameUndecorated", "setUndecorated", true) + R"(
+        TRACE setFrameUndecorated(*frameObject, true): success: 0
+        TRACE CHECKPOINT: Successfully started bean.
+    )");
+    EXPECT_EQ(frameID, pid);
+    EXPECT_LINES(java.liveLocals(), Strings{FRAME_NAME, "class a/b/Bean", "class " + FRAME});
+    EXPECT_LINES(java.liveGlobals(),
+                 Strings{"global a/b/Bean", "global bean", "global " + FRAME, "global frame", "global listener"});
+}
+
+TEST_F(ControlTest, StartBeanChecksItsArgumentsInOrder)
+{
+    EXPECT_EQ(client.startBean(nullptr, nullptr, nullptr, nullptr, nullptr), E_FAIL);
+    EXPECT_EQ(client.startBean(&newBean, nullptr, nullptr, nullptr, nullptr), E_FAIL);
+    EXPECT_EQ(client.startBean(&newBean, &newFrame, nullptr, nullptr, nullptr), E_FAIL);
+    EXPECT_EQ(client.startBean(&newBean, &newFrame, &frameID, nullptr, nullptr), E_FAIL);
+    EXPECT_EQ(client.startBean(&newBean, &newFrame, &frameID, "", nullptr), E_FAIL);
+    EXPECT_LINES(log.takeErrors(), R"(
+        beanObject!=NULL: false
+        frameObject!=NULL: false
+        frameID!=NULL: false
+        bean_package!=NULL: false
+        bean_class!=NULL: false
+    )");
+    EXPECT_LINES(java.takeCalls(), Strings{});
+}
+
+TEST_F(ControlTest, ClassNameJoinsPackageAndClassWithSlashes)
+{
+    for (const auto& [package, name, expected] : {std::tuple{"com.example.ui", "MyControl", "com/example/ui/MyControl"},
+                                                  {"", "x.y.Z", "x/y/Z"},
+                                                  {"", "Z", "Z"},
+                                                  {"a.b", "C.D", "a/b/C/D"}}) {
+        client.startBean(&newBean, &newFrame, &frameID, package, name);
+        EXPECT_EQ(java.takeCalls().front(), std::string("FindClass(") + expected + ")");
+    }
+}
+
+TEST_F(ControlTest, StartBeanThatFailsLeavesWhatItHas)
+{
+    const std::string noFrame = "localReference!=NULL: false";
+    const Strings nameCall = {"NewStringUTF(kesta_frame_" + std::to_string(pid) + ")"};
+    for (const SFailure& failure : std::initializer_list<SFailure>{
+             {missing(BEAN), 1, NO_CLASS, BEAN, "m_BeanClass!=NULL: false"},
+             {missing(BEAN + ".<init>"), 2, NO_METHOD, "<init>", "constructID!=NULL: false"},
+             {throwing(BEAN + ".<init>"), 3, THROWN, "said why", NOT_CHECKED},
+             {nullFrom("NewObject", 1), 4, "", "", "localReference != NULL: false"},
+             {missing(FRAME), 7, NO_CLASS, FRAME, noFrame, nameCall},
+             {missing(FRAME + ".<init>"), 8, NO_METHOD, "<init>", noFrame, nameCall},
+             {nullFrom("NewStringUTF", 1), 9, "java.lang.OutOfMemoryError", "Java heap space", NOT_CHECKED},
+             {throwing(FRAME + ".<init>"), 10, THROWN, "said why", noFrame},
+             {nullFrom("NewObject", 2), 10, "", "", noFrame, {"ExceptionCheck()"}},
+         }) {
+        newBean = nullptr;
+        frameID = -5;
+        client.m_UniqueWindowID = -1;
+        const auto names = std::ranges::count(java.liveLocals(), FRAME_NAME);
+        expectFailure(failure, callsOf(linesOf(START)), [&] { return startBean(); });
+        const bool hasBean = failure.calls > 4;
+        EXPECT_EQ(newBean != nullptr, hasBean);
+        EXPECT_EQ(newFrame, nullptr);
+        EXPECT_EQ(frameID, hasBean ? pid : -5);
+        EXPECT_EQ(std::ranges::count(java.liveLocals(), FRAME_NAME) - names, hasBean && failure.calls != 9 ? 1 : 0);
+        EXPECT_EQ(client.stopBean(newBean, newFrame, nullptr), S_OK);
+        EXPECT_LINES(log.takeErrors(), Strings{});
+        EXPECT_LINES(java.liveGlobals(), Strings{"global bean", "global frame", "global listener"});
+    }
+}
+
+TEST_F(ControlTest, FailedSettersOfTheFrameAreLoggedOnly)
+{
+    java.missing = {"setFocusableWindowState", "setUndecorated"};
+    java.outcomes["setAlwaysOnTop"] = RecordingJni::throws("java.lang.SecurityException", "no");
+    EXPECT_EQ(startBean(), S_OK);
+    EXPECT_LINES(log.takeErrors(), R"(
+        Exception: java.lang.NoSuchMethodError: setFocusableWindowState\n
+        methodID!=NULL: false
+        setFrameFocusableWindowState(*frameObject, false): failure: -2147467259
+        Exception: java.lang.SecurityException: no\n
+        checkNoJNIException(): false
+        setFrameAlwaysOnTop(*frameObject, false): failure: -2147467259
+        Exception: java.lang.NoSuchMethodError: setUndecorated\n
+        methodID!=NULL: false
+        setFrameUndecorated(*frameObject, true): failure: -2147467259
+    )");
+}
+
+TEST_F(ControlTest, ExhaustedMemoryLeavesStartBeanAsTheOneException)
+{
+    const std::string name(FailingAllocations::LARGE, 'x');
+    const FailingAllocations failing(FailingAllocations::Kind::Large);
+    try {
+        client.startBean(&newBean, &newFrame, &frameID, "", name.c_str());
+        ADD_FAILURE() << "no exception";
+    } catch (const CAtlException& exception) {
+        EXPECT_EQ(exception.m_hr, E_OUTOFMEMORY);
+    }
+    EXPECT_LINES(java.takeCalls(), Strings{});
+}
+
+TEST_F(ControlTest, FramesAreNumberedFromTheProcessIdToTheWrapAndBack)
+{
+    EXPECT_EQ(client.m_UniqueWindowID, -1);
+    EXPECT_EQ(client.createUniqueID(), pid);
+    forget();
+    EXPECT_EQ(startBean(), S_OK);
+    EXPECT_EQ(frameID, pid + 1);
+    EXPECT_LINES(log.take("INFO"),
+                 Strings{"Unique Window ID was " + std::to_string(pid), "Unique Window ID=" + std::to_string(pid + 1)});
+    client.m_UniqueWindowID = INT_MAX - 1;
+    for (const int expected : {INT_MAX, 0, pid}) {
+        EXPECT_EQ(client.createUniqueID(), expected);
+    }
+    client.m_UniqueWindowID = 1;
+    EXPECT_EQ(client.createUniqueID(), 2) << "the process id follows numbers below 1 only";
+    client.m_UniqueWindowID = -7;
+    EXPECT_EQ(client.createUniqueID(), pid);
+    EXPECT_LINES(log.take("INFO"), R"(
+        Unique Window ID was 2147483646
+        Unique Window ID=2147483647
+        Unique Window ID was 2147483647
+        Unique Window ID=0
+        Unique Window ID was 0
+        Unique Window ID={pid}
+        Unique Window ID was 1
+        Unique Window ID=2
+        Unique Window ID was not initialized yet (-1)
+        Unique Window ID={pid}
+    )");
+}
+
+TEST_F(ControlTest, RegEventListenerBindsTheNativesBeforeTheBeanHearsOfTheListener)
+{
+    haveControl();
+    EXPECT_EQ(client.regEventListener(&newListener, nullptr, bean), S_OK) << "the frame is not used";
+    EXPECT_LINES(log.take(), REGISTRATION + R"(
+        FINE -> registerNative testBridgeEvent, (Ljava/lang/String;I)V
+        RegisterNatives(class com/velmora/tq/kesta/KESTAListener, testBridgeEvent (Ljava/lang/String;I)V testBridgeEvent)
+        {checked}
+        FINE -> registerNative OnControlReady, (Ljava/lang/String;)V
+        RegisterNatives(class com/velmora/tq/kesta/KESTAListener, OnControlReady (Ljava/lang/String;)V onControlReady)
+        {checked}
+        FINE -> registerNative OnCustomEvent, (Ljava/lang/String;)V
+        RegisterNatives(class com/velmora/tq/kesta/KESTAListener, OnCustomEvent (Ljava/lang/String;)V onCustomEvent)
+        {checked}
+        GetMethodID(class a/b/Bean, addORVANEControlListener, (Lcom/orvane/tech/client/qmrt/QMRTControlListenerI;)V)
+        TRACE addORVListenerID!=NULL: true
+        TRACE call addORVANEControlListener method
+        CallVoidMethod(global bean, addORVANEControlListener, global com/velmora/tq/kesta/KESTAListener)
+        {checked}
+        DeleteLocalRef(local com/velmora/tq/kesta/KESTAListener)
+        TRACE CHECKPOINT: Successfully registered event listener.
+    )");
+    EXPECT_LINES(java.liveGlobals(), Strings{"global bean", "global " + LISTENER, "global frame", "global listener"});
+}
+
+TEST_F(ControlTest, ListenerThatIsNotCreatedEndsItsRegistration)
+{
+    const std::string noListener = "localReference!=NULL: false";
+    haveControl();
+    for (const SFailure& failure : std::initializer_list<SFailure>{
+             {missing(LISTENER), 1, NO_CLASS, LISTENER, noListener},
+             {missing(LISTENER + ".<init>"), 2, NO_METHOD, "<init>", noListener},
+             {throwing(LISTENER + ".<init>"), 3, THROWN, "said why", noListener},
+             {nullFrom("NewObject", 1), 3, "", "", noListener, {"ExceptionCheck()"}},
+         }) {
+        expectFailure(failure, callsOf(linesOf(REGISTRATION)), [&] { return regEventListener(); });
+        EXPECT_EQ(newListener, nullptr);
+    }
+    forget();
+    EXPECT_EQ(client.regEventListener(nullptr, frame, bean), E_FAIL);
+    EXPECT_LINES(log.take(), Strings{"FINE -> regEventListener", "ERROR listener!=NULL: false"});
+}
+
+// The global reference is what stopBean deletes; the local one stays.
+TEST_F(ControlTest, BeanThatDoesNotTakeTheListenerLeavesBothReferences)
+{
+    haveControl();
+    regEventListener();
+    const Strings calls = java.takeCalls();
+    const std::string setter = "addORVANEControlListener";
+    for (const SFailure& failure : std::initializer_list<SFailure>{
+             {missing(setter), 11, NO_METHOD, setter, "addORVListenerID!=NULL: false"},
+             {throwing(setter), 12, THROWN, "said why", NOT_CHECKED},
+         }) {
+        haveControl();
+        const auto locals = std::ranges::count(java.liveLocals(), "local " + LISTENER);
+        expectFailure(failure, calls, [&] { return regEventListener(); });
+        EXPECT_EQ(std::ranges::count(java.liveLocals(), "local " + LISTENER), locals + 1);
+        EXPECT_EQ(client.stopBean(nullptr, nullptr, newListener), S_OK);
+        EXPECT_LINES(java.takeCalls(), Strings{"DeleteGlobalRef(global " + LISTENER + ")"});
+    }
+    log.take();
+    EXPECT_EQ(client.regEventListener(&newListener, frame, nullptr), E_FAIL);
+    EXPECT_LINES(log.takeErrors(), Strings{"addORVListenerID!=NULL: false"});
+}
+
+TEST_F(ControlTest, NativesAreAllRegisteredWhateverBecomesOfTheOthers)
+{
+    haveControl();
+    java.missing = {"testBridgeEvent", "OnControlReady", "OnCustomEvent"};
+    EXPECT_EQ(regEventListener(), S_OK);
+    EXPECT_LINES(log.takeErrors(), R"(
+        Exception: java.lang.NoSuchMethodError: testBridgeEvent\n
+        checkNoJNIException(): false
+        Exception: java.lang.NoSuchMethodError: OnControlReady\n
+        checkNoJNIException(): false
+        Exception: java.lang.NoSuchMethodError: OnCustomEvent\n
+        checkNoJNIException(): false
+    )");
+}
+
+TEST_F(ControlTest, RegisterNativeFailsOnAnExceptionOnly)
+{
+    haveControl();
+    java.registerResult = JNI_ERR;
+    EXPECT_EQ(client.registerNative(client.m_ListenerClass, "name", "(I)V", nullptr), S_OK);
+    java.missing = {"name"};
+    EXPECT_EQ(client.registerNative(client.m_ListenerClass, "name", "(I)V", nullptr), E_FAIL);
+}
+
+TEST_F(ControlTest, ClassesOfAnEarlierControlAreReplacedAndNotDeleted)
+{
+    EXPECT_EQ(startBean(), S_OK);
+    EXPECT_EQ(client.regEventListener(&newListener, newFrame, newBean), S_OK);
+    const jclass classes[] = {client.m_BeanClass, client.m_FrameClass, client.m_ListenerClass};
+    EXPECT_EQ(client.stopBean(newBean, newFrame, newListener), S_OK);
+    EXPECT_TRUE(client.m_BeanClass == classes[0] && client.m_FrameClass == classes[1] && client.m_ListenerClass == classes[2]);
+    EXPECT_EQ(startBean(), S_OK);
+    EXPECT_EQ(client.regEventListener(&newListener, newFrame, newBean), S_OK);
+    EXPECT_LINES(java.liveLocals(),
+                 Strings{FRAME_NAME, "\"kesta_frame_" + std::to_string(pid + 1) + "\"", "class a/b/Bean", "class a/b/Bean",
+                         "class " + FRAME, "class " + FRAME, "class " + LISTENER, "class " + LISTENER});
+}
+
+TEST_F(ControlTest, WithoutMachineNothingIsStarted)
+{
+    haveNoMachine();
+    EXPECT_EQ(startBean(), E_FAIL);
+    EXPECT_EQ(regEventListener(), E_FAIL);
+    EXPECT_LINES(log.takeErrors(), Strings{"m_BeanClass!=NULL: false", "localReference!=NULL: false"});
+    EXPECT_LINES(java.takeCalls(), Strings{});
+}
+
+} // namespace
