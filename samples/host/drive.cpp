@@ -1,6 +1,6 @@
-// Uses the sample host's window the way a person does: fills its entries, presses its button, reads answers and event list.
-// What only a person at the screen can do it asks for on standard output, one line beginning with "@", and waits for a line on
-// standard input: a mouse click at a point of the screen, keys, a picture of the window.
+// Uses the sample host's window as a person would: fills in its fields, presses its button, reads answers and the event list.
+// For what only a person at the screen can do (a mouse click, typing, a picture of the window) it prints a line that begins with
+// "@" and waits for a line on standard input.
 #include "host.h"
 
 #include <commctrl.h>
@@ -72,7 +72,7 @@ void CDriver::useWindow() const
     call(GET_PROPERTY, "title");
 }
 
-// Every value is read back from the control, so that it has made the whole way.
+// Every value is read back from the control, so it has made the whole way.
 void CDriver::useControls() const
 {
     expect(call(GET_PROPERTY, "title") == "Wind power by site, GWh", "the title is the one the host has set");
@@ -110,8 +110,8 @@ void CDriver::raiseEvents() const
     expect(countWith("burst ") == 12 && different.size() == 12, "no event of the burst is lost or doubled");
 }
 
-// The first click makes the Java frame the active window as well, and Java may give the focus to another component meanwhile:
-// then a person clicks once more, and so does this. Asking for the text takes the focus away from the field, so it waits.
+// The first click also makes the Java frame the active window, and Java may then give the focus to another component: a person
+// would click again, and so does this. Reading the text takes the focus from the field, so the typing gets a moment first.
 void CDriver::typeInto(const std::string& clickOnField) const
 {
     for (int tries = 0; tries < 5; ++tries) {
@@ -225,7 +225,7 @@ int CDriver::countWith(const std::string& prefix) const
         std::count_if(all.begin(), all.end(), [&](const SEvent& event) { return event.text.starts_with(prefix); }));
 }
 
-// Also after a failure, for whoever wants to know what there was to see.
+// Takes the picture even after a failure, to show what there was to see.
 void CDriver::run() const
 {
     std::string failure;

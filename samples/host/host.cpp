@@ -7,7 +7,7 @@
 //   call          any further call: here whatever the user chose in the window
 //   fitFrame      keep pane and frame in step when the window changes its size
 //   disconnect    take the sink away and release the object, which ends the server process
-// The native controls around the pane are in panel.cpp; drive.cpp is the program's own user when nobody sits at the screen.
+// The native controls around the pane are in panel.cpp; drive.cpp plays the user when nobody sits at the screen.
 #include "host.h"
 #include "panel.h"
 
@@ -41,7 +41,7 @@ constexpr const char* OPERATIONS[] = {"callMethod", "setProperty", "getProperty"
 constexpr DISPID DISPIDS[] = {3, 11, 8};
 constexpr DISPID DISPID_VALIDATE = 15;
 
-// Between the texts of COM and those of this machine's code page. A null BSTR is an empty text.
+// Between COM's strings and those in the system's code page. A null BSTR is an empty string.
 _bstr_t wide(const std::string& text)
 {
     std::wstring wide(text.size(), L'\0');
@@ -67,8 +67,8 @@ std::string systemText(HRESULT hr)
     return std::format("0x{:08X}{}{}", static_cast<unsigned>(hr), *text ? " " : "", text);
 }
 
-// Receives the control's events as IDispatch calls with one text each. They come on the thread that connected the sink: the
-// server has queued them, so the Java thread that raised one has long gone on.
+// Receives the control's events as IDispatch calls with one text each, on the thread that connected the sink. The server has
+// queued them, so the Java thread that raised one does not wait.
 class CEventSink final : public IDispatch
 {
 public:
@@ -159,7 +159,7 @@ private:
     bool m_closeWanted = false;
 };
 
-// Starts a server process of our own, since the class is single-use, and in it Java, the control and its frame.
+// Starts our own server process (the class is single-use), and in it Java, the control and its frame.
 void CHost::connect()
 {
     HRESULT hr = CoCreateInstance(__uuidof(JavaManager), nullptr, CLSCTX_LOCAL_SERVER, IID_PPV_ARGS(&m_manager));
@@ -181,7 +181,7 @@ void CHost::connect()
         return fail("The event sink could not be connected.", systemText(hr));
     }
 
-    // Creation succeeds even when Java did not start: the object says so with the id -1, and the next failing call says why.
+    // Creation succeeds even if Java did not start. The id is then -1, and the next failing call says why.
     hr = m_manager->getBeanFrameID(&m_frameID);
     if (FAILED(hr) || m_frameID == -1) {
         return fail("The server has no control to show: its frame id is -1.", callLateBound(DISPID_VALIDATE, {}).text);
@@ -191,7 +191,7 @@ void CHost::connect()
     SetTimer(m_window, FRAME_TIMER, FRAME_TIMER_PERIOD, nullptr);
 }
 
-// A thread of Java's shows the frame, some time after the object was created; later the same timer sees it go.
+// A Java thread may show the frame some time after the object was created; later the same timer notices when it is gone.
 void CHost::lookForFrame()
 {
     const std::string name = std::format("kesta_frame_{}", m_frameID);
@@ -207,7 +207,7 @@ void CHost::lookForFrame()
 }
 
 // Makes the frame's window a child of the pane, then hands over the pane's handle: the server puts the control into the frame
-// and watches the pane from now on. It has to be a child window: one without a parent counts as a client that has died.
+// and watches the pane from then on. It has to be a child window: one without a parent counts as a client that has died.
 void CHost::takeIn(HWND frame)
 {
     m_frame = frame;
@@ -223,7 +223,7 @@ void CHost::takeIn(HWND frame)
     fitFrame();
     printStep(std::format("kesta_frame_{} is in the window", m_frameID));
 
-    // Makes the frame take the keyboard's focus, so that its text field can be typed in.
+    // Lets the frame take the keyboard focus, so that its text field accepts typing.
     _bstr_t used;
     m_manager->setUsedControl(_bstr_t(L"QMRTWinControl"), _bstr_t(L"1.0"), used.GetAddress());
     feed();
@@ -267,8 +267,8 @@ SResult CHost::call(int operation, const std::string& name, const std::string& a
     return result;
 }
 
-// A plain C++ call through the dual interface. The answer is a BSTR of our own to free. The text of a failure is in the COM
-// error information of this thread: the server's log lines about it.
+// A plain C++ call through the dual interface. The answer is a BSTR that we free. The text of a failure, the server's log lines
+// about it, is in the thread's COM error information.
 SResult CHost::callEarlyBound(int operation, const _bstr_t& name, const _bstr_t& argument)
 {
     _bstr_t answer;
@@ -291,7 +291,7 @@ SResult CHost::callEarlyBound(int operation, const _bstr_t& name, const _bstr_t&
     return {hr, description.length() > 0 ? narrow(description) : systemText(hr)};
 }
 
-// The same as a script does it, through IDispatch. The text of a failure comes with the call itself.
+// The same through IDispatch, as a script does it. The text of a failure comes with the call itself.
 SResult CHost::callLateBound(DISPID method, std::vector<_variant_t> arguments)
 {
     std::vector<VARIANT> reversed(arguments.rbegin(), arguments.rend()); // the last argument comes first
@@ -309,8 +309,8 @@ SResult CHost::callLateBound(DISPID method, std::vector<_variant_t> arguments)
     return {hr, description.length() > 0 ? narrow(description) : systemText(hr)};
 }
 
-// The server's setBounds passes no numbers on to Java: whoever owns the pane moves the frame. Not waiting for it, so that a
-// server that is busy does not hold up this window.
+// The server's setBounds does not pass its values to Java: whoever owns the pane moves the frame, without waiting, so that a busy
+// server does not block this window.
 void CHost::fitFrame()
 {
     RECT pane;
@@ -332,7 +332,7 @@ void CHost::disconnect()
     m_frame = nullptr;
 }
 
-// Says in the pane what is wrong, and where answers stand why. What there is of a connection goes when the window is closed.
+// Shows in the pane what is wrong and in the answer field why. What there is of a connection is released with the window.
 void CHost::fail(const std::string& what, const std::string& why)
 {
     printStep(std::format("failed: {} {}", what, why));
@@ -349,8 +349,8 @@ HWND CHost::open(HINSTANCE instance)
     return CreateDialogParamA(instance, MAKEINTRESOURCEA(ID_WINDOW), nullptr, dialogProcedure, reinterpret_cast<LPARAM>(this));
 }
 
-// While a call to the other process is under way this window goes on handling messages: nothing there may start a second piece
-// of work. A wish to close the window waits until the call is back.
+// This window keeps handling messages while a call to the other process is running: none of them may start another piece of
+// work, and closing the window waits until the call has returned.
 void CHost::work(void (CHost::*piece)())
 {
     if (m_working) {

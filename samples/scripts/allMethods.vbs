@@ -1,5 +1,5 @@
-' A late-bound client: creates the control by its ProgID, calls every method once, and shows what a failing call tells.
-' Run it with cscript allMethods.vbs. The exit code is 0 when all calls but the last one worked and the last one failed with a text.
+' A late-bound client: creates the control by its ProgID, calls every method, and shows the error text of a failing call.
+' Run it with cscript allMethods.vbs. The exit code is 0 if everything worked and the call that should fail did so with its text.
 Option Explicit
 
 Dim control, failures
@@ -8,7 +8,7 @@ Set control = CreateObject("KESTAserver.JavaManager.1")
 
 ' -1 would mean that Java did not start; the next failing call would say why.
 Report "getBeanFrameID", control.getBeanFrameID()
-' A script has no window of its own to put the frame into. 0 stands for none: the control goes into its frame all the same.
+' A script has no window to put the frame into. 0 stands for none: the control is put into its frame all the same.
 control.pushWindowHandle 0
 Report "pushWindowHandle", "done"
 
@@ -33,7 +33,7 @@ Report "enable", "done"
 control.testBridge "abc", 1, 0
 Report "testBridge", "done"
 
-' The error text of a failing call is what the server has logged about it: the failed check and every function around it.
+' The error text of a failing call is the server's log of the failure: the failed check and every function around it.
 On Error Resume Next
 control.callMethod "throw", "a failure on purpose"
 If Err.Number = 0 Or InStr(Err.Description, "a failure on purpose") = 0 Then failures = failures + 1

@@ -73,8 +73,8 @@ STDMETHODIMP CSink::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* parameters
     }
     const Event event{id, narrow(parameters->rgvarg[0].bstrVal), GetCurrentThreadId(), GetTickCount64()};
     events.push_back(event);
-    if (reaction) {
-        reaction(event);
+    if (const auto react = reaction) { // a copy: it may put another one in its place
+        react(event);
     }
     return answer;
 }

@@ -1,4 +1,4 @@
-// What a client of the server is made of: object, window, sink. Used by the tests and by the client process.
+// The parts of a client: object, window, sink. Used by the tests and by the client process.
 //
 // Threads: one, which has entered a single-threaded apartment and handles messages.
 #pragma once
@@ -14,7 +14,7 @@ namespace fixtures {
 
 std::string narrow(BSTR text);
 
-// A top-level window with a child pane, which is what the server is given.
+// A top-level window with a child pane, whose handle the server gets.
 class CClientWindow
 {
 public:
@@ -28,7 +28,7 @@ public:
     // The pane's handle as the server takes it.
     int handle() const { return static_cast<int>(reinterpret_cast<INT_PTR>(m_pane)); }
     void destroy();
-    // Makes the frame's window a child of the pane that fills it. False when there is no such frame.
+    // Makes the frame's window a child that fills the pane. False when there is no such frame.
     bool takeIn(int frameId) const;
 
 private:
@@ -36,7 +36,7 @@ private:
     HWND m_pane;
 };
 
-// Records what it is told. Lives on the stack of a test or as a member: it has to outlive its connection.
+// Records its events. Not reference counted: it must outlive its connection.
 class CSink : public IDispatch
 {
 public:
@@ -85,7 +85,7 @@ public:
 
     DWORD cookie() const { return m_cookie; }
     void end();
-    // Lets the reference go and leaves the sink connected.
+    // Drops the reference and leaves the sink connected.
     void abandon() { m_point.Release(); }
 
 private:
@@ -93,7 +93,7 @@ private:
     DWORD m_cookie = 0;
 };
 
-// The outcome of a call: its result, its answer as text, and what the caller is told about a failure.
+// A call's result, its answer as text, and what the caller learns about a failure.
 struct SCallResult
 {
     HRESULT result;
@@ -114,7 +114,7 @@ private:
     ATL::CComVariant m_variant;
 };
 
-// Calls as scripts do: by member id or by name.
+// Calls as scripts do, by member id.
 SCallResult invoke(IDispatch* object, DISPID member, const std::vector<const VARIANT*>& arguments);
 template <class... Arguments>
 SCallResult call(IDispatch* object, DISPID member, const Arguments&... arguments)

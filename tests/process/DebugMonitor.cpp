@@ -59,9 +59,13 @@ void CDebugMonitor::collect()
         if (line.text.ends_with('\n')) {
             line.text.pop_back();
         }
+        const bool isServers = line.text.starts_with(SERVER_LINE);
+        if (isServers) {
+            line.text.erase(0, sizeof SERVER_LINE - 1);
+        }
         {
             const std::lock_guard lock(m_mutex);
-            if (line.text.starts_with(SERVER_LINE) && !m_senders.contains(line.process)) {
+            if (isServers && !m_senders.contains(line.process)) {
                 m_senders.emplace(line.process, std::make_shared<CProcess>(line.process));
             }
             m_lines.push_back(std::move(line));
@@ -72,22 +76,10 @@ void CDebugMonitor::collect()
     UnmapViewOfFile(page);
 }
 
-std::vector<CDebugMonitor::Line> CDebugMonitor::lines() const
+std::vector<CDebugMonitor::Line> CDebugMonitor::linesFrom(size_t first) const
 {
     const std::lock_guard lock(m_mutex);
-    return m_lines;
-}
-
-std::vector<std::string> CDebugMonitor::lines(DWORD process) const
-{
-    const std::lock_guard lock(m_mutex);
-    std::vector<std::string> texts;
-    for (const Line& line : m_lines) {
-        if (line.process == process) {
-            texts.push_back(line.text);
-        }
-    }
-    return texts;
+    return {m_lines.begin() + static_cast<std::ptrdiff_t>(first), m_lines.end()};
 }
 
 std::map<DWORD, std::shared_ptr<CProcess>> CDebugMonitor::senders() const

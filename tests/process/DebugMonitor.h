@@ -1,8 +1,8 @@
 // Collects what the server processes send to the debugger stream, with their process ids.
 //
-// Ownership: the four kernel objects of the debugger stream's protocol; one monitor at a time in a session.
-// Threads:   a thread of its own collects; every operation may be called from any thread.
-// A sender waits until its line is taken, so that at its first line a process is opened while it surely lives.
+// Ownership: the four kernel objects of the debugger stream's protocol; one monitor at a time per session.
+// Threads:   it collects on its own thread; every operation may be called from any thread.
+// A sender waits until its line is taken, so a process is sure to be alive when it is opened at its first line.
 #pragma once
 
 #include "tests/process/Program.h"
@@ -18,7 +18,7 @@ public:
     struct Line
     {
         DWORD process;
-        std::string text; // as sent, without its line feed
+        std::string text; // without the names of product and executable in front and the line feed at the end
     };
 
     CDebugMonitor();
@@ -26,13 +26,12 @@ public:
     CDebugMonitor(const CDebugMonitor&) = delete;
     CDebugMonitor& operator=(const CDebugMonitor&) = delete;
 
-    // Ends the collection; what was collected stays.
+    // Stops collecting; what was collected stays.
     void stop();
 
-    std::vector<Line> lines() const;
-    // The texts of one process.
-    std::vector<std::string> lines(DWORD process) const;
-    // The server processes that have sent anything, by process id.
+    // All lines but the first ones.
+    std::vector<Line> linesFrom(size_t first) const;
+    // The server processes that have sent something, by process id.
     std::map<DWORD, std::shared_ptr<CProcess>> senders() const;
     // Signalled once after new lines; for one waiting thread.
     HANDLE changed() const { return m_changed; }

@@ -1,6 +1,6 @@
 // Processes of a test: those it starts, and those that COM starts for it.
 //
-// A waiting function handles the window messages of the calling thread meanwhile, so that the server can call its sinks.
+// Functions that wait handle the calling thread's window messages meanwhile, so that the server can call its sinks.
 // Failure: what cannot be started or opened throws std::runtime_error, which fails the test.
 #pragma once
 
@@ -17,15 +17,15 @@
 
 namespace fixtures {
 
-constexpr DWORD TIME_LIMIT = 40000; // ms; what has not happened by then does not happen
+constexpr DWORD TIME_LIMIT = 40000; // ms, after which a wait gives up
 
-// Handles messages until the condition holds, which is looked at after every message and whenever one of the handles is
+// Handles messages until the condition holds, which is checked whenever messages have been handled or one of the handles is
 // signalled. False when the time is up.
 bool pumpUntil(const std::function<bool()>& done, const std::vector<HANDLE>& handles = {}, DWORD limit = TIME_LIMIT);
 
 std::vector<DWORD> processesNamed(const char* executable);
 
-// Folder of the test program, without a backslash behind it.
+// The test program's folder, without a backslash at the end.
 std::string programFolder();
 
 class CProcess
@@ -43,7 +43,7 @@ public:
     DWORD id() const { return m_id; }
     HANDLE handle() const { return m_handle; }
     bool isRunning() const { return WaitForSingleObject(m_handle, 0) == WAIT_TIMEOUT; }
-    // Waits for the end; nothing when the time is up.
+    // Waits for the process's end; nothing when the time is up.
     std::optional<DWORD> exitCode(DWORD limit = TIME_LIMIT) const;
     void kill(DWORD exitCode) const { TerminateProcess(m_handle, exitCode); }
 
@@ -52,7 +52,7 @@ private:
     ATL::CHandle m_handle;
 };
 
-// A program with its standard input and output in the test's hands. Killed when it still runs at the end.
+// A program whose standard input and output the test controls. Killed if it is still running at the end.
 class CProgram
 {
 public:

@@ -1,13 +1,13 @@
-// The stage of every process test: a clean machine with one Java runtime and the server registered, a monitor of the server's
-// log, and the end of every server process looked at.
+// The base of every process test: a clean registry with one Java runtime, the server registered, and a monitor of its log.
 //
-// What holds after each test, whatever it did: every server process has ended by itself with exit code 0 (others are announced
-// with expectExit), none has left a crash report, and no server process is left.
+// After each test, whatever it did, every server process must have ended by itself with exit code 0 (expectExit announces any
+// other), and none may have left a crash report.
 #pragma once
 
 #include "tests/process/Client.h"
 #include "tests/process/DebugMonitor.h"
 #include "tests/process/Settings.h"
+#include "tests/support/fixtures.h"
 
 #include <gtest/gtest.h>
 
@@ -16,25 +16,15 @@
 
 namespace fixtures {
 
-// A folder of the test's own, deleted at its end.
-class CTemporaryFolder
+// Gone with its content at the end of the test.
+class CTestFolder : public TemporaryFolder
 {
 public:
-    explicit CTemporaryFolder(const char* name);
-    ~CTemporaryFolder();
-    CTemporaryFolder(const CTemporaryFolder&) = delete;
-    CTemporaryFolder& operator=(const CTemporaryFolder&) = delete;
-
-    // Without a backslash behind it.
-    const std::string& path() const { return m_path; }
-    std::string file(const char* name) const { return m_path + "\\" + name; }
-
-private:
-    std::string m_path;
+    std::string file(const std::string& name) const { return path(name); }
 };
 
 void writeFile(const std::string& path, const std::string& content);
-std::string readFile(const std::string& path);
+// The names, sorted; none for a folder that is not there.
 std::vector<std::string> filesIn(const std::string& folder);
 
 // A single-threaded apartment on the test's thread.
@@ -65,22 +55,19 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Full detail goes to the debugger stream; tests that measure turn it down.
+    // Full detail goes to the debugger stream; tests with many events turn it down.
     static constexpr DWORD FULL_DETAIL = 5;
     static constexpr DWORD WARNINGS = 2;
     void setLogLevel(DWORD level) const { settings.setPreference("loglevel", level); }
 
-    // Lets servers that start from now on log to a file, and stops the monitor, whose handshake slows them down.
+    // Makes servers that start from now on log to a file, and stops the monitor, whose handshake slows them down.
     void logToFile();
-    std::string logFile(DWORD process) const
-    {
-        return folder.file(("KESTA-KESTAx64.exe-" + std::to_string(process) + ".log").c_str());
-    }
+    std::string logFile(DWORD process) const { return folder.file("KESTA-KESTAx64.exe-" + std::to_string(process) + ".log"); }
     std::vector<std::string> logFileLines(DWORD process) const;
 
-    // Where executable and control jar of the build stand.
+    // The folder of the built executable and control jar.
     const std::string& buildFolder() const { return m_buildFolder; }
-    // Runs the executable with the arguments to its end and gives its exit code.
+    // Runs the executable to its end and returns its exit code.
     DWORD runServer(const std::string& arguments) { return runServer(m_buildFolder, arguments); }
     DWORD runServer(const std::string& folder, const std::string& arguments);
 
@@ -88,25 +75,28 @@ protected:
     HRESULT create(SManager& manager);
     // The same with success asserted.
     SManager create();
+    // Releases the object and expects its server to end.
+    void release(SManager& manager);
     // Waits for the process's end and asserts how it ended.
     void expectEnd(const CProcess& server, DWORD exitCode = 0);
-    // Announces that a process is not to end with exit code 0.
+    // Announces that a process will end with another exit code than 0.
     void expectExit(DWORD process, DWORD exitCode) { m_expectedExits[process] = exitCode; }
 
-    // The log lines of a process without header, indentation and duration: "-> " or "<- " for scopes, class and object text,
-    // message.
-    std::vector<std::string> messages(DWORD process) const;
-    // Waits until the process has logged such a message, which is compared whole.
+    // What a process has sent to the debugger stream so far, except lines without a header.
+    const std::vector<LogLine>& lines(DWORD process);
+    // The same as messageOf returns them.
+    std::vector<std::string> messages(DWORD process);
+    // Waits until the process has logged exactly this message.
     bool waitForMessage(DWORD process, const std::string& message);
-    size_t countMessages(DWORD process, const std::string& message) const;
-    // The one process that logged and is not in the list of known ones, waited for.
+    size_t countMessages(DWORD process, const std::string& message);
+    // Waits for a server that has logged and is not one of the known ones.
     std::shared_ptr<CProcess> waitForNewServer(const std::vector<DWORD>& known);
     std::string logTail() const;
 
     CApartment apartment;
     CSettings settings;
     CDebugMonitor monitor;
-    CTemporaryFolder folder{"test"};
+    CTestFolder folder;
 
 private:
     void addServer(const std::shared_ptr<CProcess>& server) { m_servers[server->id()] = server; }
@@ -114,30 +104,16 @@ private:
     std::string m_buildFolder;
     std::map<DWORD, std::shared_ptr<CProcess>> m_servers;
     std::map<DWORD, DWORD> m_expectedExits;
-    std::set<DWORD> m_registrations; // processes that ran a switch
+    std::set<DWORD> m_registrations; // processes that ran with a switch
+    size_t m_linesTaken = 0;
+    std::map<DWORD, std::vector<LogLine>> m_logs;
 };
 
-// One log line, taken apart. `message` begins after the indentation.
-struct SLogLine
-{
-    std::string time;
-    DWORD thread = 0;
-    std::string level;
-    std::string source;
-    std::string marker; // "", "->" or "<-"
-    size_t depth = 0;
-    std::string message;
-
-    // The message without the " [12 ms]" of an exit line.
-    std::string messageWithoutDuration() const;
-    // The same with the marker and a blank before it.
-    std::string text() const;
-};
-// A text of several log lines, such as an error text, as ServerTest::messages gives them; lines of another form stay as they are.
+// A line without header, indentation and duration: "-> " or "<- " for scopes, class and object, text.
+std::string messageOf(const LogLine& line);
+// The messages of a text of several log lines, such as an error text; lines without a header stay as they are.
 std::vector<std::string> messagesOf(const std::string& text);
-// Windows' own text of an error as the log shows it.
+// Windows' text for an error, as the log shows it.
 std::string systemText(DWORD error);
-// Nothing for a banner or the rest of a text of several lines. The line may begin with the product and executable names.
-std::optional<SLogLine> parseLogLine(const std::string& line);
 
 } // namespace fixtures

@@ -1,7 +1,7 @@
-// What the server finds on its machine: installed Java runtimes and the host application's preferences, in the registry of the
-// test's Wine prefix. Everything of it is removed when the object begins and when it ends.
+// The registry that the server finds: installed Java runtimes and the host application's preferences, in the test's Wine prefix.
+// All of it is removed when the object is created and when it is destroyed.
 //
-// Outside Wine nothing is touched and the constructor throws: it would throw away the machine's own Java installation.
+// Outside Wine the constructor throws and touches nothing, because it would remove the computer's own Java installation.
 #pragma once
 
 #include <windows.h>
@@ -10,7 +10,7 @@
 
 namespace fixtures {
 
-// The Windows path of a file of the system that Wine runs on.
+// The Windows path of a file of the system below Wine.
 std::string windowsPath(const std::string& unixPath);
 // The jvm.dll of one of the pinned runtimes, by its major version.
 std::string runtimeLibrary(int version);
@@ -23,7 +23,7 @@ public:
     CSettings(const CSettings&) = delete;
     CSettings& operator=(const CSettings&) = delete;
 
-    // The runtime that the installer marked as current.
+    // The runtime that is marked as the current one.
     void setRuntime(const std::string& version, const std::string& library) const;
     void removeRuntimes() const;
     void setPreference(const char* name, const std::string& text) const;
@@ -31,7 +31,7 @@ public:
     void removePreference(const char* name) const;
 };
 
-// Whether a key exists in the 64-bit view, and its texts; "(none)" for a value that is missing.
+// Whether a key exists in the 64-bit view, and its strings; "(none)" for a missing value.
 bool keyExists(HKEY root, const std::string& path);
 std::string keyText(HKEY root, const std::string& path, const char* value = nullptr);
 

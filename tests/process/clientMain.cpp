@@ -1,7 +1,7 @@
-// A client in a process of its own. It creates the object, connects a sink, prints "frame ID", and then does what its role says:
+// A client in its own process. It creates the object, connects a sink, prints "frame ID", and then plays its role:
 //   hold           pushes its window, takes the frame in, and releases everything when a line arrives on its standard input
 //   hold-unpushed  the same without ever giving the server a window
-//   die-in-sink    pushes its window, lets a Java timer raise events and ends itself inside its sink, while the server waits for
+//   die-in-sink    pushes its window, has a Java timer raise events and ends itself inside its sink, while the server waits for
 //   it
 #include "tests/process/Client.h"
 
@@ -36,6 +36,9 @@ int serve(const std::string& role)
             return 4;
         }
     }
+    std::printf("frame %d\n", frameId);
+    std::fflush(stdout);
+
     if (role == "die-in-sink") {
         sink.reaction = [&](const CSink::Event&) {
             if (sink.events.size() > EVENTS_BEFORE_DEATH) {
@@ -44,9 +47,6 @@ int serve(const std::string& role)
         };
         callMethod(manager, "startTimer", "1");
     }
-    std::printf("frame %d\n", frameId);
-    std::fflush(stdout);
-
     const ATL::CHandle lineArrived(CreateEventA(nullptr, TRUE, FALSE, nullptr));
     std::thread reader([&] {
         std::string line;

@@ -1,7 +1,6 @@
 // Events of the control at the client's sinks.
 #include "tests/process/ServerFixture.h"
 
-#include <algorithm>
 #include <set>
 
 namespace fixtures {
@@ -12,32 +11,19 @@ using ATL::CComBSTR;
 class EventTest : public ServerTest
 {
 protected:
-    // The thread that runs the server's message loop.
-    DWORD mainThread(DWORD process) const
-    {
-        for (const std::string& text : monitor.lines(process)) {
-            const auto line = parseLogLine(text);
-            if (line && line->marker == "->" && line->message.starts_with("WinMain ")) {
-                return line->thread;
-            }
-        }
-        return 0;
-    }
-
-    // The threads that have logged a message beginning so.
-    std::set<DWORD> threadsOf(DWORD process, const std::string& beginning) const
+    // The threads that have logged a message beginning like this.
+    std::set<DWORD> threadsOf(DWORD process, const std::string& beginning)
     {
         std::set<DWORD> threads;
-        for (const std::string& text : monitor.lines(process)) {
-            const auto line = parseLogLine(text);
-            if (line && line->message.starts_with(beginning)) {
-                threads.insert(line->thread);
+        for (const LogLine& line : lines(process)) {
+            if (messageOf(line).starts_with(beginning)) {
+                threads.insert(line.thread);
             }
         }
         return threads;
     }
 
-    // As the mouse does it.
+    // With the mouse.
     static void click(POINT place)
     {
         SetCursorPos(place.x, place.y);
@@ -48,15 +34,9 @@ protected:
         inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
         SendInput(2, inputs, sizeof *inputs);
     }
-
-    void release(SManager& manager)
-    {
-        manager.object.Release();
-        expectEnd(*manager.server);
-    }
 };
 
-TEST_F(EventTest, ClickOnTheButtonReachesTheSinkOnTheServersMainThread)
+TEST_F(EventTest, ClickOnTheButtonReachesTheSink)
 {
     SManager manager = create();
     CClientWindow window;
@@ -79,17 +59,9 @@ TEST_F(EventTest, ClickOnTheButtonReachesTheSinkOnTheServersMainThread)
     ClientToScreen(frame, &button);
     click(button);
     ASSERT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "button: typed"); }));
-
     EXPECT_EQ(GetCurrentThreadId(), sink.events.back().thread);
     connection.end();
     release(manager);
-    const DWORD id = manager.server->id();
-    const std::string frameLine = "CBeanFrame " + std::to_string(id) + " ";
-    EXPECT_EQ(std::set<DWORD>{mainThread(id)}, threadsOf(id, frameLine + "processOnCustomEvent button: typed"));
-    // It was raised on another one, Java's event thread.
-    const std::set<DWORD> raised = threadsOf(id, frameLine + "enqueueOnCustomEvent button: typed");
-    EXPECT_EQ(raised.size(), 1u);
-    EXPECT_FALSE(raised.contains(mainThread(id)));
 }
 
 TEST_F(EventTest, TestBridgeTurnsRoundAtEveryHop)
@@ -117,43 +89,38 @@ TEST_F(EventTest, TestBridgeTurnsRoundAtEveryHop)
     release(manager);
 }
 
-TEST_F(EventTest, TenThousandEventsFromFourThreadsReachTwoSinks)
+TEST_F(EventTest, TenThousandEventsFromFourThreadsArriveOnceEach)
 {
     constexpr size_t THREADS = 4;
     constexpr size_t EVENTS = 2500;
     setLogLevel(WARNINGS);
     SManager manager = create();
-    CSink sinks[2];
-    CConnection first(manager.object, sinks[0]);
-    CConnection second(manager.object, sinks[1]);
-    const auto all = [&] { return sinks[0].events.size() >= THREADS * EVENTS && sinks[1].events.size() >= THREADS * EVENTS; };
-
-    const ULONGLONG begin = GetTickCount64();
+    CSink sink;
+    CConnection connection(manager.object, sink);
     EXPECT_EQ(callMethod(manager.object, "burst", "2500;4"), "10000");
-    EXPECT_TRUE(pumpUntil(all, {}, 2 * TIME_LIMIT)) << sinks[0].events.size() << " and " << sinks[1].events.size() << " events";
-    const ULONGLONG time = GetTickCount64() - begin;
-
-    // One that is raised after all others, and the end of the process, show that nothing follows.
-    EXPECT_EQ(callMethod(manager.object, "raise", "last"), "last");
-    EXPECT_TRUE(pumpUntil([&] { return sinks[1].has(CUSTOM_EVENT, "last"); }));
-    first.end();
-    second.end();
-    release(manager);
-    for (const CSink& sink : sinks) {
-        std::multiset<std::string> expected = {"last"};
-        for (size_t thread = 1; thread <= THREADS; ++thread) {
-            for (size_t number = 1; number <= EVENTS; ++number) {
-                expected.insert("burst 1." + std::to_string(thread) + "." + std::to_string(number));
-            }
-        }
-        std::multiset<std::string> received;
-        for (const CSink::Event& event : sink.events) {
-            received.insert(event.text);
-            EXPECT_EQ(event.id, CUSTOM_EVENT);
-        }
-        EXPECT_TRUE(expected == received) << received.size() << " events";
+    // A busy computer may take its time, as long as events keep coming.
+    size_t wanted = 0;
+    while (wanted < THREADS * EVENTS && pumpUntil([&] { return sink.events.size() > wanted; })) {
+        wanted = sink.events.size();
     }
-    std::printf("10000 events to two sinks in %llu ms: %llu events/s, %llu calls/s\n", time, 10000000 / time, 20000000 / time);
+    // An event raised after all the others, and the end of the process, show that nothing follows.
+    EXPECT_EQ(callMethod(manager.object, "raise", "last"), "last");
+    EXPECT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "last"); }));
+    connection.end();
+    release(manager);
+
+    std::multiset<std::string> expected = {"last"};
+    for (size_t thread = 1; thread <= THREADS; ++thread) {
+        for (size_t number = 1; number <= EVENTS; ++number) {
+            expected.insert("burst 1." + std::to_string(thread) + "." + std::to_string(number));
+        }
+    }
+    std::multiset<std::string> received;
+    for (const CSink::Event& event : sink.events) {
+        EXPECT_EQ(event.id, CUSTOM_EVENT);
+        received.insert(event.text);
+    }
+    EXPECT_TRUE(expected == received) << received.size() << " events";
 }
 
 TEST_F(EventTest, EventsOfFourThreadsAreAllFiredOnTheMainThread)
@@ -166,12 +133,13 @@ TEST_F(EventTest, EventsOfFourThreadsAreAllFiredOnTheMainThread)
     connection.end();
     release(manager);
     const DWORD id = manager.server->id();
-    const std::string frameLine = "CBeanFrame " + std::to_string(id) + " ";
-    EXPECT_EQ(std::set<DWORD>{mainThread(id)}, threadsOf(id, frameLine + "processOnCustomEvent burst 1."));
-    EXPECT_EQ(threadsOf(id, frameLine + "enqueueOnCustomEvent burst 1.").size(), 4u);
+    const std::string raise = "-> CBeanFrame " + std::to_string(id) + " enqueueOnCustomEvent burst 1.";
+    const std::string fire = "-> CBeanFrame " + std::to_string(id) + " processOnCustomEvent burst 1.";
+    EXPECT_EQ(threadsOf(id, raise).size(), 4u);
+    EXPECT_EQ(threadsOf(id, fire), threadsOf(id, "-> WinMain "));
 }
 
-TEST_F(EventTest, SinkThatUnadvisesItselfGetsNothingMoreAndTheOtherEverything)
+TEST_F(EventTest, SinkThatFailsOrLeavesTakesNothingFromTheOther)
 {
     SManager manager = create();
     CSink leaving;
@@ -180,30 +148,17 @@ TEST_F(EventTest, SinkThatUnadvisesItselfGetsNothingMoreAndTheOtherEverything)
     CConnection second(manager.object, staying);
     EXPECT_EQ(first.cookie(), 1u);
     EXPECT_EQ(second.cookie(), 2u);
+    const auto raise = [&](const char* text) {
+        callMethod(manager.object, "raise", text);
+        EXPECT_TRUE(pumpUntil([&] { return staying.has(CUSTOM_EVENT, text); })) << text;
+    };
+    leaving.answer = E_FAIL;
+    raise("one");
     leaving.reaction = [&](const CSink::Event&) { first.end(); };
-    callMethod(manager.object, "raise", "one");
-    EXPECT_TRUE(pumpUntil([&] { return staying.has(CUSTOM_EVENT, "one"); }));
-    callMethod(manager.object, "raise", "two");
-    EXPECT_TRUE(pumpUntil([&] { return staying.has(CUSTOM_EVENT, "two"); }));
-    EXPECT_EQ(leaving.events.size(), 1u);
-    EXPECT_EQ(staying.events.size(), 2u);
-    second.end();
-    release(manager);
-}
-
-TEST_F(EventTest, FailingSinkDoesNotKeepTheOthersFromTheirEvents)
-{
-    SManager manager = create();
-    CSink failing;
-    CSink working;
-    failing.answer = E_FAIL;
-    CConnection first(manager.object, failing);
-    CConnection second(manager.object, working);
-    callMethod(manager.object, "raise", "one");
-    callMethod(manager.object, "raise", "two");
-    EXPECT_TRUE(pumpUntil([&] { return working.has(CUSTOM_EVENT, "one") && working.has(CUSTOM_EVENT, "two"); }));
-    EXPECT_EQ(failing.events.size(), 2u);
-    first.end();
+    raise("two");
+    raise("three");
+    EXPECT_EQ(leaving.events.size(), 2u);
+    EXPECT_EQ(staying.events.size(), 3u);
     second.end();
     release(manager);
 }
@@ -252,63 +207,32 @@ TEST_F(EventTest, SinkThatReleasesTheObjectEndsTheServerAfterTheEventHasGoneToAl
 
 TEST_F(EventTest, SinkThatBlocksHoldsUpOtherSinksButNotJava)
 {
-    constexpr DWORD BLOCKED = 1000; // ms
     constexpr size_t EVENTS = 100;
-    logToFile();
     SManager manager = create();
+    const std::string lastRaised =
+        "<- CBeanFrame " + std::to_string(manager.server->id()) + " enqueueOnCustomEvent burst 1.1." + std::to_string(EVENTS);
     CSink blocking;
     CSink other;
     CConnection first(manager.object, blocking);
     CConnection second(manager.object, other);
-    ULONGLONG blockedAt = 0;
-    blocking.reaction = [&](const CSink::Event& event) {
+    blocking.reaction = [&](const CSink::Event&) {
         blocking.reaction = nullptr;
-        blockedAt = event.time;
-        Sleep(BLOCKED); // the sink's own slowness, which is what this is about
+        EXPECT_TRUE(waitForMessage(manager.server->id(), lastRaised));
+        EXPECT_EQ(blocking.events.size(), 1u);
+        EXPECT_EQ(other.events.size(), 0u);
     };
     EXPECT_EQ(callMethod(manager.object, "burst", "100;1"), "100");
     EXPECT_TRUE(pumpUntil([&] { return other.events.size() == EVENTS; }));
+    EXPECT_EQ(blocking.events.size(), EVENTS);
     first.end();
     second.end();
     release(manager);
-
-    // The first event reached the other sink only after the block.
-    ASSERT_FALSE(other.events.empty());
-    EXPECT_LE(blockedAt + BLOCKED, other.events.front().time);
-    // Java raised on: from the first to the last native callback it took no longer than its own pauses, and no callback stands
-    // out.
-    std::vector<std::string> begins;
-    int longest = 0;
-    for (const std::string& text : logFileLines(manager.server->id())) {
-        const auto line = parseLogLine(text);
-        if (!line || !line->message.starts_with("NativeOnCustomEvent ")) {
-            continue;
-        }
-        if (line->marker == "->") {
-            begins.push_back(line->time);
-        }
-        const size_t duration = line->message.find('[');
-        if (duration != std::string::npos) {
-            longest = std::max(longest, std::stoi(line->message.substr(duration + 1)));
-        }
-    }
-    EXPECT_EQ(begins.size(), EVENTS);
-    const auto milliseconds = [](const std::string& time) {
-        return ((std::stoi(time.substr(11, 2)) * 60 + std::stoi(time.substr(14, 2))) * 60 + std::stoi(time.substr(17, 2))) *
-                   1000 +
-               std::stoi(time.substr(20, 3));
-    };
-    const int raising = milliseconds(begins.back()) - milliseconds(begins.front());
-    std::printf("sink blocked for %lu ms: other sink waited %llu ms, Java's longest callback %d ms, 100 events raised in %d ms\n",
-                BLOCKED, other.events.front().time - blockedAt, longest, raising);
-    EXPECT_LT(longest, static_cast<int>(BLOCKED / 2));
-    EXPECT_LT(raising, static_cast<int>(BLOCKED));
 }
 
 TEST_F(EventTest, StartAndReleaseWhileFourThreadsFire)
 {
     const char* const wanted = std::getenv("KESTA_CYCLES");
-    const int cycles = wanted != nullptr ? std::stoi(wanted) : 5;
+    const int cycles = wanted != nullptr ? std::stoi(wanted) : 4;
     setLogLevel(WARNINGS);
     CClientWindow window;
     for (int cycle = 1; cycle <= cycles; ++cycle) {
@@ -319,10 +243,10 @@ TEST_F(EventTest, StartAndReleaseWhileFourThreadsFire)
         if (cycle % 2 == 0) {
             EXPECT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
         }
-        // As fast as they can, or leaving the other threads some of the machine.
+        // As fast as they can, or with pauses that leave the other threads some time.
         EXPECT_EQ(callMethod(manager.object, "burst", cycle % 5 == 1 ? "100000000;4" : "100000000;4;1"), "400000000");
         EXPECT_TRUE(pumpUntil([&] { return sink.events.size() > 100; }));
-        // Released while Java goes on, some of the times with the sink still connected.
+        // Released while Java keeps raising, in half of the cycles with the sink still connected.
         if (cycle % 4 < 2) {
             connection.end();
         } else {

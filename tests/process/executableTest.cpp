@@ -53,16 +53,6 @@ protected:
             0);
         return s_found;
     }
-    std::vector<WORD> languagesOf(LPCSTR type, int name) const
-    {
-        std::vector<WORD> languages;
-        const auto collect = [](HMODULE, LPCSTR, LPCSTR, WORD language, LONG_PTR parameter) -> BOOL {
-            reinterpret_cast<std::vector<WORD>*>(parameter)->push_back(language);
-            return TRUE;
-        };
-        EnumResourceLanguagesA(m_module, type, MAKEINTRESOURCEA(name), collect, reinterpret_cast<LONG_PTR>(&languages));
-        return languages;
-    }
     // The names of the functions that the executable cannot start without.
     std::vector<std::string> importedFunctions() const
     {
@@ -80,21 +70,20 @@ protected:
         LoadLibraryExA((programFolder() + "\\..\\..\\KESTAx64.exe").c_str(), nullptr, LOAD_LIBRARY_AS_IMAGE_RESOURCE);
 };
 
-TEST_F(ExecutableTest, CarriesScriptsLibraryAndNameWithTheirLanguages)
+TEST_F(ExecutableTest, CarriesItsResourcesAndNoOthers)
 {
-    EXPECT_TRUE(FindResourceExA(m_module, "REGISTRY", MAKEINTRESOURCEA(101), 1033));
-    EXPECT_TRUE(FindResourceExA(m_module, "REGISTRY", MAKEINTRESOURCEA(102), 1031));
-    EXPECT_TRUE(FindResourceA(m_module, MAKEINTRESOURCEA(1), "TYPELIB"));
-    char name[64] = {};
-    LoadStringA(m_module, 100, name, sizeof name);
-    EXPECT_STREQ(name, "KESTAserver");
-    EXPECT_EQ(LoadStringA(m_module, 100, name, sizeof name), 11);
-    EXPECT_EQ(std::vector<WORD>{1033}, languagesOf("REGISTRY", 101));
-    EXPECT_EQ(std::vector<WORD>{1031}, languagesOf("REGISTRY", 102));
-    // The string tables are counted in sixteens from 1: this one holds 96 to 111. #16 is the version.
+    // The version, the string table with the name, the scripts and the type library. A manifest, #24, could change the code page
+    // that every narrow text is in.
     EXPECT_THAT(resources(), testing::ElementsAre("#16 #1", "#6 #7", "REGISTRY #101", "REGISTRY #102", "TYPELIB #1"));
-    // A manifest could change the code page that every narrow text is in.
-    EXPECT_FALSE(FindResourceA(m_module, MAKEINTRESOURCEA(1), MAKEINTRESOURCEA(24)));
+}
+
+TEST_F(ExecutableTest, CarriesTheTypeLibraryThatItsTestsDescribe)
+{
+    const HRSRC resource = FindResourceA(m_module, MAKEINTRESOURCEA(1), "TYPELIB");
+    ASSERT_TRUE(resource);
+    const auto* const bytes = static_cast<const char*>(LockResource(LoadResource(m_module, resource)));
+    const std::string library = readFile(programFolder() + "\\..\\..\\contract\\KESTAserver.tlb");
+    EXPECT_TRUE(library.compare(0, library.size(), bytes, SizeofResource(m_module, resource)) == 0);
 }
 
 TEST_F(ExecutableTest, MayBeLoadedAnywhereAndRunsNoData)
@@ -119,7 +108,7 @@ TEST_F(ExecutableTest, ImportsOnlyWhatWindowsHas)
                                             "shell32.dll", "user32.dll", "version.dll"}));
 }
 
-// What some system lacks is looked up by name at run time, and the Java runtime's function in the library that was chosen.
+// Functions that some systems lack are looked up by name at run time, and the Java runtime's in the library that was chosen.
 TEST_F(ExecutableTest, StartsWithoutWhatItLooksUpAtRunTime)
 {
     const std::vector<std::string> functions = importedFunctions();

@@ -1,8 +1,7 @@
-// Clients that go away without a word.
+// Clients that go away without releasing their object.
 //
-// A client that dies before it has pushed its window leaves no watchdog. Under Windows COM itself then gives back the dead
-// client's references after some minutes (its pings stay away), which ends the server; Wine does not, and the test ends that
-// server.
+// A client that dies before it has pushed its window leaves no watchdog. On Windows, COM then drops the dead client's references
+// after some minutes without pings, which ends the server; Wine does not, and the test ends that server itself.
 #include "tests/process/ServerFixture.h"
 
 #include <algorithm>
@@ -11,6 +10,7 @@ namespace fixtures {
 namespace {
 
 constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
+constexpr DWORD CLOCK_STEP = 100;        // by which the clocks of two processes may differ
 
 class GoneClientTest : public ServerTest
 {
@@ -26,45 +26,33 @@ protected:
     }
     static std::string command(const char* role) { return "\"" + programFolder() + "\\process_client.exe\" " + role; }
 
-    // The watchdog's lines, in their order, and how often the object had to be released is left open.
+    // The watchdog releases the object, and the process ends as it always does. How often it had to release is left open.
     void expectForcedRelease(const CProcess& server)
     {
         expectEnd(server);
         const std::string frame = "CBeanFrame " + std::to_string(server.id()) + " ";
-        std::vector<std::string> lines;
-        for (const std::string& message : messages(server.id())) {
-            if (message == frame + "Client seems to be not alive... releasing event sinks." ||
-                message == frame + "Releasing ATL object." || message == "-> CJavaManagerATLObject  ~CJavaManagerATLObject " ||
-                message == "-> " + frame + "~CBeanFrame " || message == "Releasing all sinks and objects done" ||
-                message == "CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.") {
-                lines.push_back(message);
-            }
-        }
-        EXPECT_EQ((std::vector<std::string>{
-                      frame + "Client seems to be not alive... releasing event sinks.",
-                      frame + "Releasing ATL object.",
-                      "-> CJavaManagerATLObject  ~CJavaManagerATLObject ",
-                      "-> " + frame + "~CBeanFrame ",
-                      "Releasing all sinks and objects done",
-                      "CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.",
-                  }),
-                  lines);
+        const std::vector<std::string> expected = {
+            frame + "Releasing ATL object.",
+            "-> " + frame + "~CBeanFrame ",
+            "Releasing all sinks and objects done",
+            "CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.",
+        };
+        std::vector<std::string> found = messages(server.id());
+        std::erase_if(found, [&](const std::string& message) { return std::ranges::count(expected, message) == 0; });
+        EXPECT_EQ(found, expected);
     }
 };
 
 TEST_F(GoneClientTest, DestroyedWindowEndsTheServerOfALivingProcess)
 {
     SManager manager = create();
-    const DWORD id = manager.server->id();
     CClientWindow window;
     CSink sink;
     CConnection connection(manager.object, sink);
+    const ULONGLONG begin = GetTickCount64();
     ASSERT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
-    const ULONGLONG pushed = GetTickCount64();
     ASSERT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
-    EXPECT_EQ(callMethod(manager.object, "raise", "before"), "before");
-    ASSERT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "before"); }));
-    // What the client holds besides the object keeps the server no more than the object itself.
+    // The client's other references do not keep the server either.
     ATL::CComPtr<IConnectionPointContainer> container;
     ATL::CComPtr<IEnumConnectionPoints> points;
     ATL::CComPtr<IConnectionPoint> point;
@@ -75,46 +63,23 @@ TEST_F(GoneClientTest, DestroyedWindowEndsTheServerOfALivingProcess)
     ASSERT_EQ(point->EnumConnections(&connections), S_OK);
 
     window.destroy();
-    EXPECT_EQ(callMethod(manager.object, "raise", "after"), "after");
-    EXPECT_EQ(manager->testBridge(ATL::CComBSTR("late"), 3, 0), S_OK);
-    const std::string frame = "CBeanFrame " + std::to_string(id) + " ";
-    EXPECT_TRUE(waitForMessage(id, frame + "Frame's window seems not to be alive anymore! (invalid window handle) "));
-    EXPECT_TRUE(waitForMessage(id, frame + "Dropped custom event, client seems to be not alive anymore..."));
-    EXPECT_TRUE(waitForMessage(id, frame + "Dropped TestBridgeEvent, client seems to be not alive anymore..."));
-
-    EXPECT_TRUE(waitForMessage(id, frame + "Releasing ATL object."));
-    EXPECT_LE(pushed + WATCHDOG_PERIOD - 100, GetTickCount64());
+    const std::string frame = "CBeanFrame " + std::to_string(manager.server->id()) + " ";
+    EXPECT_TRUE(waitForMessage(manager.server->id(), frame + "Releasing ATL object."));
+    EXPECT_LE(begin + WATCHDOG_PERIOD - CLOCK_STEP, GetTickCount64());
     expectForcedRelease(*manager.server);
-    EXPECT_EQ(sink.events.size(), 2u);
-    // The client's references lead nowhere any more.
+    // The client's references lead nowhere now.
     EXPECT_EQ(callMethod(manager.object, "echo", "anybody there"), "(failed)");
 }
 
-TEST_F(GoneClientTest, TopLevelWindowCountsAsDeadAndAHandlePushedTwiceIsWatchedAsTheLatest)
+TEST_F(GoneClientTest, TopLevelWindowThatIsPushedLastEndsTheServer)
 {
     SManager manager = create();
-    const DWORD id = manager.server->id();
     CClientWindow window;
-    CSink sink;
-    CConnection connection(manager.object, sink);
     ASSERT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
-    ASSERT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
-    manager->pushWindowHandle(static_cast<int>(reinterpret_cast<INT_PTR>(window.window())));
-
-    EXPECT_EQ(callMethod(manager.object, "raise", "lost"), "lost");
-    const std::string frame = "CBeanFrame " + std::to_string(id) + " ";
-    EXPECT_TRUE(waitForMessage(id, frame + "Frame's window has no valid parent anymore!"));
-    EXPECT_TRUE(waitForMessage(id, frame + "Dropped custom event, client seems to be not alive anymore..."));
-    EXPECT_EQ(countMessages(id, "-> " + frame + "queueEvent 15000"), 2u);
-
-    // Two chains, and the latest handle in both: a good one keeps the server.
-    ASSERT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
-    EXPECT_EQ(callMethod(manager.object, "raise", "kept"), "kept");
-    EXPECT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "kept"); }));
-    connection.end();
-    manager.object.Release();
-    expectEnd(*manager.server);
-    EXPECT_EQ(countMessages(id, frame + "Releasing ATL object."), 0u);
+    ASSERT_EQ(manager->pushWindowHandle(static_cast<int>(reinterpret_cast<INT_PTR>(window.window()))), S_OK);
+    expectForcedRelease(*manager.server);
+    EXPECT_EQ(countMessages(manager.server->id(), "-> CBeanFrame " + std::to_string(manager.server->id()) + " queueEvent 15000"),
+              2u);
 }
 
 TEST_F(GoneClientTest, ProcessThatDiesInsideItsSinkEndsItsServer)
@@ -136,7 +101,7 @@ TEST_F(GoneClientTest, ProcessThatDiesBeforeItPushedItsWindowLeavesAServerThatGo
     EXPECT_EQ(client.process().exitCode(), 9u);
     EXPECT_TRUE(server->isRunning());
     EXPECT_EQ(countMessages(server->id(), "-> CBeanFrame " + std::to_string(server->id()) + " queueEvent 15000"), 0u);
-    // Nobody is left to end it here.
+    // Nothing else ends it here.
     expectExit(server->id(), ERROR_PROCESS_ABORTED);
     server->kill(ERROR_PROCESS_ABORTED);
 }

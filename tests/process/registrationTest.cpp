@@ -1,110 +1,25 @@
-// What the registration switches write, keep and remove.
+// What the registration switches write and remove. The single keys are left to the tests of the scripts.
 #include "tests/process/ServerFixture.h"
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
-
 namespace fixtures {
 namespace {
 
-constexpr char CLASSES[] = "Software\\Classes";
+constexpr char CLASSES[] = "Software\\Classes\\";
 constexpr char CLASS_ID[] = "{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}";
 constexpr char APP_ID[] = "{9E27B6D1-3C48-4A0F-B5E2-71D4C0A96F38}";
 constexpr char LIBRARY_ID[] = "{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}";
-
-const std::vector<std::string> SCRIPTED_KEYS = {std::string("AppID\\") + APP_ID, "AppID\\KESTA.EXE", "KESTAserver.JavaManager.1",
-                                                "KESTAserver.JavaManager", std::string("CLSID\\") + CLASS_ID};
+constexpr char PROGRAM_ID[] = "KESTAserver.JavaManager.1";
 
 std::string classKey(const std::string& key)
 {
-    return CLASSES + ("\\" + key);
+    return CLASSES + key;
 }
 
-// Every key and text of a tree, one a line, sorted. Nothing for a tree that is not there.
-void dump(HKEY root, const std::string& path, std::vector<std::string>& lines)
-{
-    HKEY key = nullptr;
-    if (RegOpenKeyExA(root, classKey(path).c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
-        return;
-    }
-    lines.push_back(path);
-    char name[256];
-    char text[1024];
-    for (DWORD index = 0, size = sizeof name, textSize = sizeof text, type = 0;
-         RegEnumValueA(key, index, name, &size, nullptr, &type, reinterpret_cast<BYTE*>(text), &textSize) == ERROR_SUCCESS;
-         ++index, size = sizeof name, textSize = sizeof text) {
-        lines.push_back(path + " @" + name + " = " +
-                        (type == REG_SZ ? std::string(text) : "(type " + std::to_string(type) + ")"));
-    }
-    for (DWORD index = 0, size = sizeof name;
-         RegEnumKeyExA(key, index, name, &size, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
-         ++index, size = sizeof name) {
-        dump(root, path + "\\" + name, lines);
-    }
-    RegCloseKey(key);
-}
-
-std::vector<std::string> scriptedKeys(HKEY root)
-{
-    std::vector<std::string> lines;
-    for (const std::string& key : SCRIPTED_KEYS) {
-        dump(root, key, lines);
-    }
-    std::sort(lines.begin(), lines.end());
-    return lines;
-}
-
-// What the scripts write for an executable.
-std::vector<std::string> expectedKeys(const std::string& executable)
-{
-    const std::string quoted = executable.find(' ') == std::string::npos ? executable : "\"" + executable + "\"";
-    const std::string appId = std::string("AppID\\") + APP_ID;
-    const std::string classId = std::string("CLSID\\") + CLASS_ID;
-    std::vector<std::string> lines = {
-        appId,
-        appId + " @ = KESTAserver",
-        "AppID\\KESTA.EXE",
-        std::string("AppID\\KESTA.EXE @AppID = ") + APP_ID,
-        "KESTAserver.JavaManager.1",
-        "KESTAserver.JavaManager.1 @ = KESTA Java Manager",
-        "KESTAserver.JavaManager.1\\CLSID",
-        std::string("KESTAserver.JavaManager.1\\CLSID @ = ") + CLASS_ID,
-        "KESTAserver.JavaManager",
-        "KESTAserver.JavaManager @ = KESTA Java Manager",
-        "KESTAserver.JavaManager\\CLSID",
-        std::string("KESTAserver.JavaManager\\CLSID @ = ") + CLASS_ID,
-        "KESTAserver.JavaManager\\CurVer",
-        "KESTAserver.JavaManager\\CurVer @ = KESTAserver.JavaManager.1",
-        classId,
-        classId + " @ = KESTA Java Manager",
-        classId + "\\ProgID",
-        classId + "\\ProgID @ = KESTAserver.JavaManager.1",
-        classId + "\\VersionIndependentProgID",
-        classId + "\\VersionIndependentProgID @ = KESTAserver.JavaManager",
-        classId + "\\Programmable",
-        classId + "\\LocalServer32",
-        classId + "\\LocalServer32 @ = " + quoted,
-        classId + "\\TypeLib",
-        classId + "\\TypeLib @ = " + LIBRARY_ID,
-    };
-    std::sort(lines.begin(), lines.end());
-    return lines;
-}
-
-// Makes a folder with everything of another one in it: the same files under a second name.
-void linkTree(const std::string& from, const std::string& to)
-{
-    ASSERT_TRUE(CreateDirectoryA(to.c_str(), nullptr));
-    for (const std::string& name : filesIn(from)) {
-        const std::string file = from + "\\" + name;
-        if (GetFileAttributesA(file.c_str()) & FILE_ATTRIBUTE_DIRECTORY) {
-            linkTree(file, to + "\\" + name);
-        } else {
-            ASSERT_TRUE(CreateHardLinkA((to + "\\" + name).c_str(), file.c_str(), nullptr)) << file;
-        }
-    }
-}
+const std::string CLASS_KEY = classKey(std::string("CLSID\\") + CLASS_ID);
+const std::string APP_KEY = classKey(std::string("AppID\\") + APP_ID);
+const std::string LIBRARY_KEY = classKey(std::string("TypeLib\\") + LIBRARY_ID + "\\1.0");
 
 // Begins without registration, in a folder whose name has blanks and an apostrophe.
 class RegistrationTest : public ServerTest
@@ -114,9 +29,9 @@ protected:
     {
         ServerTest::SetUp();
         ASSERT_EQ(runServer("/UnregServer"), 0u);
-        ASSERT_TRUE(CreateDirectoryA(home.c_str(), nullptr));
-        ASSERT_TRUE(CopyFileA((buildFolder() + "\\KESTAx64.exe").c_str(), executable.c_str(), TRUE));
-        ASSERT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_LOCAL_MACHINE));
+        std::filesystem::create_directory(home);
+        std::filesystem::copy_file(buildFolder() + "\\KESTAx64.exe", executable);
+        expectNothingFor(HKEY_LOCAL_MACHINE);
     }
     void TearDown() override
     {
@@ -125,60 +40,68 @@ protected:
     }
     DWORD run(const char* switches) { return runServer(home, switches); }
 
+    void expectRegistration(HKEY root)
+    {
+        EXPECT_EQ(keyText(root, APP_KEY), "KESTAserver");
+        EXPECT_EQ(keyText(root, classKey("AppID\\KESTA.EXE"), "AppID"), APP_ID);
+        EXPECT_EQ(keyText(root, CLASS_KEY), "KESTA Java Manager");
+        EXPECT_EQ(keyText(root, CLASS_KEY + "\\LocalServer32"), "\"" + executable + "\"");
+        EXPECT_EQ(keyText(root, CLASS_KEY + "\\TypeLib"), LIBRARY_ID);
+        EXPECT_EQ(keyText(root, classKey(PROGRAM_ID) + "\\CLSID"), CLASS_ID);
+        EXPECT_EQ(keyText(root, classKey("KESTAserver.JavaManager\\CurVer")), PROGRAM_ID);
+    }
+    // The shared parent keys may be there.
+    static void expectNothingFor(HKEY root)
+    {
+        for (const std::string& key : {APP_KEY, classKey("AppID\\KESTA.EXE"), CLASS_KEY, classKey(PROGRAM_ID),
+                                       classKey("KESTAserver.JavaManager"), LIBRARY_KEY}) {
+            EXPECT_FALSE(keyExists(root, key)) << key;
+        }
+    }
+
     const std::string home = folder.file("it's a server's home");
     const std::string executable = home + "\\KESTAx64.exe";
-    const std::string library = classKey(std::string("TypeLib\\") + LIBRARY_ID + "\\1.0");
 };
 
-TEST_F(RegistrationTest, WritesAndRemovesItsKeysInEverySpellingOfTheSwitches)
+TEST_F(RegistrationTest, ForTheMachineIsWrittenAndRemoved)
 {
-    constexpr const char* SPELLINGS[][2] = {{"/RegServer", "/UnregServer"},
-                                            {"-REGSERVER", "-unregserver"},
-                                            {"/nothing -x /regserver\tmore", "-UNREGSERVER /RegServer"}};
-    for (const auto& [add, remove] : SPELLINGS) {
-        SCOPED_TRACE(add);
-        EXPECT_EQ(run(add), 0u);
-        EXPECT_EQ(expectedKeys(executable), scriptedKeys(HKEY_LOCAL_MACHINE));
-        EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_CURRENT_USER));
-        EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, library), "KESTA Server 1.0");
-        EXPECT_EQ(executable, keyText(HKEY_LOCAL_MACHINE, library + "\\0\\win64"));
-        EXPECT_EQ(home, keyText(HKEY_LOCAL_MACHINE, library + "\\HELPDIR"));
+    EXPECT_EQ(run("/nothing -x /regserver\tmore"), 0u);
+    expectRegistration(HKEY_LOCAL_MACHINE);
+    expectNothingFor(HKEY_CURRENT_USER);
+    EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, LIBRARY_KEY), "KESTA Server 1.0");
+    EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, LIBRARY_KEY + "\\0\\win64"), executable);
+    EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, LIBRARY_KEY + "\\HELPDIR"), home);
 
-        EXPECT_EQ(run(remove), 0u);
-        EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_LOCAL_MACHINE));
-        EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, library));
-        EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, classKey("AppID")));
-        EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, classKey("CLSID")));
-    }
+    EXPECT_EQ(run("-UNREGSERVER /RegServer"), 0u);
+    expectNothingFor(HKEY_LOCAL_MACHINE);
+    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, classKey("AppID")));
+    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, classKey("CLSID")));
 }
 
-TEST_F(RegistrationTest, RegisteringTwiceLeavesOneSet)
+TEST_F(RegistrationTest, ForTheUserIsWrittenAndRemovedUnderTheUserOnly)
 {
-    EXPECT_EQ(run("/RegServer"), 0u);
-    // Left over from another version of the class.
-    HKEY key = nullptr;
-    RegCreateKeyExA(HKEY_LOCAL_MACHINE, classKey(std::string("CLSID\\") + CLASS_ID + "\\InprocServer32").c_str(), 0, nullptr, 0,
-                    KEY_ALL_ACCESS, nullptr, &key, nullptr);
-    RegCloseKey(key);
-    EXPECT_NE(expectedKeys(executable), scriptedKeys(HKEY_LOCAL_MACHINE));
-    EXPECT_EQ(run("/RegServer"), 0u);
-    EXPECT_EQ(expectedKeys(executable), scriptedKeys(HKEY_LOCAL_MACHINE));
-    EXPECT_EQ(run("/UnregServer"), 0u);
+    EXPECT_EQ(run("-RegServerPerUser"), 0u);
+    expectRegistration(HKEY_CURRENT_USER);
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, CLASS_KEY));
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, APP_KEY));
+    EXPECT_EQ(run("/unregserverperuser"), 0u);
+    expectNothingFor(HKEY_CURRENT_USER);
+    expectNothingFor(HKEY_LOCAL_MACHINE);
+    EXPECT_TRUE(keyExists(HKEY_CURRENT_USER, classKey("AppID")));
+    EXPECT_TRUE(keyExists(HKEY_CURRENT_USER, classKey("CLSID")));
 }
 
-// So are the control's jar, the runtime and the folder of the log files.
-TEST_F(RegistrationTest, RegistersFromAFolderWithBlanksAndApostropheAndIsStartedThere)
+// The names of the control's jar, the runtime and the log folder have them too.
+TEST_F(RegistrationTest, ServerInAFolderWithBlanksAndApostropheIsStartedThere)
 {
     const std::string runtime = folder.file("java's own runtime");
-    ASSERT_TRUE(CreateDirectoryA(runtime.c_str(), nullptr));
     const std::string library = runtimeLibrary(21);
-    const std::string java = library.substr(0, library.find("\\bin\\server\\jvm.dll"));
-    for (const char* part : {"\\bin", "\\conf", "\\lib"}) {
-        linkTree(java + part, runtime + part);
-    }
+    using std::filesystem::copy_options;
+    std::filesystem::copy(library.substr(0, library.find("\\bin\\server\\jvm.dll")), runtime,
+                          copy_options::recursive | copy_options::create_hard_links);
     settings.setRuntime("21.0.8", runtime + "\\bin\\server\\jvm.dll");
     const std::string jar = home + "\\the control's jar.jar";
-    ASSERT_TRUE(CopyFileA((buildFolder() + "\\ORVANEControl.jar").c_str(), jar.c_str(), TRUE));
+    std::filesystem::copy_file(buildFolder() + "\\ORVANEControl.jar", jar);
     settings.setPreference("basiscontrol", jar);
     const std::string logs = folder.file("the user's log files");
     settings.setPreference("logpath", logs);
@@ -190,56 +113,30 @@ TEST_F(RegistrationTest, RegistersFromAFolderWithBlanksAndApostropheAndIsStarted
     QueryFullProcessImageNameA(manager.server->handle(), 0, path, &size);
     EXPECT_EQ(executable, path);
     EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "Hello");
-    manager.object.Release();
-    expectEnd(*manager.server);
+    release(manager);
     EXPECT_EQ(run("/UnregServer"), 0u);
 
-    const std::string logFile = "KESTA-KESTAx64.exe-" + std::to_string(manager.server->id()) + ".log";
-    std::vector<std::string> log = messagesOf(readFile(logs + "\\" + logFile));
-    for (std::string& line : log) {
-        std::erase(line, '\r');
-    }
-    const std::vector<std::string> expected = {
-        "CJavaManagerATLObject  Basiscontrol path: " + jar,
-        "CJavaManagerATLObject  doesFileExist(basiscontrol): true",
-        "CJavaManagerJNIClient  Class Path: -Djava.class.path=" + jar,
-        "-> CJavaManagerJNIClient  loadJVMlibrary " + runtime + "\\bin\\server\\jvm.dll",
-        "CJavaManagerJNIClient  m_DLLHandle != NULL: success",
-        "-> CJavaManagerATLObject  callMethod echo, Hello",
-        "End of logging, further static deinitializers can not log anymore",
-    };
-    EXPECT_THAT(log, testing::IsSupersetOf(expected));
-}
-
-TEST_F(RegistrationTest, PerUserSwitchesWriteTheirKeysUnderTheUserOnly)
-{
-    EXPECT_EQ(run("-RegServerPerUser"), 0u);
-    EXPECT_EQ(expectedKeys(executable), scriptedKeys(HKEY_CURRENT_USER));
-    EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_LOCAL_MACHINE));
-    EXPECT_EQ(run("/REGSERVERPERUSER"), 0u);
-    EXPECT_EQ(expectedKeys(executable), scriptedKeys(HKEY_CURRENT_USER));
-    EXPECT_EQ(run("/unregserverperuser"), 0u);
-    EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_CURRENT_USER));
-    EXPECT_EQ(std::vector<std::string>(), scriptedKeys(HKEY_LOCAL_MACHINE));
-    EXPECT_TRUE(keyExists(HKEY_CURRENT_USER, classKey("AppID")));
-    EXPECT_TRUE(keyExists(HKEY_CURRENT_USER, classKey("CLSID")));
+    const std::string logFile = "\\KESTA-KESTAx64.exe-" + std::to_string(manager.server->id()) + ".log";
+    EXPECT_TRUE(std::filesystem::exists(logs + logFile));
+    EXPECT_THAT(messages(manager.server->id()),
+                testing::IsSupersetOf({"CJavaManagerJNIClient  Class Path: -Djava.class.path=" + jar,
+                                       "-> CJavaManagerJNIClient  loadJVMlibrary " + runtime + "\\bin\\server\\jvm.dll"}));
 }
 
 TEST_F(RegistrationTest, FailingSwitchEndsWithItsResult)
 {
-    // Nothing lasting can be written below a key that goes with the session.
-    const std::string programId = classKey("KESTAserver.JavaManager.1");
+    // Nothing permanent can be written below a volatile key.
     HKEY key = nullptr;
-    ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, programId.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr,
-                              &key, nullptr),
+    ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, classKey(PROGRAM_ID).c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS,
+                              nullptr, &key, nullptr),
               ERROR_SUCCESS);
     RegCloseKey(key);
     EXPECT_EQ(static_cast<DWORD>(HRESULT_FROM_WIN32(ERROR_CHILD_MUST_BE_VOLATILE)), run("/RegServer"));
     // What was done before stays, what comes after is not begun.
-    EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, classKey(std::string("AppID\\") + APP_ID)), "KESTAserver");
-    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, classKey(std::string("CLSID\\") + CLASS_ID)));
-    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, library));
-    EXPECT_EQ(RegDeleteTreeA(HKEY_LOCAL_MACHINE, programId.c_str()), ERROR_SUCCESS);
+    EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, APP_KEY), "KESTAserver");
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, CLASS_KEY));
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, LIBRARY_KEY));
+    EXPECT_EQ(RegDeleteTreeA(HKEY_LOCAL_MACHINE, classKey(PROGRAM_ID).c_str()), ERROR_SUCCESS);
 }
 
 } // namespace

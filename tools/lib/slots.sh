@@ -85,12 +85,19 @@ use_slot() {
     export WINEPREFIX DISPLAY=$display
 }
 
-# Starts Wine's services, and the desktop with start.exe as its lasting user. Otherwise the first program that needs them starts
-# them, and they keep that program's output open after its end: a second and a half more for each test with a window.
+# Starts Wine's services, and the desktop (explorer.exe) with start.exe as its lasting user, and waits until the desktop is there. The
+# first program with a window would otherwise start one itself, which keeps that program's output open until a second after the last
+# use of the desktop: CTest takes a test that has long ended for a running one, until its time limit if other tests follow closely.
 warm_slot() {
+    local tries=1200
     [ ! -e "$KESTA_SESSION/$1.warm" ] || return 0
     wine cmd /c exit >/dev/null 2>&1 </dev/null 5>&- 8>&-
     setsid "$project/tools/lib/bin/wine" start.exe /wait explorer.exe /desktop >/dev/null 2>&1 </dev/null 5>&- 8>&- &
+    until [[ $(xwininfo -root -children) == *'"explorer.exe"'* ]]; do
+        tries=$((tries - 1))
+        [ "$tries" -gt 0 ] || die "Wine's desktop does not start."
+        sleep 0.05
+    done
     : >"$KESTA_SESSION/$1.warm"
 }
 

@@ -12,19 +12,19 @@ import javax.swing.WindowConstants;
  * The window that carries the control. Its title is the name that the client looks for (FindWindow); the client then makes it a
  * child of its own window and from that moment owns its place and size.
  *
- * The server calls in on its main thread. Until the window exists these calls run where they are. Afterwards they are handed to
- * the event thread and not waited for: the window is then a child of another process's window, and an event thread that waits
- * for that process must never be waited for by the thread that serves it.
+ * The server calls on its main thread. Until the window exists, these calls are made on that thread. Afterwards they are passed
+ * to the event thread without waiting: the window is then a child of another process's window, so the event thread may be waiting
+ * for that process, and the thread that serves that process must not wait for the event thread.
  *
- * validate() stays as it is inherited: the server looks the method up here and calls it on the control as well, which is sound
- * only for the one that both inherit from Container. With full logging the virtual machine checks that and would end the process.
+ * validate() is not overridden: the server looks the method up here and calls it on the control as well, which is valid only for
+ * the one that both inherit from Container. With full logging the virtual machine checks that and would end the process.
  */
 public final class KESTAFrame extends JFrame {
     private static final long serialVersionUID = 1L;
 
     private static final int FIRST_WIDTH = 320;
     private static final int FIRST_HEIGHT = 200;
-    // Until the client has taken the window in, it stands where nobody sees it.
+    // Where nobody sees the window until the client takes it in.
     private static final int OUT_OF_SIGHT = -8000;
 
     public KESTAFrame(String name) {
@@ -37,14 +37,14 @@ public final class KESTAFrame extends JFrame {
     }
 
     /**
-     * Ignored. The client moves and sizes the window itself, and the server calls this without passing any values: whatever
-     * arrives here is what happened to lie on the stack.
+     * Ignored. The client moves and sizes the window itself, and the server calls this without passing values: the parameters are
+     * whatever happened to be on the stack.
      */
     @Override
     public void setBounds(int x, int y, int width, int height) {
     }
 
-    /** The one call that waits: when it returns, the client can find the window. It is made before the window has a parent. */
+    /** The only call that waits: when it returns, the client can find the window, which has no parent yet. */
     @Override
     public void setVisible(boolean visible) {
         if (!visible || isDisplayable() || EventQueue.isDispatchThread()) {
@@ -61,7 +61,7 @@ public final class KESTAFrame extends JFrame {
         }
     }
 
-    /** Shows on the control, too, that it takes no input. */
+    /** Enables or disables the control as well, so that it shows its state. */
     @Override
     public void setEnabled(boolean enabled) {
         onEventThread(() -> {

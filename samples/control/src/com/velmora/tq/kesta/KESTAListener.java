@@ -4,15 +4,15 @@ import com.orvane.tech.client.qmrt.QMRTBridgeI;
 import com.orvane.tech.client.qmrt.QMRTControlListenerI;
 
 /**
- * The listener that the server creates and hangs on the control: events go up through its three natives, the bridge test comes
- * down through it. The server registers the natives before it adds the listener to the control, so they are there from the first
- * event on.
+ * The listener that the server creates and adds to the control: events go up through its three native methods, the bridge test
+ * comes down through it. The server registers the native methods before it adds the listener, so they work from the first event
+ * on.
  */
 public final class KESTAListener implements QMRTControlListenerI, QMRTBridgeI {
     private volatile QMRTBridgeI bridgeTarget;
 
-    // The natives only queue, on whichever thread they are called. They take their text as it is: a null would go straight into
-    // the virtual machine's string functions, which do not expect it. That is why nothing but the methods below calls them.
+    // These only queue, on whatever thread they are called. They pass their text on as it is, and the virtual machine's string
+    // functions do not expect null. That is why only the methods below call them.
     private native void testBridgeEvent(String text, int delay);
 
     private native void OnControlReady(String text);
@@ -29,7 +29,7 @@ public final class KESTAListener implements QMRTControlListenerI, QMRTBridgeI {
         OnCustomEvent(withoutNull(text));
     }
 
-    /** The server's native adds the letters "js" for its own way up: the listener's and the server's. */
+    /** The native method adds "js" for the way up: the letters of listener and server. */
     @Override
     public void testBridgeAnswer(String text, int delay) {
         testBridgeEvent(withoutNull(text), delay);
@@ -41,8 +41,8 @@ public final class KESTAListener implements QMRTControlListenerI, QMRTBridgeI {
     }
 
     /**
-     * Called by the server on its main thread. Adds "J"; a ttl that is used up here, or a control that is not there, sends the
-     * text back. As in the server, a text that begins with "error" makes the hop that turned it round fail after its answer.
+     * Called by the server on its main thread. Adds "J" and, if ttl is used up or there is no control, sends the text back. As in
+     * the server, a text that begins with "error" makes the hop that turned it round fail after its answer.
      */
     @Override
     public void testBridge(String text, int ttl, int delay) {

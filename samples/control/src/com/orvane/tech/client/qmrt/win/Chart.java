@@ -32,7 +32,7 @@ final class Chart extends JPanel {
 
     private static final String SERIES = "value";
     private static final int LARGEST = 8192;
-    // About what lies around the bars, in pixels.
+    // Roughly what surrounds the bars, in pixels.
     private static final int AXIS_WIDTH = 60;
     private static final int TITLE_AND_NAMES = 90;
     private static final int LABEL_HEIGHT = 24;
@@ -57,8 +57,8 @@ final class Chart extends JPanel {
         chart.setBackgroundPaint(Style.CARD);
         chart.setPadding(new RectangleInsets(8, 10, 6, 12));
         chart.setTextAntiAlias(true);
-        // No pop-up menu and no zooming: the sample shows, it does not edit. The limits keep the library from stretching a
-        // picture of its own favourite size.
+        // No pop-up menu and no zooming: the sample only shows its data. The limits keep the library from scaling a picture
+        // that it has drawn at its own preferred size.
         ChartPanel panel = new ChartPanel(chart, false, false, false, false, false);
         panel.setPopupMenu(null);
         panel.setDomainZoomable(false);
@@ -88,7 +88,7 @@ final class Chart extends JPanel {
         chart.setNotify(true);
     }
 
-    /** The bar of this row stands out; -1 for none. */
+    /** Highlights the bar of this row; -1 for none. */
     void highlight(int row) {
         bars.highlighted = row;
         chart.fireChartChanged();
@@ -100,7 +100,7 @@ final class Chart extends JPanel {
         fit();
     }
 
-    /** Labels that do not fit under or over their bars lean, and then go. */
+    /** Labels that do not fit their bars are tilted, and left out if they still do not fit. */
     private void fit() {
         CategoryPlot plot = chart.getCategoryPlot();
         CategoryAxis names = plot.getDomainAxis();
@@ -142,7 +142,7 @@ final class Chart extends JPanel {
         axis.setTickLabelPaint(Style.MUTED);
         axis.setAxisLinePaint(Style.LINE);
         axis.setTickMarksVisible(false);
-        // Of the bar, so that a name may reach into the gaps beside it.
+        // Relative to the bar, so that a name may extend into the gaps beside it.
         axis.setMaximumCategoryLabelWidthRatio(1.7f);
         axis.setCategoryMargin(0.35);
         axis.setLowerMargin(0.04);

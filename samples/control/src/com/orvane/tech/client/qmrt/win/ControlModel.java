@@ -6,8 +6,8 @@ import java.util.List;
 import java.util.Map;
 
 /**
- * What the control shows. Calls of the client read and write it on the server's main thread, the view on the event thread; a lock
- * held for a moment keeps the two apart, so that no call ever waits for the screen.
+ * What the control shows. The client's calls read and write it on the server's main thread, the view on the event thread. The
+ * lock is only ever held for a moment, so no call waits for the screen.
  */
 final class ControlModel {
     static final String ROW_END = "|";
@@ -45,7 +45,7 @@ final class ControlModel {
         onChange.run();
     }
 
-    /** The user typed: the view shows it already. */
+    /** The user has typed this, so the view already shows it. */
     synchronized void typed(String value) {
         text = value;
     }
@@ -60,7 +60,7 @@ final class ControlModel {
         onChange.run();
     }
 
-    /** Replaces all rows at once: "Oslo;12.5|Bergen;9". One that cannot be read leaves the rows as they were. */
+    /** Replaces all rows at once: "Oslo;12.5|Bergen;9". If one cannot be parsed, the rows stay as they were. */
     void setRows(String all) {
         List<Row> parsed = new ArrayList<>();
         for (String row : all.split("\\" + ROW_END)) {

@@ -18,7 +18,7 @@ import javax.swing.event.DocumentEvent;
 import javax.swing.event.DocumentListener;
 import javax.swing.table.DefaultTableModel;
 
-/** What the user sees: table, chart, text field and button. Belongs to the event thread, which alone may touch it. */
+/** What the user sees: table, chart, text field and button. Only the event thread may use it. */
 final class ControlView extends JPanel {
     private static final long serialVersionUID = 1L;
 
@@ -78,7 +78,7 @@ final class ControlView extends JPanel {
         button.setEnabled(enabled);
     }
 
-    /** The chart takes most of what the table does not need. */
+    /** The chart gets most of the room that the table does not need. */
     private JPanel data() {
         JScrollPane scroll = Style.scroll(table);
         scroll.setPreferredSize(new Dimension(TABLE_WIDTH, 0));

@@ -12,7 +12,7 @@ import javax.swing.JTextArea;
 import javax.swing.Timer;
 import javax.swing.WindowConstants;
 
-/** The control's own short memory of calls and events, and a window that shows it. Any thread may write. */
+/** Keeps the control's latest calls and events and shows them in a window. Any thread may write. */
 final class DebugConsole {
     static final int LEVEL_OFF = 0;
     static final int LEVEL_EVENTS = 1;
@@ -83,7 +83,7 @@ final class DebugConsole {
         synchronized (lines) {
             changed = true;
         }
-        // The lines come faster than anyone can read: the window looks at them twice a second.
+        // The lines come faster than anyone can read, so the window is refreshed twice a second.
         refresh = new Timer(REFRESH_MS, event -> showLines());
         refresh.setInitialDelay(0);
         refresh.start();

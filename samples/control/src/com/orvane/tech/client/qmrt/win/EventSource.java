@@ -5,11 +5,11 @@ import java.util.TimerTask;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.function.Consumer;
 
-/** Raises custom events on threads of its own, one at a time or as fast as it can. Every text is different. */
+/** Raises custom events on its own threads, at intervals or as fast as it can. Every text is different. */
 final class EventSource {
     private final Consumer<String> target;
     private final AtomicInteger bursts = new AtomicInteger();
-    // Threads of a burst stop when this is no longer the number they started with.
+    // A burst's threads stop when this differs from the number they started with.
     private final AtomicInteger generation = new AtomicInteger();
     private Timer timer;
 
@@ -17,7 +17,7 @@ final class EventSource {
         this.target = target;
     }
 
-    /** Events "timer 1", "timer 2", ... on a timer thread; a timer that is running already is replaced. */
+    /** Raises "timer 1", "timer 2", ... on a timer thread; a timer that is already running is replaced. */
     synchronized void startTimer(int period) {
         stopTimer();
         timer = new Timer("ORVANEControl timer", true);
@@ -38,7 +38,7 @@ final class EventSource {
         }
     }
 
-    /** Starts the threads and returns: events "burst BURST.THREAD.NUMBER", all counted from 1, pause milliseconds apart. */
+    /** Starts the threads and returns. Events "burst BURST.THREAD.NUMBER", all counted from 1, pause milliseconds apart. */
     void burst(int events, int threads, int pause) {
         int burst = bursts.incrementAndGet();
         int started = generation.get();

@@ -15,12 +15,11 @@ import java.util.stream.Collectors;
 import javax.swing.JPanel;
 
 /**
- * The control: a table, a chart of it, a text field and a button, driven by the client through names and texts.
+ * The control: a table, a chart of it, a text field and a button. The client drives it with names and strings.
  *
  * The server creates it and calls its public methods on its main thread, one call at a time. None of them waits for the event
- * thread: they read and write the model, and the view follows. An exception that leaves a method becomes the client's failed
- * call and a line in the server's log; a null result reaches the client as an empty text. Texts that come from the server are
- * never null.
+ * thread: they read and write the model, and the view follows. An exception from a method fails the client's call and is written
+ * to the server's log; a null result reaches the client as an empty string. Strings from the server are never null.
  */
 public final class QMRTWinControl extends JPanel implements QMRTBridgeI {
     private static final long serialVersionUID = 1L;
@@ -35,7 +34,7 @@ public final class QMRTWinControl extends JPanel implements QMRTBridgeI {
     private transient ControlView view;
     private transient volatile String usedControl = "";
 
-    /** Waits for the event thread, which it may: no window of the control exists yet. What fails there fails here. */
+    /** May wait for the event thread, because the control has no window yet. An exception there is rethrown here. */
     public QMRTWinControl() {
         super(new BorderLayout());
         try {
@@ -83,7 +82,7 @@ public final class QMRTWinControl extends JPanel implements QMRTBridgeI {
         return getProperty(name);
     }
 
-    /** The model's answer, at once; null for a name that is not known. */
+    /** Answers from the model, at once; null for an unknown name. */
     public String getProperty(String name) {
         console.log(DebugConsole.LEVEL_CALLS, "getProperty " + name);
         switch (name) {
@@ -141,7 +140,7 @@ public final class QMRTWinControl extends JPanel implements QMRTBridgeI {
         }
     }
 
-    /** The number says how the client would like long texts packed. This control's texts are short: it takes them plain. */
+    /** The number says how the client would like long strings compressed. This control's are short and stay as they are. */
     public String callMethodCompressed(String name, int compression, String argument) {
         return callMethod(name, argument);
     }
@@ -157,13 +156,13 @@ public final class QMRTWinControl extends JPanel implements QMRTBridgeI {
         return Integer.toString(console.level());
     }
 
-    /** Which control of a library the client means. There is one here, so the names are kept and told back. */
+    /** Which control of a library the client wants. There is only one here, so the arguments are just kept and returned. */
     public String setUsedControl(String name, String version) {
         usedControl = name + ";" + version;
         return usedControl;
     }
 
-    /** This library is replaced with its file, never by itself: the answer is the version that stays. */
+    /** This library is only updated by replacing its file, so the answer is the version that stays. */
     public String updateVersion(String wanted) {
         return VERSION;
     }
@@ -205,7 +204,7 @@ public final class QMRTWinControl extends JPanel implements QMRTBridgeI {
         }
     }
 
-    /** The control has come into a window. */
+    /** The control has been added to a window. */
     @Override
     public void addNotify() {
         super.addNotify();
@@ -256,7 +255,7 @@ public final class QMRTWinControl extends JPanel implements QMRTBridgeI {
         return argument;
     }
 
-    /** Many changes in a row are one refresh: whoever comes while one is waiting is shown by it. */
+    /** A refresh that is already waiting will show this change too. */
     private void refreshLater() {
         if (refreshPending.compareAndSet(false, true)) {
             EventQueue.invokeLater(() -> {
@@ -274,7 +273,7 @@ public final class QMRTWinControl extends JPanel implements QMRTBridgeI {
         }
     }
 
-    /** From the library's own description, which travels in the jar. */
+    /** From the library's own description in the jar. */
     private static String chartVersion() {
         Properties description = new Properties();
         try (InputStream in = QMRTWinControl.class.getResourceAsStream("/META-INF/maven/org.jfree/jfreechart/pom.properties")) {

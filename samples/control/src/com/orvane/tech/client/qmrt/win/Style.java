@@ -117,7 +117,7 @@ final class Style {
         return pane;
     }
 
-    /** Where Swing takes the hint (Java 9 and newer) text is smooth whatever the desktop says. */
+    /** Where Swing honours the hint (Java 9 and newer), text is smooth whatever the desktop's setting. */
     private static <T extends JComponent> T smooth(T component) {
         component.putClientProperty(RenderingHints.KEY_TEXT_ANTIALIASING, RenderingHints.VALUE_TEXT_ANTIALIAS_ON);
         return component;
@@ -136,7 +136,7 @@ final class Style {
         g.setRenderingHint(RenderingHints.KEY_ANTIALIASING, RenderingHints.VALUE_ANTIALIAS_ON);
     }
 
-    /** Disabled text keeps its colour: the face of the button says enough. */
+    /** Disabled text keeps its colour; the button's face already shows the state. */
     private static final class FlatButtonUI extends BasicButtonUI {
         @Override
         protected void paintText(Graphics g, AbstractButton button, Rectangle place, String text) {
