@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Shared by the commands at the root and the scripts of the tool environment: messages, locks, and progress of long steps.
+# Shared by the commands at the root and the scripts of the tool environment: messages, locks, progress of long steps.
 
 say() {
     printf 'toolbox: %s\n' "$*" >&2
@@ -10,26 +10,23 @@ die() {
     exit 1
 }
 
-last_line() {
-    tail -n 1 "$1" 2>/dev/null | tr -cd '[:print:]' | cut -c1-100
-}
-
 # Runs a long step with its output in a log. What the user sees is one line with the time that passed: renewed in place on a
 # terminal, every ten seconds otherwise. A failing step shows the end of its log.
 # usage: step TITLE LOG COMMAND...
 step() {
-    local title=$1 log=$2 begin=$SECONDS shown=$SECONDS pid rc=0
+    local title=$1 log=$2 begin=$SECONDS shown=$SECONDS pid rc=0 last
     shift 2
     say "$title ..."
-    "$@" >>"$log" 2>&1 </dev/null &
+    "$@" >"$log" 2>&1 </dev/null &
     pid=$!
     while kill -0 "$pid" 2>/dev/null; do
         sleep 0.2
+        last=$(tail -n 1 "$log" | tr -cd '[:print:]' | cut -c1-100)
         if [ -t 2 ]; then
-            printf '\r\033[K  %3d s  %s' $((SECONDS - begin)) "$(last_line "$log")" >&2
+            printf '\r\033[K  %3d s  %s' $((SECONDS - begin)) "$last" >&2
         elif [ $((SECONDS - shown)) -ge 10 ]; then
             shown=$SECONDS
-            printf '  %3d s  %s\n' $((SECONDS - begin)) "$(last_line "$log")" >&2
+            printf '  %3d s  %s\n' $((SECONDS - begin)) "$last" >&2
         fi
     done
     wait "$pid" || rc=$?
@@ -42,27 +39,15 @@ step() {
     say "$title: $((SECONDS - begin)) s"
 }
 
-# Takes an exclusive lock on an open file descriptor, with a message when somebody else holds it.
-# usage: lock_or_wait DESCRIPTOR WHAT
+# Takes a lock on an open file descriptor, with a message when somebody else holds it. Exclusive, or shared with -s.
+# usage: lock_or_wait DESCRIPTOR WHAT [-s]
 lock_or_wait() {
-    flock -n -x "$1" && return
+    flock -n "${3:--x}" "$1" && return
     say "another start holds $2, waiting for it ..."
-    flock -x "$1"
+    flock "${3:--x}" "$1"
 }
 
-require_root() {
-    [ "$EUID" -eq 0 ] || command -v sudo >/dev/null || die "The tools are installed by root: this user is not root, and sudo is missing."
-}
-
-# Turns this shell into a command run by root: directly, or through sudo with the settings of this environment.
-exec_as_root() {
-    [ "$EUID" -ne 0 ] || exec "$@"
-    require_root
-    exec sudo -E -- "$@"
-}
-
-# The Debian packages of the tool environment.
-# shellcheck disable=SC2154 # set by the command that uses this file
-packages() {
-    grep -v -E '^(#|$)' "$project/tools/packages.txt"
+# The lines of a list that are no comments.
+entries() {
+    grep -v -E '^(#|$)' "$1"
 }

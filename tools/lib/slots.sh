@@ -5,8 +5,8 @@
 #
 # A slot belongs to one session at a time: its Xvfb inherits the slot's lock, and is the last to end.
 # Within a session a slot has a key: "own", "pool-1", ... are fresh copies in any free folder auto-1, auto-2, ...;
-# "named-NAME" is the folder NAME and keeps its content from session to session. The session's folder has one file for each key,
-# "display, Xvfb's process, folder", and KEY.warm once Wine's services run.
+# "named-NAME" is the folder NAME and keeps its content from session to session. The session's folder has a file KEY.open with
+# "display, Xvfb's process, folder" for each, and KEY.warm once Wine's services run.
 # Needs common.sh and the variable project.
 : "${project:?}"
 
@@ -64,7 +64,7 @@ lock_slot() {
 # usage: open_slot KEY
 open_slot() {
     local slot display
-    [ ! -s "$KESTA_SESSION/$1" ] || return 0
+    [ ! -s "$KESTA_SESSION/$1.open" ] || return 0
     lock_slot "$1"
     # In a session of its own: an interrupt at the terminal is not meant for it.
     : >"$KESTA_SESSION/$1.display"
@@ -73,7 +73,7 @@ open_slot() {
         kill -0 $! 2>/dev/null || die "Xvfb does not start."
         sleep 0.01
     done
-    echo ":$display $! $slot" >"$KESTA_SESSION/$1"
+    echo ":$display $! $slot" >"$KESTA_SESSION/$1.open"
     exec 6>&-
 }
 
@@ -81,7 +81,7 @@ open_slot() {
 # usage: use_slot KEY
 use_slot() {
     local display
-    read -r display _ WINEPREFIX <"$KESTA_SESSION/$1"
+    read -r display _ WINEPREFIX <"$KESTA_SESSION/$1.open"
     export WINEPREFIX DISPLAY=$display
 }
 
@@ -104,7 +104,7 @@ warm_slot() {
 # Ends the Windows programs of a slot, and then its Xvfb. The file "wineserver" is there if one was started.
 close_slot() {
     local process
-    read -r _ process WINEPREFIX <"$KESTA_SESSION/$1"
+    read -r _ process WINEPREFIX <"$KESTA_SESSION/$1.open"
     if [ -e "$WINEPREFIX/wineserver" ]; then
         WINEPREFIX=$WINEPREFIX wineserver -k 2>/dev/null || true
         forget_server "$WINEPREFIX"
@@ -114,15 +114,12 @@ close_slot() {
         esac
     fi
     kill "$process" 2>/dev/null || true
-    rm -f "$KESTA_SESSION/$1" "$KESTA_SESSION/$1.warm"
+    rm -f "$KESTA_SESSION/$1".{open,warm}
 }
 
 end_slots() {
     local file
-    for file in "$KESTA_SESSION"/own "$KESTA_SESSION"/pool-* "$KESTA_SESSION"/named-*; do
-        case ${file##*/} in
-            *.*) ;;
-            *) [ ! -s "$file" ] || close_slot "${file##*/}" ;;
-        esac
+    for file in "$KESTA_SESSION"/*.open; do
+        [ ! -s "$file" ] || close_slot "$(basename "$file" .open)"
     done
 }
