@@ -1,13 +1,15 @@
 // The other side of the comparisons across processes, in as little as it takes: a single-use COM server for the interface
-// IJavaManager that answers with constants. How it is started says what it does before:
+// IJavaManager that answers with constants. How it is started says what it does besides:
 //     constant   nothing
-//     java       starts a Java virtual machine when the object is created, and shows the control's frame
-//     host       the same without any COM; prints "ready" and waits until it is killed
+//     java       starts a Java virtual machine when the object is created, shows the control's frame, and passes callMethod on
+//                to the control, on its main thread like the server
+//     host       starts and shows the same without any COM; prints "ready" and waits until it is killed
 #include "bench/bareJava.h"
 #include "bench/servers.h"
 
 #include <cstdio>
 #include <fstream>
+#include <optional>
 #include <string_view>
 
 namespace {
@@ -15,7 +17,15 @@ namespace {
 constexpr wchar_t ANSWER[] = L"a text of the usual length";
 constexpr int FRAME_ID = 1;
 
+struct SJava
+{
+    JNIEnv* env;
+    jobject control;
+    jclass type;
+};
+
 bool s_withJava = false;
+std::optional<SJava> s_java;
 
 void startJava()
 {
@@ -27,8 +37,9 @@ void startJava()
         options.push_back(line);
     }
     JNIEnv* const env = bench::startMachine(library, options);
-    bench::newControl(env);
+    const jobject control = bench::newControl(env);
     bench::showFrame(env, "bare_frame");
+    s_java = {env, control, env->GetObjectClass(control)};
 }
 
 HRESULT constant(BSTR* result)
@@ -68,7 +79,14 @@ public:
         return typeInfo()->Invoke(static_cast<IJavaManager*>(this), id, flags, parameters, result, exception, argumentError);
     }
 
-    STDMETHODIMP callMethod(BSTR, BSTR, BSTR* result) override { return constant(result); }
+    STDMETHODIMP callMethod(BSTR name, BSTR value, BSTR* result) override
+    {
+        if (!s_java) {
+            return constant(result);
+        }
+        *result = bench::lookUpAndCallMethod(s_java->env, s_java->control, s_java->type, name, value);
+        return *result ? S_OK : E_FAIL;
+    }
     STDMETHODIMP callMethodCompressed(BSTR, int, BSTR, BSTR* result) override { return constant(result); }
     STDMETHODIMP displayDebugConsole(BSTR* result) override { return constant(result); }
     STDMETHODIMP free(BSTR* result) override { return constant(result); }

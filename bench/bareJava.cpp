@@ -112,4 +112,10 @@ BSTR callMethod(JNIEnv* env, jobject control, jmethodID method, BSTR name, BSTR 
     return result;
 }
 
+BSTR lookUpAndCallMethod(JNIEnv* env, jobject control, jclass type, BSTR name, BSTR value)
+{
+    const jmethodID method = env->GetMethodID(type, "callMethod", CALL_SIGNATURE);
+    return callMethod(env, control, method, name, value);
+}
+
 } // namespace bench

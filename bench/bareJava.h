@@ -31,5 +31,7 @@ BSTR toBstr(JNIEnv* env, jstring text);
 
 // The control's callMethod; null when it has thrown.
 BSTR callMethod(JNIEnv* env, jobject control, jmethodID method, BSTR name, BSTR value);
+// The same with the look-up of the method, which the server makes in each call.
+BSTR lookUpAndCallMethod(JNIEnv* env, jobject control, jclass type, BSTR name, BSTR value);
 
 } // namespace bench

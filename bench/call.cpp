@@ -1,16 +1,48 @@
 // What the way through the server costs a call: two texts in, one out, from the COM object to Java and back on the same thread.
-// Against the same Java method through bare JNI, with the look-up that the server makes in each call and with a kept method id.
+// Against the same Java method through bare JNI: with the look-up that the server makes in each call, with the readings of the
+// clock that its log scopes make as well, and with a kept method id.
 #include "bench/bareJava.h"
 #include "bench/harness.h"
 #include "bench/inProcess.h"
+#include "tests/support/ImportHook.h"
 
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 namespace {
 
 const CComBSTR METHOD(L"echo");
 const CComBSTR VALUE(L"a text of the usual length");
+
+// The scopes on a call's way, each of which reads the clock once: callMethod in the COM object, the bean frame and the Java
+// bridge, the conversions of two texts in and one out, the check for a Java exception, and the COM object's error info.
+constexpr int CLOCK_READINGS = 8;
+
+// Counts what the program itself reads; Java has an import table of its own.
+void checkClockReadings(IJavaManager* object)
+{
+    static int s_readings = 0;
+    using Hook = ImportHook<decltype(&GetSystemTimeAsFileTime)>;
+    const Hook hook("GetSystemTimeAsFileTime", [](LPFILETIME time) {
+        ++s_readings;
+        Hook::s_original(time);
+    });
+    CComBSTR answer;
+    object->callMethod(METHOD, VALUE, &answer);
+    if (s_readings != CLOCK_READINGS) {
+        throw std::runtime_error("a call reads the clock " + std::to_string(s_readings) + " times, but is compared with " +
+                                 std::to_string(CLOCK_READINGS) + " readings");
+    }
+}
+
+void readClock()
+{
+    for (int reading = 0; reading < CLOCK_READINGS; ++reading) {
+        FILETIME time;
+        GetSystemTimeAsFileTime(&time);
+    }
+}
 
 void check(benchmark::State& state, BSTR answer)
 {
@@ -30,6 +62,7 @@ void measure(int argc, char** argv)
     const jobject control = bench::newControl(env);
     const jclass type = env->GetObjectClass(control);
     const jmethodID kept = env->GetMethodID(type, "callMethod", bench::CALL_SIGNATURE);
+    checkClockReadings(server.object());
 
     benchmark::RegisterBenchmark("object", [&](benchmark::State& state) {
         for (auto _ : state) {
@@ -50,8 +83,13 @@ void measure(int argc, char** argv)
     });
     benchmark::RegisterBenchmark("looked up", [&](benchmark::State& state) {
         for (auto _ : state) {
-            const jmethodID found = env->GetMethodID(type, "callMethod", bench::CALL_SIGNATURE);
-            check(state, bench::callMethod(env, control, found, METHOD, VALUE));
+            check(state, bench::lookUpAndCallMethod(env, control, type, METHOD, VALUE));
+        }
+    });
+    benchmark::RegisterBenchmark("looked up, clock read", [&](benchmark::State& state) {
+        for (auto _ : state) {
+            readClock();
+            check(state, bench::lookUpAndCallMethod(env, control, type, METHOD, VALUE));
         }
     });
     benchmark::RegisterBenchmark("kept", [&](benchmark::State& state) {

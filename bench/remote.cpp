@@ -1,5 +1,5 @@
-// What the server adds to a call across processes: early bound, and late bound as scripts do it. Against a COM server that
-// answers the same call of the same interface with a constant.
+// What the server adds to a call across processes: early bound, and late bound as scripts do it. Against a COM server of the same
+// interface that has the same machine and makes the same call to Java by hand, and against one that answers with a constant.
 #include "bench/harness.h"
 #include "bench/servers.h"
 
@@ -45,16 +45,19 @@ void measure(int argc, char** argv)
 {
     const bench::CServers servers;
     const bench::CRemote ours(CLSID_JavaManager);
-    const bench::CRemote bare(bench::CLSID_BARE);
+    const bench::CRemote byHand(bench::CLSID_BARE_JAVA);
+    const bench::CRemote constant(bench::CLSID_BARE);
     const auto add = [](const char* name, auto* call, const bench::CRemote& server) {
         benchmark::RegisterBenchmark(name, [call, &server](benchmark::State& state) {
             call(state, server.object());
         })->Iterations(CALLS);
     };
     add("early", early, ours);
-    add("bare early", early, bare);
+    add("early, by hand", early, byHand);
+    add("early, constant", early, constant);
     add("late", late, ours);
-    add("bare late", late, bare);
+    add("late, by hand", late, byHand);
+    add("late, constant", late, constant);
     bench::write(argc, argv, bench::runInTurn(argc, argv));
 }
 

@@ -1,4 +1,4 @@
-// The two servers that are compared across processes: ours, and one that has nothing but COM.
+// The servers that are compared across processes: ours, and two written by hand.
 //
 // Threads: one, in a single-threaded apartment.  Failure: std::runtime_error.
 #pragma once
@@ -13,14 +13,15 @@
 
 namespace bench {
 
-// A server that answers every call with a constant, and one that starts the same machine and shows the same frame before.
+// A server that answers every call with a constant, and one that starts the same machine, shows the same frame and makes the same
+// call to the control.
 constexpr CLSID CLSID_BARE = {0x2C6E8A51, 0x9D04, 0x4B3F, {0x8E, 0x71, 0x5A, 0xC3, 0x1F, 0x60, 0xB9, 0x27}};
 constexpr CLSID CLSID_BARE_JAVA = {0x2C6E8A52, 0x9D04, 0x4B3F, {0x8E, 0x71, 0x5A, 0xC3, 0x1F, 0x60, 0xB9, 0x27}};
 
 // Beside the programs: the lines of the bare server's machine, its library first and then its options.
 constexpr char BARE_MACHINE[] = "bench_bare.machine";
 
-// Registration of both for the life of the object, and the settings of the machine.
+// Registration of all for the life of the object, and the settings of the machine.
 class CServers
 {
 public:

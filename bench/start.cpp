@@ -1,5 +1,5 @@
 // What the server adds to a start: from the creation until the frame's id is answered, with a cold Java virtual machine. Against
-// a COM server that does nothing but start the same machine and show the same frame.
+// a COM server written by hand that starts the same machine and shows the same frame.
 #include "bench/harness.h"
 #include "bench/servers.h"
 
