@@ -103,7 +103,7 @@ public:                                                                         
     using ConnectionMapClass = x;                                                                                                \
     static const ATL::ATL_CONNMAP_ENTRY* GetConnMap() noexcept                                                                   \
     {                                                                                                                            \
-        static const ATL::ATL_CONNMAP_ENTRY entries[] = {
+        static const ATL::ATL_CONNMAP_ENTRY ENTRIES[] = {
 
 #define CONNECTION_POINT_ENTRY(interfaceId)                                                                                      \
             {&interfaceId, [](void* self) -> IConnectionPoint* {                                                                 \
@@ -113,7 +113,7 @@ public:                                                                         
 
 #define END_CONNECTION_POINT_MAP()                                                                                               \
             {nullptr, nullptr}};                                                                                                 \
-        return entries;                                                                                                          \
+        return ENTRIES;                                                                                                          \
     }
 // clang-format on
 

@@ -31,7 +31,7 @@ public:                                                                         
     using ComMapClass = x;                                                                                                       \
     HRESULT InternalQueryInterface(REFIID iid, void** object) noexcept                                                           \
     {                                                                                                                            \
-        static const ATL::ATL_INTMAP_ENTRY entries[] = {
+        static const ATL::ATL_INTMAP_ENTRY ENTRIES[] = {
 
 #define COM_INTERFACE_ENTRY(itf)                                                                                                 \
             {&__uuidof(itf), [](void* self) -> void* { return static_cast<itf*>(static_cast<ComMapClass*>(self)); }},
@@ -40,7 +40,7 @@ public:                                                                         
 // which would be ambiguous otherwise: each interface has them.
 #define END_COM_MAP()                                                                                                            \
             {nullptr, nullptr}};                                                                                                 \
-        return ATL::AtlInternalQueryInterface(this, entries, iid, object);                                                       \
+        return ATL::AtlInternalQueryInterface(this, ENTRIES, iid, object);                                                       \
     }                                                                                                                            \
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override = 0;                                            \
     ULONG STDMETHODCALLTYPE AddRef() override = 0;                                                                               \

@@ -16,12 +16,12 @@ namespace {
 constexpr int FRAME_ID_BUFFER = 30;
 
 // Makes a forwarding operation's one call. The singleton exists from the constructor until the process cleans up its Java side;
-// later calls fail like those without a bean frame.
+// later calls fail like those without a bean frame. Exhausted memory comes back as a result, too.
 template <class Call>
 HRESULT forward(Call&& call)
 {
     CJavaManagerJNIClient* const client = CJavaManagerJNIClient::s_Instance;
-    return client ? call(*client) : E_FAIL;
+    return client == nullptr ? E_FAIL : AtlGuard([&] { return call(*client); });
 }
 
 // Through OLE Automation's own conversion.
@@ -64,13 +64,7 @@ CBeanFrame::CBeanFrame(const char* basisControlPath, const char* beanPackage, co
 CBeanFrame::~CBeanFrame()
 {
     LOG_SCOPE(INFO, "CBeanFrame::~CBeanFrame");
-    const HRESULT hr = AtlGuard([&] {
-        return forward([&](CJavaManagerJNIClient& client) { return client.stopBean(beanObject, frameObject, listener); });
-    });
-    if (FAILED(hr) && CJavaManagerJNIClient::s_Instance != nullptr) {
-        // Only the number: the system's text would take memory, which may have run out.
-        LOG(ERROR, "Java side was not released: " << std::hex << hr);
-    }
+    forward([&](CJavaManagerJNIClient& client) { return client.stopBean(beanObject, frameObject, listener); });
 
     // From here on Java's threads find no instance. Those that already use it are inside a native callback, which takes nothing
     // but short locks; the memory is freed when they have returned.

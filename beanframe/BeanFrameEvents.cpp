@@ -39,7 +39,7 @@ void guardNative(Body&& body) noexcept
 }
 
 // The object is held while its sinks run, since they may release it.
-void fire(HRESULT (EventTarget::*event)(BSTR), BSTR text)
+void fireHeld(HRESULT (EventTarget::*event)(BSTR), BSTR text)
 {
     if (EventTarget* const target = eventTarget()) {
         const CComPtr<IUnknown> hold(target->targetUnknown());
@@ -294,17 +294,17 @@ HRESULT CBeanFrame::processQueueEntry(QueueEntry* entry)
 void CBeanFrame::processOnControlReady(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::processOnControlReady", text);
-    fire(&EventTarget::Fire_controlReady, text);
+    fireHeld(&EventTarget::Fire_controlReady, text);
 }
 
 void CBeanFrame::processOnCustomEvent(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::processOnCustomEvent", text);
-    fire(&EventTarget::Fire_customEvent, text);
+    fireHeld(&EventTarget::Fire_customEvent, text);
 }
 
 void CBeanFrame::processTestBridgeEvent(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::processTestBridgeEvent", text);
-    fire(&EventTarget::Fire_testBridgeEvent, text);
+    fireHeld(&EventTarget::Fire_testBridgeEvent, text);
 }

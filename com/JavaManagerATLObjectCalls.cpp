@@ -22,7 +22,7 @@ template <class Call>
 HRESULT CJavaManagerATLObject::forward(Call&& call, FrameCheck check)
 {
     const HRESULT hr = AtlGuard([&]() -> HRESULT {
-        if (check == FrameCheck::Logged || !CBeanFrame::s_Instance) {
+        if (check == FrameCheck::Logged || CBeanFrame::s_Instance == nullptr) {
             RETURN_IF_FALSE(CBeanFrame::s_Instance!=NULL, E_FAIL);
         }
         return call(*CBeanFrame::s_Instance);

@@ -56,8 +56,8 @@ int CJavaManagerJNIClient::cleanUp()
 
 namespace {
 
-const int PE_OFFSET_POSITION = 0x3C;
-const int32_t PE_SIGNATURE = 0x00004550;
+constexpr int PE_OFFSET_POSITION = 0x3C;
+constexpr int32_t PE_SIGNATURE = 0x00004550;
 
 // 0 where the file ends before.
 template <class Number>

@@ -66,23 +66,23 @@ bool CJavaManagerJNIClient::checkNoJNIException()
     if (m_ENV == nullptr || !m_ENV->ExceptionCheck()) {
         return true;
     }
-    const jthrowable exception = m_ENV->ExceptionOccurred();
+    LocalReference<jthrowable> exception(m_ENV->ExceptionOccurred(), {m_ENV});
     if (exception == nullptr) {
         LOG(ERROR, "Exception: Could not get throwable object for details!");
         return false;
     }
     // From here to the end the exception stays pending, look-ups and calls included. Neither class reference is deleted.
-    const jclass exceptionClass = m_ENV->GetObjectClass(exception);
+    const jclass exceptionClass = m_ENV->GetObjectClass(exception.get());
     const jclass classClass = m_ENV->FindClass("java/lang/Class");
     if (exceptionClass == nullptr || classClass == nullptr) {
         LOG(ERROR, "Exception: unknown");
     } else {
         const ExceptionText name(m_ENV, exceptionClass, classClass, "getName");
-        const ExceptionText message(m_ENV, exception, exceptionClass, "getMessage");
+        const ExceptionText message(m_ENV, exception.get(), exceptionClass, "getMessage");
         // The line feed is part of the text and stands besides the one that ends every entry.
         LOG(ERROR, "Exception: " << name.textOr("(null name)") << ": " << message.textOr("") << "\n");
     }
-    m_ENV->DeleteLocalRef(exception);
+    exception.reset();
     m_ENV->ExceptionClear();
     return false;
 }

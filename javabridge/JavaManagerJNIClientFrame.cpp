@@ -14,9 +14,9 @@
 
 namespace {
 
-const char FRAME_CLASS[] = "com/velmora/tq/kesta/KESTAFrame";
-const char LISTENER_CLASS[] = "com/velmora/tq/kesta/KESTAListener";
-const char LISTENER_SETTER[] = "(Lcom/orvane/tech/client/qmrt/QMRTControlListenerI;)V";
+constexpr char FRAME_CLASS[] = "com/velmora/tq/kesta/KESTAFrame";
+constexpr char LISTENER_CLASS[] = "com/velmora/tq/kesta/KESTAListener";
+constexpr char LISTENER_SETTER[] = "(Lcom/orvane/tech/client/qmrt/QMRTControlListenerI;)V";
 
 // The class's name as JNI writes it.
 std::string jniClassName(const char* package, const char* name)
@@ -76,12 +76,8 @@ try {
     constructID = findMethod(m_FrameClass, "<init>", "(Ljava/lang/String;)V");
     *frameID = createUniqueID();
     // The reference of the name is deliberately left to the end of the thread.
-    const jstring frameName = m_ENV->NewStringUTF(CHelpers::buildIdentifierString("kesta_frame_", *frameID).c_str());
-    if (frameName == nullptr) {
-        LOG_CONDITION(checkNoJNIException());
-        return E_FAIL;
-    }
-    localReference = newObject(m_FrameClass, constructID, frameName);
+    const jstring frameName = captured(m_ENV->NewStringUTF(CHelpers::buildIdentifierString("kesta_frame_", *frameID).c_str()));
+    localReference = frameName == nullptr ? LocalReference<jobject>() : newObject(m_FrameClass, constructID, frameName);
     RETURN_IF_FALSE(localReference!=NULL, E_FAIL);
     *frameObject = toGlobalReference(std::move(localReference));
 
@@ -100,9 +96,9 @@ HRESULT CJavaManagerJNIClient::addBean(jobject frame, jobject bean)
     const jmethodID addID =
         bean == nullptr ? nullptr : findMethod(frame, m_FrameClass, "add", "(Ljava/awt/Component;)Ljava/awt/Component;");
     RETURN_IF_FALSE(addID!=NULL, E_FAIL);
-    LocalReference<jobject> component(m_ENV->CallObjectMethod(frame, addID, bean), {m_ENV});
+    const jobject component = m_ENV->CallObjectMethod(frame, addID, bean);
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
-    component.reset();
+    LocalReference<jobject>(component, {m_ENV}).reset();
     LOG(INFO, "Successfully added Bean to KESTAFrame!");
     return S_OK;
 }

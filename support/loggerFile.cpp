@@ -39,8 +39,7 @@ int levelOr(int level, int otherwise)
 bool isWow64()
 {
     using IsWow64ProcessFunction = BOOL(WINAPI*)(HANDLE, BOOL*);
-    const auto address = GetProcAddress(GetModuleHandleA("kernel32"), "IsWow64Process");
-    const auto isWow64Process = reinterpret_cast<IsWow64ProcessFunction>(reinterpret_cast<void*>(address));
+    const auto isWow64Process = ATL::AtlFindFunction<IsWow64ProcessFunction>("kernel32", "IsWow64Process");
     BOOL result = FALSE;
     return isWow64Process != nullptr && isWow64Process(GetCurrentProcess(), &result) != FALSE && result != FALSE;
 }
