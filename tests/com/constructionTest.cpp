@@ -64,13 +64,14 @@ TEST_F(JavaManagerConstructionTest, ObjectWithoutBeanFrameIsCreatedAllTheSame)
     EXPECT_THAT(linesWith(objectLines(), "NULL"), ElementsAre("ERROR @object CBeanFrame::s_Instance!=NULL: false"));
 }
 
-TEST_F(JavaManagerConstructionTest, ExceptionOnTheWayToTheFrameIsLogged)
+TEST_F(JavaManagerConstructionTest, ExceptionOnTheJavaSideLeavesAFrameThatFails)
 {
     java.insideMethods = [] { AtlThrow(E_ACCESSDENIED); };
     const CComPtr<Object> object = create();
     java.insideMethods = nullptr;
-    EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
-    EXPECT_THAT(linesWith(objectLines(), "ERROR"), ElementsAre("ERROR @object Failed to create ATL object. 80070005"));
+    EXPECT_NE(CBeanFrame::s_Instance, nullptr);
+    EXPECT_THAT(linesWith(objectLines(), "ERROR"),
+                ElementsAre("ERROR @object CBeanFrame::s_Instance->setVisible(true): failure: Access denied. (80070005)"));
 }
 
 // Not even a line of the log has memory.

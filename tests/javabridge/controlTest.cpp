@@ -174,7 +174,7 @@ TEST_F(ControlTest, StartBeanThatFailsLeavesWhatItHas)
              {nullFrom("NewObject", 1), 4, "", "", "localReference != NULL: false"},
              {missing(FRAME), 7, NO_CLASS, FRAME, noFrame, nameCall},
              {missing(FRAME + ".<init>"), 8, NO_METHOD, "<init>", noFrame, nameCall},
-             {nullFrom("NewStringUTF", 1), 9, "java.lang.OutOfMemoryError", "Java heap space", NOT_CHECKED},
+             {nullFrom("NewStringUTF", 1), 9, "java.lang.OutOfMemoryError", "Java heap space", "localReference!=NULL: false"},
              {throwing(FRAME + ".<init>"), 10, THROWN, "said why", noFrame},
              {nullFrom("NewObject", 2), 10, "", "", noFrame, {"ExceptionCheck()"}},
          }) {
