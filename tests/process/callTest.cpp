@@ -1,7 +1,7 @@
 // Calls of late-bound clients, and the error text of a failing call.
 #include "tests/process/ServerFixture.h"
 
-#include <gmock/gmock.h>
+#include <iterator>
 
 namespace fixtures {
 namespace {
@@ -13,6 +13,34 @@ Lines operator+(Lines left, const Lines& right)
 {
     left.insert(left.end(), right.begin(), right.end());
     return left;
+}
+
+const Lines FROM_MAIN = {"-> CKESTAserverModule  RunMessageLoop ", "-> WinMain -Embedding"};
+
+// The error of the start: this machine lacks the older installer's key. The first failing call tells that too.
+Lines textOfStart(const std::string& folder)
+{
+    const std::string bean = folder + "\\ORVANEControl.jar,com.orvane.tech.client.qmrt.win,QMRTWinControl";
+    return Lines{"CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: false",
+                 "-> CRegistry  CRegistry SOFTWARE\\JavaSoft\\Java Runtime Environment\\",
+                 "-> CJavaManagerJNIClient  findJVM ",
+                 "-> createInstance ",
+                 "-> CBeanFrame -1 CBeanFrame " + bean,
+                 "-> createInstance " + bean,
+                 "-> CJavaManagerATLObject  CJavaManagerATLObject "} +
+           FROM_MAIN;
+}
+
+// The whole error text of a callMethod in which Java threw.
+Lines textOfThrowing(const std::string& method, const std::string& message, int frameId)
+{
+    const Lines callers = Lines{"-> CJavaManagerJNIClient  callMethod " + method + ", " + message,
+                                "-> CBeanFrame " + std::to_string(frameId) + " callMethod " + method + "," + message,
+                                "-> CJavaManagerATLObject  callMethod " + method + ", " + message} +
+                          FROM_MAIN;
+    return Lines{"CJavaManagerJNIClient  Exception: java.lang.IllegalStateException: " + message, "",
+                 "-> CJavaManagerJNIClient  checkNoJNIException "} +
+           callers + Lines{"CJavaManagerJNIClient  checkNoJNIException(): false"} + callers + Lines{""};
 }
 
 TEST_F(ServerTest, ScriptCallsEveryMethodAndPrintsTheTextOfAFailingOne)
@@ -48,8 +76,8 @@ TEST_F(ServerTest, ScriptCallsEveryMethodAndPrintsTheTextOfAFailingOne)
                   "enable -> done\n"
                   "testBridge -> done\n",
               output.substr(0, begin));
-    EXPECT_THAT(messagesOf(output.substr(begin + beginOfText.size(), end - begin - beginOfText.size())),
-                testing::Contains("CJavaManagerJNIClient  Exception: java.lang.IllegalStateException: a failure on purpose"));
+    EXPECT_EQ(messagesOf(output.substr(begin + beginOfText.size(), end - begin - beginOfText.size())),
+              textOfStart(buildFolder()) + textOfThrowing("throw", "a failure on purpose", frameId));
     EXPECT_EQ(output.size(), end + endOfText.size());
 }
 
@@ -57,8 +85,26 @@ TEST_F(ServerTest, LateBoundCallsByNameAndMemberId)
 {
     SManager manager = create();
     IDispatch* const object = manager.object;
-    EXPECT_EQ(memberId(object, L"callMethod"), 3);
-    EXPECT_EQ(memberId(object, L"pushWindowHandle"), 19);
+    constexpr const wchar_t* NAMES[] = {L"callMethod",
+                                        L"callMethodCompressed",
+                                        L"displayDebugConsole",
+                                        L"free",
+                                        L"getBasisControlVersionInfo",
+                                        L"getProperty",
+                                        L"getVersionInfo",
+                                        L"setLogLevel",
+                                        L"setProperty",
+                                        L"setUsedControl",
+                                        L"updateVersion",
+                                        L"getBeanFrameID",
+                                        L"validate",
+                                        L"setBounds",
+                                        L"testBridge",
+                                        L"enable",
+                                        L"pushWindowHandle"};
+    for (size_t index = 0; index < std::size(NAMES); ++index) {
+        EXPECT_EQ(memberId(object, NAMES[index]), static_cast<DISPID>(index + 3));
+    }
     EXPECT_EQ(memberId(object, L"noSuchMethod"), DISPID_UNKNOWN);
 
     const auto expect = [](const SCallResult& outcome, const std::string& answer) {
@@ -87,35 +133,15 @@ TEST_F(ServerTest, LateBoundCallsByNameAndMemberId)
 TEST_F(ServerTest, FailingCallTellsItsWholeBacktraceOnce)
 {
     SManager manager = create();
-    const std::string frame = "-> CBeanFrame " + std::to_string(manager.frameId()) + " ";
-    const std::string bean = buildFolder() + "\\ORVANEControl.jar,com.orvane.tech.client.qmrt.win,QMRTWinControl";
-    const Lines fromMain = {"-> CKESTAserverModule  RunMessageLoop ", "-> WinMain -Embedding"};
-    // This machine lacks the older installer's key; the first failing call tells that too.
-    const Lines start = Lines{"CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: false",
-                              "-> CRegistry  CRegistry SOFTWARE\\JavaSoft\\Java Runtime Environment\\",
-                              "-> CJavaManagerJNIClient  findJVM ",
-                              "-> createInstance ",
-                              "-> CBeanFrame -1 CBeanFrame " + bean,
-                              "-> createInstance " + bean,
-                              "-> CJavaManagerATLObject  CJavaManagerATLObject "} +
-                        fromMain;
-    const auto thrown = [&](const std::string& method, const std::string& message) {
-        const Lines callers = Lines{"-> CJavaManagerJNIClient  callMethod " + method + ", " + message,
-                                    frame + "callMethod " + method + "," + message,
-                                    "-> CJavaManagerATLObject  callMethod " + method + ", " + message} +
-                              fromMain;
-        return Lines{"CJavaManagerJNIClient  Exception: java.lang.IllegalStateException: " + message, "",
-                     "-> CJavaManagerJNIClient  checkNoJNIException "} +
-               callers + Lines{"CJavaManagerJNIClient  checkNoJNIException(): false"} + callers + Lines{""};
-    };
+    const int frameId = manager.frameId();
     SCallResult failed = call(manager.object, 3, "throw", "on purpose");
     EXPECT_EQ(failed.result, E_FAIL);
     EXPECT_EQ(failed.source, "KESTAserver.JavaManager.1");
-    EXPECT_EQ(messagesOf(failed.description), start + thrown("throw", "on purpose"));
+    EXPECT_EQ(messagesOf(failed.description), textOfStart(buildFolder()) + textOfThrowing("throw", "on purpose", frameId));
 
     // The text is handed out once; without a message there is nothing after the colon.
     failed = call(manager.object, 3, "throwNoMessage", "");
-    EXPECT_EQ(messagesOf(failed.description), thrown("throwNoMessage", ""));
+    EXPECT_EQ(messagesOf(failed.description), textOfThrowing("throwNoMessage", "", frameId));
 
     // A failure without an error line has an empty text.
     failed = call(manager.object, 17, "error-x", 1, 0);

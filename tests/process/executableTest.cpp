@@ -53,6 +53,16 @@ protected:
             0);
         return s_found;
     }
+    std::vector<WORD> languagesOf(LPCSTR type, int name) const
+    {
+        std::vector<WORD> languages;
+        const auto collect = [](HMODULE, LPCSTR, LPCSTR, WORD language, LONG_PTR parameter) -> BOOL {
+            reinterpret_cast<std::vector<WORD>*>(parameter)->push_back(language);
+            return TRUE;
+        };
+        EnumResourceLanguagesA(m_module, type, MAKEINTRESOURCEA(name), collect, reinterpret_cast<LONG_PTR>(&languages));
+        return languages;
+    }
     // The names of the functions that the executable cannot start without.
     std::vector<std::string> importedFunctions() const
     {
@@ -70,11 +80,16 @@ protected:
         LoadLibraryExA((programFolder() + "\\..\\..\\KESTAx64.exe").c_str(), nullptr, LOAD_LIBRARY_AS_IMAGE_RESOURCE);
 };
 
-TEST_F(ExecutableTest, CarriesItsResourcesAndNoOthers)
+TEST_F(ExecutableTest, CarriesItsResourcesWithTheirLanguagesAndNoOthers)
 {
     // The version, the string table with the name, the scripts and the type library. A manifest, #24, could change the code page
     // that every narrow text is in.
     EXPECT_THAT(resources(), testing::ElementsAre("#16 #1", "#6 #7", "REGISTRY #101", "REGISTRY #102", "TYPELIB #1"));
+    EXPECT_EQ(languagesOf("REGISTRY", 101), std::vector<WORD>{1033});
+    EXPECT_EQ(languagesOf("REGISTRY", 102), std::vector<WORD>{1031});
+    char name[64] = {};
+    EXPECT_EQ(LoadStringA(m_module, 100, name, sizeof name), 11);
+    EXPECT_STREQ(name, "KESTAserver");
 }
 
 TEST_F(ExecutableTest, CarriesTheTypeLibraryThatItsTestsDescribe)

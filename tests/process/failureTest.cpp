@@ -73,7 +73,7 @@ TEST_P(BadRuntimeTest, GivesAnObjectWithoutFrameThatExplainsItself)
 {
     const SBadRuntime& runtime = GetParam();
     const bool isPath = runtime.library.find(':') != std::string::npos;
-    const std::string library = isPath ? runtime.library : folder.file(runtime.library.c_str());
+    const std::string library = isPath ? runtime.library : folder.file(runtime.library);
     if (!runtime.content.empty()) {
         writeFile(library, runtime.content);
     }
@@ -84,8 +84,7 @@ TEST_P(BadRuntimeTest, GivesAnObjectWithoutFrameThatExplainsItself)
     const SCallResult failed = call(manager.object, 3, "echo", "Hello");
     EXPECT_EQ(failed.result, E_FAIL);
     EXPECT_THAT(messagesOf(failed.description), Contains("CJavaManagerJNIClient  callMethodID != NULL: false"));
-    manager.object.Release();
-    expectEnd(*manager.server);
+    release(manager);
 
     const std::vector<std::string> log = messages(manager.server->id());
     EXPECT_THAT(log, Contains("-> CJavaManagerJNIClient  loadJVMlibrary " + library));
@@ -112,8 +111,7 @@ TEST_F(ServerTest, MachineWithoutRuntimeGivesAnObjectWithoutFrame)
     EXPECT_EQ(manager->pushWindowHandle(0), E_FAIL);
     EXPECT_EQ(manager->testBridge(ATL::CComBSTR(L"abc"), 3, 0), E_FAIL);
     EXPECT_EQ(manager->testBridge(ATL::CComBSTR(L"abc"), 1, 0), S_OK);
-    manager.object.Release();
-    expectEnd(*manager.server);
+    release(manager);
     const std::vector<std::string> log = messages(manager.server->id());
     EXPECT_THAT(log, Contains("-> CJavaManagerJNIClient  loadJVMlibrary "));
     EXPECT_THAT(log, Contains("CJavaManagerJNIClient  m_DLLHandle != NULL: false"));
@@ -128,8 +126,7 @@ TEST_F(ServerTest, MachineThatRefusesItsOptionsGivesAnObjectWithoutFrame)
     SManager manager = create();
     EXPECT_EQ(manager.frameId(), -1);
     EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "(failed)");
-    manager.object.Release();
-    expectEnd(*manager.server);
+    release(manager);
     EXPECT_THAT(messages(manager.server->id()),
                 Contains("CJavaManagerJNIClient  CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments): JNI_EINVAL"));
 }
@@ -168,12 +165,27 @@ TEST_F(ServerTest, ExecutableWithoutControlJarGivesAZombie)
               }),
               messagesOf(failed.description));
     EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "(failed)");
-    manager.object.Release();
-    expectEnd(*manager.server);
+    release(manager);
     const std::vector<std::string> log = messages(manager.server->id());
     EXPECT_THAT(log, Contains("CJavaManagerATLObject  Basiscontrol path: " + folder.file("ORVANEControl.jar")));
     EXPECT_THAT(
         log, Contains("CJavaManagerATLObject  CBeanFrame::s_Instance==NULL, this object is a zombie; client should release it"));
+}
+
+TEST_F(ServerTest, JarWithoutTheControlGivesAnObjectWithoutFrame)
+{
+    // An archive of no files.
+    const std::string jar = folder.file("empty.jar");
+    writeFile(jar, std::string("PK\5\6") + std::string(18, '\0'));
+    settings.setPreference("basiscontrol", jar);
+    SManager manager = create();
+    EXPECT_EQ(manager.frameId(), -1);
+    EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "(failed)");
+    release(manager);
+    const std::vector<std::string> log = messages(manager.server->id());
+    EXPECT_THAT(log, Contains("CJavaManagerJNIClient  Class Path: -Djava.class.path=" + jar));
+    EXPECT_THAT(log, Contains("CJavaManagerJNIClient  m_BeanClass!=NULL: false"));
+    EXPECT_THAT(log, Contains("CJavaManagerJNIClient  callMethodID != NULL: false"));
 }
 
 // A control that cannot be started: its jar, one of those of the bridge's tests, and what the client reads about its next call.
@@ -266,8 +278,7 @@ TEST_P(FailingControlTest, TellsTheClientWhy)
         return line.empty() || line.starts_with("-> ") || line.starts_with("CRegistry  ");
     });
     EXPECT_THAT(errors, testing::ElementsAreArray(GetParam().errors));
-    manager.object.Release();
-    expectEnd(*manager.server);
+    release(manager);
 }
 
 } // namespace

@@ -32,7 +32,9 @@ protected:
         expectEnd(server);
         const std::string frame = "CBeanFrame " + std::to_string(server.id()) + " ";
         const std::vector<std::string> expected = {
+            frame + "Client seems to be not alive... releasing event sinks.",
             frame + "Releasing ATL object.",
+            "-> CJavaManagerATLObject  ~CJavaManagerATLObject ",
             "-> " + frame + "~CBeanFrame ",
             "Releasing all sinks and objects done",
             "CHECKPOINT: Successfully removed JavaManagerJNIClient Singleton.",
@@ -46,12 +48,15 @@ protected:
 TEST_F(GoneClientTest, DestroyedWindowEndsTheServerOfALivingProcess)
 {
     SManager manager = create();
+    const DWORD id = manager.server->id();
     CClientWindow window;
     CSink sink;
     CConnection connection(manager.object, sink);
     const ULONGLONG begin = GetTickCount64();
     ASSERT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
     ASSERT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
+    EXPECT_EQ(callMethod(manager.object, "raise", "before"), "before");
+    ASSERT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "before"); }));
     // The client's other references do not keep the server either.
     ATL::CComPtr<IConnectionPointContainer> container;
     ATL::CComPtr<IEnumConnectionPoints> points;
@@ -63,12 +68,45 @@ TEST_F(GoneClientTest, DestroyedWindowEndsTheServerOfALivingProcess)
     ASSERT_EQ(point->EnumConnections(&connections), S_OK);
 
     window.destroy();
-    const std::string frame = "CBeanFrame " + std::to_string(manager.server->id()) + " ";
-    EXPECT_TRUE(waitForMessage(manager.server->id(), frame + "Releasing ATL object."));
+    EXPECT_EQ(callMethod(manager.object, "raise", "after"), "after");
+    EXPECT_EQ(manager->testBridge(ATL::CComBSTR("late"), 3, 0), S_OK);
+    const std::string frame = "CBeanFrame " + std::to_string(id) + " ";
+    EXPECT_TRUE(waitForMessage(id, frame + "Frame's window seems not to be alive anymore! (invalid window handle) "));
+    EXPECT_TRUE(waitForMessage(id, frame + "Dropped custom event, client seems to be not alive anymore..."));
+    EXPECT_TRUE(waitForMessage(id, frame + "Dropped TestBridgeEvent, client seems to be not alive anymore..."));
+
+    EXPECT_TRUE(waitForMessage(id, frame + "Releasing ATL object."));
     EXPECT_LE(begin + WATCHDOG_PERIOD - CLOCK_STEP, GetTickCount64());
     expectForcedRelease(*manager.server);
+    EXPECT_EQ(sink.events.size(), 2u);
     // The client's references lead nowhere now.
     EXPECT_EQ(callMethod(manager.object, "echo", "anybody there"), "(failed)");
+}
+
+TEST_F(GoneClientTest, TopLevelWindowCountsAsDeadAndAHandlePushedTwiceIsWatchedAsTheLatest)
+{
+    SManager manager = create();
+    const DWORD id = manager.server->id();
+    CClientWindow window;
+    CSink sink;
+    CConnection connection(manager.object, sink);
+    ASSERT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
+    ASSERT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
+    ASSERT_EQ(manager->pushWindowHandle(static_cast<int>(reinterpret_cast<INT_PTR>(window.window()))), S_OK);
+
+    EXPECT_EQ(callMethod(manager.object, "raise", "lost"), "lost");
+    const std::string frame = "CBeanFrame " + std::to_string(id) + " ";
+    EXPECT_TRUE(waitForMessage(id, frame + "Frame's window has no valid parent anymore!"));
+    EXPECT_TRUE(waitForMessage(id, frame + "Dropped custom event, client seems to be not alive anymore..."));
+    EXPECT_EQ(countMessages(id, "-> " + frame + "queueEvent 15000"), 2u);
+
+    // Two chains, and the latest handle in both: a good one keeps the server.
+    ASSERT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
+    EXPECT_EQ(callMethod(manager.object, "raise", "kept"), "kept");
+    EXPECT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "kept"); }));
+    connection.end();
+    release(manager);
+    EXPECT_EQ(countMessages(id, frame + "Releasing ATL object."), 0u);
 }
 
 TEST_F(GoneClientTest, TopLevelWindowThatIsPushedLastEndsTheServer)

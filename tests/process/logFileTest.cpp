@@ -5,13 +5,15 @@
 #include <shlobj.h>
 
 #include <algorithm>
+#include <chrono>
+#include <regex>
 #include <set>
-#include <sstream>
 
 namespace fixtures {
 namespace {
 
 using testing::Contains;
+using testing::Not;
 
 const std::set<std::string> MODULES = {
     "BeanFrame           ", "JNIHelper           ", "JavaManagerATLObject", "JavaManagerJNIClient", "KESTAserver         ",
@@ -30,20 +32,32 @@ bool isBanner(const std::string& line)
     return line == BEGIN_BANNER || line == END_BANNER;
 }
 
+// Header, then indentation or the marker of a scope, then text.
 bool hasFormat(const std::string& line)
 {
-    return MODULES.contains(parseLogLine(line).source);
+    static const std::regex s_begin(R"(( {3,23}| {0,20}-> | {0,20}<- )\S.*)");
+    const LogLine parsed = parseLogLine(line);
+    return MODULES.contains(parsed.source) && std::regex_match(parsed.body.substr(0, 30), s_begin);
 }
 
 class LogFileTest : public ServerTest
 {
 protected:
+    static constexpr char GIVING_UP[] = "Could not open log file, giving up logging to files";
+
     // A run that needs no Java: the process logs from its first to its last moment like any other.
     DWORD runShortly()
     {
         const CProgram server("\"" + buildFolder() + "\\KESTAx64.exe\" /RegServer");
         EXPECT_EQ(server.process().exitCode(), 0u);
         return server.process().id();
+    }
+
+    // Of everything that a process has sent, with and without header.
+    auto countSent(DWORD process, const std::string& text) const
+    {
+        return std::ranges::count_if(
+            monitor.linesFrom(0), [&](const CDebugMonitor::Line& line) { return line.process == process && line.text == text; });
     }
 
     static std::string fileName(DWORD process) { return "KESTA-KESTAx64.exe-" + std::to_string(process) + ".log"; }
@@ -73,14 +87,17 @@ TEST_F(LogFileTest, EveryLineOfAWholeRunHasTheFormat)
     size_t withHeader = 0;
     size_t banners = 0;
     std::vector<std::string> rests; // of texts with several lines
+    std::string previous;
     for (const std::string& line : file) {
         if (hasFormat(line)) {
             ++withHeader;
         } else if (isBanner(line)) {
             ++banners;
         } else {
+            EXPECT_THAT(previous, testing::HasSubstr("  Exception: java.lang."));
             rests.push_back(line);
         }
+        previous = line;
     }
     EXPECT_LT(1000u, withHeader);
     EXPECT_EQ(banners, 10u);
@@ -155,13 +172,62 @@ TEST_F(LogFileTest, TwoServersWriteTwoFilesWhichOthersMayReadAndWrite)
     }
 }
 
-TEST_F(LogFileTest, WithoutAPathTheFileIsInTheUsersFolder)
+TEST_F(LogFileTest, MissingFolderIsMadeButNotTheOneAboveIt)
+{
+    settings.setPreference("logpath", folder.file("new"));
+    DWORD id = runShortly();
+    EXPECT_THAT(filesIn(folder.file("new")), testing::ElementsAre(fileName(id)));
+    EXPECT_THAT(messages(id), Contains("CreateDirectory(directory.c_str(), 0): success"));
+
+    settings.setPreference("logpath", folder.file("missing\\new"));
+    id = runShortly();
+    EXPECT_THAT(messages(id), Contains("CreateDirectory(directory.c_str(), 0): failure: " + systemText(ERROR_PATH_NOT_FOUND)));
+    EXPECT_EQ(countSent(id, GIVING_UP), 1);
+    EXPECT_FALSE(std::filesystem::exists(folder.file("missing")));
+
+    // Where a file stands in the folder's place.
+    writeFile(folder.file("file"), "");
+    settings.setPreference("logpath", folder.file("file"));
+    id = runShortly();
+    EXPECT_EQ(countSent(id, GIVING_UP), 1);
+    EXPECT_EQ(readFile(folder.file("file")), "");
+}
+
+TEST_F(LogFileTest, EmptyPathTurnsFilesOffAndNoPathMeansTheUsersFolder)
 {
     const std::string usersFolder = specialFolder(CSIDL_LOCAL_APPDATA) + "\\KESTA-logs";
+    const DWORD without = runShortly();
+    EXPECT_THAT(filesIn(usersFolder), Not(Contains(fileName(without))));
+    EXPECT_EQ(countSent(without, GIVING_UP), 0);
+
     settings.removePreference("logpath");
+    const DWORD with = runShortly();
+    EXPECT_THAT(filesIn(usersFolder), Contains(fileName(with)));
+    std::filesystem::remove(usersFolder + "\\" + fileName(with));
+}
+
+TEST_F(LogFileTest, OldFilesAreDeletedUnlessSomebodyHasThemOpen)
+{
+    using std::chrono::days;
+    using std::chrono::seconds;
+    const auto makeFile = [&](const char* name, seconds age) {
+        writeFile(folder.file(name), "old");
+        std::filesystem::last_write_time(folder.file(name), std::filesystem::file_time_type::clock::now() - age);
+    };
+    makeFile("KESTA-locked.log", days(29));
+    makeFile("KESTA-old.log", days(28) + seconds(1));
+    makeFile("KESTA-young.log", days(28) - seconds(60));
+    makeFile("other-old.log", days(29));
+    const ATL::CHandle locked(
+        CreateFileA(folder.file("KESTA-locked.log").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    settings.setPreference("logpath", folder.path());
     const DWORD id = runShortly();
-    EXPECT_THAT(filesIn(usersFolder), Contains(fileName(id)));
-    DeleteFileA((usersFolder + "\\" + fileName(id)).c_str());
+
+    EXPECT_THAT(messages(id),
+                testing::IsSupersetOf({"Deleting old log file KESTA-locked.log", "Deleting old log file KESTA-old.log"}));
+    EXPECT_THAT(filesIn(folder.path()),
+                testing::UnorderedElementsAre(fileName(id), "KESTA-locked.log", "KESTA-young.log", "other-old.log"));
+    EXPECT_FALSE(logFileLines(id).empty());
 }
 
 // A folder on the desktop, gone at the end of the test.

@@ -1,7 +1,9 @@
-// What the registration switches write and remove. The single keys are left to the tests of the scripts.
+// What the registration switches write, keep and remove.
 #include "tests/process/ServerFixture.h"
 
 #include <gmock/gmock.h>
+
+#include <algorithm>
 
 namespace fixtures {
 namespace {
@@ -21,6 +23,43 @@ const std::string CLASS_KEY = classKey(std::string("CLSID\\") + CLASS_ID);
 const std::string APP_KEY = classKey(std::string("AppID\\") + APP_ID);
 const std::string LIBRARY_KEY = classKey(std::string("TypeLib\\") + LIBRARY_ID + "\\1.0");
 
+const std::vector<std::string> SCRIPTED_KEYS = {std::string("AppID\\") + APP_ID, "AppID\\KESTA.EXE", PROGRAM_ID,
+                                                "KESTAserver.JavaManager", std::string("CLSID\\") + CLASS_ID};
+
+// Every key and text of a tree, one per line. Nothing for a tree that is not there.
+void dump(HKEY root, const std::string& path, std::vector<std::string>& lines)
+{
+    HKEY key = nullptr;
+    if (RegOpenKeyExA(root, classKey(path).c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
+        return;
+    }
+    lines.push_back(path);
+    char name[256];
+    char text[1024];
+    for (DWORD index = 0, size = sizeof name, textSize = sizeof text, type = 0;
+         RegEnumValueA(key, index, name, &size, nullptr, &type, reinterpret_cast<BYTE*>(text), &textSize) == ERROR_SUCCESS;
+         ++index, size = sizeof name, textSize = sizeof text) {
+        lines.push_back(path + " @" + name + " = " +
+                        (type == REG_SZ ? std::string(text) : "(type " + std::to_string(type) + ")"));
+    }
+    for (DWORD index = 0, size = sizeof name;
+         RegEnumKeyExA(key, index, name, &size, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+         ++index, size = sizeof name) {
+        dump(root, path + "\\" + name, lines);
+    }
+    RegCloseKey(key);
+}
+
+std::vector<std::string> scriptedKeys(HKEY root)
+{
+    std::vector<std::string> lines;
+    for (const std::string& key : SCRIPTED_KEYS) {
+        dump(root, key, lines);
+    }
+    std::ranges::sort(lines);
+    return lines;
+}
+
 // Begins without registration, in a folder whose name has blanks and an apostrophe.
 class RegistrationTest : public ServerTest
 {
@@ -31,7 +70,8 @@ protected:
         ASSERT_EQ(runServer("/UnregServer"), 0u);
         std::filesystem::create_directory(home);
         std::filesystem::copy_file(buildFolder() + "\\KESTAx64.exe", executable);
-        expectNothingFor(HKEY_LOCAL_MACHINE);
+        ASSERT_EQ(scriptedKeys(HKEY_LOCAL_MACHINE), std::vector<std::string>());
+        ASSERT_FALSE(keyExists(HKEY_LOCAL_MACHINE, LIBRARY_KEY));
     }
     void TearDown() override
     {
@@ -40,53 +80,94 @@ protected:
     }
     DWORD run(const char* switches) { return runServer(home, switches); }
 
-    void expectRegistration(HKEY root)
+    // What the scripts write.
+    std::vector<std::string> expectedKeys() const
     {
-        EXPECT_EQ(keyText(root, APP_KEY), "KESTAserver");
-        EXPECT_EQ(keyText(root, classKey("AppID\\KESTA.EXE"), "AppID"), APP_ID);
-        EXPECT_EQ(keyText(root, CLASS_KEY), "KESTA Java Manager");
-        EXPECT_EQ(keyText(root, CLASS_KEY + "\\LocalServer32"), "\"" + executable + "\"");
-        EXPECT_EQ(keyText(root, CLASS_KEY + "\\TypeLib"), LIBRARY_ID);
-        EXPECT_EQ(keyText(root, classKey(PROGRAM_ID) + "\\CLSID"), CLASS_ID);
-        EXPECT_EQ(keyText(root, classKey("KESTAserver.JavaManager\\CurVer")), PROGRAM_ID);
-    }
-    // The shared parent keys may be there.
-    static void expectNothingFor(HKEY root)
-    {
-        for (const std::string& key : {APP_KEY, classKey("AppID\\KESTA.EXE"), CLASS_KEY, classKey(PROGRAM_ID),
-                                       classKey("KESTAserver.JavaManager"), LIBRARY_KEY}) {
-            EXPECT_FALSE(keyExists(root, key)) << key;
-        }
+        const std::string appId = std::string("AppID\\") + APP_ID;
+        const std::string classId = std::string("CLSID\\") + CLASS_ID;
+        std::vector<std::string> lines = {
+            appId,
+            appId + " @ = KESTAserver",
+            "AppID\\KESTA.EXE",
+            std::string("AppID\\KESTA.EXE @AppID = ") + APP_ID,
+            "KESTAserver.JavaManager.1",
+            "KESTAserver.JavaManager.1 @ = KESTA Java Manager",
+            "KESTAserver.JavaManager.1\\CLSID",
+            std::string("KESTAserver.JavaManager.1\\CLSID @ = ") + CLASS_ID,
+            "KESTAserver.JavaManager",
+            "KESTAserver.JavaManager @ = KESTA Java Manager",
+            "KESTAserver.JavaManager\\CLSID",
+            std::string("KESTAserver.JavaManager\\CLSID @ = ") + CLASS_ID,
+            "KESTAserver.JavaManager\\CurVer",
+            "KESTAserver.JavaManager\\CurVer @ = KESTAserver.JavaManager.1",
+            classId,
+            classId + " @ = KESTA Java Manager",
+            classId + "\\ProgID",
+            classId + "\\ProgID @ = KESTAserver.JavaManager.1",
+            classId + "\\VersionIndependentProgID",
+            classId + "\\VersionIndependentProgID @ = KESTAserver.JavaManager",
+            classId + "\\Programmable",
+            classId + "\\LocalServer32",
+            classId + "\\LocalServer32 @ = \"" + executable + "\"",
+            classId + "\\TypeLib",
+            classId + "\\TypeLib @ = " + LIBRARY_ID,
+        };
+        std::ranges::sort(lines);
+        return lines;
     }
 
     const std::string home = folder.file("it's a server's home");
     const std::string executable = home + "\\KESTAx64.exe";
 };
 
-TEST_F(RegistrationTest, ForTheMachineIsWrittenAndRemoved)
+TEST_F(RegistrationTest, WritesAndRemovesItsKeysInEverySpellingOfTheSwitches)
 {
-    EXPECT_EQ(run("/nothing -x /regserver\tmore"), 0u);
-    expectRegistration(HKEY_LOCAL_MACHINE);
-    expectNothingFor(HKEY_CURRENT_USER);
-    EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, LIBRARY_KEY), "KESTA Server 1.0");
-    EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, LIBRARY_KEY + "\\0\\win64"), executable);
-    EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, LIBRARY_KEY + "\\HELPDIR"), home);
+    constexpr const char* SPELLINGS[][2] = {{"/RegServer", "/UnregServer"},
+                                            {"-REGSERVER", "-unregserver"},
+                                            {"/nothing -x /regserver\tmore", "-UNREGSERVER /RegServer"}};
+    for (const auto& [add, remove] : SPELLINGS) {
+        SCOPED_TRACE(add);
+        EXPECT_EQ(run(add), 0u);
+        EXPECT_EQ(scriptedKeys(HKEY_LOCAL_MACHINE), expectedKeys());
+        EXPECT_EQ(scriptedKeys(HKEY_CURRENT_USER), std::vector<std::string>());
+        EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, LIBRARY_KEY), "KESTA Server 1.0");
+        EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, LIBRARY_KEY + "\\0\\win64"), executable);
+        EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, LIBRARY_KEY + "\\HELPDIR"), home);
 
-    EXPECT_EQ(run("-UNREGSERVER /RegServer"), 0u);
-    expectNothingFor(HKEY_LOCAL_MACHINE);
-    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, classKey("AppID")));
-    EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, classKey("CLSID")));
+        EXPECT_EQ(run(remove), 0u);
+        EXPECT_EQ(scriptedKeys(HKEY_LOCAL_MACHINE), std::vector<std::string>());
+        EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, LIBRARY_KEY));
+        EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, classKey("AppID")));
+        EXPECT_TRUE(keyExists(HKEY_LOCAL_MACHINE, classKey("CLSID")));
+    }
 }
 
-TEST_F(RegistrationTest, ForTheUserIsWrittenAndRemovedUnderTheUserOnly)
+TEST_F(RegistrationTest, RegisteringTwiceLeavesOneSet)
+{
+    EXPECT_EQ(run("/RegServer"), 0u);
+    // Left over from another version of the class.
+    HKEY key = nullptr;
+    RegCreateKeyExA(HKEY_LOCAL_MACHINE, (CLASS_KEY + "\\InprocServer32").c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
+                    nullptr);
+    RegCloseKey(key);
+    EXPECT_NE(scriptedKeys(HKEY_LOCAL_MACHINE), expectedKeys());
+    EXPECT_EQ(run("/RegServer"), 0u);
+    EXPECT_EQ(scriptedKeys(HKEY_LOCAL_MACHINE), expectedKeys());
+    EXPECT_EQ(run("/UnregServer"), 0u);
+}
+
+TEST_F(RegistrationTest, PerUserSwitchesWriteTheirKeysUnderTheUserOnly)
 {
     EXPECT_EQ(run("-RegServerPerUser"), 0u);
-    expectRegistration(HKEY_CURRENT_USER);
-    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, CLASS_KEY));
-    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, APP_KEY));
+    EXPECT_EQ(scriptedKeys(HKEY_CURRENT_USER), expectedKeys());
+    EXPECT_EQ(scriptedKeys(HKEY_LOCAL_MACHINE), std::vector<std::string>());
+    EXPECT_EQ(run("/REGSERVERPERUSER"), 0u);
+    EXPECT_EQ(scriptedKeys(HKEY_CURRENT_USER), expectedKeys());
     EXPECT_EQ(run("/unregserverperuser"), 0u);
-    expectNothingFor(HKEY_CURRENT_USER);
-    expectNothingFor(HKEY_LOCAL_MACHINE);
+    EXPECT_EQ(scriptedKeys(HKEY_CURRENT_USER), std::vector<std::string>());
+    EXPECT_EQ(scriptedKeys(HKEY_LOCAL_MACHINE), std::vector<std::string>());
+    EXPECT_FALSE(keyExists(HKEY_CURRENT_USER, LIBRARY_KEY));
+    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, LIBRARY_KEY));
     EXPECT_TRUE(keyExists(HKEY_CURRENT_USER, classKey("AppID")));
     EXPECT_TRUE(keyExists(HKEY_CURRENT_USER, classKey("CLSID")));
 }
@@ -116,11 +197,18 @@ TEST_F(RegistrationTest, ServerInAFolderWithBlanksAndApostropheIsStartedThere)
     release(manager);
     EXPECT_EQ(run("/UnregServer"), 0u);
 
-    const std::string logFile = "\\KESTA-KESTAx64.exe-" + std::to_string(manager.server->id()) + ".log";
-    EXPECT_TRUE(std::filesystem::exists(logs + logFile));
-    EXPECT_THAT(messages(manager.server->id()),
-                testing::IsSupersetOf({"CJavaManagerJNIClient  Class Path: -Djava.class.path=" + jar,
-                                       "-> CJavaManagerJNIClient  loadJVMlibrary " + runtime + "\\bin\\server\\jvm.dll"}));
+    std::string log = readFile(logs + "\\KESTA-KESTAx64.exe-" + std::to_string(manager.server->id()) + ".log");
+    std::erase(log, '\r');
+    const std::vector<std::string> expected = {
+        "CJavaManagerATLObject  Basiscontrol path: " + jar,
+        "CJavaManagerATLObject  doesFileExist(basiscontrol): true",
+        "CJavaManagerJNIClient  Class Path: -Djava.class.path=" + jar,
+        "-> CJavaManagerJNIClient  loadJVMlibrary " + runtime + "\\bin\\server\\jvm.dll",
+        "CJavaManagerJNIClient  m_DLLHandle != NULL: success",
+        "-> CJavaManagerATLObject  callMethod echo, Hello",
+        "End of logging, further static deinitializers can not log anymore",
+    };
+    EXPECT_THAT(messagesOf(log), testing::IsSupersetOf(expected));
 }
 
 TEST_F(RegistrationTest, FailingSwitchEndsWithItsResult)
