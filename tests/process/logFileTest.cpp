@@ -210,14 +210,14 @@ TEST_F(LogFileTest, OldFilesAreDeletedUnlessSomebodyHasThemOpen)
 {
     using std::chrono::days;
     using std::chrono::seconds;
-    const auto makeFile = [&](const char* name, seconds age) {
+    const auto writeAged = [&](const char* name, seconds age) {
         writeFile(folder.file(name), "old");
         std::filesystem::last_write_time(folder.file(name), std::filesystem::file_time_type::clock::now() - age);
     };
-    makeFile("KESTA-locked.log", days(29));
-    makeFile("KESTA-old.log", days(28) + seconds(1));
-    makeFile("KESTA-young.log", days(28) - seconds(60));
-    makeFile("other-old.log", days(29));
+    writeAged("KESTA-locked.log", days(29));
+    writeAged("KESTA-old.log", days(28) + seconds(1));
+    writeAged("KESTA-young.log", days(28) - seconds(60));
+    writeAged("other-old.log", days(29));
     const ATL::CHandle locked(
         CreateFileA(folder.file("KESTA-locked.log").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     settings.setPreference("logpath", folder.path());
