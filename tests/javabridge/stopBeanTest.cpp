@@ -45,22 +45,29 @@ protected:
     StopBeanTest() { haveControl(); }
 };
 
-TEST_F(StopBeanTest, TakesEverythingApartInOrder)
+TEST_F(StopBeanTest, TakesEveryControlApartInOrder)
 {
-    EXPECT_EQ(client.stopBean(bean, frame, listener), S_OK);
-    EXPECT_LINES(log.take(), FREE + "CallVoidMethod(global bean, removeORVANEControlListener, global listener)" + REMOVE_ALL + R"(
-        GetMethodID(class com/velmora/tq/kesta/KESTAFrame, remove, (Ljava/awt/Component;)V)
-        TRACE removeCID!=NULL: true
-        CallVoidMethod(global frame, remove, global bean)
-        FINE -> checkNoJNIException
-        ExceptionCheck()
-        DeleteGlobalRef(global bean))" +
-                                 DISPOSE + R"(
-        DeleteGlobalRef(global listener)
-        TRACE CHECKPOINT: Successfully freed listener.
-    )");
-    EXPECT_LINES(java.liveGlobals(), Strings{});
-    EXPECT_LINES(java.liveLocals(), Strings{"class a/b/Bean", "class " + FRAME, "class " + LISTENER});
+    for (int control = 1; control <= 2; control++) {
+        SCOPED_TRACE(control);
+        EXPECT_EQ(client.stopBean(bean, frame, listener), S_OK);
+        EXPECT_LINES(log.take(),
+                     FREE + "CallVoidMethod(global bean, removeORVANEControlListener, global listener)" + REMOVE_ALL + R"(
+            GetMethodID(class com/velmora/tq/kesta/KESTAFrame, remove, (Ljava/awt/Component;)V)
+            TRACE removeCID!=NULL: true
+            CallVoidMethod(global frame, remove, global bean)
+            FINE -> checkNoJNIException
+            ExceptionCheck()
+            DeleteGlobalRef(global bean))" +
+                         DISPOSE + R"(
+            DeleteGlobalRef(global listener)
+            TRACE CHECKPOINT: Successfully freed listener.
+        )");
+        EXPECT_LINES(java.liveGlobals(), Strings{});
+        EXPECT_LINES(java.liveLocals(), Strings{"class a/b/Bean", "class " + FRAME, "class " + LISTENER});
+        bean = java.global("bean");
+        frame = java.global("frame");
+        listener = java.global("listener");
+    }
 }
 
 TEST_F(StopBeanTest, ReleasesWhateverThereIs)
