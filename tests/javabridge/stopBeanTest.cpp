@@ -50,15 +50,15 @@ TEST_F(StopBeanTest, TakesEveryControlApartInOrder)
     for (int control = 1; control <= 2; control++) {
         SCOPED_TRACE(control);
         EXPECT_EQ(client.stopBean(bean, frame, listener), S_OK);
-        EXPECT_LINES(log.take(),
-                     FREE + "CallVoidMethod(global bean, removeORVANEControlListener, global listener)" + REMOVE_ALL + R"(
+        EXPECT_LINES(log.take(), FREE + "CallVoidMethod(global bean, removeORVANEControlListener, global listener)" + REMOVE_ALL +
+                                     R"(
             GetMethodID(class com/velmora/tq/kesta/KESTAFrame, remove, (Ljava/awt/Component;)V)
             TRACE removeCID!=NULL: true
             CallVoidMethod(global frame, remove, global bean)
             FINE -> checkNoJNIException
             ExceptionCheck()
             DeleteGlobalRef(global bean))" +
-                         DISPOSE + R"(
+                                     DISPOSE + R"(
             DeleteGlobalRef(global listener)
             TRACE CHECKPOINT: Successfully freed listener.
         )");
