@@ -1,4 +1,4 @@
-// The template layer that the COM side of the server stands on: one header for its classes and its module.
+// The template layer under the COM side of the server: one header for its classes and its module.
 //
 // The contracts are in its parts:
 //   base.h        CAtlException, AtlGuard, CComCriticalSection, CHandle, CComBSTR, CComVariant, CComPtr
@@ -9,20 +9,20 @@
 //   regkey.h, regscript.h, registrar.h, typelib.h, categories.h    registration
 //   module.h      CAtlExeModuleT: lock count, command line, class objects, message loop
 //
-// The names are well known from elsewhere; these are the places where they promise more than the layer does, or something else:
+// The names are well known. Where the layer does less than they suggest, or something else:
 //   - The single-threaded apartment is the only thread model.
 //   - There is no aggregation, and a COM map has plain interfaces only: no tear-offs, no chained maps.
 //   - The module is locked before an object is constructed and unlocked after the object has been freed.
 //   - The object map is a table that the module's constructor takes.
-//   - The last unlock ends the server at once: the monitor thread does not wait whether a new client comes.
+//   - The last unlock ends the server at once: the monitor thread does not wait for another client.
 //   - The module's destructor ends the monitor thread. WM_QUIT is posted again while the main thread's queue is full.
 //   - Type information is kept until the process ends.
-//   - The cookie of a sink is its position, and enumerators show the connections of the moment in which they were made.
-//   - Error needs its interface and its HRESULT, and takes text in the ANSI code page only; so does the registrar.
-//   - The registrar knows the value types s, d and b, reads a script whole before it touches the first key, and keeps a key whose
-//     subkeys are not all of the script's.
+//   - The cookie of a sink is its position, and an enumerator shows the connections that existed when it was made.
+//   - Error has no default for its interface and its HRESULT. It takes text in the ANSI code page only, and so does the registrar.
+//   - The registrar knows the value types s, d and b, reads a whole script before it touches the first key, and keeps a key that
+//     has subkeys which are not in the script.
 //   - CComBSTR, CComVariant, CComPtr, CHandle and CRegKey have the operations that the server needs. Their constructors from raw
-//     values are explicit (but for CComPtr), and & frees what was held before.
+//     values are explicit (except CComPtr's), and & frees what was held before.
 //
 // A creatable class:
 //

@@ -1,7 +1,7 @@
-// What the rest of the layer stands on: errors, locks, and owners of handles, strings, variants and interface pointers.
+// The basis of the layer: errors, locks, and owners of handles, strings, variants and interface pointers.
 //
-// Ownership: each class owns what its name says and gives it up in its destructor.
-// Threads:   any; nothing here locks by itself, so an object belongs to the thread that uses it.
+// Ownership: each class owns what its name says and frees it in its destructor.
+// Threads:   any, but one thread at a time per object; only critical sections are shared.
 // Failure:   the text operations throw CAtlException: E_OUTOFMEMORY, or the error of a failed code page conversion. No C++
 //            exception may leave a COM method, so methods that use them run inside AtlGuard.
 #pragma once
@@ -44,11 +44,11 @@ Function AtlFindFunction(const char* library, const char* name) noexcept
     return module == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
 }
 
-// Text in the system's ANSI code page; a null text gives "".
+// Text in the system's ANSI code page; "" for null.
 std::string narrowText(const wchar_t* text, size_t length);
 std::string narrowText(BSTR text);
 
-// Runs a function that returns an HRESULT; what it throws becomes the HRESULT.
+// Runs a function that returns an HRESULT; an exception becomes an HRESULT.
 template <class Function>
 HRESULT AtlGuard(Function&& function) noexcept
 {
@@ -176,7 +176,7 @@ public:
     BSTR m_str = nullptr;
 };
 
-// A VARIANT that is cleared when it goes.
+// A VARIANT that its destructor clears.
 class CComVariant : public tagVARIANT
 {
 public:
@@ -241,7 +241,7 @@ public:
         return &p;
     }
     bool operator!() const noexcept { return p == nullptr; }
-    // The pointer is null before the object is released: its last Release may lead back to this owner.
+    // Null before the release: the object's last Release may lead back to this owner.
     void Release() noexcept
     {
         if (T* const released = std::exchange(p, nullptr); released != nullptr) {

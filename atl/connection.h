@@ -60,7 +60,7 @@ public:
     HRESULT STDMETHODCALLTYPE Advise(IUnknown* sink, DWORD* cookie) override;
     // CONNECT_E_NOCONNECTION when the cookie names no sink.
     HRESULT STDMETHODCALLTYPE Unadvise(DWORD cookie) override;
-    // The sinks and cookies of the slots that are occupied now.
+    // The sinks and cookies of the occupied slots.
     HRESULT STDMETHODCALLTYPE EnumConnections(IEnumConnections** enumerator) override;
 
     CComDynamicUnkArray m_vec;
@@ -70,7 +70,7 @@ private:
     IConnectionPointContainer* const m_container;
 };
 
-// Base of a class T that fires the events of *iid. m_vec holds each sink as the pointer that its query for *iid gave.
+// Base of a class T that fires the events of *iid. m_vec holds each sink as its pointer for *iid.
 template <class T, const IID* iid>
 class IConnectionPointImpl
 {

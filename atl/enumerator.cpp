@@ -24,7 +24,7 @@ CComEnumBase::~CComEnumBase()
 void AtlDisconnectEnumerators() noexcept
 {
     AtlGuard([] {
-        // All are held first: disconnecting one may end others.
+        // Holds all of them first: disconnecting one may end others.
         std::vector<CComPtr<IUnknown>> enumerators;
         enumerators.reserve(s_enumerators.size());
         for (CComEnumBase* const enumerator : s_enumerators) {

@@ -1,4 +1,4 @@
-// COM enumerators over a list that is taken once: later changes of the source do not show in them.
+// COM enumerators over a snapshot: they do not show later changes.
 //
 // Ownership: an enumerator and its clones share the list, which owns its items; what Next hands out belongs to the caller.
 // Threads:   the apartment thread.
@@ -30,7 +30,7 @@ private:
     virtual IUnknown* Identity() noexcept = 0;
 };
 
-// Item tells what Next fills in (Type), what the list keeps (Owner), and how the one is made from the other (handOut).
+// Item says what Next fills in (Type), what the list keeps (Owner), and how to make the former from the latter (handOut).
 template <class Interface, class Item>
 class CComEnum : public CComObjectRootEx<CComSingleThreadModel>, public CComEnumBase, public Interface
 {
@@ -70,13 +70,13 @@ public:
         m_position = 0;
         return S_OK;
     }
-    // The clone begins where this one stands.
+    // The clone starts at the same position.
     HRESULT STDMETHODCALLTYPE Clone(Interface** clone) override
     {
         return Create(clone, m_position, [this] { return m_list; });
     }
 
-    // An enumerator of the list that makeList returns; what makeList throws becomes the HRESULT.
+    // An enumerator of the list that makeList returns; an exception of makeList becomes the HRESULT.
     template <class MakeList>
     static HRESULT Create(Interface** enumerator, size_t position, MakeList&& makeList) noexcept
     {

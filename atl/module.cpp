@@ -12,7 +12,6 @@ CAtlModule* _pAtlModule = nullptr;
 
 namespace {
 
-// What a command line asks for.
 struct RegistrationSwitch
 {
     const char* word;
@@ -58,7 +57,7 @@ std::string executablePath()
     return std::string(buffer, length);
 }
 
-// A path as a registration script has it between apostrophes.
+// A path for use between apostrophes in a registration script.
 std::string quotedForScript(const std::string& path)
 {
     std::string text;
@@ -105,7 +104,7 @@ CAtlExeModule::CAtlExeModule(std::span<const ATL_OBJMAP_ENTRY> objectMap)
 
 CAtlExeModule::~CAtlExeModule()
 {
-    // The monitor thread still waits when an exception ended the loop.
+    // After an exception of the loop the monitor thread is still waiting.
     m_ending = true;
     EndMonitor();
     for (const ATL_OBJMAP_ENTRY& entry : m_objectMap) {
@@ -139,7 +138,7 @@ int CAtlExeModule::WinMain(int /*showCommand*/)
     }
     const HRESULT hr = CoInitialize(nullptr);
     m_bComInitialized = SUCCEEDED(hr);
-    // A managed runtime in the process may have initialised COM in another mode, which serves as well.
+    // A managed runtime in the process may have initialised COM in another mode, which will do.
     if (FAILED(hr) && !(hr == RPC_E_CHANGED_MODE && GetModuleHandleA("Mscoree.dll") != nullptr)) {
         return hr;
     }
@@ -249,7 +248,7 @@ HRESULT CAtlExeModule::RevokeClassObjects() noexcept
 
 bool CAtlExeModule::StartMonitor() noexcept
 {
-    // Gives this thread its message queue, so that a later post which finds none means that the thread has ended.
+    // Creates this thread's message queue, so that a later post which finds none means that the thread has ended.
     MSG message;
     PeekMessageA(&message, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
     m_hEventShutdown.Attach(CreateEventA(nullptr, FALSE, FALSE, nullptr));
@@ -301,13 +300,13 @@ void CAtlExeModule::SignalShutdown() noexcept
 
 void CAtlExeModule::EndMessageLoop() noexcept
 {
-    // The post fails while the thread's queue is full. Nothing tells when there is room again, so it is tried until it succeeds.
+    // The post fails while the thread's queue is full, and nothing signals when there is room again.
     while (!m_ending && !PostThreadMessageA(m_dwMainThreadID, WM_QUIT, 0, 0)) {
         if (GetLastError() == ERROR_INVALID_THREAD_ID) {
             return;
         }
         if (GetCurrentThreadId() == m_dwMainThreadID) {
-            // Nobody else empties this queue: waiting would not help.
+            // This thread itself would have to empty the queue, so waiting is no use.
             PostQuitMessage(0);
             return;
         }

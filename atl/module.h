@@ -1,10 +1,10 @@
-// The module: the one object that stands for a COM server executable.
+// The module: the object that represents a COM server executable.
 //
-// It keeps the process alive while anybody needs it (Lock, Unlock), registers and removes the server (switches of the command
-// line), and runs it: class objects, message loop, end.
+// It keeps the process alive while it is needed (Lock, Unlock), registers and removes the server (command-line switches), and
+// runs it: class objects, message loop, shutdown.
 //
 // Ownership: one instance at a time, constructed and destroyed on the main thread, before the first object and after the last. It
-//            owns the class objects' registrations and the monitor thread, which its destructor ends.
+//            owns the registrations of the class objects, and the monitor thread, which its destructor ends.
 // Threads:   the main thread; the monitor thread waits for the last Unlock and ends the message loop.
 // Failure:   HRESULTs, which become the exit code; an exception of the message loop leaves WinMain.
 #pragma once
@@ -31,7 +31,7 @@ struct ATL_OBJMAP_ENTRY
 
 #define OBJECT_ENTRY(clsid, x) {&clsid, &x::UpdateRegistry, &x::ClassFactoryCreator, &x::ObjectMain, &x::GetCategoryMap},
 
-// What objects and registration need of their module.
+// What objects and registration need from their module.
 class CAtlModule
 {
 public:
@@ -44,7 +44,7 @@ public:
 
     // Runs the script that is the executable's resource `id`. Its replacements are those of AddCommonRGSReplacements and
     // %MODULE%, the executable's full path: in double quotes when it has blanks, and with doubled apostrophes, because scripts
-    // have it between apostrophes.
+    // put it between apostrophes.
     HRESULT UpdateRegistryFromResource(UINT id, BOOL registering) noexcept;
 
 protected:
@@ -53,7 +53,7 @@ protected:
 
     virtual void AddCommonRGSReplacements(CRegObject& /*registrar*/) {}
 
-    // Set by the switches.
+    // Set by the switch.
     CRegistrationScope m_registrationScope = CRegistrationScope::Machine;
 };
 
@@ -67,8 +67,8 @@ public:
     LONG Lock() noexcept override;
     LONG Unlock() noexcept override;
 
-    // Initialises COM and does what the command line says: a registration switch, or running the server. Returns the exit code:
-    // -1 when the module could not be constructed, otherwise the HRESULT of the switch, of a failed start or of the end.
+    // Initialises COM and does what the command line says: registers, removes or runs the server. Returns the exit code:
+    // -1 when the module could not be constructed, otherwise the HRESULT of the registration, of a failed start or of the shutdown.
     //
     // A switch is a word after any "-" or "/" of the command line (the executable's path is part of it), in any case; a word ends
     // at a blank, a tab or the end. The first one decides.
@@ -111,7 +111,7 @@ private:
     // Made when the class objects are registered; the monitor thread closes the event.
     CHandle m_hEventShutdown;
     CHandle m_hMonitorThread;
-    // Guards m_hEventShutdown: the main thread may signal it once more while the monitor thread closes it.
+    // Guards m_hEventShutdown: the main thread may signal it again while the monitor thread closes it.
     CComCriticalSection m_csShutdown;
     // Tells the monitor thread that there is no message loop left to end.
     std::atomic<bool> m_ending = false;

@@ -47,7 +47,7 @@ public:                                                                         
     ULONG STDMETHODCALLTYPE Release() override = 0;
 // clang-format on
 
-// Looks iid up in a table that ends with a null entry; adds a reference to what it answers.
+// Looks iid up in a table that ends with a null entry; adds a reference to the result.
 HRESULT AtlInternalQueryInterface(void* self, const ATL_INTMAP_ENTRY* entries, REFIID iid, void** object) noexcept;
 
 // Counts without interlocking: for objects of a single thread.
@@ -58,12 +58,12 @@ public:
     static ULONG Decrement(LONG& count) noexcept { return static_cast<ULONG>(--count); }
 };
 
-// The base of every COM class: the reference count, and the defaults of the two operations that frame an object's life.
+// The base of every COM class: the reference count, and defaults of FinalConstruct and FinalRelease.
 template <class ThreadModel>
 class CComObjectRootEx
 {
 public:
-    // Called once after construction; its failure is the failure of the creation.
+    // Called once after construction; if it fails, so does the creation.
     HRESULT FinalConstruct() { return S_OK; }
     // Called once after the last release, before the destructors.
     void FinalRelease() {}
@@ -77,7 +77,7 @@ protected:
 };
 
 // The class that is created for T. The module is locked from before T's construction until T and its virtual bases have been
-// destroyed and freed, so that nothing of the object is left when the process begins to end.
+// destroyed and freed, so that nothing of the object is left when shutdown begins.
 template <class T>
 class CComObject final : public T
 {
@@ -92,7 +92,7 @@ public:
         AtlLockModule();
         const HRESULT hr = AtlGuard([&]() -> HRESULT {
             auto* const created = new CComObject; // NOLINT(bugprone-unhandled-exception-at-new): the guard is the handler
-            // A reference that FinalConstruct hands out and takes back must not end the object.
+            // A reference that is taken and given back inside FinalConstruct must not destroy the object.
             created->InternalAddRef();
             const HRESULT constructed = AtlGuard([&] { return created->FinalConstruct(); });
             created->InternalRelease();
@@ -193,7 +193,7 @@ struct ATL_CATMAP_ENTRY
     const GUID* catid;
 };
 
-// What the module's object map needs of a creatable class T. T must have a static HRESULT UpdateRegistry(BOOL) and may hide
+// What the module's object map needs from a creatable class T. T must have a static HRESULT UpdateRegistry(BOOL) and may hide
 // ObjectMain and GetCategoryMap by static functions of its own.
 template <class T, const CLSID* classId>
 class CComCoClass

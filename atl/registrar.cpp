@@ -11,7 +11,7 @@ HRESULT result(LONG error) noexcept
     return error == ERROR_SUCCESS ? S_OK : AtlHresultFromWin32(error);
 }
 
-// What is not there need not be removed.
+// Something that is not there need not be removed.
 HRESULT removalResult(LONG error) noexcept
 {
     return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? S_OK : result(error);

@@ -15,12 +15,12 @@ namespace ATL {
 enum class CRegistrationScope : unsigned char {
     // HKEY_CLASSES_ROOT as it is.
     Machine,
-    // HKEY_CURRENT_USER\Software\Classes stands for HKEY_CLASSES_ROOT.
+    // HKEY_CURRENT_USER\Software\Classes instead of HKEY_CLASSES_ROOT.
     User
 };
 
-// A transaction, and the functions of "Advapi32.dll" that work in one. They are looked up by name, because older systems do not
-// have them: a missing one is null, and what needs it fails with ERROR_PROC_NOT_FOUND.
+// A transaction, and the functions of "Advapi32.dll" that work in one. They are looked up by name, because older systems lack
+// them: a missing one is null, and operations that need it fail with ERROR_PROC_NOT_FOUND.
 struct CRegTransaction
 {
     explicit CRegTransaction(HANDLE handle) noexcept
@@ -32,7 +32,7 @@ struct CRegTransaction
     decltype(&RegCreateKeyTransactedA) createKey = find<decltype(createKey)>("RegCreateKeyTransactedA");
     decltype(&RegOpenKeyTransactedA) openKey = find<decltype(openKey)>("RegOpenKeyTransactedA");
     decltype(&RegDeleteKeyTransactedA) deleteKey = find<decltype(deleteKey)>("RegDeleteKeyTransactedA");
-    // Takes the place of a missing deleteKey; the key then goes at once instead of with the transaction.
+    // Used when deleteKey is missing. The key is then deleted at once, not with the transaction.
     decltype(&RegDeleteKeyExA) deleteKeyAtOnce = find<decltype(deleteKeyAtOnce)>("RegDeleteKeyExA");
 
 private:

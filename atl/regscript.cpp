@@ -75,7 +75,7 @@ private:
         return token;
     }
 
-    // A doubled apostrophe stands for one, a single one ends the text.
+    // A doubled apostrophe is an apostrophe, a single one ends the text.
     void scanQuoted(Token& token)
     {
         for (;;) {

@@ -11,12 +11,12 @@
 //   s text
 //   d number                       of 32 bits: decimal, &H1F or 0x1F
 //   b digits                       hexadecimal, two for each byte
-// White space separates braces, = and words, so a bare name may contain braces. Names and texts with blanks stand between
+// White space separates braces, = and words, so a bare name may contain braces. Names and texts with blanks are written between
 // apostrophes, where '' is an apostrophe. Words and root keys are recognised in any case, but not between apostrophes.
 //
-// Ownership: nothing is kept.
+// Ownership: nothing.
 // Threads:   any.
-// Failure:   a script that cannot be read to its end throws CRegScriptError, which names the line.
+// Failure:   a broken script throws CRegScriptError, which names the line.
 #pragma once
 
 #include <windows.h>

@@ -16,7 +16,7 @@ namespace {
 constexpr int FRAME_ID_BUFFER = 30;
 
 // Makes a forwarding operation's one call. The singleton exists from the constructor until the process cleans up its Java side;
-// later calls fail like those without a bean frame. Exhausted memory comes back as a result, too.
+// after that, calls fail as they do without a bean frame. Exhausted memory comes back as a result, too.
 template <class Call>
 HRESULT forward(Call&& call)
 {
@@ -24,7 +24,7 @@ HRESULT forward(Call&& call)
     return client == nullptr ? E_FAIL : AtlGuard([&] { return call(*client); });
 }
 
-// Through OLE Automation's own conversion.
+// As OLE Automation converts it.
 std::string automationText(int number)
 {
     CComVariant text(number);
@@ -66,8 +66,8 @@ CBeanFrame::~CBeanFrame()
     LOG_SCOPE(INFO, "CBeanFrame::~CBeanFrame");
     forward([&](CJavaManagerJNIClient& client) { return client.stopBean(beanObject, frameObject, listener); });
 
-    // From here on Java's threads find no instance. Those that already use it are inside a native callback, which takes nothing
-    // but short locks; the memory is freed when they have returned.
+    // From here on Java's threads find no instance. Those that already use it are in a native callback, which takes only short
+    // locks; the memory is freed when they have returned.
     std::atomic_ref(s_Instance).store(nullptr);
     while (s_InstanceUsers.load() != 0) {
         SwitchToThread();

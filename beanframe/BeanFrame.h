@@ -13,8 +13,8 @@
 //            destructor waits: an event raised while the object is being deleted never meets freed memory.
 // Locks:     s_EventQueueLock guards the queue. Held while the list is read or changed, never across a call into Java, COM or a
 //            sink.
-// Failure:   HRESULTs of the called Java operation, unchanged. The constructor never fails: what could not be started leaves null
-//            references, and later calls fail at their own checks. No C++ exception leaves a native.
+// Failure:   HRESULTs of the called Java operation, unchanged. The constructor never fails: references to what could not be started
+//            stay null, and later calls fail at their own checks. No C++ exception leaves a native.
 #pragma once
 
 #include "atl/atl.h"
@@ -77,12 +77,12 @@ public:
     void enqueueOnCustomEvent(BSTR text);
     void enqueueTestBridgeEvent(BSTR text, DWORD delay);
 
-    // Called by the message loop for each WM_PROCESSEVENTQUEUE: processes the due entries one after the other, always the one
-    // that became due last, of equal ones the one queued first. Returns S_OK, or E_FAIL when an entry is due and there is no bean
+    // Called by the message loop for each WM_PROCESSEVENTQUEUE: processes the due entries one by one, the latest due first, and
+    // entries of the same due time in queuing order. Returns S_OK, or E_FAIL when an entry is due and there is no bean
     // frame.
     static HRESULT processEventQueue();
-    // Called by the message loop after each dispatched message. Modal loops of others (COM's own while it waits for a sink, for
-    // instance) drop thread messages; when they have dropped ours, a new one is posted.
+    // Called by the message loop after each dispatched message. Other modal loops (for instance COM's while it waits for a sink)
+    // drop thread messages; if they have dropped ours, this posts a new one.
     static void repostSwallowedMessage();
 
     int frameID = -1;
@@ -124,13 +124,13 @@ protected:
     // Converts the text and hands it to the instance; false without one.
     template <class Enqueue>
     static bool passOn(JNIEnv* env, jstring javaText, Enqueue&& enqueue);
-    // Logs the text `dropped` instead when the client is dead.
+    // When the client is dead, logs the text `dropped` instead.
     void queueUnlessDead(BSTR text, Handler handler, DWORD delay, const char* dropped);
     void queueEvent(BSTR text, Handler handler, DWORD delay);
     static void CALLBACK timerRoutine(void* parameter, BOOLEAN timerOrWaitFired);
     static void startTimer(DWORD delay);
     static void postProcessEventQueue();
-    // Null when nothing is to be processed now.
+    // Null when no entry is due.
     static QueueEntry* findDueEntry(DWORD now);
     static DWORD delayOfNearEntry(DWORD now);
 

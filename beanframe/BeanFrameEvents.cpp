@@ -8,7 +8,7 @@
 
 #define LOG_SOURCE "BeanFrame"
 
-// Threads of Java and of the timer queue may use the queue until the process ends: it is never destroyed.
+// Never destroyed: threads of Java and of the timer queue may use the queue until the process ends.
 CBeanFrame::EntryList& CBeanFrame::s_EventQueue = *new EntryList;
 CBeanFrame::EntryIndex& CBeanFrame::s_EventIndex = *new EntryIndex;
 CComCriticalSection& CBeanFrame::s_EventQueueLock = *new CComAutoCriticalSection;
@@ -33,7 +33,7 @@ void guardNative(Body&& body) noexcept
         return S_OK;
     });
     if (FAILED(hr)) {
-        // Only the number: the system's text would take memory, which may have run out.
+        // Only the number: the system's text needs memory, which may have run out.
         LOG_PLAIN(WARN, "Dropped event: " << std::hex << hr);
     }
 }
@@ -58,9 +58,9 @@ const ListenerNatives& listenerNatives()
 
 CBeanFrame::InstanceUse::InstanceUse()
 {
-    // This counts and then reads the pointer; the destructor clears the pointer and then reads the count. So either this thread
-    // finds no instance, or the destructor waits for it. A thread that finds none gives its count back at once, so that the
-    // destructor does not wait for newcomers.
+    // Counts, then reads the pointer; the destructor clears the pointer, then reads the count. So either this thread finds no
+    // instance, or the destructor waits for it. A thread that finds none takes its count back at once, so that the destructor does
+    // not wait for newcomers.
     ++s_InstanceUsers;
     m_instance = std::atomic_ref(s_Instance).load();
     if (m_instance == nullptr) {
@@ -135,7 +135,7 @@ void CBeanFrame::queueUnlessDead(BSTR text, Handler handler, DWORD delay, const 
 void CBeanFrame::enqueueOnControlReady(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::enqueueOnControlReady", text);
-    // Spelled so; log readers search for it.
+    // The spelling is deliberate: log readers search for it.
     queueUnlessDead(text, &CBeanFrame::processOnControlReady, 0,
                     "Dropped ontrolReady Event, client seems to be not alive anymore...");
 }
@@ -169,7 +169,7 @@ void CBeanFrame::queueEvent(BSTR text, Handler handler, DWORD delay)
         const void* const queued = entry.release(); // owned by the queue now
         LOG(TRACE, "queued new event: " << queued);
     }
-    // With a delay of 0xFFFFFFFF the timer never fires, but the entry is due at once and goes out with the next message.
+    // With a delay of 0xFFFFFFFF the timer never fires, but the entry is due at once and is processed with the next message.
     if (delay != 0) {
         startTimer(delay);
     } else {
@@ -194,7 +194,7 @@ void CALLBACK CBeanFrame::timerRoutine(void*, BOOLEAN)
 
 void CBeanFrame::postProcessEventQueue()
 {
-    // A full message queue may refuse the post: any message already in it drains every due entry.
+    // A full message queue may refuse the post, which does no harm: a message already in it drains every due entry.
     s_MessagePosted = true;
     PostThreadMessageA(s_MainThreadId, WM_PROCESSEVENTQUEUE, 0, 0);
 }
@@ -221,8 +221,8 @@ CBeanFrame::QueueEntry* CBeanFrame::findDueEntry(DWORD now)
         }
     }
     // Deliberately not the oldest of the due entries but the one that became due last: clients rely on the latest state coming
-    // first. Its due time is the first one met when going back from now around the circle of 2^32. When that is too long ago, all
-    // others lie even further back, which is to say too long ago or in the future.
+    // first. Its due time is the first one on the way back from now around the circle of 2^32. If that is too long ago, all others
+    // are even further back, which means too long ago or in the future.
     auto place = s_EventIndex.upper_bound(now);
     if (place == s_EventIndex.begin()) {
         place = s_EventIndex.end();
@@ -234,9 +234,8 @@ CBeanFrame::QueueEntry* CBeanFrame::findDueEntry(DWORD now)
     return s_EventIndex.lower_bound(place->first)->second;
 }
 
-// Called under the queue's lock. Timers may run ahead of the queue's clock; their message then arrives before their entry is due,
-// and no other message would follow. Returns the ms until such an entry is due, so that one more timer can be started; otherwise
-// 0.
+// Called under the queue's lock. Timers may run ahead of the queue's clock: the message then arrives before the entry is due, and
+// no other would follow. Returns the ms until such an entry is due, for another timer, or 0 without one.
 DWORD CBeanFrame::delayOfNearEntry(DWORD now)
 {
     auto next = s_EventIndex.upper_bound(now);
@@ -250,7 +249,7 @@ DWORD CBeanFrame::delayOfNearEntry(DWORD now)
 HRESULT CBeanFrame::processEventQueue()
 {
     LOG_SCOPE_STATIC(FINE, "CBeanFrame::processEventQueue");
-    s_MessagePosted = false; // this pass answers everything posted so far
+    s_MessagePosted = false; // this pass serves everything posted so far
     for (;;) {
         std::unique_ptr<QueueEntry> entry;
         DWORD delay = 0;
@@ -283,7 +282,7 @@ HRESULT CBeanFrame::processEventQueue()
     }
 }
 
-// The handler may delete this object (a client that releases inside its sink, the watchdog): nothing of it is used afterwards.
+// The handler may delete this object (a client that releases it inside its sink, or the watchdog): it is not used afterwards.
 HRESULT CBeanFrame::processQueueEntry(QueueEntry* entry)
 {
     LOG_SCOPE(FINE, "CBeanFrame::processQueueEntry");

@@ -10,8 +10,8 @@ namespace {
 
 constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
 
-// Takes back the references that COM holds for its clients, on the object and on what it handed out: connection points, which
-// count on their object but have an identity of their own, and enumerators, which refer to connection points.
+// Drops the references that COM holds for clients on the object, on its connection points (part of the object, but separate COM
+// identities) and on enumerators, which refer to connection points.
 void disconnectClients(IUnknown* object)
 {
     CComPtr<IConnectionPointContainer> container;
@@ -71,7 +71,7 @@ void CBeanFrame::processWatchDogEvent(BSTR text)
     LOG(WARN, "Client seems to be not alive... releasing event sinks.");
     LOG(WARN, "Releasing ATL object.");
 
-    // COM holds references on behalf of the dead client and would use them after the object is gone: they are taken back first.
+    // COM holds references on behalf of the dead client and would use them after the object is gone, so they are dropped first.
     // Then every remaining reference is released, no matter who holds it.
     IUnknown* const object = eventTarget()->targetUnknown();
     object->AddRef();
@@ -81,6 +81,6 @@ void CBeanFrame::processWatchDogEvent(BSTR text)
         LOG(TRACE, "More objects to release...");
         count = eventTarget()->targetUnknown()->Release();
     }
-    // The object took the bean frame with it: no member may be used from here on.
+    // The bean frame was deleted with the object: no member may be used from here on.
     LOG_PLAIN(INFO, "Releasing all sinks and objects done");
 }

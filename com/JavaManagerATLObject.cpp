@@ -11,7 +11,7 @@ namespace {
 
 constexpr DWORD MODULE_PATH_SIZE = 260;
 
-// The control archive beside the executable; "" without the executable's path.
+// The control archive beside the executable; "" when the executable's path is unknown.
 std::string defaultBasisControl()
 {
     char path[MODULE_PATH_SIZE + 1] = {};
@@ -43,7 +43,7 @@ CJavaManagerATLObject::CJavaManagerATLObject()
         return S_OK;
     });
     if (FAILED(hr)) {
-        // Only the number: the system's text would take memory, which may have run out.
+        // Only the number: the system's text needs memory, which may have run out.
         LOG(ERROR, "Failed to create ATL object. " << std::hex << hr);
     }
 }
@@ -65,7 +65,7 @@ void CJavaManagerATLObject::createBeanFrame()
         return;
     }
     LOG_HRESULT(CBeanFrame::s_Instance->setVisible(true));
-    LOG(TRACE, "CHECKPOINT: Successfully created ATL object."); // also when the frame could not be shown
+    LOG(TRACE, "CHECKPOINT: Successfully created ATL object."); // even when the frame could not be shown
 }
 
 CJavaManagerATLObject::~CJavaManagerATLObject()

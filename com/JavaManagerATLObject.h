@@ -3,7 +3,7 @@
 //
 // Ownership: the first object of a process creates the bean frame; the destruction of any object deletes it.
 // Threads:   the server's single apartment thread only.
-// Failure:   creation never fails; getBeanFrameID tells a client (-1) that there is no frame. A failing call returns its HRESULT
+// Failure:   creation never fails; getBeanFrameID returns -1 when there is no frame. A failing call returns its HRESULT
 //            with COM error info whose description is the log's error backtrace. No C++ exception leaves a method.
 #pragma once
 
@@ -38,15 +38,15 @@ public:
     DECLARE_REGISTRY_RESOURCEID(102)
 
     // The first object constructed in the process. Deliberately never reset or replaced: later objects create no bean frame, and
-    // only a bean frame asks for the object, which ends with it.
+    // only a bean frame, which ends with this object, uses it.
     static CJavaManagerATLObject* s_Instance;
 
-    // Called by the module at start and end of the server: keeps the Logger for as long as the class is registered.
+    // Called by the module at start and end of the server: keeps the Logger alive in between.
     static void ObjectMain(bool starting);
     HRESULT FinalConstruct();
     void FinalRelease();
 
-    // Not the name of the CComObject template that the object is created through.
+    // This class's name, not that of CComObject, the object's run-time type.
     const char* getLogClassName() const override;
 
     STDMETHOD(InterfaceSupportsErrorInfo)(REFIID riid) override;
@@ -79,7 +79,7 @@ protected:
 private:
     // Finds the basis control, creates the bean frame and shows it. May throw.
     void createBeanFrame();
-    // Makes a method's one call of the bean frame and gives the result to provideErrorInfo. Deliberately, some methods log the
+    // Makes a method's one call of the bean frame and passes the result to provideErrorInfo. Deliberately, some methods log the
     // check for a bean frame in either case, the others only when it fails.
     enum class FrameCheck { Logged, LoggedOnFailure };
     template <class Call>

@@ -140,7 +140,7 @@ STDMETHODIMP CJavaManagerATLObject::setBounds(int x, int y, int width, int heigh
     return forward([&](CBeanFrame& frame) { return frame.setBounds(x, y, width, height); }, FrameCheck::Logged);
 }
 
-// Every hop of the bridge appends its letter: "S" on the way down, "s" where the server itself turns the text around.
+// Every hop of the bridge appends its letter: "S" on the way down, "s" when the server itself sends the text back.
 STDMETHODIMP CJavaManagerATLObject::testBridge(BSTR text, int ttl, int delay)
 {
     LOG_SCOPE(INFO, "CJavaManagerATLObject::testBridge", text << ", " << ttl << ", " << delay);

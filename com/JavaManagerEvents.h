@@ -31,7 +31,7 @@ private:
             }
             CComVariant argument(text);
             DISPPARAMS parameters = {&argument, nullptr, 1, 0};
-            // Stored as what the sink's QueryInterface gave for the event interface, a dispinterface.
+            // The array holds the sink's pointer for the event interface, a dispinterface.
             IDispatch* const dispatch = static_cast<IDispatch*>(sink.p);
             result =
                 dispatch->Invoke(event, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &parameters, nullptr, nullptr, nullptr);

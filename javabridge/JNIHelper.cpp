@@ -7,8 +7,8 @@
 
 namespace {
 
-// The characters of a Java string, in Java's modified UTF-8, given back to the virtual machine at the end. A null Java string
-// goes to the virtual machine as it is.
+// The characters of a Java string, in Java's modified UTF-8, released by the destructor. A null Java string is passed to the
+// virtual machine.
 class JavaCharacters
 {
 public:

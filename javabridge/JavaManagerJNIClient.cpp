@@ -29,7 +29,7 @@ void CJavaManagerJNIClient::createInstance(const char* basisControlPath)
     if (s_Instance == nullptr) {
         const HRESULT hr = AtlGuard([&] {
             s_Instance = new CJavaManagerJNIClient(basisControlPath);
-            // Without a machine the singleton stays: every operation then fails at its own check.
+            // The singleton stays even if the machine does not start: every operation then fails at its own check.
             s_Instance->createJVM(s_Instance->findJVM());
             return S_OK;
         });
@@ -59,7 +59,7 @@ namespace {
 constexpr int PE_OFFSET_POSITION = 0x3C;
 constexpr int32_t PE_SIGNATURE = 0x00004550;
 
-// 0 where the file ends before.
+// 0 at the end of the file.
 template <class Number>
 Number readNumber(std::ifstream& file)
 {
@@ -84,8 +84,8 @@ void CJavaManagerJNIClient::diagnoseLibrary(const char* filename)
         LOG(WARN, "Java Client Library (jvm.dll) does not contain any PE header");
         return;
     }
-    // The widening is signed, deliberately: 0x8664 becomes 0xffff8664 and is reported as unknown, which is what readers of the
-    // log know.
+    // The widening is signed, deliberately: 0x8664 becomes 0xffff8664 and is reported as unknown, which readers of the log are used
+    // to.
     const int machine = readNumber<int16_t>(binaryFile);
     if (machine == 0x014C) {
         LOG(WARN, "Java JRE for 32-bit platform");
@@ -99,7 +99,7 @@ void CJavaManagerJNIClient::diagnoseLibrary(const char* filename)
 int CJavaManagerJNIClient::loadJVMlibrary(const char* filename)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::loadJVMlibrary", filename);
-    // The runtime's bin folder: the library finds its neighbours there.
+    // The runtime's bin folder, where the library finds the DLLs that it needs.
     const std::string loadFolder = std::string(filename) + "\\..\\..\\";
     char savedFolder[MAX_PATH + 1] = "";
     GetCurrentDirectoryA(sizeof savedFolder, savedFolder);
@@ -119,7 +119,7 @@ namespace {
 
 using CreateJavaVM = jint JNICALL(JavaVM** machine, void** environment, void* arguments);
 
-// Keeps the library's code where the machine's threads run in it, whatever FreeLibrary is told later.
+// Keeps the library loaded despite a later FreeLibrary, because the machine's threads run in it.
 void pinModuleOf(CreateJavaVM* function)
 {
     HMODULE pinned = nullptr;
@@ -150,7 +150,7 @@ int CJavaManagerJNIClient::createJVM(JVMInfo jvm_info)
     }
     m_JVMArguments.ignoreUnrecognized = JNI_TRUE;
     m_JVMArguments.nOptions = static_cast<jint>(options.size());
-    // Never freed, as the machine is never destroyed. The texts are borrowed: the machine copies them while it is created.
+    // Never freed, as the machine is never destroyed. The texts only need to live until it has been created: it copies them.
     m_JVMArguments.options = new (std::nothrow) JavaVMOption[options.size()]();
     RETURN_IF_FALSE(m_JVMArguments.options != NULL, E_FAIL);
     for (size_t index = 0; index < options.size(); index++) {

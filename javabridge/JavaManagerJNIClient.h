@@ -2,14 +2,14 @@
 // frame, bean and listener, forwarding of the client's calls, capture of Java exceptions.
 //
 // Ownership: the singleton owns the class references and the loaded jvm.dll. Bean, frame and listener are global references
-//            that it creates and that the caller keeps, hands to every operation and finally to stopBean, which deletes them.
+//            that it creates; the caller keeps them, passes them to each operation and in the end to stopBean, which deletes them.
 //            The machine itself is never destroyed: its threads end with the process.
 // Threads:   the main thread only (the one that created the machine and owns m_ENV), singleton creation and removal included.
-// Failure:   HRESULTs, S_OK or E_FAIL unless stated; the reason is in the log. Java exceptions and errors end there as soon as
-//            they are raised, those of look-ups and constructors included. Without a machine look-ups give null and each
-//            operation fails at its own check; a null class, object or method never reaches a JNI function. Only exhausted memory
-//            or a failed code page conversion leaves an operation as a CAtlException; createInstance, cleanUp and stopBean let
-//            nothing out.
+// Failure:   HRESULTs, S_OK or E_FAIL unless stated; the reason is in the log. Java exceptions and errors are logged and cleared as
+//            soon as they are raised, those of look-ups and constructors included. Without a machine look-ups return null and each
+//            operation fails at its own check; a null class, object or method never reaches a JNI function. Operations throw only
+//            CAtlException, for exhausted memory or a failed code page conversion; createInstance, cleanUp and stopBean never
+//            throw.
 #pragma once
 
 #include "javabridge/LocalReference.h"
@@ -87,7 +87,7 @@ protected:
     void diagnoseLibrary(const char* filename);
     // The machine's options behind the class path, in the order in which the machine gets them.
     std::vector<std::string> machineOptions();
-    // The candidate that one item of the preference pattern picks, a single version or a range with both bounds included.
+    // The candidate that matches one item of the preference pattern: a single version, or a range that includes both bounds.
     // `candidates` is sorted, and the last match wins.
     JVMInfo pickCandidate(const std::vector<JVMInfo>& candidates, const std::string& item);
 
@@ -98,7 +98,7 @@ protected:
     // True when no Java exception was pending; otherwise it is logged and cleared.
     bool checkNoJNIException();
 
-    // What a look-up or constructor gave; when it gave nothing, its error is logged and cleared first.
+    // Returns the result of a look-up or constructor; if it is null, logs and clears its error.
     template <class Found>
     Found captured(Found found)
     {
@@ -107,19 +107,19 @@ protected:
         }
         return found;
     }
-    // Look-ups give null, and call nothing, without a machine or when a class or `object` (the one that the method is for) is
-    // null.
+    // Without a machine, or when the class or `object` (on which the method will be called) is null, look-ups return null and call
+    // nothing.
     jclass findClass(const char* name);
     jmethodID findMethod(jclass objectClass, const char* name, const char* signature);
     jmethodID findMethod(jobject object, jclass objectClass, const char* name, const char* signature);
-    // Null, and nothing called, without class or constructor.
+    // Without class or constructor, returns null and calls nothing.
     template <class... Arguments>
     LocalReference<jobject> newObject(jclass objectClass, jmethodID constructor, Arguments... arguments);
     jobject toGlobalReference(LocalReference<jobject> local);
     void deleteGlobalReference(jobject object);
 
-    // Turns the arguments into Java's, hands them to `call` and checks for an exception; when a text cannot be made, it fails
-    // like a call that throws. On failure the references of the texts are deliberately left to the end of the thread.
+    // Converts the arguments to Java's, passes them to `call` and checks for an exception; a text that cannot be converted counts
+    // as an exception. On failure the references of the texts deliberately stay until the thread ends.
     template <class Call, class... Arguments>
     HRESULT callJava(const Call& call, Arguments... arguments);
     // The common end of the operations that forward to the bean. On failure the result is not written.

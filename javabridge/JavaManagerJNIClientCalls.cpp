@@ -23,7 +23,7 @@ jmethodID CJavaManagerJNIClient::findMethod(jobject object, jclass objectClass, 
 
 namespace {
 
-// What a Java method without parameters answers about the pending exception, if anything.
+// The answer of a Java method without parameters about the pending exception, if any.
 class ExceptionText
 {
 public:
@@ -71,7 +71,7 @@ bool CJavaManagerJNIClient::checkNoJNIException()
         LOG(ERROR, "Exception: Could not get throwable object for details!");
         return false;
     }
-    // From here to the end the exception stays pending, look-ups and calls included. Neither class reference is deleted.
+    // The exception stays pending to the end, even during look-ups and calls. Neither class reference is deleted.
     const jclass exceptionClass = m_ENV->GetObjectClass(exception.get());
     const jclass classClass = m_ENV->FindClass("java/lang/Class");
     if (exceptionClass == nullptr || classClass == nullptr) {
@@ -79,7 +79,7 @@ bool CJavaManagerJNIClient::checkNoJNIException()
     } else {
         const ExceptionText name(m_ENV, exceptionClass, classClass, "getName");
         const ExceptionText message(m_ENV, exception.get(), exceptionClass, "getMessage");
-        // The line feed is part of the text and stands besides the one that ends every entry.
+        // The line feed is part of the text, besides the one that ends every entry.
         LOG(ERROR, "Exception: " << name.textOr("(null name)") << ": " << message.textOr("") << "\n");
     }
     exception.reset();

@@ -9,7 +9,7 @@
 
 namespace {
 
-// In the order in which they are scanned: a current runtime of the later key replaces one of the earlier.
+// In the order of the scan: a current runtime under the later key replaces one under the earlier key.
 const char* const RUNTIME_KEYS[] = {"SOFTWARE\\JavaSoft\\Java Runtime Environment\\", "SOFTWARE\\JavaSoft\\JRE\\"};
 
 } // namespace
@@ -55,15 +55,15 @@ JVMInfo CJavaManagerJNIClient::findJVM()
             if (isCurrent) {
                 standard = info;
             }
-            // Keys without an underscore name a family of runtimes (1.8) or a runtime of the newer version scheme (11.0.2).
-            // Deliberately they are never candidates and are reached as the current version only.
+            // Keys without an underscore name a family of runtimes (1.8) or a runtime with the newer version scheme (11.0.2).
+            // Deliberately they are never candidates and are used as the current version only.
             if (version.find('_') != std::string::npos) {
                 candidates.push_back(info);
             }
             runtime.closeKey();
         }
     }
-    // A comparison of texts, deliberately: 1.8.0_101 comes before 1.8.0_20, and installed patterns count on it.
+    // Compared as texts, deliberately: 1.8.0_101 comes before 1.8.0_20, and installed patterns rely on it.
     std::sort(candidates.begin(), candidates.end(),
               [](const JVMInfo& left, const JVMInfo& right) { return left.version < right.version; });
 
@@ -94,7 +94,7 @@ std::string CJavaManagerJNIClient::findORVControls()
     CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
     CRegistrySubKeys controls(preferences);
     for (int index = 0; index < controls.getSubKeyCount(); index++) {
-        // The name stands in the file name as the registry stores it; Java's encoding of preference names is not undone.
+        // The file name contains the name as the registry stores it, with Java's encoding of preference names.
         const std::string name = controls.getSubKey(index);
         LOG(FINE, "ORVANE Control " << index << ": " << name);
         CRegistry control((std::string(PREFERENCES_KEY) + "\\" + name).c_str(), HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);

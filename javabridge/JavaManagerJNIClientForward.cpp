@@ -11,7 +11,7 @@
 
 namespace {
 
-// The arguments of one call as Java gets them. Owns the texts among them and deletes them in their order.
+// The arguments of one call as Java receives them. Owns the texts among them and deletes them in order.
 template <size_t Count>
 class JavaArguments
 {
@@ -29,7 +29,7 @@ public:
     JavaArguments(const JavaArguments&) = delete;
     JavaArguments& operator=(const JavaArguments&) = delete;
 
-    // Null after the first text that could not be made: its error is pending, and nothing more may be asked of Java.
+    // Null from the first text on that could not be converted: its error is pending, so no other JNI function may be called.
     jstring toJava(BSTR text)
     {
         if (!m_areMade) {

@@ -75,7 +75,7 @@ try {
     m_FrameClass = findClass(FRAME_CLASS);
     constructID = findMethod(m_FrameClass, "<init>", "(Ljava/lang/String;)V");
     *frameID = createUniqueID();
-    // The reference of the name is deliberately left to the end of the thread.
+    // The reference of the name deliberately stays until the thread ends.
     const jstring frameName = captured(m_ENV->NewStringUTF(CHelpers::buildIdentifierString("kesta_frame_", *frameID).c_str()));
     localReference = frameName == nullptr ? LocalReference<jobject>() : newObject(m_FrameClass, constructID, frameName);
     RETURN_IF_FALSE(localReference!=NULL, E_FAIL);
@@ -103,8 +103,8 @@ HRESULT CJavaManagerJNIClient::addBean(jobject frame, jobject bean)
     return S_OK;
 }
 
-// Taken from the process id, so that frames of different server processes have different names. After the wrap comes 0 and only
-// then the process id again, deliberately.
+// Starts with the process id, so that frames of different server processes have different names. After the wrap, deliberately, 0
+// comes before the process id.
 int CJavaManagerJNIClient::createUniqueID()
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::createUniqueID");
@@ -130,7 +130,7 @@ HRESULT CJavaManagerJNIClient::regEventListener(jobject* listener, jobject /*fra
     RETURN_IF_FALSE(listener!=NULL, E_FAIL);
     m_ListenerClass = findClass(LISTENER_CLASS);
     const jmethodID constructID = findMethod(m_ListenerClass, "<init>", "()V");
-    // Deliberately not owned: a step that fails leaves it to the end of the thread.
+    // Deliberately not owned: when a step fails, it stays until the thread ends.
     const jobject localReference = newObject(m_ListenerClass, constructID).release();
     RETURN_IF_FALSE(localReference!=NULL, E_FAIL);
     *listener = m_ENV->NewGlobalRef(localReference);
@@ -206,7 +206,7 @@ HRESULT CJavaManagerJNIClient::setFrameBounds(jobject frame, int x, int y, int w
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::setFrameBounds", x << ", " << y << ", " << width << ", " << height);
     const jmethodID setBoundsID = findMethod(frame, m_FrameClass, "setBounds", "(IIII)V");
     RETURN_IF_FALSE(setBoundsID!=NULL, E_FAIL);
-    // Deliberately without the four values; the variadic form, since the machine would read through an array of none.
+    // Deliberately without the four values. The variadic form, because the machine would read past the end of an empty array.
     m_ENV->CallVoidMethod(frame, setBoundsID);
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     return S_OK;
@@ -219,8 +219,8 @@ HRESULT CJavaManagerJNIClient::validateFrameAndBean(jobject frame, jobject bean)
     RETURN_IF_FALSE(validateID!=NULL, E_FAIL);
     m_ENV->CallVoidMethod(frame, validateID);
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
-    // Deliberately the method of the frame's class. Both inherit it from the same class; a frame with a validate of its own is
-    // served as well, except by a machine that checks JNI calls, which ends the process.
+    // Deliberately the method of the frame's class: both inherit it from the same class. A frame with its own validate works too,
+    // except in a machine that checks JNI calls, which ends the process.
     m_ENV->CallVoidMethod(bean, validateID);
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     return S_OK;
@@ -229,9 +229,9 @@ HRESULT CJavaManagerJNIClient::validateFrameAndBean(jobject frame, jobject bean)
 HRESULT CJavaManagerJNIClient::stopBean(jobject bean, jobject frame, jobject listener)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::stopBean");
-    // A step that fails is logged and left; the next one runs regardless.
+    // A step that fails is logged, and the next one runs regardless.
     if (bean != nullptr) {
-        AtlGuard([&] { return free(bean, &CComBSTR()); }); // neither its answer nor its result is of interest
+        AtlGuard([&] { return free(bean, &CComBSTR()); }); // neither answer nor result matters
         const jmethodID removeID = findMethod(m_BeanClass, "removeORVANEControlListener", LISTENER_SETTER);
         if (LOG_CONDITION(removeID!=NULL)) {
             m_ENV->CallVoidMethod(bean, removeID, listener);

@@ -67,7 +67,7 @@ std::vector<std::string> CJavaManagerJNIClient::machineOptions()
                         "-XX:+PrintCommandLineFlags", "-XX:+PrintCompilation", "-XX:+CheckJNICalls", "-XX:+PrintVMOptions",
                         "-XX:LogFile=" + prefix + "-jvm.log", "-XX:ErrorFile=" + prefix + "-jvm-error.log"});
     }
-    // Without a Logger the control's own logging is given what a Logger starts with.
+    // Without a Logger the control's own logging gets a Logger's initial values.
     options.push_back("-Dcom.orvane.qmrt.logpath=" + (logger != nullptr ? logger->logDirectory() : ""));
     options.push_back(
         std::format("-Dcom.orvane.qmrt.loglevel={}", logger != nullptr ? logger->maxLogLevel() : int{LOGLEVEL_WARN}));

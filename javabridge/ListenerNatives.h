@@ -4,7 +4,7 @@
 
 #include <jni.h>
 
-// Called by Java on its own threads, with the environment of the calling thread. They only queue and never wait.
+// Called by Java on its own threads, with the environment of the calling thread. They only queue events and never wait.
 struct ListenerNatives
 {
     void(JNICALL* testBridgeEvent)(JNIEnv* env, jobject caller, jstring text, jint delay);

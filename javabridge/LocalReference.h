@@ -1,5 +1,5 @@
-// Owner of a local reference of JNI, deleted in the environment that it came from. release() leaves the reference to the end of
-// the thread: the places that have to do that say why.
+// Owner of a JNI local reference, which it deletes in the environment that the reference came from. After release() the reference
+// stays until the thread ends: wherever that is done, a comment says why.
 #pragma once
 
 #include <jni.h>

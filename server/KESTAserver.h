@@ -1,6 +1,6 @@
 // The server module: COM start-up, registration switches, class object, message loop, shutdown.
 //
-// Ownership: one global instance. From its construction to its destruction it keeps the Logger alive, through ObjectMain.
+// Ownership: one global instance. Through ObjectMain it keeps the Logger alive while it exists.
 // Threads:   the main thread, except the monitor thread, which waits for the last unlock.
 // Failure:   HRESULTs, which become the exit code.
 #pragma once

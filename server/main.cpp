@@ -20,14 +20,14 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR lpCmdLine, int nShowCmd)
     } catch (...) {
         LOG(ERROR, "Unexpected exception in main class");
     }
-    // Also after an exception of the module.
+    // Even after an exception of the module.
     try {
         CJavaManagerJNIClient::cleanUp();
     } catch (...) {
         LOG(ERROR, "Unexpected exception in main class");
     }
-    // Deliberately only now: error boxes are unwanted while the Java runtime and the runtime libraries unload, but a fault before
-    // that should be seen.
+    // Deliberately only now: while the Java runtime and the runtime libraries unload, error boxes are unwanted, but earlier faults
+    // should be seen.
     LOG_HRESULT(CHelpers::setErrorModeSilent());
     return result;
 }

@@ -1,4 +1,4 @@
-# kesta_contract: the COM contract, for the server and for its clients. "KESTAserver_h.h" declares the interfaces, the library
+# kesta_contract: the COM contract, for the server and its clients. "KESTAserver_h.h" declares the interfaces, the library
 # contains their identifiers (IIDs, CLSID, LIBID), and KESTAserver.tlb in KESTA_CONTRACT_DIR is the type library.
 #
 # Include this file in every folder that compiles KESTAserver.rc. The resources are then compiled again when the type library or a

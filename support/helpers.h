@@ -8,6 +8,6 @@ class CHelpers
 public:
     // `prefix` followed by `number` in decimal, without separator.
     static std::string buildIdentifierString(const char* prefix, int number);
-    // From now on the process shows no message boxes for critical errors and faults. Returns 0.
+    // The process then shows no message boxes for critical errors and faults. Returns 0.
     static int setErrorModeSilent();
 };

@@ -12,8 +12,8 @@ constinit std::atomic<Logger*> Logger::s_instance{nullptr};
 namespace {
 constinit int s_referenceCount = 0;
 
-// Keeps the Logger from static initialisation to the end of static destruction. It stands in the file that defines Logger, so
-// that the linker takes it out of the library wherever something logs.
+// Keeps the Logger from static initialisation to the end of static destruction. It is in the file that defines Logger, so that
+// the linker takes it out of the library wherever something logs.
 class LoggerGuard
 {
 public:
@@ -22,7 +22,7 @@ public:
     LoggerGuard(const LoggerGuard&) = delete;
     LoggerGuard& operator=(const LoggerGuard&) = delete;
 };
-// Before and, as destruction runs backwards, after every ordinary static object.
+// Constructed before every ordinary static object and, since destruction runs backwards, destroyed after it.
 __attribute__((init_priority(101))) const LoggerGuard s_guard;
 } // namespace
 
@@ -57,7 +57,7 @@ Logger::Logger()
     char path[MAX_PATH + 1] = {};
     const DWORD length = GetModuleFileNameA(nullptr, path, MAX_PATH);
     m_impl->executablePath = path;
-    // npos + 1 is 0: a path without backslash is taken whole.
+    // npos + 1 is 0: without a backslash, the name is the whole path.
     m_impl->executableName =
         length > MAX_PATH ? "unknown" : m_impl->executablePath.substr(m_impl->executablePath.rfind('\\') + 1);
     m_impl->productName = CVersion::getProductName();
@@ -69,7 +69,7 @@ void Logger::start()
     LogState::s_traceLogLevel = LOGLEVEL_TRACE;
     LogState::s_maxLogLevel = LOGLEVEL_WARN;
 
-    // Suppressed by the initial WARN, and kept: it shows when the initial level is raised.
+    // Deliberately kept although the initial level, WARN, suppresses it: it appears when that level is raised.
     LOG_PLAIN(INFO, "Beginning logging to debug stream (logging parameters not yet initialized)");
     initParametersFromRegistryOrSpecialFolder();
     LOG_PLAIN(INFO, "Beginning logging with log level " << getLogLevelName(maxLogLevel()) << ", log file prefix is "
@@ -78,8 +78,8 @@ void Logger::start()
     initCleanUpLogFiles();
 }
 
-// Threads of Java and of the timer queue still run. They may hold the pointer or be inside a call, so the file is closed for
-// good, while memory, locks and thread-local slots stay.
+// Threads of Java and of the timer queue still run. They may hold the pointer or be inside a call, so memory, locks and
+// thread-local slots stay; only the file is closed, for good.
 void Logger::end()
 {
     LOG_PLAIN(FINE, "End of logging, further static deinitializers can not log anymore");

@@ -3,12 +3,11 @@
 // Ownership: one Logger per process, created by the first Logger::addRefCount and ended by the last Logger::release. Its memory
 //            and locks are never freed: threads of Java and of the timer queue still run while the process ends and may be inside
 //            a logging call.
-// Threads:   any thread may log at any time, also before the Logger exists and after it has ended (then nothing is written).
+// Threads:   any thread may log at any time, even before the Logger exists and after it has ended (then nothing is written).
 //            addRefCount and release are called at process start and end only.
-// Failure:   logging never throws and never fails visibly; what an argument of a statement throws is the caller's. A log file
-// that
-//            cannot be opened ends file logging; the debugger stream goes on. A line whose text runs out of memory ends with
-//            " [out of memory]" or, without memory even for that, is left out. Only creating and placing the Logger throws:
+// Failure:   logging never throws and never fails visibly; an exception of a statement's argument reaches the caller. A log file
+//            that cannot be opened ends file logging, but not the debugger stream. A line whose text runs out of memory ends in
+//            " [out of memory]" or, if there is not even memory for that, is left out. Only creating and placing the Logger throws:
 //            CAtlException with the HRESULT 0x8007xxxx for a lock, std::bad_alloc for the rest.
 //
 // How a function logs:
@@ -23,9 +22,9 @@
 //         ...
 //     }
 //
-// LOG_SCOPE opens the function's scope. A statement or check inside a member function logs on behalf of the object; in free
-// functions, and in static members after LOG_SCOPE_STATIC, on nobody's. LOG_PLAIN always logs on nobody's behalf: use it where
-// the object may have ended. The arguments of a statement are evaluated only when its level is on.
+// LOG_SCOPE opens the function's scope. In member functions, statements and checks log on behalf of the object; in free functions,
+// and in static members after LOG_SCOPE_STATIC, they log without one. LOG_PLAIN always logs without an object: use it where the
+// object may be gone. The arguments of a statement are evaluated only when its level is on.
 #pragma once
 
 #include <windows.h>
@@ -50,19 +49,18 @@ enum LogLevel : int {
 // The name printed for a level. The table ends at 6, "(invalid)"; no other level may reach it.
 const char* getLogLevelName(int level);
 
-// The name of a result of the JNI invocation interface. "successfull" and "JNI_ENOMEN" are meant to stand so: log readers
-// search for them.
+// The name of a result of the JNI invocation interface. "successfull" and "JNI_ENOMEN" are deliberate: log readers search for
+// them.
 std::string getJNIErrorName(int code);
 
-// The system's text for a Win32 or HRESULT code, first line only, with " (%08x)" behind it. A code without text gives
+// The system's text for a Win32 or HRESULT code, first line only, followed by " (%08x)". A code without text gets
 // " (%08x)" alone.
 std::string getWindowsErrorText(unsigned code);
 
 class Logger;
 class LogScope;
 
-// What the level checks read. Without a Logger both are OFF, below every level, so that a statement that is off costs one
-// comparison.
+// What the level checks read. Without a Logger both are OFF, below every level: a statement that is off costs one comparison.
 struct LogState
 {
     static constexpr int OFF = INT_MIN;
@@ -70,7 +68,7 @@ struct LogState
     static std::atomic<int> s_traceLogLevel;
 };
 
-// True when a line of this level is written. File and line name the statement; they do not change the answer.
+// True when a line of this level is written. File and line do not matter.
 inline bool isLogEnabled(const char* /*file*/, int /*line*/, int level)
 {
     return level <= LogState::s_maxLogLevel.load(std::memory_order_relaxed);
@@ -82,14 +80,14 @@ class Loggable
 public:
     // The plain C++ name of the object's run-time type. The text stays valid until the process ends.
     virtual const char* getLogClassName() const;
-    // What tells this object from others of its class; empty by default.
+    // Distinguishes this object from others of its class; empty by default.
     virtual std::string getLogObjectInfo() const;
-    // The same answer as the free function, which is what the macros below ask: a statement that is off costs no virtual call.
+    // Same as the free function, which the macros below call instead: a statement that is off costs no virtual call.
     virtual bool isLogEnabled(const char* file, int line, int level) const;
     virtual ~Loggable() = default;
 
 protected:
-    // Whom the macros below log for: inside a member function the object, elsewhere nobody.
+    // The object that the macros below log for: `this` in a member function, none elsewhere.
     const Loggable* logOwner() const { return this; }
 };
 
@@ -98,7 +96,7 @@ inline const Loggable* logOwner()
     return nullptr;
 }
 
-// Where a statement or check stands, and whom it logs for.
+// Where a statement or check is in the source, and which object it logs for.
 struct LogPlace
 {
     const char* file;
@@ -133,13 +131,12 @@ private:
     std::ostringstream m_stream;
 };
 
-// One log line. On the stack of the logging function only; never shared between threads. Keeps what a backtrace may print later
-// (class name, object text, time) and formats nothing until a line is written.
+// One log line, on the stack of the logging function only. Keeps what a backtrace may print later (class name, object text, time)
+// and formats nothing until a line is written.
 class LogEntry
 {
 public:
-    // A statement: written when it goes out of scope. The owner is asked for its name and text here and not used afterwards,
-    // since it may be gone when the line is written.
+    // A statement: written when it goes out of scope. Takes the owner's name and text now, since the owner may be gone by then.
     LogEntry(const LogPlace& place, int level);
     ~LogEntry();
     LogEntry(const LogEntry&) = delete;
@@ -163,7 +160,7 @@ protected:
     Marker m_marker = Marker::Plain;
     bool m_pending = true;
     bool m_written = false;
-    bool m_isComplete = true; // false: there was no memory for what the owner said of itself
+    bool m_isComplete = true; // false: there was no memory for the owner's text
     const char* m_className = "";
     std::string m_objectInfo;
     FILETIME m_time; // UTC; converted to local time only when written
@@ -190,7 +187,7 @@ private:
     void writeExit();
 
     LogScope* m_previous = nullptr;
-    Logger* m_tracedBy = nullptr; // whose chain this scope is linked in; null when it is in none
+    Logger* m_tracedBy = nullptr; // the Logger whose chain this scope is in; null when in none
 };
 
 class Logger
@@ -202,12 +199,12 @@ public:
     // Null while no Logger exists.
     static Logger* instance() { return s_instance.load(std::memory_order_acquire); }
 
-    // Any integer is stored; callers keep to 0..5, or to -1, which silences the log.
+    // 0 to 5, or -1 to silence the log; not checked.
     static void setMaxLogLevel(int level);
     // The lines collected by error backtraces of all threads since the last call; empties the buffer. "" without a Logger.
     static std::string getErrorEntries();
 
-    // Settled during construction. The prefix is the full path of the log file without index and extension, empty = no file
+    // Set during construction. The prefix is the full path of the log file without index and extension. Empty means no file
     // logging; it becomes empty when a file cannot be opened.
     const std::string& logDirectory() const;
     std::string logFilePrefix() const;
@@ -217,7 +214,7 @@ public:
     int splitLogFileSize() const; // megabytes; 0 or less: never split
     bool hasMagicDirectory() const;
 
-    // Places the log anew, as at construction: desktop folder, else registry. Closes an open file when its name changes.
+    // Decides again, as at construction, where to log: desktop folder, else registry. Closes an open file when its name changes.
     void initParametersFromRegistryOrSpecialFolder();
     // Deletes log files of this product that are older than the old log file age.
     void initCleanUpLogFiles();
@@ -236,7 +233,7 @@ private:
     std::unique_ptr<Implementation> m_impl;
 };
 
-// The bodies of the check macros below: each logs what was checked and gives it back.
+// The bodies of the check macros below: each logs what was checked and returns it.
 void writeCondition(const LogPlace& place, bool holds, const char* text);
 inline bool logCondition(const LogPlace& place, bool holds, const char* text)
 {
@@ -274,9 +271,9 @@ int logJniResult(const LogPlace& place, int code, const char* text);
 #define LOG_PLAIN(level, ...) LOG_AT_((LogPlace{LOG_SOURCE, __LINE__}), LOGLEVEL_##level, __VA_ARGS__)
 
 // The checks, by what is checked and what happens then. Each evaluates its argument once and logs the argument's own text, taken
-// at this outermost macro so that NULL or CreateDirectory come out as they are written.
+// at this outermost macro so that NULL or CreateDirectory are not expanded.
 //
-//                  logs, gives the value      also returns from the function on failure
+//                  logs, yields the value     also returns from the function on failure
 //   condition      LOG_CONDITION              RETURN_IF_FALSE (with `result`)         ": true" TRACE / ": false" ERROR
 //   HRESULT        LOG_HRESULT                RETURN_IF_FAILED (with the HRESULT)     ": success: " text / ": failure: " text
 //                  LOG_HRESULT_NUMBER                                                 the same with the HRESULT in decimal
@@ -297,7 +294,7 @@ int logJniResult(const LogPlace& place, int code, const char* text);
             return checkedResult_;                                                                                               \
     } while (false)
 #define LOG_WIN32(call) ::logWin32(LOG_PLACE_, static_cast<bool>(call), #call)
-// For calls whose error code had to be saved before something else reset it.
+// For calls whose error code had to be saved before another call could reset it.
 #define LOG_WIN32_WITH(condition, error) ::logWin32With(LOG_PLACE_, static_cast<bool>(condition), error, #condition)
 #define RETURN_IF_JNI_FAILED(call, result)                                                                                       \
     do {                                                                                                                         \

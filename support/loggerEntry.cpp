@@ -8,8 +8,8 @@
 #include <typeinfo>
 
 namespace {
-// Demangled type names by the address of the encoded name. Entries are only ever added and stay until the process ends, so that a
-// lookup takes no lock; two threads that add the same type leave two equal entries, which does no harm.
+// Demangled type names by the address of the encoded name. Entries stay until the process ends, so that a lookup takes no lock. Two
+// threads may add the same type twice, which does no harm.
 struct TypeName
 {
     const char* encoded;
@@ -156,7 +156,7 @@ const std::string& LogEntry::format()
                       time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds,
                       static_cast<int>(GetCurrentThreadId()), getLogLevelName(m_level), afterLast(m_file, '\\'), m_line);
 
-    // Kept when it is whole: a line that runs out of memory halfway may be wanted again by a backtrace.
+    // Kept only when complete: after running out of memory, a later backtrace may format the line again.
     std::string whole;
     whole.reserve(256);
     whole.append(header, static_cast<size_t>(length));
@@ -194,7 +194,7 @@ LogScope::LogScope(const LogPlace& place, int level)
 
 LogScope::~LogScope()
 {
-    // The Logger may have ended, or another one begun, inside this scope: then the chain this scope is in is not used any more.
+    // The Logger may have ended or been replaced inside this scope: the chain that this scope is in is then no longer used.
     if (m_tracedBy == nullptr || m_tracedBy != Logger::instance()) {
         return;
     }
@@ -257,7 +257,7 @@ void Logger::Implementation::write(LogEntry& entry) noexcept
     const bool intoErrorBuffer = backtraceCounter() >= 1;
     writeLine(entry, intoErrorBuffer);
     if (isError) {
-        // The whole chain each time, also scopes that were written before: a client's error text is read on its own.
+        // The whole chain each time, even scopes already written: a client sees its error text alone.
         for (LogScope* scope = innermostScope(); scope != nullptr; scope = scope->m_previous) {
             writeLine(*scope, intoErrorBuffer);
         }
@@ -294,7 +294,7 @@ const char* outcomeOf(HRESULT result)
     return SUCCEEDED(result) ? ": success: " : ": failure: ";
 }
 
-// What a check has found: its own text and the outcome's, which is asked for only when its level is on.
+// Logs a check: its text and its outcome, which is evaluated only when its level is on.
 template <class Outcome>
 void writeResult(const LogPlace& place, bool succeeded, const char* text, Outcome outcome)
 {
@@ -332,7 +332,7 @@ HRESULT logHresultNumber(const LogPlace& place, HRESULT result, const char* text
 
 bool logWin32(const LogPlace& place, bool succeeded, const char* text)
 {
-    // First of all: building an entry reads thread-local slots, which resets the last error.
+    // First: building an entry reads thread-local slots, which resets the last error.
     const DWORD error = GetLastError();
     return logWin32With(place, succeeded, error, text);
 }

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int COMPILER_VERSION = __GNUC__ * 10000 + __GNUC_MINOR__ * 100 + __GNUC_PATCHLEVEL__;
 
-// The file's buffer keeps this much; what a longer line needed is given back.
+// The file's buffer keeps this much; memory for longer lines is freed again.
 constexpr size_t KEPT_BUFFER = 65536;
 
 struct FindCloser
@@ -30,7 +30,7 @@ std::string withBackslash(std::string directory)
     return directory;
 }
 
-// A level outside the table, the default 6 included, is taken as `otherwise`.
+// A level outside the table, 6 (no value in the registry) included, becomes `otherwise`.
 int levelOr(int level, int otherwise)
 {
     return level >= LOGLEVEL_ALWAYS && level <= LOGLEVEL_TRACE ? level : otherwise;
@@ -158,8 +158,8 @@ void Logger::Implementation::ensureLogDirectory()
 {
     LOG_SCOPE_STATIC(FINE, "Logger::ensureLogDirectory");
     logDirectory = withBackslash(logDirectory);
-    const std::string& directory = logDirectory;                     // the name that the check below prints
-    LOG(TRACE, "ensuring directory " << directory << " exisits..."); // written so, deliberately
+    const std::string& directory = logDirectory;                     // named as the check below prints it
+    LOG(TRACE, "ensuring directory " << directory << " exisits..."); // the spelling is deliberate
     const DWORD attributes = GetFileAttributesA(directory.c_str());
     LOG(TRACE, "file attributes are " << std::hex << attributes);
     if (attributes == INVALID_FILE_ATTRIBUTES) {
@@ -209,7 +209,7 @@ void Logger::Implementation::writeToFile(std::string_view text)
     if (logFilePrefix.empty()) {
         return;
     }
-    // Repeated when the system information has filled the file by itself: the text then belongs in the next one.
+    // Repeated when the system information alone has filled the file: the text then belongs in the next one.
     while (!openAttempted) {
         openFile();
     }
@@ -227,7 +227,7 @@ void Logger::Implementation::writeToFile(std::string_view text)
 // Under the file lock. The flags are set before the system information is written, since its lines come back here.
 void Logger::Implementation::openFile()
 {
-    const std::string name = logFileName(); // without memory for it, the next line tries again
+    const std::string name = logFileName(); // may throw: the next line then tries again
     openAttempted = true;
     if (!file.open(name)) {
         OutputDebugStringA("Could not open log file, giving up logging to files");
@@ -238,8 +238,8 @@ void Logger::Implementation::openFile()
         return;
     }
     systemInformationWritten = true;
-    // The line that opened the file may be the first of a backtrace. The information belongs neither to it nor to the client's
-    // error text, not even with an error of its own: the error buffer's lock is never taken under the file lock.
+    // The line that opened the file may be the first of a backtrace. The information must stay out of it and out of the client's
+    // error text, even when it contains an error: the error buffer's lock is never taken under the file lock.
     const ThreadSetAside aside(*this);
     leaveOutOnFailure([this] { writeSystemInformation(); });
 }

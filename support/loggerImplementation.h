@@ -14,8 +14,8 @@ inline LONGLONG ticks(const FILETIME& time)
     return static_cast<LONGLONG>(static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
 }
 
-// A text file opened for appending, which others may read and write meanwhile. Each text is one write call, so that no line is
-// torn even when another process appends to the same file.
+// A text file opened for appending, which others may read and write at the same time. Each text is one write call, so that lines
+// stay whole even when another process appends to the same file.
 class LogFile
 {
 public:
@@ -29,8 +29,8 @@ public:
     void close();
     // Appends with line feeds as CR LF. After the first failed write nothing more is written until the next open.
     void write(std::string_view text);
-    // Where the next write goes; 0 after a failed write, so that a full disk starts no new files. Counted, since asking the
-    // system after each line would cost a tenth of the line; what another process appends meanwhile is left out of account.
+    // Where the next write goes; 0 after a failed write, so that a full disk starts no new files. Counted here, since asking
+    // the system would make each line a tenth slower; text appended by another process is not counted.
     LONGLONG position() const { return m_failed ? 0 : m_position; }
 
 private:
@@ -42,8 +42,8 @@ private:
 
 struct Logger::Implementation
 {
-    // Takes the calling thread out of its scopes and out of any backtrace, and puts it back at its end: otherwise every later
-    // line of the thread would be nested in the wrong scope, or part of an error.
+    // While it exists, the calling thread is in no scope and no backtrace. Restores both at its end: otherwise every later line of
+    // the thread would be nested in the wrong scope, or part of an error.
     class ThreadSetAside
     {
     public:
@@ -69,11 +69,11 @@ struct Logger::Implementation
         LogScope* const m_scope;
     };
 
-    // A thread's counter while its errors begin no backtrace and go into no error text.
+    // Counter of a thread whose errors start no backtrace and go into no error text.
     static constexpr int NO_BACKTRACE = -1;
 
     // loggerEntry.cpp
-    // Writes an entry and, for an ERROR, the backtrace around it. Lines for which there is no memory are left out.
+    // Writes an entry, within a backtrace if it is an ERROR. Leaves out lines for which there is no memory.
     void write(LogEntry& entry) noexcept;
     void writeLine(LogEntry& entry, bool intoErrorBuffer) noexcept;
     void output(std::string_view line, bool intoErrorBuffer);
@@ -106,7 +106,7 @@ struct Logger::Implementation
     int oldLogFileAge = 28 * 24 * 60 * 60;
     bool magicDirectory = false;
 
-    // Recursive, which the system information needs: its lines are written under this lock.
+    // Recursive, because the system information is written under this lock.
     ATL::CComAutoCriticalSection fileLock; // guards the file and its state, the prefix and the index
     LogFile file;
     bool openAttempted = false;
@@ -119,7 +119,7 @@ struct Logger::Implementation
     DWORD scopeSlot = TLS_OUT_OF_INDEXES;   // a thread's innermost scope
 };
 
-// Runs a part of the logging that may throw because memory runs out. Then it stays undone, and the debugger stream says so.
+// Runs a part of the logging that may run out of memory. If it does, the debugger stream says so.
 template <class Function>
 void leaveOutOnFailure(Function&& function) noexcept
 {

@@ -100,7 +100,7 @@ void CRegistrySubKeys::getKeyNames(HKEY key)
         return;
     }
 
-    // A name that is too long, or gone since the key was asked, stays empty; the counts stay as reported.
+    // A name that is too long, or no longer there, stays empty; the counts stay as reported.
     m_subKeys.assign(subKeyCount, std::string());
     for (DWORD index = 0; index < subKeyCount; ++index) {
         char buffer[SUB_KEY_NAME_SIZE + 1] = {};

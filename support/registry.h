@@ -1,8 +1,8 @@
 // Read-only access to the Windows registry: one key's values with the caller's defaults, and a snapshot of its names.
 //
 // Ownership: CRegistry owns its open key; CRegistrySubKeys owns copies of the names and does not keep the key open.
-// Threads:   an object belongs to the thread that made it.
-// Failure:   a missing key or value is no error to the caller: reads answer the default. Only the failed open is logged (ERROR).
+// Threads:   any, but one thread per object.
+// Failure:   a missing key or value is no error: reads return the default. Only a failed open is logged (ERROR).
 #pragma once
 
 #include "support/logger.h"
@@ -24,16 +24,16 @@ public:
     CRegistry(const CRegistry&) = delete;
     CRegistry& operator=(const CRegistry&) = delete;
 
-    // The value's bytes up to the first zero byte, whatever its type. More than 255 bytes give the default.
+    // The value's bytes up to the first zero byte, whatever its type. The default when there are more than 255.
     std::string getStringValue(const char* name, const char* defaultValue);
-    // The value's bytes as a signed number, whatever its type. More than four bytes give the default.
+    // The value's bytes as a signed number, whatever its type. The default when there are more than four.
     int getDWORDValue(const char* name, int defaultValue);
     // May be called repeatedly.
     void closeKey();
 
 private:
     friend class CRegistrySubKeys;
-    // False when there is no key or no such value, or when it has more bytes than that.
+    // False when there is no key or no such value, or when the value has more than `size` bytes.
     bool query(const char* name, void* data, DWORD size) const;
 
     HKEY m_key;
@@ -53,7 +53,7 @@ public:
     // `index` from 0 to the count - 1; it is not checked. Names beyond the registry's limits come back empty.
     std::string getSubKey(int index);
     std::string getValue(int index);
-    // Captures the names of an open key; a null key gives none.
+    // Captures the names of an open key; none for a null key.
     void getKeyNames(HKEY key);
 
 private:

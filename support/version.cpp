@@ -10,7 +10,7 @@
 namespace {
 constexpr const char* UNDEFINED_PRODUCT = "UNDEFINEDPRODUCT";
 
-// The path of the module whose name is set or, when none of that name is loaded, of the process's own executable.
+// The path of the module with the name that is set or, when none such is loaded, of the executable.
 std::string modulePath()
 {
     char path[MAX_PATH + 1] = {};

@@ -1,4 +1,4 @@
-// Reads the version resource of an executable file. Stateless; any thread. Nothing is an error: what is missing gives a default.
+// Reads the version resource of an executable file. Stateless; any thread. Never fails: what is missing becomes a default.
 #pragma once
 
 #include <string>
@@ -16,6 +16,6 @@ public:
     static std::string getProductName();
 
     // Names the executable whose resource describes the process. Constant-initialised, since the log needs it during static
-    // initialisation; null switches the parameterless operations to their defaults.
+    // initialisation; null: the operations without parameters return their defaults.
     static const char* s_moduleName;
 };
