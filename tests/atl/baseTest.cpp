@@ -164,7 +164,7 @@ TEST(BstrTest, TextThatCannotBeConvertedIsAnError)
         });
         both(HRESULT_FROM_WIN32(ERROR_NO_UNICODE_TRANSLATION));
     }
-    // The length can be measured, but the text not be converted.
+    // The length is measured, but the conversion fails.
     const Widening widening("MultiByteToWideChar", [](UINT, DWORD, LPCCH, int, LPWSTR wide, int) -> int {
         SetLastError(ERROR_INSUFFICIENT_BUFFER);
         return wide == nullptr ? 1 : 0;

@@ -9,7 +9,7 @@ using testing::ElementsAre;
 
 namespace {
 
-// A client's sink. It counts its references and answers the query for its event interface as it is told.
+// A client's sink that counts its references. The test sets the result of the query for its event interface.
 class CSink final : public IDispatch
 {
 public:
@@ -57,7 +57,7 @@ protected:
         EXPECT_EQ(m_point->Advise(&sink, &cookie), S_OK);
         return cookie;
     }
-    // The slots, each with the index of its sink, or with -1 when it is empty.
+    // For each slot the index of its sink, or -1 when it is empty.
     std::vector<int> slots()
     {
         std::vector<int> slots;
@@ -92,7 +92,7 @@ protected:
         }
         return references;
     }
-    // Gives everything back.
+    // Releases everything.
     void end()
     {
         m_point.Release();

@@ -1,4 +1,4 @@
-// Late-bound calls, through the type library that the test program carries.
+// Late-bound calls, through the type library that the test program contains.
 #include "atl/typelib.h"
 #include "tests/atl/registryFixture.h"
 #include "tests/atl/sampleObject.h"
@@ -7,7 +7,7 @@ using testing::ElementsAre;
 
 namespace {
 
-// Each test is a process of its own, so that none finds type information that another one has loaded.
+// Each test runs in its own process, so none finds type information that another has loaded.
 class DispatchTest : public RegistryTest
 {
 protected:
@@ -33,7 +33,7 @@ protected:
     }
     HRESULT call(DISPID id, std::vector<VARIANT> arguments = {}, VARIANT* result = nullptr, EXCEPINFO* exception = nullptr)
     {
-        // Arguments travel last first.
+        // Arguments are passed in reverse order.
         std::reverse(arguments.begin(), arguments.end());
         DISPPARAMS parameters = {arguments.data(), nullptr, static_cast<UINT>(arguments.size()), 0};
         UINT argumentError = 0;

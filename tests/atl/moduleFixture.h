@@ -1,4 +1,4 @@
-// A module with two classes that tell what is asked of them.
+// A module with two classes that record their calls.
 #pragma once
 
 #include "tests/atl/sampleObject.h"
@@ -7,7 +7,7 @@ inline const CLSID CLSID_First = {0x11111111, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}};
 inline const CLSID CLSID_Second = {0x22222222, 0, 0, {0, 0, 0, 0, 0, 0, 0, 2}};
 inline const GUID CATEGORY = {0xAAAAAAAA, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}};
 
-// Told after what is done for the user only.
+// Follows the record of what is done for the user only.
 std::string scopeText();
 
 template <int number>
@@ -50,7 +50,7 @@ public:
     bool isForUser() const noexcept { return m_registrationScope == CRegistrationScope::User; }
 
     static inline HRESULT s_appIdResult = S_OK;
-    // Happens in the loop; by default a client comes and goes.
+    // Runs in the message loop; by default a client comes and goes.
     std::function<void()> m_loop = [this] {
         Lock();
         Unlock();

@@ -15,7 +15,7 @@ using Delete = ImportHook<decltype(&RegDeleteKeyA)>;
 using Load = ImportHook<decltype(&LoadTypeLibEx)>;
 using LookUp = ImportHook<decltype(&GetProcAddress)>;
 
-// What is done, and what fails.
+// What is to be done, and what fails.
 std::string s_commandLine;
 HRESULT s_libraryResult = S_OK;
 LSTATUS s_categoryResult = ERROR_SUCCESS;
@@ -35,7 +35,7 @@ protected:
         takeEvents();
         return m_module.WinMain(SW_HIDE);
     }
-    // The events of a switch that ends with this result.
+    // The events of a switch that fails with this result.
     std::vector<std::string> failure(const std::string& commandLine, HRESULT result)
     {
         EXPECT_EQ(run(commandLine), result) << commandLine;
@@ -46,7 +46,7 @@ protected:
 
 private:
     const CommandLine m_commandLine{"GetCommandLineA", []() -> LPSTR { return s_commandLine.data(); }};
-    // Of the registry, only the category shows.
+    // Of the registry calls, only the category's are recorded.
     const Create m_create{"RegCreateKeyExA",
                           [](HKEY parent, LPCSTR name, DWORD reserved, LPSTR type, DWORD options, REGSAM access,
                              LPSECURITY_ATTRIBUTES security, PHKEY key, LPDWORD disposition) -> LSTATUS {
@@ -141,7 +141,7 @@ TEST_F(ModuleRegistrationTest, SwitchesAreWordsAfterADashOrSlashInAnyCase)
         {"server.exe /RegServerPerUser", ADD_FOR_USER},
         {"server.exe -regserverperuser", ADD_FOR_USER},
         {"server.exe /unregserverPERUSER", REMOVE_FOR_USER},
-        // A word ends at the end, a blank or a tab.
+        // A word ends at a blank, a tab or the end.
         {"x /RegServer ", ADD},
         {"x /RegServer\t/other", ADD},
         {"x /RegServerX", RUN},
@@ -153,7 +153,7 @@ TEST_F(ModuleRegistrationTest, SwitchesAreWordsAfterADashOrSlashInAnyCase)
         {"x xRegServer", RUN},
         {"", RUN},
         {"x -", RUN},
-        // The scan goes on behind each mark, and ends with the first switch.
+        // The scan continues after each mark and stops at the first switch.
         {"x -Embedding /other --RegServer", ADD},
         {"x -/-RegServer", ADD},
         {"x /RegServerX/UnregServer", REMOVE},

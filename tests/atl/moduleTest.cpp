@@ -1,4 +1,4 @@
-// The life of a server: what its module says to Windows, argument by argument and in order, and what becomes the exit code.
+// The life of a server: its module's calls of Windows, in order and with their arguments, and the exit code.
 #include "tests/atl/moduleFixture.h"
 #include "tests/support/ImportHook.h"
 
@@ -31,7 +31,7 @@ using Pause = ImportHook<decltype(&Sleep)>;
 
 using Events = std::vector<std::string>;
 
-// What Windows answers.
+// The results of Windows' functions.
 struct SWindows
 {
     HRESULT initialize = S_OK;
@@ -46,7 +46,7 @@ struct SWindows
 };
 SWindows s_windows;
 
-// What the monitor thread does, read only when it has ended: each list belongs to one thread.
+// The monitor thread's calls. Read only when it has ended: each list belongs to one thread.
 Events s_monitorEvents;
 DWORD s_mainThread;
 std::atomic<HANDLE> s_event;
@@ -70,7 +70,7 @@ class ModuleTest : public testing::Test
 protected:
     ModuleTest() { s_mainThread = GetCurrentThreadId(); }
 
-    // Runs a server whose only client comes and goes, and ends it.
+    // Runs a server to its end, with one client that comes and goes.
     static HRESULT run(const SWindows& windows = {}, bool delayShutdown = true)
     {
         MSG left;
@@ -92,7 +92,7 @@ protected:
         return events;
     }
 
-    // The beginning of every start, as far as it succeeds.
+    // How each successful start begins.
     static inline const Events COM = {"CoInitialize", "GetCommandLineA"};
     static inline const Events REGISTERED = with(COM, {"CoRegisterClassObject 1 4 4", "CoRegisterClassObject 2 4 4"});
     static inline const Events WITH_EVENT = with(REGISTERED, {"PeekMessageA 1024 1024 0", "CreateEventA 0 0"});
@@ -160,7 +160,7 @@ private:
                       }};
     const Close m_close{"CloseHandle", [](HANDLE handle) -> BOOL {
                             noteHandle("CloseHandle", handle);
-                            // The number may come back for another handle.
+                            // The same value may be used for another handle later.
                             for (std::atomic<HANDLE>* const known : {&s_event, &s_thread}) {
                                 HANDLE closed = handle;
                                 known->compare_exchange_strong(closed, nullptr);
@@ -201,7 +201,7 @@ TEST_F(ModuleTest, AWholeLife)
         };
         EXPECT_EQ(module.WinMain(SW_HIDE), S_OK);
         EXPECT_FALSE(module.m_bComInitialized);
-        // A second unlock to zero finds nothing left to signal.
+        // A second unlock to zero has nothing to signal.
         module.Lock();
         module.Unlock();
         s_events.push_back("end");

@@ -1,4 +1,4 @@
-// What registration scripts do to the registry; component categories are such a script.
+// What registration scripts do to the registry; component categories are registered by such a script.
 #include "atl/categories.h"
 #include "tests/atl/registryFixture.h"
 #include "tests/support/ImportHook.h"
@@ -144,7 +144,7 @@ TEST_F(RegistrarTest, ABrokenScriptIsAnErrorAndTouchesNothing)
 
 TEST_F(RegistrarTest, TheFirstFailureEndsTheWorkAndNothingIsUndone)
 {
-    // Nothing can be created under the root of performance data.
+    // No key can be created under HKEY_PERFORMANCE_DATA.
     EXPECT_EQ(HRESULT_FACILITY(add("HKCR { A } HKPD { B } HKCR { C }")), FACILITY_WIN32);
     using Write = ImportHook<decltype(&RegSetValueExA)>;
     const Write write("RegSetValueExA",
@@ -223,7 +223,7 @@ namespace {
 
 const HANDLE TRANSACTION = reinterpret_cast<HANDLE>(static_cast<ULONG_PTR>(0x1234));
 
-// What was called, in order. The stand-ins work outside of any transaction: not every system has them.
+// The calls, in order. The replacements use no transaction, because not every system supports them.
 std::vector<std::string> s_calls;
 
 void noteCall(const char* what, LPCSTR name, HANDLE transaction)

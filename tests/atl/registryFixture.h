@@ -1,4 +1,4 @@
-// A registry of the test's own: the predefined keys stand for empty keys below a scratch key, which goes with the fixture.
+// A private registry: the predefined keys are redirected to empty keys below a scratch key, which the fixture removes.
 #pragma once
 
 #include "atl/atl.h"
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-// "s 'text'", "d 5", "b 00ff": a value as a script has it, from what the registry stores.
+// "s 'text'", "d 5", "b 00ff": a value of the registry in the form of a script.
 inline std::string shown(DWORD type, const std::string& data)
 {
     if (type == REG_SZ) {
@@ -34,7 +34,7 @@ inline std::string guidText(const GUID& guid)
     return narrowText(text, static_cast<size_t>(StringFromGUID2(guid, text, 40)) - 1);
 }
 
-// The test program, and the folder that holds it.
+// The test program, and its folder.
 inline std::string executable()
 {
     char path[MAX_PATH] = {};
@@ -69,7 +69,7 @@ protected:
         CoUninitialize();
     }
 
-    // Everything below a key, a line each, sorted by key: "path", and "path [name] = type data" for its values.
+    // Everything below a key, sorted by key, one line each: "path", and "path [name] = type data" for values.
     static std::vector<std::string> contentOf(HKEY key)
     {
         std::vector<std::string> lines;

@@ -1,4 +1,4 @@
-// What the server's resources hold; the test program carries them.
+// The server's resources, which the test program contains.
 #include "tests/atl/registryFixture.h"
 
 namespace {

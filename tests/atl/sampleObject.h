@@ -1,4 +1,4 @@
-// A class with everything a class of the server has, on the server's own interface: what the tests create, call and listen to.
+// A sample class with everything a class of the server has, on the server's own interface.
 #pragma once
 
 #include "atl/atl.h"
@@ -15,7 +15,7 @@
 // What happened, in order.
 inline std::vector<std::string> s_events;
 
-// What happened since this was last asked.
+// What happened since the last call.
 inline std::vector<std::string> takeEvents()
 {
     return std::exchange(s_events, {});
@@ -39,7 +39,7 @@ public:
     LONG m_count = 0;
 };
 
-// A virtual base that tells of its end, as the logging base of the server's classes is one.
+// A virtual base, as the server's classes have one for logging, that records its destruction.
 class CVirtualBase
 {
 protected:

@@ -1,4 +1,4 @@
-// The server's type library, which the test program carries, and its registration.
+// The server's type library, which the test program contains, and its registration.
 #include "atl/typelib.h"
 #include "tests/atl/registryFixture.h"
 #include "tests/support/ImportHook.h"
@@ -14,7 +14,7 @@ using testing::Not;
 
 namespace {
 
-// Name and help text of a library, a type or a member; nothing has more.
+// Name and help text of a library, a type or a member; nothing has a help file or context.
 template <class Info>
 std::string documentation(Info* info, MEMBERID member)
 {
@@ -74,7 +74,7 @@ std::string functionText(ITypeInfo* info, UINT index, FUNCKIND kind)
     return line + ")\n";
 }
 
-// The functions of a dual interface show as early binding sees them; what late binding sees is made from that.
+// Functions of a dual interface are described as early binding sees them; the late-bound form is derived from it.
 std::string describe(ITypeInfo* info)
 {
     TYPEATTR* attributes = nullptr;
@@ -109,7 +109,7 @@ using Register = ImportHook<decltype(&RegisterTypeLib)>;
 using Remove = ImportHook<decltype(&UnRegisterTypeLib)>;
 using LookUp = ImportHook<decltype(&GetProcAddress)>;
 
-// What was called, with its arguments; the registering calls give this result.
+// The calls with their arguments; the registering ones return this result.
 std::vector<std::string> s_calls;
 constexpr HRESULT RESULT = TYPE_E_REGISTRYACCESS;
 
@@ -180,7 +180,7 @@ TEST_F(TypeLibTest, DescribesItselfEveryTypeAndEveryMember)
         ASSERT_EQ(m_library->GetTypeInfo(i, &info), S_OK);
         text += describe(info);
     }
-    // The dual interface came last, with its late-bound side; this is the other one.
+    // The last one above was the late-bound side of the dual interface; this is the other side.
     HREFTYPE reference = 0;
     CComPtr<ITypeInfo> early;
     ASSERT_EQ(info->GetRefTypeOfImplType(static_cast<UINT>(-1), &reference), S_OK);

@@ -52,7 +52,7 @@ BeanFrameWorld::BeanFrameWorld()
     s_now = 1000;
     FrameAccess::s_TickCount = testClock;
     FrameAccess::s_MessagePosted = false;
-    takeMessages(); // gives this thread its message queue
+    takeMessages(); // creates this thread's message queue
 }
 
 BeanFrameWorld::~BeanFrameWorld()
@@ -97,7 +97,7 @@ bool BeanFrameWorld::waitForMessage()
     return MsgWaitForMultipleObjectsEx(0, nullptr, 10000, QS_POSTMESSAGE, MWMO_INPUTAVAILABLE) == WAIT_OBJECT_0;
 }
 
-// The queue reads its clock under its lock: an entry's due time is never older than those that were queued before it.
+// The queue must read its clock under its lock: otherwise an entry could get an older due time than one queued before it.
 DWORD WINAPI BeanFrameWorld::testClock()
 {
     EXPECT_TRUE(isQueueLocked());

@@ -1,5 +1,4 @@
-// What the tests of the bean frame share: a COM object that records, a recording Java side, and access to what the frame keeps to
-// itself.
+// Fixture of the bean frame's tests: a recording COM object, a recording Java side, and access to the frame's protected members.
 #pragma once
 
 #include "beanframe/BeanFrame.h"
@@ -39,7 +38,7 @@ struct FrameAccess : CBeanFrame
     using CBeanFrame::timerRoutine;
 };
 
-// The process's COM object as the frame sees it. Records what is called and expects the queue to be unlocked meanwhile.
+// The process's COM object as the frame sees it. Records its calls, and expects the queue to be unlocked in each.
 class RecordingTarget final : public EventTarget, public IUnknown
 {
 public:
@@ -50,14 +49,14 @@ public:
 
     // "AddRef", "Release" and the events with their texts.
     std::vector<std::string> calls;
-    // The events alone.
+    // Only the events.
     std::vector<std::string> events;
     ULONG references = 1;
     HRESULT answer = S_OK; // to an event
     std::function<void(const std::string& event)> onFire;
     std::function<void()> onLastRelease;
 
-    // What eventTarget() answers.
+    // The result of eventTarget().
     static inline EventTarget* s_current = nullptr;
 
     IUnknown* targetUnknown() override { return this; }
@@ -72,17 +71,17 @@ private:
     HRESULT fire(const std::string& event, BSTR text);
 };
 
-// A clock that stands still until the test moves it, and no bean frame yet.
+// Starts without a bean frame, and with a clock that only the test moves.
 class BeanFrameWorld : public LoggedTest
 {
 protected:
     BeanFrameWorld();
     ~BeanFrameWorld() override;
 
-    // With a recording Java side below; from here on the log is collected anew.
+    // On a recording Java side. Clears the collected log.
     void createFrame();
     static CBeanFrame& frame() { return *CBeanFrame::s_Instance; }
-    // A client whose window is gone.
+    // Makes the client one whose window is gone.
     static void killClient() { frame().*& FrameAccess::clientWindow = reinterpret_cast<HWND>(-2); }
     void customEvent(const char* text)
     {
@@ -97,9 +96,9 @@ protected:
         s_now = now;
         return CBeanFrame::processEventQueue();
     }
-    // Takes the messages out of this thread's queue.
+    // Removes and returns the messages in this thread's queue.
     static std::vector<UINT> takeMessages();
-    // Until a thread message is there, at most ten seconds. It stays in the queue.
+    // Waits up to ten seconds for a thread message and leaves it in the queue.
     static bool waitForMessage();
 
     static DWORD WINAPI testClock();

@@ -1,4 +1,4 @@
-// A Java side that records instead of running, under the real Java bridge.
+// A recording Java side below the real Java bridge.
 #pragma once
 
 #include "javabridge/JavaManagerJNIClient.h"
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// While it is alive it is the process's Java bridge, as if a machine had been started.
+// While it is alive, the process has a Java bridge, as if a machine had been started.
 class JavaSide
 {
 public:
@@ -42,7 +42,7 @@ public:
     JavaSide(const JavaSide&) = delete;
     JavaSide& operator=(const JavaSide&) = delete;
 
-    // The recorded calls of Java methods since the last take, without packages of objects, look-ups and reference keeping.
+    // The recorded calls of Java methods since the last take, without packages, look-ups and reference handling.
     std::vector<std::string> takeMethodCalls()
     {
         static const std::regex s_package("global [a-z/]+/");
@@ -55,11 +55,11 @@ public:
     }
 
     RecordingJni jni;
-    // Runs inside each Java method, as Java code does that calls a native of the listener.
+    // Runs inside each Java method, like Java code that calls a native of the listener.
     std::function<void()> insideMethods;
-    // How many global references are still given before one is refused; a negative number refuses none.
+    // How many global references are created before one fails; if negative, none fails.
     int globalsUntilRefusal = -1;
-    // The next frame gets the id that follows.
+    // The next frame gets the next id.
     void setLastFrameId(int id) { m_client.setLastFrameId(id); }
 
 private:
@@ -88,8 +88,7 @@ private:
     JNINativeInterface_ m_functions;
 };
 
-// An environment that any number of threads may pass to the natives: a Java string is the narrow text that its reference points
-// to.
+// An environment that any number of threads may pass to the natives. A Java string is a pointer to narrow text.
 class NativeEnvironment
 {
 public:

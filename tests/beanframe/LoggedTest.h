@@ -1,5 +1,5 @@
-// What the tests of bean frame, COM object and server share: a registry of its own and a log at TRACE that goes to the debugger
-// stream only.
+// Base of the tests of bean frame, COM object and server: a private registry, and a log at TRACE that goes only to the debugger
+// stream.
 #pragma once
 
 #include "tests/support/fixtures.h"
@@ -15,9 +15,8 @@ class LoggedTest : public testing::Test
 protected:
     LoggedTest();
 
-    // The lines of the named modules, or of all: the level, "->" or "<-" where a scope begins or ends, and the text. The names
-    // and ids of the logging objects are shortened to "@java", "@frame", "@object" and "@module", addresses to "#1", "#2" in the
-    // order of their appearance.
+    // The lines of the named modules, or of all: level, "->" or "<-" for scopes, and text. Names and ids of the logging objects
+    // become "@java", "@frame", "@object" and "@module", addresses "#1", "#2" in order of appearance.
     std::vector<std::string> lines(std::initializer_list<std::string> modules = {}) const;
 
     fixtures::LoggerWorld world;

@@ -16,7 +16,7 @@ class BeanFrameLifecycleTest : public BeanFrameWorld
 {
 protected:
     static void create() { CBeanFrame::createInstance("C:\\controls\\basis.jar", "com.maker.win", "Control"); }
-    // What the frame writes, and where it calls the Java bridge.
+    // The frame's lines and its calls of the Java bridge.
     std::vector<std::string> linesAndBridgeCalls() const
     {
         std::vector<std::string> result = lines({"BeanFrame", "JavaManagerJNIClient"});
@@ -77,7 +77,7 @@ TEST_F(BeanFrameLifecycleTest, CreationWithoutRuntimeKeepsTheFrameWithoutReferen
     EXPECT_EQ(lines({"BeanFrame"}).front(), "INFO -> CBeanFrame -1 validate ");
 }
 
-// One reference alone is missing, or the frame id is 0.
+// In each case one reference is missing, or the frame id is 0.
 TEST_F(BeanFrameLifecycleTest, CheckpointOnlyWhenEverythingIsThere)
 {
     for (int refused = 0; refused < 4; ++refused) {
@@ -118,7 +118,7 @@ TEST_F(BeanFrameLifecycleTest, CreationWithoutMemoryLeavesNoInstance)
     EXPECT_THAT(java->jni.takeCalls(), IsEmpty());
 }
 
-// Java answers with an event at once.
+// Every Java method raises an event at once.
 TEST_F(BeanFrameLifecycleTest, EventsRaisedDuringConstructionAreDropped)
 {
     java.emplace();
@@ -153,7 +153,7 @@ TEST_F(BeanFrameLifecycleTest, DeletionWithoutInstanceLogsTheFailedCheck)
                                      "INFO -> deleteInstance ", fixtures::END_BANNER, "INFO <- deleteInstance "));
 }
 
-// The messages and timers of the dropped events find an empty queue.
+// Messages and timers of the dropped events find the queue empty.
 TEST_F(BeanFrameLifecycleTest, DeletionDropsPendingEvents)
 {
     createFrame();
@@ -167,7 +167,7 @@ TEST_F(BeanFrameLifecycleTest, DeletionDropsPendingEvents)
     EXPECT_THAT(target.calls, IsEmpty());
 }
 
-// They come after the queue was emptied and before the instance is gone. Each pass ends at the first of them.
+// They are queued after the queue was emptied and before the instance is gone. Each pass ends at the first of them.
 TEST_F(BeanFrameLifecycleTest, EventsRaisedDuringDeletionAreLostOneByOneWithTheFailedCheck)
 {
     createFrame();
@@ -189,7 +189,7 @@ TEST_F(BeanFrameLifecycleTest, EventsRaisedDuringDeletionAreLostOneByOneWithTheF
     EXPECT_THAT(target.calls, IsEmpty());
 }
 
-// Memory may run out in the middle: the instance goes all the same.
+// Memory may run out in the middle: the instance is deleted nevertheless.
 TEST_F(BeanFrameLifecycleTest, DeletionLetsNoExceptionOut)
 {
     createFrame();

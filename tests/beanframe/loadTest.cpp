@@ -13,7 +13,7 @@ using testing::SizeIs;
 
 namespace {
 
-// A frame whose memory cannot be touched any more once it is gone.
+// A frame whose memory becomes inaccessible when it is deleted.
 class GuardedFrame : public CBeanFrame
 {
 public:
@@ -40,7 +40,7 @@ public:
     }
 };
 
-// Four threads that call the natives in turn, each as often as it is told to and then waiting.
+// Four threads that call the natives in turn, each as often as ordered, and then wait.
 class FiringThreads
 {
 public:
@@ -61,13 +61,13 @@ public:
     FiringThreads(const FiringThreads&) = delete;
     FiringThreads& operator=(const FiringThreads&) = delete;
 
-    // Lets each thread call `calls` natives more.
+    // Lets each thread call `calls` more natives.
     void order(int calls)
     {
         m_ordered += calls;
         m_ordered.notify_all();
     }
-    // Until the threads have together returned from so many calls.
+    // Waits until the threads have returned from so many calls altogether.
     void waitFor(int returned) const
     {
         for (int now = m_returned; now < returned; now = m_returned) {
@@ -154,8 +154,8 @@ protected:
         Logger::setMaxLogLevel(-1);
         GuardedFrame::create();
     }
-    // In each cycle a frame comes, the threads call their natives, and the frame goes: the queue is as long as the threads were
-    // told to make it, however slowly it is emptied. The pass and the deletion meet the calls at another place each time.
+    // In each cycle a frame is created, the threads call their natives, and the frame is deleted. The threads' orders limit the
+    // queue's length, however slowly it is emptied. Pass and deletion happen at a different moment of the calls each time.
     void cycles(int count)
     {
         constexpr int CALLS = 3;
@@ -244,7 +244,7 @@ TEST_F(NativesUnderLoadTest, NothingIsLostAndNothingDoubled)
     EXPECT_EQ(std::set<std::string>(target.events.begin(), target.events.end()), expected);
 }
 
-// The frame is not gone before a native that found it has returned.
+// The frame is not deleted before a native that found it has returned.
 TEST_F(NativesUnderLoadTest, DeletionWaitsForANativeThatUsesTheFrame)
 {
     static std::atomic<bool> s_isReleased;
@@ -275,8 +275,8 @@ TEST_F(NativesUnderLoadTest, DeletionWaitsForANativeThatUsesTheFrame)
     javaThread.join();
 }
 
-// The destructor clears the pointer and then reads the count. At whichever instruction of a beginning use it does so: it finds
-// the count, or the use finds no frame.
+// The destructor clears the pointer and then reads the count. No matter at which instruction of a beginning use it does so, either
+// it sees the count, or the use finds no frame.
 TEST_F(NativesUnderLoadTest, BeginningUseIsCountedOrFindsNoFrame)
 {
     static int s_clearedAt;

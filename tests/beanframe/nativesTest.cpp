@@ -1,4 +1,4 @@
-// The way of an event from the native that Java calls to the sinks: each kind of event with its lines, whole.
+// Events from the native that Java calls to the sinks: each kind with all its lines.
 #include "tests/beanframe/BeanFrameWorld.h"
 
 #include <gmock/gmock.h>
@@ -106,7 +106,7 @@ TEST_F(NativesTest, EventsOfADeadClientAreDropped)
     EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
 }
 
-// Alive when it was queued; nobody asks again.
+// The client was alive when the event was queued, which is not checked again.
 TEST_F(NativesTest, QueuedEventIsFiredAlsoWhenTheClientHasDiedSince)
 {
     createFrame();

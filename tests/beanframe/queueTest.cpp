@@ -1,4 +1,4 @@
-// The event queue: what it asks of Windows, which entry is processed next, and what a handler may do meanwhile.
+// The event queue: its calls of Windows, which entry is processed next, and what a handler may do.
 #include "tests/beanframe/BeanFrameWorld.h"
 #include "tests/support/ImportHook.h"
 
@@ -24,7 +24,7 @@ using OutputHook = ImportHook<decltype(&OutputDebugStringA)>;
 using PostHook = ImportHook<decltype(&PostThreadMessageA)>;
 using TimerHook = ImportHook<decltype(&CreateTimerQueueTimer)>;
 
-// Captured before any test could set another one.
+// Read before a test can replace it.
 DWORD(WINAPI* const s_clockOfTheStart)() = FrameAccess::s_TickCount;
 
 std::mutex s_mutex;
@@ -87,7 +87,7 @@ protected:
         s_areTimersReal = false;
     }
     static std::vector<std::string> takeCalls() { return std::exchange(s_calls, {}); }
-    // Queued at the given reading of the clock.
+    // Queued when the clock shows `queuedAt`.
     static void custom(const char* text, DWORD queuedAt, DWORD delay = 0)
     {
         s_now = queuedAt;
@@ -167,7 +167,7 @@ TEST_F(EventQueueTest, DelayIsWaitedForByATimerOfWindows)
     EXPECT_THAT(target.events, ElementsAre("testBridgeEvent delayed"));
 }
 
-// No other thread sees the line of an entry before the entry, nor the entry taken out before its line.
+// Otherwise another thread could see an entry's line before the entry, or its removal before the line about that.
 TEST_F(EventQueueTest, LinesOfTheQueueAreWrittenUnderItsLock)
 {
     static std::vector<std::string> s_locked;
@@ -274,7 +274,7 @@ TEST_F(EventQueueTest, LongOverdueEntriesAreDueButNeverChosen)
 
 namespace {
 
-// The rule as it is stated: every entry is looked at, in queuing order.
+// The rule itself: looks at every entry, in queuing order.
 FrameAccess::QueueEntry* plainScan(DWORD now)
 {
     DWORD best = 0x7FFFFFFF;
@@ -302,7 +302,7 @@ TEST_F(EventQueueTest, ChoiceEqualsAPlainScanForRandomQueues)
     for (int round = 0; round < 5000; ++round) {
         const DWORD base = round % 3 == 0 ? 0 : round % 3 == 1 ? 0xFFFFFFF0 : static_cast<DWORD>(random());
         for (size_t count = random() % 12; count > 0; --count) {
-            // At the edges of the rule, near each other (ties), or anywhere. The timer of a delay is none here, nor is a message.
+            // At the edges of the rule, near each other (ties), or anywhere. Neither timers nor messages are real here.
             const DWORD offset = random() % 3 == 0   ? CORNERS[random() % CORNERS.size()]
                                  : random() % 2 == 0 ? static_cast<DWORD>(random()) % 6 - 3
                                                      : static_cast<DWORD>(random());
@@ -335,7 +335,7 @@ TEST_F(EventQueueTest, NegativeDelayIsDueAtOnceAndWaitsForTheNextMessage)
     EXPECT_THAT(target.events, ElementsAre("testBridgeEvent minus onejs"));
 }
 
-// Timers may advance in smaller steps than the queue's clock: the message is here, the entry still lies in the future by a step.
+// Timers may advance in smaller steps than the queue's clock: the message may arrive a step before the entry is due.
 TEST_F(EventQueueTest, TimerThatRanAheadOfTheClockIsFollowedByAnother)
 {
     custom("near", 0xFFFFFFF8, 17); // due 9
@@ -404,7 +404,7 @@ TEST_F(EventQueueTest, ExhaustedMemoryForATextIsRaisedAndQueuesNothing)
     EXPECT_THAT(takeCalls(), IsEmpty());
 }
 
-// COM calls out to a sink in a loop of its own, which may come back to the queue.
+// COM calls a sink from its own message loop, which may come back to the queue.
 TEST_F(EventQueueTest, PassInsideASinkTakesWhatIsLeftAndWhatTheSinkQueuedAndNothingTwice)
 {
     target.onFire = [&](const std::string& event) {
@@ -429,7 +429,7 @@ TEST_F(EventQueueTest, SwallowedMessageIsPostedAnew)
     CBeanFrame::repostSwallowedMessage();
     EXPECT_THAT(takeCalls(), ElementsAre(POST));
 
-    // A message that is posted during a pass is not answered by it.
+    // A message that is posted during a pass is not served by it.
     target.onFire = [&](const std::string&) {
         queue("", &FrameAccess::processWatchDogEvent);
         takeMessages(); // the loop in which COM waits for the sink

@@ -10,7 +10,7 @@ using testing::SizeIs;
 
 namespace {
 
-// A real window, gone at the end of the test.
+// A real window, destroyed at the end of the test.
 class Window
 {
 public:
@@ -61,9 +61,9 @@ protected:
         EXPECT_EQ(frame().pushWindowHandle(HandleToLong(window)), S_OK);
         stream.clear();
     }
-    // What the watchdog's due entry does.
+    // Processes the watchdog's due entry.
     static void bark() { EXPECT_EQ(processAt(s_now + 15000), S_OK); }
-    // An armed chain is one entry that is due 15 seconds from now, with an empty text.
+    // Each chain has one entry with an empty text, due in 15 seconds.
     static void expectChains(size_t count)
     {
         EXPECT_THAT(FrameAccess::s_EventQueue, SizeIs(count));
@@ -77,7 +77,7 @@ protected:
     const DisconnectHook disconnectHook{"CoDisconnectObject", noteDisconnect};
 };
 
-// An event that Java raises as soon as the bean is in the frame is already measured by the new window.
+// The new window already counts for an event that Java raises as soon as the bean is in the frame.
 TEST_F(WatchdogTest, PushedHandleIsKeptThenTheBeanAddedAndThenAChainStarted)
 {
     java->insideMethods = [&] {
@@ -204,7 +204,7 @@ TEST_F(WatchdogTest, DeadClientLosesEveryReference)
                             "FINE <- processEventQueue "));
 }
 
-// What COM held for the client goes with the disconnection. Each round asks anew which object there is.
+// The disconnection drops what COM held for the client. Each round looks up the current object again.
 TEST_F(WatchdogTest, ForcedReleaseFollowsTheProcessesObject)
 {
     killClient();

@@ -1,4 +1,4 @@
-// What the tests of the COM object share: a recording Java side, a module that counts, and sinks.
+// Fixture of the COM object's tests: a recording Java side, a module that counts, and sinks.
 #pragma once
 
 #include "beanframe/BeanFrame.h"
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-// A module that counts and notes its unlock in the log's stream.
+// A module that counts, and writes its unlock to the debugger stream.
 class CountingModule final : public CAtlModule
 {
 public:
@@ -34,11 +34,11 @@ struct ObjectAccess : CJavaManagerATLObject
 class RecordingSink final : public IDispatch
 {
 public:
-    // The event's number and its text.
+    // Member id and text of each event.
     std::vector<std::string> calls;
     HRESULT answer = S_OK;
     std::function<void()> onCall;
-    // The BSTR that came with the last call; gone when the call is over.
+    // The BSTR of the current call; invalid afterwards.
     BSTR lastText = nullptr;
     ULONG references = 0;
     ULONG referencesInCall = 0;
@@ -60,7 +60,7 @@ protected:
     ~ComWorld() override;
 
     using Object = CComObject<CJavaManagerATLObject>;
-    // A reference to a new object. The first one of a test finds a basis control and the recording Java side.
+    // A new object. The first one of a test finds a basis control and the recording Java side.
     static CComPtr<Object> create();
     static CComPtr<IConnectionPoint> point(Object* object);
     static DWORD advise(Object* object, RecordingSink& sink);
@@ -69,8 +69,8 @@ protected:
     {
         return static_cast<ObjectAccess*>(static_cast<CJavaManagerATLObject*>(object));
     }
-    // The description in the COM error info that the last call left on this thread; "(no error info)" when there is none. The
-    // info names the interface and no help.
+    // The description in this thread's COM error info, or "(no error info)". Expects the info to name the interface and no help
+    // file.
     static std::string takeErrorText();
 
     CountingModule module;

@@ -25,7 +25,7 @@ LSTATUS WINAPI noteOpening(HKEY root, LPCSTR path, DWORD options, REGSAM access,
     return OpenHook::s_original(root, path, options, access, key);
 }
 
-// The executable that the product takes itself for, and the length that Windows gives for its path.
+// The executable's path and its length, as the product gets them from Windows.
 std::string s_executable;
 DWORD s_length = 0;
 
@@ -49,7 +49,7 @@ protected:
         s_executable = path;
         s_length = static_cast<DWORD>(path.size());
     }
-    // The lines of the choice, of an object that is created as if by the executable named above.
+    // The log lines of the choice, for an object that is created in the executable named above.
     std::vector<std::string> choice()
     {
         CJavaManagerATLObject::s_Instance = nullptr;
@@ -98,7 +98,7 @@ TEST_F(BasisControlTest, BesideTheExecutableIsTheDefaultAndNotLookedForTwice)
     EXPECT_THAT(choice(), ElementsAre(looks + beside, takes + beside, looks + beside, isThere));
 }
 
-// The path is cut before its last backslash. The buffer has 260 characters: a longer or a negative length means no path.
+// The folder is the path before the last backslash. The buffer has 260 characters: a longer or a negative length means no path.
 TEST_F(BasisControlTest, DefaultIsEmptyWithoutThePathOfTheExecutable)
 {
     forgetPreference();
@@ -117,7 +117,7 @@ TEST_F(BasisControlTest, DefaultIsEmptyWithoutThePathOfTheExecutable)
 TEST_F(BasisControlTest, IsReadFromOneKeyInThe32BitViewThatIsOpenedForReadingOnly)
 {
     const char* const key = fixtures::LoggerWorld::PREFERENCES_KEY;
-    world.machine().createKey("SOFTWARE\\Wow6432Node"); // from here on the two views are two
+    world.machine().createKey("SOFTWARE\\Wow6432Node"); // from now on the two views are separate
     world.machine().setString(key, "basiscontrol", basisControl, KEY_WOW64_32KEY);
     world.machine().setString(key, "basiscontrol", folder.path("of the other view.jar"));
     s_openings.clear();

@@ -20,7 +20,7 @@ enum Kind { ANSWERS, ANSWERS_NOTHING, CHECKS_FIRST };
 
 struct Method
 {
-    // The Java method, whose answer is the result where there is one.
+    // The Java method, whose answer is the result if there is one.
     const char* name;
     std::string entry;
     // Of the bean frame's operation.
@@ -30,7 +30,7 @@ struct Method
     HRESULT (*call)(IJavaManager& object, BSTR* result);
 };
 
-// What each method becomes on its way down, whole.
+// What each method becomes on its way down.
 const Method METHODS[] = {
     {"callMethod", "callMethod first, second", "callMethod first,second",
      "CallObjectMethod(QMRTWinControl, callMethod, \"first\", \"second\")", ANSWERS,
@@ -103,7 +103,7 @@ protected:
 
     HRESULT testBridge(const wchar_t* text, int ttl, int delay) { return object->testBridge(CComBSTR(text), ttl, delay); }
     HRESULT provideErrorInfo(HRESULT hr) { return (access(object)->*&ObjectAccess::provideErrorInfo)(hr); }
-    // The lines of the object and of the frame's operations; what these do besides is theirs to test.
+    // The object's lines, and the frame's operations: its other lines are tested with the frame.
     std::vector<std::string> callLines() const
     {
         std::vector<std::string> result = lines({"JavaManagerATLObject", "BeanFrame"});
@@ -118,7 +118,7 @@ protected:
         }
         return result;
     }
-    // What the log wrote between the banners of its backtraces.
+    // The lines between the banners of backtraces.
     std::string backtraces() const
     {
         std::string result;
@@ -242,7 +242,7 @@ TEST_F(JavaManagerCallsTest, FailureNamesTheClassAsItsSource)
 
 TEST_F(JavaManagerCallsTest, SuccessLeavesTheCollectedTextToTheNextFailure)
 {
-    const CComPtr<Object> other = create(); // its constructor has an error line
+    const CComPtr<Object> other = create(); // its constructor logs an error
     EXPECT_EQ(object->validate(), S_OK);
     EXPECT_EQ(testBridge(L"error", 1, 0), E_FAIL);
     EXPECT_THAT(takeErrorText(), testing::HasSubstr("CJavaManagerATLObject  s_Instance == NULL: false\n"));
@@ -250,7 +250,7 @@ TEST_F(JavaManagerCallsTest, SuccessLeavesTheCollectedTextToTheNextFailure)
     EXPECT_EQ(takeErrorText(), "") << "told once";
 }
 
-// Null texts leave their place empty. Characters that the system's code page does not have become question marks.
+// Null texts are logged as empty. Characters that the system's code page lacks become question marks.
 TEST_F(JavaManagerCallsTest, TextsAreLoggedNarrow)
 {
     ASSERT_EQ(GetACP(), 1252u);
@@ -263,7 +263,7 @@ TEST_F(JavaManagerCallsTest, TextsAreLoggedNarrow)
                             "INFO -> @frame setProperty ,\xfc\x80?", "INFO -> @object provideErrorInfo 0"));
 }
 
-// What the bridge hands to Java of the bounds is the bridge's matter; it gets all four as they are.
+// The bridge gets all four bounds, although it does not pass them to Java.
 TEST_F(JavaManagerCallsTest, IntegersArriveUnchanged)
 {
     CComBSTR result;
@@ -316,7 +316,7 @@ TEST_F(JavaManagerCallsTest, FrameIdIsTheFramesOrThatOfAZombie)
     EXPECT_EQ(takeErrorText(), "(no error info)");
 }
 
-// Also without a bean frame.
+// Even without a bean frame.
 TEST_F(JavaManagerCallsTest, TestBridgeAnswersItselfAtTheEndOfItsHops)
 {
     advise(object, sink);
@@ -380,7 +380,7 @@ TEST_F(JavaManagerCallsTest, TestBridgeWithoutMemoryForItsText)
     EXPECT_THAT(java.jni.takeCalls(), IsEmpty());
 }
 
-// It goes when the call has done its work.
+// The object is destroyed only after the call.
 TEST_F(JavaManagerCallsTest, SinkMayCallInAndReleaseTheObject)
 {
     advise(object, sink);

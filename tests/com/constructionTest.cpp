@@ -74,7 +74,7 @@ TEST_F(JavaManagerConstructionTest, ExceptionOnTheJavaSideLeavesAFrameThatFails)
                 ElementsAre("ERROR @object CBeanFrame::s_Instance->setVisible(true): failure: Access denied. (80070005)"));
 }
 
-// Not even a line of the log has memory.
+// There is not even memory for a log line.
 TEST_F(JavaManagerConstructionTest, ObjectIsCreatedWhenMemoryRunsOutOnTheWay)
 {
     using OpenHook = ImportHook<decltype(&RegOpenKeyExA)>;
@@ -146,7 +146,7 @@ TEST_F(JavaManagerConstructionTest, EndRunsFinalReleaseThenDestructorThenUnlock)
                             "INFO <- @frame ~CBeanFrame ", "INFO <- deleteInstance ", "INFO <- @object ~CJavaManagerATLObject "));
 }
 
-// The reference first, then the scope; the Logger goes before the scope ends.
+// Takes the reference before the scope begins, and releases it before the scope ends.
 TEST_F(JavaManagerConstructionTest, ObjectMainHoldsTheLogger)
 {
     world.stop();

@@ -44,7 +44,7 @@ TEST_F(FiringTest, WithoutSinkIsNothing)
     EXPECT_THAT(stream.lines(), SizeIs(0));
 }
 
-// Through what the bean frame sees of the object.
+// Through the interface that the bean frame uses.
 TEST_F(FiringTest, EachEventHasItsNumberItsTextAndTheResultOfTheSink)
 {
     advise(object, first);
@@ -68,7 +68,7 @@ TEST_F(FiringTest, EachSinkGetsACopyOfTheText)
     const CComBSTR text(L"shared");
     first.onCall = [&] {
         EXPECT_NE(first.lastText, text.m_str);
-        first.lastText[0] = L'X'; // what one sink does to its copy, the next does not see
+        first.lastText[0] = L'X'; // the next sink does not see what this one does to its copy
     };
     EXPECT_EQ(object->Fire_customEvent(text), S_OK);
     EXPECT_THAT(second.calls, ElementsAre("4 shared"));
@@ -176,7 +176,7 @@ TEST_F(FiringTest, SinkMayFireAnew)
     EXPECT_THAT(second.calls, ElementsAre("4 inner", "4 outer"));
 }
 
-// What Java raises goes to the sinks of the process's object, what testBridge answers to those of the object that was called.
+// Events of Java go to the sinks of the first object, testBridge's own answers to those of the object that was called.
 TEST_F(FiringTest, EachObjectHasItsOwnSinks)
 {
     NativeEnvironment environment;
@@ -190,7 +190,7 @@ TEST_F(FiringTest, EachObjectHasItsOwnSinks)
     EXPECT_THAT(second.calls, ElementsAre("2 abcSs"));
 }
 
-// The queue holds the object while it fires: the client may give up its last reference inside its sink.
+// The queue holds the object while it fires: the client may release its last reference inside its sink.
 TEST_F(FiringTest, ClientMayReleaseTheObjectInsideItsSink)
 {
     NativeEnvironment environment;

@@ -1,4 +1,4 @@
-// A client whose Java virtual machine is a recording, and what it does: JNI calls and log lines in one order.
+// A client on a recording Java virtual machine, and a transcript: its JNI calls and log lines in one order.
 #pragma once
 
 #include "javabridge/JavaManagerJNIClient.h"
@@ -14,7 +14,7 @@
 using Strings = std::vector<std::string>;
 
 // Compares two lists line by line. The expected one may be a text, whose lines may be indented and may begin with an empty line.
-// In it "{pid}" is the id of this process and "{checked}" what a check for an exception does that finds none.
+// In it "{pid}" is the id of this process and "{checked}" a check for an exception that finds none.
 #define EXPECT_LINES(actual, ...) EXPECT_EQ(joined(actual), joined(__VA_ARGS__))
 std::string joined(const Strings& lines);
 Strings linesOf(std::string text);
@@ -34,15 +34,15 @@ inline const std::string RUNTIMES_NEW = "SOFTWARE\\JavaSoft\\JRE";
 
 // The JNI calls of a transcript.
 Strings callsOf(Strings transcript);
-// What a setter of the frame does that succeeds.
+// The transcript of a frame's setter that succeeds.
 std::string setterTranscript(const std::string& object, const std::string& operation, const std::string& method, bool value);
-// The JNI calls that capture a pending exception, from the check on.
+// The JNI calls that capture a pending exception, the check included.
 Strings captureCalls(const std::string& exceptionClass, const std::string& message);
 
-// What the listener's natives were given since the last call of this: "NAME TEXT[, DELAY] on thread ID".
+// The calls of the listener's natives since the last call: "NAME TEXT[, DELAY] on thread ID".
 Strings takeReceivedEvents();
 
-// Opens what the room keeps to itself.
+// Makes protected members public.
 class CBridgeClient : public CJavaManagerJNIClient
 {
 public:
@@ -70,12 +70,12 @@ public:
     using CJavaManagerJNIClient::registerNative;
 };
 
-// What the process logs at the highest level, with the calls of the recorded machine between the lines. The end of it is printed
-// when the test failed.
+// The process's log at the highest level, with the calls of the recording machine between the lines. When the test fails, its end
+// is printed.
 //
 // A line is "LEVEL text", the entry of a scope "LEVEL -> text" without the blank at its end. Lines of the client itself come
-// without its class name, those of its static members as "LEVEL static: text", those of other modules as "LEVEL MODULE: text"
-// with what they say. Line feeds in a text are written "\n". Exits of scopes and backtraces are left out.
+// without its class name, those of its static members as "LEVEL static: text", those of other modules as "LEVEL MODULE: text".
+// Line feeds in a text are written "\n". Exits of scopes and backtraces are left out.
 class ClientLog
 {
 public:
@@ -84,9 +84,9 @@ public:
     ClientLog(const ClientLog&) = delete;
     ClientLog& operator=(const ClientLog&) = delete;
 
-    // Everything since the last call of one of these.
+    // Everything since the last take.
     Strings take();
-    // Of it the statements of a level, without the level.
+    // Only the statements of a level, without the level.
     Strings take(const std::string& level);
     Strings takeErrors() { return take("ERROR"); }
     const fixtures::DebugStream& stream() const { return m_stream; }
@@ -101,11 +101,11 @@ protected:
     BridgeTest();
     ~BridgeTest() override;
 
-    // The client as it is after startBean and regEventListener. Their calls are not in the record.
+    // Puts the client into its state after startBean and regEventListener, without a record of their calls.
     void haveControl();
-    // The client as it is when no virtual machine could be started.
+    // Puts the client into its state after a failed start of the virtual machine.
     void haveNoMachine();
-    // What happened up to here is of no interest.
+    // Discards log and record.
     void forget();
 
     RecordingJni java;

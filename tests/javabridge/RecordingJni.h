@@ -1,9 +1,9 @@
-// A Java virtual machine that runs nothing: it writes down every JNI call with its arguments, in order, and answers as the test
+// A Java virtual machine that runs nothing: it records every JNI call with its arguments, in order, and returns what the test
 // says.
 //
-// One at a time; the main thread only. Every JNI or invocation function that the product has no use for ends the test program
-// with the function's place in the table. What is handed out stays readable after it was deleted, so that a use after deletion is
-// named in the record instead of crashing.
+// One at a time; the main thread only. JNI and invocation functions that the product does not use end the test program and name
+// their place in the table. References stay readable after their deletion, so that a later use appears in the record instead of
+// crashing.
 #pragma once
 
 #include <jni.h>
@@ -40,15 +40,15 @@ public:
     {
         return {exceptionClass, message, {}};
     }
-    // By method name, a constructor by "class.<init>", a method on one object only by "OBJECT: NAME". Without a word methods
-    // answer "answer of NAME".
+    // By method name, for a constructor "class.<init>", for a method on one object only "OBJECT: NAME". Other methods answer
+    // "answer of NAME".
     std::map<std::string, Outcome> outcomes;
-    // Classes and methods that are not there: a look-up gives null and leaves a Java error pending.
+    // Classes and methods that do not exist: a look-up returns null and leaves a Java error pending.
     std::set<std::string> missing;
-    // JNI functions that answer null from their nth call since the last takeCalls on (1 = the first). NewStringUTF leaves an
-    // OutOfMemoryError pending, as it does when memory is exhausted.
+    // JNI functions that return null from their nth call since the last takeCalls on (1 = the first). NewStringUTF then leaves an
+    // OutOfMemoryError pending, as on exhausted memory.
     std::map<std::string, int> nullFrom;
-    // What RegisterNatives answers about natives that are there.
+    // The result of RegisterNatives for natives that exist.
     jint registerResult = JNI_OK;
     jint attachResult = JNI_OK;
     jint detachResult = JNI_OK;
@@ -63,7 +63,7 @@ public:
     // Adds an event of another kind to the record.
     void note(const std::string& event) { record(event); }
 
-    // Told of every line of the record as it is written.
+    // Called with every line of the record as it is written.
     std::function<void(const std::string&)> onCall;
     // The record since the last call of this. A call made while a Java exception is pending ends in " [pending]".
     std::vector<std::string> takeCalls();
@@ -72,7 +72,7 @@ public:
     std::vector<std::string> liveGlobals() const { return live(Kind::Global); }
     int heldCharacters() const { return m_heldCharacters; }
     bool isPending() const { return m_pending != nullptr; }
-    // The four numbers that Java's setBounds found where its arguments should be.
+    // The four numbers in the place of setBounds' arguments.
     std::vector<jint> lastBounds;
 
 private:

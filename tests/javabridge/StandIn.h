@@ -1,11 +1,10 @@
-// A runtime folder of the test's own, with a jvm.dll that is a stand-in, broken, or not there, and what of Windows is asked
-// meanwhile.
+// A private runtime folder whose jvm.dll is a stand-in, broken or missing, and a record of the calls of Windows.
 #pragma once
 
 #include "tests/javabridge/BridgeFixture.h"
 #include "tests/support/ImportHook.h"
 
-// While it is alive the opening of registry keys and the asking for paths stand in the log: "RegOpenKeyExA(PATH, ACCESS)",
+// While it is alive, opening registry keys and querying paths is written to the log: "RegOpenKeyExA(PATH, ACCESS)",
 // "GetCurrentDirectoryA(SIZE)", "GetModuleFileNameA(MODULE, SIZE)".
 class NotedSystemCalls
 {
@@ -39,7 +38,7 @@ class NotedSystemCalls
     NameHook m_name{"GetModuleFileNameA", name};
 };
 
-// What the registry's reader logs about a key that it opens.
+// What the registry reader logs about a key that it opens.
 inline std::string opened(const std::string& path, const std::string& access)
 {
     return "FINE -> registry: CRegistry  CRegistry " + path + "\nRegOpenKeyExA(" + path + ", " + access +
@@ -63,7 +62,7 @@ public:
 
     std::string bin() const { return m_folder.path("bin"); }
     std::string library() const { return m_folder.path("bin\\server\\jvm.dll"); }
-    // What the stand-in has written down since the last call of this.
+    // The stand-in's record since the last call.
     Strings takeRecord() const
     {
         const std::string path = m_folder.path("bin\\server\\jvm.record");
@@ -72,7 +71,7 @@ public:
         std::erase(text, '\r');
         return fixtures::splitLines(text);
     }
-    // The options among it.
+    // The options in that record.
     Strings takeOptions() const
     {
         Strings options;
@@ -104,7 +103,7 @@ private:
     fixtures::TemporaryFolder m_folder{fixtures::TemporaryFolder::Removal::MayFail};
 };
 
-// A machine started from the stand-in, with a registry and a Logger of the test's own.
+// A machine started from the stand-in, with a private registry and Logger.
 class MachineTest : public testing::Test
 {
 protected:
@@ -117,7 +116,7 @@ protected:
         world.start();
         runtime.install("jvm.dll");
     }
-    // What precedes the options of the rest of the system; what follows them.
+    // The options before and after those that a test sets.
     const Strings first = {"-Djava.class.path=C:\\basis.jar"};
     Strings last(int level = LOGLEVEL_TRACE) const
     {
@@ -132,7 +131,7 @@ protected:
         log.take();
         return client.createJVM({version, runtime.library()});
     }
-    // The options of a machine that is created now.
+    // Creates a machine and returns its options.
     Strings createdWith()
     {
         EXPECT_EQ(create(), 0);

@@ -12,7 +12,7 @@ namespace {
 
 const std::string FRAME_NAME = "\"kesta_frame_" + std::to_string(GetCurrentProcessId()) + "\"";
 
-// What happens until there is a frame, and until there is a listener.
+// The transcripts of creating the frame and the listener.
 const std::string START = R"(
     FINE -> startBean a.b, Bean
     TRACE beanObject!=NULL: true
@@ -68,8 +68,7 @@ Arrangement nullFrom(const std::string& function, int call)
     return [=](RecordingJni& java) { java.nullFrom = {{function, call}}; };
 }
 
-// A step that fails: what makes it fail, how many JNI calls are made, the exception that is captured, and the error of the check
-// that follows.
+// A step that fails: what makes it fail, the number of JNI calls, the captured exception, and the error of the following check.
 struct SFailure
 {
     Arrangement arrange;
@@ -90,7 +89,7 @@ class ControlTest : public BridgeTest
 protected:
     HRESULT startBean() { return client.startBean(&newBean, &newFrame, &frameID, "a.b", "Bean"); }
     HRESULT regEventListener() { return client.regEventListener(&newListener, frame, bean); }
-    // The operation fails as it is said, with those of the calls that it would have made.
+    // Expects the operation to fail as described, after part of its calls.
     void expectFailure(const SFailure& failure, const Strings& calls, const std::function<HRESULT()>& operation)
     {
         SCOPED_TRACE(failure.message + ", " + failure.error);

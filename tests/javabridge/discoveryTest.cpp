@@ -1,4 +1,4 @@
-// Which runtime is chosen and which archives form the class path, from registries of the test's own.
+// Which runtime is chosen and which archives form the class path, with a private registry.
 #include "tests/javabridge/StandIn.h"
 
 namespace {
@@ -35,7 +35,7 @@ protected:
         const JVMInfo info = client.findJVM();
         return info.version + ": " + info.path;
     }
-    // The same of a runtime that was installed here.
+    // The same for a runtime that the test has installed.
     static std::string installed(const std::string& version) { return version + ": C:\\" + version + "\\jvm.dll"; }
 
     fixtures::RegistryScratch machine{HKEY_LOCAL_MACHINE};
@@ -175,7 +175,7 @@ TEST_F(DiscoveryTest, TextsBeyondTheLimitsOfTheRegistryReaderAreEmpty)
     EXPECT_EQ(found(), "1.8: ");
 }
 
-// An empty name leads to the key above, and equals a current version that is missing.
+// An empty name opens the key above, and equals a missing current version.
 TEST_F(DiscoveryTest, NamesBeyondTheLimitsOfTheRegistryReaderAreEmpty)
 {
     install(std::string(254, '1'));

@@ -133,7 +133,7 @@ TEST_F(ExceptionTest, OfAFailedLookUpHasTheBacktraceOfItsOperation)
                                           });
 }
 
-// Both ends of the line: the one of the text, and the one of every entry.
+// One line feed is the text's, the other one ends every entry.
 TEST_F(ExceptionTest, LineEndsInTwoLineFeeds)
 {
     client.checkNoJNIException();

@@ -138,7 +138,7 @@ TEST_F(MachineTest, MachineMayEndTheProcess)
     EXPECT_EXIT(create(), testing::ExitedWithCode(1), "");
 }
 
-// It stays for the machine's threads, also when a machine was only asked to start.
+// It stays for the machine's threads, even when the machine failed to start.
 TEST_F(MachineTest, LibraryIsFreedAndStays)
 {
     for (const char* order : {"create 0", "create -4"}) {
@@ -166,7 +166,7 @@ protected:
         world.machine().setString(RUNTIMES + "\\1.8", "RuntimeLib", runtime.library());
     }
     ~SingletonTest() override { CJavaManagerJNIClient::cleanUp(); }
-    // Without what the registry's reader does.
+    // Without the lines of the registry reader.
     Strings takeOwn()
     {
         Strings lines = log.take();

@@ -203,7 +203,7 @@ protected:
 
     HRESULT call(const SOperation& operation, BSTR* result) { return operation.call(client, references(), result); }
     SReferences references() const { return {bean, frame, listener}; }
-    // Fails and writes no result.
+    // Expects it to fail and to write no result.
     void expectFailure(const SOperation& operation, const SReferences& given, const Strings& errors, const Strings& calls)
     {
         BSTR result = UNTOUCHED;
@@ -213,7 +213,7 @@ protected:
         EXPECT_LINES(java.takeCalls(), calls);
         EXPECT_FALSE(java.isPending());
     }
-    // What the operation left behind, sorted. `before` are the references that there were.
+    // References that the operation left behind, sorted. `before` are those from before the operation.
     Strings newReferences(const Strings& before) const
     {
         Strings kept;
@@ -391,7 +391,7 @@ TEST_F(OperationTest, TextsReachJavaAndTheLogInTheAnsiCodePage)
     EXPECT_EQ(java.takeCalls()[2], "CallVoidMethod(global listener, testBridge, \"\xE4 \x80\", 3, -7)");
 }
 
-// What lies where Java looks for them depends on the build, but not on the values.
+// Java reads whatever is in their place: that depends on the build, but not on the values.
 TEST_F(OperationTest, BoundsDoNotReachJava)
 {
     EXPECT_EQ(client.setFrameBounds(frame, 1111, -2222, 3333, 4444), S_OK);

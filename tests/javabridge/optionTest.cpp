@@ -1,4 +1,4 @@
-// The options that the Java virtual machine is given: those of the registry, those of the log, and their order.
+// The options of the Java virtual machine: from the registry, from the log, and their order.
 #include "tests/javabridge/StandIn.h"
 
 namespace {

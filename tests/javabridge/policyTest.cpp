@@ -1,4 +1,4 @@
-// This program has a policy file beside it.
+// The build puts a policy file beside this program.
 #include "tests/javabridge/StandIn.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// Release of bean, frame and listener, which nothing stops.
+// Release of bean, frame and listener, which continues after any failure.
 #include "tests/javabridge/BridgeFixture.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// The conversions between client strings and Java strings, the shared text, and what becomes of an operation when one fails.
+// Conversions between client strings and Java strings, the shared text, and operations in which a conversion fails.
 #include "tests/javabridge/BridgeFixture.h"
 
 #include "atl/atl.h"
@@ -19,7 +19,7 @@ using FreeHook = ImportHook<decltype(&SysFreeString)>;
 const BSTR UNTOUCHED = reinterpret_cast<BSTR>(-1);
 const std::wstring WITH_ZERO = {L'a', L'\0', L'b'};
 
-// "PAGE FLAGS" of every conversion. From this many calls on they are refused; negative: never.
+// "PAGE FLAGS" of every conversion. After so many calls they fail; negative: never.
 Strings s_conversions;
 int s_callsUntilRefusal = -1;
 
@@ -184,7 +184,7 @@ protected:
         s_conversions.clear();
     }
     ~ConversionTest() override { s_callsUntilRefusal = -1; }
-    // What an operation does whose conversions are refused after so many calls: two for each text.
+    // Runs an operation whose conversions fail after so many calls, two for each text.
     HRESULT refuse(int callsUntilRefusal, const std::function<void()>& operation)
     {
         const NarrowHook narrow("WideCharToMultiByte", narrowOrRefuse);

@@ -2,7 +2,7 @@
 //
 // Ownership: the four kernel objects of the debugger stream's protocol; one monitor at a time per session.
 // Threads:   it collects on its own thread; every operation may be called from any thread.
-// A sender waits until its line is taken, so a process is sure to be alive when it is opened at its first line.
+// A sender waits until its line is taken, so a process is certain to be alive when it is opened at its first line.
 #pragma once
 
 #include "tests/process/Program.h"
@@ -18,7 +18,7 @@ public:
     struct Line
     {
         DWORD process;
-        std::string text; // without the names of product and executable in front and the line feed at the end
+        std::string text; // without the names of product and executable at its start and the line feed at its end
     };
 
     CDebugMonitor();

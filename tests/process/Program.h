@@ -1,6 +1,6 @@
 // Processes of a test: those it starts, and those that COM starts for it.
 //
-// Functions that wait handle the calling thread's window messages meanwhile, so that the server can call its sinks.
+// While they wait, functions handle the calling thread's window messages, so that the server can call its sinks.
 // Failure: what cannot be started or opened throws std::runtime_error, which fails the test.
 #pragma once
 

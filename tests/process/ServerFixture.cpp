@@ -37,7 +37,7 @@ int SManager::frameId() const
 
 ServerTest::ServerTest()
 {
-    // The test program stands two folders below the executable.
+    // The test program is two folders below the executable.
     const std::string program = programFolder();
     const std::string tests = program.substr(0, program.rfind('\\'));
     m_buildFolder = tests.substr(0, tests.rfind('\\'));

@@ -1,7 +1,7 @@
 // The base of every process test: a clean registry with one Java runtime, the server registered, and a monitor of its log.
 //
-// After each test, whatever it did, every server process must have ended by itself with exit code 0 (expectExit announces any
-// other), and none may have left a crash report.
+// After each test, every server process must have ended on its own, with exit code 0 or the one that expectExit announced, and
+// without a crash report.
 #pragma once
 
 #include "tests/process/Client.h"
@@ -16,7 +16,7 @@
 
 namespace fixtures {
 
-// Gone with its content at the end of the test.
+// Removed with its content at the end of the test.
 class CTestFolder : public TemporaryFolder
 {
 public:
@@ -37,7 +37,7 @@ public:
     CApartment& operator=(const CApartment&) = delete;
 };
 
-// An object of the server and the process that serves it.
+// An object of the server, and its process.
 struct SManager
 {
     ATL::CComPtr<IJavaManager> object;

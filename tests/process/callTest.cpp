@@ -139,7 +139,7 @@ TEST_F(ServerTest, FailingCallTellsItsWholeBacktraceOnce)
     EXPECT_EQ(failed.source, "KESTAserver.JavaManager.1");
     EXPECT_EQ(messagesOf(failed.description), textOfStart(buildFolder()) + textOfThrowing("throw", "on purpose", frameId));
 
-    // The text is handed out once; without a message there is nothing after the colon.
+    // The text is returned once; without a message there is nothing after the colon.
     failed = call(manager.object, 3, "throwNoMessage", "");
     EXPECT_EQ(messagesOf(failed.description), textOfThrowing("throwNoMessage", "", frameId));
 

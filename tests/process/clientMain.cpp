@@ -1,6 +1,6 @@
 // A client in its own process. It creates the object, connects a sink, prints "frame ID", and then plays its role:
 //   hold           pushes its window, takes the frame in, and releases everything when a line arrives on its standard input
-//   hold-unpushed  the same without ever giving the server a window
+//   hold-unpushed  the same without pushing a window
 //   die-in-sink    pushes its window, has a Java timer raise events and ends itself inside its sink, while the server waits for
 //   it
 #include "tests/process/Client.h"

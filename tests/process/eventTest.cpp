@@ -47,7 +47,7 @@ TEST_F(EventTest, ClickOnTheButtonReachesTheSinkOnTheServersMainThread)
     ASSERT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
     EXPECT_EQ(callMethod(manager.object, "setText", "typed"), "typed");
 
-    // The button stands in the control's lower right corner.
+    // The button is in the control's lower right corner.
     const HWND frame =
         FindWindowExA(window.pane(), nullptr, nullptr, ("kesta_frame_" + std::to_string(manager.frameId())).c_str());
     ASSERT_NE(frame, nullptr);
@@ -226,7 +226,7 @@ TEST_F(EventTest, SinkThatReleasesTheObjectEndsTheServerAfterTheEventHasGoneToAl
     expectEnd(*manager.server);
     EXPECT_EQ(releasing.count(CUSTOM_EVENT, "one"), 1u);
     EXPECT_EQ(other.count(CUSTOM_EVENT, "one"), 1u);
-    // The server has let both of them go.
+    // The server has released both.
     EXPECT_EQ(releasing.references(), 0u);
     EXPECT_EQ(other.references(), 0u);
 }

@@ -123,7 +123,7 @@ TEST_F(ExecutableTest, ImportsOnlyWhatWindowsHas)
                                             "shell32.dll", "user32.dll", "version.dll"}));
 }
 
-// Functions that some systems lack are looked up by name at run time, and the Java runtime's in the library that was chosen.
+// Functions that some systems lack are looked up by name at run time, and Java's in the chosen library.
 TEST_F(ExecutableTest, StartsWithoutWhatItLooksUpAtRunTime)
 {
     const std::vector<std::string> functions = importedFunctions();

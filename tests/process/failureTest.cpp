@@ -10,7 +10,7 @@ namespace {
 
 using testing::Contains;
 
-// A library that is none, with the header that the server looks at: the PE header at 0x40, its machine field as given.
+// A broken library with the header that the server looks at: the PE header at 0x40 with the given machine.
 std::string libraryFor(unsigned short machine)
 {
     std::string file(0x1000, '\0');

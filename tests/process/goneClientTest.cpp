@@ -26,7 +26,7 @@ protected:
     }
     static std::string command(const char* role) { return "\"" + programFolder() + "\\process_client.exe\" " + role; }
 
-    // The watchdog releases the object, and the process ends as it always does. How often it had to release is left open.
+    // The watchdog releases the object, no matter how often it has to, and the process ends as usual.
     void expectForcedRelease(const CProcess& server)
     {
         expectEnd(server);

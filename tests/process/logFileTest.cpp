@@ -120,7 +120,7 @@ TEST_F(LogFileTest, EveryLineOfAWholeRunHasTheFormat)
     std::ranges::sort(stream);
     EXPECT_TRUE(std::ranges::includes(stream, sorted));
 
-    // The facts about the system stand at the top.
+    // The facts about the system are at the top.
     std::vector<std::string> facts;
     for (const std::string& line : file) {
         const LogLine parsed = parseLogLine(line);
@@ -230,7 +230,7 @@ TEST_F(LogFileTest, OldFilesAreDeletedUnlessSomebodyHasThemOpen)
     EXPECT_FALSE(logFileLines(id).empty());
 }
 
-// A folder on the desktop, gone at the end of the test.
+// A folder on the desktop, removed at the end of the test.
 class DesktopFolderTest : public LogFileTest, public testing::WithParamInterface<int>
 {
 protected:
@@ -253,7 +253,7 @@ INSTANTIATE_TEST_SUITE_P(Runtimes, DesktopFolderTest, testing::Values(11, 17, 21
 
 TEST_P(DesktopFolderTest, SwitchesToFullDetailWithTheMachinesOwnLogOnEveryRuntime)
 {
-    // One of the runtimes looks for its neighbours on the search path.
+    // One of the runtimes looks for its DLLs on the search path.
     const std::string library = runtimeLibrary(GetParam());
     const std::string bin = library.substr(0, library.find("\\server\\"));
     SetEnvironmentVariableA("PATH", (bin + ";C:\\windows\\system32;C:\\windows").c_str());

@@ -220,7 +220,7 @@ TEST_F(RegistrationTest, FailingSwitchEndsWithItsResult)
               ERROR_SUCCESS);
     RegCloseKey(key);
     EXPECT_EQ(static_cast<DWORD>(HRESULT_FROM_WIN32(ERROR_CHILD_MUST_BE_VOLATILE)), run("/RegServer"));
-    // What was done before stays, what comes after is not begun.
+    // What was done before the failure stays, and nothing is done after it.
     EXPECT_EQ(keyText(HKEY_LOCAL_MACHINE, APP_KEY), "KESTAserver");
     EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, CLASS_KEY));
     EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, LIBRARY_KEY));

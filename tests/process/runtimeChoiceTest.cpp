@@ -1,5 +1,5 @@
-// Which runtime the server loads and what it starts it with, in both views of the real registry, through a stand-in for the
-// runtime's library that writes down what it is given.
+// Which runtime the server loads, and with which options it starts it, in both views of the real registry and with a recording
+// stand-in for the runtime's library.
 #include "tests/process/ServerFixture.h"
 
 #include <gmock/gmock.h>
@@ -54,7 +54,7 @@ protected:
     {
         return folder.file(runtime + "\\bin\\server\\" + file);
     }
-    // What the stand-in has written down: nothing when it was not loaded.
+    // The stand-in's record; empty when it was not loaded.
     Lines record(const std::string& runtime) const
     {
         const std::string path = besideLibrary(runtime, "jvm.record");
@@ -62,7 +62,7 @@ protected:
         std::erase(text, '\r');
         return splitLines(text);
     }
-    // Lets a server live and die, and gives what it logged. The stand-in starts no control.
+    // Runs a server to its end and returns its log. The stand-in starts no control.
     Lines runToTheEnd()
     {
         SManager manager = create();

@@ -1,6 +1,5 @@
-// The entry point of the executable with its module: what it says to Windows and to the log, in which order, and what becomes the
-// exit code. Each call of Windows that start and end consist of shows as a line among those of the log. What else can go wrong in
-// the module is tested with the layer that it is made from.
+// The executable's entry point with its module: calls of Windows, log lines, their order, and the exit code. Each call of Windows at
+// start and end is noted among the log lines. Other failures of the module are tested with its base class.
 #include "javabridge/JavaManagerJNIClient.h"
 #include "server/KESTAserver.h"
 #include "tests/beanframe/LoggedTest.h"
@@ -27,7 +26,7 @@ using ErrorModeHook = ImportHook<decltype(&SetErrorMode)>;
 
 constexpr DWORD COOKIE = 4711;
 
-// What Windows answers in this test, and what happens before the next message comes.
+// The results of Windows' functions in this test, and what happens before the next message.
 HRESULT s_initialize = S_OK;
 HRESULT s_revoke = S_OK;
 std::function<void()> s_beforeMessage;
@@ -45,7 +44,7 @@ std::string guidText(const GUID& guid)
     return ATL::narrowText(text, wcslen(text));
 }
 
-// Ends the message loop as the last client does.
+// Ends the message loop, as the last client does.
 void letGo()
 {
     ATL::_pAtlModule->Lock();
@@ -58,7 +57,7 @@ struct SModulesReference
     ~SModulesReference() { Logger::addRefCount(); }
 };
 
-// Whose removal throws what the product does not expect.
+// Its destructor throws something unexpected.
 class FailingClient : public CJavaManagerJNIClient
 {
 public:
@@ -79,7 +78,7 @@ protected:
         s_beforeMessage = letGo;
     }
 
-    // Runs the entry point and gives what it returned.
+    // Runs the entry point and returns its result.
     int run()
     {
         char commandLine[] = "the command line";
@@ -87,7 +86,7 @@ protected:
         stream.clear();
         return ::WinMain(GetModuleHandleA(nullptr), nullptr, commandLine, SW_HIDE);
     }
-    // What begins and ends every run, around the module's own lines.
+    // A run: the given lines of the module, between what every run begins and ends with.
     static std::vector<std::string> wholeRun(std::vector<std::string> moduleLines)
     {
         moduleLines.insert(moduleLines.begin(), "INFO -> WinMain the command line");
@@ -148,7 +147,7 @@ protected:
 
 } // namespace
 
-// Its result is that of the class object's revocation.
+// The exit code is the result of revoking the class object.
 TEST_F(EntryTest, AWholeRunFromComToTheSilentErrorMode)
 {
     for (const HRESULT result : {S_OK, CO_E_OBJNOTREG}) {

@@ -1,4 +1,4 @@
-// The server module: what it is made of, and its message loop. What needs the real executable is tested with it.
+// The server module and its message loop. The process tests cover what needs the real executable.
 #include "server/KESTAserver.h"
 
 #include "support/registry.h"
@@ -27,8 +27,8 @@ struct FrameAccess : CBeanFrame
     using CBeanFrame::processWatchDogEvent;
 };
 
-// One object text and one class name in the lines of an object, however many of its bases log: Loggable is a virtual base, so
-// that a class which adds it once more still has one.
+// An object has one class name and one text in its lines, no matter how many of its bases log: Loggable is a virtual base, so a
+// class that adds it again still has only one.
 template <class T>
 struct LoggingTwice : T, virtual Loggable
 {
@@ -38,7 +38,7 @@ constexpr bool LOGS_ONCE = std::is_convertible_v<LoggingTwice<T>*, Loggable*>;
 static_assert(LOGS_ONCE<CKESTAserverModule> && LOGS_ONCE<CJavaManagerATLObject> && LOGS_ONCE<CBeanFrame> &&
               LOGS_ONCE<CJavaManagerJNIClient> && LOGS_ONCE<CRegistry> && LOGS_ONCE<CRegistrySubKeys>);
 
-// A window of this thread that shows nothing.
+// An invisible window of this thread.
 class Window
 {
 public:
@@ -70,7 +70,7 @@ protected:
     {
         EXPECT_TRUE(PostThreadMessageA(GetCurrentThreadId(), message, wParam, lParam));
     }
-    // Until the message that ends the loop, which comes after those that were posted.
+    // Runs the loop. WM_QUIT comes after all posted messages.
     void run()
     {
         stream.clear();
@@ -115,7 +115,7 @@ TEST_F(ServerModuleTest, RegistersAndUnregistersItsAppId)
     EXPECT_EQ(appId(), "");
 }
 
-// Also for a message of that number that a window gets.
+// Also when a message of that number is for a window.
 TEST_F(ServerModuleTest, LoopHandlesItsMessageThenTranslatesAndDispatchesEveryOne)
 {
     const ImportHook<decltype(&TranslateMessage)> translate("TranslateMessage", [](const MSG* message) -> BOOL {
@@ -156,7 +156,7 @@ TEST_F(ServerModuleTest, LoopBuildsNoTextBelowFine)
 {
     Logger::setMaxLogLevel(LOGLEVEL_INFO);
     PostQuitMessage(0);
-    run(); // its scope makes the name of the class, once
+    run(); // the first scope creates the cached class name
     post(WM_APP + 7);
     PostQuitMessage(0);
     {
@@ -167,7 +167,7 @@ TEST_F(ServerModuleTest, LoopBuildsNoTextBelowFine)
     EXPECT_THAT(stream.messages(), testing::SizeIs(0));
 }
 
-// From a Java thread through queue and loop to the client's sink, on the thread of the loop.
+// From a Java thread through queue and loop to the client's sink, on the loop's thread.
 TEST_F(ServerModuleTest, LoopCarriesEventsToTheSinks)
 {
     NativeEnvironment environment;
@@ -192,7 +192,7 @@ TEST_F(ServerModuleTest, LoopCarriesEventsToTheSinks)
     EXPECT_EQ(sink.calls.back(), "2 abcjs") << "delayed";
 }
 
-// A window procedure with a loop of its own, as COM and dialogs have them, drops the thread's messages.
+// A window procedure with its own message loop, as in COM and dialogs, drops thread messages.
 TEST_F(ServerModuleTest, EventsWhoseMessageAForeignLoopSwallowedStillCome)
 {
     static NativeEnvironment s_environment;
@@ -215,7 +215,7 @@ TEST_F(ServerModuleTest, EventsWhoseMessageAForeignLoopSwallowedStillCome)
     EXPECT_THAT(sink.calls, ElementsAre("4 swallowed"));
 }
 
-// COM gives up what it holds for the client: the connection point, an enumerator that the client still has, and the object.
+// COM drops what it holds for the client: the connection point, an enumerator that the client still has, and the object.
 TEST_F(ServerModuleTest, DeadClientsObjectGoesWithItsSinksAndItsFrame)
 {
     static std::vector<IUnknown*> s_disconnected;

@@ -12,7 +12,7 @@ namespace {
 using Kind = FailingAllocations::Kind;
 
 std::atomic<bool> s_fails[] = {false, false, false, false}; // by kind
-std::atomic<int> s_successes{INT_MAX};                      // still to come; INT_MAX: without end
+std::atomic<int> s_successes{INT_MAX};                      // remaining; INT_MAX: no limit
 std::atomic<bool> s_othersSucceed{false};
 std::atomic<bool> s_isPaused{false};
 std::atomic<int> s_refused{0};
@@ -71,7 +71,7 @@ void* operator new[](size_t size, const std::nothrow_t&) noexcept
     return memory;
 }
 
-// The array forms of the library end here, too.
+// The library's array forms call this one.
 void operator delete(void* memory) noexcept
 {
     if (memory == nullptr) {

@@ -1,6 +1,6 @@
 // Makes C++ allocations of the whole test program fail, while it is alive. One at a time; the main thread only.
 //
-// Arrays that are asked for without an exception are never zero by accident: their memory comes filled with FILLING.
+// Arrays from a nothrow new are filled with FILLING, so that they are never zero by accident.
 #pragma once
 
 #include <cstddef>
@@ -8,14 +8,14 @@
 class FailingAllocations
 {
 public:
-    // NothrowObjects and NothrowArrays: those that are asked for without an exception.
+    // NothrowObjects and NothrowArrays: from a nothrow new.
     enum class Kind { Large, NothrowObjects, NothrowArrays, All };
     enum class Then { AllFail, OthersSucceed };
-    // Allocations of at least this many bytes are the large ones.
+    // Large: at least this many bytes.
     static constexpr size_t LARGE = 100000;
     static constexpr unsigned char FILLING = 0xCC;
 
-    // Lets what a test does in between allocate.
+    // Lets the test allocate in between.
     class Pause
     {
     public:
@@ -25,15 +25,15 @@ public:
         Pause& operator=(const Pause&) = delete;
     };
 
-    // How many allocations failed because of the object that is, or was last, alive.
+    // How many allocations the current object, or else the last one, made fail.
     static int refused();
-    // The array that was last asked for without an exception; null when it has been freed.
+    // The last array from a nothrow new; null when it has been freed.
     static const void* lastNothrowArray();
-    // What the program has allocated and not freed.
+    // Allocated by the program and not freed.
     static size_t liveBytes();
 
     explicit FailingAllocations(Kind kind);
-    // The first `successes` allocations that may throw succeed, the next one fails.
+    // The first `successes` throwing allocations succeed, the next one fails.
     FailingAllocations(int successes, Then then);
     ~FailingAllocations();
     FailingAllocations(const FailingAllocations&) = delete;

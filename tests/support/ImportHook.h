@@ -1,8 +1,8 @@
-// Stands in for a Windows function that the test program imports, while it is alive: what product code calls by that name reaches
-// the test's function. One at a time for each function; the main thread only. A function that the program does not import throws.
+// Replaces a Windows function that the test program imports, while it is alive: calls of the product reach the test's function.
+// One at a time per function; the main thread only. Throws for a function that the program does not import.
 //
 //     using PageHook = ImportHook<decltype(&GetACP)>;
-//     static int s_calls;                                          // the functions take no state with them
+//     static int s_calls;                                          // the function cannot capture anything
 //     const PageHook hook("GetACP", [] { s_calls++; return PageHook::s_original(); });
 #pragma once
 
@@ -13,7 +13,7 @@
 
 // The place in the program's import table that holds the function's address; null when there is none.
 void** importPlace(const std::string& function);
-// Puts an address there and gives the one that was there.
+// Puts an address there and returns the previous one.
 void* exchangeImport(void** place, void* address);
 
 template <class Function>
@@ -37,7 +37,7 @@ public:
     ImportHook(const ImportHook&) = delete;
     ImportHook& operator=(const ImportHook&) = delete;
 
-    // The function of Windows, while a hook of this type is alive.
+    // Windows' own function, while a hook of this type is alive.
     static inline Function s_original = nullptr;
 
 private:

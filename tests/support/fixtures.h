@@ -1,6 +1,6 @@
 // What tests of every room share. Headers only; namespace `fixtures`.
 //
-//     fixtures::LoggerWorld world;                  // registry, application data and desktop of its own; no Logger yet
+//     fixtures::LoggerWorld world;                  // own registry, application data and desktop; no Logger yet
 //     world.start(LOGLEVEL_FINE);                   // a fresh Logger; world.logText() reads its file
 #pragma once
 
@@ -10,8 +10,8 @@
 
 namespace fixtures {
 
-// Ends the Logger of the static guard and gives the process registry, application data and desktop of its own. At the end of the
-// test the Logger begins anew on the real ones.
+// Ends the Logger of the static guard and gives the process its own registry, application data and desktop. At the end of the test
+// a new Logger starts on the real ones.
 class LoggerWorld
 {
 public:
@@ -65,7 +65,7 @@ public:
         }
     }
 
-    // Where a program without product name has its log: folder, the desktop's folder, and the file's name without extension.
+    // The log of a program without product name: folder, folder on the desktop, and file name without extension.
     static constexpr const char* PRODUCT = "UNDEFINEDPRODUCT";
     std::string logFolder() const { return appData() + "\\" + PRODUCT + "-logs"; }
     std::string magicFolder() const { return desktop() + "\\" + PRODUCT + "-logs"; }
@@ -73,10 +73,10 @@ public:
     {
         return std::string(PRODUCT) + "-" + executableName() + "-" + std::to_string(GetCurrentProcessId());
     }
-    // What stands in front of its lines in the debugger stream.
+    // The prefix of its lines in the debugger stream.
     static std::string names() { return std::string(PRODUCT) + " " + executableName() + " "; }
 
-    // The current Logger's first file, and those after a split; their texts with line feeds alone.
+    // The current Logger's first file (0), and those after a split; texts without carriage returns.
     static std::string logFile(int index = 0) { return logFile(Logger::instance()->logFilePrefix(), index); }
     static std::string logFile(const std::string& prefix, int index)
     {
@@ -91,7 +91,7 @@ public:
     static std::vector<LogLine> logLines(int index = 0) { return parseLogLines(logText(index)); }
 
 private:
-    // What runs last, when everything is as it was before: a Logger for the guard's reference.
+    // Destroyed last, when everything is restored: a Logger for the guard's reference.
     struct Restart
     {
         ~Restart() { Logger::addRefCount(); }

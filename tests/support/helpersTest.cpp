@@ -8,7 +8,7 @@
 using testing::ElementsAre;
 
 namespace {
-// What the helpers log while `action` runs.
+// The helpers' log lines while `action` runs.
 template <class Action>
 std::vector<std::string> logged(Action action)
 {

@@ -1,4 +1,4 @@
-// What the log has written, taken apart: from a file's text, or from the debugger stream.
+// Parsed log lines, from a file's text or from the debugger stream.
 //
 //     fixtures::DebugStream stream;                 // collects what the process sends to the debugger stream, while it is alive
 //     EXPECT_THAT(stream.said("BeanFrame"), ElementsAre("FINE|-> CBeanFrame  setEnabled 1", "FINE|<- CBeanFrame  setEnabled 1"));
@@ -44,7 +44,7 @@ inline constexpr const char* BEGIN_BANNER = "/**********************************
 inline constexpr const char* END_BANNER = "\\************************************************** end error backtrace "
                                           "***************************************************/";
 
-// One log line, taken apart. A line that has no header (banners, continuations of texts of several lines) is all body.
+// One log line. A line without a header (a banner, or the rest of a text with several lines) is all body.
 struct LogLine
 {
     std::string time;
@@ -52,8 +52,8 @@ struct LogLine
     std::string level;
     std::string source; // all 20 characters
     int line = 0;
-    std::string body; // indentation and marker, class name, object, text; without the elapsed time, which depends on the machine
-    int milliseconds = 0; // the elapsed time of an exit line, 0 when it has none
+    std::string body; // indentation and marker, class name, object, text; without the elapsed time, which varies
+    int milliseconds = 0; // the elapsed time of an exit line, else 0
 
     // Without indentation and marker.
     std::string text() const
@@ -70,7 +70,7 @@ struct LogLine
 
 inline LogLine parseLogLine(const std::string& line)
 {
-    // Regular expressions are for short texts only.
+    // std::regex takes stack for each character, so it is applied to short texts only.
     static const std::regex s_header("(\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3}) (\\d{5,}) (ALWAYS|ERROR |WARN  |INFO  "
                                      "|FINE  |TRACE ) (.{20}) (\\d{3,}) ");
     static const std::regex s_elapsed(" \\[(\\d+) ms\\]$");
@@ -104,7 +104,7 @@ inline std::vector<LogLine> parseLogLines(const std::string& text)
     return result;
 }
 
-// "LEVEL|body" of each line, banners as they are; of one module or of all.
+// "LEVEL|body" of each line of a module, or of all; banners unchanged.
 inline std::vector<std::string> bodies(const std::vector<LogLine>& lines, const std::string& module = {})
 {
     std::vector<std::string> result;
@@ -133,13 +133,13 @@ public:
     DebugStream(const DebugStream&) = delete;
     DebugStream& operator=(const DebugStream&) = delete;
 
-    // As they were sent.
+    // Unchanged.
     std::vector<std::string> texts() const
     {
         const std::lock_guard lock(m_mutex);
         return m_texts;
     }
-    // Without product and executable name, taken apart.
+    // Without product and executable name.
     std::vector<LogLine> lines() const
     {
         std::vector<LogLine> result;
@@ -149,7 +149,7 @@ public:
         return result;
     }
     std::vector<std::string> said(const std::string& module = {}) const { return bodies(lines(), module); }
-    // "LEVEL text" of every line, without indentation; banners as they are.
+    // "LEVEL text" of every line, without indentation; banners unchanged.
     std::vector<std::string> messages() const
     {
         std::vector<std::string> result;
@@ -169,7 +169,7 @@ public:
         m_texts.clear();
     }
 
-    // A line without its line feed and without the two names in front, if it has them.
+    // A line without its line feed and without the two names at its start, if they are there.
     static std::string withoutNames(std::string text)
     {
         const std::string executable = " " + executableName() + " ";

@@ -1,4 +1,4 @@
-// The check macros: what they log, what they give back, and that they evaluate their argument once.
+// The check macros: what they log and return, and that they evaluate their argument once.
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>
@@ -69,7 +69,7 @@ protected:
     fixtures::DebugStream m_stream;
 };
 
-// Its text for the log is made with calls that leave an error of their own.
+// Making its text for the log changes the last error.
 class Careless : public virtual Loggable
 {
 public:

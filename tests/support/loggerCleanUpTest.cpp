@@ -1,4 +1,4 @@
-// Which old log files are deleted. Runs in a time zone far from Greenwich: ages are counted in the time of Greenwich.
+// Which old log files are deleted. Runs in a time zone far from UTC, because ages are counted in UTC.
 #include "support/loggerImplementation.h"
 #include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"

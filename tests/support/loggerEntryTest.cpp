@@ -1,4 +1,4 @@
-// Statements and scopes as the macros write them: texts, objects and levels.
+// What the macros for statements and scopes write: texts, objects and levels.
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-// What happens to the log file: its opening, its lines, its end, its re-direction and its splitting.
+// The log file: opening, writing, closing, redirection and splitting.
 #include "support/loggerImplementation.h"
 #include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
@@ -274,7 +274,7 @@ TEST_F(LoggerFileTest, SizeOfZeroOrLessNeverSplits)
     }
 }
 
-// The next line goes on in the file as long as it holds less than two whole megabytes.
+// A line still goes to the same file if that holds less than two whole megabytes.
 TEST_F(LoggerFileTest, FileIsFullAtTheFirstByteOfTheMegabyteAfterItsSize)
 {
     m_world.setPreference("splitlogfilesize", 1);
@@ -296,7 +296,7 @@ TEST_F(LoggerFileTest, FileIsFullAtTheFirstByteOfTheMegabyteAfterItsSize)
     EXPECT_TRUE(exists(m_world.logFile(2))) << "files are counted on";
 }
 
-// A process that got the id of an earlier one goes on in its file, which any line of the system information may then fill.
+// A process with the id of an earlier one continues that one's file, which any line of the system information may then fill.
 TEST_F(LoggerFileTest, NoLineIsLostWhereverTheSystemInformationFillsAFile)
 {
     m_world.setPreference("splitlogfilesize", 1);

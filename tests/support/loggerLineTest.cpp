@@ -1,4 +1,4 @@
-// Whole lines and error backtraces, at times and on threads that the test names.
+// Whole lines and error backtraces, with times and thread ids that the test sets.
 #include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
 
@@ -14,7 +14,7 @@ using fixtures::END_BANNER;
 using fixtures::LoggerWorld;
 using testing::ElementsAre;
 
-// Outside of any namespace, for the sake of its name in the lines.
+// In no namespace, so that the lines contain its bare name.
 class CSampleControl : public virtual Loggable
 {
 public:
@@ -41,7 +41,7 @@ constexpr LONGLONG HOUR = 60 * MINUTE;
 constexpr LONGLONG MORNING = 132277869021230000; // 2020-03-04 09:15:02.123 UTC
 
 LONGLONG s_now;
-LONGLONG s_zone; // how much the local time is ahead
+LONGLONG s_zone; // local time minus UTC
 int s_conversions;
 
 FILETIME fileTime(LONGLONG ticks)
@@ -49,7 +49,7 @@ FILETIME fileTime(LONGLONG ticks)
     return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
-// A fresh Logger with its file open, whose debugger stream is collected.
+// A fresh Logger with its file open, and a record of the debugger stream.
 class LoggerLineTest : public testing::Test
 {
 protected:
@@ -64,7 +64,7 @@ protected:
         s_zone = HOUR;
         s_conversions = 0;
     }
-    // What was sent, each without the names of product and executable.
+    // The lines sent to the debugger stream, without the names of product and executable.
     std::vector<std::string> sent() const
     {
         std::vector<std::string> result;
@@ -74,7 +74,7 @@ protected:
         }
         return result;
     }
-    // The file from its opening on, a line each with its line feed.
+    // The lines of the file, each with its line feed.
     std::vector<std::string> filed() const
     {
         std::vector<std::string> result = fixtures::splitLines(m_world.logText().substr(m_opened.size()));
@@ -95,7 +95,7 @@ protected:
                           }};
 };
 
-// Only while nothing is asserted: the test framework tells its threads apart by the same call.
+// Only while nothing is asserted: the test framework identifies its threads by the same call.
 struct ShortThreadId : ThreadIdHook
 {
     ShortThreadId()
@@ -104,7 +104,7 @@ struct ShortThreadId : ThreadIdHook
     }
 };
 
-// What LOG_SCOPE makes of a line number and a name.
+// What LOG_SCOPE creates from a line number and a name.
 class Scope : public LogScope
 {
 public:
@@ -244,7 +244,7 @@ TEST_F(LoggerLineTest, ErrorWritesTheScopesAroundItInnermostFirstAndTheirExitsFo
     EXPECT_THAT(m_stream.said(), ElementsAre(BEGIN_BANNER, "ERROR|   broken", END_BANNER)) << "outside of them all";
 }
 
-// The chain is printed again each time, by the lines as they were formatted first.
+// The chain is printed each time, with the same formatted lines.
 TEST_F(LoggerLineTest, ScopeIsFormattedOnceHoweverOftenItsLineIsWritten)
 {
     start(LOGLEVEL_FINE);
@@ -264,7 +264,7 @@ TEST_F(LoggerLineTest, ScopeIsFormattedOnceHoweverOftenItsLineIsWritten)
     EXPECT_EQ(s_conversions, 2) << "the two errors";
 }
 
-// The local time changes as well. What a scope took is by the clock, so that a change inside it counts.
+// The time zone changes as well. The elapsed time comes from the clock, so a clock change inside a scope is part of it.
 TEST_F(LoggerLineTest, ScopesKeepTheTimeOfTheirCreationWhateverTheClockDoesUntilTheyAreWritten)
 {
     {

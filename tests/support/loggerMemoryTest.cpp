@@ -1,4 +1,4 @@
-// What the log leaves out when memory runs out, and that nothing else suffers.
+// What the log leaves out when memory runs out, and that everything else is unharmed.
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
@@ -37,8 +37,8 @@ protected:
         LOG_PLAIN(ALWAYS, "opens the file");
         m_stream.clear();
     }
-    // Runs `log` with memory for one allocation more each time until it has all it needs. Whatever comes out is one of the whole
-    // lines, or begins as one and is marked, or is left out; the next line is as always.
+    // Runs `log` with memory for no allocation, then for one, and so on until it has enough. Each time every line is either whole,
+    // or cut and marked, or left out, and the next line is as usual.
     template <class Log>
     void runOut(const Strings& wholeLines, Log log)
     {
@@ -64,7 +64,7 @@ protected:
                 m_stream.clear();
             }
         }
-        // Lines of other modules are those of the Logger's start.
+        // Lines of other modules come from the Logger's start.
         for (const fixtures::LogLine& line : m_world.logLines()) {
             const bool isOurs = line.level.empty() || line.module() == LOG_SOURCE;
             const std::string text = fixtures::bodies({line}).front();
@@ -148,7 +148,7 @@ TEST_F(LoggerMemoryTest, LineOfAnObjectThatHasNoMemoryForItsTextIsMarked)
                                              "WARN|   " + name + "of which there is something to tell " + text));
 }
 
-// The marked line's exit is a copy of what there is of it.
+// The exit line copies as much of the entry line as there is.
 TEST_F(LoggerMemoryTest, ExitOfAMarkedScopeIsMarked)
 {
     {

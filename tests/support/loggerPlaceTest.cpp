@@ -1,4 +1,4 @@
-// The steps in which the log finds its place: what it asks, reads and makes on the way, and what it tells of it.
+// How the log chooses its folder, step by step: what it queries, reads and creates, and what it logs about that.
 #include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
 
@@ -34,8 +34,8 @@ protected:
         m_stream.clear();
         Logger::instance()->initParametersFromRegistryOrSpecialFolder();
     }
-    // "LEVEL text" of what the log and the registry's readers said, without the system information and without the scopes that
-    // are not part of the order that log readers know.
+    // "LEVEL text" of the lines of log and registry readers, without the system information and without scopes whose order does
+    // not matter to log readers.
     Strings said() const
     {
         Strings result;
@@ -99,7 +99,7 @@ HRESULT WINAPI tellFolder(HWND window, int folder, HANDLE token, DWORD flags, LP
 
 } // namespace
 
-// ---- What is told
+// ---- What is logged
 
 TEST_F(LoggerPlaceTest, StartIsToldFromTheMomentTheRegistryHasBeenRead)
 {
@@ -161,7 +161,7 @@ TEST_F(LoggerPlaceTest, DesktopFolderIsToldAndTheRegistryIsNotAsked)
                {"TRACE ensuring directory " + m_world.magicFolder() + "\\ exisits...", "TRACE file attributes are 10"}}));
 }
 
-// ---- What is taken from the registry
+// ---- What is read from the registry
 
 TEST_F(LoggerPlaceTest, ValuesAreTakenSignedAndKeptWhenTheyAreGone)
 {

@@ -1,5 +1,5 @@
-// A process whose static objects log at their construction and at their end. What goes to the debugger stream is printed,
-// until the very end of the process; the test that starts it reads that.
+// A process whose static objects log in constructor and destructor. It prints its debugger stream until the very end, for the test
+// that starts it.
 #include "support/logger.h"
 
 #include <string>
@@ -42,8 +42,8 @@ private:
     const char* m_name;
 };
 
-// The linker's order alone would construct the guard of the log before ordinary objects of the program, but not before an early
-// one.
+// Early, because the link order alone would construct the log's guard before ordinary objects of the program, but not before an
+// early one.
 struct Printing
 {
     Printing() { AddVectoredExceptionHandler(1, &print); }

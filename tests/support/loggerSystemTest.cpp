@@ -1,4 +1,4 @@
-// What the log asks of Windows, what it makes of the answers, and what happens when Windows refuses.
+// The log's calls of Windows: their arguments, the use of their results, and what happens when they fail.
 #include "support/loggerImplementation.h"
 #include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
@@ -342,7 +342,7 @@ TEST_F(LoggerSystemTest, AnswersThatAreRefusedAreErrorsInTheFileAndInNobodysErro
     EXPECT_EQ(Logger::getErrorEntries(), "");
 }
 
-// The error that opens the file and the thread's later lines are none the worse for it.
+// Neither the error that opens the file nor the thread's later lines are affected.
 TEST_F(LoggerSystemTest, InformationThatRunsOutOfMemoryIsLeftOut)
 {
     const MetricsHook metrics("GetSystemMetrics", [](int) -> int { throw std::bad_alloc(); });

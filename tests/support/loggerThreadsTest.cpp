@@ -1,4 +1,4 @@
-// Many threads at once. KESTA_STRESS_ROUNDS makes it last longer than the moment it takes by default.
+// Many threads at once, briefly by default; KESTA_STRESS_ROUNDS makes it longer.
 #include "tests/support/fixtures.h"
 
 #include <gmock/gmock.h>
@@ -27,7 +27,7 @@ bool fails(int round)
     return round % 3 == 0;
 }
 
-// Every line carries the thread's id once more, so that a line of another thread is seen.
+// Every text repeats the thread's id, so that a line of another thread is noticed.
 class Worker : public virtual Loggable
 {
 public:

@@ -1,4 +1,4 @@
-// Places of a test's own: files, folders and registry keys. They are gone with their content at the end of the test.
+// Private files, folders and registry keys of a test, removed with their content at its end.
 //
 //     fixtures::RegistryScratch machine(HKEY_LOCAL_MACHINE);            // the process now sees an empty HKEY_LOCAL_MACHINE
 //     machine.setString("SOFTWARE\\X", "name", "value", KEY_WOW64_32KEY);
@@ -27,8 +27,8 @@ inline void checkPlace(const std::string& place, LSTATUS status)
     }
 }
 
-// The first name of the form PREFIX-PROCESS-NUMBER that is new. A process of an earlier test may have had this one's id and left
-// places behind: `create` makes a place and says ERROR_ALREADY_EXISTS when it was there.
+// The first unused name of the form PREFIX-PROCESS-NUMBER: an earlier test's process may have had the same id and left something
+// behind. `create` returns ERROR_ALREADY_EXISTS when the name is in use.
 template <class Create>
 std::string newPlace(const std::string& prefix, Create create)
 {
@@ -72,8 +72,8 @@ private:
     std::string m_path;
 };
 
-// Stands in for one of the predefined keys while it is alive. Starts empty. Below it the two views are one and the same: a test
-// sets what the code under test reads, in the view that code names.
+// Replaces one of the predefined keys while it is alive. Starts empty. Below it the two registry views are the same one: set values
+// in the view that the code under test reads.
 class RegistryScratch
 {
 public:
@@ -135,14 +135,14 @@ private:
     HKEY open(const std::string& path, REGSAM view)
     {
         HKEY key = nullptr;
-        // The narrow call takes no path of more than 260 characters.
+        // The narrow call takes at most 260 characters.
         const std::wstring wide(path.begin(), path.end());
         checkPlace(path, RegCreateKeyExW(m_root, wide.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS | view, nullptr, &key, nullptr));
         return key;
     }
 
     HKEY m_root;
-    HKEY m_user = nullptr; // the user's own key, also while it is overridden
+    HKEY m_user = nullptr; // the user's own key, even while it is overridden
     HKEY m_scratch = nullptr;
     std::string m_path;
 };

@@ -1,4 +1,4 @@
-// The places that other tests stand on are new, whatever an earlier process with the same id has left behind.
+// Private folders and keys start empty, whatever an earlier process with the same id has left behind.
 #include "tests/support/places.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-// Reading values with defaults, snapshots of a key's names, and what both ask of the Windows registry.
+// Reading values with defaults, snapshots of a key's names, and the registry calls of both.
 #include "support/registry.h"
 #include "tests/support/ImportHook.h"
 #include "tests/support/fixtures.h"
@@ -25,9 +25,9 @@ constexpr const char* PATH = "SOFTWARE\\Sample";
 
 Strings s_calls;
 HKEY s_openKey;
-LSTATUS s_infoStatus = ERROR_SUCCESS; // what the question for the counts answers
+LSTATUS s_infoStatus = ERROR_SUCCESS; // result of the query for the counts
 
-// What is asked while it is alive, in its order.
+// Records the registry calls while it is alive.
 struct Questions
 {
     Questions() { s_calls.clear(); }
@@ -55,7 +55,7 @@ struct Questions
                             InfoHook::s_original(arguments...);
                             return s_infoStatus;
                         }};
-    // The second name is refused.
+    // Fails for the second name.
     const KeyNameHook keyName{"RegEnumKeyExA", [](HKEY key, DWORD index, LPSTR name, LPDWORD size, auto... rest) -> LSTATUS {
                                   s_calls.push_back("key " + std::to_string(index) + " " + std::to_string(*size));
                                   const LSTATUS status = KeyNameHook::s_original(key, index, name, size, rest...);
@@ -100,7 +100,7 @@ private:
 template <class Derived>
 concept DerivesDirectly = requires(Loggable* loggable) { static_cast<Derived*>(loggable); };
 
-// Not copied, and derived virtually.
+// Not copyable, and derived virtually.
 template <class Reader>
 constexpr bool IS_A_READER =
     std::has_virtual_destructor_v<Reader> && !std::is_copy_constructible_v<Reader> && !std::is_copy_assignable_v<Reader> &&
@@ -183,7 +183,7 @@ TEST_F(RegistryTest, NameThatDoesNotFitIsEmptyAndStillCounted)
     EXPECT_THAT(subKeys(names), UnorderedElementsAre(std::string(254, 'k'), ""));
 }
 
-// ---- What is asked
+// ---- Registry calls
 
 TEST_F(RegistryTest, KeyIsOpenedWithTheAccessThatWasGivenReadInFixedSizesAndClosedOnce)
 {

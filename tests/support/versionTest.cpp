@@ -1,4 +1,4 @@
-// Version resources: of files made by the build with resources of known content, and of the running executable.
+// Version resources: of files that the build makes with known content, and of the running executable.
 #include "support/version.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/ImportHook.h"
@@ -113,7 +113,7 @@ TEST_F(VersionTest, ResourceIsFreedOnEveryWay)
     EXPECT_TRUE(freed(productOf("versionFirst.dll")));
 }
 
-// No module of the name that is set at the start is loaded, which means the process's own executable.
+// The initial name is that of no loaded module, which means the running executable.
 TEST_F(VersionTest, WithoutArgumentsItIsTheModuleThatIsNamedOrElseTheRunningExecutable)
 {
     EXPECT_STREQ(CVersion::s_moduleName, "KESTA.exe");

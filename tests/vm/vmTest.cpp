@@ -1,4 +1,4 @@
-// The bridge on real Java virtual machines. A process holds one machine only, so that each test needs a process of its own.
+// The bridge on real Java virtual machines. A process can hold only one machine, so each test needs its own process.
 #include "tests/javabridge/BridgeFixture.h"
 
 #include "atl/atl.h"
@@ -49,7 +49,7 @@ protected:
         }
     }
 
-    // Starts the machine that the registry names, on the registry of the test's own.
+    // Starts the machine that the private registry names.
     void startMachine(const std::string& jar, int version = 21, const std::string& option = "")
     {
         fixtures::RegistryScratch machine(HKEY_LOCAL_MACHINE);
@@ -198,8 +198,8 @@ TEST_F(VmTest, TextOutsideAsciiIsKeptAsItsBytes)
 {
     startControl();
     ASSERT_EQ(GetACP(), 1252u) << "the texts of this test are in Windows-1252";
-    // Up to Java the text goes as ANSI bytes, which Java takes for its modified UTF-8. A byte that begins no character is a
-    // character of its own; bytes that happen to form one become that one.
+    // On the way to Java the text becomes ANSI bytes, which Java takes for its modified UTF-8. A byte that begins no character
+    // becomes one itself; bytes that happen to form a character become that one.
     EXPECT_EQ(callMethod(L"codes", L"a\u00E4!"), L"0061 00E4 0021"); // 61 E4 21
     EXPECT_EQ(callMethod(L"codes", L"\u00C3\u00A4"), L"00E4");       // C3 A4
     EXPECT_EQ(callMethod(L"codes", L"\u00E2\u201A\u00AC"), L"20AC"); // E2 82 AC
@@ -208,7 +208,7 @@ TEST_F(VmTest, TextOutsideAsciiIsKeptAsItsBytes)
     // of the euro sign, costs the text its last character.
     EXPECT_EQ(callMethod(L"codes", L"a\u20ACb"), L"0061 0080"); // 61 80 62
     EXPECT_EQ(callMethod(L"codes", L"\u20AC"), L"");            // 80
-    // Down from Java the bytes of the modified UTF-8 are taken for ANSI text.
+    // On the way back the bytes of the modified UTF-8 are taken for ANSI text.
     EXPECT_EQ(callMethod(L"text", L"E4"), L"\u00C3\u00A4");                            // C3 A4
     EXPECT_EQ(callMethod(L"text", L"20AC"), L"\u00E2\u201A\u00AC");                    // E2 82 AC
     EXPECT_EQ(callMethod(L"text", L"4E2D"), L"\u00E4\u00B8\u00AD");                    // E4 B8 AD
@@ -241,7 +241,7 @@ TEST_F(VmTest, ExceptionsEndInTheLog)
     EXPECT_LINES(log.takeErrors(), Strings{});
 }
 
-// A control that cannot be started or misses a method.
+// A control that cannot be started or lacks a method.
 struct SFailedStart
 {
     std::string name;

@@ -1,15 +1,15 @@
-// Stand-in for a runtime's jvm.dll: writes down what it is given and fails as it is told.
+// Stand-in for a runtime's jvm.dll: records its calls and fails on order.
 //
 // Record:  PATH\jvm.record, one line an event: "loaded in FOLDER", "create in FOLDER", "version 00010006",
 //          "ignoreUnrecognized 1", "option TEXT" (each, in order), "attach", "find CLASS", "detach", "unloaded".
 // Orders:  PATH\jvm.orders, read at every call, lines of a word and a number:
-//              create -6     JNI_CreateJavaVM gives this result
-//              exit 1        the process ends inside JNI_CreateJavaVM, as a virtual machine does that cannot go on
-//              attach -1     AttachCurrentThread gives this result, and no environment
-//              detach -1     DetachCurrentThread gives this result
-// Environments: the creation gives one and AttachCurrentThread another; the record names the former where it is used.
-// Threads: the one that creates the machine.
-// Failure: what the environment does not offer (all but FindClass, which finds nothing, and ExceptionCheck) ends the
+//              create -6     JNI_CreateJavaVM returns this
+//              exit 1        the process ends inside JNI_CreateJavaVM, as when a virtual machine cannot continue
+//              attach -1     AttachCurrentThread returns this, and no environment
+//              detach -1     DetachCurrentThread returns this
+// Environments: creation and AttachCurrentThread return different ones; the record shows where the former is used.
+// Threads: the thread that creates the machine.
+// Failure: functions that the environment lacks (all but FindClass, which finds nothing, and ExceptionCheck) end the
 //          process with exit code 99.
 #define _JNI_IMPLEMENTATION_
 #include <jni.h>

@@ -3,7 +3,7 @@ package kestatest;
 import java.util.ArrayList;
 import java.util.List;
 
-/** What was asked of frame and control since the last question, in order. Calls on other threads (AWT's own) are left out. */
+/** The calls of frame and control since the last take, in order. Calls on other threads (AWT's own) are left out. */
 public final class Calls {
     private static final Thread THREAD = Thread.currentThread();
     private static final List<String> CALLS = new ArrayList<>();

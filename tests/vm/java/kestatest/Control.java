@@ -109,7 +109,7 @@ public class Control extends Panel {
         return codes.toString().trim();
     }
 
-    /** An exception that cannot say its message. */
+    /** An exception whose getMessage fails. */
     private static final class Failure extends RuntimeException {
         private static final long serialVersionUID = 1L;
 

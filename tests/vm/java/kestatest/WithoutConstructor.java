@@ -2,7 +2,7 @@ package kestatest;
 
 import java.awt.Panel;
 
-/** A control that nobody can create without an argument. */
+/** A control without a constructor that takes no argument. */
 public class WithoutConstructor extends Panel {
     private static final long serialVersionUID = 1L;
 

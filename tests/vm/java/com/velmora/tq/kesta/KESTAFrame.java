@@ -6,7 +6,7 @@ import kestatest.Calls;
 import kestatest.Failing;
 
 /**
- * A frame that notes what the bridge asks of it. Deliberately without a validate of its own: the bridge calls the frame's method
+ * A frame that records the bridge's calls. Deliberately does not override validate: the bridge calls the frame's method
  * on the control, too, and a machine that checks JNI calls ends the process unless both inherit it from the same class.
  */
 public class KESTAFrame extends Frame {
@@ -42,7 +42,7 @@ public class KESTAFrame extends Frame {
         super.setEnabled(enabled);
     }
 
-    /** What arrives here is what happened to lie on the stack: it is not used. */
+    /** The arguments are what happened to be on the stack, and are not used. */
     @Override
     public void setBounds(int x, int y, int width, int height) {
         Calls.note("setBounds");

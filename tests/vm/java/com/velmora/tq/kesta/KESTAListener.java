@@ -3,7 +3,7 @@ package com.velmora.tq.kesta;
 import com.orvane.tech.client.qmrt.QMRTControlListenerI;
 import kestatest.Failing;
 
-/** A listener that hands everything to its natives. */
+/** A listener that passes everything to its natives. */
 public class KESTAListener implements QMRTControlListenerI {
     public KESTAListener() {
         Failing.in("listener");

@@ -1,6 +1,6 @@
 package com.orvane.tech.client.qmrt;
 
-/** What the tests' controls say to their listener. */
+/** How the tests' controls call their listener. */
 public interface QMRTControlListenerI {
     void customEvent(String text);
 }
