@@ -18,7 +18,7 @@
 //   - The module's destructor ends the monitor thread. WM_QUIT is posted again while the main thread's queue is full.
 //   - Type information is kept until the process ends.
 //   - The cookie of a sink is its position, and an enumerator shows the connections that existed when it was made.
-//   - Error has no default for its interface and its HRESULT. It takes text in the ANSI code page only, and so does the registrar.
+//   - Error has no default for its interface and its HRESULT. Like the registrar, it takes text in the ANSI code page only.
 //   - The registrar knows the value types s, d and b, reads a whole script before it touches the first key, and keeps a key that
 //     has subkeys which are not in the script.
 //   - CComBSTR, CComVariant, CComPtr, CHandle and CRegKey have the operations that the server needs. Their constructors from raw

@@ -12,7 +12,7 @@
 
 namespace ATL {
 
-// Takes back the references that COM holds for clients on the enumerators of this process. For an object whose client is gone: an
+// Drops the references that COM holds for clients on this process's enumerators. For an object whose client is gone: an
 // enumerator keeps the process alive, and its list may keep the object's connection points alive.
 void AtlDisconnectEnumerators() noexcept;
 

@@ -68,7 +68,7 @@ public:
     LONG Unlock() noexcept override;
 
     // Initialises COM and does what the command line says: registers, removes or runs the server. Returns the exit code:
-    // -1 when the module could not be constructed, otherwise the HRESULT of the registration, of a failed start or of the shutdown.
+    // -1 when the module could not be constructed, else the HRESULT of the registration, of a failed start or of the shutdown.
     //
     // A switch is a word after any "-" or "/" of the command line (the executable's path is part of it), in any case; a word ends
     // at a blank, a tab or the end. The first one decides.

@@ -1,7 +1,7 @@
 // Registration of the type library that an executable carries.
 //
-// The library comes from the executable's resources or, when it cannot be loaded from there, from the file beside it with the same
-// name and the extension ".tlb".
+// The library comes from the executable's resources or, when it cannot be loaded from there, from the file beside it with the
+// same name and the extension ".tlb".
 //
 // Ownership: nothing.
 // Threads:   any with COM initialised.

@@ -13,8 +13,8 @@
 //            destructor waits: an event raised while the object is being deleted never meets freed memory.
 // Locks:     s_EventQueueLock guards the queue. Held while the list is read or changed, never across a call into Java, COM or a
 //            sink.
-// Failure:   HRESULTs of the called Java operation, unchanged. The constructor never fails: references to what could not be started
-//            stay null, and later calls fail at their own checks. No C++ exception leaves a native.
+// Failure:   HRESULTs of the called Java operation, unchanged. The constructor never fails: if a part does not start, its
+//            reference stays null, and later calls fail at their own checks. No C++ exception leaves a native.
 #pragma once
 
 #include "atl/atl.h"
@@ -121,7 +121,7 @@ protected:
     CBeanFrame(const CBeanFrame&) = delete;
     CBeanFrame& operator=(const CBeanFrame&) = delete;
 
-    // Converts the text and hands it to the instance; false without one.
+    // Converts the text and passes it to the instance; false without one.
     template <class Enqueue>
     static bool passOn(JNIEnv* env, jstring javaText, Enqueue&& enqueue);
     // When the client is dead, logs the text `dropped` instead.

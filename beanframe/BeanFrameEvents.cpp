@@ -59,8 +59,8 @@ const ListenerNatives& listenerNatives()
 CBeanFrame::InstanceUse::InstanceUse()
 {
     // Counts, then reads the pointer; the destructor clears the pointer, then reads the count. So either this thread finds no
-    // instance, or the destructor waits for it. A thread that finds none takes its count back at once, so that the destructor does
-    // not wait for newcomers.
+    // instance, or the destructor waits for it. A thread that finds none takes its count back at once, so that the destructor
+    // does not wait for newcomers.
     ++s_InstanceUsers;
     m_instance = std::atomic_ref(s_Instance).load();
     if (m_instance == nullptr) {
@@ -221,8 +221,8 @@ CBeanFrame::QueueEntry* CBeanFrame::findDueEntry(DWORD now)
         }
     }
     // Deliberately not the oldest of the due entries but the one that became due last: clients rely on the latest state coming
-    // first. Its due time is the first one on the way back from now around the circle of 2^32. If that is too long ago, all others
-    // are even further back, which means too long ago or in the future.
+    // first. Its due time is the first one on the way back from now around the circle of 2^32. If that is too long ago, all
+    // others are even further back, which means too long ago or in the future.
     auto place = s_EventIndex.upper_bound(now);
     if (place == s_EventIndex.begin()) {
         place = s_EventIndex.end();

@@ -1,5 +1,5 @@
-// What the bean frame needs from the room above: the object whose sinks an event reaches. Declared here and defined by the COM
-// object's room, so that events travel up without the bean frame knowing the COM classes.
+// What the bean frame needs from the layer above: the object whose sinks an event reaches. Declared here and defined in com/, so
+// that events travel up without the bean frame knowing the COM classes.
 #pragma once
 
 #include <windows.h>

@@ -1,5 +1,5 @@
-// The other side of the comparisons across processes, in as little as it takes: a single-use COM server for the interface
-// IJavaManager that answers with constants. How it is started says what it does besides:
+// The other side of the comparisons across processes, with as little code as possible: a single-use COM server for IJavaManager
+// that answers with constants. Its command line says what else it does:
 //     constant   nothing
 //     java       starts a Java virtual machine when the object is created, shows the control's frame, and passes callMethod on
 //                to the control, on its main thread like the server

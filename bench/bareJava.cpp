@@ -70,7 +70,7 @@ jobject showFrame(JNIEnv* env, const std::string& name)
     const jclass type = checked(env, env->FindClass(FRAME_CLASS), FRAME_CLASS);
     const jmethodID constructor = env->GetMethodID(type, "<init>", "(Ljava/lang/String;)V");
     const jobject frame = checked(env, env->NewObject(type, constructor, env->NewStringUTF(name.c_str())), "new frame");
-    // As the server's frame is shown: without decoration, and taking no focus.
+    // Like the server's frame: undecorated, and not focusable.
     env->CallVoidMethod(frame, env->GetMethodID(type, "setFocusableWindowState", "(Z)V"), JNI_FALSE);
     env->CallVoidMethod(frame, env->GetMethodID(type, "setUndecorated", "(Z)V"), JNI_TRUE);
     env->CallVoidMethod(frame, env->GetMethodID(type, "setVisible", "(Z)V"), JNI_TRUE);

@@ -1,6 +1,6 @@
-// What the way through the server costs a call: two texts in, one out, from the COM object to Java and back on the same thread.
-// Against the same Java method through bare JNI: with the look-up that the server makes in each call, with the readings of the
-// clock that its log scopes make as well, and with a kept method id.
+// What a call costs inside the server: two texts in, one out, from the COM object to Java and back on the same thread. Measured
+// against the same Java method through bare JNI: with a look-up in each call, as in the server; with the clock readings of the
+// server's log scopes as well; and with a kept method id.
 #include "bench/bareJava.h"
 #include "bench/harness.h"
 #include "bench/inProcess.h"
@@ -15,11 +15,11 @@ namespace {
 const CComBSTR METHOD(L"echo");
 const CComBSTR VALUE(L"a text of the usual length");
 
-// The scopes on a call's way, each of which reads the clock once: callMethod in the COM object, the bean frame and the Java
+// The scopes of a call, each of which reads the clock once: callMethod in the COM object, the bean frame and the Java
 // bridge, the conversions of two texts in and one out, the check for a Java exception, and the COM object's error info.
 constexpr int CLOCK_READINGS = 8;
 
-// Counts what the program itself reads; Java has an import table of its own.
+// Counts only the program's own readings: Java has its own import table.
 void checkClockReadings(IJavaManager* object)
 {
     static int s_readings = 0;
@@ -55,7 +55,7 @@ void check(benchmark::State& state, BSTR answer)
 void measure(int argc, char** argv)
 {
     const bench::CInProcess server;
-    // In the server, every call comes within these two.
+    // In the server, these two enclose every call.
     const LogScope process({"main", __LINE__}, LOGLEVEL_INFO);
     const LogScope messageLoop({"KESTAserver", __LINE__}, LOGLEVEL_FINE);
     JNIEnv* const env = bench::runningMachine();
@@ -71,7 +71,7 @@ void measure(int argc, char** argv)
             check(state, answer);
         }
     });
-    // For readers: the same with every line written.
+    // Not compared: the same with every line written.
     benchmark::RegisterBenchmark("object, full log", [&](benchmark::State& state) {
         Logger::setMaxLogLevel(LOGLEVEL_TRACE);
         for (auto _ : state) {

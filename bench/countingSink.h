@@ -1,4 +1,4 @@
-// A client's sink that only counts, in the thread's apartment.
+// A client's sink that only counts.
 #pragma once
 
 #include "KESTAserver_h.h"

@@ -1,4 +1,4 @@
-// What an event costs inside the server: the hand-over by Java's thread, and the draining of a queue of any length on the main
+// What an event costs inside the server: the hand-over by Java's thread, and draining queues of different lengths on the main
 // thread.
 #include "bench/bareJava.h"
 #include "bench/countingSink.h"
@@ -12,11 +12,11 @@
 namespace {
 
 constexpr char TEXT[] = "an event's text";
-constexpr int EVENTS = 500; // handed over between two pumpings of the main thread
+constexpr int EVENTS = 500; // handed over before the main thread pumps messages again
 constexpr long long REPETITIONS = 20;
-constexpr long long DRAINED = 100000; // the longest queue, and about what is drained in a round of each length
+constexpr long long DRAINED = 100000; // the longest queue; in a round about as many are drained for each length
 
-// The main thread: takes its messages out as the server's loop does.
+// Handles the main thread's messages like the server's loop.
 void pump()
 {
     MSG message;
@@ -60,7 +60,7 @@ private:
     std::list<BSTR> m_texts;
 };
 
-// Runs on a thread of Java's; lets the main thread pump between the measurements.
+// Runs on a Java thread; the main thread pumps between the measurements.
 class CHandOver
 {
 public:
@@ -156,7 +156,7 @@ void measure(int argc, char** argv)
     const bench::CInProcess server;
     bench::Series series = CHandOver().run(argc, argv);
 
-    // In the server, the queue is drained within these two.
+    // In the server, these two enclose the draining of the queue.
     const LogScope process({"main", __LINE__}, LOGLEVEL_INFO);
     const LogScope messageLoop({"KESTAserver", __LINE__}, LOGLEVEL_FINE);
     bench::CCountingSink sink(server.object());

@@ -56,7 +56,7 @@ int argument(int argc, char** argv, const char* name, int otherwise)
 
 Series runInTurn(int argc, char** argv)
 {
-    // The library takes its own options out of the command line; the programs' stay.
+    // The library removes its own options from the command line; the program's stay.
     benchmark::Initialize(&argc, argv);
     CCollector collector;
     const int rounds = argument(argc, argv, "--rounds", ROUNDS);

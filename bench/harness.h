@@ -1,7 +1,7 @@
-// What the programs of this folder share: measuring several things in turn, and saying what came out.
+// Shared by the programs of this folder: measures several things in turn and writes the results.
 //
-// A program registers its benchmarks (one for each thing that is compared) and calls runInTurn, which runs them one after the
-// other, round by round: A B C A B C ... The medians and the spread over the rounds are made by bench/run from the output.
+// A program registers one benchmark for each thing to compare and calls runInTurn, which runs them in rounds: A B C A B C ...
+// bench/run computes the medians and the spread over the rounds from the output.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -12,16 +12,16 @@
 
 namespace bench {
 
-// What was measured, by name; one number a round. Times are nanoseconds for one operation.
+// Results by name, one number per round. Times are nanoseconds per operation.
 using Series = std::map<std::string, std::vector<double>>;
 
 // The number after `name` on the command line ("--rounds 20").
 int argument(int argc, char** argv, const char* name, int otherwise);
 
-// Runs the registered benchmarks for as many rounds as --rounds says. A benchmark that fails throws std::runtime_error.
+// Runs the registered benchmarks for the number of rounds after --rounds. Throws std::runtime_error when one fails.
 Series runInTurn(int argc, char** argv);
 
-// Writes the series as one JSON object to the file after --out, or to the standard output.
+// Writes the series as one JSON object to the file after --out, or to standard output.
 void write(int argc, char** argv, const Series& series);
 
 // The body of main: CoInitialize, the program, failures as text and exit code 1.

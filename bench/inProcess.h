@@ -1,5 +1,4 @@
-// The server's object in the process of the measurement: the whole way from the COM object to Java and back, without COM's
-// channel between processes.
+// The server's object in the measuring process: everything from the COM object to Java and back, but no call across processes.
 #pragma once
 
 #include "beanframe/BeanFrame.h"
@@ -13,8 +12,7 @@ namespace bench {
 class CInProcess
 {
 public:
-    // Starts the object with its machine on Java 21, at the log level WARN that an installation starts with. The control's
-    // archive stands beside the program.
+    // Starts the object with its machine on Java 21, at the default log level, WARN. The control's archive is beside the program.
     CInProcess();
     ~CInProcess();
     CInProcess(const CInProcess&) = delete;

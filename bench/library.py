@@ -26,7 +26,7 @@ def archive():
 
 
 def fetch(folder):
-    """The library's source archive, in a folder with lists of its own: those of the machine have no source packages."""
+    """The library's source archive, in a folder with its own package lists: the machine's have no source packages."""
     (folder / "sources.list").write_text(f"deb-src {archive()} {SUITE} main\n")
     for part in ("lists/partial", "cache/archives/partial"):
         (folder / part).mkdir(parents=True)
@@ -48,7 +48,7 @@ def fetch(folder):
 
 
 def source():
-    """The folder of the library's source, which is complete when it is there."""
+    """The folder of the library's source; if it exists, it is complete."""
     place = PROJECT / ".tools" / f"{PACKAGE}-{VERSION}"
     if place.exists():
         return place

@@ -1,4 +1,4 @@
-// What a written line costs: file and debugger stream, flushed. Against a logging library with the same sinks and the same text.
+// What a written line costs: file and debugger stream, flushed. Measured against a logging library with the same sinks and text.
 #include "bench/harness.h"
 #include "support/logger.h"
 
@@ -34,7 +34,7 @@ void openLibrary(const Logger& logger)
 {
     const std::string line = "%Y-%m-%d %H:%M:%S.%e %05t INFO   line                 %# %v";
     auto file = std::make_shared<spdlog::sinks::basic_file_sink_mt>(logger.logFilePrefix() + "-library.log");
-    // By itself the sink writes only while a debugger is there; a line of ours is always handed over.
+    // By default this sink writes only while a debugger is attached; our log always does.
     auto debugger = std::make_shared<spdlog::sinks::msvc_sink_mt>(false);
     s_library = std::make_unique<spdlog::logger>("library", spdlog::sinks_init_list{file, debugger});
     file->set_formatter(std::make_unique<spdlog::pattern_formatter>(line));

@@ -1,5 +1,5 @@
-// What memory the server needs: private bytes after the start, against a minimal program with the same machine and frame, and how
-// many are added by calls and events.
+// How much memory the server needs: private bytes after the start, measured against a minimal program with the same machine and
+// frame, and how many calls and events add.
 #include "bench/countingSink.h"
 #include "bench/harness.h"
 #include "bench/servers.h"
@@ -14,8 +14,8 @@ namespace {
 constexpr int ROUNDS = 3;
 constexpr int CALLS = 100000;
 
-// Java's own memory is the same at any time, so that what is left to grow is the server's: the heap is there as a whole from the
-// start, and the compiler of the machine is off.
+// Java's own memory must not change, so that any growth is the server's: the whole heap is committed at the start, and the
+// compiler is off.
 const std::vector<std::string> STEADY_MACHINE = {"-Xms48m", "-Xmx48m", "-XX:+AlwaysPreTouch", "-XX:+UseSerialGC", "-Xint"};
 
 double privateBytes(const fixtures::CProcess& process)
@@ -29,7 +29,7 @@ double privateBytes(const fixtures::CProcess& process)
     return static_cast<double>(counters.PagefileUsage);
 }
 
-// Lets what the start has left to other threads come to its end.
+// Lets other threads finish their part of the start.
 void settle()
 {
     fixtures::pumpUntil([] { return false; }, {}, 1000);
@@ -45,7 +45,7 @@ double hostMemory(const bench::CServers& servers)
     return privateBytes(host.process());
 }
 
-// The same program as a COM server: what COM itself brings into a process is in it.
+// The same program as a COM server, and so with the memory that COM itself needs.
 double comHostMemory()
 {
     const bench::CRemote host(bench::CLSID_BARE_JAVA);
@@ -53,7 +53,7 @@ double comHostMemory()
     return privateBytes(host.process());
 }
 
-// Calls of which each raises an event, until the last of them has come.
+// Makes calls that raise an event each, until the last event has come.
 void callAndListen(IJavaManager* object, bench::CCountingSink& sink, int calls)
 {
     const ATL::CComBSTR method(L"raise");
@@ -85,7 +85,7 @@ void measure(int argc, char** argv)
     const int calls = bench::argument(argc, argv, "--calls", CALLS);
     const bench::CRemote server(CLSID_JavaManager);
     bench::CCountingSink sink(server.object());
-    // The first tenth is the machine's: classes it loads late, buffers of the channel that find their size.
+    // The first tenth is not counted: Java loads classes late, and COM's buffers reach their size.
     callAndListen(server.object(), sink, calls / 10);
     series["before"].push_back(privateBytes(server.process()));
     const double start = bench::now();

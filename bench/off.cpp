@@ -1,4 +1,4 @@
-// What logging costs where it is off: a statement, and a scope, which is always made.
+// What logging costs when it is off: a statement, and a scope, which is always created.
 #include "bench/harness.h"
 #include "support/logger.h"
 
@@ -8,7 +8,7 @@
 
 namespace {
 
-// What a statement that is off is allowed to cost: the comparison with a number that may change at any time.
+// What a statement that is off may cost: a comparison with a number that can change at any time.
 volatile int s_level = LOGLEVEL_WARN;
 
 void statement(benchmark::State& state)
@@ -30,7 +30,7 @@ void comparison(benchmark::State& state)
 class CLogging : public virtual Loggable
 {
 public:
-    // Apart, as in any function that logs: what it costs is the whole of its scope.
+    // Not inlined, so that the cost of the whole scope is in it, as in any function that logs.
     __attribute__((noinline)) void method() { LOG_SCOPE(FINE, "CLogging::method"); }
 };
 

@@ -1,5 +1,5 @@
-// What the server adds to a call across processes: early bound, and late bound as scripts do it. Against a COM server of the same
-// interface that has the same machine and makes the same call to Java by hand, and against one that answers with a constant.
+// What the server adds to a call across processes, early bound and, as in scripts, late bound. Measured against a COM server with
+// the same interface and machine that makes the same call to Java by hand, and against one that answers with a constant.
 #include "bench/harness.h"
 #include "bench/servers.h"
 
@@ -9,7 +9,7 @@ namespace {
 
 const ATL::CComBSTR METHOD(L"echo");
 const ATL::CComBSTR VALUE(L"a text of the usual length");
-constexpr int CALLS = 50; // of one server, before the other's turn
+constexpr int CALLS = 50; // to one server before the other's turn
 
 void early(benchmark::State& state, IJavaManager* object)
 {

@@ -1,4 +1,4 @@
-"""From the programs' numbers to the table, the page and the chart."""
+"""Makes the table, the page and the chart from the programs' numbers."""
 
 import os
 import platform
@@ -31,7 +31,7 @@ RATIOS = [
     ("Draining 100,000 events, each", "event", "drain 100000", "drain 100", "draining 100, each", 2),
 ]
 MEMORY_LIMIT = 4  # MiB more than the minimal program
-# What a page of memory more or less makes, over 100,000 calls and events: less than three bytes each.
+# A few pages of memory, over 100,000 calls and events: less than three bytes each.
 GROWTH_LIMIT = 0.25
 
 
@@ -123,7 +123,7 @@ def memory_rows(memory):
 
 
 def figures(series):
-    """Absolute numbers for readers, as they came out on this machine."""
+    """Absolute numbers, as measured on this machine."""
 
     def median(program, name):
         return statistics.median(series[program][name]) if series.get(program) else None
@@ -220,7 +220,7 @@ def replace_section(path, text):
 
 
 def machine(project):
-    """What the numbers depend on. No paths and no names."""
+    """What the numbers depend on, without paths and names."""
 
     def output(*command):
         try:
@@ -252,7 +252,7 @@ def machine(project):
 
 
 def chart(all_rows, folder):
-    """Each ratio as a part of its limit, with the middle half of its rounds."""
+    """A chart of each ratio as a part of its limit, with the middle half of its rounds."""
     measured = [row for row in all_rows if "value" in row and row["limit"] is not None]
     if not measured:
         return

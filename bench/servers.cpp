@@ -71,12 +71,12 @@ CServers::~CServers()
     try {
         registerServer("/UnregServer");
     } catch (const std::exception&) {
-        // The prefix is thrown away anyway.
+        // Does no harm: the prefix is discarded anyway.
     }
 }
 
-// What the server gives its machine, written out: the bare server reads no registry. In a file, since COM takes no long command
-// lines.
+// Writes down the options that the server gives its machine, because the bare server reads no registry; to a file, because COM
+// takes no long command lines.
 void CServers::writeMachine(const std::vector<std::string>& machineOptions) const
 {
     const std::string folder = fixtures::programFolder();
@@ -121,7 +121,7 @@ CRemote::CRemote(const CLSID& clsid)
 CRemote::~CRemote()
 {
     m_object.Release();
-    // Its own end takes seconds in which it waits for new clients; nobody comes.
+    // Killed, because on its own it would wait seconds for new clients before it ends.
     if (m_process) {
         m_process->kill(0);
         m_process->exitCode();

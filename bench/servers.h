@@ -1,6 +1,6 @@
 // The servers that are compared across processes: ours, and two written by hand.
 //
-// Threads: one, in a single-threaded apartment.  Failure: std::runtime_error.
+// Threads: one, in a single-threaded apartment. Failure: std::runtime_error.
 #pragma once
 
 #include "KESTAserver_h.h"
@@ -13,19 +13,19 @@
 
 namespace bench {
 
-// A server that answers every call with a constant, and one that starts the same machine, shows the same frame and makes the same
-// call to the control.
+// One answers every call with a constant; the other starts the same machine, shows the same frame and calls the control in the
+// same way.
 constexpr CLSID CLSID_BARE = {0x2C6E8A51, 0x9D04, 0x4B3F, {0x8E, 0x71, 0x5A, 0xC3, 0x1F, 0x60, 0xB9, 0x27}};
 constexpr CLSID CLSID_BARE_JAVA = {0x2C6E8A52, 0x9D04, 0x4B3F, {0x8E, 0x71, 0x5A, 0xC3, 0x1F, 0x60, 0xB9, 0x27}};
 
-// Beside the programs: the lines of the bare server's machine, its library first and then its options.
+// The file beside the programs with the bare server's machine: a line for its library, then one for each option.
 constexpr char BARE_MACHINE[] = "bench_bare.machine";
 
-// Registration of all for the life of the object, and the settings of the machine.
+// The registration of all servers, while it is alive, and the machine's settings.
 class CServers
 {
 public:
-    // Options for the Java virtual machine, beside those that the server gives it anyway.
+    // Additional options for the Java virtual machine.
     explicit CServers(const std::vector<std::string>& machineOptions = {});
     ~CServers();
     CServers(const CServers&) = delete;
@@ -40,7 +40,7 @@ private:
     fixtures::CSettings m_settings;
 };
 
-// One object in a server process of its own, which is ended with it.
+// One object in its own server process, which its destructor ends.
 class CRemote
 {
 public:

@@ -1,5 +1,5 @@
-// What the server adds to a start: from the creation until the frame's id is answered, with a cold Java virtual machine. Against
-// a COM server written by hand that starts the same machine and shows the same frame.
+// What the server adds to a start, from the creation until the frame's id is answered. Measured against a COM server written by
+// hand that starts the same machine and shows the same frame.
 #include "bench/harness.h"
 #include "bench/servers.h"
 
@@ -14,7 +14,7 @@ void measure(int argc, char** argv)
     const auto start = [&](const char* name, const CLSID& clsid) {
         series[name].push_back(bench::CRemote(clsid).startTime() * 1e9);
     };
-    // Once without counting: the files come into the memory.
+    // Once without counting, to get the files into memory.
     bench::CRemote{CLSID_JavaManager};
     bench::CRemote{bench::CLSID_BARE_JAVA};
     for (int round = 0; round < bench::argument(argc, argv, "--rounds", ROUNDS); ++round) {

@@ -6,11 +6,11 @@ target_compile_definitions(kesta_options INTERFACE
 target_compile_options(kesta_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wconversion -Werror>)
 target_include_directories(kesta_options INTERFACE ${CMAKE_SOURCE_DIR})
-# -static leaves only the DLLs that Windows itself has.
+# -static: the program then needs no DLLs but Windows' own.
 target_link_options(kesta_options INTERFACE -static -Wl,--dynamicbase,--high-entropy-va,--nxcompat)
 
-# The counters are those of several threads at once.
-option(KESTA_COVERAGE "Programs note in files beside their objects which lines and branches they went through" OFF)
+# Atomic, because several threads count.
+option(KESTA_COVERAGE "Programs record in files beside their objects which lines and branches they ran" OFF)
 if(KESTA_COVERAGE)
     target_compile_options(kesta_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:--coverage -fprofile-update=atomic>)
     target_link_options(kesta_options INTERFACE --coverage)
@@ -24,7 +24,7 @@ endif()
 set(KESTA_JNI_INCLUDE $ENV{KESTA_JNI_INCLUDE} CACHE PATH "Folder of jni.h for Windows")
 target_include_directories(kesta_jni SYSTEM INTERFACE ${KESTA_JNI_INCLUDE})
 
-# kesta_room(NAME SOURCES ... LINKS ...): one static library a room.
+# kesta_room(NAME SOURCES ... LINKS ...): the static library of one folder of the product.
 function(kesta_room name)
     cmake_parse_arguments(ROOM "" "" "SOURCES;LINKS" ${ARGN})
     add_library(${name} STATIC ${ROOM_SOURCES})

@@ -5,7 +5,7 @@ add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM
 include(GoogleTest)
 
 # kesta_test(NAME n TIER unit|vm|process [ROOM libs...] [TIMEOUT seconds] SOURCES ... [LINKS ...] [ENVIRONMENT ...])
-# A test program. Each of its tests is a CTest test with its own process, labelled with its tier.
+# A test program. Each of its tests is a CTest test that runs in its own process and has its tier as a label.
 function(kesta_test)
     cmake_parse_arguments(T "" "NAME;TIER;TIMEOUT" "ROOM;SOURCES;LINKS;ENVIRONMENT" ${ARGN})
     if(NOT T_TIMEOUT)

@@ -84,8 +84,7 @@ void CJavaManagerJNIClient::diagnoseLibrary(const char* filename)
         LOG(WARN, "Java Client Library (jvm.dll) does not contain any PE header");
         return;
     }
-    // The widening is signed, deliberately: 0x8664 becomes 0xffff8664 and is reported as unknown, which readers of the log are used
-    // to.
+    // The widening is signed, deliberately: 0x8664 becomes 0xffff8664 and is reported as unknown, which log readers know.
     const int machine = readNumber<int16_t>(binaryFile);
     if (machine == 0x014C) {
         LOG(WARN, "Java JRE for 32-bit platform");

@@ -2,12 +2,12 @@
 // frame, bean and listener, forwarding of the client's calls, capture of Java exceptions.
 //
 // Ownership: the singleton owns the class references and the loaded jvm.dll. Bean, frame and listener are global references
-//            that it creates; the caller keeps them, passes them to each operation and in the end to stopBean, which deletes them.
-//            The machine itself is never destroyed: its threads end with the process.
+//            that it creates; the caller keeps them, passes them to each operation and in the end to stopBean, which deletes
+//            them. The machine itself is never destroyed: its threads end with the process.
 // Threads:   the main thread only (the one that created the machine and owns m_ENV), singleton creation and removal included.
-// Failure:   HRESULTs, S_OK or E_FAIL unless stated; the reason is in the log. Java exceptions and errors are logged and cleared as
-//            soon as they are raised, those of look-ups and constructors included. Without a machine look-ups return null and each
-//            operation fails at its own check; a null class, object or method never reaches a JNI function. Operations throw only
+// Failure:   HRESULTs, S_OK or E_FAIL unless stated; the reason is in the log. Java exceptions and errors are logged and cleared
+//            at once, those of look-ups and constructors included. Without a machine look-ups return null and each operation
+//            fails at its own check; a null class, object or method never reaches a JNI function. Operations throw only
 //            CAtlException, for exhausted memory or a failed code page conversion; createInstance, cleanUp and stopBean never
 //            throw.
 #pragma once
@@ -57,7 +57,7 @@ public:
     HRESULT validateFrameAndBean(jobject frame, jobject bean);
 
     // Forwarding to the Java method of the same name. `result` receives a new BSTR that the caller owns, on success only; its
-    // previous content is not freed. A null Java string gives an empty result.
+    // previous content is not freed. A null Java string becomes an empty result.
     HRESULT callMethod(jobject bean, BSTR arg0, BSTR arg1, BSTR* result);
     HRESULT callMethodCompressed(jobject bean, BSTR arg0, int arg1, BSTR arg2, BSTR* result);
     HRESULT displayDebugConsole(jobject bean, BSTR* result);
@@ -107,8 +107,8 @@ protected:
         }
         return found;
     }
-    // Without a machine, or when the class or `object` (on which the method will be called) is null, look-ups return null and call
-    // nothing.
+    // Without a machine, or when the class or `object` (on which the method will be called) is null, look-ups return null without
+    // calling JNI.
     jclass findClass(const char* name);
     jmethodID findMethod(jclass objectClass, const char* name, const char* signature);
     jmethodID findMethod(jobject object, jclass objectClass, const char* name, const char* signature);

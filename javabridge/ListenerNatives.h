@@ -1,4 +1,4 @@
-// What the Java bridge needs from the room above: the native functions behind the Java listener's three native methods.
+// What the Java bridge needs from the layer above: the native functions behind the Java listener's three native methods.
 // Declared here and defined by the bean frame, so that events travel up without the bridge knowing who receives them.
 #pragma once
 

@@ -26,8 +26,8 @@ int WINAPI WinMain(HINSTANCE, HINSTANCE, LPSTR lpCmdLine, int nShowCmd)
     } catch (...) {
         LOG(ERROR, "Unexpected exception in main class");
     }
-    // Deliberately only now: while the Java runtime and the runtime libraries unload, error boxes are unwanted, but earlier faults
-    // should be seen.
+    // Deliberately only now: while the Java runtime and the runtime libraries unload, error boxes are unwanted, but earlier
+    // faults should be seen.
     LOG_HRESULT(CHelpers::setErrorModeSilent());
     return result;
 }

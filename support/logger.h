@@ -7,8 +7,8 @@
 //            addRefCount and release are called at process start and end only.
 // Failure:   logging never throws and never fails visibly; an exception of a statement's argument reaches the caller. A log file
 //            that cannot be opened ends file logging, but not the debugger stream. A line whose text runs out of memory ends in
-//            " [out of memory]" or, if there is not even memory for that, is left out. Only creating and placing the Logger throws:
-//            CAtlException with the HRESULT 0x8007xxxx for a lock, std::bad_alloc for the rest.
+//            " [out of memory]" or, if there is not even memory for that, is left out. Only creating and placing the Logger
+//            throws: CAtlException with the HRESULT 0x8007xxxx for a lock, std::bad_alloc for the rest.
 //
 // How a function logs:
 //
@@ -22,9 +22,9 @@
 //         ...
 //     }
 //
-// LOG_SCOPE opens the function's scope. In member functions, statements and checks log on behalf of the object; in free functions,
-// and in static members after LOG_SCOPE_STATIC, they log without one. LOG_PLAIN always logs without an object: use it where the
-// object may be gone. The arguments of a statement are evaluated only when its level is on.
+// LOG_SCOPE opens the function's scope. In member functions, statements and checks log on behalf of the object; in free
+// functions, and in static members after LOG_SCOPE_STATIC, they log without one. LOG_PLAIN always logs without an object: use it
+// where the object may be gone. The arguments of a statement are evaluated only when its level is on.
 #pragma once
 
 #include <windows.h>
@@ -49,8 +49,7 @@ enum LogLevel : int {
 // The name printed for a level. The table ends at 6, "(invalid)"; no other level may reach it.
 const char* getLogLevelName(int level);
 
-// The name of a result of the JNI invocation interface. "successfull" and "JNI_ENOMEN" are deliberate: log readers search for
-// them.
+// The name of a result of the JNI invocation interface. "successfull" and "JNI_ENOMEN" are deliberate: log readers know them.
 std::string getJNIErrorName(int code);
 
 // The system's text for a Win32 or HRESULT code, first line only, followed by " (%08x)". A code without text gets

@@ -8,8 +8,8 @@
 #include <typeinfo>
 
 namespace {
-// Demangled type names by the address of the encoded name. Entries stay until the process ends, so that a lookup takes no lock. Two
-// threads may add the same type twice, which does no harm.
+// Demangled type names by the address of the encoded name. Entries stay until the process ends, so that a lookup takes no lock.
+// Two threads may add the same type twice, which does no harm.
 struct TypeName
 {
     const char* encoded;

@@ -1,4 +1,4 @@
-// What the source files of the logger share. Nothing outside this room and its tests includes it.
+// What the source files of the logger share. Only they and their tests include it.
 #pragma once
 
 #include "atl/base.h"
@@ -42,8 +42,8 @@ private:
 
 struct Logger::Implementation
 {
-    // While it exists, the calling thread is in no scope and no backtrace. Restores both at its end: otherwise every later line of
-    // the thread would be nested in the wrong scope, or part of an error.
+    // While it exists, the calling thread is in no scope and no backtrace. Restores both at its end: otherwise every later line
+    // of the thread would be nested in the wrong scope, or part of an error.
     class ThreadSetAside
     {
     public:

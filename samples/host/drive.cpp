@@ -1,6 +1,6 @@
 // Uses the sample host's window as a person would: fills in its fields, presses its button, reads answers and the event list.
 // For what only a person at the screen can do (a mouse click, typing, a picture of the window) it prints a line that begins with
-// "@" and waits for a line on standard input.
+// "@" and waits for the line "done" on standard input.
 #include "host.h"
 
 #include <commctrl.h>
@@ -72,7 +72,7 @@ void CDriver::useWindow() const
     call(GET_PROPERTY, "title");
 }
 
-// Every value is read back from the control, so it has made the whole way.
+// Reads every value back, which proves that it has reached the control.
 void CDriver::useControls() const
 {
     expect(call(GET_PROPERTY, "title") == "Wind power by site, GWh", "the title is the one the host has set");
@@ -110,8 +110,8 @@ void CDriver::raiseEvents() const
     expect(countWith("burst ") == 12 && different.size() == 12, "no event of the burst is lost or doubled");
 }
 
-// The first click also makes the Java frame the active window, and Java may then give the focus to another component: a person
-// would click again, and so does this. Reading the text takes the focus from the field, so the typing gets a moment first.
+// The first click also activates the Java frame, and Java may then give the focus to another component: a person would click
+// again, and so does this. Reading the text takes the focus from the field, so the typing gets a moment first.
 void CDriver::typeInto(const std::string& clickOnField) const
 {
     for (int tries = 0; tries < 5; ++tries) {
@@ -225,7 +225,7 @@ int CDriver::countWith(const std::string& prefix) const
         std::count_if(all.begin(), all.end(), [&](const SEvent& event) { return event.text.starts_with(prefix); }));
 }
 
-// Takes the picture even after a failure, to show what there was to see.
+// Takes the picture even after a failure, to show the state of the window.
 void CDriver::run() const
 {
     std::string failure;

@@ -1,13 +1,13 @@
-// The KESTA sample host: a native window with a Java control of another process inside one of its panes.
+// The KESTA sample host: a native window with a pane that shows a Java control from another process.
 //
 // What a client does, in this order and one function each:
-//   connect       create the object, connect a sink for its events, ask which frame it made
-//   takeIn        take the frame's window into a pane and hand the pane's handle to the server
+//   connect       create the object, connect a sink for its events, get the id of its frame
+//   takeIn        take the frame's window into a pane and pass the pane's handle to the server
 //   feed          send the control its data
 //   call          any further call: here whatever the user chose in the window
-//   fitFrame      keep pane and frame in step when the window changes its size
-//   disconnect    take the sink away and release the object, which ends the server process
-// The native controls around the pane are in panel.cpp; drive.cpp plays the user when nobody sits at the screen.
+//   fitFrame      resize pane and frame with the window
+//   disconnect    disconnect the sink and release the object, which ends the server process
+// The native controls around the pane are in panel.cpp; drive.cpp plays the user where there is none.
 #include "host.h"
 #include "panel.h"
 
@@ -36,7 +36,7 @@ constexpr UINT_PTR FRAME_TIMER = 1;
 constexpr UINT FRAME_TIMER_PERIOD = 50;
 constexpr ULONGLONG FRAME_TIME_LIMIT = 20000;
 
-// By operation: names and, for late-bound calls, member ids.
+// Names of the operations and, for late-bound calls, their member ids.
 constexpr const char* OPERATIONS[] = {"callMethod", "setProperty", "getProperty"};
 constexpr DISPID DISPIDS[] = {3, 11, 8};
 constexpr DISPID DISPID_VALIDATE = 15;
@@ -67,8 +67,8 @@ std::string systemText(HRESULT hr)
     return std::format("0x{:08X}{}{}", static_cast<unsigned>(hr), *text ? " " : "", text);
 }
 
-// Receives the control's events as IDispatch calls with one text each, on the thread that connected the sink. The server has
-// queued them, so the Java thread that raised one does not wait.
+// Receives the control's events as IDispatch calls with one text each, on the thread that connected the sink. The server queues
+// them, so the Java thread that raised one does not wait.
 class CEventSink final : public IDispatch
 {
 public:
@@ -116,7 +116,7 @@ private:
     ULONG m_references = 0;
 };
 
-// What a call gave: the control's answer, or the text of the error when hr says that it failed.
+// The control's answer to a call, or the error text when hr is a failure.
 struct SResult
 {
     HRESULT hr;
@@ -159,7 +159,7 @@ private:
     bool m_closeWanted = false;
 };
 
-// Starts our own server process (the class is single-use), and in it Java, the control and its frame.
+// Starts a server process for this object alone (the class is single-use), and in it Java, the control and its frame.
 void CHost::connect()
 {
     HRESULT hr = CoCreateInstance(__uuidof(JavaManager), nullptr, CLSCTX_LOCAL_SERVER, IID_PPV_ARGS(&m_manager));
@@ -191,7 +191,7 @@ void CHost::connect()
     SetTimer(m_window, FRAME_TIMER, FRAME_TIMER_PERIOD, nullptr);
 }
 
-// A Java thread may show the frame some time after the object was created; later the same timer notices when it is gone.
+// A Java thread may show the frame some time after the creation of the object; later the same timer notices when it is gone.
 void CHost::lookForFrame()
 {
     const std::string name = std::format("kesta_frame_{}", m_frameID);
@@ -206,8 +206,8 @@ void CHost::lookForFrame()
     }
 }
 
-// Makes the frame's window a child of the pane, then hands over the pane's handle: the server puts the control into the frame
-// and watches the pane from then on. It has to be a child window: one without a parent counts as a client that has died.
+// Makes the frame's window a child of the pane, then passes the pane's handle to the server, which puts the control into the
+// frame and watches the pane from then on. The pane must be a child window: without a parent it counts as a dead client.
 void CHost::takeIn(HWND frame)
 {
     m_frame = frame;
@@ -291,7 +291,7 @@ SResult CHost::callEarlyBound(int operation, const _bstr_t& name, const _bstr_t&
     return {hr, description.length() > 0 ? narrow(description) : systemText(hr)};
 }
 
-// The same through IDispatch, as a script does it. The text of a failure comes with the call itself.
+// The same through IDispatch, as scripts do. The text of a failure comes with the call itself.
 SResult CHost::callLateBound(DISPID method, std::vector<_variant_t> arguments)
 {
     std::vector<VARIANT> reversed(arguments.rbegin(), arguments.rend()); // the last argument comes first
@@ -309,8 +309,8 @@ SResult CHost::callLateBound(DISPID method, std::vector<_variant_t> arguments)
     return {hr, description.length() > 0 ? narrow(description) : systemText(hr)};
 }
 
-// The server's setBounds does not pass its values to Java: whoever owns the pane moves the frame, without waiting, so that a busy
-// server does not block this window.
+// The server's setBounds does not pass its values to Java, so the client itself moves the frame; it does not wait, so that a busy
+// server cannot block this window.
 void CHost::fitFrame()
 {
     RECT pane;
@@ -332,7 +332,7 @@ void CHost::disconnect()
     m_frame = nullptr;
 }
 
-// Shows in the pane what is wrong and in the answer field why. What there is of a connection is released with the window.
+// Shows in the pane what is wrong, and why in the answer field. The rest of the connection is released with the window.
 void CHost::fail(const std::string& what, const std::string& why)
 {
     printStep(std::format("failed: {} {}", what, why));
@@ -349,8 +349,8 @@ HWND CHost::open(HINSTANCE instance)
     return CreateDialogParamA(instance, MAKEINTRESOURCEA(ID_WINDOW), nullptr, dialogProcedure, reinterpret_cast<LPARAM>(this));
 }
 
-// This window keeps handling messages while a call to the other process is running: none of them may start another piece of
-// work, and closing the window waits until the call has returned.
+// While a call to the other process is running, this window handles messages. None of them may start another call, and closing
+// the window waits until the call has returned.
 void CHost::work(void (CHost::*piece)())
 {
     if (m_working) {
@@ -370,7 +370,7 @@ INT_PTR CHost::handle(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_INITDIALOG:
         m_pane = GetDlgItem(m_window, ID_PANE);
         m_panel.init(m_window);
-        PostMessageA(m_window, WM_CONNECT, 0, 0); // not at once, so that the window is seen while Java starts
+        PostMessageA(m_window, WM_CONNECT, 0, 0); // posted, so that the window appears before Java starts
         return TRUE;
     case WM_CONNECT:
         work(&CHost::connect);

@@ -1,4 +1,4 @@
-// What the files of the sample host share: the numbers of the window's controls and the printed steps.
+// Shared by the files of the sample host: the ids of the window's controls and the printed steps.
 #pragma once
 
 #include <windows.h>
@@ -30,7 +30,7 @@ enum : int { COLUMN_TIME, COLUMN_THREAD, COLUMN_EVENT, COLUMN_TEXT };
 // Prints one line with the milliseconds since the program started. Any thread.
 void printStep(const std::string& text);
 
-// Uses the window as a person would, checks what it shows, and closes it at the end. Runs on a thread of its own while the
-// window lives. Returns the exit code of the program: 0 when everything worked.
+// Uses the window as a person would, checks what it shows, and closes it at the end. Runs on its own thread while the
+// window exists. Returns the exit code of the program: 0 when everything worked.
 int drive(HWND window);
 #endif

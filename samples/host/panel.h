@@ -1,5 +1,4 @@
-// The native controls of the window, as any Windows program has them: the entries for a call, its answer, the event list, the
-// status line. The window's own thread uses it.
+// The window's native controls: the fields for a call, its answer, the event list and the status line. Window's thread only.
 #pragma once
 
 #include <windows.h>
@@ -18,7 +17,7 @@ public:
 
     // Fills the controls of the new window.
     void init(HWND window);
-    // The right side keeps its width; pane and event list take what the window has.
+    // The right side keeps its width; pane and event list take the rest.
     void arrange();
     // Offers the names that fit the chosen operation; anything else can be typed.
     void suggestNames();

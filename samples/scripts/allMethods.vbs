@@ -8,7 +8,7 @@ Set control = CreateObject("KESTAserver.JavaManager.1")
 
 ' -1 would mean that Java did not start; the next failing call would say why.
 Report "getBeanFrameID", control.getBeanFrameID()
-' A script has no window to put the frame into. 0 stands for none: the control is put into its frame all the same.
+' A script has no window to put the frame into. 0 means none; the control is put into its frame anyway.
 control.pushWindowHandle 0
 Report "pushWindowHandle", "done"
 
@@ -42,7 +42,7 @@ WScript.Echo Err.Description
 On Error Goto 0
 
 Report "free", control.free()
-' The release of the last reference ends the server process.
+' Releasing the last reference ends the server process.
 Set control = Nothing
 WScript.Quit failures
 

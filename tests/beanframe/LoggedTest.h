@@ -1,5 +1,4 @@
-// Base of the tests of bean frame, COM object and server: a private registry, and a log at TRACE that goes only to the debugger
-// stream.
+// Base of the tests of bean frame, COM object and server: a private registry, and a log at TRACE to the debugger stream only.
 #pragma once
 
 #include "tests/support/fixtures.h"

@@ -275,8 +275,8 @@ TEST_F(NativesUnderLoadTest, DeletionWaitsForANativeThatUsesTheFrame)
     javaThread.join();
 }
 
-// The destructor clears the pointer and then reads the count. No matter at which instruction of a beginning use it does so, either
-// it sees the count, or the use finds no frame.
+// The destructor clears the pointer and then reads the count. No matter at which instruction of a beginning use it does so,
+// either it sees the count, or the use finds no frame.
 TEST_F(NativesUnderLoadTest, BeginningUseIsCountedOrFindsNoFrame)
 {
     static int s_clearedAt;

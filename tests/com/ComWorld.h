@@ -30,7 +30,7 @@ struct ObjectAccess : CJavaManagerATLObject
     using CJavaManagerATLObject::provideErrorInfo;
 };
 
-// A client's sink: notes each call whole, answers what the test says and calls back into it.
+// A client's sink: records each call, calls back into the test and returns what the test has set.
 class RecordingSink final : public IDispatch
 {
 public:
@@ -69,8 +69,7 @@ protected:
     {
         return static_cast<ObjectAccess*>(static_cast<CJavaManagerATLObject*>(object));
     }
-    // The description in this thread's COM error info, or "(no error info)". Expects the info to name the interface and no help
-    // file.
+    // The description in this thread's COM error info, or "(no error info)". Expects an interface and no help file in the info.
     static std::string takeErrorText();
 
     CountingModule module;

@@ -70,8 +70,8 @@ public:
     using CJavaManagerJNIClient::registerNative;
 };
 
-// The process's log at the highest level, with the calls of the recording machine between the lines. When the test fails, its end
-// is printed.
+// The process's log at the highest level, with the calls of the recording machine between the lines. Its end is printed when the
+// test fails.
 //
 // A line is "LEVEL text", the entry of a scope "LEVEL -> text" without the blank at its end. Lines of the client itself come
 // without its class name, those of its static members as "LEVEL static: text", those of other modules as "LEVEL MODULE: text".

@@ -2,8 +2,7 @@
 // says.
 //
 // One at a time; the main thread only. JNI and invocation functions that the product does not use end the test program and name
-// their place in the table. References stay readable after their deletion, so that a later use appears in the record instead of
-// crashing.
+// their place in the table. References stay readable after their deletion: a later use appears in the record and does not crash.
 #pragma once
 
 #include <jni.h>

@@ -82,7 +82,7 @@ public:
         }
         return options;
     }
-    // What the log says of the loading.
+    // The log's line about the folders used while loading.
     std::string usedFolders() const
     {
         return "FINE Used " + library() + "\\..\\..\\ as current folder while loading JVM, using " + currentFolder() +

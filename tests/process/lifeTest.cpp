@@ -172,9 +172,9 @@ TEST_F(ServerTest, ClientOfTheReadmeShowsItsTitleAndEndsItsServer)
 TEST_F(ServerTest, TwoHostsAreServedByTwoProcessesWithTwoFrames)
 {
     const std::string command = "\"" + programFolder() + "\\process_client.exe\" hold";
-    // One after the other: Wine has no service that keeps activations of a class apart. A client that looks for a server just when
-    // another client's has come up takes that one; the other client, which starts a server only once, then waits 30 seconds in vain
-    // and gets E_NOINTERFACE.
+    // One after the other: Wine has no service that keeps activations of a class apart. A client that looks for a server just
+    // when another client's has come up takes that one; the other client, which starts a server only once, then waits 30 seconds
+    // in vain and gets E_NOINTERFACE.
     CProgram first(command);
     ASSERT_TRUE(first.waitForOutput("frame ")) << first.output();
     CProgram second(command);

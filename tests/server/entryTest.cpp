@@ -1,5 +1,5 @@
-// The executable's entry point with its module: calls of Windows, log lines, their order, and the exit code. Each call of Windows at
-// start and end is noted among the log lines. Other failures of the module are tested with its base class.
+// The executable's entry point with its module: calls of Windows, log lines, their order, and the exit code. Each call of Windows
+// at start and end is noted among the log lines. Other failures of the module are tested with its base class.
 #include "javabridge/JavaManagerJNIClient.h"
 #include "server/KESTAserver.h"
 #include "tests/beanframe/LoggedTest.h"
@@ -51,7 +51,7 @@ void letGo()
     ATL::_pAtlModule->Unlock();
 }
 
-// The Logger reference that the entry point's module gives back at the end of the process.
+// The Logger reference that the entry point's module releases at the end of the process.
 struct SModulesReference
 {
     ~SModulesReference() { Logger::addRefCount(); }

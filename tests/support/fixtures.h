@@ -1,4 +1,4 @@
-// What tests of every room share. Headers only; namespace `fixtures`.
+// Shared by the tests of all folders. Headers only; namespace `fixtures`.
 //
 //     fixtures::LoggerWorld world;                  // own registry, application data and desktop; no Logger yet
 //     world.start(LOGLEVEL_FINE);                   // a fresh Logger; world.logText() reads its file
@@ -10,8 +10,8 @@
 
 namespace fixtures {
 
-// Ends the Logger of the static guard and gives the process its own registry, application data and desktop. At the end of the test
-// a new Logger starts on the real ones.
+// Ends the Logger of the static guard and gives the process its own registry, application data and desktop. At the end of the
+// test a new Logger starts on the real ones.
 class LoggerWorld
 {
 public:

@@ -52,7 +52,7 @@ struct LogLine
     std::string level;
     std::string source; // all 20 characters
     int line = 0;
-    std::string body; // indentation and marker, class name, object, text; without the elapsed time, which varies
+    std::string body;     // indentation and marker, class name, object, text; without the elapsed time, which varies
     int milliseconds = 0; // the elapsed time of an exit line, else 0
 
     // Without indentation and marker.

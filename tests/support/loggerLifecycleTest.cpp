@@ -145,8 +145,8 @@ TEST_F(LoggerLifecycleTest, ScopeOfAnEndedLoggerIsNotInTheNextOnesChain)
     EXPECT_THAT(m_stream.said(), ElementsAre("WARN|    inside of the next one's", "WARN|   outside"));
 }
 
-// The message is never written, because the level is always WARN at that time, but it must be there: so this looks for the text in
-// the program itself.
+// The message is never written, because the level is always WARN at that time, but it must be there: so this looks for the text
+// in the program itself.
 TEST_F(LoggerLifecycleTest, FirstMessageIsKeptAlthoughItIsNeverWritten)
 {
     const std::string text = "Beginning logging to debug stream (logging parameters not yet initialized)";

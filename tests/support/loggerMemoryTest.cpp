@@ -37,8 +37,8 @@ protected:
         LOG_PLAIN(ALWAYS, "opens the file");
         m_stream.clear();
     }
-    // Runs `log` with memory for no allocation, then for one, and so on until it has enough. Each time every line is either whole,
-    // or cut and marked, or left out, and the next line is as usual.
+    // Runs `log` with memory for no allocation, then for one, and so on until it has enough. Each time every line is either
+    // whole, or cut and marked, or left out, and the next line is as usual.
     template <class Log>
     void runOut(const Strings& wholeLines, Log log)
     {

@@ -1,5 +1,5 @@
-// A process whose static objects log in constructor and destructor. It prints its debugger stream until the very end, for the test
-// that starts it.
+// A process whose static objects log in constructor and destructor. It prints its debugger stream until the very end, for the
+// test that starts it.
 #include "support/logger.h"
 
 #include <string>
@@ -42,8 +42,7 @@ private:
     const char* m_name;
 };
 
-// Early, because the link order alone would construct the log's guard before ordinary objects of the program, but not before an
-// early one.
+// Early: link order alone would construct the log's guard before ordinary objects of the program, but not before an early one.
 struct Printing
 {
     Printing() { AddVectoredExceptionHandler(1, &print); }

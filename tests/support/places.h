@@ -72,8 +72,8 @@ private:
     std::string m_path;
 };
 
-// Replaces one of the predefined keys while it is alive. Starts empty. Below it the two registry views are the same one: set values
-// in the view that the code under test reads.
+// Replaces one of the predefined keys while it is alive. Starts empty. Below it the two registry views are the same one: set
+// values in the view that the code under test reads.
 class RegistryScratch
 {
 public:

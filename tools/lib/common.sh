@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Shared by the commands at the root and the scripts of the tool environment: messages, locks, progress of long steps.
+# Messages, locks and progress of long steps, for the commands at the top and the scripts of the tool environment.
 
 say() {
     printf 'toolbox: %s\n' "$*" >&2
@@ -10,8 +10,8 @@ die() {
     exit 1
 }
 
-# Runs a long step with its output in a log. What the user sees is one line with the time that passed: renewed in place on a
-# terminal, every ten seconds otherwise. A failing step shows the end of its log.
+# Runs a long step with its output in a log. The user sees the elapsed time and the log's last line, updated in place on a
+# terminal, every ten seconds otherwise. If the step fails, the end of its log is shown.
 # usage: step TITLE LOG COMMAND...
 step() {
     local title=$1 log=$2 begin=$SECONDS shown=$SECONDS pid rc=0 last
@@ -33,21 +33,21 @@ step() {
     [ ! -t 2 ] || printf '\r\033[K' >&2
     if [ "$rc" -ne 0 ]; then
         tail -n 20 "$log" >&2
-        say "$title failed (exit code $rc), the whole log is $log"
+        say "$title failed (exit code $rc). The whole log: $log"
         return "$rc"
     fi
     say "$title: $((SECONDS - begin)) s"
 }
 
-# Takes a lock on an open file descriptor, with a message when somebody else holds it. Exclusive, or shared with -s.
+# Locks an open file descriptor, with a message if it has to wait. Exclusive, or shared with -s.
 # usage: lock_or_wait DESCRIPTOR WHAT [-s]
 lock_or_wait() {
     flock -n "${3:--x}" "$1" && return
-    say "another start holds $2, waiting for it ..."
+    say "another start is using $2, waiting for it ..."
     flock "${3:--x}" "$1"
 }
 
-# The lines of a list that are no comments.
+# The lines of a list without comments.
 entries() {
     grep -v -E '^(#|$)' "$1"
 }

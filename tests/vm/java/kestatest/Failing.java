@@ -1,6 +1,6 @@
 package kestatest;
 
-/** Fails where the tests ask for it. */
+/** Fails where a test wants it to. */
 public final class Failing {
     private Failing() {
     }
