@@ -224,7 +224,7 @@ HRESULT CAtlExeModule::RegisterClassObjects()
         HRESULT hr = entry.createFactory(IID_IUnknown, reinterpret_cast<void**>(&factory));
         DWORD cookie = 0;
         if (SUCCEEDED(hr)) {
-            // Without REGCLS_MULTIPLEUSE, deliberately: each creation by a client starts a server process of its own.
+            // Without REGCLS_MULTIPLEUSE, deliberately: each creation by a client starts its own server process.
             hr = CoRegisterClassObject(*entry.clsid, factory, CLSCTX_LOCAL_SERVER, REGCLS_SUSPENDED, &cookie);
         }
         if (FAILED(hr)) {

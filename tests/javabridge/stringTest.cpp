@@ -180,7 +180,7 @@ protected:
     ConversionTest()
     {
         haveControl();
-        Logger::setMaxLogLevel(LOGLEVEL_WARN); // the log converts texts of its own
+        Logger::setMaxLogLevel(LOGLEVEL_WARN); // the log converts texts too
         s_conversions.clear();
     }
     ~ConversionTest() override { s_callsUntilRefusal = -1; }
