@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -142,6 +143,7 @@ TEST(BstrTest, NarrowTextComesAndGoesThroughTheAnsiCodePage)
 {
     EXPECT_EQ(GetACP(), 1252u);
     EXPECT_EQ(textOf(CComBSTR("gr\xfc\xdf \x80")), L"gr\u00fc\u00df \u20ac");
+    EXPECT_EQ(textOf(CComBSTR("\xc3\xbc")), L"\u00c3\u00bc") << "two bytes that are one character in UTF-8";
     EXPECT_EQ(narrowText(CComBSTR(L"gr\u00fc\u00df \u20ac")), "gr\xfc\xdf \x80");
     EXPECT_EQ(narrowText(WITH_ZERO.c_str(), WITH_ZERO.size()), std::string("a\0b", 3));
     EXPECT_EQ(narrowText(nullptr), "");
@@ -264,6 +266,26 @@ TEST(VariantTest, HoldsACopyOfATextOrANumberAndIsClearedInTheEnd)
         const CComVariant empty;
     }
     EXPECT_EQ(s_cleared, VT_EMPTY);
+}
+
+TEST(PtrTest, IsEmptyWhileItsObjectIsReleased)
+{
+    struct SObject : IUnknown
+    {
+        HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+        ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+        ULONG STDMETHODCALLTYPE Release() override
+        {
+            m_found = m_holder->p;
+            return 1;
+        }
+        const CComPtr<IUnknown>* m_holder = nullptr;
+        IUnknown* m_found = this;
+    } object;
+    CComPtr<IUnknown> holder(&object);
+    object.m_holder = std::addressof(holder);
+    holder.Release();
+    EXPECT_EQ(object.m_found, nullptr);
 }
 
 TEST(PtrTest, CountsWhatItHolds)

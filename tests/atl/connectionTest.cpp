@@ -9,15 +9,15 @@ using testing::ElementsAre;
 
 namespace {
 
-// A client's sink that counts its references. The test sets the result of the query for its event interface.
+// A client's sink that counts its references. The test sets the result of the query for its event interface, and who implements it.
 class CSink final : public IDispatch
 {
 public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override
     {
         EXPECT_EQ(iid, DIID__IJavaManagerEvents);
-        *object = FAILED(m_queryResult) ? nullptr : this;
-        m_references += FAILED(m_queryResult) ? 0 : 1;
+        *object = FAILED(m_queryResult) ? nullptr : m_events;
+        m_events->m_references += FAILED(m_queryResult) ? 0 : 1;
         return m_queryResult;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return static_cast<ULONG>(++m_references); }
@@ -38,6 +38,7 @@ public:
     }
 
     HRESULT m_queryResult = S_OK;
+    CSink* m_events = this;
     int m_references = 0;
     std::function<void()> m_whenReleased;
 };
@@ -149,6 +150,14 @@ TEST_F(ConnectionTest, ASinkWithoutTheEventInterfaceCannotConnect)
     EXPECT_THAT(slots(), ElementsAre());
 }
 
+TEST_F(ConnectionTest, ASlotHoldsWhatImplementsTheEventInterface)
+{
+    m_sinks[0].m_events = &m_sinks[1];
+    advise(m_sinks[0]);
+    EXPECT_THAT(slots(), ElementsAre(1));
+    EXPECT_THAT(references(), ElementsAre(0, 1, 0, 0, 0));
+}
+
 TEST_F(ConnectionTest, BadPointersAreRefused)
 {
     DWORD cookie = 7;
@@ -246,6 +255,7 @@ TEST_F(ConnectionTest, EnumeratorsReadSkipResetAndClone)
     EXPECT_EQ(enumerator->Reset(), S_OK);
     EXPECT_EQ(enumerator->Skip(6), S_FALSE);
     EXPECT_EQ(next(enumerator, 1), "1:");
+    EXPECT_EQ(enumerator->Skip(1), S_FALSE);
     EXPECT_EQ(next(enumerator, 0), "0:");
 
     CONNECTDATA data[2] = {};
