@@ -55,6 +55,7 @@ CServers::CServers(const std::vector<std::string>& machineOptions)
 {
     writeMachine(machineOptions);
     m_settings.setRuntime("21.0.8", fixtures::runtimeLibrary(21));
+    m_settings.setControl("TestControl", fixtures::programFolder());
     for (size_t index = 0; index < machineOptions.size(); ++index) {
         m_settings.setPreference(("jvm_option_" + std::to_string(index)).c_str(), machineOptions[index]);
     }
@@ -81,7 +82,8 @@ void CServers::writeMachine(const std::vector<std::string>& machineOptions) cons
 {
     const std::string folder = fixtures::programFolder();
     std::ofstream file(folder + "\\" + BARE_MACHINE);
-    file << fixtures::runtimeLibrary(21) << "\n-Djava.class.path=" << folder << "\\ORVANEControl.jar\n";
+    file << fixtures::runtimeLibrary(21) << "\n-Djava.class.path=" << folder << "\\TestControl.jar;" << folder
+         << "\\ORVANEControl.jar\n";
     for (const std::string& option : machineOptions) {
         file << option << '\n';
     }

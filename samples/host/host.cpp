@@ -225,7 +225,7 @@ void CHost::takeIn(HWND frame)
 
     // Lets the frame take the keyboard focus, so that its text field accepts typing.
     _bstr_t used;
-    m_manager->setUsedControl(_bstr_t(L"QMRTWinControl"), _bstr_t(L"1.0"), used.GetAddress());
+    m_manager->setUsedControl(_bstr_t(L"Stations"), _bstr_t(L"1.0"), used.GetAddress());
     feed();
     m_panel.setStatus(connectionText());
     m_panel.enableCalls(true);
@@ -235,8 +235,8 @@ void CHost::feed()
 {
     call(SET_PROPERTY, "title", "Wind power by site, GWh");
     call(SET_PROPERTY, "rows", "Alta;412|Bergen;655|Molde;538|Narvik;287|Stavanger;721");
-    call(SET_PROPERTY, "row", "Tromso;364");
-    call(CALL_METHOD, "setText", "Hello");
+    call(SET_PROPERTY, "row", "Troms\\u00F8;364"); // beyond ASCII texts are encoded
+    call(SET_PROPERTY, "text", "Hello");
 }
 
 void CHost::callFromWindow()

@@ -49,6 +49,7 @@ void ServerTest::SetUp()
 {
     ASSERT_TRUE(processesNamed(EXECUTABLE).empty()) << "a server process of somebody else is running";
     settings.setRuntime("21.0.8", runtimeLibrary(21));
+    settings.setControl(TEST_CONTROL, m_buildFolder);
     settings.setPreference("loglevel", FULL_DETAIL);
     settings.setPreference("logpath", std::string()); // debugger stream only
     settings.setPreference("jvm_option_crash", "-XX:ErrorFile=" + folder.file("crash.log"));

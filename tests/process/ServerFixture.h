@@ -60,6 +60,10 @@ protected:
     static constexpr DWORD WARNINGS = 2;
     void setLogLevel(DWORD level) const { settings.setPreference("loglevel", level); }
 
+    // The control that the tests' servers show (tests/control).
+    static constexpr char TEST_CONTROL[] = "TestControl";
+    std::string testJar() const { return m_buildFolder + "\\TestControl.jar"; }
+
     // Makes servers that start from now on log to a file, and stops the monitor, whose handshake slows them down.
     void logToFile();
     std::string logFile(DWORD process) const { return folder.file("KESTA-KESTAx64.exe-" + std::to_string(process) + ".log"); }

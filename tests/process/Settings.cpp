@@ -120,6 +120,16 @@ void CSettings::removePreference(const char* name) const
     RegDeleteValueA(preferences(), name);
 }
 
+void CSettings::setControl(const std::string& name, const std::string& folder) const
+{
+    CKey(HKEY_LOCAL_MACHINE, PREFERENCES_KEY + ("\\" + name), KEY_ALL_ACCESS | KEY_WOW64_32KEY).setText("installpath", folder);
+}
+
+void CSettings::removeControl(const std::string& name) const
+{
+    RegDeleteTreeA(preferences(), name.c_str());
+}
+
 bool keyExists(HKEY root, const std::string& path)
 {
     HKEY key = nullptr;

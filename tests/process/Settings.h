@@ -29,6 +29,9 @@ public:
     void setPreference(const char* name, const std::string& text) const;
     void setPreference(const char* name, DWORD number) const;
     void removePreference(const char* name) const;
+    // A control's jar, NAME.jar in the folder.
+    void setControl(const std::string& name, const std::string& folder) const;
+    void removeControl(const std::string& name) const;
 };
 
 // Whether a key exists in the 64-bit view, and its strings; "(none)" for a missing value.

@@ -32,19 +32,20 @@ Lines textOfStart(const std::string& folder)
 }
 
 // The whole error text of a callMethod in which Java threw.
-Lines textOfThrowing(const std::string& method, const std::string& message, int frameId)
+Lines textOfThrowing(const std::string& method, const std::string& argument, const std::string& exception, int frameId)
 {
-    const Lines callers = Lines{"-> CJavaManagerJNIClient  callMethod " + method + ", " + message,
-                                "-> CBeanFrame " + std::to_string(frameId) + " callMethod " + method + "," + message,
-                                "-> CJavaManagerATLObject  callMethod " + method + ", " + message} +
+    const Lines callers = Lines{"-> CJavaManagerJNIClient  callMethod " + method + ", " + argument,
+                                "-> CBeanFrame " + std::to_string(frameId) + " callMethod " + method + "," + argument,
+                                "-> CJavaManagerATLObject  callMethod " + method + ", " + argument} +
                           FROM_MAIN;
-    return Lines{"CJavaManagerJNIClient  Exception: java.lang.IllegalStateException: " + message, "",
-                 "-> CJavaManagerJNIClient  checkNoJNIException "} +
+    return Lines{"CJavaManagerJNIClient  Exception: " + exception, "", "-> CJavaManagerJNIClient  checkNoJNIException "} +
            callers + Lines{"CJavaManagerJNIClient  checkNoJNIException(): false"} + callers + Lines{""};
 }
 
 TEST_F(ServerTest, ScriptCallsEveryMethodAndPrintsTheTextOfAFailingOne)
 {
+    settings.removeControl(TEST_CONTROL);
+    settings.setControl("Stations", buildFolder());
     CProgram script("cscript.exe //nologo \"" + programFolder() + "\\allMethods.vbs\"");
     EXPECT_EQ(script.process().exitCode(), 0u);
     const auto servers = monitor.senders();
@@ -61,11 +62,11 @@ TEST_F(ServerTest, ScriptCallsEveryMethodAndPrintsTheTextOfAFailingOne)
     EXPECT_EQ("getBeanFrameID -> " + std::to_string(frameId) +
                   "\n"
                   "pushWindowHandle -> done\n"
-                  "setUsedControl -> QMRTWinControl;1.0\n"
+                  "setUsedControl -> Stations;1.0.0\n"
                   "setProperty -> Set by a script\n"
                   "getProperty -> Set by a script\n"
-                  "callMethod -> there and back\n"
-                  "callMethodCompressed -> the same\n"
+                  "callMethod -> begun\n"
+                  "callMethodCompressed -> begun\n"
                   "setLogLevel -> 2\n"
                   "displayDebugConsole -> shown\n"
                   "getBasisControlVersionInfo -> ORVANEControl 1.0.0\n"
@@ -77,7 +78,10 @@ TEST_F(ServerTest, ScriptCallsEveryMethodAndPrintsTheTextOfAFailingOne)
                   "testBridge -> done\n",
               output.substr(0, begin));
     EXPECT_EQ(messagesOf(output.substr(begin + beginOfText.size(), end - begin - beginOfText.size())),
-              textOfStart(buildFolder()) + textOfThrowing("throw", "a failure on purpose", frameId));
+              textOfStart(buildFolder()) +
+                  textOfThrowing("nonsense", "on purpose",
+                                 "com.velmora.tq.kesta.control.NoSuchNameException: Stations has no method \"nonsense\"",
+                                 frameId));
     EXPECT_EQ(output.size(), end + endOfText.size());
 }
 
@@ -118,7 +122,7 @@ TEST_F(ServerTest, LateBoundCallsByNameAndMemberId)
     expect(call(object, 8, "title"), "Wind");
     expect(call(object, 9, "java"), "21.0.8");
     expect(call(object, 10, 1), "1");
-    expect(call(object, 12, "QMRTWinControl", "1"), "QMRTWinControl;1");
+    expect(call(object, 12, "QMRTWinControl", "1"), "TestControl;1.0.0");
     expect(call(object, 13, "2.0"), "1.0.0");
     expect(call(object, 14), std::to_string(manager.server->id()));
     expect(call(object, 15), "");
@@ -137,11 +141,13 @@ TEST_F(ServerTest, FailingCallTellsItsWholeBacktraceOnce)
     SCallResult failed = call(manager.object, 3, "throw", "on purpose");
     EXPECT_EQ(failed.result, E_FAIL);
     EXPECT_EQ(failed.source, "KESTAserver.JavaManager.1");
-    EXPECT_EQ(messagesOf(failed.description), textOfStart(buildFolder()) + textOfThrowing("throw", "on purpose", frameId));
+    EXPECT_EQ(messagesOf(failed.description),
+              textOfStart(buildFolder()) +
+                  textOfThrowing("throw", "on purpose", "java.lang.IllegalStateException: on purpose", frameId));
 
     // The text is returned once; without a message there is nothing after the colon.
     failed = call(manager.object, 3, "throwNoMessage", "");
-    EXPECT_EQ(messagesOf(failed.description), textOfThrowing("throwNoMessage", "", frameId));
+    EXPECT_EQ(messagesOf(failed.description), textOfThrowing("throwNoMessage", "", "java.lang.IllegalStateException: ", frameId));
 
     // A failure without an error line has an empty text.
     failed = call(manager.object, 17, "error-x", 1, 0);
@@ -162,11 +168,28 @@ TEST_F(ServerTest, NullsAndTextOutsideAsciiCrossAsTheyAlwaysDid)
     EXPECT_EQ(manager->getProperty(CComBSTR(L"unknown"), &answer), S_OK);
     EXPECT_EQ(answer.Length(), 0u);
 
-    // Each byte of the text in the system's code page becomes one Java character, and comes back as the bytes of its UTF-8 form.
+    // Each byte of the text in the system's code page becomes one Java character, and comes back in the controls' own encoding.
     ASSERT_EQ(GetACP(), 1252u);
     EXPECT_EQ(manager->callMethod(CComBSTR(L"echo"), CComBSTR(L"\u00fc-\u00f6"), &answer), S_OK);
-    EXPECT_STREQ(answer.m_str, L"\u00c3\u00bc-\u00c3\u00b6");
+    EXPECT_STREQ(answer.m_str, L"\\u00FC-\\u00F6");
     release(manager);
+}
+
+TEST_F(ServerTest, ObjectsShowTheControlsThatTheirClientsChoose)
+{
+    settings.setControl("Stations", buildFolder());
+    SManager first = create();
+    SManager second = create();
+    EXPECT_EQ(call(first.object, 3, "echo", "too early").result, E_FAIL);
+    EXPECT_EQ(call(first.object, 12, "TestControl", "1.0").answer, "TestControl;1.0.0");
+    EXPECT_EQ(call(second.object, 12, "Stations", "").answer, "Stations;1.0.0");
+    EXPECT_EQ(call(first.object, 3, "echo", "here").answer, "here");
+    EXPECT_EQ(call(second.object, 11, "rows", "Troms\\u00F8;1|Alta;2.5").answer, "Alta;2.5|Troms\\u00F8;1");
+    const SCallResult foreign = call(second.object, 3, "echo", "there");
+    EXPECT_NE(std::string::npos, foreign.description.find("Stations has no method \"echo\""));
+    EXPECT_EQ(call(first.object, 12, "Stations", "").result, E_FAIL);
+    first.object.Release();
+    second.object.Release();
 }
 
 TEST_F(ServerTest, OnlyVariantTrueEnables)

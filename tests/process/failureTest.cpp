@@ -183,7 +183,7 @@ TEST_F(ServerTest, JarWithoutTheControlGivesAnObjectWithoutFrame)
     EXPECT_EQ(callMethod(manager.object, "echo", "Hello"), "(failed)");
     release(manager);
     const std::vector<std::string> log = messages(manager.server->id());
-    EXPECT_THAT(log, Contains("CJavaManagerJNIClient  Class Path: -Djava.class.path=" + jar));
+    EXPECT_THAT(log, Contains("CJavaManagerJNIClient  Class Path: -Djava.class.path=" + testJar() + ";" + jar));
     EXPECT_THAT(log, Contains("CJavaManagerJNIClient  m_BeanClass!=NULL: false"));
     EXPECT_THAT(log, Contains("CJavaManagerJNIClient  callMethodID != NULL: false"));
 }

@@ -31,7 +31,7 @@ const std::vector<std::string> MILESTONES = {
     "CJavaManagerJNIClient  Standard JVM Path: #",
     // options
     "-> CJavaManagerJNIClient  createJVM ",
-    "CJavaManagerJNIClient  Class Path: -Djava.class.path=$\\ORVANEControl.jar",
+    "CJavaManagerJNIClient  Class Path: -Djava.class.path=$\\TestControl.jar;$\\ORVANEControl.jar",
     "-> CJavaManagerJNIClient  loadJVMlibrary #",
     "CJavaManagerJNIClient  m_DLLHandle != NULL: success",
     "CJavaManagerJNIClient  m_DLLHandle != NULL: true",
@@ -157,16 +157,17 @@ TEST_F(ServerTest, LogOfAWholeRunTellsTheOrderOfAProcessLife)
     EXPECT_EQ(log.end(), place) << "lines after the end of logging";
 }
 
-TEST_F(ServerTest, ClientOfTheReadmeShowsItsTitleAndEndsItsServer)
+TEST_F(ServerTest, ClientOfTheReadmeShowsItsTextAndEndsItsServer)
 {
+    settings.setControl("Stations", buildFolder());
     CProgram client("\"" + programFolder() + "\\readme_client.exe\"");
     EXPECT_EQ(client.process().exitCode(), 0u);
     const std::shared_ptr<CProcess> server = waitForNewServer({});
     ASSERT_TRUE(server);
     expectEnd(*server);
     EXPECT_THAT(messages(server->id()), testing::IsSupersetOf({"-> CJavaManagerJNIClient  addBean ",
-                                                               "-> CJavaManagerJNIClient  setUsedControl QMRTWinControl, 1.0",
-                                                               "<- CJavaManagerATLObject  setProperty title, Hello"}));
+                                                               "-> CJavaManagerJNIClient  setUsedControl Stations, ",
+                                                               "<- CJavaManagerATLObject  setProperty text, Hello"}));
 }
 
 TEST_F(ServerTest, TwoHostsAreServedByTwoProcessesWithTwoFrames)

@@ -1,4 +1,4 @@
-// The client that README.md prints, word for word, inside a program. Exit code 0: the title arrived.
+// The client that README.md prints, word for word, inside a program. Exit code 0: the text arrived.
 #include "KESTAserver_h.h"
 
 #include <comutil.h>

@@ -202,7 +202,7 @@ TEST_F(RegistrationTest, ServerInAFolderWithBlanksAndApostropheIsStartedThere)
     const std::vector<std::string> expected = {
         "CJavaManagerATLObject  Basiscontrol path: " + jar,
         "CJavaManagerATLObject  doesFileExist(basiscontrol): true",
-        "CJavaManagerJNIClient  Class Path: -Djava.class.path=" + jar,
+        "CJavaManagerJNIClient  Class Path: -Djava.class.path=" + testJar() + ";" + jar,
         "-> CJavaManagerJNIClient  loadJVMlibrary " + runtime + "\\bin\\server\\jvm.dll",
         "CJavaManagerJNIClient  m_DLLHandle != NULL: success",
         "-> CJavaManagerATLObject  callMethod echo, Hello",

@@ -35,6 +35,7 @@ protected:
         ServerTest::SetUp();
         settings.removeRuntimes();
         settings.removePreference("jvm_option_crash");
+        settings.removeControl(TEST_CONTROL);
     }
 
     // A runtime in a folder of its name, with a stand-in for its library.

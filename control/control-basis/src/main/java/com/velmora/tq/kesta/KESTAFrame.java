@@ -17,7 +17,9 @@ import javax.swing.WindowConstants;
  * for that process, and the thread that serves that process must not wait for the event thread.
  *
  * validate() is not overridden: the server looks the method up here and calls it on the control as well, which is valid only for
- * the one that both inherit from Container. With full logging the virtual machine checks that and would end the process.
+ * the one that both inherit from Container. With full logging the virtual machine checks that and would end the process. What is
+ * passed to the event thread is the step inside it, the layout, which would otherwise run on the server's thread under AWT's tree
+ * lock.
  */
 public final class KESTAFrame extends JFrame {
     private static final long serialVersionUID = 1L;
@@ -86,6 +88,15 @@ public final class KESTAFrame extends JFrame {
             super.validate();
         });
         return component;
+    }
+
+    @Override
+    protected void validateTree() {
+        if (EventQueue.isDispatchThread()) {
+            super.validateTree();
+        } else {
+            EventQueue.invokeLater(this::validate);
+        }
     }
 
     @Override

@@ -2,6 +2,7 @@ package com.velmora.tq.kesta;
 
 import com.orvane.tech.client.qmrt.QMRTBridgeI;
 import com.orvane.tech.client.qmrt.QMRTControlListenerI;
+import com.velmora.tq.kesta.basis.ControlLog;
 
 /**
  * The listener that the server creates and adds to the control: events go up through its three native methods, the bridge test
@@ -21,18 +22,18 @@ public final class KESTAListener implements QMRTControlListenerI, QMRTBridgeI {
 
     @Override
     public void controlReady(String text) {
-        OnControlReady(withoutNull(text));
+        toNative(() -> OnControlReady(withoutNull(text)), text);
     }
 
     @Override
     public void customEvent(String text) {
-        OnCustomEvent(withoutNull(text));
+        toNative(() -> OnCustomEvent(withoutNull(text)), text);
     }
 
     /** The native method adds "js" for the way up: the letters of listener and server. */
     @Override
     public void testBridgeAnswer(String text, int delay) {
-        testBridgeEvent(withoutNull(text), delay);
+        toNative(() -> testBridgeEvent(withoutNull(text), delay), text);
     }
 
     @Override
@@ -55,6 +56,17 @@ public final class KESTAListener implements QMRTControlListenerI, QMRTBridgeI {
         testBridgeAnswer(marked, delay);
         if (text.startsWith("error")) {
             throw new IllegalStateException("testBridge was asked to fail: " + marked);
+        }
+    }
+
+    /** The server has bound the natives of one class; a second copy of it, from a class loader of somebody's own, has none. */
+    private void toNative(Runnable call, String text) {
+        try {
+            call.run();
+        } catch (UnsatisfiedLinkError e) {
+            String copy =
+                "the event \"" + text + "\" is lost: it was raised through a KESTAListener of " + getClass().getClassLoader();
+            ControlLog.get().error(copy + ", which is not the server's; raise events through the control's context", e);
         }
     }
 

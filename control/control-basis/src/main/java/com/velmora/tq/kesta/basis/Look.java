@@ -1,0 +1,159 @@
+package com.velmora.tq.kesta.basis;
+
+import java.awt.Component;
+import java.awt.Font;
+import java.awt.Insets;
+import java.awt.Toolkit;
+import javax.swing.BorderFactory;
+import javax.swing.JTextArea;
+import javax.swing.UIManager;
+import javax.swing.UnsupportedLookAndFeelException;
+import javax.swing.plaf.BorderUIResource;
+import javax.swing.plaf.ColorUIResource;
+import javax.swing.plaf.FontUIResource;
+import javax.swing.plaf.InsetsUIResource;
+import javax.swing.plaf.metal.DefaultMetalTheme;
+import javax.swing.plaf.metal.MetalLookAndFeel;
+
+/**
+ * How controls look: Swing's own cross-platform look in calm colours (texts at 7:1 and more, edges and focus at 3:1 and more on
+ * their grounds) and the logical font, which has a fallback for every script. With Windows' high contrast on, Windows' look and
+ * colours. A look-and-feel library costs half a second of processor time more at every start, which every object of a client
+ * would pay. All on the event thread; a control may set another look while it makes its view.
+ */
+final class Look {
+    private static final int FONT_SIZE = 12;
+
+    private Look() {
+    }
+
+    static void install(ControlLog log) {
+        try {
+            if (Boolean.TRUE.equals(Toolkit.getDefaultToolkit().getDesktopProperty("win.highContrast.on"))) {
+                UIManager.setLookAndFeel(UIManager.getSystemLookAndFeelClassName());
+                return;
+            }
+            MetalLookAndFeel.setCurrentTheme(new Calm());
+            UIManager.setLookAndFeel(new MetalLookAndFeel());
+            refine();
+        } catch (UnsupportedLookAndFeelException | ReflectiveOperationException e) {
+            log.error("the look could not be set: " + e, e);
+        }
+    }
+
+    /** A text in the control's place. */
+    static Component notice(String text) {
+        JTextArea area = new JTextArea(text);
+        area.setEditable(false);
+        area.setLineWrap(true);
+        area.setWrapStyleWord(true);
+        area.setBorder(BorderFactory.createEmptyBorder(16, 16, 16, 16));
+        area.getAccessibleContext().setAccessibleName("What is missing");
+        return area;
+    }
+
+    private static void refine() {
+        ColorUIResource edge = Calm.EDGE;
+        BorderUIResource box = new BorderUIResource(BorderFactory.createCompoundBorder(
+            BorderFactory.createLineBorder(edge), BorderFactory.createEmptyBorder(4, 6, 4, 6)));
+        for (String name : new String[] {"TextField", "FormattedTextField", "PasswordField"}) {
+            UIManager.put(name + ".border", box);
+        }
+        UIManager.put("ScrollPane.border", new BorderUIResource(BorderFactory.createLineBorder(edge)));
+        UIManager.put("Table.scrollPaneBorder", new BorderUIResource(BorderFactory.createLineBorder(edge)));
+        UIManager.put("Table.rowHeight", 24);
+        UIManager.put("Table.gridColor", new ColorUIResource(0xE3E8EE));
+        UIManager.put("Button.gradient", null);
+        UIManager.put("Button.margin", new InsetsUIResource(5, 14, 5, 14));
+        UIManager.put("List.cellMargins", new Insets(2, 6, 2, 6));
+        UIManager.put("ScrollBar.gradient", null);
+        UIManager.put("swing.boldMetal", Boolean.FALSE);
+    }
+
+    private static final class Calm extends DefaultMetalTheme {
+        static final ColorUIResource EDGE = new ColorUIResource(0x6B7785);
+
+        private static final ColorUIResource TEXT = new ColorUIResource(0x1F2A37);
+        private static final ColorUIResource ACCENT = new ColorUIResource(0x2563B8);
+        private static final ColorUIResource PRESSED = new ColorUIResource(0xBFD3EE);
+        private static final ColorUIResource SELECTION = new ColorUIResource(0xDCE8F8);
+        private static final ColorUIResource GROUND = new ColorUIResource(0xF3F5F8);
+        private static final ColorUIResource SHADOW = new ColorUIResource(0xC3CBD5);
+        private static final FontUIResource FONT = new FontUIResource(Font.DIALOG, Font.PLAIN, FONT_SIZE);
+
+        @Override
+        public String getName() {
+            return "Calm";
+        }
+
+        @Override
+        protected ColorUIResource getPrimary1() {
+            return ACCENT;
+        }
+
+        @Override
+        protected ColorUIResource getPrimary2() {
+            return PRESSED;
+        }
+
+        @Override
+        protected ColorUIResource getPrimary3() {
+            return SELECTION;
+        }
+
+        @Override
+        protected ColorUIResource getSecondary1() {
+            return EDGE;
+        }
+
+        @Override
+        protected ColorUIResource getSecondary2() {
+            return SHADOW;
+        }
+
+        @Override
+        protected ColorUIResource getSecondary3() {
+            return GROUND;
+        }
+
+        @Override
+        protected ColorUIResource getBlack() {
+            return TEXT;
+        }
+
+        @Override
+        public ColorUIResource getFocusColor() {
+            return ACCENT;
+        }
+
+        @Override
+        public FontUIResource getControlTextFont() {
+            return FONT;
+        }
+
+        @Override
+        public FontUIResource getSystemTextFont() {
+            return FONT;
+        }
+
+        @Override
+        public FontUIResource getUserTextFont() {
+            return FONT;
+        }
+
+        @Override
+        public FontUIResource getMenuTextFont() {
+            return FONT;
+        }
+
+        @Override
+        public FontUIResource getWindowTitleFont() {
+            return FONT;
+        }
+
+        @Override
+        public FontUIResource getSubTextFont() {
+            return FONT;
+        }
+    }
+}

@@ -1,0 +1,65 @@
+package com.velmora.tq.kesta.basis;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.awt.Color;
+import java.awt.EventQueue;
+import java.awt.Font;
+import javax.swing.UIManager;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
+
+/** Contrast as the accessibility guidelines count it. */
+class LookTest {
+    @BeforeEach
+    void setTheLook() throws Exception {
+        EventQueue.invokeAndWait(() -> Look.install(ControlLog.get()));
+    }
+
+    @Test
+    void textsStandOutFromTheirGrounds() {
+        for (String kind : new String[] {"Label", "Panel", "Button", "TextField", "TextArea", "Table", "List", "ComboBox"}) {
+            expect(7, kind + ".foreground", kind + ".background");
+        }
+        for (String kind : new String[] {"Table", "List", "TextField", "ComboBox"}) {
+            expect(4.5, kind + ".selectionForeground", kind + ".selectionBackground");
+        }
+    }
+
+    @Test
+    void focusAndEdgesAreSeen() {
+        for (String kind : new String[] {"Button", "CheckBox", "RadioButton", "ToggleButton"}) {
+            expect(3, kind + ".focus", kind + ".background");
+        }
+        assertTrue(contrast(new Color(0x6B7785), UIManager.getColor("TextField.background")) >= 3);
+        assertTrue(contrast(new Color(0x6B7785), UIManager.getColor("Panel.background")) >= 3);
+    }
+
+    @Test
+    void fontIsTheLogicalOne() {
+        for (String kind : new String[] {"Label", "Button", "TextField", "Table"}) {
+            assertEquals(Font.DIALOG, UIManager.getFont(kind + ".font").getName(), kind);
+        }
+    }
+
+    private static void expect(double least, String front, String ground) {
+        double found = contrast(UIManager.getColor(front), UIManager.getColor(ground));
+        assertTrue(found >= least, front + " on " + ground + ": " + found);
+    }
+
+    private static double contrast(Color one, Color other) {
+        double first = luminance(one);
+        double second = luminance(other);
+        return (Math.max(first, second) + 0.05) / (Math.min(first, second) + 0.05);
+    }
+
+    private static double luminance(Color color) {
+        return 0.2126 * linear(color.getRed()) + 0.7152 * linear(color.getGreen()) + 0.0722 * linear(color.getBlue());
+    }
+
+    private static double linear(int value) {
+        double part = value / 255.0;
+        return part <= 0.04045 ? part / 12.92 : Math.pow((part + 0.055) / 1.055, 2.4);
+    }
+}

@@ -1,0 +1,153 @@
+package kestatest;
+
+import com.velmora.tq.kesta.control.Context;
+import com.velmora.tq.kesta.control.Control;
+import com.velmora.tq.kesta.control.State;
+import java.awt.BorderLayout;
+import java.awt.Component;
+import java.util.Map;
+import java.util.TreeMap;
+import java.util.concurrent.atomic.AtomicInteger;
+import javax.swing.BorderFactory;
+import javax.swing.JButton;
+import javax.swing.JPanel;
+import javax.swing.JTextField;
+
+/**
+ * What the server's tests need of a control: answers, failures, delays, and events from threads of its own. Properties of any
+ * name keep what was set; one that was never set is null.
+ */
+public final class TestControl implements Control {
+    private final AtomicInteger bursts = new AtomicInteger();
+    // Threads that raise events stop when this is no longer the number they started with.
+    private final AtomicInteger generation = new AtomicInteger();
+    private final AtomicInteger timer = new AtomicInteger();
+    private Context context;
+    private State<Map<String, String>> properties;
+
+    @Override
+    public String name() {
+        return "TestControl";
+    }
+
+    @Override
+    public void open(Context surroundings) {
+        context = surroundings;
+        properties = context.state(new TreeMap<>());
+    }
+
+    /** A text field at the lower left, a button at the lower right. */
+    @Override
+    public Component createView() {
+        JTextField field = new JTextField();
+        properties.bind(field, now -> now.getOrDefault("text", ""), (now, text) -> with(now, "text", text));
+        field.addActionListener(event -> context.raise("field: " + get("text")));
+        JButton button = new JButton("Send event");
+        button.addActionListener(event -> context.raise("button: " + get("text")));
+        JPanel input = new JPanel(new BorderLayout());
+        input.add(field, BorderLayout.CENTER);
+        input.add(button, BorderLayout.EAST);
+        JPanel view = new JPanel(new BorderLayout());
+        view.setBorder(BorderFactory.createEmptyBorder(10, 10, 10, 10));
+        view.add(input, BorderLayout.SOUTH);
+        return view;
+    }
+
+    @Override
+    public String get(String name) {
+        return properties.get().get(name);
+    }
+
+    @Override
+    public void set(String name, String value) {
+        properties.update(now -> with(now, name, value));
+    }
+
+    @Override
+    public String call(String name, String argument) {
+        switch (name) {
+            case "setText":
+                set("text", argument);
+                return argument;
+            case "getText":
+                return get("text");
+            case "echo":
+                return argument;
+            case "raise":
+                context.raise(argument);
+                return argument;
+            case "burst":
+                return burst(argument.split(";"));
+            case "startTimer":
+                startTimer(Integer.parseInt(argument));
+                return argument;
+            case "stopTimer":
+                timer.incrementAndGet();
+                return "";
+            case "sleep":
+                pause(Integer.parseInt(argument));
+                return argument;
+            case "returnNull":
+                return null;
+            case "throw":
+                throw new IllegalStateException(argument);
+            case "throwNoMessage":
+                throw new IllegalStateException();
+            default:
+                return Control.super.call(name, argument);
+        }
+    }
+
+    @Override
+    public void close() {
+        generation.incrementAndGet();
+        timer.incrementAndGet();
+    }
+
+    private static Map<String, String> with(Map<String, String> now, String name, String value) {
+        Map<String, String> more = new TreeMap<>(now);
+        more.put(name, value);
+        return more;
+    }
+
+    /** EVENTS, EVENTS;THREADS or EVENTS;THREADS;PAUSE: the threads raise "burst BURST.THREAD.NUMBER", all counted from 1. */
+    private String burst(String[] parts) {
+        int events = Integer.parseInt(parts[0]);
+        int threads = parts.length > 1 ? Integer.parseInt(parts[1]) : 1;
+        int pause = parts.length > 2 ? Integer.parseInt(parts[2]) : 0;
+        int burst = bursts.incrementAndGet();
+        int started = generation.get();
+        for (int thread = 1; thread <= threads; ++thread) {
+            String prefix = "burst " + burst + "." + thread + ".";
+            context.background(() -> {
+                for (int number = 1; number <= events && generation.get() == started; ++number) {
+                    context.raise(prefix + number);
+                    pause(pause);
+                }
+            });
+        }
+        return Long.toString((long) events * threads);
+    }
+
+    /** Events "timer 1", "timer 2", ...; a timer that is running already is replaced. */
+    private void startTimer(int period) {
+        int started = timer.incrementAndGet();
+        context.background(() -> {
+            pause(period);
+            for (int number = 1; timer.get() == started; ++number) {
+                context.raise("timer " + number);
+                pause(period);
+            }
+        });
+    }
+
+    private static void pause(int milliseconds) {
+        if (milliseconds > 0) {
+            try {
+                Thread.sleep(milliseconds);
+            } catch (InterruptedException e) {
+                Thread.currentThread().interrupt();
+            }
+        }
+    }
+}
