@@ -75,7 +75,7 @@ void CDriver::useWindow() const
 void CDriver::useControls() const
 {
     expect(call(GET_PROPERTY, "title") == "Wind power by site, GWh", "the title is the one the host has set");
-    expect(call(SET_PROPERTY, "row", "Vardo;198") == "Vardo;198", "a row is added");
+    expect(call(CALL_METHOD, "add", "Vardo;198") == "Vardo;198", "a row is added");
     expect(call(GET_PROPERTY, "rowCount") == "7", "the control has all seven rows");
     expect(call(GET_PROPERTY, "rows").find("Troms\\u00F8;364") != std::string::npos,
            "a name beyond ASCII comes back as it was sent");

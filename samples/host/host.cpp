@@ -235,7 +235,7 @@ void CHost::feed()
 {
     call(SET_PROPERTY, "title", "Wind power by site, GWh");
     call(SET_PROPERTY, "rows", "Alta;412|Bergen;655|Molde;538|Narvik;287|Stavanger;721");
-    call(SET_PROPERTY, "row", "Troms\\u00F8;364"); // beyond ASCII texts are encoded
+    call(CALL_METHOD, "add", "Troms\\u00F8;364"); // beyond ASCII texts are encoded
     call(SET_PROPERTY, "text", "Hello");
 }
 

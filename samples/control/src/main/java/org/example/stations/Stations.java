@@ -46,6 +46,7 @@ public final class Stations implements Control {
         table.setSelectionMode(ListSelectionModel.SINGLE_SELECTION);
         table.setDefaultEditor(Object.class, null);
         table.setFillsViewportHeight(true);
+        table.setRowHeight(table.getRowHeight() + GAP);
         table.getAccessibleContext().setAccessibleName("Stations");
         sheet.render(now -> {
             title.setText(now.title + " ");
@@ -92,7 +93,6 @@ public final class Stations implements Control {
         }
     }
 
-    /** A row is a name and a number; "row" adds one, "rows" replaces all. */
     @Override
     public void set(String name, String value) {
         switch (name) {
@@ -102,9 +102,6 @@ public final class Stations implements Control {
             case "text":
                 sheet.update(now -> now.withText(value));
                 break;
-            case "row":
-                sheet.update(now -> now.withRow(value));
-                break;
             case "rows":
                 sheet.update(now -> now.withRows(Texts.splitRows(value)));
                 break;
@@ -113,9 +110,16 @@ public final class Stations implements Control {
         }
     }
 
-    /** "sum" answers at once and raises an event when it is done, as work that takes its time does. */
+    /**
+     * "add" adds a row, a name and a number. "sum" answers at once and raises an event when it is done, as work that takes its
+     * time does.
+     */
     @Override
     public String call(String name, String argument) {
+        if (name.equals("add")) {
+            sheet.update(now -> now.withRow(argument));
+            return argument;
+        }
         if (name.equals("sum")) {
             context.background(() -> {
                 double sum = sheet.get().values.values().stream().mapToDouble(Double::doubleValue).sum();

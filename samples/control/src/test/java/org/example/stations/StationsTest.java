@@ -36,7 +36,7 @@ class StationsTest {
 
     @Test
     void rowThatIsNoneChangesNothing(Runner control) {
-        control.set("row", "a;1");
+        control.call("add", "a;1");
         assertThrows(IllegalArgumentException.class, () -> control.set("rows", "b;2|c"));
         assertEquals("a;1", control.get("rows"));
     }

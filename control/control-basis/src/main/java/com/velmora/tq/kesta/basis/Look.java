@@ -14,12 +14,13 @@ import javax.swing.plaf.FontUIResource;
 import javax.swing.plaf.InsetsUIResource;
 import javax.swing.plaf.metal.DefaultMetalTheme;
 import javax.swing.plaf.metal.MetalLookAndFeel;
+import javax.swing.text.StyleContext;
 
 /**
  * How controls look: Swing's own cross-platform look in calm colours (texts at 7:1 and more, edges and focus at 3:1 and more on
- * their grounds) and the logical font, which has a fallback for every script. With Windows' high contrast on, Windows' look and
- * colours. A look-and-feel library costs half a second of processor time more at every start, which every object of a client
- * would pay. All on the event thread; a control may set another look while it makes its view.
+ * their grounds) and in the system's font, with the logical one's fallback for every script. With Windows' high contrast on,
+ * Windows' look and colours. A look-and-feel library costs half a second of processor time more at every start, which every
+ * object of a client would pay. All on the event thread; a control may set another look while it makes its view.
  */
 final class Look {
     private static final int FONT_SIZE = 12;
@@ -61,13 +62,11 @@ final class Look {
         }
         UIManager.put("ScrollPane.border", new BorderUIResource(BorderFactory.createLineBorder(edge)));
         UIManager.put("Table.scrollPaneBorder", new BorderUIResource(BorderFactory.createLineBorder(edge)));
-        UIManager.put("Table.rowHeight", 24);
         UIManager.put("Table.gridColor", new ColorUIResource(0xE3E8EE));
         UIManager.put("Button.gradient", null);
         UIManager.put("Button.margin", new InsetsUIResource(5, 14, 5, 14));
         UIManager.put("List.cellMargins", new Insets(2, 6, 2, 6));
         UIManager.put("ScrollBar.gradient", null);
-        UIManager.put("swing.boldMetal", Boolean.FALSE);
     }
 
     private static final class Calm extends DefaultMetalTheme {
@@ -79,7 +78,17 @@ final class Look {
         private static final ColorUIResource SELECTION = new ColorUIResource(0xDCE8F8);
         private static final ColorUIResource GROUND = new ColorUIResource(0xF3F5F8);
         private static final ColorUIResource SHADOW = new ColorUIResource(0xC3CBD5);
-        private static final FontUIResource FONT = new FontUIResource(Font.DIALOG, Font.PLAIN, FONT_SIZE);
+        private static final FontUIResource FONT = new FontUIResource(font("Segoe UI", "Tahoma", "DejaVu Sans"));
+
+        /** The first that is installed, or the logical one. The text package's fonts have the logical one to fall back on. */
+        private static Font font(String... wanted) {
+            for (String name : wanted) {
+                if (new Font(name, Font.PLAIN, FONT_SIZE).getFamily().equalsIgnoreCase(name)) {
+                    return StyleContext.getDefaultStyleContext().getFont(name, Font.PLAIN, FONT_SIZE);
+                }
+            }
+            return new Font(Font.DIALOG, Font.PLAIN, FONT_SIZE);
+        }
 
         @Override
         public String getName() {

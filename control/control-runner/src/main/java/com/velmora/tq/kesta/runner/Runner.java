@@ -50,8 +50,8 @@ import javax.swing.text.JTextComponent;
  * Used by one thread, which is neither the event thread nor the server's.
  */
 public final class Runner implements AutoCloseable {
-    private static final long DEFAULT_LIMIT_MS = 2000;
-    private static final long EVENT_LIMIT_MS = 5000;
+    private static final long DEFAULT_LIMIT_MS = 4000;
+    private static final long EVENT_LIMIT_MS = 10000;
     private static final int PUMP_MS = 5;
     private static final Dimension SIZE = new Dimension(600, 400);
 
@@ -91,7 +91,7 @@ public final class Runner implements AutoCloseable {
         return runner;
     }
 
-    /** How long a call may take, in milliseconds; 2000 at first. */
+    /** How long a call may take, in milliseconds; 4000 at first. */
     public Runner limit(long milliseconds) {
         limit = milliseconds;
         return this;
@@ -318,8 +318,8 @@ public final class Runner implements AutoCloseable {
         CountDownLatch release = new CountDownLatch(1);
         EventQueue.invokeLater(() -> hold(held, release));
         try {
-            if (!held.await(limit, TimeUnit.MILLISECONDS)) {
-                problem("the event thread has been busy for " + limit + " ms", CallWatch.stacks(serverThread));
+            if (!held.await(EVENT_LIMIT_MS, TimeUnit.MILLISECONDS)) {
+                problem("the event thread has been busy for " + EVENT_LIMIT_MS + " ms", CallWatch.stacks(serverThread));
             }
             Future<T> answer = server.submit(call);
             try {
@@ -358,7 +358,7 @@ public final class Runner implements AutoCloseable {
 
     private void unheld(String what, Callable<?> call) {
         try {
-            server.submit(call).get(EVENT_LIMIT_MS * 4, TimeUnit.MILLISECONDS);
+            server.submit(call).get(EVENT_LIMIT_MS * 6, TimeUnit.MILLISECONDS);
         } catch (ExecutionException e) {
             throw failed(what, e.getCause());
         } catch (TimeoutException e) {

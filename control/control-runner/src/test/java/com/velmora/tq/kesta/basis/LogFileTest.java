@@ -13,18 +13,30 @@ import java.util.Arrays;
 import java.util.List;
 import java.util.concurrent.TimeUnit;
 import org.junit.jupiter.api.AfterEach;
+import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.io.TempDir;
 
 /** The file of the control side's log, as the server's settings say. */
 class LogFileTest {
     private static final String SETTINGS = "com.orvane.qmrt.";
 
-    @TempDir
-    Path folder;
+    private Path folder;
+
+    /**
+     * Not a temporary one of JUnit's: its random name wants the network's addresses, which Wine does not have for every runtime.
+     */
+    @BeforeEach
+    void makeFolder() {
+        folder = new File(System.getProperty("java.io.tmpdir"), "kesta-log-" + System.nanoTime()).getAbsoluteFile().toPath();
+        assertTrue(folder.toFile().mkdir());
+    }
 
     @AfterEach
-    void forgetSettings() {
+    void removeFolderAndSettings() {
+        for (String name : names()) {
+            assertTrue(folder.resolve(name).toFile().delete(), name);
+        }
+        assertTrue(folder.toFile().delete());
         for (String name : new String[] {"logpath", "splitlogfilesize", "oldlogfileage"}) {
             System.clearProperty(SETTINGS + name);
         }
@@ -38,8 +50,8 @@ class LogFileTest {
         assertEquals(1, names().length);
         assertTrue(names()[0].matches("KESTA-control-\\d+\\.log"), names()[0]);
         List<String> lines = Files.readAllLines(folder.resolve(names()[0]), StandardCharsets.UTF_8);
-        assertTrue(lines.get(0).matches("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} \\d{5,} ERROR  ORVANEControl       " +
-                                        "     0    \\[.*\\] Troms\u00f8"),
+        assertTrue(lines.get(0).matches("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} \\d{5,} ERROR  ORVANEControl       "
+                                        + "     0    \\[.*\\] Troms\u00f8"),
                    lines.get(0));
         assertEquals("\tat a.B.c(B.java:1)", lines.get(2));
     }

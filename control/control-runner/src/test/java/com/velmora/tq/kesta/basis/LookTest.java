@@ -1,6 +1,5 @@
 package com.velmora.tq.kesta.basis;
 
-import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.awt.Color;
@@ -36,10 +35,16 @@ class LookTest {
         assertTrue(contrast(new Color(0x6B7785), UIManager.getColor("Panel.background")) >= 3);
     }
 
+    /** A font without a fallback shows boxes for what it does not have itself. */
     @Test
-    void fontIsTheLogicalOne() {
+    void fontFallsBackOnTheLogicalOne() {
+        Font logical = new Font(Font.DIALOG, Font.PLAIN, 12);
         for (String kind : new String[] {"Label", "Button", "TextField", "Table"}) {
-            assertEquals(Font.DIALOG, UIManager.getFont(kind + ".font").getName(), kind);
+            Font font = UIManager.getFont(kind + ".font");
+            for (int unit = ' '; unit < 0xFFFF; ++unit) {
+                assertTrue(font.canDisplay((char) unit) || !logical.canDisplay((char) unit),
+                           kind + " cannot show " + Integer.toHexString(unit));
+            }
         }
     }
 

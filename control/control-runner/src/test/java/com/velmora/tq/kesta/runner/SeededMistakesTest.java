@@ -57,7 +57,7 @@ class SeededMistakesTest {
             assertThrows(HeadlessException.class, () -> runner.call("dialog", ""));
             expectOne("call\\(dialog\\) opens a window inside a call, at .*" + SOURCE);
         } else {
-            runner.call("dialog", "");
+            runner.limit(2000).call("dialog", "");
             expectLine("call\\(dialog\\) never returned: it shows a dialog and waits for the user at .*" + SOURCE,
                        runner.problems().get(1));
         }
