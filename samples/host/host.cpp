@@ -40,6 +40,10 @@ constexpr ULONGLONG FRAME_TIME_LIMIT = 20000;
 constexpr const char* OPERATIONS[] = {"callMethod", "setProperty", "getProperty"};
 constexpr DISPID DISPIDS[] = {3, 11, 8};
 constexpr DISPID DISPID_VALIDATE = 15;
+constexpr DISPID DISPID_GET_PROPERTY = 8;
+
+constexpr char SAMPLE_CONTROL[] = "Stations";
+constexpr char CONTROL_OPTION[] = "/control ";
 
 // Between COM's strings and those in the system's code page. A null BSTR is an empty string.
 _bstr_t wide(const std::string& text)
@@ -126,6 +130,11 @@ struct SResult
 class CHost
 {
 public:
+    // The control to show, by its name.
+    explicit CHost(const std::string& control)
+        : m_control(control)
+    {
+    }
     HWND open(HINSTANCE instance);
 
 private:
@@ -146,6 +155,7 @@ private:
     INT_PTR handle(UINT message, WPARAM wParam, LPARAM lParam);
     static INT_PTR CALLBACK dialogProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 
+    const std::string m_control;
     HWND m_window = nullptr;
     HWND m_pane = nullptr;
     HWND m_frame = nullptr; // the Java frame's window, which belongs to the server process
@@ -223,10 +233,14 @@ void CHost::takeIn(HWND frame)
     fitFrame();
     printStep(std::format("kesta_frame_{} is in the window", m_frameID));
 
-    // Lets the frame take the keyboard focus, so that its text field accepts typing.
+    // Chooses the control, and lets the frame take the keyboard focus, so that its text field accepts typing.
     _bstr_t used;
-    m_manager->setUsedControl(_bstr_t(L"Stations"), _bstr_t(L"1.0"), used.GetAddress());
-    feed();
+    if (FAILED(m_manager->setUsedControl(wide(m_control), _bstr_t(L""), used.GetAddress()))) {
+        return fail("The control is not there.", callLateBound(DISPID_GET_PROPERTY, {_variant_t(L"")}).text);
+    }
+    if (m_control == SAMPLE_CONTROL) {
+        feed();
+    }
     m_panel.setStatus(connectionText());
     m_panel.enableCalls(true);
 }
@@ -443,7 +457,8 @@ int WINAPI WinMain(HINSTANCE instance, HINSTANCE, LPSTR commandLine, int show)
 
     int exitCode = 0;
     {
-        CHost host;
+        const bool isNamed = std::strncmp(commandLine, CONTROL_OPTION, std::strlen(CONTROL_OPTION)) == 0;
+        CHost host(isNamed ? commandLine + std::strlen(CONTROL_OPTION) : SAMPLE_CONTROL);
         HWND window = host.open(instance);
         ShowWindow(window, show);
         std::future<int> driver;

@@ -10,8 +10,8 @@
 namespace {
 
 constexpr const char* OPERATIONS[] = {"callMethod", "setProperty", "getProperty"};
-constexpr const char* METHODS[] = {"setText", "echo", "raise", "burst", "startTimer", "stopTimer", "throw"};
-constexpr const char* PROPERTIES[] = {"title", "row", "rows", "text"};
+constexpr const char* METHODS[] = {"add", "sum"};
+constexpr const char* PROPERTIES[] = {"title", "text", "rows", "rowCount"};
 
 struct SColumn
 {
@@ -54,7 +54,7 @@ void CPanel::init(HWND window)
     }
     addEntries(window, ID_OPERATION, OPERATIONS);
     suggestNames();
-    SetDlgItemTextA(window, ID_ARGUMENT, "Hello");
+    SetDlgItemTextA(window, ID_ARGUMENT, "Vardo;198");
 
     HWND events = GetDlgItem(window, ID_EVENTS);
     ListView_SetExtendedListViewStyle(events, LVS_EX_FULLROWSELECT | LVS_EX_DOUBLEBUFFER);
