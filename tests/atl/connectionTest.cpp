@@ -9,7 +9,8 @@ using testing::ElementsAre;
 
 namespace {
 
-// A client's sink that counts its references. The test sets the result of the query for its event interface, and who implements it.
+// A client's sink that counts its references. The test sets the result of the query for its event interface, and who implements
+// that.
 class CSink final : public IDispatch
 {
 public:
