@@ -1,29 +1,11 @@
 #include "com/JavaManagerATLObject.h"
 
 #include "beanframe/BeanFrame.h"
-#include "support/registry.h"
+#include "com/JavaManagerATLObjectControl.h"
 
 #define LOG_SOURCE "JavaManagerATLObject"
 
 CJavaManagerATLObject* CJavaManagerATLObject::s_Instance = nullptr;
-
-namespace {
-
-constexpr DWORD MODULE_PATH_SIZE = 260;
-
-// The control archive beside the executable; "" when the executable's path is unknown.
-std::string defaultBasisControl()
-{
-    char path[MODULE_PATH_SIZE + 1] = {};
-    const int length = static_cast<int>(GetModuleFileNameA(nullptr, path, MODULE_PATH_SIZE));
-    if (length < 0 || length > static_cast<int>(MODULE_PATH_SIZE)) {
-        return {};
-    }
-    const std::string module = path;
-    return module.substr(0, module.rfind('\\')) + "\\ORVANEControl.jar";
-}
-
-} // namespace
 
 EventTarget* eventTarget()
 {
@@ -50,12 +32,7 @@ CJavaManagerATLObject::CJavaManagerATLObject()
 
 void CJavaManagerATLObject::createBeanFrame()
 {
-    const std::string defaultControl = defaultBasisControl();
-    std::string basiscontrol =
-        CRegistry(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS).getStringValue("basiscontrol", defaultControl.c_str());
-    if (!doesFileExist(basiscontrol) && basiscontrol != defaultControl && doesFileExist(defaultControl)) {
-        basiscontrol = defaultControl;
-    }
+    const std::string basiscontrol = chooseBasisControl(nullptr, [this](const std::string& path) { return doesFileExist(path); });
     LOG(FINE, "Basiscontrol path: " << basiscontrol);
     RETURN_IF_FALSE(doesFileExist(basiscontrol), );
 

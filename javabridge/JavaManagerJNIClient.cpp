@@ -7,6 +7,8 @@
 #include <format>
 #include <fstream>
 #include <new>
+#include <utility>
+#include <vector>
 
 #define LOG_SOURCE "JavaManagerJNIClient"
 
@@ -54,21 +56,6 @@ int CJavaManagerJNIClient::cleanUp()
     return 0;
 }
 
-namespace {
-
-constexpr int PE_OFFSET_POSITION = 0x3C;
-constexpr int32_t PE_SIGNATURE = 0x00004550;
-
-// 0 at the end of the file.
-template <class Number>
-Number readNumber(std::ifstream& file)
-{
-    Number number = 0;
-    return file.read(reinterpret_cast<char*>(&number), sizeof number) ? number : Number{0};
-}
-
-} // namespace
-
 void CJavaManagerJNIClient::diagnoseLibrary(const char* filename)
 {
     std::ifstream binaryFile(filename, std::ios::binary);
@@ -78,14 +65,13 @@ void CJavaManagerJNIClient::diagnoseLibrary(const char* filename)
         return;
     }
 #pragma GCC diagnostic pop
-    binaryFile.seekg(PE_OFFSET_POSITION);
-    binaryFile.seekg(readNumber<int32_t>(binaryFile));
-    if (readNumber<int32_t>(binaryFile) != PE_SIGNATURE) {
+    const std::optional<uint16_t> header = readLibraryMachine(binaryFile);
+    if (!header.has_value()) {
         LOG(WARN, "Java Client Library (jvm.dll) does not contain any PE header");
         return;
     }
     // The widening is signed, deliberately: 0x8664 becomes 0xffff8664 and is reported as unknown, which log readers know.
-    const int machine = readNumber<int16_t>(binaryFile);
+    const int machine = static_cast<int16_t>(*header);
     if (machine == 0x014C) {
         LOG(WARN, "Java JRE for 32-bit platform");
     } else if (machine == 0x8664 || machine == 0x0200) {
@@ -138,8 +124,9 @@ int CJavaManagerJNIClient::createJVM(JVMInfo jvm_info)
         reinterpret_cast<CreateJavaVM*>(reinterpret_cast<void*>(GetProcAddress(m_DLLHandle, "JNI_CreateJavaVM")));
     RETURN_IF_FALSE(CreateJavaVMProc != NULL, E_FAIL);
 
-    const std::vector<std::string> furtherOptions = machineOptions();
-    options.insert(options.end(), furtherOptions.begin(), furtherOptions.end());
+    for (MachineOption& option : readMachineOptions(nullptr, this)) {
+        options.push_back(std::move(option.text));
+    }
     if (jvm_info.version.compare(0, 3, "1.6") < 0) {
         m_JVMArguments.version = JNI_VERSION_1_4;
         LOG(FINE, "JNI 1.4 selected");

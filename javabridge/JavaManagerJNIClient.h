@@ -12,20 +12,13 @@
 //            throw.
 #pragma once
 
+#include "javabridge/JavaManagerJNIClientSettings.h"
 #include "javabridge/LocalReference.h"
 #include "support/logger.h"
 
 #include <oaidl.h>
 
 #include <string>
-#include <vector>
-
-// One installed Java runtime.
-struct JVMInfo
-{
-    std::string version; // the runtime's registry key name, e.g. 1.8.0_151
-    std::string path;    // full file name of its jvm.dll
-};
 
 class CJavaManagerJNIClient : public virtual Loggable
 {
@@ -85,11 +78,6 @@ protected:
     unsigned int destroyJVM();
     // Says in the log why a file could not be loaded as a library of this process.
     void diagnoseLibrary(const char* filename);
-    // The machine's options behind the class path, in the order in which the machine gets them.
-    std::vector<std::string> machineOptions();
-    // The candidate that matches one item of the preference pattern: a single version, or a range that includes both bounds.
-    // `candidates` is sorted, and the last match wins.
-    JVMInfo pickCandidate(const std::vector<JVMInfo>& candidates, const std::string& item);
 
     int createUniqueID();
     HRESULT registerNative(jclass listenerClass, const char* name, const char* signature, void* function);

@@ -4,6 +4,7 @@
 #include "support/registry.h"
 
 #include <algorithm>
+#include <vector>
 
 #define LOG_SOURCE "JavaManagerJNIClient"
 
@@ -12,10 +13,11 @@ namespace {
 // In the order of the scan: a current runtime under the later key replaces one under the earlier key.
 const char* const RUNTIME_KEYS[] = {"SOFTWARE\\JavaSoft\\Java Runtime Environment\\", "SOFTWARE\\JavaSoft\\JRE\\"};
 
-} // namespace
-
-JVMInfo CJavaManagerJNIClient::pickCandidate(const std::vector<JVMInfo>& candidates, const std::string& item)
+// What one item of the preference pattern picks, a single version or a range with both bounds included. `candidates` is sorted,
+// and the last match wins.
+JVMPatternItem pickCandidate(const std::vector<JVMInfo>& candidates, const std::string& item, const Loggable* owner)
 {
+    const auto logOwner = [owner] { return owner; };
     std::string lower = item;
     std::string upper = item;
     const size_t dash = item.find('-');
@@ -26,21 +28,23 @@ JVMInfo CJavaManagerJNIClient::pickCandidate(const std::vector<JVMInfo>& candida
     } else {
         LOG(FINE, "Pattern (single): " << item);
     }
-    JVMInfo picked;
+    JVMPatternItem result = {item, dash != std::string::npos, {}};
     for (const JVMInfo& candidate : candidates) {
         if (candidate.version >= lower && candidate.version <= upper) {
-            picked = candidate;
+            result.picked = candidate;
         }
     }
-    return picked;
+    return result;
 }
 
-JVMInfo CJavaManagerJNIClient::findJVM()
+} // namespace
+
+JVMChoice readJVMChoice(const Loggable* owner)
 {
-    LOG_SCOPE(FINE, "CJavaManagerJNIClient::findJVM");
+    const auto logOwner = [owner] { return owner; };
     LOG(FINE, "Looking for installed Java versions...");
+    JVMChoice choice;
     std::vector<JVMInfo> candidates;
-    JVMInfo standard;
     for (const char* const runtimeKey : RUNTIME_KEYS) {
         CRegistry runtimes(runtimeKey, HKEY_LOCAL_MACHINE, KEY_READ);
         const std::string currentVersion = runtimes.getStringValue("CurrentVersion", "");
@@ -53,13 +57,14 @@ JVMInfo CJavaManagerJNIClient::findJVM()
             const JVMInfo info = {version, runtime.getStringValue("RuntimeLib", "")};
             LOG(FINE, (isCurrent ? "Standard JVM Path: " : "JVM Path: ") << info.path);
             if (isCurrent) {
-                standard = info;
+                choice.standard = info;
             }
             // Keys without an underscore name a family of runtimes (1.8) or a runtime with the newer version scheme (11.0.2).
             // Deliberately they are never candidates and are used as the current version only.
             if (version.find('_') != std::string::npos) {
                 candidates.push_back(info);
             }
+            choice.entries.push_back({info, runtimeKey, isCurrent, version.find('_') != std::string::npos});
             runtime.closeKey();
         }
     }
@@ -68,29 +73,38 @@ JVMInfo CJavaManagerJNIClient::findJVM()
               [](const JVMInfo& left, const JVMInfo& right) { return left.version < right.version; });
 
     CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
-    std::string pattern = preferences.getStringValue("javavm", "");
-    if (pattern.empty()) {
-        return standard;
+    choice.pattern = preferences.getStringValue("javavm", "");
+    choice.chosen = choice.standard;
+    if (choice.pattern.empty()) {
+        return choice;
     }
-    LOG(FINE, "orvane preferred JVM pattern: " << pattern);
+    LOG(FINE, "orvane preferred JVM pattern: " << choice.pattern);
+    std::string rest = choice.pattern;
     JVMInfo preferred;
     for (bool isLastItem = false; !isLastItem && preferred.version.empty();) {
-        const size_t comma = pattern.find(',');
+        const size_t comma = rest.find(',');
         isLastItem = comma == std::string::npos;
-        preferred = pickCandidate(candidates, pattern.substr(0, comma));
-        pattern.erase(0, isLastItem ? std::string::npos : comma + 1);
+        choice.items.push_back(pickCandidate(candidates, rest.substr(0, comma), owner));
+        preferred = choice.items.back().picked;
+        rest.erase(0, isLastItem ? std::string::npos : comma + 1);
     }
-    if (preferred.version.empty()) {
-        return standard;
+    if (!preferred.version.empty()) {
+        LOG(FINE, "Preferred JVM according to registry pattern: " << preferred.version);
+        choice.chosen = preferred;
     }
-    LOG(FINE, "Preferred JVM according to registry pattern: " << preferred.version);
-    return preferred;
+    return choice;
 }
 
-std::string CJavaManagerJNIClient::findORVControls()
+JVMInfo CJavaManagerJNIClient::findJVM()
 {
-    LOG_SCOPE(FINE, "CJavaManagerJNIClient::findORVControls");
-    std::string classPath;
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::findJVM");
+    return readJVMChoice(this).chosen;
+}
+
+ControlClassPath readControlClassPath(const char* basisControl, const Loggable* owner)
+{
+    const auto logOwner = [owner] { return owner; };
+    ControlClassPath classPath;
     CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
     CRegistrySubKeys controls(preferences);
     for (int index = 0; index < controls.getSubKeyCount(); index++) {
@@ -98,12 +112,20 @@ std::string CJavaManagerJNIClient::findORVControls()
         const std::string name = controls.getSubKey(index);
         LOG(FINE, "ORVANE Control " << index << ": " << name);
         CRegistry control((std::string(PREFERENCES_KEY) + "\\" + name).c_str(), HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
-        classPath += control.getStringValue("installpath", "") + "\\" + name + ".jar;";
+        const std::string installPath = control.getStringValue("installpath", "");
+        classPath.controls.push_back({name, installPath, installPath + "\\" + name + ".jar"});
+        classPath.text += classPath.controls.back().archive + ";";
         LOG(FINE, "Control's Path: " << control.getStringValue("installpath", ""));
     }
     preferences.closeKey();
-    if (m_BasisControlPath != nullptr && *m_BasisControlPath != '\0') {
-        classPath += m_BasisControlPath;
+    if (basisControl != nullptr && *basisControl != '\0') {
+        classPath.text += basisControl;
     }
     return classPath;
+}
+
+std::string CJavaManagerJNIClient::findORVControls()
+{
+    LOG_SCOPE(FINE, "CJavaManagerJNIClient::findORVControls");
+    return readControlClassPath(m_BasisControlPath, this).text;
 }

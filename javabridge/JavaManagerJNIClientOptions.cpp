@@ -1,5 +1,5 @@
-// The options that the Java virtual machine is started with.
-#include "javabridge/JavaManagerJNIClient.h"
+// The options that the Java virtual machine is started with, and the header of a library file.
+#include "javabridge/JavaManagerJNIClientSettings.h"
 
 #include "support/registry.h"
 
@@ -13,7 +13,7 @@
 namespace {
 
 // Values named "jvm_option_...", in the byte order of their names.
-std::vector<std::string> registryOptions()
+std::vector<MachineOption> registryOptions()
 {
     std::vector<std::pair<std::string, std::string>> found;
     CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
@@ -27,34 +27,38 @@ std::vector<std::string> registryOptions()
     }
     preferences.closeKey();
     std::sort(found.begin(), found.end(), [](const auto& left, const auto& right) { return left.first < right.first; });
-    std::vector<std::string> options;
+    std::vector<MachineOption> options;
     options.reserve(found.size());
     for (auto& [name, option] : found) {
-        options.push_back(std::move(option));
+        options.push_back({std::move(name), std::move(option)});
     }
     return options;
 }
 
-// Named after the executable.
-std::string policyFile()
+} // namespace
+
+std::string machinePolicyFile(const char* executable)
 {
-    char executable[MAX_PATH + 1] = "";
-    GetModuleFileNameA(nullptr, executable, sizeof executable);
+    char ownExecutable[MAX_PATH + 1] = "";
+    if (executable == nullptr) {
+        GetModuleFileNameA(nullptr, ownExecutable, sizeof ownExecutable);
+        executable = ownExecutable;
+    }
     std::string path = executable;
     path.resize(path.size() - std::min<size_t>(path.size(), 4));
     return path + ".policy";
 }
 
-} // namespace
-
-std::vector<std::string> CJavaManagerJNIClient::machineOptions()
+std::vector<MachineOption> readMachineOptions(const char* executable, const Loggable* owner)
 {
-    std::vector<std::string> options = registryOptions();
+    const auto logOwner = [owner] { return owner; };
+    std::vector<MachineOption> options = registryOptions();
+    const auto add = [&](std::string text) { options.push_back({"", std::move(text)}); };
 
     CRegistry preferences(PREFERENCES_KEY, HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
     if (preferences.getDWORDValue("sun.awt.noerasebackground", -1) <= 0) {
         LOG(FINE, "Adding sun.awt.noerasebackground JVM Option");
-        options.emplace_back("-Dsun.awt.noerasebackground=true");
+        add("-Dsun.awt.noerasebackground=true");
     }
     preferences.closeKey();
 
@@ -62,25 +66,52 @@ std::vector<std::string> CJavaManagerJNIClient::machineOptions()
     if (logger != nullptr && logger->hasMagicDirectory()) {
         LOG(FINE, "Adding additional JVM options for extra logging");
         const std::string prefix = logger->logFilePrefix();
-        options.insert(options.end(),
-                       {"-XX:+UnlockDiagnosticVMOptions", "-XX:+LogVMOutput", "-XX:+PrintJNIResolving",
-                        "-XX:+PrintCommandLineFlags", "-XX:+PrintCompilation", "-XX:+CheckJNICalls", "-XX:+PrintVMOptions",
-                        "-XX:LogFile=" + prefix + "-jvm.log", "-XX:ErrorFile=" + prefix + "-jvm-error.log"});
+        for (const char* const option :
+             {"-XX:+UnlockDiagnosticVMOptions", "-XX:+LogVMOutput", "-XX:+PrintJNIResolving", "-XX:+PrintCommandLineFlags",
+              "-XX:+PrintCompilation", "-XX:+CheckJNICalls", "-XX:+PrintVMOptions"}) {
+            add(option);
+        }
+        add("-XX:LogFile=" + prefix + "-jvm.log");
+        add("-XX:ErrorFile=" + prefix + "-jvm-error.log");
     }
     // Without a Logger the control's own logging gets a Logger's initial values.
-    options.push_back("-Dcom.orvane.qmrt.logpath=" + (logger != nullptr ? logger->logDirectory() : ""));
-    options.push_back(
-        std::format("-Dcom.orvane.qmrt.loglevel={}", logger != nullptr ? logger->maxLogLevel() : int{LOGLEVEL_WARN}));
-    options.push_back(std::format("-Dcom.orvane.qmrt.oldlogfileage={}", logger != nullptr ? logger->oldLogFileAge() : 2419200));
-    options.push_back(std::format("-Dcom.orvane.qmrt.splitlogfilesize={}", logger != nullptr ? logger->splitLogFileSize() : 10));
+    add("-Dcom.orvane.qmrt.logpath=" + (logger != nullptr ? logger->logDirectory() : ""));
+    add(std::format("-Dcom.orvane.qmrt.loglevel={}", logger != nullptr ? logger->maxLogLevel() : int{LOGLEVEL_WARN}));
+    add(std::format("-Dcom.orvane.qmrt.oldlogfileage={}", logger != nullptr ? logger->oldLogFileAge() : 2419200));
+    add(std::format("-Dcom.orvane.qmrt.splitlogfilesize={}", logger != nullptr ? logger->splitLogFileSize() : 10));
 
-    const std::string policy = policyFile();
+    const std::string policy = machinePolicyFile(executable);
     if (std::ifstream(policy).is_open()) {
         LOG(FINE, "Enabled Java Security Manager with " << policy);
-        options.emplace_back("-Djava.security.manager");
-        options.push_back("-Djava.security.policy=" + policy);
+        add("-Djava.security.manager");
+        add("-Djava.security.policy=" + policy);
     } else {
         LOG(FINE, "Java Security Manager was not enabled. (" << policy << ")");
     }
     return options;
+}
+
+namespace {
+
+const int PE_OFFSET_POSITION = 0x3C;
+const int32_t PE_SIGNATURE = 0x00004550;
+
+// 0 where the file ends before.
+template <class Number>
+Number readNumber(std::ifstream& file)
+{
+    Number number = 0;
+    return file.read(reinterpret_cast<char*>(&number), sizeof number) ? number : Number{0};
+}
+
+} // namespace
+
+std::optional<uint16_t> readLibraryMachine(std::ifstream& file)
+{
+    file.seekg(PE_OFFSET_POSITION);
+    file.seekg(readNumber<int32_t>(file));
+    if (readNumber<int32_t>(file) != PE_SIGNATURE) {
+        return std::nullopt;
+    }
+    return readNumber<uint16_t>(file);
 }
