@@ -1,0 +1,172 @@
+// What the server starts Java with, and where it writes.
+#include "tool/Check.h"
+
+#include "com/JavaManagerATLObjectControl.h"
+#include "support/logger.h"
+#include "tool/Probe.h"
+#include "tool/Runtimes.h"
+
+#include <cstdlib>
+#include <fstream>
+
+namespace {
+
+constexpr int FIRST_WITHOUT_SECURITY_MANAGER = 24;
+
+bool canBeRead(const std::string& path)
+{
+    return std::ifstream(path).is_open();
+}
+
+// Empty, or what makes an option harmful.
+std::string faultOf(const std::string& option)
+{
+    if (option.empty()) {
+        return "is empty or longer than 254 characters";
+    }
+    if (option.front() != '-') {
+        return "does not begin with a dash: Java refuses to start with it";
+    }
+    if (option.starts_with("-Djava.class.path=")) {
+        return "replaces the class path, so that the control is not found";
+    }
+    return option.find(' ') == 0 || option.ends_with(' ') ? "has a blank at its end" : "";
+}
+
+} // namespace
+
+CFindings checkClassPath(const ControlClassPath& classPath, const std::string& basisControl)
+{
+    CFindings findings;
+    for (const ControlArchive& control : classPath.controls) {
+        if (control.installPath.empty()) {
+            findings.note("class path", control.name, "has no installpath and stands there as " + control.archive);
+        } else {
+            findings.check(canBeRead(control.archive), "class path", control.name, control.archive,
+                           "is not there: " + control.archive,
+                           "install this control again, or remove its key below Prefs\\com\\orvane\\qmrt");
+        }
+    }
+    findings.check(canBeRead(basisControl), "class path", "basis control", basisControl, "is not there: " + basisControl,
+                   "put ORVANEControl.jar beside KESTAx64.exe, or name it in the value basiscontrol");
+    return findings;
+}
+
+CFindings checkOptions(const std::vector<MachineOption>& options)
+{
+    CFindings findings;
+    int number = 1; // the class path is the machine's first option
+    for (const MachineOption& option : options) {
+        ++number;
+        const std::string subject = std::to_string(number) + " " + (option.valueName.empty() ? "(server)" : option.valueName);
+        const std::string fault = option.valueName.empty() ? "" : faultOf(option.text);
+        findings.check(fault.empty(), "option", subject, option.text, option.text + " " + fault,
+                       "correct or delete the value " + option.valueName + " of Prefs\\com\\orvane\\qmrt");
+    }
+    return findings;
+}
+
+CFindings checkPolicy(const std::string& policyFile, const std::string& javaVersion)
+{
+    CFindings findings;
+    const bool isThere = canBeRead(policyFile);
+    if (!isThere) {
+        findings.good("policy", "security manager", "off, since there is no " + policyFile);
+        return findings;
+    }
+    const int feature = javaFeatureVersion(javaVersion);
+    findings.check(feature < FIRST_WITHOUT_SECURITY_MANAGER, "policy", "security manager",
+                   "on, with " + policyFile + (feature == 0 ? " (Java's version is unknown; 24 and newer refuse it)" : ""),
+                   policyFile + " switches it on, and Java " + javaVersion + " refuses to start with one",
+                   "delete or rename the file, or choose Java 23 or older: KESTAtool java use FOLDER");
+    return findings;
+}
+
+CFindings checkVariables()
+{
+    CFindings findings;
+    for (const char* const name : {"JAVA_TOOL_OPTIONS", "_JAVA_OPTIONS", "JDK_JAVA_OPTIONS", "CLASSPATH"}) {
+        const char* const value = std::getenv(name);
+        if (value != nullptr) {
+            findings.note("variable", name, std::string("is set for this console and may change Java's start: ") + value);
+        }
+    }
+    if (findings.rows().empty()) {
+        findings.good("variable", "Java's variables", "none is set");
+    }
+    return findings;
+}
+
+CFindings checkLogFolder(const std::string& folder)
+{
+    CFindings findings;
+    if (folder.empty()) {
+        findings.note("log", "folder", "logpath is empty: no log files are written");
+        return findings;
+    }
+    const std::string trial = folder + "KESTAtool-trial.tmp";
+    const HANDLE file = CreateFileA(trial.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    const DWORD error = GetLastError();
+    if (file != INVALID_HANDLE_VALUE) {
+        CloseHandle(file);
+    }
+    findings.check(file != INVALID_HANDLE_VALUE, "log", "folder", folder + " can be written to",
+                   folder + " cannot be written to: " + getWindowsErrorText(error),
+                   "create the folder, allow the user to write there, or change the value logpath");
+    return findings;
+}
+
+CFindings checkLiveStart()
+{
+    CFindings findings;
+    const ProbeResult probe = runProbe({"--server"}, START_LIMIT);
+    const nlohmann::json& answer = probe.answer;
+    const char* const logNext = "read the newest file: KESTAtool log FILE (the folder stands in the row \"log\")";
+    if (answer.is_null()) {
+        findings.fault("live start", "server", "the client that tried it failed: " + probe.ending, logNext);
+    } else if (answer["result"].get<HRESULT>() < 0) {
+        findings.fault("live start", "server", "cannot be created: " + fromUtf8(answer["error"].get<std::string>()),
+                       "correct what the rows about registration name");
+    } else {
+        findings.good("live start", "server", "created in " + answer["createMilliseconds"].dump() + " ms");
+        const bool hasFrame = answer["frameId"].get<int>() != -1 && answer["hasWindow"].get<bool>();
+        findings.check(hasFrame, "live start", "frame", "kesta_frame_" + answer["frameId"].dump(),
+                       "the server runs without Java or without a frame", logNext);
+        if (hasFrame) {
+            findings.check(answer["callResult"].get<HRESULT>() >= 0, "live start", "call",
+                           "answered in " + answer["callMilliseconds"].dump() + " ms",
+                           "a call failed: " + fromUtf8(answer["error"].get<std::string>()), logNext);
+        }
+    }
+    return findings;
+}
+
+CheckResult checkMachine(bool withStarts)
+{
+    CheckResult result;
+    std::string registered;
+    result.findings = checkRegistration(registered);
+    const std::string server = serverExecutable();
+    const std::string basisControl = chooseBasisControl(server.c_str(), canBeRead);
+    const JVMChoice choice = readJVMChoice(nullptr);
+    const ControlClassPath classPath = readControlClassPath(basisControl.c_str(), nullptr);
+    const std::vector<MachineOption> options = readMachineOptions(server.c_str(), nullptr);
+    for (const CFindings& part :
+         {checkRuntimes(choice), checkUnseenRuntimes(choice), checkClassPath(classPath, basisControl), checkOptions(options),
+          checkPolicy(machinePolicyFile(server.c_str()), inspectRuntime(choice.chosen.path).javaVersion), checkVariables(),
+          checkLogFolder(Logger::instance()->logDirectory())}) {
+        result.findings.append(part);
+    }
+    if (withStarts) {
+        result.findings.append(checkStarts(choice, basisControl));
+        result.findings.append(checkLiveStart());
+    }
+    result.details = {{"server", toUtf8(server)},
+                      {"runtime", {{"version", toUtf8(choice.chosen.version)}, {"library", toUtf8(choice.chosen.path)}}},
+                      {"classPath", toUtf8(classPath.text)},
+                      {"options", nlohmann::json::array()}};
+    for (const MachineOption& option : options) {
+        result.details["options"].push_back({{"value", toUtf8(option.valueName)}, {"option", toUtf8(option.text)}});
+    }
+    return result;
+}

@@ -1,0 +1,125 @@
+#include "tool/CommandLine.h"
+
+#include "tool/Check.h"
+#include "tool/JavaChoice.h"
+#include "tool/Probe.h"
+
+#include <CLI/CLI.hpp>
+
+#include <memory>
+
+namespace {
+
+struct Output
+{
+    std::ostream& stream;
+    bool isColoured;
+    bool isJson = false;
+    int exitCode = 0;
+};
+
+CLI::App& addVerb(CLI::App& app, Output& output, const std::string& name, const std::string& description,
+                  const std::string& example)
+{
+    CLI::App& verb = *app.add_subcommand(name, description);
+    verb.footer("Example: KESTAtool " + example);
+    verb.add_flag("--json", output.isJson, "Print the result as JSON");
+    return verb;
+}
+
+void addCheck(CLI::App& app, Output& output)
+{
+    CLI::App& verb = addVerb(app, output, "check",
+                             "Checks everything that a start of the server depends on: registration, Java runtimes, class path, "
+                             "options, log folder; then starts each runtime and the server itself. Changes nothing.",
+                             "check --json");
+    const auto isStatic = std::make_shared<bool>(false);
+    verb.add_flag("--static", *isStatic, "Start neither runtimes nor the server");
+    verb.callback([isStatic, &output] {
+        const CheckResult result = checkMachine(!*isStatic);
+        output.exitCode = printResult(result.findings, result.details, output.isJson, output.isColoured, output.stream);
+    });
+}
+
+void print(const CFindings& findings, Output& output)
+{
+    output.exitCode = printResult(findings, nlohmann::json::object(), output.isJson, output.isColoured, output.stream);
+}
+
+void addJava(CLI::App& app, Output& output)
+{
+    CLI::App& java = *app.add_subcommand("java", "Lists Java runtimes, and makes the server use one of them.");
+    java.footer("Example: KESTAtool java use \"C:\\Program Files\\Eclipse Adoptium\\jdk-21.0.8.9-hotspot\"");
+    java.require_subcommand(1);
+    addVerb(java, output, "list", "Lists the runtimes that the server considers, and those of this machine that it does not see.",
+            "java list")
+        .callback([&output] { print(listRuntimes(), output); });
+    const auto folder = std::make_shared<std::string>();
+    CLI::App& use =
+        addVerb(java, output, "use",
+                "Starts the runtime in FOLDER and, when that works, registers it under a key of its own and prefers it "
+                "(value javavm). What others have registered stays as it is. Needs an elevated console.",
+                "java use \"C:\\Program Files\\Eclipse Adoptium\\jdk-21.0.8.9-hotspot\"");
+    use.add_option("FOLDER", *folder, "The runtime's folder, above its folder bin")->required();
+    use.callback([folder, &output] { print(useRuntime(*folder), output); });
+    addVerb(java, output, "remove", "Takes back what \"java use\" has done. Needs an elevated console.", "java remove")
+        .callback([&output] { print(removeRuntime(), output); });
+}
+
+// What the program starts itself with, to try out what may crash.
+void addProbe(CLI::App& app, Output& output)
+{
+    struct Arguments
+    {
+        std::string answer;
+        std::string version;
+        std::string library;
+        std::string control;
+        bool isServer = false;
+    };
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App& verb = *app.add_subcommand("probe")->group("");
+    verb.add_option("--answer", arguments->answer)->required();
+    verb.add_option("--version", arguments->version);
+    verb.add_option("--library", arguments->library);
+    verb.add_option("--control", arguments->control);
+    verb.add_flag("--server", arguments->isServer);
+    verb.callback([arguments, &output] {
+        output.exitCode = arguments->isServer
+                              ? probeServer(arguments->answer)
+                              : probeRuntime({arguments->version, arguments->library}, arguments->control, arguments->answer);
+    });
+}
+
+} // namespace
+
+int printResult(const CFindings& findings, const nlohmann::json& details, bool isJson, bool isColoured, std::ostream& out)
+{
+    if (isJson) {
+        nlohmann::json result = findings.json();
+        result.update(details);
+        out << result.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
+    } else {
+        findings.print(out, isColoured);
+        out << findings.faultCount() << (findings.faultCount() == 1 ? " finding. " : " findings. ") << findings.nextStep() << "\n";
+    }
+    return findings.exitCode();
+}
+
+int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& errors, bool isColoured)
+{
+    CLI::App app("KESTAtool tells which Java the server takes, why not another one, and what happened.", "KESTAtool");
+    app.footer("Example: KESTAtool check\nThe exit code is 0, or the number of findings (99 for more), or 100 and above when the "
+               "command line is wrong.\nHelp for a verb: KESTAtool VERB --help");
+    app.require_subcommand(1);
+    Output output = {out, isColoured};
+    addCheck(app, output);
+    addJava(app, output);
+    addProbe(app, output);
+    try {
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error, out, errors);
+    }
+    return output.exitCode;
+}

@@ -1,0 +1,264 @@
+#include "tool/JavaChoice.h"
+
+#include "com/JavaManagerATLObjectControl.h"
+#include "support/logger.h"
+#include "support/registry.h"
+#include "tool/Check.h"
+#include "tool/Probe.h"
+#include "tool/RegistryView.h"
+#include "tool/Runtimes.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace {
+
+const char* const AREA = "java";
+const std::string RUNTIMES = "SOFTWARE\\JavaSoft\\JRE";
+const std::string OWN_PREFIX = "KESTA_"; // no dash or comma may follow: the preference would take them for a pattern
+const char* const PATTERN = "javavm";
+const char* const KEPT_PATTERN = "PreviousJavavm";
+const char* const KEPT_RUNTIME_KEYS = "CreatedRuntimeKeys";
+const char* const KEPT_PREFERENCE_KEYS = "CreatedPreferenceKeys";
+const char* const ELEVATE = "start an elevated console (\"Run as administrator\") and repeat the command";
+
+// An open key for reading and writing.
+class CKey
+{
+public:
+    CKey() = default;
+    ~CKey() { close(); }
+    CKey(const CKey&) = delete;
+    CKey& operator=(const CKey&) = delete;
+
+    LSTATUS open(const std::string& path, REGSAM view)
+    {
+        close();
+        return RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ | KEY_WRITE | view, &m_key);
+    }
+    LSTATUS create(const std::string& path, REGSAM view)
+    {
+        close();
+        return RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE | view, nullptr, &m_key,
+                               nullptr);
+    }
+    LSTATUS setText(const char* name, const std::string& text) const
+    {
+        return RegSetValueExA(m_key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                              static_cast<DWORD>(text.size() + 1));
+    }
+    LSTATUS setNumber(const char* name, DWORD number) const
+    {
+        return RegSetValueExA(m_key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof number);
+    }
+    DWORD number(const char* name) const
+    {
+        DWORD number = 0;
+        DWORD size = sizeof number;
+        RegQueryValueExA(m_key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(&number), &size);
+        return number;
+    }
+    // A value as it is, type included, under another name in another key. A value that is not there is not copied.
+    LSTATUS copyTo(const CKey& target, const char* name, const char* newName) const
+    {
+        DWORD type = 0;
+        DWORD size = 0;
+        if (RegQueryValueExA(m_key, name, nullptr, &type, nullptr, &size) != ERROR_SUCCESS) {
+            return ERROR_SUCCESS;
+        }
+        std::vector<BYTE> data(size);
+        const LSTATUS status = RegQueryValueExA(m_key, name, nullptr, &type, data.data(), &size);
+        return status != ERROR_SUCCESS ? status : RegSetValueExA(target.m_key, newName, 0, type, data.data(), size);
+    }
+    LSTATUS remove(const char* name) const { return RegDeleteValueA(m_key, name); }
+
+private:
+    void close()
+    {
+        if (m_key != nullptr) {
+            RegCloseKey(m_key);
+            m_key = nullptr;
+        }
+    }
+    HKEY m_key = nullptr;
+};
+
+// How many keys of a path are missing, counted from its end.
+DWORD missingKeys(std::string path, REGSAM view)
+{
+    DWORD count = 0;
+    for (; !CRegistryView(HKEY_LOCAL_MACHINE, path, view).exists(); ++count) {
+        const size_t cut = path.rfind('\\');
+        if (cut == std::string::npos) {
+            return count + 1;
+        }
+        path.resize(cut);
+    }
+    return count;
+}
+
+// Removes so many keys of a path from its end on, as far as they are empty: what others have added since is theirs.
+void removeEmptyKeys(std::string path, REGSAM view, DWORD count)
+{
+    for (; count > 0; --count) {
+        HKEY key = nullptr;
+        DWORD subKeys = 1;
+        DWORD values = 1;
+        if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ | view, &key) == ERROR_SUCCESS) {
+            RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, &subKeys, nullptr, nullptr, &values, nullptr, nullptr, nullptr,
+                             nullptr);
+            RegCloseKey(key);
+        }
+        if (subKeys != 0 || values != 0 || RegDeleteKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), view, 0) != ERROR_SUCCESS ||
+            path.find('\\') == std::string::npos) {
+            return;
+        }
+        path.resize(path.rfind('\\'));
+    }
+}
+
+// The keys that `use` has made, "" without one.
+std::string ownKey()
+{
+    for (const std::string& name : CRegistryView(HKEY_LOCAL_MACHINE, RUNTIMES, KEY_WOW64_64KEY).subKeys()) {
+        if (name.starts_with(OWN_PREFIX)) {
+            return name;
+        }
+    }
+    return "";
+}
+
+LSTATUS restore(const std::string& name)
+{
+    CKey own;
+    CKey preferences;
+    const std::string path = RUNTIMES + "\\" + name;
+    LSTATUS status = own.open(path, KEY_WOW64_64KEY);
+    if (status != ERROR_SUCCESS) {
+        return status;
+    }
+    const DWORD runtimeKeys = own.number(KEPT_RUNTIME_KEYS);
+    const DWORD preferenceKeys = own.number(KEPT_PREFERENCE_KEYS);
+    const auto current = registryText(HKEY_LOCAL_MACHINE, PREFERENCES_KEY, PATTERN, KEY_WOW64_32KEY);
+    // A preference that somebody has changed since is theirs.
+    if (current == name && preferences.open(PREFERENCES_KEY, KEY_WOW64_32KEY) == ERROR_SUCCESS) {
+        preferences.remove(PATTERN);
+        own.copyTo(preferences, KEPT_PATTERN, PATTERN);
+    }
+    removeEmptyKeys(PREFERENCES_KEY, KEY_WOW64_32KEY, preferenceKeys);
+    status = RegDeleteKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), KEY_WOW64_64KEY, 0);
+    if (runtimeKeys > 1) {
+        removeEmptyKeys(RUNTIMES, KEY_WOW64_64KEY, runtimeKeys - 1);
+    }
+    return status;
+}
+
+// Writes both places. What it cannot finish it leaves to `restore`.
+LSTATUS enter(const std::string& name, const std::string& home, const std::string& library)
+{
+    const std::string path = RUNTIMES + "\\" + name;
+    const DWORD runtimeKeys = missingKeys(path, KEY_WOW64_64KEY);
+    const DWORD preferenceKeys = missingKeys(PREFERENCES_KEY, KEY_WOW64_32KEY);
+    CKey own;
+    CKey preferences;
+    LSTATUS status = own.create(path, KEY_WOW64_64KEY);
+    if (status == ERROR_SUCCESS) {
+        own.setNumber(KEPT_RUNTIME_KEYS, runtimeKeys);
+        own.setNumber(KEPT_PREFERENCE_KEYS, preferenceKeys);
+        status = preferences.create(PREFERENCES_KEY, KEY_WOW64_32KEY);
+    }
+    if (status == ERROR_SUCCESS) {
+        status = preferences.copyTo(own, PATTERN, KEPT_PATTERN);
+    }
+    if (status != ERROR_SUCCESS) {
+        return status;
+    }
+    own.setText("JavaHome", home);
+    own.setText("RuntimeLib", library);
+    return preferences.setText(PATTERN, name);
+}
+
+std::string nameFor(const RuntimeFile& runtime, const std::string& folder)
+{
+    std::string name =
+        OWN_PREFIX + (runtime.javaVersion.empty() ? std::filesystem::path(folder).filename().string() : runtime.javaVersion);
+    std::ranges::replace_if(name, [](char character) { return character == '-' || character == ',' || character == '\\'; }, '.');
+    return name;
+}
+
+bool doesFileExist(const std::string& path)
+{
+    return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+// A fault when the library does not start as the server would start it.
+CFindings tryStart(const std::string& library, const std::string& name)
+{
+    CFindings findings;
+    const std::string basisControl = chooseBasisControl(serverExecutable().c_str(), doesFileExist);
+    const ProbeResult probe = runProbe({"--version", name, "--library", library, "--control", basisControl}, START_LIMIT);
+    const bool isStarted = !probe.answer.is_null() && probe.answer["isStarted"].get<bool>();
+    const std::string why = !probe.answer.is_null() && !probe.answer["errors"].empty()
+                                ? fromUtf8(probe.answer["errors"].front().get<std::string>())
+                                : probe.ending;
+    findings.check(isStarted, AREA, library, isStarted ? "starts: Java " + probe.answer["javaVersion"].get<std::string>() : "",
+                   "does not start and was not registered: " + why, "choose another runtime: KESTAtool java list");
+    return findings;
+}
+
+} // namespace
+
+CFindings listRuntimes()
+{
+    const JVMChoice choice = readJVMChoice(nullptr);
+    CFindings findings = checkRuntimes(choice);
+    findings.append(checkUnseenRuntimes(choice));
+    return findings;
+}
+
+CFindings useRuntime(const std::string& folder, bool withoutStart)
+{
+    CFindings findings;
+    std::error_code error;
+    const std::string home = std::filesystem::absolute(folder, error).string();
+    const std::string library = libraryBelow(home);
+    const RuntimeFile runtime = inspectRuntime(library);
+    if (library.empty() || !runtime.fault.empty()) {
+        findings.fault(AREA, home, library.empty() ? "there is no bin\\server\\jvm.dll below it" : runtime.fault,
+                       "name the folder of a 64-bit runtime, above its folder bin: KESTAtool java list");
+        return findings;
+    }
+    const std::string name = nameFor(runtime, home);
+    if (!withoutStart) {
+        findings = tryStart(library, name);
+        if (findings.faultCount() > 0) {
+            return findings;
+        }
+    }
+    const std::string before = ownKey();
+    LSTATUS status = before.empty() ? ERROR_SUCCESS : restore(before);
+    if (status == ERROR_SUCCESS) {
+        status = enter(name, home, library);
+        if (status != ERROR_SUCCESS) {
+            restore(name);
+        }
+    }
+    findings.check(status == ERROR_SUCCESS, AREA, name, "is what the server takes from its next start on: " + library,
+                   "could not be registered: " + getWindowsErrorText(static_cast<unsigned>(status)), ELEVATE);
+    findings.setNextStep("start the program that shows the control anew; KESTAtool java remove takes this back.");
+    return findings;
+}
+
+CFindings removeRuntime()
+{
+    CFindings findings;
+    const std::string name = ownKey();
+    if (name.empty()) {
+        findings.good(AREA, "registry", "has no runtime that this program has registered");
+        return findings;
+    }
+    const LSTATUS status = restore(name);
+    findings.check(status == ERROR_SUCCESS, AREA, name, "is removed, and the preference is as it was before",
+                   "could not be removed: " + getWindowsErrorText(static_cast<unsigned>(status)), ELEVATE);
+    return findings;
+}

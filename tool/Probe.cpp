@@ -1,0 +1,90 @@
+#include "tool/Probe.h"
+
+#include "atl/atl.h"
+#include "support/logger.h"
+
+#include <filesystem>
+#include <format>
+#include <fstream>
+
+namespace {
+
+std::string ownExecutable()
+{
+    char path[MAX_PATH + 1] = "";
+    GetModuleFileNameA(nullptr, path, sizeof path);
+    return path;
+}
+
+// A new file in the folder for temporary ones, removed at the end.
+class CAnswerFile
+{
+public:
+    CAnswerFile()
+    {
+        char folder[MAX_PATH + 1] = "";
+        GetTempPathA(sizeof folder, folder);
+        GetTempFileNameA(folder, "kst", 0, m_path);
+    }
+    ~CAnswerFile() { DeleteFileA(m_path); }
+    CAnswerFile(const CAnswerFile&) = delete;
+    CAnswerFile& operator=(const CAnswerFile&) = delete;
+
+    std::string path() const { return m_path; }
+    nlohmann::json read() const
+    {
+        std::ifstream file(m_path);
+        return nlohmann::json::parse(file, nullptr, false);
+    }
+
+private:
+    char m_path[MAX_PATH + 1] = "";
+};
+
+// None of the arguments contains a quotation mark, which no path can.
+std::string commandLine(const std::string& executable, const std::vector<std::string>& arguments, const std::string& answerFile)
+{
+    std::string line = "\"" + executable + "\" probe --answer \"" + answerFile + "\"";
+    for (const std::string& argument : arguments) {
+        line += " \"" + argument + (argument.ends_with('\\') ? "\\\"" : "\"");
+    }
+    return line;
+}
+
+} // namespace
+
+void writeAnswer(const nlohmann::json& answer, const std::string& answerFile)
+{
+    std::ofstream(answerFile) << answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+ProbeResult runProbe(const std::vector<std::string>& arguments, DWORD limit, const std::string& executable)
+{
+    const CAnswerFile answer;
+    const std::string program = executable.empty() ? ownExecutable() : executable;
+    std::string command = commandLine(program, arguments, answer.path());
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof startup;
+    PROCESS_INFORMATION started = {};
+    // In the folder of its answer, where what Java writes when it crashes may lie.
+    const std::string folder = std::filesystem::path(answer.path()).parent_path().string();
+    if (!CreateProcessA(program.c_str(), command.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, folder.c_str(),
+                        &startup, &started)) {
+        return {nullptr, "it could not be started: " + getWindowsErrorText(GetLastError())};
+    }
+    const ATL::CHandle process(started.hProcess);
+    const ATL::CHandle thread(started.hThread);
+    if (WaitForSingleObject(process, limit) != WAIT_OBJECT_0) {
+        TerminateProcess(process, 1);
+        WaitForSingleObject(process, INFINITE);
+        return {nullptr, std::format("it had not come back after {} s", limit / 1000)};
+    }
+    DWORD exitCode = 0;
+    GetExitCodeProcess(process, &exitCode);
+    ProbeResult result = {answer.read(), ""};
+    if (result.answer.is_discarded()) {
+        result.answer = nullptr;
+        result.ending = std::format("its process ended with exit code {:08x}", exitCode);
+    }
+    return result;
+}

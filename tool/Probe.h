@@ -1,0 +1,37 @@
+// What has to be tried out happens in a child process with a time limit, since it may crash or never come back: the start of a
+// runtime, and the start of the registered server. The child is this program again, with the hidden verb "probe".
+//
+// Threads: the main thread. Failure: everything that goes wrong in a child is part of its answer, or of how it ended.
+#pragma once
+
+#include "javabridge/JavaManagerJNIClientSettings.h"
+
+#include <windows.h>
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
+
+struct ProbeResult
+{
+    nlohmann::json answer; // null: the child gave none
+    std::string ending;    // empty when it ended well; else how it ended
+};
+
+// Runs the program's own executable, or `executable`, with "probe" and the arguments.
+ProbeResult runProbe(const std::vector<std::string>& arguments, DWORD limit, const std::string& executable = "");
+
+constexpr DWORD START_LIMIT = 60000; // ms
+
+// The child's side. Both write their answer to the file and give the exit code.
+//
+// Starts the runtime as the server does, with the class path and the options of this machine, and looks for the classes that the
+// server needs. Answer: "isStarted", "errors" (lines of the log), "milliseconds", "javaVersion", "vendor", "missingClasses".
+int probeRuntime(const JVMInfo& runtime, const std::string& basisControl, const std::string& answerFile);
+// Creates the COM object as a client does, and releases it. Answer: "result" (an HRESULT), "error", "createMilliseconds",
+// "frameId", "hasWindow", "callMilliseconds", "releaseMilliseconds".
+int probeServer(const std::string& answerFile);
+
+// Writes an answer for the parent.
+void writeAnswer(const nlohmann::json& answer, const std::string& answerFile);

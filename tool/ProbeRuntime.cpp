@@ -1,0 +1,87 @@
+#include "tool/Probe.h"
+
+#include "javabridge/JavaManagerJNIClient.h"
+#include "support/helpers.h"
+#include "tool/Findings.h"
+
+#include <chrono>
+#include <sstream>
+
+namespace {
+
+const char* const NEEDED_CLASSES[] = {
+    "com/velmora/tq/kesta/KESTAFrame",
+    "com/velmora/tq/kesta/KESTAListener",
+    "com/orvane/tech/client/qmrt/QMRTControlListenerI",
+    "com/orvane/tech/client/qmrt/win/QMRTWinControl",
+};
+
+// The server's client, opened for a start without a frame. Never ended: the process ends with the answer.
+class CStart : public CJavaManagerJNIClient
+{
+public:
+    explicit CStart(const char* basisControl)
+        : CJavaManagerJNIClient(basisControl)
+    {
+    }
+    using CJavaManagerJNIClient::createJVM;
+
+    nlohmann::json missingClasses()
+    {
+        nlohmann::json missing = nlohmann::json::array();
+        for (const char* const name : NEEDED_CLASSES) {
+            if (findClass(name) == nullptr) {
+                missing.push_back(name);
+            }
+        }
+        return missing;
+    }
+    // "" when Java does not tell.
+    std::string systemProperty(const char* name)
+    {
+        const jclass system = findClass("java/lang/System");
+        if (system == nullptr) {
+            return "";
+        }
+        const jmethodID getProperty = m_ENV->GetStaticMethodID(system, "getProperty", "(Ljava/lang/String;)Ljava/lang/String;");
+        const jstring value = static_cast<jstring>(m_ENV->CallStaticObjectMethod(system, getProperty, m_ENV->NewStringUTF(name)));
+        return value == nullptr ? "" : m_ENV->GetStringUTFChars(value, nullptr);
+    }
+};
+
+// The texts of the errors that the log collected, without what stands in front of them and without the backtraces.
+nlohmann::json loggedErrors()
+{
+    nlohmann::json errors = nlohmann::json::array();
+    std::istringstream lines(Logger::getErrorEntries());
+    for (std::string line; std::getline(lines, line);) {
+        const size_t header = line.find("CStart  ");
+        if (line.find(" ERROR ") != std::string::npos && header != std::string::npos) {
+            errors.push_back(toUtf8(line.substr(header + sizeof "CStart  " - 1)));
+        }
+    }
+    return errors;
+}
+
+} // namespace
+
+int probeRuntime(const JVMInfo& runtime, const std::string& basisControl, const std::string& answerFile)
+{
+    CHelpers::setErrorModeSilent();
+    static CStart* const s_start = new CStart(basisControl.c_str());
+    Logger::getErrorEntries();
+    const auto begin = std::chrono::steady_clock::now();
+    nlohmann::json answer = {{"isStarted", s_start->createJVM(runtime) == 0}};
+    answer["milliseconds"] =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin).count();
+    answer["errors"] = loggedErrors();
+    if (answer["isStarted"]) {
+        answer["javaVersion"] = s_start->systemProperty("java.version");
+        answer["vendor"] = s_start->systemProperty("java.vendor");
+        answer["missingClasses"] = s_start->missingClasses();
+    }
+    writeAnswer(answer, answerFile);
+    // Java's threads may hold the process up, and there is nothing left to do.
+    TerminateProcess(GetCurrentProcess(), 0);
+    return 0;
+}
