@@ -49,7 +49,17 @@ std::string machinePolicyFile(const char* executable)
     return path + ".policy";
 }
 
-std::vector<MachineOption> readMachineOptions(const char* executable, const Loggable* owner)
+MachineLogSettings currentLogSettings()
+{
+    const Logger* const logger = Logger::instance();
+    if (logger == nullptr) {
+        return {"", "", false, LOGLEVEL_WARN, 2419200, 10};
+    }
+    return {logger->logDirectory(), logger->logFilePrefix(), logger->hasMagicDirectory(),
+            logger->maxLogLevel(),  logger->oldLogFileAge(), logger->splitLogFileSize()};
+}
+
+std::vector<MachineOption> readMachineOptions(const char* executable, const MachineLogSettings& log, const Loggable* owner)
 {
     const auto logOwner = [owner] { return owner; };
     std::vector<MachineOption> options = registryOptions();
@@ -62,23 +72,20 @@ std::vector<MachineOption> readMachineOptions(const char* executable, const Logg
     }
     preferences.closeKey();
 
-    const Logger* const logger = Logger::instance();
-    if (logger != nullptr && logger->hasMagicDirectory()) {
+    if (log.isVerbose) {
         LOG(FINE, "Adding additional JVM options for extra logging");
-        const std::string prefix = logger->logFilePrefix();
         for (const char* const option :
              {"-XX:+UnlockDiagnosticVMOptions", "-XX:+LogVMOutput", "-XX:+PrintJNIResolving", "-XX:+PrintCommandLineFlags",
               "-XX:+PrintCompilation", "-XX:+CheckJNICalls", "-XX:+PrintVMOptions"}) {
             add(option);
         }
-        add("-XX:LogFile=" + prefix + "-jvm.log");
-        add("-XX:ErrorFile=" + prefix + "-jvm-error.log");
+        add("-XX:LogFile=" + log.filePrefix + "-jvm.log");
+        add("-XX:ErrorFile=" + log.filePrefix + "-jvm-error.log");
     }
-    // Without a Logger the control's own logging gets a Logger's initial values.
-    add("-Dcom.orvane.qmrt.logpath=" + (logger != nullptr ? logger->logDirectory() : ""));
-    add(std::format("-Dcom.orvane.qmrt.loglevel={}", logger != nullptr ? logger->maxLogLevel() : int{LOGLEVEL_WARN}));
-    add(std::format("-Dcom.orvane.qmrt.oldlogfileage={}", logger != nullptr ? logger->oldLogFileAge() : 2419200));
-    add(std::format("-Dcom.orvane.qmrt.splitlogfilesize={}", logger != nullptr ? logger->splitLogFileSize() : 10));
+    add("-Dcom.orvane.qmrt.logpath=" + log.folder);
+    add(std::format("-Dcom.orvane.qmrt.loglevel={}", log.level));
+    add(std::format("-Dcom.orvane.qmrt.oldlogfileage={}", log.oldFileAge));
+    add(std::format("-Dcom.orvane.qmrt.splitlogfilesize={}", log.splitFileSize));
 
     const std::string policy = machinePolicyFile(executable);
     if (std::ifstream(policy).is_open()) {

@@ -75,9 +75,22 @@ struct MachineOption
     std::string text;
 };
 
-// The options behind the class path, in the order in which the machine gets them. Log folder and levels are those of this
-// process's Logger. A null `executable` is the one of this process.
-std::vector<MachineOption> readMachineOptions(const char* executable, const Loggable* owner);
+// What the control's own logging and a verbose machine are told.
+struct MachineLogSettings
+{
+    std::string folder;
+    std::string filePrefix;
+    bool isVerbose; // the machine writes down what it does, in files with that prefix
+    int level;
+    int oldFileAge;    // seconds
+    int splitFileSize; // megabytes
+};
+
+// Of this process's Logger as it is now; without one what a Logger starts with.
+MachineLogSettings currentLogSettings();
+
+// The options behind the class path, in the order in which the machine gets them. A null `executable` is the one of this process.
+std::vector<MachineOption> readMachineOptions(const char* executable, const MachineLogSettings& log, const Loggable* owner);
 
 // The security policy that is used when it is there: named like the executable.
 std::string machinePolicyFile(const char* executable);

@@ -27,8 +27,8 @@ CFindings checkPolicy(const std::string& policyFile, const std::string& javaVers
 CFindings checkVariables();
 CFindings checkLogFolder(const std::string& folder);
 
-// The registered server, created as a client does it.
-CFindings checkLiveStart();
+// The registered server, created as a client does it; `withWindow` also takes its frame into a window and waits for an event.
+CFindings checkLiveStart(bool withWindow);
 
 struct CheckResult
 {
@@ -36,8 +36,11 @@ struct CheckResult
     nlohmann::json details; // what the server would use: runtime, class path, options
 };
 
-// `withStarts` includes the parts that start something.
-CheckResult checkMachine(bool withStarts);
+// How far a check goes.
+enum class CheckDepth { Static, Starts, Window };
+
+// `log` is what the server's Logger would have.
+CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth);
 
 // The executable whose settings count: the registered one, else the one beside this program.
 std::string serverExecutable();

@@ -63,12 +63,6 @@ std::string labelOf(const JVMEntry& entry)
     return key.substr(key.rfind('\\') + 1) + "\\" + entry.version;
 }
 
-// The first line that the log has about a failed start.
-std::string firstError(const nlohmann::json& answer)
-{
-    return answer["errors"].empty() ? "the log does not say why" : fromUtf8(answer["errors"].front().get<std::string>());
-}
-
 std::string namesOf(const nlohmann::json& classes)
 {
     std::string names;
@@ -88,10 +82,8 @@ void judgeStart(const std::string& subject, bool isNeeded, const ProbeResult& pr
             findings.note("start", subject, state, remedy);
         }
     };
-    if (probe.answer.is_null()) {
-        bad("does not start: " + probe.ending, CHOOSE);
-    } else if (!probe.answer["isStarted"].get<bool>()) {
-        bad("does not start: " + firstError(probe.answer), CHOOSE);
+    if (const std::string why = whyNotStarted(probe); !why.empty()) {
+        bad("does not start: " + why, CHOOSE);
     } else {
         findings.good("start", subject,
                       std::format("starts in {} ms: Java {}, {}", probe.answer["milliseconds"].get<int>(),

@@ -25,7 +25,7 @@ std::string faultOf(const std::string& option)
         return "is empty or longer than 254 characters";
     }
     if (option.front() != '-') {
-        return "does not begin with a dash: Java refuses to start with it";
+        return "does not begin with a dash: Java ignores it";
     }
     if (option.starts_with("-Djava.class.path=")) {
         return "replaces the class path, so that the control is not found";
@@ -116,10 +116,11 @@ CFindings checkLogFolder(const std::string& folder)
     return findings;
 }
 
-CFindings checkLiveStart()
+CFindings checkLiveStart(bool withWindow)
 {
     CFindings findings;
-    const ProbeResult probe = runProbe({"--server"}, START_LIMIT);
+    const ProbeResult probe =
+        runProbe(withWindow ? std::vector<std::string>{"--server", "--live"} : std::vector<std::string>{"--server"}, START_LIMIT);
     const nlohmann::json& answer = probe.answer;
     const char* const logNext = "read the newest file: KESTAtool log FILE (the folder stands in the row \"log\")";
     if (answer.is_null()) {
@@ -132,6 +133,15 @@ CFindings checkLiveStart()
         const bool hasFrame = answer["frameId"].get<int>() != -1 && answer["hasWindow"].get<bool>();
         findings.check(hasFrame, "live start", "frame", "kesta_frame_" + answer["frameId"].dump(),
                        "the server runs without Java or without a frame", logNext);
+        if (answer.contains("isTakenIn")) {
+            findings.check(answer["isTakenIn"].get<bool>(), "live start", "window", "the frame fills a window of the client",
+                           "the frame did not become a child of the client's window", logNext);
+            findings.check(answer["isControlReady"].get<bool>(), "live start", "setUsedControl",
+                           "takes keyboard input from now on", "the call failed", logNext);
+            findings.check(answer["isEventReceived"].get<bool>(), "live start", "event",
+                           "came back through Java in " + answer["eventMilliseconds"].dump() + " ms",
+                           "none came back in " + answer["eventMilliseconds"].dump() + " ms", logNext);
+        }
         if (hasFrame) {
             findings.check(answer["callResult"].get<HRESULT>() >= 0, "live start", "call",
                            "answered in " + answer["callMilliseconds"].dump() + " ms",
@@ -141,7 +151,7 @@ CFindings checkLiveStart()
     return findings;
 }
 
-CheckResult checkMachine(bool withStarts)
+CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth)
 {
     CheckResult result;
     std::string registered;
@@ -150,16 +160,16 @@ CheckResult checkMachine(bool withStarts)
     const std::string basisControl = chooseBasisControl(server.c_str(), canBeRead);
     const JVMChoice choice = readJVMChoice(nullptr);
     const ControlClassPath classPath = readControlClassPath(basisControl.c_str(), nullptr);
-    const std::vector<MachineOption> options = readMachineOptions(server.c_str(), nullptr);
+    const std::vector<MachineOption> options = readMachineOptions(server.c_str(), log, nullptr);
     for (const CFindings& part :
          {checkRuntimes(choice), checkUnseenRuntimes(choice), checkClassPath(classPath, basisControl), checkOptions(options),
           checkPolicy(machinePolicyFile(server.c_str()), inspectRuntime(choice.chosen.path).javaVersion), checkVariables(),
-          checkLogFolder(Logger::instance()->logDirectory())}) {
+          checkLogFolder(log.folder)}) {
         result.findings.append(part);
     }
-    if (withStarts) {
+    if (depth != CheckDepth::Static) {
         result.findings.append(checkStarts(choice, basisControl));
-        result.findings.append(checkLiveStart());
+        result.findings.append(checkLiveStart(depth == CheckDepth::Window));
     }
     result.details = {{"server", toUtf8(server)},
                       {"runtime", {{"version", toUtf8(choice.chosen.version)}, {"library", toUtf8(choice.chosen.path)}}},

@@ -1,5 +1,6 @@
 #include "tool/CommandLine.h"
 
+#include "support/logger.h"
 #include "tool/Check.h"
 #include "tool/JavaChoice.h"
 #include "tool/Probe.h"
@@ -10,10 +11,13 @@
 
 namespace {
 
+constexpr int SILENT = -1;
+
 struct Output
 {
     std::ostream& stream;
     bool isColoured;
+    MachineLogSettings log;
     bool isJson = false;
     int exitCode = 0;
 };
@@ -34,9 +38,13 @@ void addCheck(CLI::App& app, Output& output)
                              "options, log folder; then starts each runtime and the server itself. Changes nothing.",
                              "check --json");
     const auto isStatic = std::make_shared<bool>(false);
+    const auto isLive = std::make_shared<bool>(false);
     verb.add_flag("--static", *isStatic, "Start neither runtimes nor the server");
-    verb.callback([isStatic, &output] {
-        const CheckResult result = checkMachine(!*isStatic);
+    verb.add_flag("--live", *isLive, "Also take the server's frame into a window, use the control and wait for an event")
+        ->excludes("--static");
+    verb.callback([isStatic, isLive, &output] {
+        const CheckDepth depth = *isStatic ? CheckDepth::Static : *isLive ? CheckDepth::Window : CheckDepth::Starts;
+        const CheckResult result = checkMachine(output.log, depth);
         output.exitCode = printResult(result.findings, result.details, output.isJson, output.isColoured, output.stream);
     });
 }
@@ -76,6 +84,7 @@ void addProbe(CLI::App& app, Output& output)
         std::string library;
         std::string control;
         bool isServer = false;
+        bool isLive = false;
     };
     const auto arguments = std::make_shared<Arguments>();
     CLI::App& verb = *app.add_subcommand("probe")->group("");
@@ -84,9 +93,12 @@ void addProbe(CLI::App& app, Output& output)
     verb.add_option("--library", arguments->library);
     verb.add_option("--control", arguments->control);
     verb.add_flag("--server", arguments->isServer);
+    verb.add_flag("--live", arguments->isLive);
     verb.callback([arguments, &output] {
+        // Why a runtime does not start stands in the log.
+        Logger::setMaxLogLevel(output.log.level);
         output.exitCode = arguments->isServer
-                              ? probeServer(arguments->answer)
+                              ? probeServer(arguments->isLive, arguments->answer)
                               : probeRuntime({arguments->version, arguments->library}, arguments->control, arguments->answer);
     });
 }
@@ -101,7 +113,8 @@ int printResult(const CFindings& findings, const nlohmann::json& details, bool i
         out << result.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
     } else {
         findings.print(out, isColoured);
-        out << findings.faultCount() << (findings.faultCount() == 1 ? " finding. " : " findings. ") << findings.nextStep() << "\n";
+        out << findings.faultCount() << (findings.faultCount() == 1 ? " finding. " : " findings. ") << findings.nextStep()
+            << "\n";
     }
     return findings.exitCode();
 }
@@ -112,7 +125,9 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
     app.footer("Example: KESTAtool check\nThe exit code is 0, or the number of findings (99 for more), or 100 and above when the "
                "command line is wrong.\nHelp for a verb: KESTAtool VERB --help");
     app.require_subcommand(1);
-    Output output = {out, isColoured};
+    Output output = {out, isColoured, currentLogSettings()};
+    // What this program asks the registry is no part of the server's story.
+    Logger::setMaxLogLevel(SILENT);
     addCheck(app, output);
     addJava(app, output);
     addProbe(app, output);

@@ -197,11 +197,9 @@ CFindings tryStart(const std::string& library, const std::string& name)
     CFindings findings;
     const std::string basisControl = chooseBasisControl(serverExecutable().c_str(), doesFileExist);
     const ProbeResult probe = runProbe({"--version", name, "--library", library, "--control", basisControl}, START_LIMIT);
-    const bool isStarted = !probe.answer.is_null() && probe.answer["isStarted"].get<bool>();
-    const std::string why = !probe.answer.is_null() && !probe.answer["errors"].empty()
-                                ? fromUtf8(probe.answer["errors"].front().get<std::string>())
-                                : probe.ending;
-    findings.check(isStarted, AREA, library, isStarted ? "starts: Java " + probe.answer["javaVersion"].get<std::string>() : "",
+    const std::string why = whyNotStarted(probe);
+    findings.check(why.empty(), AREA, library,
+                   why.empty() ? "starts: Java " + probe.answer["javaVersion"].get<std::string>() : "",
                    "does not start and was not registered: " + why, "choose another runtime: KESTAtool java list");
     return findings;
 }

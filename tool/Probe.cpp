@@ -2,6 +2,7 @@
 
 #include "atl/atl.h"
 #include "support/logger.h"
+#include "tool/Findings.h"
 
 #include <filesystem>
 #include <format>
@@ -52,6 +53,19 @@ std::string commandLine(const std::string& executable, const std::vector<std::st
 }
 
 } // namespace
+
+std::string whyNotStarted(const ProbeResult& probe)
+{
+    if (probe.answer.is_null()) {
+        return probe.ending;
+    }
+    if (probe.answer["isStarted"].get<bool>()) {
+        return "";
+    }
+    // The first line that the log has about it.
+    const nlohmann::json& errors = probe.answer["errors"];
+    return errors.empty() ? "the log does not say why" : fromUtf8(errors.front().get<std::string>());
+}
 
 void writeAnswer(const nlohmann::json& answer, const std::string& answerFile)
 {

@@ -22,6 +22,9 @@ struct ProbeResult
 // Runs the program's own executable, or `executable`, with "probe" and the arguments.
 ProbeResult runProbe(const std::vector<std::string>& arguments, DWORD limit, const std::string& executable = "");
 
+// Of a runtime's start: "" when it started, else why not.
+std::string whyNotStarted(const ProbeResult& probe);
+
 constexpr DWORD START_LIMIT = 60000; // ms
 
 // The child's side. Both write their answer to the file and give the exit code.
@@ -31,7 +34,8 @@ constexpr DWORD START_LIMIT = 60000; // ms
 int probeRuntime(const JVMInfo& runtime, const std::string& basisControl, const std::string& answerFile);
 // Creates the COM object as a client does, and releases it. Answer: "result" (an HRESULT), "error", "createMilliseconds",
 // "frameId", "hasWindow", "callMilliseconds", "releaseMilliseconds".
-int probeServer(const std::string& answerFile);
+// `isLive` adds what ProbeLive.h finds out.
+int probeServer(bool isLive, const std::string& answerFile);
 
 // Writes an answer for the parent.
 void writeAnswer(const nlohmann::json& answer, const std::string& answerFile);

@@ -4,6 +4,7 @@
 #include "support/helpers.h"
 #include "support/logger.h"
 #include "tool/Findings.h"
+#include "tool/ProbeLive.h"
 
 #include "KESTAserver_h.h"
 
@@ -58,7 +59,7 @@ void tryObject(IJavaManager* object, CStopwatch& watch, nlohmann::json& answer)
 
 } // namespace
 
-int probeServer(const std::string& answerFile)
+int probeServer(bool isLive, const std::string& answerFile)
 {
     CHelpers::setErrorModeSilent();
     CoInitialize(nullptr);
@@ -71,6 +72,9 @@ int probeServer(const std::string& answerFile)
     answer["result"] = result;
     if (SUCCEEDED(result)) {
         tryObject(object, watch, answer);
+        if (isLive && answer["hasWindow"].get<bool>()) {
+            probeLive(object, answer["frameId"].get<int>(), answer);
+        }
         watch.lap();
         object.Release();
         answer["releaseMilliseconds"] = watch.lap();

@@ -133,7 +133,7 @@ TEST_F(CheckSettingTest, OptionsStandInTheirOrderAndHarmfulOnesAreNamed)
     machine.setString(PREFERENCES, "jvm_option_c", "", KEY_WOW64_32KEY);
     machine.setString(PREFERENCES, "jvm_option_d", "-Djava.class.path=C:\\x.jar", KEY_WOW64_32KEY);
     machine.setString(PREFERENCES, "jvm_option_e", "-Dx=y ", KEY_WOW64_32KEY);
-    Lines lines = linesOf(checkOptions(readMachineOptions("C:\\none.exe", nullptr)));
+    Lines lines = linesOf(checkOptions(readMachineOptions("C:\\none.exe", currentLogSettings(), nullptr)));
     ASSERT_GE(lines.size(), 6U);
     lines.resize(6);
     const auto remedy = [](const std::string& name) {
@@ -141,7 +141,7 @@ TEST_F(CheckSettingTest, OptionsStandInTheirOrderAndHarmfulOnesAreNamed)
     };
     EXPECT_THAT(
         lines,
-        ElementsAre("FAULT 2 jvm_option_a: Xms64m does not begin with a dash: Java refuses to start with it" + remedy("a"),
+        ElementsAre("FAULT 2 jvm_option_a: Xms64m does not begin with a dash: Java ignores it" + remedy("a"),
                     "ok 3 jvm_option_b: -Xmx64m", "FAULT 4 jvm_option_c:  is empty or longer than 254 characters" + remedy("c"),
                     "FAULT 5 jvm_option_d: -Djava.class.path=C:\\x.jar replaces the class path, so that the control is "
                     "not found" +

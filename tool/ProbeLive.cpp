@@ -1,0 +1,121 @@
+#include "tool/ProbeLive.h"
+
+#include "atl/atl.h"
+
+#include <nlohmann/json.hpp>
+
+#include <functional>
+#include <string>
+
+namespace {
+
+constexpr DWORD EVENT_LIMIT = 15000; // ms
+constexpr int THROUGH_JAVA = 2;      // hops of the bridge test: the server and Java's listener
+constexpr SIZE FRAME_SIZE = {480, 320};
+
+// Counts the events of the bridge test. It lives on the stack, longer than its connection.
+class CBridgeSink : public IDispatch
+{
+public:
+    STDMETHODIMP QueryInterface(REFIID iid, void** object) override
+    {
+        const bool isKnown = iid == IID_IUnknown || iid == IID_IDispatch || iid == DIID__IJavaManagerEvents;
+        *object = isKnown ? this : nullptr;
+        return isKnown ? S_OK : E_NOINTERFACE;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return 1; }
+    STDMETHODIMP_(ULONG) Release() override { return 1; }
+    STDMETHODIMP GetTypeInfoCount(UINT* count) override { return *count = 0, S_OK; }
+    STDMETHODIMP GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+    STDMETHODIMP GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
+    STDMETHODIMP Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override
+    {
+        constexpr DISPID BRIDGE_EVENT = 2;
+        m_count += id == BRIDGE_EVENT ? 1 : 0;
+        return S_OK;
+    }
+    int count() const { return m_count; }
+
+private:
+    int m_count = 0;
+};
+
+// Handles messages until the condition holds; false when the time is up.
+bool pumpUntil(const std::function<bool()>& done)
+{
+    const ULONGLONG end = GetTickCount64() + EVENT_LIMIT;
+    while (!done()) {
+        const ULONGLONG now = GetTickCount64();
+        if (now >= end) {
+            return false;
+        }
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(end - now), QS_ALLINPUT);
+        for (MSG message; PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE);) {
+            TranslateMessage(&message);
+            DispatchMessageA(&message);
+        }
+    }
+    return true;
+}
+
+// A window with a pane, gone at its end.
+class CPane
+{
+public:
+    CPane()
+        : m_window(CreateWindowExA(0, "STATIC", "KESTAtool", WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN, CW_USEDEFAULT, CW_USEDEFAULT,
+                                   FRAME_SIZE.cx + 40, FRAME_SIZE.cy + 60, nullptr, nullptr, nullptr, nullptr))
+        , m_pane(CreateWindowExA(0, "STATIC", "", WS_CHILD | WS_VISIBLE | WS_CLIPCHILDREN, 0, 0, FRAME_SIZE.cx, FRAME_SIZE.cy,
+                                 m_window, nullptr, nullptr, nullptr))
+    {
+        ShowWindow(m_window, SW_SHOWNOACTIVATE);
+    }
+    ~CPane() { DestroyWindow(m_window); }
+    CPane(const CPane&) = delete;
+    CPane& operator=(const CPane&) = delete;
+
+    HWND handle() const { return m_pane; }
+    // The frame becomes a child that fills the pane.
+    bool takeIn(HWND frame) const
+    {
+        SetWindowLongPtrA(frame, GWL_STYLE, WS_CHILD | WS_VISIBLE | WS_CLIPCHILDREN);
+        SetParent(frame, m_pane);
+        SetWindowPos(frame, nullptr, 0, 0, FRAME_SIZE.cx, FRAME_SIZE.cy, SWP_FRAMECHANGED | SWP_NOZORDER | SWP_NOACTIVATE);
+        RECT place = {};
+        GetWindowRect(frame, &place);
+        return GetParent(frame) == m_pane && place.right - place.left == FRAME_SIZE.cx &&
+               place.bottom - place.top == FRAME_SIZE.cy;
+    }
+
+private:
+    HWND m_window;
+    HWND m_pane;
+};
+
+} // namespace
+
+void probeLive(IJavaManager* object, int frameId, nlohmann::json& answer)
+{
+    const CPane pane;
+    const HWND frame = FindWindowA(nullptr, ("kesta_frame_" + std::to_string(frameId)).c_str());
+    const HRESULT pushed = object->pushWindowHandle(static_cast<int>(reinterpret_cast<INT_PTR>(pane.handle())));
+    answer["isTakenIn"] = SUCCEEDED(pushed) && pane.takeIn(frame) && IsWindowVisible(frame) != FALSE;
+    ATL::CComBSTR result;
+    answer["isControlReady"] =
+        SUCCEEDED(object->setUsedControl(ATL::CComBSTR(L"QMRTWinControl"), ATL::CComBSTR(L"1.0"), &result));
+
+    CBridgeSink sink;
+    ATL::CComPtr<IConnectionPointContainer> container;
+    ATL::CComPtr<IConnectionPoint> point;
+    DWORD cookie = 0;
+    const bool isConnected =
+        SUCCEEDED(object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container))) &&
+        SUCCEEDED(container->FindConnectionPoint(DIID__IJavaManagerEvents, &point)) && SUCCEEDED(point->Advise(&sink, &cookie));
+    const ULONGLONG begin = GetTickCount64();
+    answer["isEventReceived"] = isConnected && SUCCEEDED(object->testBridge(ATL::CComBSTR(L"KESTAtool"), THROUGH_JAVA, 0)) &&
+                                pumpUntil([&] { return sink.count() > 0; });
+    answer["eventMilliseconds"] = GetTickCount64() - begin;
+    if (isConnected) {
+        point->Unadvise(cookie);
+    }
+}
