@@ -3,6 +3,7 @@
 #include "support/logger.h"
 #include "tool/Check.h"
 #include "tool/JavaChoice.h"
+#include "tool/LogVerb.h"
 #include "tool/Probe.h"
 
 #include <CLI/CLI.hpp>
@@ -74,6 +75,26 @@ void addJava(CLI::App& app, Output& output)
         .callback([&output] { print(removeRuntime(), output); });
 }
 
+void addLog(CLI::App& app, Output& output)
+{
+    const auto order = std::make_shared<LogOrder>();
+    CLI::App& verb =
+        addVerb(app, output, "log",
+                "Reads a log file of any size: errors first, with their backtraces folded, then slow calls, counts "
+                "per function, threads and milestones. Broken or cut lines are counted and skipped. The exit code is "
+                "the number of errors.",
+                "log KESTA-KESTAx64.exe-4712.log --html page.html");
+    verb.add_option("FILE", order->file, "The log file; it may be in use")->required();
+    verb.add_option("--trace", order->traceFile, "Also write the scopes as a trace-event file, for a trace viewer");
+    verb.add_option("--html", order->htmlFile, "Also write a page with a timeline per thread, foldable scopes and search");
+    verb.add_flag("--follow", order->isFollowing, "Print errors, warnings and slow calls as they come, until Ctrl+C");
+    verb.callback([order, &output] {
+        order->isJson = output.isJson;
+        order->isColoured = output.isColoured;
+        output.exitCode = readLog(*order, output.stream);
+    });
+}
+
 // What the program starts itself with, to try out what may crash.
 void addProbe(CLI::App& app, Output& output)
 {
@@ -130,6 +151,7 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
     Logger::setMaxLogLevel(SILENT);
     addCheck(app, output);
     addJava(app, output);
+    addLog(app, output);
     addProbe(app, output);
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

@@ -153,5 +153,20 @@ TEST_F(ToolProcessTest, RuntimeThatDoesNotStartIsNotUsed)
     EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, "SOFTWARE\\JavaSoft\\JRE\\KESTA_java"));
 }
 
+TEST_F(ToolProcessTest, LogIsFollowedIntoTheProcessesNextFile)
+{
+    const std::string line = "2020-03-04 10:15:02.123 04712 ERROR  BeanFrame            044    x: false ";
+    const std::string file = folder.path("KESTA-KESTAx64.exe-1.log");
+    makeFile(file, line + "one\r\n" + line + "cut");
+    CProgram tool("\"" + m_buildFolder + "\\KESTAtool.exe\" log --follow \"" + file + "\"");
+    EXPECT_TRUE(tool.waitForOutput("x: false one"));
+    std::ofstream(file, std::ios::app | std::ios::binary) << " off\r\n";
+    EXPECT_TRUE(tool.waitForOutput("x: false cut off"));
+    makeFile(folder.path("KESTA-KESTAx64.exe-1-0001.log"), line + "two\r\n");
+    EXPECT_TRUE(tool.waitForOutput("x: false two"));
+    EXPECT_TRUE(tool.process().isRunning());
+    output = tool.output();
+}
+
 } // namespace
 } // namespace fixtures
