@@ -5,6 +5,7 @@
 #include "tool/JavaChoice.h"
 #include "tool/LogVerb.h"
 #include "tool/Probe.h"
+#include "tool/SupportFile.h"
 
 #include <CLI/CLI.hpp>
 
@@ -95,6 +96,25 @@ void addLog(CLI::App& app, Output& output)
     });
 }
 
+void addReport(CLI::App& app, Output& output)
+{
+    const auto order = std::make_shared<ReportOrder>();
+    const auto isStatic = std::make_shared<bool>(false);
+    CLI::App& verb =
+        addVerb(app, output, "report",
+                "Writes an archive for support: the result of \"check\", logs, Java's crash files, versions. Texts of "
+                "calls, properties and events are masked.",
+                "report support.zip");
+    verb.add_option("ARCHIVE", order->archive, "The zip file to write")->required();
+    verb.add_flag("--with-texts", order->withTexts, "Mask nothing");
+    verb.add_flag("--static", *isStatic, "Start neither runtimes nor the server");
+    verb.callback([order, isStatic, &output] {
+        order->log = output.log;
+        order->depth = *isStatic ? CheckDepth::Static : CheckDepth::Starts;
+        print(writeReport(*order), output);
+    });
+}
+
 // What the program starts itself with, to try out what may crash.
 void addProbe(CLI::App& app, Output& output)
 {
@@ -152,6 +172,7 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
     addCheck(app, output);
     addJava(app, output);
     addLog(app, output);
+    addReport(app, output);
     addProbe(app, output);
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

@@ -3,6 +3,9 @@
 #include "tests/process/Program.h"
 #include "tests/process/Settings.h"
 #include "tests/support/places.h"
+#include "tests/tool/Unzip.h"
+
+#include "KESTAserver_h.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -166,6 +169,46 @@ TEST_F(ToolProcessTest, LogIsFollowedIntoTheProcessesNextFile)
     EXPECT_TRUE(tool.waitForOutput("x: false two"));
     EXPECT_TRUE(tool.process().isRunning());
     output = tool.output();
+}
+
+// The texts are those of real calls, so that a new line of the server's log cannot give one away unnoticed.
+TEST_F(ToolProcessTest, ReportOfRealCallsHasNoneOfTheirTexts)
+{
+    settings.setPreference("loglevel", 5);
+    CoInitialize(nullptr);
+    {
+        ATL::CComPtr<IJavaManager> object;
+        ASSERT_EQ(object.CoCreateInstance(CLSID_JavaManager, CLSCTX_LOCAL_SERVER), S_OK);
+        const ATL::CComBSTR secret(L"Secret_7Q");
+        BSTR result = nullptr;
+        object->setProperty(ATL::CComBSTR(L"title"), secret, &result);
+        object->getProperty(secret, &result);
+        object->callMethod(secret, secret, &result); // an unknown method: Java's exception names it
+        object->callMethodCompressed(secret, 3, secret, &result);
+        object->getVersionInfo(secret, &result);
+        object->updateVersion(secret, &result);
+        object->setUsedControl(secret, secret, &result);
+        object->testBridge(secret, 2, 0); // comes back from Java as an event
+        object->free(&result);
+    }
+    CoUninitialize();
+    for (const DWORD id : processesNamed("KESTAx64.exe")) {
+        EXPECT_TRUE(CProcess(id).exitCode());
+    }
+    std::string logs;
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+        logs += readFile(entry.path().string());
+    }
+    for (const char* const text : {"testBridge Secret_7Q", "callMethod Secret_7Q, Secret_7Q", "text=Secret_7Q", "Exception: "}) {
+        EXPECT_THAT(logs, HasSubstr(text)) << "nothing to mask";
+    }
+    EXPECT_EQ(run("report \"" + folder.path("out.zip") + "\" --static"), 0u);
+    EXPECT_THAT(output, HasSubstr("logs/KESTA-KESTAx64.exe-"));
+    std::string reported;
+    for (const auto& [name, content] : unzip(folder.path("out.zip"))) {
+        reported += content;
+    }
+    EXPECT_THAT(reported, testing::AllOf(HasSubstr("callMethod ***"), testing::Not(HasSubstr("Secret_7Q"))));
 }
 
 } // namespace

@@ -1,0 +1,20 @@
+// Takes the texts of calls, properties and events out of logs, so that they can be given away.
+//
+// Closed by default: of a line in which a text of the client or of the control may stand, only what is known to be none stays.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+inline constexpr std::string_view MASK = "***";
+
+// A line of the server's log, with or without header, as it may be given away.
+std::string maskedLogLine(std::string_view line);
+
+// A line of what Java writes when it crashes: texts in its memory are left out.
+std::string maskedCrashLine(std::string_view line);
+
+// Reads a text file line by line, masks each line and hands it on with its line end. A file that cannot be read gives nothing.
+using LineMask = std::string (*)(std::string_view);
+void maskFile(const std::string& path, LineMask mask, const std::function<void(std::string_view)>& sink);
