@@ -69,8 +69,9 @@ void CLogPage::write(const std::string& path, const std::string& title, const Lo
     for (const LoggedEvent& event : m_events) {
         threadOf(event.thread)["events"].push_back({event.time, event.level, toUtf8(event.text)});
     }
-    json data = {{"title", toUtf8(title)},   {"lines", counts.lines},  {"broken", counts.broken}, {"scopes", m_scopeCount},
-                 {"shown", m_scopes.size()}, {"events", m_eventCount}, {"names", names},          {"threads", json::array()}};
+    json data = {{"title", toUtf8(title)},         {"lines", counts.lines},    {"broken", counts.broken},
+                 {"scopes", m_scopeCount},         {"shown", m_scopes.size()}, {"events", m_eventCount},
+                 {"shownEvents", m_events.size()}, {"names", names},           {"threads", json::array()}};
     for (const auto& [id, thread] : threads) {
         data["threads"].push_back(thread);
     }

@@ -198,7 +198,7 @@ void CLogSummary::print(std::ostream& out, const LogCounts& counts, bool isColou
     for (const auto& [id, thread] : m_threads) {
         out << std::format("{:05}  {:>10}  {}  {}\n", id, thread.lines, thread.first, thread.last);
     }
-    out << "\nMilestones (ms since the log began)\n";
+    out << std::format("\nMilestones (ms since the log began; the first {} at most)\n", MOST_MILESTONES);
     for (const Milestone& milestone : m_milestones) {
         out << std::format("{:>10}  {}\n", milestone.milliseconds, milestone.text);
     }
