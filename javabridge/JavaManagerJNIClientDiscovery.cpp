@@ -4,6 +4,7 @@
 #include "support/registry.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #define LOG_SOURCE "JavaManagerJNIClient"
@@ -113,8 +114,10 @@ ControlClassPath readControlClassPath(const char* basisControl, const Loggable* 
         LOG(FINE, "ORVANE Control " << index << ": " << name);
         CRegistry control((std::string(PREFERENCES_KEY) + "\\" + name).c_str(), HKEY_LOCAL_MACHINE, PREFERENCES_ACCESS);
         const std::string installPath = control.getStringValue("installpath", "");
-        classPath.controls.push_back({name, installPath, installPath + "\\" + name + ".jar"});
-        classPath.text += classPath.controls.back().archive + ";";
+        std::string archive = installPath;
+        archive.append("\\").append(name).append(".jar");
+        classPath.text.append(archive).append(";");
+        classPath.controls.push_back({name, installPath, std::move(archive)});
         LOG(FINE, "Control's Path: " << control.getStringValue("installpath", ""));
     }
     preferences.closeKey();

@@ -42,6 +42,7 @@ std::vector<fs::path> filesOf(const std::string& folder, const std::string& begi
     }
     std::ranges::sort(found, std::greater());
     std::vector<fs::path> files;
+    files.reserve(found.size());
     for (auto& [time, path] : found) {
         files.push_back(std::move(path));
     }

@@ -139,15 +139,15 @@ TEST_F(CheckSettingTest, OptionsStandInTheirOrderAndHarmfulOnesAreNamed)
     const auto remedy = [](const std::string& name) {
         return " -> correct or delete the value jvm_option_" + name + " of Prefs\\com\\orvane\\qmrt";
     };
-    EXPECT_THAT(
-        lines,
-        ElementsAre("FAULT 2 jvm_option_a: Xms64m does not begin with a dash: Java ignores it" + remedy("a"),
-                    "ok 3 jvm_option_b: -Xmx64m", "FAULT 4 jvm_option_c:  is empty or longer than 254 characters" + remedy("c"),
-                    "FAULT 5 jvm_option_d: -Djava.class.path=C:\\x.jar replaces the class path, so that the control is "
-                    "not found" +
-                        remedy("d"),
-                    "FAULT 6 jvm_option_e: -Dx=y  has a blank at its end" + remedy("e"),
-                    "ok 7 (server): -Dsun.awt.noerasebackground=true"));
+    EXPECT_THAT(lines,
+                ElementsAre("FAULT 2 jvm_option_a: Xms64m does not begin with a dash: Java ignores it" + remedy("a"),
+                            "ok 3 jvm_option_b: -Xmx64m",
+                            "FAULT 4 jvm_option_c:  is empty or longer than 254 characters" + remedy("c"),
+                            "FAULT 5 jvm_option_d: -Djava.class.path=C:\\x.jar replaces the class path, so that the control is "
+                            "not found" +
+                                remedy("d"),
+                            "FAULT 6 jvm_option_e: -Dx=y  has a blank at its end" + remedy("e"),
+                            "ok 7 (server): -Dsun.awt.noerasebackground=true"));
 }
 
 TEST_F(CheckSettingTest, PolicyFileIsRefusedByNewJavaOnly)

@@ -7,7 +7,6 @@
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::StartsWith;
 
 namespace {
 

@@ -87,9 +87,9 @@ TEST_F(LogTest, DamagedLinesAreNoLines)
     for (size_t size = 0; size < good.size() - 1; size++) {
         EXPECT_FALSE(parseLogLine(std::string_view(good).substr(0, size))) << size;
     }
-    for (const size_t place : {0, 4, 5, 10, 13, 19, 20, 23, 24, 29, 30, 36, 57, 58, 61}) {
+    for (const int place : {0, 4, 5, 10, 13, 19, 20, 23, 24, 29, 30, 36, 57, 58, 61}) {
         std::string damaged = good;
-        damaged[place] = '#';
+        damaged[static_cast<size_t>(place)] = '#';
         EXPECT_FALSE(parseLogLine(damaged)) << damaged;
     }
     std::string noDate = good;

@@ -62,6 +62,7 @@ protected:
 
 TEST_F(ToolProcessTest, HealthyMachineHasNoFinding)
 {
+    settings.setControl("TestControl", m_buildFolder);
     EXPECT_EQ(run("check --live"), 0u);
     EXPECT_THAT(output, HasSubstr("0 findings. Next: nothing to do.\n"));
     EXPECT_THAT(output, HasSubstr("the frame fills a window of the client"));
