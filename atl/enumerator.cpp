@@ -23,18 +23,17 @@ CComEnumBase::~CComEnumBase()
 
 void AtlDisconnectEnumerators() noexcept
 {
-    AtlGuard([] {
-        // Holds all of them first: disconnecting one may end others.
-        std::vector<CComPtr<IUnknown>> enumerators;
-        enumerators.reserve(s_enumerators.size());
-        for (CComEnumBase* const enumerator : s_enumerators) {
-            enumerators.emplace_back(enumerator->Identity());
-        }
-        for (IUnknown* const enumerator : enumerators) {
-            CoDisconnectObject(enumerator, 0);
-        }
-        return S_OK;
-    });
+    // All are held until all are disconnected: the end of one releases what its list owns, and meanwhile COM may handle calls.
+    for (CComEnumBase* const enumerator : s_enumerators) {
+        enumerator->Identity()->AddRef();
+    }
+    for (CComEnumBase* const enumerator : s_enumerators) {
+        CoDisconnectObject(enumerator->Identity(), 0);
+    }
+    // From the end, because those that nobody else holds leave the list.
+    for (size_t left = s_enumerators.size(); left > 0; --left) {
+        s_enumerators[left - 1]->Identity()->Release();
+    }
 }
 
 } // namespace ATL

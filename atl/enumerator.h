@@ -13,7 +13,7 @@
 namespace ATL {
 
 // Drops the references that COM holds for clients on this process's enumerators. For an object whose client is gone: an
-// enumerator keeps the process alive, and its list may keep the object's connection points alive.
+// enumerator keeps the process alive, and its list may keep the object's connection points alive. Needs no memory.
 void AtlDisconnectEnumerators() noexcept;
 
 // Keeps each enumerator, from construction to destruction, in the list that AtlDisconnectEnumerators uses.

@@ -7,7 +7,7 @@
 //
 // Ownership: at most one instance, s_Instance, created by createInstance and deleted by deleteInstance. It keeps the global
 //            references of bean, frame and listener, which stopBean deletes. The queue owns its entries until they are taken out
-//            for processing. Queue and lock live until the process ends.
+//            for processing. Queue, lock and timers live until the process ends.
 // Threads:   the main thread, except the natives, the enqueue operations, queueEvent and isClientAlive (Java threads) and
 //            timerRoutine (timer-queue threads). Java threads reach the instance only through InstanceUse, for which the
 //            destructor waits: an event raised while the object is being deleted never meets freed memory.
@@ -18,6 +18,7 @@
 #pragma once
 
 #include "atl/atl.h"
+#include "beanframe/OneShotTimers.h"
 #include "javabridge/SharedText.h"
 #include "support/logger.h"
 
@@ -128,8 +129,8 @@ protected:
     void queueUnlessDead(BSTR text, Handler handler, DWORD delay, const char* dropped);
     void queueEvent(BSTR text, Handler handler, DWORD delay);
     static void CALLBACK timerRoutine(void* parameter, BOOLEAN timerOrWaitFired);
-    static void startTimer(DWORD delay);
     static void postProcessEventQueue();
+    static void removeServedMessages();
     // Null when no entry is due.
     static QueueEntry* findDueEntry(DWORD now);
     static DWORD delayOfNearEntry(DWORD now);
@@ -150,8 +151,9 @@ protected:
     static EntryList& s_EventQueue;
     static EntryIndex& s_EventIndex;
     static CComCriticalSection& s_EventQueueLock;
+    static OneShotTimers& s_Timers;
     static std::atomic<int> s_InstanceUsers;
-    static std::atomic<bool> s_MessagePosted; // since the last pass over the queue began
+    static std::atomic<bool> s_MessagePosted; // our messages may be in the thread's queue
     // The queue's clock, GetTickCount. Unit tests replace it.
     static DWORD(WINAPI* s_TickCount)();
 };

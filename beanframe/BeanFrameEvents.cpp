@@ -12,16 +12,20 @@
 CBeanFrame::EntryList& CBeanFrame::s_EventQueue = *new EntryList;
 CBeanFrame::EntryIndex& CBeanFrame::s_EventIndex = *new EntryIndex;
 CComCriticalSection& CBeanFrame::s_EventQueueLock = *new CComAutoCriticalSection;
+OneShotTimers& CBeanFrame::s_Timers = *new OneShotTimers;
 std::atomic<bool> CBeanFrame::s_MessagePosted = false;
 DWORD(WINAPI* CBeanFrame::s_TickCount)() = GetTickCount;
 
 namespace {
 
-// An entry that became due longer ago than this is never chosen.
-constexpr DWORD NEVER_CHOSEN = 0x7FFFFFFF;
-
 // The steps, in ms, in which GetTickCount advances. Timers may advance in smaller ones.
 constexpr DWORD TICK_COUNT_STEP = 16;
+
+// More than one event leaves behind. Limited, so that a thread that posts all the time cannot hold up the queue.
+constexpr int MESSAGES_PER_EVENT = 16;
+
+// In place of a window: the messages of the thread itself.
+const HWND THREAD_MESSAGES = reinterpret_cast<HWND>(-1);
 
 // C++ exceptions (exhausted memory, a failed code page conversion) end here: they must not unwind into the virtual machine or the
 // timer queue.
@@ -156,12 +160,14 @@ void CBeanFrame::enqueueTestBridgeEvent(BSTR text, DWORD delay)
 void CBeanFrame::queueEvent(BSTR text, Handler handler, DWORD delay)
 {
     LOG_SCOPE(FINE, "CBeanFrame::queueEvent", delay);
+    DWORD dueTime = 0;
     {
         CComCritSecLock lock(s_EventQueueLock);
         if (eventsSuspended) {
             return;
         }
-        auto entry = std::make_unique<QueueEntry>(SharedText(text), handler, s_TickCount() + delay);
+        dueTime = s_TickCount() + delay;
+        auto entry = std::make_unique<QueueEntry>(SharedText(text), handler, dueTime);
         EntryList node{entry.get()};
         entry->place = node.begin();
         entry->indexPlace = s_EventIndex.emplace(entry->dueTime, entry.get());
@@ -171,17 +177,10 @@ void CBeanFrame::queueEvent(BSTR text, Handler handler, DWORD delay)
     }
     // With a delay of 0xFFFFFFFF the timer never fires, but the entry is due at once and is processed with the next message.
     if (delay != 0) {
-        startTimer(delay);
+        s_Timers.start(timerRoutine, delay, dueTime);
     } else {
         postProcessEventQueue();
     }
-}
-
-// The timer is never deleted: it fires once, and the default timer queue lives as long as the process.
-void CBeanFrame::startTimer(DWORD delay)
-{
-    HANDLE timer = nullptr;
-    CreateTimerQueueTimer(&timer, nullptr, timerRoutine, nullptr, delay, 0, WT_EXECUTEONLYONCE);
 }
 
 void CALLBACK CBeanFrame::timerRoutine(void*, BOOLEAN)
@@ -202,9 +201,26 @@ void CBeanFrame::postProcessEventQueue()
 void CBeanFrame::repostSwallowedMessage()
 {
     MSG message;
-    const HWND threadMessages = reinterpret_cast<HWND>(-1);
-    if (s_MessagePosted && !PeekMessageA(&message, threadMessages, WM_PROCESSEVENTQUEUE, WM_PROCESSEVENTQUEUE, PM_NOREMOVE)) {
+    if (s_MessagePosted && !PeekMessageA(&message, THREAD_MESSAGES, WM_PROCESSEVENTQUEUE, WM_PROCESSEVENTQUEUE, PM_NOREMOVE)) {
         postProcessEventQueue();
+    }
+}
+
+// The current pass serves the entries whose messages are waiting. Left there, the messages of a burst would fill the thread's
+// queue, through which the client's calls arrive as well.
+void CBeanFrame::removeServedMessages()
+{
+    MSG message;
+    for (int left = MESSAGES_PER_EVENT; left > 0 && s_MessagePosted; --left) {
+        s_MessagePosted = false; // before looking, so that a message posted meanwhile counts
+        if (!PeekMessageA(&message, THREAD_MESSAGES, WM_PROCESSEVENTQUEUE, WM_PROCESSEVENTQUEUE, PM_REMOVE)) {
+            return;
+        }
+        if (message.message == WM_QUIT) { // which every filter lets pass
+            PostQuitMessage(static_cast<int>(message.wParam));
+            return;
+        }
+        s_MessagePosted = true; // there may be more
     }
 }
 
@@ -221,17 +237,9 @@ CBeanFrame::QueueEntry* CBeanFrame::findDueEntry(DWORD now)
         }
     }
     // Deliberately not the oldest of the due entries but the one that became due last: clients rely on the latest state coming
-    // first. Its due time is the first one on the way back from now around the circle of 2^32. If that is too long ago, all
-    // others are even further back, which means too long ago or in the future.
-    auto place = s_EventIndex.upper_bound(now);
-    if (place == s_EventIndex.begin()) {
-        place = s_EventIndex.end();
-    }
-    --place;
-    if (now - place->first >= NEVER_CHOSEN) {
-        return nullptr;
-    }
-    return s_EventIndex.lower_bound(place->first)->second;
+    // first.
+    const auto place = findLatestDue(s_EventIndex, now);
+    return place == s_EventIndex.end() ? nullptr : s_EventIndex.lower_bound(place->first)->second;
 }
 
 // Called under the queue's lock. Timers may run ahead of the queue's clock: the message then arrives before the entry is due, and
@@ -249,16 +257,17 @@ DWORD CBeanFrame::delayOfNearEntry(DWORD now)
 HRESULT CBeanFrame::processEventQueue()
 {
     LOG_SCOPE_STATIC(FINE, "CBeanFrame::processEventQueue");
-    s_MessagePosted = false; // this pass serves everything posted so far
     for (;;) {
+        removeServedMessages();
         std::unique_ptr<QueueEntry> entry;
+        DWORD now = 0;
         DWORD delay = 0;
         {
             CComCritSecLock lock(s_EventQueueLock);
             if (s_EventQueue.empty()) {
                 return S_OK;
             }
-            const DWORD now = s_TickCount();
+            now = s_TickCount();
             entry.reset(findDueEntry(now));
             if (entry) {
                 s_EventQueue.erase(entry->place);
@@ -269,9 +278,10 @@ HRESULT CBeanFrame::processEventQueue()
                 delay = delayOfNearEntry(now);
             }
         }
+        s_Timers.deleteDue(now);
         if (!entry) {
             if (delay != 0) {
-                startTimer(delay);
+                s_Timers.start(timerRoutine, delay, now + delay);
             }
             LOG(FINE, "could not find QueueEntry to process");
             return S_OK;

@@ -10,22 +10,14 @@ namespace {
 
 constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
 
-// Drops the references that COM holds for clients on the object, on its connection points (part of the object, but separate COM
-// identities) and on enumerators, which refer to connection points.
-void disconnectClients(IUnknown* object)
+// Drops the references that COM holds for clients on the object, on its connection point and on enumerators, without needing
+// memory. The enumerators come last: their end releases sinks, and meanwhile COM may handle another client's call, which must
+// find nothing to get a new reference from.
+void disconnectClients(EventTarget* target)
 {
-    CComPtr<IConnectionPointContainer> container;
-    CComPtr<IEnumConnectionPoints> points;
-    if (SUCCEEDED(object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container))) &&
-        SUCCEEDED(container->EnumConnectionPoints(&points))) {
-        CComPtr<IConnectionPoint> point;
-        while (points->Next(1, &point, nullptr) == S_OK) {
-            CoDisconnectObject(point, 0);
-        }
-    }
-    points.Release();
+    CoDisconnectObject(target->targetUnknown(), 0);
+    CoDisconnectObject(target->connectionPoint(), 0);
     AtlDisconnectEnumerators();
-    CoDisconnectObject(object, 0);
 }
 
 } // namespace
@@ -75,7 +67,7 @@ void CBeanFrame::processWatchDogEvent(BSTR text)
     // Then every remaining reference is released, no matter who holds it.
     IUnknown* const object = eventTarget()->targetUnknown();
     object->AddRef();
-    disconnectClients(object);
+    disconnectClients(eventTarget());
     ULONG count = object->Release();
     while (count != 0) {
         LOG(TRACE, "More objects to release...");

@@ -11,7 +11,9 @@
 class EventTarget
 {
 public:
-    virtual IUnknown* targetUnknown() = 0; // not counted
+    // Neither is counted. The connection point is part of the object, but a COM identity of its own.
+    virtual IUnknown* targetUnknown() = 0;
+    virtual IUnknown* connectionPoint() = 0;
     // Each returns the last sink's result, S_OK without sinks.
     virtual HRESULT Fire_testBridgeEvent(BSTR text) = 0;
     virtual HRESULT Fire_controlReady(BSTR arg0) = 0;

@@ -14,6 +14,7 @@ template <class T>
 class CProxy_IJavaManagerEvents : public IConnectionPointImpl<T, &DIID__IJavaManagerEvents>, public EventTarget
 {
 public:
+    IUnknown* connectionPoint() override { return this->GetConnectionPoint(); }
     HRESULT Fire_testBridgeEvent(BSTR text) override { return fire(2, text); }
     HRESULT Fire_controlReady(BSTR arg0) override { return fire(3, arg0); }
     HRESULT Fire_customEvent(BSTR arg0) override { return fire(4, arg0); }

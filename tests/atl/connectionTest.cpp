@@ -298,3 +298,22 @@ TEST_F(ConnectionTest, EveryLivingEnumeratorIsDisconnectedOnceAndStaysTheClients
     AtlDisconnectEnumerators();
     EXPECT_THAT(s_disconnected, ElementsAre());
 }
+
+// The end of the first would release what its list owns while the second can still hand out new references.
+TEST_F(ConnectionTest, EnumeratorsEndOnlyWhenAllAreDisconnected)
+{
+    static std::vector<CComPtr<IEnumConnections>> s_clients;
+    static std::vector<ULONG> s_references;
+    s_references.clear();
+    const ImportHook<decltype(&CoDisconnectObject)> hook("CoDisconnectObject", [](LPUNKNOWN object, DWORD) -> HRESULT {
+        s_clients.clear(); // as COM does when it drops its own references
+        object->AddRef();
+        s_references.push_back(object->Release());
+        return S_OK;
+    });
+    advise(m_sinks[0]);
+    s_clients = {enumerate(), enumerate(), enumerate()};
+    AtlDisconnectEnumerators();
+    EXPECT_THAT(s_references, ElementsAre(1, 1, 1)) << "only the disconnection holds them";
+    EXPECT_THAT(references(), ElementsAre(1, 0, 0, 0, 0)) << "they are gone, the connection is not";
+}

@@ -52,6 +52,13 @@ public:
     // Only the events.
     std::vector<std::string> events;
     ULONG references = 1;
+    class Point final : public IUnknown
+    {
+    public:
+        HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+        ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+        ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    } point;
     HRESULT answer = S_OK; // to an event
     std::function<void(const std::string& event)> onFire;
     std::function<void()> onLastRelease;
@@ -60,6 +67,7 @@ public:
     static inline EventTarget* s_current = nullptr;
 
     IUnknown* targetUnknown() override { return this; }
+    IUnknown* connectionPoint() override { return &point; }
     HRESULT Fire_testBridgeEvent(BSTR text) override { return fire("testBridgeEvent ", text); }
     HRESULT Fire_controlReady(BSTR arg0) override { return fire("controlReady ", arg0); }
     HRESULT Fire_customEvent(BSTR arg0) override { return fire("customEvent ", arg0); }

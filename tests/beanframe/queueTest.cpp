@@ -22,7 +22,9 @@ using AllocateHook = ImportHook<decltype(&SysAllocStringLen)>;
 using FreeHook = ImportHook<decltype(&SysFreeString)>;
 using OutputHook = ImportHook<decltype(&OutputDebugStringA)>;
 using PostHook = ImportHook<decltype(&PostThreadMessageA)>;
+using PeekHook = ImportHook<decltype(&PeekMessageA)>;
 using TimerHook = ImportHook<decltype(&CreateTimerQueueTimer)>;
+using DeleteTimerHook = ImportHook<decltype(&DeleteTimerQueueTimer)>;
 
 // Read before a test can replace it.
 DWORD(WINAPI* const s_clockOfTheStart)() = FrameAccess::s_TickCount;
@@ -31,6 +33,7 @@ std::mutex s_mutex;
 std::vector<std::string> s_calls;
 bool s_answer = true;
 bool s_areTimersReal = false;
+UINT_PTR s_timers = 0;
 std::set<BSTR> s_texts;
 int s_allocationsLeft = 0;
 
@@ -56,7 +59,22 @@ BOOL WINAPI noteTimer(HANDLE* timer, HANDLE queue, WAITORTIMERCALLBACK callback,
     EXPECT_EQ(callback, &FrameAccess::timerRoutine);
     EXPECT_EQ(parameter, nullptr);
     note(std::format("timer {} {} {}", due, period, flags));
-    return s_areTimersReal ? TimerHook::s_original(timer, queue, callback, parameter, due, period, flags) : BOOL{s_answer};
+    if (s_areTimersReal) {
+        return TimerHook::s_original(timer, queue, callback, parameter, due, period, flags);
+    }
+    *timer = s_answer ? reinterpret_cast<HANDLE>(++s_timers) : nullptr;
+    return s_answer;
+}
+
+BOOL WINAPI noteDeletion(HANDLE queue, HANDLE timer, HANDLE event)
+{
+    EXPECT_EQ(queue, nullptr);
+    EXPECT_EQ(event, nullptr) << "nobody waits for a routine that is running";
+    if (s_areTimersReal) {
+        return DeleteTimerHook::s_original(queue, timer, event);
+    }
+    note(std::format("delete {}", reinterpret_cast<UINT_PTR>(timer)));
+    return TRUE;
 }
 
 BSTR WINAPI countAllocation(const OLECHAR* text, UINT length)
@@ -85,6 +103,7 @@ protected:
         takeCalls();
         s_answer = true;
         s_areTimersReal = false;
+        s_timers = 0;
     }
     static std::vector<std::string> takeCalls() { return std::exchange(s_calls, {}); }
     // Queued when the clock shows `queuedAt`.
@@ -101,6 +120,7 @@ protected:
     static inline const std::string POST = "post 32771 0 0";
     const PostHook postHook{"PostThreadMessageA", notePost};
     const TimerHook timerHook{"CreateTimerQueueTimer", noteTimer};
+    const DeleteTimerHook deleteTimerHook{"DeleteTimerQueueTimer", noteDeletion};
 };
 
 TEST_F(EventQueueTest, ClockIsGetTickCount)
@@ -340,7 +360,11 @@ TEST_F(EventQueueTest, TimerThatRanAheadOfTheClockIsFollowedByAnother)
 {
     custom("near", 0xFFFFFFF8, 17); // due 9
     for (const auto& [now, calls] : std::initializer_list<std::pair<DWORD, std::vector<std::string>>>{
-             {0xFFFFFFF8, {}}, {0xFFFFFFF9, {"timer 16 0 8"}}, {0xFFFFFFFF, {"timer 10 0 8"}}, {8, {"timer 1 0 8"}}, {9, {}}}) {
+             {0xFFFFFFF8, {}},
+             {0xFFFFFFF9, {"timer 16 0 8"}},
+             {0xFFFFFFFF, {"timer 10 0 8"}},
+             {8, {"timer 1 0 8"}},
+             {9, {"delete 4", "delete 3", "delete 2", "delete 1"}}}) {
         takeCalls();
         EXPECT_THAT(target.events, IsEmpty());
         EXPECT_EQ(processAt(now), S_OK);
@@ -429,15 +453,105 @@ TEST_F(EventQueueTest, SwallowedMessageIsPostedAnew)
     CBeanFrame::repostSwallowedMessage();
     EXPECT_THAT(takeCalls(), ElementsAre(POST));
 
-    // A message that is posted during a pass is not served by it.
-    target.onFire = [&](const std::string&) {
-        queue("", &FrameAccess::processWatchDogEvent);
-        takeMessages(); // the loop in which COM waits for the sink
-        takeCalls();
-    };
+    // Behind the last look of a pass.
+    const OutputHook hook("OutputDebugStringA", [](LPCSTR text) {
+        OutputHook::s_original(text);
+        if (std::string_view(text).find("could not find QueueEntry") != std::string_view::npos) {
+            custom("late", 1000);
+            takeMessages();
+            takeCalls();
+        }
+    });
+    custom("future", 1000, 60000);
     EXPECT_EQ(processAt(1000), S_OK);
     CBeanFrame::repostSwallowedMessage();
-    EXPECT_THAT(takeCalls(), ElementsAre("timer 15000 0 8", POST));
+    EXPECT_THAT(takeCalls(), ElementsAre(POST));
+}
+
+TEST_F(EventQueueTest, PassLeavesNoMessageOfItsOwnBehind)
+{
+    std::vector<std::string> expected;
+    for (int number = 0; number < 100; ++number) {
+        custom(std::to_string(number).c_str(), 1000);
+        expected.push_back("customEvent " + std::to_string(number));
+    }
+    target.onFire = [](const std::string& event) {
+        if (event == "customEvent 99") {
+            custom("of a sink", 1000);
+        }
+    };
+    expected.emplace_back("customEvent of a sink");
+    PostThreadMessageA(FrameAccess::s_MainThreadId, 32772, 0, 0);
+    EXPECT_EQ(processAt(1000), S_OK);
+    EXPECT_EQ(target.events, expected);
+    EXPECT_THAT(takeMessages(), ElementsAre(32772)) << "somebody else's";
+    takeCalls();
+    CBeanFrame::repostSwallowedMessage();
+    EXPECT_THAT(takeCalls(), IsEmpty());
+}
+
+TEST_F(EventQueueTest, MessageThatIsPostedWhileThePassLooksForItsOwnIsFoundAsWell)
+{
+    static bool s_isFirst;
+    s_isFirst = true;
+    const PeekHook hook("PeekMessageA", [](LPMSG message, HWND window, UINT first, UINT last, UINT flags) -> BOOL {
+        const BOOL found = PeekHook::s_original(message, window, first, last, flags);
+        if (!found && std::exchange(s_isFirst, false)) {
+            custom("late", 1000);
+        }
+        return found;
+    });
+    custom("early", 1000);
+    EXPECT_EQ(processAt(1000), S_OK);
+    EXPECT_THAT(target.events, ElementsAre("customEvent early", "customEvent late"));
+    s_isFirst = false;
+    EXPECT_THAT(takeMessages(), IsEmpty());
+}
+
+// Otherwise a thread that posts all the time would keep the events waiting.
+TEST_F(EventQueueTest, EventsGoOnWhileAnotherThreadFloodsTheMessages)
+{
+    const PeekHook hook("PeekMessageA", [](LPMSG message, HWND, UINT, UINT, UINT) -> BOOL {
+        *message = {};
+        return TRUE; // there is always another one
+    });
+    custom("a", 1000);
+    EXPECT_EQ(processAt(1000), S_OK);
+    EXPECT_THAT(target.events, ElementsAre("customEvent a"));
+}
+
+TEST_F(EventQueueTest, PassKeepsTheEndOfTheMessageLoop)
+{
+    custom("a", 1000);
+    takeMessages();
+    PostQuitMessage(7);
+    EXPECT_EQ(processAt(1000), S_OK);
+    EXPECT_THAT(target.events, ElementsAre("customEvent a"));
+    MSG message;
+    EXPECT_EQ(GetMessageA(&message, nullptr, 0, 0), 0);
+    EXPECT_EQ(message.wParam, 7u);
+}
+
+// Windows keeps the memory of a timer that fired until it is deleted.
+TEST_F(EventQueueTest, TimersAreDeletedOnceTheyAreDue)
+{
+    custom("1", 1000, 70);
+    custom("2", 1000, 5);
+    custom("3", 1000, 0x80000001); // never chosen now, and due in 25 days
+    s_answer = false;
+    custom("without timer", 1000, 60);
+    takeCalls();
+    EXPECT_EQ(processAt(1004), S_OK);
+    EXPECT_THAT(takeCalls(), ElementsAre("timer 1 0 8"));
+    s_answer = true;
+    EXPECT_EQ(processAt(1005), S_OK);
+    EXPECT_THAT(takeCalls(), ElementsAre("delete 2"));
+    EXPECT_EQ(processAt(1100), S_OK);
+    EXPECT_THAT(takeCalls(), ElementsAre("delete 1"));
+    EXPECT_EQ(processAt(1100), S_OK);
+    EXPECT_THAT(takeCalls(), IsEmpty());
+    EXPECT_EQ(processAt(1000 + 0x80000001), S_OK);
+    EXPECT_THAT(takeCalls(), ElementsAre("delete 3"));
 }
 
 TEST_F(EventQueueTest, NoMessageIsPostedAnewWhenNoneWasPosted)

@@ -226,7 +226,7 @@ TEST_F(ServerModuleTest, DeadClientsObjectGoesWithItsSinksAndItsFrame)
     advise(object, sink);
     object->AddRef();
     EXPECT_EQ(object->EnumConnectionPoints(&s_points), S_OK);
-    const std::vector<IUnknown*> expected = {point(object).p, s_points.p, eventTarget()->targetUnknown()};
+    const std::vector<IUnknown*> expected = {eventTarget()->targetUnknown(), point(object).p, s_points.p};
     const Window window;
     EXPECT_EQ(object->pushWindowHandle(HandleToLong(HWND{window})), S_OK) << "without a parent it counts as dead";
     const ImportHook<decltype(&CoDisconnectObject)> hook("CoDisconnectObject", [](IUnknown* disconnected, DWORD) -> HRESULT {
