@@ -2,6 +2,7 @@
 
 #include "beanframe/BeanFrame.h"
 #include "com/JavaManagerATLObject.h"
+#include "server/RejectedCallFilter.h"
 
 #define LOG_SOURCE "KESTAserver"
 
@@ -19,6 +20,7 @@ CKESTAserverModule::CKESTAserverModule()
 void CKESTAserverModule::RunMessageLoop()
 {
     LOG_SCOPE(FINE, "CKESTAserverModule::RunMessageLoop");
+    const CRejectedCallFilter filter;
     MSG msg;
     while (GetMessageA(&msg, nullptr, 0, 0) > 0) {
         LOG(FINE, "window message: message=" << msg.message << ", lParam=" << msg.lParam << ", wParam=" << msg.wParam);

@@ -1,6 +1,7 @@
 // The server module and its message loop. The process tests cover what needs the real executable.
 #include "server/KESTAserver.h"
 
+#include "server/RejectedCallFilter.h"
 #include "support/registry.h"
 #include "tests/com/ComWorld.h"
 #include "tests/support/FailingAllocations.h"
@@ -213,6 +214,60 @@ TEST_F(ServerModuleTest, EventsWhoseMessageAForeignLoopSwallowedStillCome)
     PostMessageA(window, WM_APP + 1, 0, 0);
     run();
     EXPECT_THAT(sink.calls, ElementsAre("4 swallowed"));
+}
+
+class RejectedCallFilterTest : public ServerModuleTest
+{
+};
+
+TEST_F(RejectedCallFilterTest, IsRegisteredWhileTheLoopRuns)
+{
+    static std::vector<IMessageFilter*> s_filters;
+    s_filters.clear();
+    const ImportHook<decltype(&CoRegisterMessageFilter)> hook(
+        "CoRegisterMessageFilter", [](IMessageFilter* filter, IMessageFilter** previous) -> HRESULT {
+            EXPECT_EQ(previous, nullptr);
+            s_filters.push_back(filter);
+            return S_OK;
+        });
+    static size_t s_registered;
+    s_registered = 0;
+    const Window window([](HWND handle, UINT message, WPARAM wParam, LPARAM lParam) -> LRESULT {
+        s_registered += message == WM_APP ? s_filters.size() : 0;
+        return DefWindowProcA(handle, message, wParam, lParam);
+    });
+    PostMessageA(window, WM_APP, 0, 0);
+    PostQuitMessage(0);
+    run();
+    EXPECT_EQ(s_registered, 1u);
+    EXPECT_THAT(s_filters, ElementsAre(testing::NotNull(), testing::IsNull()));
+}
+
+TEST_F(RejectedCallFilterTest, RetriesForFiveSecondsAndSaysThatItGaveUp)
+{
+    CRejectedCallFilter filter;
+    stream.clear();
+    for (const DWORD type : {SERVERCALL_REJECTED, SERVERCALL_RETRYLATER}) {
+        EXPECT_EQ(filter.RetryRejectedCall(nullptr, 0, type), 100u);
+        EXPECT_EQ(filter.RetryRejectedCall(nullptr, 4999, type), 100u);
+    }
+    EXPECT_THAT(lines(), ElementsAre());
+    EXPECT_EQ(filter.RetryRejectedCall(nullptr, 5000, SERVERCALL_RETRYLATER), static_cast<DWORD>(-1));
+    EXPECT_THAT(lines(), ElementsAre("WARN A call was given up: the client has rejected it for 5000 ms."));
+}
+
+TEST_F(RejectedCallFilterTest, HandlesCallsAndMessagesAsComDoesWithoutOne)
+{
+    CRejectedCallFilter filter;
+    EXPECT_EQ(filter.HandleInComingCall(CALLTYPE_TOPLEVEL, nullptr, 0, nullptr), static_cast<DWORD>(SERVERCALL_ISHANDLED));
+    EXPECT_EQ(filter.MessagePending(nullptr, 0, PENDINGTYPE_TOPLEVEL), static_cast<DWORD>(PENDINGMSG_WAITDEFPROCESS));
+    void* object = nullptr;
+    EXPECT_EQ(filter.QueryInterface(IID_IMessageFilter, &object), S_OK);
+    EXPECT_EQ(object, static_cast<IMessageFilter*>(&filter));
+    EXPECT_EQ(filter.QueryInterface(IID_IUnknown, &object), S_OK);
+    EXPECT_EQ(filter.QueryInterface(IID_IDispatch, &object), E_NOINTERFACE);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(filter.QueryInterface(IID_IUnknown, nullptr), E_POINTER);
 }
 
 // COM drops what it holds for the client: the connection point, an enumerator that the client still has, and the object.
