@@ -4,18 +4,27 @@ set(gtest_force_shared_crt ON)
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
 include(GoogleTest)
 
-# kesta_test(NAME n TIER unit|vm|process [ROOM libs...] [TIMEOUT seconds] SOURCES ... [LINKS ...] [ENVIRONMENT ...])
-# A test program. Each of its tests is a CTest test that runs in its own process and has its tier as a label.
+# kesta_test(NAME n TIER unit|vm|process [ROOM libs...] [TIMEOUT seconds] [FILTER f] SOURCES ... [LINKS ...] [ENVIRONMENT ...])
+# A test program. Each of its tests is a CTest test that runs in its own process and has its tier as a label. With a filter these
+# are only some of its tests; kesta_discover_tests adds others, with other labels.
 function(kesta_test)
-    cmake_parse_arguments(T "" "NAME;TIER;TIMEOUT" "ROOM;SOURCES;LINKS;ENVIRONMENT" ${ARGN})
+    cmake_parse_arguments(T "" "NAME;TIER;TIMEOUT;FILTER" "ROOM;SOURCES;LINKS;ENVIRONMENT" ${ARGN})
     if(NOT T_TIMEOUT)
         set(T_TIMEOUT 120)
     endif()
     add_executable(${T_NAME} ${T_SOURCES})
     target_link_libraries(${T_NAME} PRIVATE ${T_ROOM} ${T_LINKS} kesta_options GTest::gmock_main)
-    gtest_discover_tests(${T_NAME}
-        TEST_PREFIX ${T_TIER}.
+    kesta_discover_tests(${T_NAME} "${T_FILTER}" ${T_TIMEOUT} "${T_ENVIRONMENT}" ${T_TIER})
+endfunction()
+
+# The labels follow. The first one begins the tests' names.
+function(kesta_discover_tests name filter timeout environment prefix)
+    set(labels ${prefix} ${ARGN})
+    list(JOIN labels "\\;" labels)
+    gtest_discover_tests(${name}
+        TEST_PREFIX ${prefix}.
+        TEST_FILTER "${filter}"
         DISCOVERY_TIMEOUT 120
         DISCOVERY_MODE PRE_TEST
-        PROPERTIES LABELS ${T_TIER} TIMEOUT ${T_TIMEOUT} ENVIRONMENT "${T_ENVIRONMENT}")
+        PROPERTIES LABELS "${labels}" TIMEOUT ${timeout} ENVIRONMENT "${environment}")
 endfunction()

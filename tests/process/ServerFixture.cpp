@@ -73,6 +73,15 @@ void ServerTest::TearDown()
     }
 }
 
+void ServerTest::useRuntime(int version) const
+{
+    const std::string library = runtimeLibrary(version);
+    // One of the runtimes looks for its DLLs on the search path.
+    const std::string bin = library.substr(0, library.find("\\server\\"));
+    SetEnvironmentVariableA("PATH", (bin + ";C:\\windows\\system32;C:\\windows").c_str());
+    settings.setRuntime("current", library);
+}
+
 void ServerTest::logToFile()
 {
     settings.setPreference("logpath", folder.path());

@@ -69,6 +69,9 @@ protected:
     std::string logFile(DWORD process) const { return folder.file("KESTA-KESTAx64.exe-" + std::to_string(process) + ".log"); }
     std::vector<std::string> logFileLines(DWORD process) const;
 
+    // Makes one of the pinned runtimes, by its major version, the current one.
+    void useRuntime(int version) const;
+
     // The folder of the built executable and control jar.
     const std::string& buildFolder() const { return m_buildFolder; }
     // Runs the executable to its end and returns its exit code.

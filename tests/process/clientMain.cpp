@@ -1,6 +1,7 @@
 // A client in its own process. It creates the object, connects a sink, prints "frame ID", and then plays its role:
 //   hold           pushes its window, takes the frame in, and releases everything when a line arrives on its standard input
 //   hold-unpushed  the same without pushing a window
+//   die-in-call    pushes its window, prints "sleeping" and calls a method that takes 40 seconds; the test ends it meanwhile
 //   die-in-sink    pushes its window, has a Java timer raise events and ends itself inside its sink, while the server waits for
 //   it
 #include "tests/process/Client.h"
@@ -39,6 +40,11 @@ int serve(const std::string& role)
     std::printf("frame %d\n", frameId);
     std::fflush(stdout);
 
+    if (role == "die-in-call") {
+        std::printf("sleeping\n");
+        std::fflush(stdout);
+        callMethod(manager, "sleep", "40000");
+    }
     if (role == "die-in-sink") {
         sink.reaction = [&](const CSink::Event&) {
             if (sink.events.size() > EVENTS_BEFORE_DEATH) {

@@ -253,11 +253,7 @@ INSTANTIATE_TEST_SUITE_P(Runtimes, DesktopFolderTest, testing::Values(11, 17, 21
 
 TEST_P(DesktopFolderTest, SwitchesToFullDetailWithTheMachinesOwnLogOnEveryRuntime)
 {
-    // One of the runtimes looks for its DLLs on the search path.
-    const std::string library = runtimeLibrary(GetParam());
-    const std::string bin = library.substr(0, library.find("\\server\\"));
-    SetEnvironmentVariableA("PATH", (bin + ";C:\\windows\\system32;C:\\windows").c_str());
-    settings.setRuntime("current", library);
+    useRuntime(GetParam());
     setLogLevel(WARNINGS);
     settings.setPreference("logpath", folder.file("elsewhere"));
     monitor.stop();

@@ -224,12 +224,12 @@ TEST_F(RejectedCallFilterTest, IsRegisteredWhileTheLoopRuns)
 {
     static std::vector<IMessageFilter*> s_filters;
     s_filters.clear();
-    const ImportHook<decltype(&CoRegisterMessageFilter)> hook(
-        "CoRegisterMessageFilter", [](IMessageFilter* filter, IMessageFilter** previous) -> HRESULT {
-            EXPECT_EQ(previous, nullptr);
-            s_filters.push_back(filter);
-            return S_OK;
-        });
+    const ImportHook<decltype(&CoRegisterMessageFilter)> hook("CoRegisterMessageFilter",
+                                                              [](IMessageFilter* filter, IMessageFilter** previous) -> HRESULT {
+                                                                  EXPECT_EQ(previous, nullptr);
+                                                                  s_filters.push_back(filter);
+                                                                  return S_OK;
+                                                              });
     static size_t s_registered;
     s_registered = 0;
     const Window window([](HWND handle, UINT message, WPARAM wParam, LPARAM lParam) -> LRESULT {

@@ -5,6 +5,7 @@ import com.velmora.tq.kesta.control.Control;
 import com.velmora.tq.kesta.control.State;
 import java.awt.BorderLayout;
 import java.awt.Component;
+import java.awt.EventQueue;
 import java.util.Map;
 import java.util.TreeMap;
 import java.util.concurrent.atomic.AtomicInteger;
@@ -22,6 +23,8 @@ public final class TestControl implements Control {
     // Threads that raise events stop when this is no longer the number they started with.
     private final AtomicInteger generation = new AtomicInteger();
     private final AtomicInteger timer = new AtomicInteger();
+    private volatile int closing;
+    private String nothing;
     private Context context;
     private State<Map<String, String>> properties;
 
@@ -87,6 +90,20 @@ public final class TestControl implements Control {
             case "sleep":
                 pause(Integer.parseInt(argument));
                 return argument;
+            case "sleepInEvents":
+                EventQueue.invokeLater(() -> pause(Integer.parseInt(argument)));
+                return argument;
+            case "blockTheEnd":
+                Runtime.getRuntime().addShutdownHook(new Thread(() -> pause(Integer.parseInt(argument))));
+                new Thread(() -> pause(Integer.parseInt(argument))).start();
+                return argument;
+            case "blockClose":
+                closing = Integer.parseInt(argument);
+                return argument;
+            case "recurse":
+                return call(name, argument + "x");
+            case "nullDereference":
+                return String.valueOf(nothing.length());
             case "returnNull":
                 return null;
             case "throw":
@@ -102,6 +119,7 @@ public final class TestControl implements Control {
     public void close() {
         generation.incrementAndGet();
         timer.incrementAndGet();
+        pause(closing);
     }
 
     private static Map<String, String> with(Map<String, String> now, String name, String value) {
