@@ -18,6 +18,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds POLL{20};
+constexpr const char* NO_ANSWER = "(no answer yet)";
 constexpr milliseconds PATIENCE{20000};
 
 class CDriver
@@ -40,6 +41,9 @@ private:
     void expect(bool holds, const std::string& what) const;
     template <typename Condition>
     void waitFor(const std::string& what, Condition condition) const;
+    // The same without a line in the output.
+    template <typename Condition>
+    void await(const std::string& what, Condition condition) const;
     void ask(const std::string& request) const;
     std::string call(int operation, const std::string& name, const std::string& argument = "", bool lateBound = false) const;
     std::string text(int id) const;
@@ -141,12 +145,18 @@ void CDriver::expect(bool holds, const std::string& what) const
 template <typename Condition>
 void CDriver::waitFor(const std::string& what, Condition condition) const
 {
+    await(what, condition);
+    printStep(what);
+}
+
+template <typename Condition>
+void CDriver::await(const std::string& what, Condition condition) const
+{
     const auto end = std::chrono::steady_clock::now() + PATIENCE;
     while (!condition()) {
         expect(std::chrono::steady_clock::now() < end, "not seen in time: " + what);
         std::this_thread::sleep_for(POLL);
     }
-    printStep(what);
 }
 
 void CDriver::ask(const std::string& request) const
@@ -163,8 +173,10 @@ std::string CDriver::call(int operation, const std::string& name, const std::str
     SetDlgItemTextA(m_window, ID_NAME, name.c_str());
     SetDlgItemTextA(m_window, ID_ARGUMENT, argument.c_str());
     SendDlgItemMessageA(m_window, ID_LATE_BOUND, BM_SETCHECK, lateBound ? BST_CHECKED : BST_UNCHECKED, 0);
-    SetDlgItemTextA(m_window, ID_ANSWER, "");
-    SendDlgItemMessageA(m_window, ID_CALL, BM_CLICK, 0, 0);
+    SetDlgItemTextA(m_window, ID_ANSWER, NO_ANSWER);
+    // Posted, not sent: Windows refuses calls to other processes while a sent message is handled.
+    PostMessageA(GetDlgItem(m_window, ID_CALL), BM_CLICK, 0, 0);
+    await("the answer of " + name, [this] { return text(ID_ANSWER) != NO_ANSWER; });
     return text(ID_ANSWER);
 }
 
