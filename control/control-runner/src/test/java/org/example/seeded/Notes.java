@@ -1,7 +1,6 @@
 package org.example.seeded;
 
 import com.velmora.tq.kesta.control.Context;
-import com.velmora.tq.kesta.control.Control;
 import com.velmora.tq.kesta.control.State;
 import java.awt.BorderLayout;
 import java.awt.Color;
@@ -14,19 +13,13 @@ import javax.swing.JPanel;
 import javax.swing.JTextField;
 
 /** A control without mistakes that tells about itself. */
-public final class Notes implements Control {
+public final class Notes extends OwnNameControl {
     public static final Color GROUND = new Color(0x2E7D32);
     public static final AtomicInteger s_views = new AtomicInteger();
 
-    private Context context;
     private State<String> text;
     private final AtomicInteger renderings = new AtomicInteger();
     private volatile String closed = "";
-
-    @Override
-    public String name() {
-        return "Notes";
-    }
 
     @Override
     public String version() {
@@ -35,7 +28,7 @@ public final class Notes implements Control {
 
     @Override
     public void open(Context surroundings) {
-        context = surroundings;
+        super.open(surroundings);
         text = context.state("");
     }
 
@@ -50,6 +43,7 @@ public final class Notes implements Control {
         text.bind(field, now -> now, (old, now) -> now);
         text.render(now -> renderings.incrementAndGet());
         JButton button = new JButton("Say");
+        button.setMnemonic('S');
         button.addActionListener(event -> context.raise(text.get()));
         JCheckBox off = new JCheckBox("Always off");
         off.setEnabled(false);
@@ -71,7 +65,7 @@ public final class Notes implements Control {
             case "renderings":
                 return renderings.toString();
             default:
-                return Control.super.get(name);
+                return super.get(name);
         }
     }
 
@@ -84,7 +78,7 @@ public final class Notes implements Control {
             case "written only":
                 break;
             default:
-                Control.super.set(name, value);
+                super.set(name, value);
         }
     }
 
@@ -113,7 +107,7 @@ public final class Notes implements Control {
                 context.focusLeaves(argument.equals("forward"));
                 return argument;
             default:
-                return Control.super.call(name, argument);
+                return super.call(name, argument);
         }
     }
 

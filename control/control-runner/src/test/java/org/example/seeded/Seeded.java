@@ -1,7 +1,5 @@
 package org.example.seeded;
 
-import com.velmora.tq.kesta.control.Context;
-import com.velmora.tq.kesta.control.Control;
 import java.awt.Component;
 import java.awt.EventQueue;
 import java.lang.reflect.InvocationTargetException;
@@ -13,19 +11,8 @@ import javax.swing.JPanel;
 import javax.swing.Timer;
 
 /** Every mistake that the kit is to name, one method each. */
-public final class Seeded implements Control {
-    private Context context;
+public final class Seeded extends OwnNameControl {
     private final Object lock = new Object();
-
-    @Override
-    public String name() {
-        return "Seeded";
-    }
-
-    @Override
-    public void open(Context surroundings) {
-        context = surroundings;
-    }
 
     @Override
     public Component createView() {
@@ -38,7 +25,7 @@ public final class Seeded implements Control {
 
     @Override
     public String get(String name) {
-        return name.equals("nothing") ? null : Control.super.get(name);
+        return name.equals("nothing") ? null : super.get(name);
     }
 
     @Override
@@ -83,7 +70,7 @@ public final class Seeded implements Control {
                 sleep(Long.parseLong(argument));
                 break;
             default:
-                return Control.super.call(name, argument);
+                return super.call(name, argument);
         }
         return "done";
     }
@@ -97,63 +84,65 @@ public final class Seeded implements Control {
     }
 
     private void waitForALock() {
-        Thread holder = new Thread(() -> {
-            synchronized (lock) {
-                sleep(1800);
-    }
-}, "holder");
-holder.setDaemon(true);
-holder.start();
-sleep(200);
-synchronized (lock) {
-    context.log().fine("got it");
-}
-}
-
-/** Loads the listener's class once more, as a control with its own plug-in loader might. */
-private static void raiseThroughAForeignLoader(String text) {
-    ClassLoader own = Seeded.class.getClassLoader();
-    String name = "com.velmora.tq.kesta.KESTAListener";
-    URL home = own.getResource(name.replace('.', '/') + ".class");
-    try (URLClassLoader loader = new ListenerLoader(home, own)) {
-        Class<?> copy = Class.forName(name, true, loader);
-        copy.getMethod("customEvent", String.class).invoke(copy.getConstructor().newInstance(), text);
-    } catch (ReflectiveOperationException | java.io.IOException e) {
-        throw new IllegalStateException(e);
-    }
-}
-
-private static void sleep(long milliseconds) {
-    try {
-        Thread.sleep(milliseconds);
-    } catch (InterruptedException e) {
-        Thread.currentThread().interrupt();
-    }
-}
-
-/** Makes a class of its own from the listener's file. */
-private static final class ListenerLoader extends URLClassLoader {
-    private final URL file;
-
-    ListenerLoader(URL file, ClassLoader parent) {
-        super(new URL[0], parent);
-        this.file = file;
-    }
-
-    @Override
-    protected Class<?> loadClass(String name, boolean resolve) throws ClassNotFoundException {
-        if (!name.endsWith(".KESTAListener")) {
-            return super.loadClass(name, resolve);
+        Thread holder = new Thread(this::holdTheLock, "holder");
+        holder.setDaemon(true);
+        holder.start();
+        sleep(200);
+        synchronized (lock) {
+            context.log().fine("got it");
         }
-        try (java.io.InputStream in = file.openStream()) {
-            java.io.ByteArrayOutputStream bytes = new java.io.ByteArrayOutputStream();
-            for (int one = in.read(); one >= 0; one = in.read()) {
-                bytes.write(one);
+    }
+
+    private void holdTheLock() {
+        synchronized (lock) {
+            sleep(1800);
+        }
+    }
+
+    /** Loads the listener's class once more, as a control with its own plug-in loader might. */
+    private static void raiseThroughAForeignLoader(String text) {
+        ClassLoader own = Seeded.class.getClassLoader();
+        String name = "com.velmora.tq.kesta.KESTAListener";
+        URL home = own.getResource(name.replace('.', '/') + ".class");
+        try (URLClassLoader loader = new ListenerLoader(home, own)) {
+            Class<?> copy = Class.forName(name, true, loader);
+            copy.getMethod("customEvent", String.class).invoke(copy.getConstructor().newInstance(), text);
+        } catch (ReflectiveOperationException | java.io.IOException e) {
+            throw new IllegalStateException(e);
+        }
+    }
+
+    private static void sleep(long milliseconds) {
+        try {
+            Thread.sleep(milliseconds);
+        } catch (InterruptedException e) {
+            Thread.currentThread().interrupt();
+        }
+    }
+
+    /** Makes a class of its own from the listener's file. */
+    private static final class ListenerLoader extends URLClassLoader {
+        private final URL file;
+
+        ListenerLoader(URL file, ClassLoader parent) {
+            super(new URL[0], parent);
+            this.file = file;
+        }
+
+        @Override
+        protected Class<?> loadClass(String name, boolean resolve) throws ClassNotFoundException {
+            if (!name.endsWith(".KESTAListener")) {
+                return super.loadClass(name, resolve);
             }
-            return defineClass(name, bytes.toByteArray(), 0, bytes.size());
-        } catch (java.io.IOException e) {
-            throw new ClassNotFoundException(name, e);
+            try (java.io.InputStream in = file.openStream()) {
+                java.io.ByteArrayOutputStream bytes = new java.io.ByteArrayOutputStream();
+                for (int one = in.read(); one >= 0; one = in.read()) {
+                    bytes.write(one);
+                }
+                return defineClass(name, bytes.toByteArray(), 0, bytes.size());
+            } catch (java.io.IOException e) {
+                throw new ClassNotFoundException(name, e);
+            }
         }
     }
-}
 }
