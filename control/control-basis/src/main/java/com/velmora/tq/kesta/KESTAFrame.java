@@ -1,10 +1,10 @@
 package com.velmora.tq.kesta;
 
+import com.velmora.tq.kesta.basis.EventThread;
 import java.awt.BorderLayout;
 import java.awt.Color;
 import java.awt.Component;
 import java.awt.EventQueue;
-import java.lang.reflect.InvocationTargetException;
 import javax.swing.JFrame;
 import javax.swing.WindowConstants;
 
@@ -53,14 +53,7 @@ public final class KESTAFrame extends JFrame {
             onEventThread(() -> super.setVisible(visible));
             return;
         }
-        try {
-            EventQueue.invokeAndWait(() -> super.setVisible(true));
-        } catch (InterruptedException e) {
-            Thread.currentThread().interrupt();
-            throw new IllegalStateException("interrupted while the window was made", e);
-        } catch (InvocationTargetException e) {
-            throw new IllegalStateException("the window could not be made: " + e.getCause(), e.getCause());
-        }
+        EventThread.runNow("the window could not be made", () -> super.setVisible(true));
     }
 
     /** Enables or disables the control as well, so that it shows its state. */
@@ -74,10 +67,19 @@ public final class KESTAFrame extends JFrame {
         });
     }
 
-    /** Off at first, so that the window takes no focus away; the server switches it on with setUsedControl. */
+    /**
+     * Off at first, so that the window takes no focus away; the server switches it on with setUsedControl. Swing notes the
+     * mnemonics of what comes into a window, but only if that takes the focus, so what is there already comes in again.
+     */
     @Override
     public void setFocusableWindowState(boolean focusable) {
-        onEventThread(() -> super.setFocusableWindowState(focusable));
+        onEventThread(() -> {
+            boolean begins = focusable && !getFocusableWindowState();
+            super.setFocusableWindowState(focusable);
+            if (begins) {
+                putInAgain();
+            }
+        });
     }
 
     @Override
@@ -92,10 +94,8 @@ public final class KESTAFrame extends JFrame {
 
     @Override
     protected void validateTree() {
-        if (EventQueue.isDispatchThread()) {
+        if (EventThread.laysOutHere(this)) {
             super.validateTree();
-        } else {
-            EventQueue.invokeLater(this::validate);
         }
     }
 
@@ -109,11 +109,20 @@ public final class KESTAFrame extends JFrame {
         onEventThread(super::dispose);
     }
 
+    private void putInAgain() {
+        for (Component component : getContentPane().getComponents()) {
+            super.remove(component);
+            super.add(component);
+        }
+        super.validate();
+        repaint();
+    }
+
     private void onEventThread(Runnable work) {
-        if (EventQueue.isDispatchThread() || !isDisplayable()) {
-            work.run();
+        if (isDisplayable()) {
+            EventThread.runOrQueue(work);
         } else {
-            EventQueue.invokeLater(work);
+            work.run();
         }
     }
 }

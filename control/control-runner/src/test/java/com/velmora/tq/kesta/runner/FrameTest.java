@@ -2,6 +2,7 @@ package com.velmora.tq.kesta.runner;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.orvane.tech.client.qmrt.QMRTBridgeI;
@@ -12,19 +13,28 @@ import com.velmora.tq.kesta.KESTAListener;
 import java.awt.Container;
 import java.awt.Dimension;
 import java.awt.EventQueue;
+import java.awt.KeyboardFocusManager;
 import java.awt.Rectangle;
 import java.awt.Robot;
+import java.awt.event.InputEvent;
+import java.awt.event.KeyEvent;
+import java.util.ArrayList;
 import java.util.Collections;
 import java.util.List;
+import java.util.concurrent.BlockingQueue;
 import java.util.concurrent.CopyOnWriteArrayList;
 import java.util.concurrent.CountDownLatch;
+import java.util.concurrent.LinkedBlockingQueue;
 import java.util.concurrent.TimeUnit;
+import java.util.function.BooleanSupplier;
 import javax.swing.JPanel;
+import javax.swing.JTextField;
 import org.example.seeded.Notes;
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.extension.RegisterExtension;
 
 /** Frame and control as the server uses them, on a screen, with this thread as the server's. */
 @Tag("screen")
@@ -34,7 +44,11 @@ class FrameTest {
 
     private final List<String> ready = new CopyOnWriteArrayList<>();
     private final List<String> bridge = new CopyOnWriteArrayList<>();
+    private final BlockingQueue<String> events = new LinkedBlockingQueue<>();
     private final CountDownLatch firstReady = new CountDownLatch(1);
+    @RegisterExtension
+    final OtherThreads otherThreads = new OtherThreads();
+
     private KESTAFrame frame;
     private QMRTWinControl control;
     private QMRTBridgeI target;
@@ -56,6 +70,16 @@ class FrameTest {
         control.free();
         frame.dispose();
         settle();
+        assertEquals(Collections.emptyList(), new ArrayList<>(events));
+    }
+
+    @Test
+    void assertionInAnotherThreadFailsTheTest() throws Exception {
+        EventQueue.invokeLater(() -> assertEquals("one", "two"));
+        settle();
+        List<String> problems = otherThreads.take();
+        assertEquals(1, problems.size());
+        assertTrue(problems.get(0).contains("expected: <one> but was: <two>"), problems.get(0));
     }
 
     @Test
@@ -63,13 +87,30 @@ class FrameTest {
         frame.add(control);
         EventQueue.invokeAndWait(this::takeIntoSight);
         Robot robot = new Robot();
-        long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(WAIT_SECONDS);
-        int seen = 0;
-        while (seen != Notes.GROUND.getRGB() && System.nanoTime() < end) {
-            Thread.sleep(50);
-            seen = robot.getPixelColor(PLACE.x + 150, PLACE.y + 150).getRGB();
-        }
-        assertEquals(Integer.toHexString(Notes.GROUND.getRGB()), Integer.toHexString(seen));
+        waitUntil(() -> robot.getPixelColor(PLACE.x + 150, PLACE.y + 150).equals(Notes.GROUND));
+    }
+
+    /** In the server's order: the control comes into the frame before that may take the focus. */
+    @Test
+    void mouseKeysAndMnemonicsReachTheControl() throws Exception {
+        frame.add(control);
+        settle();
+        frame.setFocusableWindowState(true);
+        EventQueue.invokeAndWait(this::takeIntoSight);
+        Robot robot = new Robot();
+        robot.setAutoWaitForIdle(true);
+        robot.mouseMove(PLACE.x + 100, PLACE.y + 8);
+        robot.mousePress(InputEvent.BUTTON1_DOWN_MASK);
+        robot.mouseRelease(InputEvent.BUTTON1_DOWN_MASK);
+        waitUntil(() -> KeyboardFocusManager.getCurrentKeyboardFocusManager().getFocusOwner() instanceof JTextField);
+        robot.keyPress(KeyEvent.VK_A);
+        robot.keyRelease(KeyEvent.VK_A);
+        waitUntil(() -> control.getProperty("text").equals("a"));
+        robot.keyPress(KeyEvent.VK_ALT);
+        robot.keyPress(KeyEvent.VK_S);
+        robot.keyRelease(KeyEvent.VK_S);
+        robot.keyRelease(KeyEvent.VK_ALT);
+        assertEquals("a", events.poll(WAIT_SECONDS, TimeUnit.SECONDS));
     }
 
     @Test
@@ -166,12 +207,13 @@ class FrameTest {
         listener.setBridgeTarget(target);
         listener.testBridge("abcS", 2, 500);
         assertEquals(Collections.singletonList("abcSJBb after 500"), bridge);
-        IllegalStateException failure = org.junit.jupiter.api.Assertions.assertThrows(
-            IllegalStateException.class, () -> listener.testBridge("error-xS", 2, 0));
+        IllegalStateException failure = assertThrows(IllegalStateException.class, () -> listener.testBridge("error-xS", 2, 0));
         assertEquals("testBridge was asked to fail: error-xSJBb", failure.getMessage());
         // One hop only: the listener turns round by itself, and nothing reaches the control.
         listener.testBridge("abcS", 1, 0);
         assertEquals(2, bridge.size());
+        // Without a server no native method is there for it.
+        assertTrue(otherThreads.take().get(0).startsWith("the event \"abcSJ\" is lost"));
     }
 
     @SuppressWarnings("deprecation")
@@ -185,6 +227,14 @@ class FrameTest {
     private static void settle() throws Exception {
         for (int round = 0; round < 3; ++round) {
             EventQueue.invokeAndWait(() -> {});
+        }
+    }
+
+    private static void waitUntil(BooleanSupplier condition) throws InterruptedException {
+        long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(WAIT_SECONDS);
+        while (!condition.getAsBoolean()) {
+            assertTrue(System.nanoTime() < end, "it has not come true");
+            Thread.sleep(20);
         }
     }
 
@@ -225,7 +275,7 @@ class FrameTest {
 
         @Override
         public void customEvent(String text) {
-            throw new AssertionError("unexpected event " + text);
+            events.add(text);
         }
 
         @Override

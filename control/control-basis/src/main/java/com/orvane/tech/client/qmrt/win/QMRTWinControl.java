@@ -4,10 +4,10 @@ import com.orvane.tech.client.qmrt.QMRTBridgeI;
 import com.orvane.tech.client.qmrt.QMRTControlListenerI;
 import com.velmora.tq.kesta.basis.ControlHost;
 import com.velmora.tq.kesta.basis.ControlLog;
+import com.velmora.tq.kesta.basis.EventThread;
 import java.awt.BorderLayout;
 import java.awt.EventQueue;
 import java.awt.event.HierarchyEvent;
-import java.lang.reflect.InvocationTargetException;
 import java.util.List;
 import java.util.concurrent.CopyOnWriteArrayList;
 import javax.swing.JPanel;
@@ -44,7 +44,7 @@ public final class QMRTWinControl extends JPanel implements QMRTBridgeI {
         super(new BorderLayout());
         ControlLog.catchUncaught();
         host = new ControlHost(NAME, this, text -> listeners.forEach(listener -> listener.customEvent(text)));
-        onEventThreadNow(host.begin());
+        EventThread.runNow("the control could not be built", host.begin());
         addHierarchyListener(this::lookWhetherReady);
     }
 
@@ -138,16 +138,14 @@ public final class QMRTWinControl extends JPanel implements QMRTBridgeI {
 
     @Override
     protected void validateTree() {
-        if (EventQueue.isDispatchThread()) {
+        if (EventThread.laysOutHere(this)) {
             super.validateTree();
-        } else {
-            EventQueue.invokeLater(this::validate);
         }
     }
 
     @Override
     public void removeAll() {
-        onEventThread(super::removeAll);
+        EventThread.runOrQueue(super::removeAll);
     }
 
     /** Told once: when the control can be seen, and after the layout that is under way, so that no lock of AWT's is held. */
@@ -155,25 +153,6 @@ public final class QMRTWinControl extends JPanel implements QMRTBridgeI {
         if ((event.getChangeFlags() & HierarchyEvent.SHOWING_CHANGED) != 0 && isShowing() && !isReady) {
             isReady = true;
             EventQueue.invokeLater(() -> listeners.forEach(listener -> listener.controlReady(NAME + " " + VERSION)));
-        }
-    }
-
-    private static void onEventThread(Runnable work) {
-        if (EventQueue.isDispatchThread()) {
-            work.run();
-        } else {
-            EventQueue.invokeLater(work);
-        }
-    }
-
-    private static void onEventThreadNow(Runnable work) {
-        try {
-            EventQueue.invokeAndWait(work);
-        } catch (InterruptedException e) {
-            Thread.currentThread().interrupt();
-            throw new IllegalStateException("interrupted while the control was built", e);
-        } catch (InvocationTargetException e) {
-            throw new IllegalStateException("the control could not be built: " + e.getCause(), e.getCause());
         }
     }
 }
