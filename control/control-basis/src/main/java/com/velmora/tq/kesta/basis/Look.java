@@ -1,8 +1,8 @@
 package com.velmora.tq.kesta.basis;
 
+import java.awt.Color;
 import java.awt.Component;
 import java.awt.Font;
-import java.awt.Insets;
 import java.awt.Toolkit;
 import javax.swing.BorderFactory;
 import javax.swing.JTextArea;
@@ -17,10 +17,10 @@ import javax.swing.plaf.metal.MetalLookAndFeel;
 import javax.swing.text.StyleContext;
 
 /**
- * How controls look: Swing's own cross-platform look in calm colours (texts at 7:1 and more, edges and focus at 3:1 and more on
- * their grounds) and in the system's font, with the logical one's fallback for every script. With Windows' high contrast on,
- * Windows' look and colours. A look-and-feel library costs half a second of processor time more at every start, which every
- * object of a client would pay. All on the event thread; a control may set another look while it makes its view.
+ * How controls look: Swing's own cross-platform look in calm colours (texts at 7:1 and more; edges, focus and selections at 3:1
+ * and more on their grounds) and in the system's font, with the logical one's fallback for every script. With Windows' high
+ * contrast on, Windows' look and colours. A look-and-feel library costs half a second of processor time more at every start,
+ * which every object of a client would pay. All on the event thread; a control may set another look while it makes its view.
  */
 final class Look {
     private static final int FONT_SIZE = 12;
@@ -29,8 +29,14 @@ final class Look {
     }
 
     static void install(ControlLog log) {
+        install(log, Boolean.TRUE.equals(Toolkit.getDefaultToolkit().getDesktopProperty("win.highContrast.on")));
+    }
+
+    static void install(ControlLog log, boolean highContrast) {
         try {
-            if (Boolean.TRUE.equals(Toolkit.getDefaultToolkit().getDesktopProperty("win.highContrast.on"))) {
+            if (highContrast) {
+                // The system's colours alone: a theme's pictures do not always follow them.
+                System.setProperty("swing.noxp", "true");
                 UIManager.setLookAndFeel(UIManager.getSystemLookAndFeelClassName());
                 return;
             }
@@ -54,26 +60,38 @@ final class Look {
     }
 
     private static void refine() {
-        ColorUIResource edge = Calm.EDGE;
-        BorderUIResource box = new BorderUIResource(BorderFactory.createCompoundBorder(
-            BorderFactory.createLineBorder(edge), BorderFactory.createEmptyBorder(4, 6, 4, 6)));
         for (String name : new String[] {"TextField", "FormattedTextField", "PasswordField"}) {
-            UIManager.put(name + ".border", box);
+            UIManager.put(name + ".border", lined(Calm.EDGE, 0, 4, 6));
         }
-        UIManager.put("ScrollPane.border", new BorderUIResource(BorderFactory.createLineBorder(edge)));
-        UIManager.put("Table.scrollPaneBorder", new BorderUIResource(BorderFactory.createLineBorder(edge)));
+        for (String name : new String[] {"List", "Table"}) {
+            UIManager.put(name + ".cellNoFocusBorder", new BorderUIResource(BorderFactory.createEmptyBorder(3, 7, 3, 7)));
+            UIManager.put(name + ".focusCellHighlightBorder", lined(Calm.ACCENT, 0, 2, 6));
+            UIManager.put(name + ".focusSelectedCellHighlightBorder", lined(Calm.PAPER, 1, 1, 5));
+        }
+        UIManager.put("ScrollPane.border", lined(Calm.EDGE, 0, 0, 0));
+        UIManager.put("Table.scrollPaneBorder", lined(Calm.EDGE, 0, 0, 0));
         UIManager.put("Table.gridColor", new ColorUIResource(0xE3E8EE));
+        UIManager.put("ComboBox.selectionBackground", Calm.ACCENT);
+        UIManager.put("ComboBox.selectionForeground", Calm.PAPER);
         UIManager.put("Button.gradient", null);
         UIManager.put("Button.margin", new InsetsUIResource(5, 14, 5, 14));
-        UIManager.put("List.cellMargins", new Insets(2, 6, 2, 6));
         UIManager.put("ScrollBar.gradient", null);
+    }
+
+    /** A line with room on its outside and inside. */
+    private static BorderUIResource lined(Color line, int outside, int vertical, int horizontal) {
+        return new BorderUIResource(BorderFactory.createCompoundBorder(
+            BorderFactory.createEmptyBorder(outside, outside, outside, outside),
+            BorderFactory.createCompoundBorder(BorderFactory.createLineBorder(line),
+                                               BorderFactory.createEmptyBorder(vertical, horizontal, vertical, horizontal))));
     }
 
     private static final class Calm extends DefaultMetalTheme {
         static final ColorUIResource EDGE = new ColorUIResource(0x6B7785);
+        static final ColorUIResource ACCENT = new ColorUIResource(0x2563B8);
+        static final ColorUIResource PAPER = new ColorUIResource(0xFFFFFF);
 
         private static final ColorUIResource TEXT = new ColorUIResource(0x1F2A37);
-        private static final ColorUIResource ACCENT = new ColorUIResource(0x2563B8);
         private static final ColorUIResource PRESSED = new ColorUIResource(0xBFD3EE);
         private static final ColorUIResource SELECTION = new ColorUIResource(0xDCE8F8);
         private static final ColorUIResource GROUND = new ColorUIResource(0xF3F5F8);
@@ -133,6 +151,26 @@ final class Look {
         @Override
         public ColorUIResource getFocusColor() {
             return ACCENT;
+        }
+
+        @Override
+        public ColorUIResource getTextHighlightColor() {
+            return ACCENT;
+        }
+
+        @Override
+        public ColorUIResource getHighlightedTextColor() {
+            return PAPER;
+        }
+
+        @Override
+        public ColorUIResource getMenuSelectedBackground() {
+            return ACCENT;
+        }
+
+        @Override
+        public ColorUIResource getMenuSelectedForeground() {
+            return PAPER;
         }
 
         @Override
