@@ -7,7 +7,6 @@ import com.velmora.tq.kesta.KESTAFrame;
 import com.velmora.tq.kesta.basis.CallWatch;
 import com.velmora.tq.kesta.basis.ControlLog;
 import com.velmora.tq.kesta.control.Texts;
-import java.awt.BorderLayout;
 import java.awt.Component;
 import java.awt.Container;
 import java.awt.Dialog;
@@ -36,7 +35,6 @@ import java.util.function.Consumer;
 import javax.imageio.ImageIO;
 import javax.swing.AbstractButton;
 import javax.swing.JLabel;
-import javax.swing.JPanel;
 import javax.swing.text.JTextComponent;
 
 /**
@@ -203,7 +201,8 @@ public final class Runner implements AutoCloseable {
         onEventThread(() -> {
             layOut(control);
             Graphics2D graphics = picture.createGraphics();
-            control.printAll(graphics);
+            // Not printAll: what is printed lacks a table's selection.
+            control.paint(graphics);
             graphics.dispose();
         });
         return picture;
@@ -447,57 +446,6 @@ public final class Runner implements AutoCloseable {
                                                           : null;
         return name.equals(text) || name.equals(component.getName()) ||
             name.equals(component.getAccessibleContext().getAccessibleName());
-    }
-
-    /**
-     * In place of the frame where there is no display: a container that thinks it can be seen while the control comes into it.
-     * Longer than that Java itself would look for its window.
-     */
-    private static final class Stage extends JPanel {
-        private static final long serialVersionUID = 1L;
-
-        private boolean isShowing;
-
-        Stage() {
-            super(new BorderLayout());
-            addNotify();
-        }
-
-        @Override
-        public boolean isShowing() {
-            return isShowing;
-        }
-
-        /** As the frame does. */
-        @Override
-        public Component add(Component component) {
-            EventQueue.invokeLater(() -> {
-                isShowing = true;
-                super.add(component);
-                isShowing = false;
-            });
-            return component;
-        }
-
-        @Override
-        public void remove(Component component) {
-            EventQueue.invokeLater(() -> super.remove(component));
-        }
-
-        @Override
-        public void setEnabled(boolean enabled) {
-            EventQueue.invokeLater(() -> {
-                super.setEnabled(enabled);
-                for (Component component : getComponents()) {
-                    component.setEnabled(enabled);
-                }
-            });
-        }
-
-        @Override
-        public void validate() {
-            // Without a display there is nothing to validate for; the runner lays out itself.
-        }
     }
 
     /** The listener's place: keeps what would go to the server's natives. */

@@ -11,13 +11,11 @@ import com.orvane.tech.client.qmrt.QMRTControlListenerI;
 import com.orvane.tech.client.qmrt.win.QMRTWinControl;
 import com.velmora.tq.kesta.KESTAFrame;
 import com.velmora.tq.kesta.KESTAListener;
-import com.velmora.tq.kesta.basis.ControlLog;
+import java.awt.BorderLayout;
 import java.awt.Component;
 import java.awt.Container;
 import java.awt.EventQueue;
 import java.awt.image.BufferedImage;
-import java.io.DataInputStream;
-import java.io.InputStream;
 import java.lang.invoke.MethodType;
 import java.lang.reflect.Method;
 import java.lang.reflect.Modifier;
@@ -26,17 +24,22 @@ import java.util.HashSet;
 import java.util.concurrent.CountDownLatch;
 import javax.swing.JButton;
 import javax.swing.JCheckBox;
+import javax.swing.JTable;
 import javax.swing.JTextArea;
 import javax.swing.JTextField;
 import org.example.seeded.Notes;
 import org.junit.jupiter.api.Tag;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.extension.RegisterExtension;
 
 /** The way between the server and a control. */
 @RunControl("Notes")
 class AdapterTest {
     private static final String TEXT = "Ljava/lang/String;";
     private static final String LISTENER = "Lcom/orvane/tech/client/qmrt/QMRTControlListenerI;";
+
+    @RegisterExtension
+    final OtherThreads otherThreads = new OtherThreads();
 
     @Test
     void serverFindsEveryMethod() throws Exception {
@@ -59,18 +62,6 @@ class AdapterTest {
         // The server calls the frame's validate on the control, which is sound only for one that both inherit.
         assertEquals(Container.class, KESTAFrame.class.getMethod("validate").getDeclaringClass());
         assertEquals(Container.class, QMRTWinControl.class.getMethod("validate").getDeclaringClass());
-    }
-
-    @Test
-    void classFilesAreForJava8() throws Exception {
-        for (Class<?> type : Arrays.asList(QMRTWinControl.class, KESTAFrame.class, ControlLog.class, Runner.class)) {
-            try (InputStream file = type.getResourceAsStream(type.getSimpleName() + ".class");
-                 DataInputStream in = new DataInputStream(file)) {
-                in.readInt();
-                in.readUnsignedShort();
-                assertEquals(52, in.readUnsignedShort(), type.getName());
-            }
-        }
     }
 
     @Test
@@ -152,6 +143,7 @@ class AdapterTest {
         assertTrue(runner.find(JTextArea.class, "What is missing").getText().startsWith(text));
         assertTrue(runner.problems().get(0).startsWith(text));
         runner.close();
+        assertEquals(1, otherThreads.take().size());
     }
 
     @Test
@@ -237,6 +229,18 @@ class AdapterTest {
     void pictureShowsTheControl(Runner control) {
         BufferedImage picture = control.picture();
         assertEquals(Notes.GROUND.getRGB(), picture.getRGB(200, 200));
+    }
+
+    @Test
+    void pictureShowsWhatIsSelected(Runner control) {
+        JTextField field = control.find(JTextField.class, "text");
+        JTable table = new JTable(1, 1);
+        control.onEventThread(() -> {
+            field.getParent().add(table, BorderLayout.WEST);
+            table.setRowSelectionInterval(0, 0);
+        });
+        BufferedImage picture = control.picture();
+        assertEquals(table.getSelectionBackground().getRGB(), picture.getRGB(3, table.getY() + 3));
     }
 
     @Test
