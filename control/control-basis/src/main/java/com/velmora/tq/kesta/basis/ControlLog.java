@@ -33,7 +33,8 @@ public final class ControlLog implements Log {
     private volatile int level = Integer.getInteger("com.orvane.qmrt.loglevel", WARN);
     private long count;
 
-    private ControlLog() {
+    /** As the settings say at this moment. */
+    ControlLog() {
     }
 
     public static ControlLog get() {

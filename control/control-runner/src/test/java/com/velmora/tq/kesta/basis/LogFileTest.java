@@ -37,7 +37,7 @@ class LogFileTest {
             assertTrue(folder.resolve(name).toFile().delete(), name);
         }
         assertTrue(folder.toFile().delete());
-        for (String name : new String[] {"logpath", "splitlogfilesize", "oldlogfileage"}) {
+        for (String name : new String[] {"logpath", "splitlogfilesize", "oldlogfileage", "loglevel"}) {
             System.clearProperty(SETTINGS + name);
         }
     }
@@ -54,6 +54,23 @@ class LogFileTest {
                                         + "     0    \\[.*\\] Troms\u00f8"),
                    lines.get(0));
         assertEquals("\tat a.B.c(B.java:1)", lines.get(2));
+    }
+
+    @Test
+    void levelSaysWhatIsWritten() throws IOException {
+        file(folder.toString(), "10", "1000");
+        System.setProperty(SETTINGS + "loglevel", "1");
+        ControlLog log = new ControlLog();
+        log.error("an error", (Throwable) null);
+        log.warn("a warning");
+        log.traffic("a call");
+        log.setLevel(ControlLog.INFO);
+        log.info("an information");
+        log.fine("a fine line");
+        List<String> lines = Files.readAllLines(folder.resolve(names()[0]), StandardCharsets.UTF_8);
+        assertEquals(2, lines.size(), lines.toString());
+        assertTrue(lines.get(0).endsWith(" an error"), lines.get(0));
+        assertTrue(lines.get(1).endsWith(" an information"), lines.get(1));
     }
 
     @Test
