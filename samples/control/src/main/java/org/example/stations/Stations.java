@@ -6,8 +6,8 @@ import com.velmora.tq.kesta.control.State;
 import com.velmora.tq.kesta.control.Texts;
 import java.awt.BorderLayout;
 import java.awt.Component;
+import java.awt.KeyboardFocusManager;
 import java.util.List;
-import java.util.Map;
 import java.util.TreeMap;
 import java.util.stream.Collectors;
 import javax.swing.BorderFactory;
@@ -17,13 +17,10 @@ import javax.swing.JPanel;
 import javax.swing.JScrollPane;
 import javax.swing.JTable;
 import javax.swing.JTextField;
-import javax.swing.ListSelectionModel;
 import javax.swing.table.DefaultTableModel;
 
 /** A table of stations and their values, a text field, and a button that tells the client about both. */
 public final class Stations implements Control {
-    private static final int GAP = 10;
-
     private Context context;
     private State<Sheet> sheet;
 
@@ -43,10 +40,11 @@ public final class Stations implements Control {
         JLabel title = new JLabel(" ");
         DefaultTableModel rows = new DefaultTableModel(new Object[] {"Station", "Value"}, 0);
         JTable table = new JTable(rows);
-        table.setSelectionMode(ListSelectionModel.SINGLE_SELECTION);
         table.setDefaultEditor(Object.class, null);
         table.setFillsViewportHeight(true);
-        table.setRowHeight(table.getRowHeight() + GAP);
+        table.setRowHeight(table.getRowHeight() + 10);
+        table.setFocusTraversalKeys(KeyboardFocusManager.FORWARD_TRAVERSAL_KEYS, null); // Tab leaves it
+        table.setFocusTraversalKeys(KeyboardFocusManager.BACKWARD_TRAVERSAL_KEYS, null);
         table.getAccessibleContext().setAccessibleName("Stations");
         sheet.render(now -> {
             title.setText(now.title + " ");
@@ -62,14 +60,15 @@ public final class Stations implements Control {
         label.setLabelFor(field);
         JButton button = new JButton("Send event");
         button.setMnemonic('S');
+        button.setToolTipText("Sends the remark to the program around this control");
         button.addActionListener(event -> context.raise("button: " + sheet.get().text));
 
-        JPanel input = new JPanel(new BorderLayout(GAP, 0));
+        JPanel input = new JPanel(new BorderLayout(10, 0));
         input.add(label, BorderLayout.WEST);
         input.add(field, BorderLayout.CENTER);
         input.add(button, BorderLayout.EAST);
-        JPanel view = new JPanel(new BorderLayout(GAP, GAP));
-        view.setBorder(BorderFactory.createEmptyBorder(GAP, GAP, GAP, GAP));
+        JPanel view = new JPanel(new BorderLayout(10, 10));
+        view.setBorder(BorderFactory.createEmptyBorder(10, 10, 10, 10));
         view.add(title, BorderLayout.NORTH);
         view.add(new JScrollPane(table), BorderLayout.CENTER);
         view.add(input, BorderLayout.SOUTH);
@@ -85,7 +84,7 @@ public final class Stations implements Control {
             case "text":
                 return now.text;
             case "rows":
-                return Texts.joinRows(now.rows());
+                return Texts.joinRows(now.values.keySet().stream().map(now::row).collect(Collectors.toList()));
             case "rowCount":
                 return Integer.toString(now.values.size());
             default:
@@ -95,18 +94,14 @@ public final class Stations implements Control {
 
     @Override
     public void set(String name, String value) {
-        switch (name) {
-            case "title":
-                sheet.update(now -> new Sheet(value, now.text, now.values));
-                break;
-            case "text":
-                sheet.update(now -> now.withText(value));
-                break;
-            case "rows":
-                sheet.update(now -> now.withRows(Texts.splitRows(value)));
-                break;
-            default:
-                Control.super.set(name, value);
+        if (name.equals("title")) {
+            sheet.update(now -> new Sheet(value, now.text, now.values));
+        } else if (name.equals("text")) {
+            sheet.update(now -> now.withText(value));
+        } else if (name.equals("rows")) {
+            sheet.update(now -> now.withRows(Texts.splitRows(value)));
+        } else {
+            Control.super.set(name, value);
         }
     }
 
@@ -138,9 +133,9 @@ public final class Stations implements Control {
     private static final class Sheet {
         final String title;
         final String text;
-        final Map<String, Double> values;
+        final TreeMap<String, Double> values;
 
-        Sheet(String title, String text, Map<String, Double> values) {
+        Sheet(String title, String text, TreeMap<String, Double> values) {
             this.title = title;
             this.text = text;
             this.values = values;
@@ -155,7 +150,7 @@ public final class Stations implements Control {
             if (fields.size() != 2) {
                 throw new IllegalArgumentException("a row is name;number, not: " + row);
             }
-            Map<String, Double> more = new TreeMap<>(values);
+            TreeMap<String, Double> more = new TreeMap<>(values);
             more.put(fields.get(0), Double.valueOf(fields.get(1)));
             return new Sheet(title, text, more);
         }
@@ -168,8 +163,8 @@ public final class Stations implements Control {
             return filled;
         }
 
-        List<String> rows() {
-            return values.keySet().stream().map(key -> Texts.join(key, number(values.get(key)))).collect(Collectors.toList());
+        String row(String station) {
+            return Texts.join(station, number(values.get(station)));
         }
     }
 }

@@ -2,10 +2,12 @@ package org.example.stations;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import com.velmora.tq.kesta.runner.RunControl;
 import com.velmora.tq.kesta.runner.Runner;
 import javax.swing.JTable;
+import javax.swing.KeyStroke;
 import org.junit.jupiter.api.Test;
 
 @RunControl
@@ -14,9 +16,12 @@ class StationsTest {
     void rowsComeBackAsTheyWereSet(Runner control) {
         String rows = "Alta;412|Troms\u00f8\\u003B north;3.5";
         assertEquals(rows, control.set("rows", rows));
-        assertEquals("2", control.get("rowCount"));
-        control.onEventThread(() -> {});
         assertEquals("Troms\u00f8; north", control.find(JTable.class, "Stations").getValueAt(1, 0));
+    }
+
+    @Test
+    void tabLeavesTheTable(Runner control) {
+        assertTrue(control.find(JTable.class, "Stations").getFocusTraversalKeys(0).contains(KeyStroke.getKeyStroke("TAB")));
     }
 
     @Test

@@ -40,6 +40,7 @@ public final class ${control} implements Control {
         label.setLabelFor(list);
         JButton button = new JButton("Choose");
         button.setMnemonic('C');
+        button.setToolTipText("Tells the program which line is chosen");
         button.addActionListener(event -> context.raise(Texts.join("chosen", list.getSelectedIndex())));
 
         JPanel view = new JPanel(new BorderLayout(10, 10));
