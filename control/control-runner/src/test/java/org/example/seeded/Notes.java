@@ -16,10 +16,10 @@ import javax.swing.JTextField;
 public final class Notes extends OwnNameControl {
     public static final Color GROUND = new Color(0x2E7D32);
     public static final AtomicInteger s_views = new AtomicInteger();
+    public static final AtomicInteger s_closes = new AtomicInteger();
 
     private State<String> text;
     private final AtomicInteger renderings = new AtomicInteger();
-    private volatile String closed = "";
 
     @Override
     public String version() {
@@ -113,8 +113,7 @@ public final class Notes extends OwnNameControl {
 
     @Override
     public void close() {
-        closed += "closed";
-        context.log().info("Notes " + closed);
+        s_closes.incrementAndGet();
     }
 
     /** So that two events do not become due at one tick. */

@@ -21,6 +21,7 @@ import java.lang.reflect.Method;
 import java.lang.reflect.Modifier;
 import java.util.Arrays;
 import java.util.HashSet;
+import java.util.List;
 import java.util.concurrent.CountDownLatch;
 import javax.swing.JButton;
 import javax.swing.JCheckBox;
@@ -131,8 +132,30 @@ class AdapterTest {
         assertEquals("1.0.0", control.updateVersion("2.0.0"));
         assertEquals("ORVANEControl 1.0.0", control.getBasisControlVersionInfo());
         assertEquals("2", control.setLogLevel(2));
+        control.free();
+    }
+
+    @Test
+    void freeClosesTheControlOnce() {
+        QMRTWinControl control = new QMRTWinControl();
+        control.setUsedControl("Notes", "");
+        Notes.s_closes.set(0);
         assertEquals("freed", control.free());
         assertEquals("freed", control.free());
+        assertEquals(1, Notes.s_closes.get());
+    }
+
+    @Test
+    void longCallIsLoggedOnceWithItsPlace() {
+        QMRTWinControl control = new QMRTWinControl();
+        control.setUsedControl("Seeded", "");
+        assertEquals("done", control.callMethod("busy", "8000"));
+        control.free();
+        List<String> lines = otherThreads.take();
+        assertEquals(1, lines.size(), lines.toString());
+        assertTrue(
+            lines.get(0).matches("callMethod\\(busy, 8000\\) has not returned for 5 s: it is busy at .*Seeded\\.java:\\d+\\)"),
+            lines.get(0));
     }
 
     @Test

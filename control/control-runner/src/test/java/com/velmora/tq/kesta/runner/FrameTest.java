@@ -10,12 +10,14 @@ import com.orvane.tech.client.qmrt.QMRTControlListenerI;
 import com.orvane.tech.client.qmrt.win.QMRTWinControl;
 import com.velmora.tq.kesta.KESTAFrame;
 import com.velmora.tq.kesta.KESTAListener;
+import java.awt.Component;
 import java.awt.Container;
 import java.awt.Dimension;
 import java.awt.EventQueue;
 import java.awt.KeyboardFocusManager;
 import java.awt.Rectangle;
 import java.awt.Robot;
+import java.awt.Window;
 import java.awt.event.InputEvent;
 import java.awt.event.KeyEvent;
 import java.util.ArrayList;
@@ -26,8 +28,13 @@ import java.util.concurrent.CopyOnWriteArrayList;
 import java.util.concurrent.CountDownLatch;
 import java.util.concurrent.LinkedBlockingQueue;
 import java.util.concurrent.TimeUnit;
+import java.util.concurrent.locks.LockSupport;
 import java.util.function.BooleanSupplier;
+import javax.swing.JButton;
+import javax.swing.JFrame;
 import javax.swing.JPanel;
+import javax.swing.JScrollPane;
+import javax.swing.JTextArea;
 import javax.swing.JTextField;
 import org.example.seeded.Notes;
 import org.junit.jupiter.api.AfterEach;
@@ -93,24 +100,43 @@ class FrameTest {
     /** In the server's order: the control comes into the frame before that may take the focus. */
     @Test
     void mouseKeysAndMnemonicsReachTheControl() throws Exception {
-        frame.add(control);
-        settle();
-        frame.setFocusableWindowState(true);
-        EventQueue.invokeAndWait(this::takeIntoSight);
-        Robot robot = new Robot();
-        robot.setAutoWaitForIdle(true);
-        robot.mouseMove(PLACE.x + 100, PLACE.y + 8);
-        robot.mousePress(InputEvent.BUTTON1_DOWN_MASK);
-        robot.mouseRelease(InputEvent.BUTTON1_DOWN_MASK);
-        waitUntil(() -> KeyboardFocusManager.getCurrentKeyboardFocusManager().getFocusOwner() instanceof JTextField);
-        robot.keyPress(KeyEvent.VK_A);
-        robot.keyRelease(KeyEvent.VK_A);
+        Robot robot = clickIntoTheField();
+        press(robot, KeyEvent.VK_A);
         waitUntil(() -> control.getProperty("text").equals("a"));
-        robot.keyPress(KeyEvent.VK_ALT);
-        robot.keyPress(KeyEvent.VK_S);
-        robot.keyRelease(KeyEvent.VK_S);
-        robot.keyRelease(KeyEvent.VK_ALT);
+        press(robot, KeyEvent.VK_ALT, KeyEvent.VK_S);
         assertEquals("a", events.poll(WAIT_SECONDS, TimeUnit.SECONDS));
+    }
+
+    @Test
+    void focusComesInAtTheEndThatTheClientNames() throws Exception {
+        clickIntoTheField();
+        assertEquals("backward", control.callMethod("kesta:focusEnters", "backward"));
+        waitUntil(() -> focusOwner() instanceof JButton);
+        assertEquals("forward", control.callMethod("kesta:focusEnters", "forward"));
+        waitUntil(() -> focusOwner() instanceof JTextField);
+    }
+
+    @Test
+    void tabGoesRoundAndTellsTheClient() throws Exception {
+        Robot robot = clickIntoTheField();
+        press(robot, KeyEvent.VK_TAB);
+        waitUntil(() -> focusOwner() instanceof JButton);
+        assertTrue(events.isEmpty());
+        press(robot, KeyEvent.VK_TAB);
+        waitUntil(() -> focusOwner() instanceof JTextField);
+        assertEquals("kesta:focusLeaves forward", events.poll(WAIT_SECONDS, TimeUnit.SECONDS));
+        press(robot, KeyEvent.VK_SHIFT, KeyEvent.VK_TAB);
+        waitUntil(() -> focusOwner() instanceof JButton);
+        assertEquals("kesta:focusLeaves backward", events.poll(WAIT_SECONDS, TimeUnit.SECONDS));
+    }
+
+    @Test
+    void debugConsoleShowsCallsAndEvents() {
+        control.callMethod("raise", "seen in the console");
+        assertEquals("seen in the console", events.poll());
+        control.displayDebugConsole();
+        waitUntil(() -> consoleText().contains("callMethod(raise, seen in the console)"));
+        assertTrue(consoleText().contains("event seen in the console"), consoleText());
     }
 
     @Test
@@ -223,6 +249,44 @@ class FrameTest {
         frame.toFront();
     }
 
+    private Robot clickIntoTheField() throws Exception {
+        frame.add(control);
+        settle();
+        frame.setFocusableWindowState(true);
+        EventQueue.invokeAndWait(this::takeIntoSight);
+        Robot robot = new Robot();
+        robot.setAutoWaitForIdle(true);
+        robot.mouseMove(PLACE.x + 100, PLACE.y + 8);
+        robot.mousePress(InputEvent.BUTTON1_DOWN_MASK);
+        robot.mouseRelease(InputEvent.BUTTON1_DOWN_MASK);
+        waitUntil(() -> focusOwner() instanceof JTextField);
+        return robot;
+    }
+
+    private static void press(Robot robot, int... keys) {
+        for (int key : keys) {
+            robot.keyPress(key);
+        }
+        for (int index = keys.length - 1; index >= 0; --index) {
+            robot.keyRelease(keys[index]);
+        }
+    }
+
+    private static Component focusOwner() {
+        return KeyboardFocusManager.getCurrentKeyboardFocusManager().getFocusOwner();
+    }
+
+    private static String consoleText() {
+        StringBuilder text = new StringBuilder();
+        for (Window window : Window.getWindows()) {
+            if (window instanceof JFrame && window.isShowing() && ((JFrame) window).getTitle().endsWith("debug console")) {
+                JScrollPane pane = (JScrollPane) ((JFrame) window).getContentPane().getComponent(0);
+                text.append(((JTextArea) pane.getViewport().getView()).getText());
+            }
+        }
+        return text.toString();
+    }
+
     /** Until the event thread has done all that was waiting. */
     private static void settle() throws Exception {
         for (int round = 0; round < 3; ++round) {
@@ -230,11 +294,11 @@ class FrameTest {
         }
     }
 
-    private static void waitUntil(BooleanSupplier condition) throws InterruptedException {
+    private static void waitUntil(BooleanSupplier condition) {
         long end = System.nanoTime() + TimeUnit.SECONDS.toNanos(WAIT_SECONDS);
         while (!condition.getAsBoolean()) {
             assertTrue(System.nanoTime() < end, "it has not come true");
-            Thread.sleep(20);
+            LockSupport.parkNanos(TimeUnit.MILLISECONDS.toNanos(20));
         }
     }
 

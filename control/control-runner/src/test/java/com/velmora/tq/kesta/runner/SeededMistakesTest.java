@@ -144,7 +144,7 @@ class SeededMistakesTest {
         expectLine(pattern, problems.get(0));
     }
 
-    /** For what another thread does at a time of its own. */
+    /** For what another thread does at a time of its own. The stack comes with it. */
     private void expectSoon(String pattern) throws InterruptedException {
         List<String> problems = runner.problems();
         for (int tries = 0; problems.isEmpty() && tries < 500; ++tries) {
@@ -153,6 +153,7 @@ class SeededMistakesTest {
         }
         assertEquals(1, problems.size(), problems.toString());
         expectLine(pattern, problems.get(0));
+        assertTrue(problems.get(0).contains("\tat org.example.seeded.Seeded"), problems.get(0));
     }
 
     private static void expectLine(String pattern, String problem) {
