@@ -215,6 +215,10 @@ public final class ControlHost {
         try {
             String answer = call.call();
             return answer == null ? null : Texts.encode(answer);
+        } catch (LinkageError problem) {
+            // The jar's mistake, and no answer.
+            log.error(what + " failed: " + FoundControls.missing(problem), problem);
+            throw problem;
         } catch (RuntimeException | Error problem) {
             log.answered(what + " failed: " + FoundControls.missing(problem), problem);
             throw problem;

@@ -61,7 +61,7 @@ public final class Steps {
                 default:
                     throw new IllegalArgumentException("no such step: " + step);
             }
-        } catch (AssertionError | RuntimeException problem) {
+        } catch (AssertionError | RuntimeException | LinkageError problem) {
             tell(Arrays.asList(step + ": " + problem));
         }
     }
