@@ -47,7 +47,7 @@ std::string render(const fixtures::LogLine& line)
         return line.body;
     }
     const std::string source = line.source.substr(0, line.source.find_last_not_of(' ') + 1);
-    const bool isEntry = line.body.find_first_not_of(' ') == line.body.find("-> ");
+    const bool isEntry = line.marker() == "-> ";
     std::string text = line.text();
     std::string owner = source + ": ";
     if (source == "JavaManagerJNIClient") {
@@ -90,7 +90,37 @@ std::string setterTranscript(const std::string& object, const std::string& opera
            ", " + method + ", " + (value ? "true" : "false") + ")\n{checked}\n";
 }
 
-Strings captureCalls(const std::string& exceptionClass, const std::string& message)
+std::string forwardedTranscript(const std::string& object, const std::string& className, const std::string& method,
+                                const std::string& parameters, const std::string& check, bool hasAnswer)
+{
+    std::string scope;
+    std::string passed;
+    std::string signature;
+    std::string conversions;
+    std::string deletions;
+    for (const char parameter : parameters) {
+        const std::string text = parameter == 'I' ? "42" : conversions.empty() ? "first" : "second";
+        scope += (scope.empty() ? "" : ", ") + text;
+        passed += ", " + (parameter == 'I' ? text : "\"" + text + "\"");
+        signature += parameter == 'I' ? "I" : "Ljava/lang/String;";
+        if (parameter == 'S') {
+            conversions += "FINE -> JNIHelper: bstrToJavaString\nNewStringUTF(" + text + ")\n";
+            deletions += "DeleteLocalRef(\"" + text + "\")\n";
+        }
+    }
+    const std::string result = hasAnswer ? "Ljava/lang/String;" : "V";
+    const std::string answer = "\"answer of " + method + "\"";
+    return "FINE -> " + method + (scope.empty() ? "" : " ") + scope + "\nGetMethodID(class " + className + ", " + method + ", (" +
+           signature + ")" + result + ")\nTRACE " + check + ": true\n" + conversions +
+           (hasAnswer ? "CallObjectMethod(global " : "CallVoidMethod(global ") + object + ", " + method + passed +
+           ")\n{checked}\n" + deletions +
+           (hasAnswer ? "FINE -> JNIHelper: javaStringToBstr\nTRACE JNIHelper: result!=NULL: true\nTRACE JNIHelper: env!=NULL: "
+                        "true\nGetStringUTFChars(" +
+                            answer + ")\nReleaseStringUTFChars(" + answer + ")\nDeleteLocalRef(" + answer + ")\n"
+                      : "");
+}
+
+Strings capture(const std::string& exceptionClass, const std::string& message)
 {
     return {
         "ExceptionCheck() [pending]",
@@ -103,6 +133,7 @@ Strings captureCalls(const std::string& exceptionClass, const std::string& messa
         "GetMethodID(class " + exceptionClass + ", getMessage, ()Ljava/lang/String;) [pending]",
         "CallObjectMethod(throwable " + exceptionClass + ", getMessage) [pending]",
         "GetStringUTFChars(\"" + message + "\") [pending]",
+        "ERROR Exception: " + exceptionClass + ": " + message + "\\n",
         "ReleaseStringUTFChars(\"" + message + "\") [pending]",
         "DeleteLocalRef(\"" + message + "\") [pending]",
         "ReleaseStringUTFChars(\"" + exceptionClass + "\") [pending]",
@@ -125,7 +156,8 @@ Strings linesOf(std::string text)
 {
     const std::pair<std::string, std::string> abbreviations[] = {
         {"{pid}", std::to_string(GetCurrentProcessId())},
-        {"{checked}", "FINE -> checkNoJNIException\nExceptionCheck()\nTRACE checkNoJNIException(): true"},
+        {"{checked}", "{check}\nTRACE checkNoJNIException(): true"},
+        {"{check}", "FINE -> checkNoJNIException\nExceptionCheck()"},
     };
     for (const auto& [name, meaning] : abbreviations) {
         for (size_t at = 0; (at = text.find(name, at)) != std::string::npos;) {
@@ -177,13 +209,10 @@ Strings ClientLog::take()
     Strings result;
     bool isBacktrace = false;
     for (const fixtures::LogLine& line : m_stream.lines()) {
-        const size_t begin = line.body.find_first_not_of(' ');
-        const bool isEntry = line.body.compare(std::min(begin, line.body.size()), 3, "-> ") == 0;
-        const bool isExit = line.body.compare(std::min(begin, line.body.size()), 3, "<- ") == 0;
-        const bool isBanner = line.body == fixtures::BEGIN_BANNER || line.body == fixtures::END_BANNER;
-        if (isBanner) {
+        const std::string marker = line.marker();
+        if (line.body == fixtures::BEGIN_BANNER || line.body == fixtures::END_BANNER) {
             isBacktrace = line.body == fixtures::BEGIN_BANNER;
-        } else if (!isExit && !(isEntry && isBacktrace)) {
+        } else if (marker != "<- " && !(marker == "-> " && isBacktrace)) {
             result.push_back(render(line));
         }
     }
@@ -232,6 +261,14 @@ void BridgeTest::forget()
 {
     java.takeCalls();
     log.take();
+}
+
+void BridgeTest::arrange(const SFailure& failure)
+{
+    java.missing = failure.missing;
+    java.outcomes = failure.outcomes;
+    java.nullFrom = failure.nullFrom;
+    forget();
 }
 
 void BridgeTest::haveNoMachine()

@@ -1,9 +1,9 @@
 #include "tests/javabridge/RecordingJni.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -11,25 +11,11 @@ RecordingJni* RecordingJni::s_current = nullptr;
 
 namespace {
 
-template <class Table, size_t Index>
-void JNICALL unexpected()
+// A reference that the product can hold.
+template <class Reference>
+Reference as(void* object)
 {
-    std::fprintf(stderr, "The product called function %zu of the table of %zu, which this recording does not know.\n", Index,
-                 sizeof(Table) / sizeof(void*));
-    std::fflush(stderr);
-    std::abort();
-}
-
-template <class Table>
-Table unexpectedTable()
-{
-    Table table;
-    [&]<size_t... Indices>(std::index_sequence<Indices...>) {
-        void(JNICALL* const functions[])() = {unexpected<Table, Indices>...};
-        static_assert(sizeof table == sizeof functions);
-        std::memcpy(&table, functions, sizeof table);
-    }(std::make_index_sequence<sizeof(Table) / sizeof(void*)>());
-    return table;
+    return static_cast<Reference>(object);
 }
 
 // "class a/b/C" of a class reference, as look-ups name it.
@@ -40,211 +26,145 @@ std::string classNameOf(const std::string& referenceName)
 
 } // namespace
 
-// The functions of the two tables.
-struct RecordingFunctions
+void RecordingJni::remove(const std::string& function, jobject object, Kind kind)
 {
-    using Object = RecordingJni::Object;
-    using Kind = RecordingJni::Kind;
-    using Method = RecordingJni::Method;
-
-    static RecordingJni& self() { return *RecordingJni::s_current; }
-    template <class Reference>
-    static Reference as(Object* object)
-    {
-        return reinterpret_cast<Reference>(object);
+    record(function + "(" + nameOf(object) + ")");
+    auto* const reference = reinterpret_cast<Object*>(object);
+    if (reference == nullptr || reference->kind != kind || reference->isDeleted) {
+        ADD_FAILURE() << function << " was given what it must not delete: " << nameOf(object);
+    } else {
+        reference->isDeleted = true;
     }
+}
 
-    static jclass JNICALL findClass(JNIEnv*, const char* name)
-    {
-        self().record(std::string("FindClass(") + name + ")");
-        if (self().missing.contains(name)) {
-            self().raise("java.lang.NoClassDefFoundError", name);
+JNINativeInterface_ RecordingJni::functions()
+{
+    JNINativeInterface_ table = {};
+    table.FindClass = [](JNIEnv*, const char* name) -> jclass {
+        s_current->record(std::string("FindClass(") + name + ")");
+        if (s_current->missing.contains(name)) {
+            s_current->raise("java.lang.NoClassDefFoundError", name);
             return nullptr;
         }
-        return self().isNull("FindClass") ? nullptr : as<jclass>(self().make(Kind::Local, std::string("class ") + name));
-    }
-
-    static jmethodID JNICALL getMethodID(JNIEnv*, jclass objectClass, const char* name, const char* signature)
-    {
-        const std::string className = self().nameOf(objectClass);
-        self().record("GetMethodID(" + className + ", " + name + ", " + signature + ")");
-        if (self().missing.contains(name) || self().missing.contains(classNameOf(className) + "." + name)) {
-            self().raise("java.lang.NoSuchMethodError", name);
+        return s_current->isNull("FindClass") ? nullptr : s_current->localClass(name);
+    };
+    table.GetMethodID = [](JNIEnv*, jclass objectClass, const char* name, const char* signature) -> jmethodID {
+        const std::string className = s_current->nameOf(objectClass);
+        s_current->record("GetMethodID(" + className + ", " + name + ", " + signature + ")");
+        if (s_current->missing.contains(name) || s_current->missing.contains(classNameOf(className) + "." + name)) {
+            s_current->raise("java.lang.NoSuchMethodError", name);
             return nullptr;
         }
-        if (self().isNull("GetMethodID")) {
+        s_current->m_methods.push_back({classNameOf(className), name, signature});
+        return reinterpret_cast<jmethodID>(&s_current->m_methods.back());
+    };
+    table.NewObjectV = [](JNIEnv*, jclass objectClass, jmethodID method, va_list arguments) -> jobject {
+        const Outcome outcome = s_current->run("NewObject", objectClass, method, arguments);
+        if (outcome.thrownClass || s_current->isNull("NewObject")) {
             return nullptr;
         }
-        self().m_methods.push_back({classNameOf(className), name, signature});
-        return reinterpret_cast<jmethodID>(&self().m_methods.back());
-    }
-
-    static const Method& method(jmethodID id) { return *reinterpret_cast<const Method*>(id); }
-
-    static jobject JNICALL newObject(JNIEnv*, jclass objectClass, jmethodID id, va_list arguments)
-    {
-        const auto outcome = self().run("NewObject", objectClass, method(id), arguments);
-        if (outcome.thrownClass || self().isNull("NewObject")) {
-            return nullptr;
-        }
-        return as<jobject>(self().make(Kind::Local, "local " + classNameOf(self().nameOf(objectClass))));
-    }
-
-    static jobject JNICALL callObjectMethod(JNIEnv*, jobject object, jmethodID id, va_list arguments)
-    {
-        const auto outcome = self().run("CallObjectMethod", object, method(id), arguments);
+        return as<jobject>(s_current->make(Kind::Local, "local " + classNameOf(s_current->nameOf(objectClass))));
+    };
+    table.CallObjectMethodV = [](JNIEnv*, jobject object, jmethodID method, va_list arguments) -> jobject {
+        const Outcome outcome = s_current->run("CallObjectMethod", object, method, arguments);
         if (outcome.thrownClass || !outcome.answer) {
             return nullptr;
         }
-        const std::string& signature = method(id).signature;
-        return signature.ends_with(")Ljava/lang/String;") ? self().localString(outcome.answer)
-                                                          : as<jobject>(self().make(Kind::Local, "local " + *outcome.answer));
-    }
-
-    static void JNICALL callVoidMethod(JNIEnv*, jobject object, jmethodID id, va_list arguments)
-    {
-        self().run("CallVoidMethod", object, method(id), arguments);
-    }
-
-    static jint JNICALL registerNatives(JNIEnv*, jclass objectClass, const JNINativeMethod* methods, jint count)
-    {
-        std::string text = "RegisterNatives(" + self().nameOf(objectClass);
+        const std::string& signature = reinterpret_cast<const Method*>(method)->signature;
+        return signature.ends_with(")Ljava/lang/String;") ? s_current->localString(outcome.answer)
+                                                          : as<jobject>(s_current->make(Kind::Local, "local " + *outcome.answer));
+    };
+    table.CallVoidMethodV = [](JNIEnv*, jobject object, jmethodID method, va_list arguments) {
+        s_current->run("CallVoidMethod", object, method, arguments);
+    };
+    table.RegisterNatives = [](JNIEnv*, jclass objectClass, const JNINativeMethod* methods, jint count) -> jint {
+        std::string text = "RegisterNatives(" + s_current->nameOf(objectClass);
         for (jint index = 0; index < count; index++) {
-            const auto function = self().m_functionNames.find(methods[index].fnPtr);
+            const auto function = s_current->m_functionNames.find(methods[index].fnPtr);
             text += std::string(", ") + methods[index].name + " " + methods[index].signature + " " +
-                    (function == self().m_functionNames.end() ? "unknown function" : function->second);
+                    (function == s_current->m_functionNames.end() ? "unknown function" : function->second);
         }
-        self().record(text + ")");
-        if (self().missing.contains(methods->name)) {
-            self().raise("java.lang.NoSuchMethodError", methods->name);
+        s_current->record(text + ")");
+        if (s_current->missing.contains(methods->name)) {
+            s_current->raise("java.lang.NoSuchMethodError", methods->name);
             return JNI_ERR;
         }
-        return self().registerResult;
-    }
-
-    static jobject JNICALL newGlobalRef(JNIEnv*, jobject object)
-    {
-        const std::string name = self().nameOf(object);
-        self().record("NewGlobalRef(" + name + ")");
-        return as<jobject>(self().make(Kind::Global, "global " + name.substr(std::strlen("local "))));
-    }
-
-    static void remove(const std::string& function, jobject object, Kind kind)
-    {
-        self().record(function + "(" + self().nameOf(object) + ")");
-        auto* const reference = reinterpret_cast<Object*>(object);
-        if (reference == nullptr || reference->kind != kind || reference->isDeleted) {
-            std::fprintf(stderr, "%s was given what it must not delete: %s\n", function.c_str(), self().nameOf(object).c_str());
-            std::fflush(stderr);
-            std::abort();
-        }
-        reference->isDeleted = true;
-    }
-    static void JNICALL deleteGlobalRef(JNIEnv*, jobject object) { remove("DeleteGlobalRef", object, Kind::Global); }
-    static void JNICALL deleteLocalRef(JNIEnv*, jobject object) { remove("DeleteLocalRef", object, Kind::Local); }
-
-    static jstring JNICALL newStringUTF(JNIEnv*, const char* text)
-    {
-        self().record(std::string("NewStringUTF(") + text + ")");
-        if (self().isNull("NewStringUTF")) {
-            self().raise("java.lang.OutOfMemoryError", "Java heap space");
+        return s_current->registerResult;
+    };
+    table.NewGlobalRef = [](JNIEnv*, jobject object) {
+        const std::string name = s_current->nameOf(object);
+        s_current->record("NewGlobalRef(" + name + ")");
+        return s_current->global(name.substr(std::strlen("local ")));
+    };
+    table.DeleteGlobalRef = [](JNIEnv*, jobject object) { s_current->remove("DeleteGlobalRef", object, Kind::Global); };
+    table.DeleteLocalRef = [](JNIEnv*, jobject object) { s_current->remove("DeleteLocalRef", object, Kind::Local); };
+    table.NewStringUTF = [](JNIEnv*, const char* text) -> jstring {
+        s_current->record(std::string("NewStringUTF(") + text + ")");
+        if (s_current->isNull("NewStringUTF")) {
+            s_current->raise("java.lang.OutOfMemoryError", "Java heap space");
             return nullptr;
         }
-        return self().localString(text);
-    }
-
-    static const char* JNICALL getStringUTFChars(JNIEnv*, jstring text, jboolean* isCopy)
-    {
-        self().record("GetStringUTFChars(" + self().nameOf(text) + (isCopy == nullptr ? ")" : ", isCopy)"));
-        if (text == nullptr || self().isNull("GetStringUTFChars")) {
+        return s_current->localString(text);
+    };
+    table.GetStringUTFChars = [](JNIEnv*, jstring text, jboolean* isCopy) -> const char* {
+        s_current->record("GetStringUTFChars(" + s_current->nameOf(text) + (isCopy == nullptr ? ")" : ", isCopy)"));
+        if (text == nullptr || s_current->isNull("GetStringUTFChars")) {
             return nullptr;
         }
-        self().m_heldCharacters++;
+        s_current->m_heldCharacters++;
         return reinterpret_cast<const Object*>(text)->text->c_str();
-    }
-
-    static void JNICALL releaseStringUTFChars(JNIEnv*, jstring text, const char* characters)
-    {
-        self().record("ReleaseStringUTFChars(" + self().nameOf(text) +
-                      (characters == reinterpret_cast<const Object*>(text)->text->c_str() ? ")" : ", other characters)"));
-        self().m_heldCharacters--;
-    }
-
-    static jboolean JNICALL exceptionCheck(JNIEnv*)
-    {
-        self().record("ExceptionCheck()");
-        return static_cast<jboolean>(self().isPending());
-    }
-
-    static jthrowable JNICALL exceptionOccurred(JNIEnv*)
-    {
-        self().record("ExceptionOccurred()");
-        if (!self().isPending() || self().isNull("ExceptionOccurred")) {
+    };
+    table.ReleaseStringUTFChars = [](JNIEnv*, jstring text, const char* characters) {
+        s_current->record("ReleaseStringUTFChars(" + s_current->nameOf(text) +
+                          (characters == reinterpret_cast<const Object*>(text)->text->c_str() ? ")" : ", other characters)"));
+        s_current->m_heldCharacters--;
+    };
+    table.ExceptionCheck = [](JNIEnv*) {
+        s_current->record("ExceptionCheck()");
+        return static_cast<jboolean>(s_current->isPending());
+    };
+    table.ExceptionOccurred = [](JNIEnv*) -> jthrowable {
+        s_current->record("ExceptionOccurred()");
+        if (!s_current->isPending() || s_current->isNull("ExceptionOccurred")) {
             return nullptr;
         }
-        Object* const throwable = self().make(Kind::Local, "throwable " + self().m_pending->name);
-        throwable->message = self().m_pending->message;
+        Object* const throwable = s_current->make(Kind::Local, "throwable " + s_current->m_pending->name);
+        throwable->message = s_current->m_pending->message;
         return as<jthrowable>(throwable);
-    }
+    };
+    table.ExceptionClear = [](JNIEnv*) {
+        s_current->record("ExceptionClear()");
+        s_current->m_pending = nullptr;
+    };
+    table.GetObjectClass = [](JNIEnv*, jobject object) {
+        const std::string name = s_current->nameOf(object);
+        s_current->record("GetObjectClass(" + name + ")");
+        return s_current->isNull("GetObjectClass") ? nullptr : s_current->localClass(name.substr(name.find(' ') + 1));
+    };
+    return table;
+}
 
-    static void JNICALL exceptionClear(JNIEnv*)
-    {
-        self().record("ExceptionClear()");
-        self().m_pending = nullptr;
-    }
-
-    static jclass JNICALL getObjectClass(JNIEnv*, jobject object)
-    {
-        const std::string name = self().nameOf(object);
-        self().record("GetObjectClass(" + name + ")");
-        return self().isNull("GetObjectClass") ? nullptr
-                                               : as<jclass>(self().make(Kind::Local, "class " + name.substr(name.find(' ') + 1)));
-    }
-
-    static jint JNICALL attachCurrentThread(JavaVM*, void** environment, void* arguments)
-    {
-        self().record(arguments == nullptr ? "AttachCurrentThread(NULL)" : "AttachCurrentThread(arguments)");
-        if (self().attachResult == JNI_OK) {
-            *environment = self().env();
+JNIInvokeInterface_ RecordingJni::invocation()
+{
+    JNIInvokeInterface_ table = {};
+    table.AttachCurrentThread = [](JavaVM*, void** environment, void* arguments) {
+        s_current->record(arguments == nullptr ? "AttachCurrentThread(NULL)" : "AttachCurrentThread(arguments)");
+        if (s_current->attachResult == JNI_OK) {
+            *environment = s_current->env();
         }
-        return self().attachResult;
-    }
-
-    static jint JNICALL detachCurrentThread(JavaVM*)
-    {
-        self().record("DetachCurrentThread()");
-        return self().detachResult;
-    }
-};
+        return s_current->attachResult;
+    };
+    table.DetachCurrentThread = [](JavaVM*) {
+        s_current->record("DetachCurrentThread()");
+        return s_current->detachResult;
+    };
+    return table;
+}
 
 RecordingJni::RecordingJni()
 {
-    static const JNINativeInterface_ FUNCTIONS = [] {
-        auto table = unexpectedTable<JNINativeInterface_>();
-        table.FindClass = RecordingFunctions::findClass;
-        table.GetMethodID = RecordingFunctions::getMethodID;
-        table.NewObjectV = RecordingFunctions::newObject;
-        table.CallObjectMethodV = RecordingFunctions::callObjectMethod;
-        table.CallVoidMethodV = RecordingFunctions::callVoidMethod;
-        table.RegisterNatives = RecordingFunctions::registerNatives;
-        table.NewGlobalRef = RecordingFunctions::newGlobalRef;
-        table.DeleteGlobalRef = RecordingFunctions::deleteGlobalRef;
-        table.DeleteLocalRef = RecordingFunctions::deleteLocalRef;
-        table.NewStringUTF = RecordingFunctions::newStringUTF;
-        table.GetStringUTFChars = RecordingFunctions::getStringUTFChars;
-        table.ReleaseStringUTFChars = RecordingFunctions::releaseStringUTFChars;
-        table.ExceptionCheck = RecordingFunctions::exceptionCheck;
-        table.ExceptionOccurred = RecordingFunctions::exceptionOccurred;
-        table.ExceptionClear = RecordingFunctions::exceptionClear;
-        table.GetObjectClass = RecordingFunctions::getObjectClass;
-        return table;
-    }();
-    static const JNIInvokeInterface_ INVOCATION = [] {
-        auto table = unexpectedTable<JNIInvokeInterface_>();
-        table.AttachCurrentThread = RecordingFunctions::attachCurrentThread;
-        table.DetachCurrentThread = RecordingFunctions::detachCurrentThread;
-        return table;
-    }();
+    static const JNINativeInterface_ FUNCTIONS = functions();
+    static const JNIInvokeInterface_ INVOCATION = invocation();
     m_env.functions = &FUNCTIONS;
     m_vm.functions = &INVOCATION;
     s_current = this;
@@ -257,12 +177,12 @@ RecordingJni::~RecordingJni()
 
 jobject RecordingJni::global(const std::string& name)
 {
-    return reinterpret_cast<jobject>(make(Kind::Global, "global " + name));
+    return as<jobject>(make(Kind::Global, "global " + name));
 }
 
 jclass RecordingJni::localClass(const std::string& name)
 {
-    return reinterpret_cast<jclass>(make(Kind::Local, "class " + name));
+    return as<jclass>(make(Kind::Local, "class " + name));
 }
 
 jstring RecordingJni::localString(const std::optional<std::string>& text)
@@ -272,7 +192,7 @@ jstring RecordingJni::localString(const std::optional<std::string>& text)
     }
     Object* const string = make(Kind::Local, "\"" + *text + "\"");
     string->text = text;
-    return reinterpret_cast<jstring>(string);
+    return as<jstring>(string);
 }
 
 void RecordingJni::raise(const std::string& exceptionClass, const std::optional<std::string>& message)
@@ -354,8 +274,9 @@ std::string RecordingJni::argumentsText(const Method& method, va_list arguments)
     return text;
 }
 
-RecordingJni::Outcome RecordingJni::run(const std::string& function, jobject object, const Method& method, va_list arguments)
+RecordingJni::Outcome RecordingJni::run(const std::string& function, jobject object, jmethodID id, va_list arguments)
 {
+    const auto& method = *reinterpret_cast<const Method*>(id);
     record(function + "(" + nameOf(object) + ", " + method.name + argumentsText(method, arguments) + ")");
     Outcome outcome = answers("answer of " + method.name);
     if (method.name == "getMessage") {

@@ -1,8 +1,8 @@
 // A Java virtual machine that runs nothing: it records every JNI call with its arguments, in order, and returns what the test
 // says.
 //
-// One at a time; the main thread only. JNI and invocation functions that the product does not use end the test program and name
-// their place in the table. References stay readable after their deletion: a later use appears in the record and does not crash.
+// One at a time; the main thread only. JNI and invocation functions that the product does not use are null. References stay
+// readable after their deletion: a later use appears in the record and does not crash.
 #pragma once
 
 #include <jni.h>
@@ -75,7 +75,6 @@ public:
     std::vector<jint> lastBounds;
 
 private:
-    friend struct RecordingFunctions;
     enum class Kind { Local, Global };
     struct Object
     {
@@ -99,7 +98,10 @@ private:
     std::string nameOf(jobject object) const;
     std::string argumentsText(const Method& method, va_list arguments);
     // Notes the call of a method and does what the test said; the answer is a String's text.
-    Outcome run(const std::string& function, jobject object, const Method& method, va_list arguments);
+    Outcome run(const std::string& function, jobject object, jmethodID id, va_list arguments);
+    void remove(const std::string& function, jobject object, Kind kind);
+    static JNINativeInterface_ functions();
+    static JNIInvokeInterface_ invocation();
 
     static RecordingJni* s_current;
     JNIEnv m_env = {};

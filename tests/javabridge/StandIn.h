@@ -54,7 +54,7 @@ public:
     // Puts the stand-in ("jvm.dll", "nojvm.dll") in place.
     void install(const std::string& standIn)
     {
-        std::filesystem::copy_file(std::filesystem::path(besideExecutable("")).parent_path() / standIn, library(),
+        std::filesystem::copy_file(std::filesystem::path(fixtures::modulePath()).parent_path() / standIn, library(),
                                    std::filesystem::copy_options::overwrite_existing);
     }
     void installBytes(const std::string& bytes) { std::ofstream(library(), std::ios::binary) << bytes; }
@@ -92,9 +92,7 @@ public:
     // The program's path with another extension.
     static std::string besideExecutable(const std::string& extension)
     {
-        char path[MAX_PATH + 1] = "";
-        GetModuleFileNameA(nullptr, path, sizeof path);
-        return std::filesystem::path(path).replace_extension(extension).string();
+        return std::filesystem::path(fixtures::modulePath()).replace_extension(extension).string();
     }
     static std::string currentFolder() { return std::filesystem::current_path().string(); }
 

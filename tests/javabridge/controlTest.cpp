@@ -51,62 +51,29 @@ const std::string REGISTRATION = R"(
     NewGlobalRef(local com/velmora/tq/kesta/KESTAListener)
 )";
 
-using Arrangement = std::function<void(RecordingJni&)>;
-
-Arrangement missing(const std::string& name)
+// A step that fails: the number of JNI calls before it, what is done between the capture of an exception and the check, and the
+// check.
+struct SFailedStep
 {
-    return [=](RecordingJni& java) { java.missing = {name}; };
-}
-
-Arrangement throwing(const std::string& name)
-{
-    return [=](RecordingJni& java) { java.outcomes = {{name, RecordingJni::throws("java.lang.Error", "said why")}}; };
-}
-
-Arrangement nullFrom(const std::string& function, int call)
-{
-    return [=](RecordingJni& java) { java.nullFrom = {{function, call}}; };
-}
-
-// A step that fails: what makes it fail, the number of JNI calls, the captured exception, and the error of the following check.
-struct SFailure
-{
-    Arrangement arrange;
+    SFailure failure;
     int calls;
-    std::string exception;
-    std::string message;
-    std::string error;
-    Strings callsBehind = {}; // the capture
+    std::string check;
+    Strings callsBehind = {};
 };
-
-const std::string NO_CLASS = "java.lang.NoClassDefFoundError";
-const std::string NO_METHOD = "java.lang.NoSuchMethodError";
-const std::string THROWN = "java.lang.Error";
-const std::string NOT_CHECKED = "checkNoJNIException(): false";
 
 class ControlTest : public BridgeTest
 {
 protected:
     HRESULT startBean() { return client.startBean(&newBean, &newFrame, &frameID, "a.b", "Bean"); }
     HRESULT regEventListener() { return client.regEventListener(&newListener, frame, bean); }
-    // Expects the operation to fail as described, after part of its calls.
-    void expectFailure(const SFailure& failure, const Strings& calls, const std::function<HRESULT()>& operation)
+    // Expects the operation to fail at that step.
+    void expectFailure(const SFailedStep& step, const Strings& calls, const std::function<HRESULT()>& operation)
     {
-        SCOPED_TRACE(failure.message + ", " + failure.error);
-        java.missing.clear();
-        java.outcomes.clear();
-        java.nullFrom.clear();
-        failure.arrange(java);
-        forget();
+        SCOPED_TRACE(step.calls);
+        arrange(step.failure);
         EXPECT_EQ(operation(), E_FAIL);
-        const bool isCaptured = !failure.exception.empty();
-        EXPECT_LINES(java.takeCalls(), Strings(calls.begin(), calls.begin() + failure.calls) +
-                                           (isCaptured ? captureCalls(failure.exception, failure.message) : Strings{}) +
-                                           failure.callsBehind);
-        EXPECT_LINES(log.takeErrors(),
-                     (isCaptured ? Strings{"Exception: " + failure.exception + ": " + failure.message + "\\n"} : Strings{}) +
-                         Strings{failure.error});
-        EXPECT_FALSE(java.isPending());
+        EXPECT_LINES(callsOf(log.take()), Strings(calls.begin(), calls.begin() + step.calls) + step.failure.captured +
+                                              step.callsBehind + Strings{"ERROR " + step.check + ": false"});
     }
 
     const int pid = static_cast<int>(GetCurrentProcessId());
@@ -141,14 +108,13 @@ TEST_F(ControlTest, StartBeanChecksItsArgumentsInOrder)
     EXPECT_EQ(client.startBean(&newBean, &newFrame, nullptr, nullptr, nullptr), E_FAIL);
     EXPECT_EQ(client.startBean(&newBean, &newFrame, &frameID, nullptr, nullptr), E_FAIL);
     EXPECT_EQ(client.startBean(&newBean, &newFrame, &frameID, "", nullptr), E_FAIL);
-    EXPECT_LINES(log.takeErrors(), R"(
-        beanObject!=NULL: false
-        frameObject!=NULL: false
-        frameID!=NULL: false
-        bean_package!=NULL: false
-        bean_class!=NULL: false
+    EXPECT_LINES(callsOf(log.take()), R"(
+        ERROR beanObject!=NULL: false
+        ERROR frameObject!=NULL: false
+        ERROR frameID!=NULL: false
+        ERROR bean_package!=NULL: false
+        ERROR bean_class!=NULL: false
     )");
-    EXPECT_LINES(java.takeCalls(), Strings{});
 }
 
 TEST_F(ControlTest, ClassNameJoinsPackageAndClassWithSlashes)
@@ -164,29 +130,29 @@ TEST_F(ControlTest, ClassNameJoinsPackageAndClassWithSlashes)
 
 TEST_F(ControlTest, StartBeanThatFailsLeavesWhatItHas)
 {
-    const std::string noFrame = "localReference!=NULL: false";
+    const std::string noFrame = "localReference!=NULL";
     const Strings nameCall = {"NewStringUTF(kesta_frame_" + std::to_string(pid) + ")"};
-    for (const SFailure& failure : std::initializer_list<SFailure>{
-             {missing(BEAN), 1, NO_CLASS, BEAN, "m_BeanClass!=NULL: false"},
-             {missing(BEAN + ".<init>"), 2, NO_METHOD, "<init>", "constructID!=NULL: false"},
-             {throwing(BEAN + ".<init>"), 3, THROWN, "said why", NOT_CHECKED},
-             {nullFrom("NewObject", 1), 4, "", "", "localReference != NULL: false"},
-             {missing(FRAME), 7, NO_CLASS, FRAME, noFrame, nameCall},
-             {missing(FRAME + ".<init>"), 8, NO_METHOD, "<init>", noFrame, nameCall},
-             {nullFrom("NewStringUTF", 1), 9, "java.lang.OutOfMemoryError", "Java heap space", "localReference!=NULL: false"},
-             {throwing(FRAME + ".<init>"), 10, THROWN, "said why", noFrame},
-             {nullFrom("NewObject", 2), 10, "", "", noFrame, {"ExceptionCheck()"}},
+    for (const SFailedStep& step : std::initializer_list<SFailedStep>{
+             {SFailure::missingClass(BEAN), 1, "m_BeanClass!=NULL"},
+             {SFailure::missingMethod(BEAN + ".<init>"), 2, "constructID!=NULL"},
+             {SFailure::throwing(BEAN + ".<init>"), 3, "checkNoJNIException()"},
+             {SFailure::noObject(1), 4, "localReference != NULL"},
+             {SFailure::missingClass(FRAME), 7, noFrame, nameCall},
+             {SFailure::missingMethod(FRAME + ".<init>"), 8, noFrame, nameCall},
+             {SFailure::noText(1), 9, noFrame},
+             {SFailure::throwing(FRAME + ".<init>"), 10, noFrame},
+             {SFailure::noObject(2), 10, noFrame, {"ExceptionCheck()"}},
          }) {
         newBean = nullptr;
         frameID = -5;
         client.m_UniqueWindowID = -1;
         const auto names = std::ranges::count(java.liveLocals(), FRAME_NAME);
-        expectFailure(failure, callsOf(linesOf(START)), [&] { return startBean(); });
-        const bool hasBean = failure.calls > 4;
+        expectFailure(step, callsOf(linesOf(START)), [&] { return startBean(); });
+        const bool hasBean = step.calls > 4;
         EXPECT_EQ(newBean != nullptr, hasBean);
         EXPECT_EQ(newFrame, nullptr);
         EXPECT_EQ(frameID, hasBean ? pid : -5);
-        EXPECT_EQ(std::ranges::count(java.liveLocals(), FRAME_NAME) - names, hasBean && failure.calls != 9 ? 1 : 0);
+        EXPECT_EQ(std::ranges::count(java.liveLocals(), FRAME_NAME) - names, hasBean && step.calls != 9 ? 1 : 0);
         EXPECT_EQ(client.stopBean(newBean, newFrame, nullptr), S_OK);
         EXPECT_LINES(log.takeErrors(), Strings{});
         EXPECT_LINES(java.liveGlobals(), Strings{"global bean", "global frame", "global listener"});
@@ -226,33 +192,15 @@ TEST_F(ControlTest, ExhaustedMemoryLeavesStartBeanAsTheOneException)
 
 TEST_F(ControlTest, FramesAreNumberedFromTheProcessIdToTheWrapAndBack)
 {
-    EXPECT_EQ(client.m_UniqueWindowID, -1);
-    EXPECT_EQ(client.createUniqueID(), pid);
-    forget();
-    EXPECT_EQ(startBean(), S_OK);
-    EXPECT_EQ(frameID, pid + 1);
-    EXPECT_LINES(log.take("INFO"),
-                 Strings{"Unique Window ID was " + std::to_string(pid), "Unique Window ID=" + std::to_string(pid + 1)});
-    client.m_UniqueWindowID = INT_MAX - 1;
-    for (const int expected : {INT_MAX, 0, pid}) {
-        EXPECT_EQ(client.createUniqueID(), expected);
+    for (const auto& [former, next] :
+         {std::pair{-1, pid}, {pid, pid + 1}, {INT_MAX - 1, INT_MAX}, {INT_MAX, 0}, {0, pid}, {1, 2}, {-7, pid}}) {
+        client.m_UniqueWindowID = former;
+        EXPECT_EQ(startBean(), S_OK);
+        EXPECT_EQ(frameID, next);
+        EXPECT_EQ(client.m_UniqueWindowID, next);
+        const std::string was = former < 0 ? "not initialized yet (-1)" : std::to_string(former);
+        EXPECT_LINES(log.take("INFO"), Strings{"Unique Window ID was " + was, "Unique Window ID=" + std::to_string(next)});
     }
-    client.m_UniqueWindowID = 1;
-    EXPECT_EQ(client.createUniqueID(), 2) << "the process id follows numbers below 1 only";
-    client.m_UniqueWindowID = -7;
-    EXPECT_EQ(client.createUniqueID(), pid);
-    EXPECT_LINES(log.take("INFO"), R"(
-        Unique Window ID was 2147483646
-        Unique Window ID=2147483647
-        Unique Window ID was 2147483647
-        Unique Window ID=0
-        Unique Window ID was 0
-        Unique Window ID={pid}
-        Unique Window ID was 1
-        Unique Window ID=2
-        Unique Window ID was not initialized yet (-1)
-        Unique Window ID={pid}
-    )");
 }
 
 TEST_F(ControlTest, RegEventListenerBindsTheNativesBeforeTheBeanHearsOfTheListener)
@@ -282,20 +230,18 @@ TEST_F(ControlTest, RegEventListenerBindsTheNativesBeforeTheBeanHearsOfTheListen
 
 TEST_F(ControlTest, ListenerThatIsNotCreatedEndsItsRegistration)
 {
-    const std::string noListener = "localReference!=NULL: false";
+    const std::string noListener = "localReference!=NULL";
     haveControl();
-    for (const SFailure& failure : std::initializer_list<SFailure>{
-             {missing(LISTENER), 1, NO_CLASS, LISTENER, noListener},
-             {missing(LISTENER + ".<init>"), 2, NO_METHOD, "<init>", noListener},
-             {throwing(LISTENER + ".<init>"), 3, THROWN, "said why", noListener},
-             {nullFrom("NewObject", 1), 3, "", "", noListener, {"ExceptionCheck()"}},
+    for (const SFailedStep& step : std::initializer_list<SFailedStep>{
+             {SFailure::missingClass(LISTENER), 1, noListener},
+             {SFailure::missingMethod(LISTENER + ".<init>"), 2, noListener},
+             {SFailure::throwing(LISTENER + ".<init>"), 3, noListener},
+             {SFailure::noObject(1), 3, noListener, {"ExceptionCheck()"}},
          }) {
-        expectFailure(failure, callsOf(linesOf(REGISTRATION)), [&] { return regEventListener(); });
+        expectFailure(step, callsOf(linesOf(REGISTRATION)), [&] { return regEventListener(); });
         EXPECT_EQ(newListener, nullptr);
     }
-    forget();
-    EXPECT_EQ(client.regEventListener(nullptr, frame, bean), E_FAIL);
-    EXPECT_LINES(log.take(), Strings{"FINE -> regEventListener", "ERROR listener!=NULL: false"});
+    expectFailure({{}, 0, "listener!=NULL"}, {}, [&] { return client.regEventListener(nullptr, frame, bean); });
 }
 
 // The global reference is what stopBean deletes; the local one stays.
@@ -305,20 +251,19 @@ TEST_F(ControlTest, BeanThatDoesNotTakeTheListenerLeavesBothReferences)
     regEventListener();
     const Strings calls = java.takeCalls();
     const std::string setter = "addORVANEControlListener";
-    for (const SFailure& failure : std::initializer_list<SFailure>{
-             {missing(setter), 11, NO_METHOD, setter, "addORVListenerID!=NULL: false"},
-             {throwing(setter), 12, THROWN, "said why", NOT_CHECKED},
+    for (const SFailedStep& step : std::initializer_list<SFailedStep>{
+             {SFailure::missingMethod(setter), 11, "addORVListenerID!=NULL"},
+             {SFailure::throwing(setter), 12, "checkNoJNIException()"},
          }) {
         haveControl();
         const auto locals = std::ranges::count(java.liveLocals(), "local " + LISTENER);
-        expectFailure(failure, calls, [&] { return regEventListener(); });
+        expectFailure(step, calls, [&] { return regEventListener(); });
         EXPECT_EQ(std::ranges::count(java.liveLocals(), "local " + LISTENER), locals + 1);
         EXPECT_EQ(client.stopBean(nullptr, nullptr, newListener), S_OK);
-        EXPECT_LINES(java.takeCalls(), Strings{"DeleteGlobalRef(global " + LISTENER + ")"});
+        EXPECT_LINES(callsOf(log.take()), Strings{"DeleteGlobalRef(global " + LISTENER + ")"});
     }
-    log.take();
-    EXPECT_EQ(client.regEventListener(&newListener, frame, nullptr), E_FAIL);
-    EXPECT_LINES(log.takeErrors(), Strings{"addORVListenerID!=NULL: false"});
+    expectFailure({{}, 10, "addORVListenerID!=NULL"}, calls,
+                  [&] { return client.regEventListener(&newListener, frame, nullptr); });
 }
 
 TEST_F(ControlTest, NativesAreAllRegisteredWhateverBecomesOfTheOthers)
@@ -364,8 +309,7 @@ TEST_F(ControlTest, WithoutMachineNothingIsStarted)
     haveNoMachine();
     EXPECT_EQ(startBean(), E_FAIL);
     EXPECT_EQ(regEventListener(), E_FAIL);
-    EXPECT_LINES(log.takeErrors(), Strings{"m_BeanClass!=NULL: false", "localReference!=NULL: false"});
-    EXPECT_LINES(java.takeCalls(), Strings{});
+    EXPECT_LINES(callsOf(log.take()), Strings{"ERROR m_BeanClass!=NULL: false", "ERROR localReference!=NULL: false"});
 }
 
 } // namespace

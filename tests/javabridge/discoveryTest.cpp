@@ -56,29 +56,26 @@ TEST_F(DiscoveryTest, RuntimesAreReadStepByStep)
     makeCurrent("1.8.0_20");
     install("9", RUNTIMES_NEW);
     prefer("1.8.0_20");
-    const std::string ended = R"(
-        FINE -> registry: CRegistry  ~CRegistry
-        FINE -> registry: CRegistry  closeKey
-        FINE -> registry: CRegistrySubKeys  getSubKeyCount
-        FINE -> registry: CRegistrySubKeys  ~CRegistrySubKeys
-        FINE -> registry: CRegistry  ~CRegistry
-        FINE -> registry: CRegistry  closeKey
-    )";
+    const auto runtime = [](const std::string& key, const std::string& version, const std::string& use, const std::string& path) {
+        return opened(key + "\\", READ) + "FINE -> registry: CRegistry  getStringValue CurrentVersion,\n" + SUBKEYS +
+               "FINE Found Java " + version + use + "\n" + opened(key + "\\" + version, READ) + R"(
+            FINE -> registry: CRegistry  getStringValue RuntimeLib,
+            FINE )" +
+               path + R"(
+            FINE -> registry: CRegistry  closeKey
+            FINE -> registry: CRegistry  ~CRegistry
+            FINE -> registry: CRegistry  closeKey
+            FINE -> registry: CRegistrySubKeys  getSubKeyCount
+            FINE -> registry: CRegistrySubKeys  ~CRegistrySubKeys
+            FINE -> registry: CRegistry  ~CRegistry
+            FINE -> registry: CRegistry  closeKey
+        )";
+    };
     const NotedSystemCalls noted;
     EXPECT_EQ(found(), installed("1.8.0_20"));
-    EXPECT_LINES(log.take(), "FINE -> findJVM\nFINE Looking for installed Java versions...\n" + opened(RUNTIMES + "\\", READ) +
-                                 "FINE -> registry: CRegistry  getStringValue CurrentVersion,\n" + SUBKEYS +
-                                 "FINE Found Java 1.8.0_20 (* USED)\n" + opened(RUNTIMES + "\\1.8.0_20", READ) + R"(
-        FINE -> registry: CRegistry  getStringValue RuntimeLib,
-        FINE Standard JVM Path: C:\1.8.0_20\jvm.dll
-        FINE -> registry: CRegistry  closeKey
-    )" + ended + opened(RUNTIMES_NEW + "\\", READ) +
-                                 "FINE -> registry: CRegistry  getStringValue CurrentVersion,\n" + SUBKEYS +
-                                 "FINE Found Java 9\n" + opened(RUNTIMES_NEW + "\\9", READ) + R"(
-        FINE -> registry: CRegistry  getStringValue RuntimeLib,
-        FINE JVM Path: C:\9\jvm.dll
-        FINE -> registry: CRegistry  closeKey
-    )" + ended + opened(PREFERENCES, READ_32) +
+    EXPECT_LINES(log.take(), "FINE -> findJVM\nFINE Looking for installed Java versions...\n" +
+                                 runtime(RUNTIMES, "1.8.0_20", " (* USED)", "Standard JVM Path: C:\\1.8.0_20\\jvm.dll") +
+                                 runtime(RUNTIMES_NEW, "9", "", "JVM Path: C:\\9\\jvm.dll") + opened(PREFERENCES, READ_32) +
                                  R"(
         FINE -> registry: CRegistry  getStringValue javavm,
         FINE orvane preferred JVM pattern: 1.8.0_20

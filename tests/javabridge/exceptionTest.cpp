@@ -12,26 +12,10 @@ protected:
 TEST_F(ExceptionTest, IsLoggedWhileItIsPendingAndClearedLast)
 {
     EXPECT_FALSE(client.checkNoJNIException());
-    EXPECT_LINES(log.take(), R"(
-        FINE -> checkNoJNIException
-        ExceptionCheck() [pending]
-        ExceptionOccurred() [pending]
-        GetObjectClass(throwable com.example.Failure) [pending]
-        FindClass(java/lang/Class) [pending]
-        GetMethodID(class java/lang/Class, getName, ()Ljava/lang/String;) [pending]
-        CallObjectMethod(class com.example.Failure, getName) [pending]
-        GetStringUTFChars("com.example.Failure") [pending]
-        GetMethodID(class com.example.Failure, getMessage, ()Ljava/lang/String;) [pending]
-        CallObjectMethod(throwable com.example.Failure, getMessage) [pending]
-        GetStringUTFChars("the reason") [pending]
-        ERROR Exception: com.example.Failure: the reason\n
-        ReleaseStringUTFChars("the reason") [pending]
-        DeleteLocalRef("the reason") [pending]
-        ReleaseStringUTFChars("com.example.Failure") [pending]
-        DeleteLocalRef("com.example.Failure") [pending]
-        DeleteLocalRef(throwable com.example.Failure) [pending]
-        ExceptionClear() [pending]
-    )");
+    EXPECT_TRUE(std::ranges::any_of(log.stream().texts(), [](const std::string& text) {
+        return text.ends_with("com.example.Failure: the reason\n\n") && !text.ends_with("\n\n\n");
+    })) << "one line feed is the text's, the other one ends every entry";
+    EXPECT_LINES(log.take(), Strings{"FINE -> checkNoJNIException"} + capture("com.example.Failure", "the reason"));
     EXPECT_LINES(java.liveLocals(), Strings{"class com.example.Failure", "class java/lang/Class"});
     EXPECT_TRUE(client.checkNoJNIException());
     EXPECT_LINES(log.take(), Strings{"FINE -> checkNoJNIException", "ExceptionCheck()"});
@@ -41,64 +25,51 @@ TEST_F(ExceptionTest, WithoutAnswersAndMethodsIsLoggedWithWhatThereIs)
 {
     const auto null = RecordingJni::answersNull();
     const auto thrown = RecordingJni::throws("java.lang.Error", "no answer");
+    const std::string name = "(\"com.example.Failure\")";
+    const std::string message = "(\"the reason\")";
     const struct
     {
-        std::map<std::string, RecordingJni::Outcome> outcomes;
-        std::set<std::string> missing;
-        std::map<std::string, int> nullFrom;
+        SFailure failure;
         std::string error;
         Strings calls; // that are not made
     } cases[] = {
-        {{{"getMessage", null}}, {}, {}, "com.example.Failure: ", {"(\"the reason\")"}},
-        {{{"getName", null}}, {}, {}, "(null name): the reason", {"(\"com.example.Failure\")"}},
-        {{{"getName", thrown}, {"getMessage", thrown}},
-         {},
-         {},
-         "(null name): ",
-         {"(\"com.example.Failure\")", "(\"the reason\")"}},
-        {{},
-         {"getName", "getMessage"},
-         {},
-         "(null name): ",
-         {"(\"com.example.Failure\")", "(\"the reason\")", "CallObjectMethod("}},
-        {{}, {}, {{"GetStringUTFChars", 1}}, "(null name): ", {"ReleaseStringUTFChars("}},
+        {{{}, {{"getMessage", null}}, {}, {}}, "com.example.Failure: ", {message}},
+        {{{}, {{"getName", null}}, {}, {}}, "(null name): the reason", {name}},
+        {{{}, {{"getName", thrown}, {"getMessage", thrown}}, {}, {}}, "(null name): ", {name, message}},
+        {{{"getName", "getMessage"}, {}, {}, {}}, "(null name): ", {name, message, "CallObjectMethod("}},
+        {{{}, {}, {{"GetStringUTFChars", 1}}, {}}, "(null name): ", {"ReleaseStringUTFChars("}},
     };
     for (const auto& one : cases) {
-        java.outcomes = one.outcomes;
-        java.missing = one.missing;
-        java.nullFrom = one.nullFrom;
+        arrange(one.failure);
         java.raise("com.example.Failure", "the reason");
         EXPECT_FALSE(client.checkNoJNIException());
-        EXPECT_LINES(log.takeErrors(), Strings{"Exception: " + one.error + "\\n"});
-        Strings expected = captureCalls("com.example.Failure", "the reason");
+        Strings expected = capture("com.example.Failure", "the reason");
         std::erase_if(expected, [&](const std::string& call) {
             return std::ranges::any_of(one.calls, [&](const std::string& part) { return call.find(part) != std::string::npos; });
         });
-        EXPECT_LINES(java.takeCalls(), expected);
+        *std::ranges::find(expected, "ERROR Exception: com.example.Failure: the reason\\n") =
+            "ERROR Exception: " + one.error + "\\n";
+        EXPECT_LINES(callsOf(log.take()), expected);
         EXPECT_FALSE(java.isPending());
     }
 }
 
 TEST_F(ExceptionTest, WithoutClassesIsUnknown)
 {
-    const Strings expected = linesOf(R"(
-        FINE -> checkNoJNIException
-        ExceptionCheck() [pending]
-        ExceptionOccurred() [pending]
-        GetObjectClass(throwable com.example.Failure) [pending]
-        FindClass(java/lang/Class) [pending]
-        ERROR Exception: unknown
-        DeleteLocalRef(throwable com.example.Failure) [pending]
-        ExceptionClear() [pending]
-    )");
-    java.nullFrom = {{"GetObjectClass", 1}};
-    EXPECT_FALSE(client.checkNoJNIException());
-    EXPECT_LINES(log.take(), expected);
-    java.raise("com.example.Failure", "the reason");
-    java.nullFrom = {};
-    java.missing = {"java/lang/Class"};
-    EXPECT_FALSE(client.checkNoJNIException());
-    EXPECT_LINES(log.take(), expected);
+    for (const SFailure& failure : {SFailure{{}, {}, {{"GetObjectClass", 1}}, {}}, SFailure::missingClass("java/lang/Class")}) {
+        arrange(failure);
+        java.raise("com.example.Failure", "the reason");
+        EXPECT_FALSE(client.checkNoJNIException());
+        EXPECT_LINES(callsOf(log.take()), R"(
+            ExceptionCheck() [pending]
+            ExceptionOccurred() [pending]
+            GetObjectClass(throwable com.example.Failure) [pending]
+            FindClass(java/lang/Class) [pending]
+            ERROR Exception: unknown
+            DeleteLocalRef(throwable com.example.Failure) [pending]
+            ExceptionClear() [pending]
+        )");
+    }
 }
 
 TEST_F(ExceptionTest, WithoutObjectStaysPending)
@@ -131,15 +102,6 @@ TEST_F(ExceptionTest, OfAFailedLookUpHasTheBacktraceOfItsOperation)
                                               "FINE CBridgeClient  callBooleanSetterOnFrame setVisible, 1",
                                               "FINE CBridgeClient  setFrameVisible 1",
                                           });
-}
-
-// One line feed is the text's, the other one ends every entry.
-TEST_F(ExceptionTest, LineEndsInTwoLineFeeds)
-{
-    client.checkNoJNIException();
-    EXPECT_TRUE(std::ranges::any_of(log.stream().texts(), [](const std::string& text) {
-        return text.ends_with("com.example.Failure: the reason\n\n") && !text.ends_with("\n\n\n");
-    }));
 }
 
 } // namespace

@@ -54,6 +54,7 @@ TEST_F(MachineTest, IsCreatedStepByStep)
         TRACE CreateJavaVMProc(&m_JVM, (void**)&m_ENV, &m_JVMArguments): successfull
         TRACE m_JVM->AttachCurrentThread((void**)&m_ENV, NULL): successfull
     )");
+    EXPECT_EQ(client.m_DLLHandle, GetModuleHandleA(runtime.library().c_str()));
     EXPECT_EQ(client.m_JVMArguments.nOptions, 7);
     EXPECT_EQ(client.m_JVMArguments.options, FailingAllocations::lastNothrowArray());
     client.m_ENV->FindClass("a/b/C"); // in the environment of the attached thread
@@ -222,11 +223,8 @@ TEST_F(SingletonTest, WithoutRuntimeStaysAndItsOperationsFail)
     CJavaManagerJNIClient::createInstance("C:\\basis.jar");
     ASSERT_NE(instance(), nullptr);
     EXPECT_EQ(log.take().back(), created);
-    jobject bean = nullptr;
-    jobject frame = nullptr;
-    int frameID = 0;
-    EXPECT_EQ(instance()->startBean(&bean, &frame, &frameID, "a", "B"), E_FAIL);
-    EXPECT_LINES(log.takeErrors(), Strings{"m_BeanClass!=NULL: false"});
+    jobject listener = nullptr;
+    EXPECT_EQ(instance()->regEventListener(&listener, nullptr, nullptr), E_FAIL);
 }
 
 TEST_F(SingletonTest, StaysWhenMemoryRunsOutWhileItsMachineIsStarted)

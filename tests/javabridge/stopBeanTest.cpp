@@ -3,41 +3,33 @@
 
 namespace {
 
-const std::string FREE = R"(
-    FINE -> stopBean
-    FINE -> free
-    GetMethodID(class a/b/Bean, free, ()Ljava/lang/String;)
-    TRACE freeID != NULL: true
-    CallObjectMethod(global bean, free)
-    {checked}
-    FINE -> JNIHelper: javaStringToBstr
-    TRACE JNIHelper: result!=NULL: true
-    TRACE JNIHelper: env!=NULL: true
-    GetStringUTFChars("answer of free")
-    ReleaseStringUTFChars("answer of free")
-    DeleteLocalRef("answer of free")
+const std::string FREE = "FINE -> stopBean\n" + forwardedTranscript("bean", BEAN, "free", "", "freeID != NULL") + R"(
     GetMethodID(class a/b/Bean, removeORVANEControlListener, (Lcom/orvane/tech/client/qmrt/QMRTControlListenerI;)V)
     TRACE removeID!=NULL: true
 )";
 const std::string REMOVE_ALL = R"(
-    FINE -> checkNoJNIException
-    ExceptionCheck()
+    {check}
     GetMethodID(class a/b/Bean, removeAll, ()V)
     TRACE removeAllID!=NULL: true
     CallVoidMethod(global bean, removeAll)
-    FINE -> checkNoJNIException
-    ExceptionCheck()
+    {check}
 )";
 const std::string DISPOSE = R"(
     TRACE CHECKPOINT: Successfully freed bean.
     GetMethodID(class com/velmora/tq/kesta/KESTAFrame, dispose, ()V)
     TRACE disposeID!=NULL: true
     CallVoidMethod(global frame, dispose)
-    FINE -> checkNoJNIException
-    ExceptionCheck()
+    {check}
     DeleteGlobalRef(global frame)
     TRACE CHECKPOINT: Successfully freed frame.
 )";
+
+// The methods that are called, and the checks of their look-ups.
+const std::pair<std::string, std::string> STEPS[] = {{"free", "freeID != NULL: false"},
+                                                     {"removeORVANEControlListener", "removeID!=NULL: false"},
+                                                     {"removeAll", "removeAllID!=NULL: false"},
+                                                     {"remove", "removeCID!=NULL: false"},
+                                                     {"dispose", "disposeID!=NULL: false"}};
 
 class StopBeanTest : public BridgeTest
 {
@@ -55,15 +47,14 @@ TEST_F(StopBeanTest, TakesEveryControlApartInOrder)
             GetMethodID(class com/velmora/tq/kesta/KESTAFrame, remove, (Ljava/awt/Component;)V)
             TRACE removeCID!=NULL: true
             CallVoidMethod(global frame, remove, global bean)
-            FINE -> checkNoJNIException
-            ExceptionCheck()
+            {check}
             DeleteGlobalRef(global bean))" +
                                      DISPOSE + R"(
             DeleteGlobalRef(global listener)
             TRACE CHECKPOINT: Successfully freed listener.
         )");
         EXPECT_LINES(java.liveGlobals(), Strings{});
-        EXPECT_LINES(java.liveLocals(), Strings{"class a/b/Bean", "class " + FRAME, "class " + LISTENER});
+        EXPECT_LINES(java.liveLocals(), CLASSES);
         bean = java.global("bean");
         frame = java.global("frame");
         listener = java.global("listener");
@@ -95,53 +86,39 @@ TEST_F(StopBeanTest, ReleasesWhateverThereIs)
 
 TEST_F(StopBeanTest, GoesOnAfterMissingMethods)
 {
-    java.missing = {"free", "removeORVANEControlListener", "removeAll", "remove", "dispose"};
+    Strings errors;
+    for (const auto& [method, check] : STEPS) {
+        java.missing.insert(method);
+        errors = errors + Strings{"Exception: java.lang.NoSuchMethodError: " + method + "\\n", check};
+    }
     EXPECT_EQ(client.stopBean(bean, frame, listener), S_OK);
-    EXPECT_LINES(log.takeErrors(), R"(
-        Exception: java.lang.NoSuchMethodError: free\n
-        freeID != NULL: false
-        Exception: java.lang.NoSuchMethodError: removeORVANEControlListener\n
-        removeID!=NULL: false
-        Exception: java.lang.NoSuchMethodError: removeAll\n
-        removeAllID!=NULL: false
-        Exception: java.lang.NoSuchMethodError: remove\n
-        removeCID!=NULL: false
-        Exception: java.lang.NoSuchMethodError: dispose\n
-        disposeID!=NULL: false
-    )");
+    EXPECT_LINES(log.takeErrors(), errors);
     EXPECT_LINES(java.liveGlobals(), Strings{});
 }
 
 TEST_F(StopBeanTest, GoesOnAfterExceptions)
 {
-    for (const char* method : {"free", "removeORVANEControlListener", "removeAll", "remove", "dispose"}) {
+    Strings errors;
+    for (const auto& [method, check] : STEPS) {
         java.outcomes[method] = RecordingJni::throws("java.lang.Error", method);
+        errors.push_back("Exception: java.lang.Error: " + method + "\\n");
     }
+    errors.insert(errors.begin() + 1, "checkNoJNIException(): false");
     EXPECT_EQ(client.stopBean(bean, frame, listener), S_OK);
-    EXPECT_LINES(log.takeErrors(), R"(
-        Exception: java.lang.Error: free\n
-        checkNoJNIException(): false
-        Exception: java.lang.Error: removeORVANEControlListener\n
-        Exception: java.lang.Error: removeAll\n
-        Exception: java.lang.Error: remove\n
-        Exception: java.lang.Error: dispose\n
-    )");
+    EXPECT_LINES(log.takeErrors(), errors);
     EXPECT_LINES(java.liveGlobals(), Strings{});
     EXPECT_FALSE(java.isPending());
 }
 
 TEST_F(StopBeanTest, WithoutMachineLogsItsFailedChecks)
 {
+    Strings errors;
+    for (const auto& [method, check] : STEPS) {
+        errors.push_back("ERROR " + check);
+    }
     haveNoMachine();
     EXPECT_EQ(client.stopBean(bean, frame, listener), S_OK);
-    EXPECT_LINES(log.takeErrors(), R"(
-        freeID != NULL: false
-        removeID!=NULL: false
-        removeAllID!=NULL: false
-        removeCID!=NULL: false
-        disposeID!=NULL: false
-    )");
-    EXPECT_LINES(java.takeCalls(), Strings{});
+    EXPECT_LINES(callsOf(log.take()), errors);
 }
 
 } // namespace

@@ -79,37 +79,20 @@ TEST_F(StringTest, BstrReachesJavaInTheAnsiCodePageUpToItsFirstZero)
     EXPECT_EQ(reaches(CComBSTR(L"\u4E2D\u6587!")), "NewStringUTF(\?\?!)");
     EXPECT_EQ(reaches(CComBSTR(L"\u0100")), "NewStringUTF(A)") << "the letter that comes closest";
     EXPECT_EQ(reaches(CComBSTR(WITH_ZERO.data(), WITH_ZERO.size())), "NewStringUTF(a)");
-    log.take();
-    JNIHelper::bstrToJavaString(java.env(), CComBSTR(L"plain"));
-    EXPECT_LINES(log.take(), R"(
-        FINE -> JNIHelper: bstrToJavaString
-        NewStringUTF(plain)
-        DeleteLocalRef("plain")
-    )");
 }
 
 TEST_F(StringTest, JavaStringBecomesANewBstrOfItsBytesAsAnsiText)
 {
-    CComBSTR result;
-    JNIHelper::javaStringToBstr(&result, java.env(), java.localString("\xC3\xA4"));
-    EXPECT_STREQ(result, L"\u00C3\u00A4");
-    EXPECT_LINES(log.take(), Strings{
-                                 "FINE -> JNIHelper: javaStringToBstr",
-                                 "TRACE JNIHelper: result!=NULL: true",
-                                 "TRACE JNIHelper: env!=NULL: true",
-                                 "GetStringUTFChars(\"\xC3\xA4\")",
-                                 "ReleaseStringUTFChars(\"\xC3\xA4\")",
-                             });
-    JNIHelper::javaStringToBstr(&result, java.env(), java.localString("\x81"));
-    EXPECT_STREQ(result, L"\u0081") << "also a byte that stands for no letter";
-    java.takeCalls();
-    JNIHelper::javaStringToBstr(&result, java.env(), nullptr);
-    ASSERT_NE(result.m_str, nullptr);
-    EXPECT_EQ(result.Length(), 0u);
-    EXPECT_LINES(java.takeCalls(), Strings{});
-    JNIHelper::javaStringToBstr(&result, java.env(), java.localString(""));
-    ASSERT_NE(result.m_str, nullptr);
-    EXPECT_EQ(result.Length(), 0u);
+    for (const auto& [text, expected] : {std::pair{java.localString("\xC3\xA4"), L"\u00C3\u00A4"},
+                                         {java.localString("\x81"), L"\u0081"}, // also a byte that stands for no letter
+                                         {java.localString(""), L""},
+                                         {nullptr, L""}}) {
+        CComBSTR result;
+        java.takeCalls();
+        JNIHelper::javaStringToBstr(&result, java.env(), text);
+        EXPECT_STREQ(result, expected);
+        EXPECT_EQ(java.takeCalls().size(), text == nullptr ? 0u : 2u);
+    }
 }
 
 TEST_F(StringTest, JavaStringBecomesASharedText)
@@ -196,65 +179,60 @@ protected:
     }
 
     const CComBSTR text{L"text"};
-    const Strings classes = {"class " + BEAN, "class " + FRAME, "class " + LISTENER};
 };
 
-TEST_F(ConversionTest, EveryTextGoesThroughTheAnsiCodePageWithoutFlags)
+TEST_F(ConversionTest, GoesThroughTheAnsiCodePageWithoutFlagsAndItsRefusalIsTheErrorThatWindowsGave)
 {
     static_assert(CP_ACP == 0);
-    BSTR result = nullptr;
-    SharedText shared;
-    EXPECT_EQ(refuse(-1,
-                     [&] {
-                         JNIHelper::bstrToJavaString(java.env(), text);
-                         JNIHelper::javaStringToBstr(&result, java.env(), java.localString("text"));
-                         JNIHelper::javaStringToText(&shared, java.env(), java.localString("text"));
-                         shared.narrow();
-                     }),
-              S_OK);
-    EXPECT_LINES(s_conversions, Strings(8, "0 0")) << "each asks for the size first";
-    SysFreeString(result);
-}
-
-TEST_F(ConversionTest, RefusalIsTheErrorThatWindowsGave)
-{
-    const SharedText shared(text.m_str);
-    SharedText other("before");
     BSTR result = UNTOUCHED;
-    EXPECT_EQ(refuse(0, [&] { JNIHelper::bstrToJavaString(java.env(), text); }), REFUSED);
-    EXPECT_LINES(java.takeCalls(), Strings{}) << "nothing reaches Java";
-    EXPECT_EQ(refuse(0, [&] { JNIHelper::javaStringToBstr(&result, java.env(), java.localString("text")); }), REFUSED);
-    EXPECT_EQ(refuse(0, [&] { JNIHelper::javaStringToText(&other, java.env(), java.localString("text")); }), REFUSED);
-    EXPECT_EQ(refuse(0, [&] { shared.narrow(); }), REFUSED);
-    EXPECT_EQ(refuse(0, [&] { other.append("text"); }), REFUSED);
-    EXPECT_EQ(result, UNTOUCHED);
-    EXPECT_STREQ(other.narrow(), "before");
+    SharedText shared("before");
+    const std::function<void()> conversions[] = {
+        [&] { JNIHelper::bstrToJavaString(java.env(), text); },
+        [&] { JNIHelper::javaStringToBstr(&result, java.env(), java.localString("text")); },
+        [&] { JNIHelper::javaStringToText(&shared, java.env(), java.localString("text")); },
+        [&] { SharedText(text.m_str).narrow(); },
+        [&] { shared.append("text"); },
+    };
+    for (const auto& convert : conversions) {
+        result = UNTOUCHED;
+        for (const int callsUntilRefusal : {0, 1}) { // the first one asks for the size
+            const SharedText before = shared;
+            EXPECT_EQ(refuse(callsUntilRefusal, convert), REFUSED);
+            EXPECT_EQ(result, UNTOUCHED);
+            EXPECT_EQ(shared.bstr(), before.bstr());
+        }
+        s_conversions.clear();
+        EXPECT_EQ(refuse(-1, convert), S_OK);
+        EXPECT_LINES(s_conversions, Strings(2, "0 0"));
+        if (result != UNTOUCHED) {
+            SysFreeString(result);
+        }
+    }
 }
 
 TEST_F(ConversionTest, RefusalInAForwardedCallReleasesItsReferences)
 {
     BSTR result = UNTOUCHED;
-    EXPECT_EQ(refuse(0, [&] { client.setProperty(bean, text, text, &result); }), REFUSED);
-    EXPECT_LINES(java.takeCalls(), R"(
-        GetMethodID(class a/b/Bean, setProperty, (Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;)
+    Strings ends;
+    for (const int callsUntilRefusal : {0, 2, 4}) {
+        EXPECT_EQ(refuse(callsUntilRefusal, [&] { client.setProperty(bean, text, text, &result); }), REFUSED);
+        const Strings calls = java.takeCalls();
+        ends.push_back(std::to_string(calls.size()) + " calls, the last one is " + calls.back());
+    }
+    EXPECT_LINES(ends, R"(
+        1 calls, the last one is GetMethodID(class a/b/Bean, setProperty, (Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;)
+        3 calls, the last one is DeleteLocalRef("text")
+        10 calls, the last one is DeleteLocalRef("answer of setProperty")
     )");
-    EXPECT_EQ(refuse(2, [&] { client.setProperty(bean, text, text, &result); }), REFUSED);
-    EXPECT_LINES(java.takeCalls(), R"(
-        GetMethodID(class a/b/Bean, setProperty, (Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;)
-        NewStringUTF(text)
-        DeleteLocalRef("text")
-    )");
-    EXPECT_EQ(refuse(4, [&] { client.setProperty(bean, text, text, &result); }), REFUSED);
-    EXPECT_EQ(java.takeCalls().back(), "DeleteLocalRef(\"answer of setProperty\")");
     EXPECT_EQ(result, UNTOUCHED);
-    EXPECT_LINES(java.liveLocals(), classes);
+    EXPECT_LINES(java.liveLocals(), CLASSES);
 }
 
 TEST_F(ConversionTest, AnswerOfTheBeansCleanUpThatIsRefusedDoesNotEndTheRelease)
 {
     EXPECT_EQ(refuse(0, [&] { EXPECT_EQ(client.stopBean(bean, frame, listener), S_OK); }), S_OK);
     EXPECT_LINES(java.liveGlobals(), Strings{});
-    EXPECT_LINES(java.liveLocals(), classes);
+    EXPECT_LINES(java.liveLocals(), CLASSES);
     EXPECT_EQ(java.takeCalls().back(), "DeleteGlobalRef(global listener)");
 }
 

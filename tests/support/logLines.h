@@ -55,16 +55,14 @@ struct LogLine
     std::string body;     // indentation and marker, class name, object, text; without the elapsed time, which varies
     int milliseconds = 0; // the elapsed time of an exit line, else 0
 
-    // Without indentation and marker.
-    std::string text() const
+    // "-> " of an entry line, "<- " of an exit line, else nothing.
+    std::string marker() const
     {
-        const size_t begin = body.find_first_not_of(' ');
-        if (begin == std::string::npos) {
-            return {};
-        }
-        const bool marked = body.compare(begin, 3, "-> ") == 0 || body.compare(begin, 3, "<- ") == 0;
-        return body.substr(marked ? begin + 3 : begin);
+        const std::string begin = body.substr(std::min(body.find_first_not_of(' '), body.size()), 3);
+        return begin == "-> " || begin == "<- " ? begin : "";
     }
+    // Without indentation and marker.
+    std::string text() const { return body.substr(std::min(body.find_first_not_of(' '), body.size()) + marker().size()); }
     std::string module() const { return source.substr(0, source.find(' ')); }
 };
 
@@ -88,7 +86,7 @@ inline LogLine parseLogLine(const std::string& line)
     result.line = std::stoi(match[5]);
     result.body = line.substr(static_cast<size_t>(match.length()));
     const std::string end = result.body.substr(std::max<size_t>(result.body.size(), 30) - 30);
-    if (result.body.compare(result.body.find_first_not_of(' '), 3, "<- ") == 0 && std::regex_search(end, match, s_elapsed)) {
+    if (result.marker() == "<- " && std::regex_search(end, match, s_elapsed)) {
         result.milliseconds = std::stoi(match[1]);
         result.body.erase(result.body.size() - static_cast<size_t>(match.length()));
     }
