@@ -103,4 +103,20 @@ private:
     RegistryScratch m_user;
 };
 
+// A test with a world of its own and a record of the debugger stream.
+class LoggerWorldTest : public testing::Test
+{
+protected:
+    // A fresh Logger whose file is open; what was said meanwhile is discarded.
+    void open(int level, int traceLevel = LOGLEVEL_TRACE)
+    {
+        m_world.start(level, traceLevel);
+        LogEntry({"fixtures", __LINE__}, LOGLEVEL_ALWAYS).stream() << "opens the file";
+        m_stream.clear();
+    }
+
+    LoggerWorld m_world;
+    DebugStream m_stream;
+};
+
 } // namespace fixtures

@@ -25,33 +25,46 @@ bool failWith(DWORD error)
     return counted(false);
 }
 
-int returnIfFalse(const void* pointer)
-{
-    RETURN_IF_FALSE(counted(pointer) != NULL, 17);
-    return 4;
-}
-
-HRESULT returnIfFailed(HRESULT value)
-{
-    RETURN_IF_FAILED(counted(value));
-    return 4;
-}
-
-int returnIfJniFailed(int value)
-{
-    RETURN_IF_JNI_FAILED(counted(value), 17);
-    return 4;
-}
-
-class LoggerCheckTest : public testing::Test
+class LoggerCheckTest : public fixtures::LoggerWorldTest
 {
 protected:
-    LoggerCheckTest()
+    LoggerCheckTest() { open(LOGLEVEL_TRACE); }
+    // Each of the checks with each outcome.
+    static void check()
     {
-        m_world.start(LOGLEVEL_TRACE);
-        LOG_PLAIN(ALWAYS, "opens the file");
-        m_stream.clear();
+        const auto returnIfFalse = [](const void* pointer) {
+            RETURN_IF_FALSE(counted(pointer) != NULL, 17);
+            return 4;
+        };
+        const auto returnIfFailed = [](HRESULT value) -> HRESULT {
+            RETURN_IF_FAILED(counted(value));
+            return 4;
+        };
+        const auto returnIfJniFailed = [](int value) {
+            RETURN_IF_JNI_FAILED(counted(value), 17);
+            return 4;
+        };
         s_calls = 0;
+        const void* const pointer = &s_calls;
+        EXPECT_TRUE(LOG_CONDITION(counted(pointer) != NULL));
+        EXPECT_FALSE(LOG_CONDITION(counted(pointer) == NULL));
+        EXPECT_EQ(returnIfFalse(pointer), 4);
+        EXPECT_EQ(returnIfFalse(nullptr), 17);
+        EXPECT_EQ(LOG_HRESULT(counted(S_OK)), S_OK);
+        EXPECT_EQ(LOG_HRESULT(counted(E_FAIL)), E_FAIL);
+        EXPECT_EQ(returnIfFailed(S_FALSE), 4);
+        EXPECT_EQ(returnIfFailed(E_FAIL), E_FAIL);
+        EXPECT_EQ(LOG_HRESULT_NUMBER(counted(S_FALSE)), S_FALSE);
+        EXPECT_EQ(LOG_HRESULT_NUMBER(counted(E_FAIL)), E_FAIL);
+        EXPECT_TRUE(LOG_WIN32(counted(true)));
+        EXPECT_FALSE(LOG_WIN32(failWith(ERROR_ACCESS_DENIED)));
+        EXPECT_TRUE(LOG_WIN32_WITH(counted(true), 0));
+        EXPECT_FALSE(LOG_WIN32_WITH(counted(false), ERROR_ACCESS_DENIED));
+        EXPECT_EQ(returnIfJniFailed(0), 4);
+        EXPECT_EQ(returnIfJniFailed(-7), 17);
+        EXPECT_EQ(returnIfJniFailed(2), 17);
+        EXPECT_FALSE(LOG_WIN32(CreateDirectory("Q:\\none\\none", NULL))) << "names that are macros come out as they are written";
+        EXPECT_EQ(s_calls, 17) << "each argument once";
     }
     // "LEVEL text" of the checks themselves, without banners.
     std::vector<std::string> checks() const
@@ -64,9 +77,6 @@ protected:
         }
         return result;
     }
-
-    fixtures::LoggerWorld m_world;
-    fixtures::DebugStream m_stream;
 };
 
 // Making its text for the log changes the last error.
@@ -85,26 +95,7 @@ public:
 
 TEST_F(LoggerCheckTest, EachLogsItsTextAndOutcomeAndGivesTheValueBackOrReturns)
 {
-    const void* const pointer = this;
-    EXPECT_TRUE(LOG_CONDITION(counted(pointer) != NULL));
-    EXPECT_FALSE(LOG_CONDITION(counted(pointer) == NULL));
-    EXPECT_EQ(returnIfFalse(this), 4);
-    EXPECT_EQ(returnIfFalse(nullptr), 17);
-    EXPECT_EQ(LOG_HRESULT(counted(S_OK)), S_OK);
-    EXPECT_EQ(LOG_HRESULT(counted(E_FAIL)), E_FAIL);
-    EXPECT_EQ(returnIfFailed(S_FALSE), 4);
-    EXPECT_EQ(returnIfFailed(E_FAIL), E_FAIL);
-    EXPECT_EQ(LOG_HRESULT_NUMBER(counted(S_FALSE)), S_FALSE);
-    EXPECT_EQ(LOG_HRESULT_NUMBER(counted(E_FAIL)), E_FAIL);
-    EXPECT_TRUE(LOG_WIN32(counted(true)));
-    EXPECT_FALSE(LOG_WIN32(failWith(ERROR_ACCESS_DENIED)));
-    EXPECT_TRUE(LOG_WIN32_WITH(counted(true), 0));
-    EXPECT_FALSE(LOG_WIN32_WITH(counted(false), ERROR_ACCESS_DENIED));
-    EXPECT_EQ(returnIfJniFailed(0), 4);
-    EXPECT_EQ(returnIfJniFailed(-7), 17);
-    EXPECT_EQ(returnIfJniFailed(2), 17);
-    EXPECT_FALSE(LOG_WIN32(CreateDirectory("Q:\\none\\none", NULL))) << "names that are macros come out as they are written";
-
+    check();
     const std::string ok = getWindowsErrorText(0);
     const std::string failure = ": failure: " + getWindowsErrorText(0x80004005);
     const std::string denied = ": failure: " + getWindowsErrorText(ERROR_ACCESS_DENIED);
@@ -119,7 +110,6 @@ TEST_F(LoggerCheckTest, EachLogsItsTextAndOutcomeAndGivesTheValueBackOrReturns)
                             "TRACE counted(true): success", "ERROR counted(false)" + denied, "TRACE counted(value): successfull",
                             "ERROR counted(value): Unknown error (-7)", "ERROR counted(value): Unknown error (2)",
                             "ERROR CreateDirectory(\"Q:\\\\none\\\\none\", NULL)" + notFound));
-    EXPECT_EQ(s_calls, 17) << "each argument once";
 }
 
 TEST_F(LoggerCheckTest, Win32ErrorIsTakenBeforeTheObjectIsAskedForItsText)
@@ -133,12 +123,6 @@ TEST_F(LoggerCheckTest, ArgumentsAreEvaluatedAlsoWhenNothingIsLogged)
 {
     Logger::setMaxLogLevel(-1);
     m_stream.clear();
-    EXPECT_TRUE(LOG_CONDITION(counted(true)));
-    EXPECT_EQ(LOG_HRESULT(counted(E_FAIL)), E_FAIL);
-    EXPECT_EQ(LOG_HRESULT_NUMBER(counted(E_FAIL)), E_FAIL);
-    EXPECT_FALSE(LOG_WIN32(counted(false)));
-    EXPECT_FALSE(LOG_WIN32_WITH(counted(false), 5));
-    EXPECT_EQ(returnIfJniFailed(1), 17);
-    EXPECT_EQ(s_calls, 6);
+    check();
     EXPECT_THAT(m_stream.texts(), IsEmpty());
 }

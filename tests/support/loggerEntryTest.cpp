@@ -15,19 +15,10 @@ using testing::IsEmpty;
 
 namespace {
 
-class LoggerEntryTest : public testing::Test
+class LoggerEntryTest : public fixtures::LoggerWorldTest
 {
 protected:
-    LoggerEntryTest() { start(LOGLEVEL_FINE); }
-    void start(int level)
-    {
-        m_world.start(level);
-        LOG_PLAIN(ALWAYS, "opens the file");
-        m_stream.clear();
-    }
-
-    fixtures::LoggerWorld m_world;
-    fixtures::DebugStream m_stream;
+    LoggerEntryTest() { open(LOGLEVEL_FINE); }
 };
 
 class Control : public virtual Loggable
@@ -141,7 +132,7 @@ TEST_F(LoggerEntryTest, ScopesNameIsWhatStandsAfterTheFirstColons)
 TEST_F(LoggerEntryTest, LevelDecidesWhatIsOnWhateverTheFileAndTheLine)
 {
     for (int level = LOGLEVEL_ALWAYS; level <= LOGLEVEL_TRACE; ++level) {
-        start(level);
+        open(level);
         for (int statement = LOGLEVEL_ALWAYS; statement <= LOGLEVEL_TRACE; ++statement) {
             for (const char* file : {static_cast<const char*>(nullptr), "logger"}) {
                 EXPECT_EQ(isLogEnabled(file, statement - 3, statement), statement <= level);
@@ -153,7 +144,7 @@ TEST_F(LoggerEntryTest, LevelDecidesWhatIsOnWhateverTheFileAndTheLine)
 
 TEST_F(LoggerEntryTest, WhatIsOffEvaluatesNothing)
 {
-    start(LOGLEVEL_WARN);
+    open(LOGLEVEL_WARN);
     const auto fail = []() -> const char* {
         ADD_FAILURE() << "evaluated";
         return "";

@@ -23,7 +23,7 @@ void writeLine(const std::string& text)
     LOG_PLAIN(WARN, text);
 }
 
-class LoggerFileTest : public testing::Test
+class LoggerFileTest : public fixtures::LoggerWorldTest
 {
 protected:
     Logger& logger() const { return *Logger::instance(); }
@@ -56,9 +56,6 @@ protected:
         }
         return numbers;
     }
-
-    fixtures::LoggerWorld m_world;
-    fixtures::DebugStream m_stream;
 };
 
 } // namespace

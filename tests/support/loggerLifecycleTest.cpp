@@ -7,8 +7,6 @@
 
 #define LOG_SOURCE "loggerLifecycleTest"
 
-using fixtures::DebugStream;
-using fixtures::LoggerWorld;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -32,11 +30,8 @@ int noteLevels()
 
 const std::string END = "End of logging, further static deinitializers can not log anymore";
 
-class LoggerLifecycleTest : public testing::Test
+class LoggerLifecycleTest : public fixtures::LoggerWorldTest
 {
-protected:
-    LoggerWorld m_world;
-    DebugStream m_stream;
 };
 
 std::string probePath()

@@ -50,16 +50,14 @@ FILETIME fileTime(LONGLONG ticks)
 }
 
 // A fresh Logger with its file open, and a record of the debugger stream.
-class LoggerLineTest : public testing::Test
+class LoggerLineTest : public fixtures::LoggerWorldTest
 {
 protected:
     LoggerLineTest() { start(LOGLEVEL_WARN); }
     void start(int level, int traceLevel = LOGLEVEL_TRACE)
     {
-        m_world.start(level, traceLevel);
-        LOG_PLAIN(ALWAYS, "opens the file");
+        open(level, traceLevel);
         m_opened = m_world.logText();
-        m_stream.clear();
         s_now = MORNING;
         s_zone = HOUR;
         s_conversions = 0;
@@ -84,8 +82,6 @@ protected:
         return result;
     }
 
-    LoggerWorld m_world;
-    fixtures::DebugStream m_stream;
     std::string m_opened;
     const ClockHook m_clock{"GetSystemTimeAsFileTime", [](FILETIME* time) { *time = fileTime(s_now); }};
     const ZoneHook m_zone{"FileTimeToLocalFileTime", [](const FILETIME* time, FILETIME* local) -> BOOL {

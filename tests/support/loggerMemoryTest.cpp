@@ -28,15 +28,10 @@ public:
     void log() const { LOG(WARN, LONG_TEXT << L"wide" << 7); }
 };
 
-class LoggerMemoryTest : public testing::Test
+class LoggerMemoryTest : public fixtures::LoggerWorldTest
 {
 protected:
-    LoggerMemoryTest()
-    {
-        m_world.start(LOGLEVEL_FINE);
-        LOG_PLAIN(ALWAYS, "opens the file");
-        m_stream.clear();
-    }
+    LoggerMemoryTest() { open(LOGLEVEL_FINE); }
     // Runs `log` with memory for no allocation, then for one, and so on until it has enough. Each time every line is either
     // whole, or cut and marked, or left out, and the next line is as usual.
     template <class Log>
@@ -68,13 +63,10 @@ protected:
         for (const fixtures::LogLine& line : m_world.logLines()) {
             const bool isOurs = line.level.empty() || line.module() == LOG_SOURCE;
             const std::string text = fixtures::bodies({line}).front();
-            EXPECT_TRUE(!isOurs || line.text() == "opens the file" || line.text() == "next" || isWholeOrMarked(text, wholeLines))
-                << text;
+            EXPECT_TRUE(!isOurs || line.text() == "next" || isWholeOrMarked(text, wholeLines)) << text;
         }
     }
 
-    fixtures::LoggerWorld m_world;
-    fixtures::DebugStream m_stream;
     const OutputHook m_output{"OutputDebugStringA", [](LPCSTR text) {
                                   const FailingAllocations::Pause pause;
                                   OutputHook::s_original(text);

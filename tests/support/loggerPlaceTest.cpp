@@ -24,7 +24,7 @@ Strings s_calls;
 std::string s_appData;
 std::string s_desktop;
 
-class LoggerPlaceTest : public testing::Test
+class LoggerPlaceTest : public fixtures::LoggerWorldTest
 {
 protected:
     LoggerPlaceTest() { s_calls.clear(); }
@@ -84,9 +84,6 @@ protected:
                     ", oldlogfileage=2419200, splitlogfilesize=10"};
     }
     static Strings keyIsClosed() { return scope("CRegistry  ~CRegistry ", {scope("CRegistry  closeKey ")}); }
-
-    fixtures::LoggerWorld m_world;
-    fixtures::DebugStream m_stream;
 };
 
 HRESULT WINAPI tellFolder(HWND window, int folder, HANDLE token, DWORD flags, LPSTR path)

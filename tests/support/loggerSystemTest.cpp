@@ -50,7 +50,7 @@ std::vector<std::string> takeCalls()
     return std::exchange(s_calls, {});
 }
 
-class LoggerSystemTest : public testing::Test
+class LoggerSystemTest : public fixtures::LoggerWorldTest
 {
 protected:
     LoggerSystemTest()
@@ -59,9 +59,6 @@ protected:
         s_locks.clear();
     }
     std::vector<std::string> filed() const { return fixtures::bodies(m_world.logLines()); }
-
-    fixtures::LoggerWorld m_world;
-    fixtures::DebugStream m_stream;
 };
 
 } // namespace

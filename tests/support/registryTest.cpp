@@ -73,14 +73,8 @@ class RegistryTest : public testing::Test
 protected:
     ~RegistryTest() override { Logger::setMaxLogLevel(LOGLEVEL_WARN); }
     void setString(const std::string& name, const std::string& value) { m_scratch.setString(PATH, name, value); }
-    void setBytes(const std::string& name, const std::string& bytes)
-    {
-        m_scratch.setBytes(PATH, name, REG_BINARY, bytes.data(), bytes.size());
-    }
     void addKey(const std::string& name) { m_scratch.createKey(std::string(PATH) + "\\" + name); }
     static CRegistry opened() { return CRegistry(PATH, HKEY_LOCAL_MACHINE, KEY_READ); }
-    static std::string stringValue(const char* name) { return opened().getStringValue(name, "default"); }
-    static int dwordValue(const char* name) { return opened().getDWORDValue(name, -1); }
     static Strings subKeys(CRegistrySubKeys& names) { return all(names.getSubKeyCount(), names, &CRegistrySubKeys::getSubKey); }
     static Strings values(CRegistrySubKeys& names) { return all(names.getValueCount(), names, &CRegistrySubKeys::getValue); }
 
@@ -109,48 +103,38 @@ static_assert(IS_A_READER<CRegistry> && IS_A_READER<CRegistrySubKeys>);
 
 } // namespace
 
-TEST_F(RegistryTest, TextsUpTo254CharactersAreReturnedWholeAndLongerOnesNotAtAll)
+TEST_F(RegistryTest, ValueIsItsBytesWhateverTheirTypeUpTo255AsATextAndUpToFourAsANumber)
 {
-    setString("empty", "");
-    setString("254", std::string(254, 'a'));
-    setString("255", std::string(255, 'a'));
-    setString("300", std::string(300, 'a'));
-    EXPECT_EQ(stringValue("empty"), "");
-    EXPECT_EQ(stringValue("254"), std::string(254, 'a'));
-    EXPECT_EQ(stringValue("255"), "default");
-    EXPECT_EQ(stringValue("300"), "default");
-    EXPECT_EQ(stringValue("missing"), "default");
-}
-
-TEST_F(RegistryTest, TextIsTheBytesUpToTheFirstZeroWhateverTheirType)
-{
-    setBytes("unterminated", "abc");
-    setBytes("full", std::string(255, 'b'));
-    setBytes("nothing", "");
-    setBytes("zero inside", std::string("ab\0cd", 5));
-    m_scratch.setDword(PATH, "number", 0x00434241);
-    EXPECT_EQ(stringValue("unterminated"), "abc");
-    EXPECT_EQ(stringValue("full"), std::string(255, 'b'));
-    EXPECT_EQ(stringValue("nothing"), "") << "it is there, so it is not the default";
-    EXPECT_EQ(stringValue("zero inside"), "ab");
-    EXPECT_EQ(stringValue("number"), "ABC");
-}
-
-TEST_F(RegistryTest, NumberIsUpToFourBytesSignedWhateverTheirType)
-{
-    m_scratch.setDword(PATH, "number", 12);
-    m_scratch.setDword(PATH, "high", 0xFFFFFFFE);
-    setString("abc", "abc");
-    setString("abcd", "abcd");
-    setBytes("one", "a");
-    setBytes("nothing", "");
-    EXPECT_EQ(dwordValue("number"), 12);
-    EXPECT_EQ(dwordValue("high"), -2);
-    EXPECT_EQ(dwordValue("missing"), -1);
-    EXPECT_EQ(dwordValue("abc"), 0x00636261);
-    EXPECT_EQ(dwordValue("abcd"), -1) << "five bytes do not fit";
-    EXPECT_EQ(dwordValue("one"), 0x61) << "the bytes that are missing are zero";
-    EXPECT_EQ(dwordValue("nothing"), 0);
+    const struct
+    {
+        DWORD type;
+        std::string bytes;
+        std::string text; // up to the first zero
+        int number;       // signed; bytes that are missing are zero
+    } values[] = {
+        {REG_SZ, {"", 1}, "", 0},
+        {REG_SZ, {"abc", 4}, "abc", 0x00636261},
+        {REG_SZ, {"abcd", 5}, "abcd", -1},
+        {REG_SZ, std::string(254, 'a') + '\0', std::string(254, 'a'), -1},
+        {REG_SZ, std::string(255, 'a') + '\0', "default", -1},
+        {REG_SZ, std::string(300, 'a') + '\0', "default", -1},
+        {REG_BINARY, "", "", 0}, // it is there, so it is not the default
+        {REG_BINARY, "a", "a", 0x61},
+        {REG_BINARY, "abc", "abc", 0x00636261},
+        {REG_BINARY, {"ab\0cd", 5}, "ab", -1},
+        {REG_BINARY, std::string(255, 'b'), std::string(255, 'b'), -1},
+        {REG_DWORD, {"\x0C\0\0\0", 4}, "\x0C", 12},
+        {REG_DWORD, {"ABC\0", 4}, "ABC", 0x00434241},
+        {REG_DWORD, "\xFE\xFF\xFF\xFF", "\xFE\xFF\xFF\xFF", -2},
+    };
+    for (const auto& value : values) {
+        SCOPED_TRACE(&value - values);
+        m_scratch.setBytes(PATH, "value", value.type, value.bytes.data(), value.bytes.size());
+        EXPECT_EQ(opened().getStringValue("value", "default"), value.text);
+        EXPECT_EQ(opened().getDWORDValue("value", -1), value.number);
+    }
+    EXPECT_EQ(opened().getStringValue("missing", "default"), "default");
+    EXPECT_EQ(opened().getDWORDValue("missing", -1), -1);
 }
 
 TEST_F(RegistryTest, SnapshotHoldsTheNamesThatTheKeyHad)

@@ -37,9 +37,10 @@ std::string productOf(const std::string& name)
     return CVersion::getProductName(beside(name).c_str());
 }
 
-BOOL WINAPI refuseQuery(LPCVOID, LPCSTR, LPVOID*, PUINT)
+// The resource that was read last.
+bool isFreed()
 {
-    return FALSE;
+    return FailingAllocations::lastNothrowArray() == nullptr;
 }
 
 class VersionTest : public testing::Test
@@ -57,34 +58,26 @@ protected:
 
 } // namespace
 
-TEST_F(VersionTest, FileVersionIsPrintedAsFourNumbers)
-{
-    EXPECT_EQ(versionOf("versionFirst.dll"), "1.6.0.0");
-    EXPECT_EQ(versionOf("versionSecond.dll"), "65535.7.10.40000");
-}
-
-TEST_F(VersionTest, ProductNameIsThatOfTheFirstTranslationThatHasOneAndNothingElseIsAskedFor)
+TEST_F(VersionTest, VersionIsFourNumbersAndProductNameThatOfTheFirstTranslationThatHasOne)
 {
     const QueryHook hook("VerQueryValueA", [](LPCVOID block, LPCSTR name, LPVOID* value, PUINT length) -> BOOL {
         s_calls.emplace_back(name);
         return QueryHook::s_original(block, name, value, length);
     });
-    EXPECT_EQ(versionOf("versionBoth.dll"), "1.0.0.0");
-    EXPECT_EQ(productOf("versionBoth.dll"), "First");
-    EXPECT_EQ(productOf("versionSecond.dll"), "Second");
-    EXPECT_EQ(productOf("versionNone.dll"), UNDEFINED);
-    EXPECT_EQ(productOf("versionUntranslated.dll"), UNDEFINED);
-    EXPECT_THAT(s_calls, ElementsAre("\\", TRANSLATION, FIRST_NAME, TRANSLATION, FIRST_NAME, SECOND_NAME, TRANSLATION, FIRST_NAME,
-                                     TRANSLATION));
-}
-
-TEST_F(VersionTest, FileWithoutVersionResourceGivesTheDefaults)
-{
-    const fixtures::TemporaryFolder folder;
-    fixtures::makeFile(folder.path("plain.txt"), "text");
-    for (const char* name : {"plain.txt", "missing.exe"}) {
-        EXPECT_EQ(CVersion::getVersionInfo(folder.path(name).c_str()), "");
-        EXPECT_EQ(CVersion::getProductName(folder.path(name).c_str()), UNDEFINED);
+    for (const auto& [name, version, product, calls] :
+         {std::tuple{"versionFirst.dll", "1.6.0.0", "KESTA", Strings{"\\", TRANSLATION, FIRST_NAME}},
+          {"versionSecond.dll", "65535.7.10.40000", "Second", {"\\", TRANSLATION, FIRST_NAME, SECOND_NAME}},
+          {"versionBoth.dll", "1.0.0.0", "First", {"\\", TRANSLATION, FIRST_NAME}},
+          {"versionNone.dll", "1.0.0.0", UNDEFINED, {"\\", TRANSLATION, FIRST_NAME}},
+          {"versionUntranslated.dll", "1.0.0.0", UNDEFINED, {"\\", TRANSLATION}},
+          {"CTestTestfile.cmake", "", UNDEFINED, {}},
+          {"missing.exe", "", UNDEFINED, {}}}) {
+        s_calls.clear();
+        EXPECT_EQ(versionOf(name), version);
+        EXPECT_TRUE(isFreed());
+        EXPECT_EQ(productOf(name), product);
+        EXPECT_TRUE(isFreed());
+        EXPECT_EQ(s_calls, calls) << "nothing else is asked for";
     }
 }
 
@@ -97,20 +90,11 @@ TEST_F(VersionTest, ResourceForWhichThereIsNoMemoryGivesEmptyTexts)
 
 TEST_F(VersionTest, ResourceThatTellsNothingGivesTheDefaults)
 {
-    const QueryHook hook("VerQueryValueA", refuseQuery);
+    const QueryHook hook("VerQueryValueA", [](LPCVOID, LPCSTR, LPVOID*, PUINT) -> BOOL { return FALSE; });
     EXPECT_EQ(versionOf("versionFirst.dll"), "");
+    EXPECT_TRUE(isFreed());
     EXPECT_EQ(productOf("versionFirst.dll"), UNDEFINED);
-}
-
-TEST_F(VersionTest, ResourceIsFreedOnEveryWay)
-{
-    const auto freed = [](const std::string&) { return FailingAllocations::lastNothrowArray() == nullptr; };
-    EXPECT_TRUE(freed(versionOf("versionFirst.dll")));
-    EXPECT_TRUE(freed(productOf("versionFirst.dll")));
-    EXPECT_TRUE(freed(productOf("versionNone.dll")));
-    const QueryHook hook("VerQueryValueA", refuseQuery);
-    EXPECT_TRUE(freed(versionOf("versionFirst.dll")));
-    EXPECT_TRUE(freed(productOf("versionFirst.dll")));
+    EXPECT_TRUE(isFreed());
 }
 
 // The initial name is that of no loaded module, which means the running executable.
