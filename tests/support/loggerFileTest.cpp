@@ -113,31 +113,22 @@ TEST_F(LoggerFileTest, SystemInformationStaysOutOfTheBacktraceThatOpensTheFile)
 
 TEST_F(LoggerFileTest, FileThatCannotBeOpenedEndsFileLoggingForGood)
 {
-    m_world.start();
-    const std::string path = m_world.logFile();
-    std::filesystem::create_directory(path);
-    m_stream.clear();
-    writeLine("gives up");
-    EXPECT_EQ(logger().logFilePrefix(), "");
-    std::filesystem::remove(path);
-    writeLine("goes on");
-    logger().initParametersFromRegistryOrSpecialFolder();
-    writeLine("and on");
-    EXPECT_THAT(m_stream.said(), ElementsAre("WARN|   gives up", GIVING_UP, "WARN|   goes on", "WARN|   and on"));
-    EXPECT_FALSE(exists(path)) << "not even a new beginning tries again";
-}
-
-TEST_F(LoggerFileTest, LaterFileThatCannotBeOpenedEndsFileLoggingAsWell)
-{
     m_world.setPreference("splitlogfilesize", 1);
-    m_world.start();
-    std::filesystem::create_directory(m_world.logFile(1));
-    writeMegabytes(0, 2);
-    m_stream.clear();
-    writeLine("gives up");
-    writeLine("goes on");
-    EXPECT_THAT(m_stream.said(), ElementsAre("WARN|   gives up", GIVING_UP, "WARN|   goes on"));
-    EXPECT_EQ(logger().logFilePrefix(), "");
+    for (const int index : {0, 1}) { // the first file, and a later one
+        m_world.start();
+        const std::string path = m_world.logFile(index);
+        std::filesystem::create_directory(path);
+        writeMegabytes(0, 2 * index);
+        m_stream.clear();
+        writeLine("gives up");
+        EXPECT_EQ(logger().logFilePrefix(), "");
+        std::filesystem::remove(path);
+        writeLine("goes on");
+        logger().initParametersFromRegistryOrSpecialFolder();
+        writeLine("and on");
+        EXPECT_THAT(m_stream.said(), ElementsAre("WARN|   gives up", GIVING_UP, "WARN|   goes on", "WARN|   and on"));
+        EXPECT_FALSE(exists(path)) << "not even a new beginning tries again";
+    }
 }
 
 // ---- Failing writes

@@ -13,6 +13,7 @@ using fixtures::BEGIN_BANNER;
 using fixtures::END_BANNER;
 using fixtures::LoggerWorld;
 using testing::ElementsAre;
+using testing::EndsWith;
 
 // In no namespace, so that the lines contain its bare name.
 class CSampleControl : public virtual Loggable
@@ -57,7 +58,6 @@ protected:
     void start(int level, int traceLevel = LOGLEVEL_TRACE)
     {
         open(level, traceLevel);
-        m_opened = m_world.logText();
         s_now = MORNING;
         s_zone = HOUR;
         s_conversions = 0;
@@ -72,17 +72,7 @@ protected:
         }
         return result;
     }
-    // The lines of the file, each with its line feed.
-    std::vector<std::string> filed() const
-    {
-        std::vector<std::string> result = fixtures::splitLines(m_world.logText().substr(m_opened.size()));
-        for (std::string& line : result) {
-            line += '\n';
-        }
-        return result;
-    }
 
-    std::string m_opened;
     const ClockHook m_clock{"GetSystemTimeAsFileTime", [](FILETIME* time) { *time = fileTime(s_now); }};
     const ZoneHook m_zone{"FileTimeToLocalFileTime", [](const FILETIME* time, FILETIME* local) -> BOOL {
                               const LONGLONG high = time->dwHighDateTime;
@@ -232,8 +222,10 @@ TEST_F(LoggerLineTest, ErrorWritesTheScopesAroundItInnermostFirstAndTheirExitsFo
         whole("10:15:02.144", "FINE", 1, "<-  [21 ms]"),
     };
     EXPECT_EQ(sent(), expected);
-    EXPECT_EQ(filed(), expected);
-    EXPECT_EQ(Logger::getErrorEntries(), expected[1] + expected[2] + expected[3] + expected[4]);
+    const std::string backtrace = expected[1] + expected[2] + expected[3] + expected[4];
+    EXPECT_EQ(Logger::getErrorEntries(), backtrace);
+    EXPECT_THAT(m_world.logText(),
+                EndsWith("opens the file\n" + expected[0] + backtrace + expected[5] + expected[6] + expected[7] + expected[8]));
     EXPECT_EQ(Logger::getErrorEntries(), "");
     m_stream.clear();
     error(6);

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include <cstring>
+#include <map>
 #include <thread>
 #include <utility>
 
@@ -15,6 +16,8 @@ using fixtures::BEGIN_BANNER;
 using fixtures::END_BANNER;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
+using testing::StartsWith;
 
 namespace {
 
@@ -34,14 +37,12 @@ using HardwareHook = ImportHook<decltype(&GetSystemInfo)>;
 using AddressHook = ImportHook<decltype(&GetProcAddress)>;
 
 std::vector<std::string> s_calls;
-std::vector<const CRITICAL_SECTION*> s_locks;
+std::map<const CRITICAL_SECTION*, std::string> s_locks;
 
 void noteLock(const std::string& call, const CRITICAL_SECTION* section)
 {
-    for (size_t i = 0; i < s_locks.size(); ++i) {
-        if (s_locks[i] == section) {
-            s_calls.push_back(call + (i == 0 ? " file" : " errors"));
-        }
+    if (s_locks.contains(section)) {
+        s_calls.push_back(call + " " + s_locks[section]);
     }
 }
 
@@ -70,7 +71,7 @@ TEST_F(LoggerSystemTest, FileAndErrorTextHaveALockEachAndTheTwoAreNeverHeldToget
     const InitializeHook initialize("InitializeCriticalSectionEx", [](LPCRITICAL_SECTION section, DWORD spins, DWORD flags) {
         EXPECT_EQ(spins, 0u);
         EXPECT_EQ(flags, 0u);
-        s_locks.push_back(section);
+        s_locks.try_emplace(section, s_locks.empty() ? "file" : "errors");
         return InitializeHook::s_original(section, spins, flags);
     });
     const EnterHook enter("EnterCriticalSection", [](LPCRITICAL_SECTION section) {
@@ -163,7 +164,7 @@ TEST_F(LoggerSystemTest, ThreadThatIsInsideALoggingCallWhenTheLogEndsWritesNothi
     Logger::release();
     SetEvent(hasEnded);
     late.join();
-    EXPECT_THAT(fixtures::readFile(file), testing::EndsWith("    opens the file\r\n"));
+    EXPECT_THAT(fixtures::readFile(file), EndsWith("    opens the file\r\n"));
     EXPECT_TRUE(std::filesystem::remove(file)) << "it is closed";
 }
 
@@ -178,34 +179,34 @@ DWORD s_pathLength;
 
 TEST_F(LoggerSystemTest, ExecutablesNameIsWhatFollowsTheLastBackslashOfItsPath)
 {
-    const auto nameFor = [this](const std::string& path, DWORD length) {
+    const struct
+    {
+        std::string path;
+        DWORD length;
+        std::string name;
+    } paths[] = {
+        {"C:\\a folder\\b.c\\program.exe", 29, "program.exe"},
+        {"program.exe", 11, "program.exe"}, // a path without backslash is taken whole
+        {"C:\\cut.exe", 260, "cut.exe"},
+        {"C:\\program.exe", 261, "unknown"},
+        {"C:\\program.exe", static_cast<DWORD>(-1), "unknown"},
+    };
+    const std::string product = m_world.PRODUCT;
+    for (const auto& [path, length, name] : paths) {
         s_path = path;
         s_pathLength = length;
-        m_world.stop();
-        {
-            const PathHook hook("GetModuleFileNameA", [](HMODULE module, LPSTR buffer, DWORD size) -> DWORD {
-                EXPECT_EQ(module, nullptr);
-                EXPECT_EQ(size, 260u);
-                std::strcpy(buffer, s_path.c_str());
-                return s_pathLength;
-            });
-            m_world.start();
-        }
-        m_stream.clear();
+        const PathHook hook("GetModuleFileNameA", [](HMODULE module, LPSTR buffer, DWORD size) -> DWORD {
+            EXPECT_EQ(module, nullptr);
+            EXPECT_EQ(size, 260u);
+            std::strcpy(buffer, s_path.c_str());
+            return s_pathLength;
+        });
+        open(LOGLEVEL_WARN);
         LOG_PLAIN(WARN, "text");
-        const std::string product = m_world.PRODUCT;
-        const std::string sent = m_stream.texts().front();
-        const size_t begin = product.size() + 1;
-        const std::string name = sent.substr(begin, sent.find(' ', begin) - begin);
-        const std::string prefix = Logger::instance()->logFilePrefix();
-        EXPECT_TRUE(prefix.ends_with("\\" + product + "-" + name + "-" + std::to_string(GetCurrentProcessId()))) << prefix;
-        return name;
-    };
-    EXPECT_EQ(nameFor("C:\\a folder\\b.c\\program.exe", 29), "program.exe");
-    EXPECT_EQ(nameFor("program.exe", 11), "program.exe") << "a path without backslash is taken whole";
-    EXPECT_EQ(nameFor("C:\\cut.exe", 260), "cut.exe");
-    EXPECT_EQ(nameFor("C:\\program.exe", 261), "unknown");
-    EXPECT_EQ(nameFor("C:\\program.exe", static_cast<DWORD>(-1)), "unknown");
+        EXPECT_THAT(m_stream.texts(), ElementsAre(StartsWith(product + " " + name + " ")));
+        EXPECT_THAT(Logger::instance()->logFilePrefix(),
+                    EndsWith("\\" + product + "-" + name + "-" + std::to_string(GetCurrentProcessId())));
+    }
 }
 
 // ---- Error texts
