@@ -21,9 +21,6 @@ using DeleteHook = ImportHook<decltype(&DeleteFileA)>;
 constexpr LONGLONG SECOND = 10000000;
 constexpr int FOUR_WEEKS = 28 * 24 * 60 * 60;
 
-std::vector<std::string> s_calls;
-fixtures::DebugStream* s_stream;
-
 FILETIME plus(const FILETIME& time, LONGLONG units)
 {
     const LONGLONG sum = ticks(time) + units;
@@ -42,8 +39,6 @@ class LoggerCleanUpTest : public fixtures::LoggerWorldTest
 protected:
     LoggerCleanUpTest()
     {
-        s_calls.clear();
-        s_stream = &m_stream;
         std::filesystem::create_directory(m_folder);
         m_world.setPreference("logpath", m_folder);
     }
@@ -57,6 +52,7 @@ protected:
         CloseHandle(file);
     }
 
+    std::vector<std::string> m_calls;
     const std::string m_folder = m_world.folder() + "\\logs";
     const std::string m_product = std::string(m_world.PRODUCT) + "-";
 };
@@ -113,31 +109,31 @@ TEST_F(LoggerCleanUpTest, FilesAreListedFirstAndThenEachIsToldBeforeItsDeletionW
     makeFile(m_product + "b.log", 0);
     makeFile(m_product + "c.log", 12);
     m_world.setPreference("oldlogfileage", 10);
-    const FindHook find("FindFirstFileA", [](LPCSTR pattern, LPWIN32_FIND_DATAA found) -> HANDLE {
-        s_calls.push_back("find " + std::string(pattern));
+    const FindHook find("FindFirstFileA", [this](LPCSTR pattern, LPWIN32_FIND_DATAA found) -> HANDLE {
+        m_calls.push_back("find " + std::string(pattern));
         return FindHook::s_original(pattern, found);
     });
-    const NextHook next("FindNextFileA", [](HANDLE handle, LPWIN32_FIND_DATAA found) -> BOOL {
+    const NextHook next("FindNextFileA", [this](HANDLE handle, LPWIN32_FIND_DATAA found) -> BOOL {
         const BOOL result = NextHook::s_original(handle, found);
-        s_calls.emplace_back(result ? "next" : "end");
+        m_calls.emplace_back(result ? "next" : "end");
         return result;
     });
-    const CloseHook close("FindClose", [](HANDLE handle) -> BOOL {
-        s_calls.emplace_back("close");
+    const CloseHook close("FindClose", [this](HANDLE handle) -> BOOL {
+        m_calls.emplace_back("close");
         return CloseHook::s_original(handle);
     });
-    const DeleteHook deletion("DeleteFileA", [](LPCSTR file) -> BOOL {
-        s_calls.push_back("delete " + std::string(file) + " after " + s_stream->said().back());
+    const DeleteHook deletion("DeleteFileA", [this](LPCSTR file) -> BOOL {
+        m_calls.push_back("delete " + std::string(file) + " after " + m_stream.said().back());
         SetLastError(ERROR_ACCESS_DENIED);
         return FALSE;
     });
     m_world.start(LOGLEVEL_INFO);
-    ASSERT_EQ(s_calls.size(), 1 + 4 + 1 + 2u) << "one of the files is that of this process";
-    EXPECT_EQ(s_calls[0], "find " + m_folder + "\\" + m_product + "*.log");
-    EXPECT_EQ(s_calls[4], "end");
-    EXPECT_EQ(s_calls[5], "close");
+    ASSERT_EQ(m_calls.size(), 1 + 4 + 1 + 2u) << "one of the files is that of this process";
+    EXPECT_EQ(m_calls[0], "find " + m_folder + "\\" + m_product + "*.log");
+    EXPECT_EQ(m_calls[4], "end");
+    EXPECT_EQ(m_calls[5], "close");
     for (const std::string& name : {m_product + "a.log", m_product + "c.log"}) {
-        EXPECT_THAT(s_calls, Contains("delete " + path(name) + " after INFO|    Deleting old log file " + name));
+        EXPECT_THAT(m_calls, Contains("delete " + path(name) + " after INFO|    Deleting old log file " + name));
     }
     EXPECT_EQ(m_stream.said().size(), 4 + 2 + 2u) << "system information, start and deletions";
     LOG_PLAIN(WARN, "goes on");
@@ -146,19 +142,19 @@ TEST_F(LoggerCleanUpTest, FilesAreListedFirstAndThenEachIsToldBeforeItsDeletionW
 
 TEST_F(LoggerCleanUpTest, NothingIsListedWhileThereIsNoFileLogging)
 {
-    const FindHook find("FindFirstFileA", [](LPCSTR pattern, LPWIN32_FIND_DATAA found) -> HANDLE {
-        s_calls.emplace_back(pattern);
+    const FindHook find("FindFirstFileA", [this](LPCSTR pattern, LPWIN32_FIND_DATAA found) -> HANDLE {
+        m_calls.emplace_back(pattern);
         return FindHook::s_original(pattern, found);
     });
     m_world.setPreference("logpath", "");
     m_world.start();
-    EXPECT_THAT(s_calls, IsEmpty());
+    EXPECT_THAT(m_calls, IsEmpty());
 
     m_world.setPreference("logpath", m_folder);
     m_world.start();
     std::filesystem::create_directory(m_world.logFile());
     LOG_PLAIN(WARN, "gives up");
-    s_calls.clear();
+    m_calls.clear();
     Logger::instance()->initCleanUpLogFiles();
-    EXPECT_THAT(s_calls, IsEmpty());
+    EXPECT_THAT(m_calls, IsEmpty());
 }

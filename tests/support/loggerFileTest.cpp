@@ -133,16 +133,9 @@ TEST_F(LoggerFileTest, FileThatCannotBeOpenedEndsFileLoggingForGood)
 
 // ---- Failing writes
 
-namespace {
-
-int s_writes;
-DWORD s_taken; // of each write
-
-} // namespace
-
 TEST_F(LoggerFileTest, FailedWriteEndsTheFileWithoutAReportAndTheNextFileBeginsAnew)
 {
-    for (const bool isHalfWritten : {false, true}) {
+    for (const DWORD taken : {0, 30}) { // bytes of the line
         m_world.setPreference("logpath", m_world.folder());
         m_world.start();
         writeLine("before");
@@ -150,22 +143,21 @@ TEST_F(LoggerFileTest, FailedWriteEndsTheFileWithoutAReportAndTheNextFileBeginsA
         const std::string content = fixtures::readFile(path);
         m_stream.clear();
         {
-            s_writes = 0;
-            s_taken = isHalfWritten ? 30 : 0;
-            const WriteHook hook("WriteFile", [](HANDLE file, LPCVOID bytes, DWORD, LPDWORD written, LPOVERLAPPED) -> BOOL {
-                ++s_writes;
-                const BOOL succeeded = s_taken > 0 && WriteHook::s_original(file, bytes, s_taken, written, nullptr);
-                *written = s_taken;
+            int writes = 0;
+            const WriteHook hook("WriteFile", [&](HANDLE file, LPCVOID bytes, DWORD, LPDWORD written, LPOVERLAPPED) {
+                ++writes;
+                const bool succeeded = taken > 0 && WriteHook::s_original(file, bytes, taken, written, nullptr);
+                *written = taken;
                 return succeeded;
             });
             writeLine("fails");
             writeLine("later");
-            EXPECT_EQ(s_writes, 1) << "one call a line, and none after the failed one";
+            EXPECT_EQ(writes, 1) << "one call a line, and none after the failed one";
         }
         writeLine("and later");
         EXPECT_THAT(m_stream.said(), ElementsAre("WARN|   fails", "WARN|   later", "WARN|   and later"));
         EXPECT_EQ(m_world.logFile(), path);
-        EXPECT_EQ(fixtures::readFile(path).size(), content.size() + s_taken);
+        EXPECT_EQ(fixtures::readFile(path).size(), content.size() + taken);
 
         m_world.setPreference("logpath", m_world.folder() + "\\elsewhere");
         logger().initParametersFromRegistryOrSpecialFolder();

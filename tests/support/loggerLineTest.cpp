@@ -41,10 +41,6 @@ constexpr LONGLONG MINUTE = 60 * 1000 * MILLISECOND;
 constexpr LONGLONG HOUR = 60 * MINUTE;
 constexpr LONGLONG MORNING = 132277869021230000; // 2020-03-04 09:15:02.123 UTC
 
-LONGLONG s_now;
-LONGLONG s_zone; // local time minus UTC
-int s_conversions;
-
 FILETIME fileTime(LONGLONG ticks)
 {
     return {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
@@ -58,9 +54,7 @@ protected:
     void start(int level, int traceLevel = LOGLEVEL_TRACE)
     {
         open(level, traceLevel);
-        s_now = MORNING;
-        s_zone = HOUR;
-        s_conversions = 0;
+        m_now = MORNING;
     }
     // The lines sent to the debugger stream, without the names of product and executable.
     std::vector<std::string> sent() const
@@ -73,12 +67,14 @@ protected:
         return result;
     }
 
-    const ClockHook m_clock{"GetSystemTimeAsFileTime", [](FILETIME* time) { *time = fileTime(s_now); }};
-    const ZoneHook m_zone{"FileTimeToLocalFileTime", [](const FILETIME* time, FILETIME* local) -> BOOL {
-                              const LONGLONG high = time->dwHighDateTime;
-                              *local = fileTime((high << 32 | time->dwLowDateTime) + s_zone);
-                              return TRUE;
-                          }};
+    LONGLONG m_now = MORNING;
+    LONGLONG m_zone = HOUR; // local time minus UTC
+    const ClockHook m_clockHook{"GetSystemTimeAsFileTime", [this](FILETIME* time) { *time = fileTime(m_now); }};
+    const ZoneHook m_zoneHook{"FileTimeToLocalFileTime", [this](const FILETIME* time, FILETIME* local) {
+                                  const LONGLONG high = time->dwHighDateTime;
+                                  *local = fileTime((high << 32 | time->dwLowDateTime) + m_zone);
+                                  return TRUE;
+                              }};
 };
 
 // Only while nothing is asserted: the test framework identifies its threads by the same call.
@@ -133,7 +129,7 @@ TEST_F(LoggerLineTest, EveryKindOfLineIsAsLogReadersExpectIt)
         scope.name("CJavaManagerATLObject::setBounds") << 0 << ", " << 100;
         scope.writeEntry();
         LogEntry early({"a/b\\c/d", 5, &frame}, LOGLEVEL_INFO);
-        s_now += 123 * MILLISECOND;
+        m_now += 123 * MILLISECOND;
         LogEntry({"D:\\build\\abcdefghijklmnopqrstuvwxy", 12345}, LOGLEVEL_ALWAYS).stream() << "text";
         early.stream() << "the time of its creation";
     }
@@ -165,7 +161,7 @@ TEST_F(LoggerLineTest, TimeOfAScopeIsToldFromTenWholeMillisecondsOn)
     const auto elapsed = [this](LONGLONG ticks) {
         {
             const Scope scope(1);
-            s_now += ticks;
+            m_now += ticks;
         }
         const std::string text = m_stream.texts().back();
         return text.substr(text.find("<- scope ") + 9);
@@ -204,10 +200,10 @@ TEST_F(LoggerLineTest, ErrorWritesTheScopesAroundItInnermostFirstAndTheirExitsFo
         {
             const Scope closed(2);
         }
-        s_now += MILLISECOND;
+        m_now += MILLISECOND;
         const Scope middle(3);
         const Scope inner(4);
-        s_now += 20 * MILLISECOND;
+        m_now += 20 * MILLISECOND;
         error(5);
     }
     const std::vector<std::string> expected = {
@@ -236,11 +232,12 @@ TEST_F(LoggerLineTest, ErrorWritesTheScopesAroundItInnermostFirstAndTheirExitsFo
 TEST_F(LoggerLineTest, ScopeIsFormattedOnceHoweverOftenItsLineIsWritten)
 {
     start(LOGLEVEL_FINE);
+    int conversions = 0;
     {
         Scope scope(1);
         scope.stream() << "and later";
-        const CalendarHook calendar("FileTimeToSystemTime", [](const FILETIME* time, SYSTEMTIME* parts) {
-            ++s_conversions;
+        const CalendarHook calendar("FileTimeToSystemTime", [&](const FILETIME* time, SYSTEMTIME* parts) {
+            ++conversions;
             return CalendarHook::s_original(time, parts);
         });
         error(2);
@@ -249,7 +246,7 @@ TEST_F(LoggerLineTest, ScopeIsFormattedOnceHoweverOftenItsLineIsWritten)
     EXPECT_THAT(m_stream.said(),
                 ElementsAre("FINE|-> scope ", BEGIN_BANNER, "ERROR|    broken", "FINE|-> scope ", END_BANNER, BEGIN_BANNER,
                             "ERROR|    broken", "FINE|-> scope ", END_BANNER, "FINE|<- scope and later"));
-    EXPECT_EQ(s_conversions, 2) << "the two errors";
+    EXPECT_EQ(conversions, 2) << "the two errors";
 }
 
 // The time zone changes as well. The elapsed time comes from the clock, so a clock change inside a scope is part of it.
@@ -258,19 +255,19 @@ TEST_F(LoggerLineTest, ScopesKeepTheTimeOfTheirCreationWhateverTheClockDoesUntil
     {
         const ShortThreadId thread;
         const Scope outer(1);
-        s_now -= HOUR;
+        m_now -= HOUR;
         {
             const Scope putBack(2);
-            s_now += HOUR + 2 * MINUTE;
+            m_now += HOUR + 2 * MINUTE;
             {
                 const Scope inner(3);
-                s_now += 3 * MINUTE;
+                m_now += 3 * MINUTE;
                 error(4);
-                s_zone -= HOUR;
+                m_zone -= HOUR;
             }
-            s_now -= HOUR;
+            m_now -= HOUR;
         }
-        s_now += HOUR;
+        m_now += HOUR;
     }
     EXPECT_THAT(sent(), ElementsAre(banner(BEGIN_BANNER), whole("10:20:02.123", "ERROR", 4, "      broken"),
                                     whole("10:17:02.123", "FINE", 3, "  -> "), whole("09:15:02.123", "FINE", 2, " -> "),

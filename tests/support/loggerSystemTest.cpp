@@ -23,7 +23,7 @@ namespace {
 
 using InitializeHook = ImportHook<decltype(&InitializeCriticalSectionEx)>;
 using EnterHook = ImportHook<decltype(&EnterCriticalSection)>;
-using LeaveHook = ImportHook<decltype(&LeaveCriticalSection)>;
+using LeaveHook = ImportHook<decltype(&LeaveCriticalSection), struct Leave>;
 using SlotHook = ImportHook<decltype(&TlsAlloc)>;
 using PathHook = ImportHook<decltype(&GetModuleFileNameA)>;
 // Its last parameter is a va_list*, whose attributes a template argument cannot carry.
@@ -131,14 +131,6 @@ TEST_F(LoggerSystemTest, TakesTwoThreadLocalSlots)
     EXPECT_THAT(s_calls, ElementsAre("slot", "slot"));
 }
 
-namespace {
-
-HANDLE s_isInside;
-HANDLE s_hasEnded;
-std::atomic<DWORD> s_lateThread{0};
-
-} // namespace
-
 TEST_F(LoggerSystemTest, ThreadThatIsInsideALoggingCallWhenTheLogEndsWritesNothingMore)
 {
     m_world.start();
@@ -146,18 +138,17 @@ TEST_F(LoggerSystemTest, ThreadThatIsInsideALoggingCallWhenTheLogEndsWritesNothi
     const std::string file = m_world.logFile();
     const ATL::CHandle isInside(CreateEventA(nullptr, TRUE, FALSE, nullptr));
     const ATL::CHandle hasEnded(CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    s_isInside = isInside;
-    s_hasEnded = hasEnded;
-    const EnterHook enter("EnterCriticalSection", [](LPCRITICAL_SECTION section) {
+    std::atomic<DWORD> lateThread = 0;
+    const EnterHook enter("EnterCriticalSection", [&](LPCRITICAL_SECTION section) {
         DWORD self = GetCurrentThreadId();
-        if (s_lateThread.compare_exchange_strong(self, 0)) {
-            SetEvent(s_isInside);
-            WaitForSingleObject(s_hasEnded, 60000);
+        if (lateThread.compare_exchange_strong(self, 0)) {
+            SetEvent(isInside);
+            WaitForSingleObject(hasEnded, 60000);
         }
         EnterHook::s_original(section);
     });
-    std::thread late([] {
-        s_lateThread = GetCurrentThreadId();
+    std::thread late([&lateThread] {
+        lateThread = GetCurrentThreadId();
         LOG_PLAIN(WARN, "too late");
     });
     EXPECT_EQ(WaitForSingleObject(isInside, 60000), WAIT_OBJECT_0);
@@ -169,13 +160,6 @@ TEST_F(LoggerSystemTest, ThreadThatIsInsideALoggingCallWhenTheLogEndsWritesNothi
 }
 
 // ---- Name of the executable
-
-namespace {
-
-std::string s_path;
-DWORD s_pathLength;
-
-} // namespace
 
 TEST_F(LoggerSystemTest, ExecutablesNameIsWhatFollowsTheLastBackslashOfItsPath)
 {
@@ -193,13 +177,11 @@ TEST_F(LoggerSystemTest, ExecutablesNameIsWhatFollowsTheLastBackslashOfItsPath)
     };
     const std::string product = m_world.PRODUCT;
     for (const auto& [path, length, name] : paths) {
-        s_path = path;
-        s_pathLength = length;
-        const PathHook hook("GetModuleFileNameA", [](HMODULE module, LPSTR buffer, DWORD size) -> DWORD {
+        const PathHook hook("GetModuleFileNameA", [&](HMODULE module, LPSTR buffer, DWORD size) {
             EXPECT_EQ(module, nullptr);
             EXPECT_EQ(size, 260u);
-            std::strcpy(buffer, s_path.c_str());
-            return s_pathLength;
+            std::strcpy(buffer, path.c_str());
+            return length;
         });
         open(LOGLEVEL_WARN);
         LOG_PLAIN(WARN, "text");
@@ -211,36 +193,31 @@ TEST_F(LoggerSystemTest, ExecutablesNameIsWhatFollowsTheLastBackslashOfItsPath)
 
 // ---- Error texts
 
-namespace {
-
-std::string s_message;
-void* s_messageMemory;
-
-} // namespace
-
 TEST_F(LoggerSystemTest, ErrorTextIsTheSystemsNeutralOneUpToTheFirstLineEnd)
 {
-    const MessageHook hook(
-        "FormatMessageA", [](DWORD flags, LPCVOID source, DWORD code, DWORD language, LPSTR buffer, DWORD size, char**) -> DWORD {
-            EXPECT_EQ(flags, static_cast<DWORD>(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
-                                                FORMAT_MESSAGE_IGNORE_INSERTS));
-            EXPECT_EQ(source, nullptr);
-            EXPECT_EQ(code, 0xABCu);
-            EXPECT_EQ(language, 0x400u);
-            EXPECT_EQ(size, 0u);
-            s_messageMemory = LocalAlloc(LMEM_FIXED, s_message.size() + 1);
-            std::strcpy(static_cast<char*>(s_messageMemory), s_message.c_str());
-            *reinterpret_cast<void**>(buffer) = s_messageMemory;
-            return static_cast<DWORD>(s_message.size());
-        });
-    const FreeHook freeing("LocalFree", [](HLOCAL memory) -> HLOCAL {
-        s_calls.emplace_back(memory == s_messageMemory ? "freed" : "freed something else");
-        return FreeHook::s_original(memory);
-    });
     const auto textOf = [](const std::string& message) {
-        s_message = message;
+        void* memory = nullptr;
+        int freed = 0;
+        const MessageHook hook(
+            "FormatMessageA", [&](DWORD flags, LPCVOID source, DWORD code, DWORD language, LPSTR buffer, DWORD size, char**) {
+                EXPECT_EQ(flags, static_cast<DWORD>(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
+                                                    FORMAT_MESSAGE_IGNORE_INSERTS));
+                EXPECT_EQ(source, nullptr);
+                EXPECT_EQ(code, 0xABCu);
+                EXPECT_EQ(language, 0x400u);
+                EXPECT_EQ(size, 0u);
+                memory = LocalAlloc(LMEM_FIXED, message.size() + 1);
+                std::strcpy(static_cast<char*>(memory), message.c_str());
+                *reinterpret_cast<void**>(buffer) = memory;
+                return static_cast<DWORD>(message.size());
+            });
+        const FreeHook freeing("LocalFree", [&](HLOCAL block) {
+            EXPECT_EQ(block, memory);
+            ++freed;
+            return FreeHook::s_original(block);
+        });
         const std::string text = getWindowsErrorText(0xABC);
-        EXPECT_THAT(takeCalls(), ElementsAre("freed"));
+        EXPECT_EQ(freed, 1);
         return text;
     };
     EXPECT_EQ(textOf("Text with %1. \r\n"), "Text with %1.  (00000abc)");

@@ -20,8 +20,6 @@ constexpr const char* TRANSLATION = "\\VarFileInfo\\Translation";
 constexpr const char* FIRST_NAME = "\\StringFileInfo\\040904e4\\ProductName";
 constexpr const char* SECOND_NAME = "\\StringFileInfo\\040704e4\\ProductName";
 
-Strings s_calls;
-
 std::string beside(const std::string& name)
 {
     return (std::filesystem::path(fixtures::modulePath()).parent_path() / name).string();
@@ -46,13 +44,13 @@ bool isFreed()
 class VersionTest : public testing::Test
 {
 protected:
-    VersionTest() { s_calls.clear(); }
     ~VersionTest() override
     {
         CVersion::s_moduleName = m_moduleName;
         Logger::setMaxLogLevel(LOGLEVEL_WARN);
     }
 
+    Strings m_calls;
     const char* const m_moduleName = CVersion::s_moduleName;
 };
 
@@ -60,8 +58,8 @@ protected:
 
 TEST_F(VersionTest, VersionIsFourNumbersAndProductNameThatOfTheFirstTranslationThatHasOne)
 {
-    const QueryHook hook("VerQueryValueA", [](LPCVOID block, LPCSTR name, LPVOID* value, PUINT length) -> BOOL {
-        s_calls.emplace_back(name);
+    const QueryHook hook("VerQueryValueA", [this](LPCVOID block, LPCSTR name, LPVOID* value, PUINT length) -> BOOL {
+        m_calls.emplace_back(name);
         return QueryHook::s_original(block, name, value, length);
     });
     for (const auto& [name, version, product, calls] :
@@ -72,12 +70,12 @@ TEST_F(VersionTest, VersionIsFourNumbersAndProductNameThatOfTheFirstTranslationT
           {"versionUntranslated.dll", "1.0.0.0", UNDEFINED, {"\\", TRANSLATION}},
           {"CTestTestfile.cmake", "", UNDEFINED, {}},
           {"missing.exe", "", UNDEFINED, {}}}) {
-        s_calls.clear();
+        m_calls.clear();
         EXPECT_EQ(versionOf(name), version);
         EXPECT_TRUE(isFreed());
         EXPECT_EQ(productOf(name), product);
         EXPECT_TRUE(isFreed());
-        EXPECT_EQ(s_calls, calls) << "nothing else is asked for";
+        EXPECT_EQ(m_calls, calls) << "nothing else is asked for";
     }
 }
 
@@ -103,15 +101,15 @@ TEST_F(VersionTest, WithoutArgumentsItIsTheModuleThatIsNamedOrElseTheRunningExec
     EXPECT_STREQ(CVersion::s_moduleName, "KESTA.exe");
     EXPECT_EQ(CVersion::getVersionInfo(), "3.4.5.6");
     EXPECT_EQ(CVersion::getProductName(), "VERSIONTEST");
-    const PathHook hook("GetModuleFileNameA", [](HMODULE module, LPSTR buffer, DWORD size) -> DWORD {
-        s_calls.push_back((module == nullptr ? "own " : "another ") + std::to_string(size));
+    const PathHook hook("GetModuleFileNameA", [this](HMODULE module, LPSTR buffer, DWORD size) -> DWORD {
+        m_calls.push_back((module == nullptr ? "own " : "another ") + std::to_string(size));
         return PathHook::s_original(module, buffer, size);
     });
     CVersion::getProductName();
     CVersion::s_moduleName = "kernel32.dll";
     const std::string version = CVersion::getVersionInfo();
     const std::string product = CVersion::getProductName();
-    EXPECT_THAT(s_calls, ElementsAre("own 260", "another 260", "another 260"));
+    EXPECT_THAT(m_calls, ElementsAre("own 260", "another 260", "another 260"));
     const std::string path = fixtures::modulePath("kernel32.dll");
     EXPECT_EQ(version, CVersion::getVersionInfo(path.c_str()));
     EXPECT_EQ(product, CVersion::getProductName(path.c_str()));
