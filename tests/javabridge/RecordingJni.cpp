@@ -46,7 +46,7 @@ JNINativeInterface_ RecordingJni::functions()
             s_current->raise("java.lang.NoClassDefFoundError", name);
             return nullptr;
         }
-        return s_current->isNull("FindClass") ? nullptr : s_current->localClass(name);
+        return s_current->localClass(name);
     };
     table.GetMethodID = [](JNIEnv*, jclass objectClass, const char* name, const char* signature) -> jmethodID {
         const std::string className = s_current->nameOf(objectClass);

@@ -238,10 +238,9 @@ TEST_F(OperationTest, ExceptionEndsItAndKeepsTheReferencesOfTheTexts)
 
 TEST_F(OperationTest, TextThatJavaHasNoMemoryForEndsItBeforeTheCall)
 {
-    const Strings texts = {"first", "second"};
     for (const SOperation& operation : all) {
         for (int failing = 1; failing <= 2; failing++) {
-            const std::string conversion = "NewStringUTF(" + texts[failing - 1u] + ")";
+            const std::string conversion = failing == 1 ? "NewStringUTF(first)" : "NewStringUTF(second)";
             if (operation.transcript.find(conversion) != std::string::npos) {
                 SCOPED_TRACE(operation.transcript + conversion);
                 expectFailure(operation, SFailure::noText(failing), callsUpTo(operation, conversion), "checkNoJNIException()",

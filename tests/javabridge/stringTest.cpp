@@ -19,33 +19,6 @@ using FreeHook = ImportHook<decltype(&SysFreeString)>;
 const BSTR UNTOUCHED = reinterpret_cast<BSTR>(-1);
 const std::wstring WITH_ZERO = {L'a', L'\0', L'b'};
 
-// "PAGE FLAGS" of every conversion. After so many calls they fail; negative: never.
-Strings s_conversions;
-int s_callsUntilRefusal = -1;
-
-bool isRefused(const std::string& conversion)
-{
-    s_conversions.push_back(conversion);
-    if (s_callsUntilRefusal != 0) {
-        s_callsUntilRefusal--;
-        return false;
-    }
-    SetLastError(ERROR_NO_UNICODE_TRANSLATION);
-    return true;
-}
-
-int WINAPI narrowOrRefuse(UINT page, DWORD flags, LPCWCH from, int length, LPSTR to, int size, LPCCH fallback, LPBOOL used)
-{
-    return isRefused(std::format("{} {}{}", page, flags, fallback == nullptr && used == nullptr ? "" : " with a default"))
-               ? 0
-               : NarrowHook::s_original(page, flags, from, length, to, size, fallback, used);
-}
-
-int WINAPI widenOrRefuse(UINT page, DWORD flags, LPCCH from, int length, LPWSTR to, int size)
-{
-    return isRefused(std::format("{} {}", page, flags)) ? 0 : WideHook::s_original(page, flags, from, length, to, size);
-}
-
 HRESULT errorOf(const std::function<void()>& convert)
 {
     try {
@@ -164,20 +137,40 @@ protected:
     {
         haveControl();
         Logger::setMaxLogLevel(LOGLEVEL_WARN); // the log converts texts too
-        s_conversions.clear();
     }
-    ~ConversionTest() override { s_callsUntilRefusal = -1; }
-    // Runs an operation whose conversions fail after so many calls, two for each text.
+    // Runs an operation whose conversions fail after so many calls, two for each text; negative: never.
     HRESULT refuse(int callsUntilRefusal, const std::function<void()>& operation)
     {
-        const NarrowHook narrow("WideCharToMultiByte", narrowOrRefuse);
-        const WideHook wide("MultiByteToWideChar", widenOrRefuse);
-        s_callsUntilRefusal = callsUntilRefusal;
-        const HRESULT hr = errorOf(operation);
-        s_callsUntilRefusal = -1;
-        return hr;
+        const auto isRefused = [&](const std::string& conversion) {
+            conversions.push_back(conversion);
+            if (callsUntilRefusal == 0) {
+                SetLastError(ERROR_NO_UNICODE_TRANSLATION);
+                return true;
+            }
+            callsUntilRefusal--;
+            return false;
+        };
+        const NarrowHook narrow("WideCharToMultiByte", [&](UINT page, DWORD flags, auto from, int length, LPSTR to, int size,
+                                                           LPCCH fallback, LPBOOL used) {
+            const char* const added = fallback == nullptr && used == nullptr ? "" : " with a default";
+            return isRefused(std::format("{} {}{}", page, flags, added))
+                       ? 0
+                       : NarrowHook::s_original(page, flags, from, length, to, size, fallback, used);
+        });
+        const WideHook wide("MultiByteToWideChar", [&](UINT page, DWORD flags, auto... rest) {
+            return isRefused(std::format("{} {}", page, flags)) ? 0 : WideHook::s_original(page, flags, rest...);
+        });
+        return errorOf(operation);
+    }
+    void noteFree(BSTR text)
+    {
+        if (text != nullptr) {
+            java.note("SysFreeString(" + narrowText(text) + ")");
+        }
+        FreeHook::s_original(text);
     }
 
+    Strings conversions; // "PAGE FLAGS" of every one
     const CComBSTR text{L"text"};
 };
 
@@ -186,14 +179,14 @@ TEST_F(ConversionTest, GoesThroughTheAnsiCodePageWithoutFlagsAndItsRefusalIsTheE
     static_assert(CP_ACP == 0);
     BSTR result = UNTOUCHED;
     SharedText shared("before");
-    const std::function<void()> conversions[] = {
+    const std::function<void()> operations[] = {
         [&] { JNIHelper::bstrToJavaString(java.env(), text); },
         [&] { JNIHelper::javaStringToBstr(&result, java.env(), java.localString("text")); },
         [&] { JNIHelper::javaStringToText(&shared, java.env(), java.localString("text")); },
         [&] { SharedText(text.m_str).narrow(); },
         [&] { shared.append("text"); },
     };
-    for (const auto& convert : conversions) {
+    for (const auto& convert : operations) {
         result = UNTOUCHED;
         for (const int callsUntilRefusal : {0, 1}) { // the first one asks for the size
             const SharedText before = shared;
@@ -201,9 +194,9 @@ TEST_F(ConversionTest, GoesThroughTheAnsiCodePageWithoutFlagsAndItsRefusalIsTheE
             EXPECT_EQ(result, UNTOUCHED);
             EXPECT_EQ(shared.bstr(), before.bstr());
         }
-        s_conversions.clear();
+        conversions.clear();
         EXPECT_EQ(refuse(-1, convert), S_OK);
-        EXPECT_LINES(s_conversions, Strings(2, "0 0"));
+        EXPECT_LINES(conversions, Strings(2, "0 0"));
         if (result != UNTOUCHED) {
             SysFreeString(result);
         }
@@ -236,21 +229,10 @@ TEST_F(ConversionTest, AnswerOfTheBeansCleanUpThatIsRefusedDoesNotEndTheRelease)
     EXPECT_EQ(java.takeCalls().back(), "DeleteGlobalRef(global listener)");
 }
 
-RecordingJni* s_java = nullptr;
-
-void WINAPI noteFree(BSTR text)
-{
-    if (text != nullptr) {
-        s_java->note("SysFreeString(" + narrowText(text) + ")");
-    }
-    FreeHook::s_original(text);
-}
-
 TEST_F(ConversionTest, AnswerOfTheBeansCleanUpIsFreedAtOnce)
 {
-    s_java = &java;
     {
-        const FreeHook hook("SysFreeString", noteFree);
+        const FreeHook hook("SysFreeString", [this](BSTR text) { noteFree(text); });
         EXPECT_EQ(client.stopBean(bean, nullptr, nullptr), S_OK);
     }
     const Strings calls = java.takeCalls();
@@ -261,11 +243,10 @@ TEST_F(ConversionTest, AnswerOfTheBeansCleanUpIsFreedAtOnce)
 
 TEST_F(ConversionTest, FormerContentOfAResultIsLeftAlone)
 {
-    s_java = &java;
     const CComBSTR before(L"before");
     BSTR results[] = {before.m_str, before.m_str, before.m_str};
     {
-        const FreeHook hook("SysFreeString", noteFree);
+        const FreeHook hook("SysFreeString", [this](BSTR text) { noteFree(text); });
         EXPECT_EQ(client.free(bean, &results[0]), S_OK);
         java.outcomes["free"] = RecordingJni::answersNull();
         EXPECT_EQ(client.free(bean, &results[1]), S_OK);
