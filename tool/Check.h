@@ -15,8 +15,9 @@ CFindings checkRegistration(std::string& server);
 
 // Every runtime that the server considers, why it is chosen or not, and the preference pattern item by item.
 CFindings checkRuntimes(const JVMChoice& choice);
-// The same runtimes, each started in a child process with the server's class path and options.
-CFindings checkStarts(const JVMChoice& choice, const std::string& basisControl);
+// The same runtimes, each started in a child process with the server's class path and options. With `expectsClassData` the
+// chosen one must use the archive that an option names.
+CFindings checkStarts(const JVMChoice& choice, const std::string& basisControl, bool expectsClassData);
 // Runtimes of this machine that the server does not see.
 CFindings checkUnseenRuntimes(const JVMChoice& choice);
 
@@ -42,5 +43,7 @@ enum class CheckDepth { Static, Starts, Window };
 // `log` is what the server's Logger would have.
 CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth);
 
+// The executable that is registered for the machine; "" without one.
+std::string machineServerExecutable();
 // The executable whose settings count: the registered one, else the one beside this program.
 std::string serverExecutable();

@@ -156,6 +156,12 @@ CFindings checkRegistration(std::string& server)
     return findings;
 }
 
+std::string machineServerExecutable()
+{
+    const Place machine = {"machine", HKEY_LOCAL_MACHINE, KEY_WOW64_64KEY, ""};
+    return programOf(machine.text("CLSID\\" + guidText(CLSID_JavaManager) + "\\LocalServer32"));
+}
+
 std::string serverExecutable()
 {
     std::string server;

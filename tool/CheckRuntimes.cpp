@@ -3,6 +3,7 @@
 
 #include "tool/Probe.h"
 #include "tool/Runtimes.h"
+#include "tool/Warm.h"
 
 #include <algorithm>
 #include <format>
@@ -125,14 +126,20 @@ CFindings checkRuntimes(const JVMChoice& choice)
     return findings;
 }
 
-CFindings checkStarts(const JVMChoice& choice, const std::string& basisControl)
+CFindings checkStarts(const JVMChoice& choice, const std::string& basisControl, bool expectsClassData)
 {
     CFindings findings;
     for (const JVMEntry& entry : choice.entries) {
         if (inspectRuntime(entry.path).fault.empty()) {
             const std::vector<std::string> arguments = {"--version", entry.version, "--library",
                                                         entry.path,  "--control",   basisControl};
-            judgeStart(labelOf(entry), isChosen(choice, entry), runProbe(arguments, START_LIMIT), findings);
+            const ProbeResult probe = runProbe(arguments, START_LIMIT);
+            judgeStart(labelOf(entry), isChosen(choice, entry), probe, findings);
+            if (expectsClassData && isChosen(choice, entry) && whyNotStarted(probe).empty()) {
+                findings.check(probe.answer["usesClassData"].get<bool>(), "class data", labelOf(entry), "is used by Java",
+                               "is ignored by Java: the archive does not fit this runtime, class path or these options",
+                               MAKE_CLASS_DATA_ANEW);
+            }
         }
     }
     return findings;

@@ -5,6 +5,7 @@
 #include "support/logger.h"
 #include "tool/Probe.h"
 #include "tool/Runtimes.h"
+#include "tool/Warm.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -167,8 +168,11 @@ CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth)
           checkLogFolder(log.folder)}) {
         result.findings.append(part);
     }
+    const CFindings classData = checkClassData(options, choice.chosen.path, classPath.text);
+    result.findings.append(classData);
     if (depth != CheckDepth::Static) {
-        result.findings.append(checkStarts(choice, basisControl));
+        const bool expectsClassData = !classDataArchive(options).empty() && classData.faultCount() == 0;
+        result.findings.append(checkStarts(choice, basisControl, expectsClassData));
         result.findings.append(checkLiveStart(depth == CheckDepth::Window));
     }
     result.details = {{"server", toUtf8(server)},

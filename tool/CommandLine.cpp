@@ -6,6 +6,7 @@
 #include "tool/LogVerb.h"
 #include "tool/Probe.h"
 #include "tool/SupportFile.h"
+#include "tool/Warm.h"
 
 #include <CLI/CLI.hpp>
 
@@ -96,6 +97,18 @@ void addLog(CLI::App& app, Output& output)
     });
 }
 
+void addWarm(CLI::App& app, Output& output)
+{
+    const auto isRemoving = std::make_shared<bool>(false);
+    CLI::App& verb = addVerb(app, output, "warm",
+                             "Makes the server start faster: Java, frame and control are started once, and what they loaded is "
+                             "kept in an archive beside the server, which its next starts map into memory (Java 13 and newer). "
+                             "Needs an elevated console. To be repeated after an update of Java or of a control.",
+                             "warm");
+    verb.add_flag("--remove", *isRemoving, "Take that back");
+    verb.callback([isRemoving, &output] { print(*isRemoving ? removeClassData() : makeClassData(), output); });
+}
+
 void addReport(CLI::App& app, Output& output)
 {
     const auto order = std::make_shared<ReportOrder>();
@@ -126,6 +139,7 @@ void addProbe(CLI::App& app, Output& output)
         std::string control;
         bool isServer = false;
         bool isLive = false;
+        bool withFrame = false;
     };
     const auto arguments = std::make_shared<Arguments>();
     CLI::App& verb = *app.add_subcommand("probe")->group("");
@@ -135,12 +149,13 @@ void addProbe(CLI::App& app, Output& output)
     verb.add_option("--control", arguments->control);
     verb.add_flag("--server", arguments->isServer);
     verb.add_flag("--live", arguments->isLive);
+    verb.add_flag("--frame", arguments->withFrame);
     verb.callback([arguments, &output] {
         // Why a runtime does not start stands in the log.
         Logger::setMaxLogLevel(output.log.level);
-        output.exitCode = arguments->isServer
-                              ? probeServer(arguments->isLive, arguments->answer)
-                              : probeRuntime({arguments->version, arguments->library}, arguments->control, arguments->answer);
+        output.exitCode = arguments->isServer ? probeServer(arguments->isLive, arguments->answer)
+                                              : probeRuntime({arguments->version, arguments->library}, arguments->control,
+                                                             arguments->withFrame, arguments->answer);
     });
 }
 
@@ -173,6 +188,7 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
     addJava(app, output);
     addLog(app, output);
     addReport(app, output);
+    addWarm(app, output);
     addProbe(app, output);
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

@@ -5,6 +5,7 @@
 #include "support/registry.h"
 #include "tool/Check.h"
 #include "tool/Probe.h"
+#include "tool/RegistryChange.h"
 #include "tool/RegistryView.h"
 #include "tool/Runtimes.h"
 
@@ -20,102 +21,6 @@ const char* const PATTERN = "javavm";
 const char* const KEPT_PATTERN = "PreviousJavavm";
 const char* const KEPT_RUNTIME_KEYS = "CreatedRuntimeKeys";
 const char* const KEPT_PREFERENCE_KEYS = "CreatedPreferenceKeys";
-const char* const ELEVATE = "start an elevated console (\"Run as administrator\") and repeat the command";
-
-// An open key for reading and writing.
-class CKey
-{
-public:
-    CKey() = default;
-    ~CKey() { close(); }
-    CKey(const CKey&) = delete;
-    CKey& operator=(const CKey&) = delete;
-
-    LSTATUS open(const std::string& path, REGSAM view)
-    {
-        close();
-        return RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ | KEY_WRITE | view, &m_key);
-    }
-    LSTATUS create(const std::string& path, REGSAM view)
-    {
-        close();
-        return RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE | view, nullptr, &m_key,
-                               nullptr);
-    }
-    LSTATUS setText(const char* name, const std::string& text) const
-    {
-        return RegSetValueExA(m_key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
-                              static_cast<DWORD>(text.size() + 1));
-    }
-    LSTATUS setNumber(const char* name, DWORD number) const
-    {
-        return RegSetValueExA(m_key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof number);
-    }
-    DWORD number(const char* name) const
-    {
-        DWORD number = 0;
-        DWORD size = sizeof number;
-        RegQueryValueExA(m_key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(&number), &size);
-        return number;
-    }
-    // A value as it is, type included, under another name in another key. A value that is not there is not copied.
-    LSTATUS copyTo(const CKey& target, const char* name, const char* newName) const
-    {
-        DWORD type = 0;
-        DWORD size = 0;
-        if (RegQueryValueExA(m_key, name, nullptr, &type, nullptr, &size) != ERROR_SUCCESS) {
-            return ERROR_SUCCESS;
-        }
-        std::vector<BYTE> data(size);
-        const LSTATUS status = RegQueryValueExA(m_key, name, nullptr, &type, data.data(), &size);
-        return status != ERROR_SUCCESS ? status : RegSetValueExA(target.m_key, newName, 0, type, data.data(), size);
-    }
-    LSTATUS remove(const char* name) const { return RegDeleteValueA(m_key, name); }
-
-private:
-    void close()
-    {
-        if (m_key != nullptr) {
-            RegCloseKey(m_key);
-            m_key = nullptr;
-        }
-    }
-    HKEY m_key = nullptr;
-};
-
-// How many keys of a path are missing, counted from its end.
-DWORD missingKeys(std::string path, REGSAM view)
-{
-    DWORD count = 0;
-    for (; !CRegistryView(HKEY_LOCAL_MACHINE, path, view).exists(); ++count) {
-        const size_t cut = path.rfind('\\');
-        if (cut == std::string::npos) {
-            return count + 1;
-        }
-        path.resize(cut);
-    }
-    return count;
-}
-
-// Removes so many keys of a path from its end on, as far as they are empty: what others have added since is theirs.
-void removeEmptyKeys(std::string path, REGSAM view, DWORD count)
-{
-    for (; count > 0; --count) {
-        HKEY key = nullptr;
-        DWORD subKeys = 1;
-        DWORD values = 1;
-        if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ | view, &key) == ERROR_SUCCESS) {
-            RegQueryInfoKeyA(key, nullptr, nullptr, nullptr, &subKeys, nullptr, nullptr, &values, nullptr, nullptr, nullptr,
-                             nullptr);
-            RegCloseKey(key);
-        }
-        if (subKeys != 0 || values != 0 || RegDeleteKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), view, 0) != ERROR_SUCCESS ||
-            path.find('\\') == std::string::npos) {
-            return;
-        }
-        path.resize(path.rfind('\\'));
-    }
-}
 
 // The keys that `use` has made, "" without one.
 std::string ownKey()
@@ -130,8 +35,8 @@ std::string ownKey()
 
 LSTATUS restore(const std::string& name)
 {
-    CKey own;
-    CKey preferences;
+    CRegistryChange own;
+    CRegistryChange preferences;
     const std::string path = RUNTIMES + "\\" + name;
     LSTATUS status = own.open(path, KEY_WOW64_64KEY);
     if (status != ERROR_SUCCESS) {
@@ -159,8 +64,8 @@ LSTATUS enter(const std::string& name, const std::string& home, const std::strin
     const std::string path = RUNTIMES + "\\" + name;
     const DWORD runtimeKeys = missingKeys(path, KEY_WOW64_64KEY);
     const DWORD preferenceKeys = missingKeys(PREFERENCES_KEY, KEY_WOW64_32KEY);
-    CKey own;
-    CKey preferences;
+    CRegistryChange own;
+    CRegistryChange preferences;
     LSTATUS status = own.create(path, KEY_WOW64_64KEY);
     if (status == ERROR_SUCCESS) {
         own.setNumber(KEPT_RUNTIME_KEYS, runtimeKeys);

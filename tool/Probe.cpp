@@ -18,28 +18,56 @@ std::string ownExecutable()
 }
 
 // A new file in the folder for temporary ones, removed at the end.
-class CAnswerFile
+class CTemporaryFile
 {
 public:
-    CAnswerFile()
+    CTemporaryFile()
     {
         char folder[MAX_PATH + 1] = "";
         GetTempPathA(sizeof folder, folder);
         GetTempFileNameA(folder, "kst", 0, m_path);
     }
-    ~CAnswerFile() { DeleteFileA(m_path); }
-    CAnswerFile(const CAnswerFile&) = delete;
-    CAnswerFile& operator=(const CAnswerFile&) = delete;
+    ~CTemporaryFile() { DeleteFileA(m_path); }
+    CTemporaryFile(const CTemporaryFile&) = delete;
+    CTemporaryFile& operator=(const CTemporaryFile&) = delete;
 
     std::string path() const { return m_path; }
-    nlohmann::json read() const
+    std::string read() const
     {
         std::ifstream file(m_path);
-        return nlohmann::json::parse(file, nullptr, false);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    // For a child process to write to.
+    HANDLE openForChild() const
+    {
+        SECURITY_ATTRIBUTES inheritable = {sizeof inheritable, nullptr, TRUE};
+        return CreateFileA(m_path, FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable, OPEN_EXISTING, 0, nullptr);
     }
 
 private:
     char m_path[MAX_PATH + 1] = "";
+};
+
+// A variable of the environment that children inherit, with its earlier value at the end.
+class CInheritedVariable
+{
+public:
+    CInheritedVariable(const char* name, const std::string& added)
+        : m_name(name)
+    {
+        char earlier[32767] = ""; // the longest
+        m_earlier.assign(earlier, GetEnvironmentVariableA(name, earlier, sizeof earlier));
+        if (!added.empty()) {
+            SetEnvironmentVariableA(name, (m_earlier + " " + added).c_str());
+        }
+    }
+    ~CInheritedVariable() { SetEnvironmentVariableA(m_name, m_earlier.empty() ? nullptr : m_earlier.c_str()); }
+    CInheritedVariable(const CInheritedVariable&) = delete;
+    CInheritedVariable& operator=(const CInheritedVariable&) = delete;
+
+private:
+    const char* m_name;
+    std::string m_earlier;
 };
 
 // None of the arguments contains a quotation mark, which no path can.
@@ -72,30 +100,37 @@ void writeAnswer(const nlohmann::json& answer, const std::string& answerFile)
     std::ofstream(answerFile) << answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-ProbeResult runProbe(const std::vector<std::string>& arguments, DWORD limit, const std::string& executable)
+ProbeResult runProbe(const std::vector<std::string>& arguments, DWORD limit, const std::string& executable,
+                     const std::string& javaOptions)
 {
-    const CAnswerFile answer;
+    const CTemporaryFile answer;
+    const CTemporaryFile output;
+    const ATL::CHandle outputHandle(output.openForChild());
+    const CInheritedVariable options("_JAVA_OPTIONS", javaOptions);
     const std::string program = executable.empty() ? ownExecutable() : executable;
     std::string command = commandLine(program, arguments, answer.path());
     STARTUPINFOA startup = {};
     startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = outputHandle;
+    startup.hStdError = outputHandle;
     PROCESS_INFORMATION started = {};
     // In the folder of its answer, where what Java writes when it crashes may lie.
     const std::string folder = std::filesystem::path(answer.path()).parent_path().string();
-    if (!CreateProcessA(program.c_str(), command.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, folder.c_str(),
+    if (!CreateProcessA(program.c_str(), command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr, folder.c_str(),
                         &startup, &started)) {
-        return {nullptr, "it could not be started: " + getWindowsErrorText(GetLastError())};
+        return {nullptr, "it could not be started: " + getWindowsErrorText(GetLastError()), ""};
     }
     const ATL::CHandle process(started.hProcess);
     const ATL::CHandle thread(started.hThread);
     if (WaitForSingleObject(process, limit) != WAIT_OBJECT_0) {
         TerminateProcess(process, 1);
         WaitForSingleObject(process, INFINITE);
-        return {nullptr, std::format("it had not come back after {} s", limit / 1000)};
+        return {nullptr, std::format("it had not come back after {} s", limit / 1000), output.read()};
     }
     DWORD exitCode = 0;
     GetExitCodeProcess(process, &exitCode);
-    ProbeResult result = {answer.read(), ""};
+    ProbeResult result = {nlohmann::json::parse(answer.read(), nullptr, false), "", output.read()};
     if (result.answer.is_discarded()) {
         result.answer = nullptr;
         result.ending = std::format("its process ended with exit code {:08x}", exitCode);

@@ -17,10 +17,13 @@ struct ProbeResult
 {
     nlohmann::json answer; // null: the child gave none
     std::string ending;    // empty when it ended well; else how it ended
+    std::string output;    // what the child, or Java in it, has printed
 };
 
-// Runs the program's own executable, or `executable`, with "probe" and the arguments.
-ProbeResult runProbe(const std::vector<std::string>& arguments, DWORD limit, const std::string& executable = "");
+// Runs the program's own executable, or `executable`, with "probe" and the arguments. `javaOptions` come behind all others that
+// Java gets.
+ProbeResult runProbe(const std::vector<std::string>& arguments, DWORD limit, const std::string& executable = "",
+                     const std::string& javaOptions = "");
 
 // Of a runtime's start: "" when it started, else why not.
 std::string whyNotStarted(const ProbeResult& probe);
@@ -30,8 +33,10 @@ constexpr DWORD START_LIMIT = 60000; // ms
 // The child's side. Both write their answer to the file and give the exit code.
 //
 // Starts the runtime as the server does, with the class path and the options of this machine, and looks for the classes that the
-// server needs. Answer: "isStarted", "errors" (lines of the log), "milliseconds", "javaVersion", "vendor", "missingClasses".
-int probeRuntime(const JVMInfo& runtime, const std::string& basisControl, const std::string& answerFile);
+// server needs. Answer: "isStarted", "errors" (lines of the log), "milliseconds", "javaVersion", "vendor", "missingClasses",
+// "usesClassData". `withFrame` also shows the frame with its control, as the server does, and adds "hasFrame" and
+// "frameMilliseconds" (from the beginning); Java is then ended by itself, so that it writes what it was told to write at its end.
+int probeRuntime(const JVMInfo& runtime, const std::string& basisControl, bool withFrame, const std::string& answerFile);
 // Creates the COM object as a client does, and releases it. Answer: "result" (an HRESULT), "error", "createMilliseconds",
 // "frameId", "hasWindow", "callMilliseconds", "releaseMilliseconds".
 // `isLive` adds what ProbeLive.h finds out.

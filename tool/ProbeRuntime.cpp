@@ -36,6 +36,32 @@ public:
         }
         return missing;
     }
+    // As the COM object and the bean frame do it. False when a part fails.
+    bool showFrame()
+    {
+        jobject bean = nullptr;
+        jobject frame = nullptr;
+        jobject listener = nullptr;
+        int frameId = -1;
+        return SUCCEEDED(startBean(&bean, &frame, &frameId, "com.orvane.tech.client.qmrt.win", "QMRTWinControl")) &&
+               SUCCEEDED(regEventListener(&listener, frame, bean)) && SUCCEEDED(setFrameVisible(frame, true)) &&
+               SUCCEEDED(addBean(frame, bean));
+    }
+    // Until Java's window thread has done what it has to do so far.
+    void waitForWindowThread()
+    {
+        const jclass queue = findClass("java/awt/EventQueue");
+        const jclass thread = findClass("java/lang/Thread");
+        // A thread that is not started serves as a task that does nothing.
+        const jobject nothing = m_ENV->NewObject(thread, m_ENV->GetMethodID(thread, "<init>", "()V"));
+        m_ENV->CallStaticVoidMethod(queue, m_ENV->GetStaticMethodID(queue, "invokeAndWait", "(Ljava/lang/Runnable;)V"), nothing);
+    }
+    [[noreturn]] void end()
+    {
+        const jclass system = findClass("java/lang/System");
+        m_ENV->CallStaticVoidMethod(system, m_ENV->GetStaticMethodID(system, "exit", "(I)V"), 0);
+        std::abort();
+    }
     // "" when Java does not tell.
     std::string systemProperty(const char* name)
     {
@@ -65,22 +91,33 @@ nlohmann::json loggedErrors()
 
 } // namespace
 
-int probeRuntime(const JVMInfo& runtime, const std::string& basisControl, const std::string& answerFile)
+int probeRuntime(const JVMInfo& runtime, const std::string& basisControl, bool withFrame, const std::string& answerFile)
 {
     CHelpers::setErrorModeSilent();
     static CStart* const s_start = new CStart(basisControl.c_str());
     Logger::getErrorEntries();
     const auto begin = std::chrono::steady_clock::now();
+    const auto passed = [&] {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin).count();
+    };
     nlohmann::json answer = {{"isStarted", s_start->createJVM(runtime) == 0}};
-    answer["milliseconds"] =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin).count();
+    answer["milliseconds"] = passed();
+    if (answer["isStarted"] && withFrame) {
+        answer["hasFrame"] = s_start->showFrame();
+        answer["frameMilliseconds"] = passed();
+    }
     answer["errors"] = loggedErrors();
     if (answer["isStarted"]) {
         answer["javaVersion"] = s_start->systemProperty("java.version");
         answer["vendor"] = s_start->systemProperty("java.vendor");
+        answer["usesClassData"] = s_start->systemProperty("java.vm.info").find("sharing") != std::string::npos;
         answer["missingClasses"] = s_start->missingClasses();
     }
     writeAnswer(answer, answerFile);
+    if (answer.value("hasFrame", false)) {
+        s_start->waitForWindowThread();
+        s_start->end();
+    }
     // Java's threads may hold the process up, and there is nothing left to do.
     TerminateProcess(GetCurrentProcess(), 0);
     return 0;

@@ -36,6 +36,34 @@ inline Lines faultsOf(const CFindings& findings)
     return lines;
 }
 
+// Everything below a key: a line for each key and for each value, with type and bytes.
+inline void exportKey(HKEY key, const std::string& path, Lines& lines)
+{
+    lines.push_back("[" + path + "]");
+    char name[512] = "";
+    for (DWORD index = 0;; ++index) {
+        BYTE data[1024] = {};
+        DWORD nameSize = sizeof name;
+        DWORD dataSize = sizeof data;
+        DWORD type = 0;
+        if (RegEnumValueA(key, index, name, &nameSize, nullptr, &type, data, &dataSize) != ERROR_SUCCESS) {
+            break;
+        }
+        lines.push_back(std::string(name) + "=" + std::to_string(type) + ":" +
+                        std::string(reinterpret_cast<const char*>(data), dataSize));
+    }
+    for (DWORD index = 0;; ++index) {
+        DWORD nameSize = sizeof name;
+        if (RegEnumKeyExA(key, index, name, &nameSize, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+            return;
+        }
+        HKEY below = nullptr;
+        RegOpenKeyExA(key, name, 0, KEY_READ, &below);
+        exportKey(below, path + "\\" + name, lines);
+        RegCloseKey(below);
+    }
+}
+
 class ToolTest : public testing::Test
 {
 protected:
@@ -43,6 +71,12 @@ protected:
     void install(const std::string& version, const std::string& library)
     {
         machine.setString(RUNTIMES + "\\" + version, "RuntimeLib", library);
+    }
+    static Lines machineKeys()
+    {
+        Lines lines;
+        exportKey(HKEY_LOCAL_MACHINE, "", lines);
+        return lines;
     }
     void makeCurrent(const std::string& version) { machine.setString(RUNTIMES, "CurrentVersion", version); }
     void prefer(const std::string& pattern) { machine.setString(PREFERENCES, "javavm", pattern, KEY_WOW64_32KEY); }

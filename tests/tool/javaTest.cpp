@@ -10,34 +10,6 @@ using testing::ElementsAre;
 
 namespace {
 
-// Everything below a key: a line for each key and for each value, with type and bytes.
-void exportKey(HKEY key, const std::string& path, Lines& lines)
-{
-    lines.push_back("[" + path + "]");
-    char name[512] = "";
-    for (DWORD index = 0;; ++index) {
-        BYTE data[1024] = {};
-        DWORD nameSize = sizeof name;
-        DWORD dataSize = sizeof data;
-        DWORD type = 0;
-        if (RegEnumValueA(key, index, name, &nameSize, nullptr, &type, data, &dataSize) != ERROR_SUCCESS) {
-            break;
-        }
-        lines.push_back(std::string(name) + "=" + std::to_string(type) + ":" +
-                        std::string(reinterpret_cast<const char*>(data), dataSize));
-    }
-    for (DWORD index = 0;; ++index) {
-        DWORD nameSize = sizeof name;
-        if (RegEnumKeyExA(key, index, name, &nameSize, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
-            return;
-        }
-        HKEY below = nullptr;
-        RegOpenKeyExA(key, name, 0, KEY_READ, &below);
-        exportKey(below, path + "\\" + name, lines);
-        RegCloseKey(below);
-    }
-}
-
 class JavaTest : public ToolTest
 {
 protected:
@@ -49,12 +21,6 @@ protected:
         std::filesystem::copy_file(standIn("jvm.dll"), home + "\\bin\\server\\jvm.dll");
         fixtures::makeFile(home + "\\release", "JAVA_VERSION=\"" + version + "\"\n");
         return home;
-    }
-    static Lines exported()
-    {
-        Lines lines;
-        exportKey(HKEY_LOCAL_MACHINE, "", lines);
-        return lines;
     }
     static std::string chosen()
     {
@@ -97,7 +63,7 @@ TEST_F(JavaTest, RuntimeThatIsUsedIsTheServersChoiceUntilItIsRemoved)
     install("11", "C:\\eleven\\jvm.dll");
     makeCurrent("11");
     prefer("1.8.0_20");
-    const Lines before = exported();
+    const Lines before = machineKeys();
     const std::string home = makeRuntime("jdk", "21.0.8-ea");
     EXPECT_THAT(
         linesOf(useRuntime(home, true)),
@@ -107,26 +73,26 @@ TEST_F(JavaTest, RuntimeThatIsUsedIsTheServersChoiceUntilItIsRemoved)
     EXPECT_THAT(faultsOf(useRuntime(other, true)), ElementsAre());
     EXPECT_EQ(chosen(), "KESTA_25 " + other + "\\bin\\server\\jvm.dll") << "the second takes the place of the first";
     EXPECT_THAT(linesOf(removeRuntime()), ElementsAre("ok KESTA_25: is removed, and the preference is as it was before"));
-    EXPECT_EQ(exported(), before);
+    EXPECT_EQ(machineKeys(), before);
     EXPECT_THAT(linesOf(removeRuntime()), ElementsAre("ok registry: has no runtime that this program has registered"));
 }
 
 TEST_F(JavaTest, EmptyRegistryIsEmptyAgain)
 {
-    const Lines before = exported();
+    const Lines before = machineKeys();
     EXPECT_THAT(faultsOf(useRuntime(makeRuntime("jdk", "21"), true)), ElementsAre());
-    EXPECT_NE(exported(), before);
+    EXPECT_NE(machineKeys(), before);
     removeRuntime();
-    EXPECT_EQ(exported(), before);
+    EXPECT_EQ(machineKeys(), before);
 }
 
 TEST_F(JavaTest, PreferenceKeepsTypeAndBytes)
 {
     machine.setBytes(PREFERENCES, "javavm", REG_EXPAND_SZ, "%x%\0y", 6, KEY_WOW64_32KEY);
-    const Lines before = exported();
+    const Lines before = machineKeys();
     useRuntime(makeRuntime("jdk", "21"), true);
     removeRuntime();
-    EXPECT_EQ(exported(), before);
+    EXPECT_EQ(machineKeys(), before);
 }
 
 TEST_F(JavaTest, WhatOthersHaveChangedSinceStays)
@@ -135,7 +101,7 @@ TEST_F(JavaTest, WhatOthersHaveChangedSinceStays)
     prefer("1.8.0_20");
     install("17", "C:\\x\\jvm.dll");
     removeRuntime();
-    const Lines after = exported();
+    const Lines after = machineKeys();
     EXPECT_THAT(after, Contains(std::string("javavm=1:1.8.0_20", 18)));
     EXPECT_THAT(after, Contains("[\\SOFTWARE\\JavaSoft\\JRE\\17]"));
     EXPECT_EQ(removeRuntime().faultCount(), 0);
@@ -143,7 +109,7 @@ TEST_F(JavaTest, WhatOthersHaveChangedSinceStays)
 
 TEST_F(JavaTest, FolderThatIsNoRuntimeIsRefusedAndNothingWritten)
 {
-    const Lines before = exported();
+    const Lines before = machineKeys();
     const std::string remedy = " -> name the folder of a 64-bit runtime, above its folder bin: KESTAtool java list";
     EXPECT_THAT(linesOf(useRuntime(folder.path("none"), true)),
                 ElementsAre("FAULT " + folder.path("none") + ": there is no bin\\server\\jvm.dll below it" + remedy));
@@ -151,7 +117,7 @@ TEST_F(JavaTest, FolderThatIsNoRuntimeIsRefusedAndNothingWritten)
     libraryFor("x86\\bin\\server\\jvm.dll", 0x014C);
     EXPECT_THAT(linesOf(useRuntime(folder.path("x86"), true)),
                 ElementsAre("FAULT " + folder.path("x86") + ": the runtime is a 32-bit one" + remedy));
-    EXPECT_EQ(exported(), before);
+    EXPECT_EQ(machineKeys(), before);
 }
 
 } // namespace
