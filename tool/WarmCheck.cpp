@@ -29,7 +29,7 @@ std::string describeFile(const std::string& path)
     if (!GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data)) {
         return path;
     }
-    return std::format("{} {:08x}{:08x} {:08x}{:08x}", path, data.nFileSizeHigh, data.nFileSizeLow,
+    return std::format("{}|{:08x}{:08x}|{:08x}{:08x}", path, data.nFileSizeHigh, data.nFileSizeLow,
                        data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime);
 }
 
@@ -54,7 +54,7 @@ std::string difference(const nlohmann::json& record, const ClassDataRecord& now)
     for (size_t index = 0; index < now.files.size(); ++index) {
         if (index >= record["files"].size() || fromUtf8(record["files"][index].get<std::string>()) != now.files[index]) {
             return "does not fit any more: since it was made there is another " +
-                   now.files[index].substr(0, now.files[index].find(' ', now.files[index].rfind('\\')));
+                   now.files[index].substr(0, now.files[index].find('|'));
         }
     }
     return "";
