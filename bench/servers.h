@@ -21,6 +21,9 @@ constexpr CLSID CLSID_BARE_JAVA = {0x2C6E8A52, 0x9D04, 0x4B3F, {0x8E, 0x71, 0x5A
 // The file beside the programs with the bare server's machine: a line for its library, then one for each option.
 constexpr char BARE_MACHINE[] = "bench_bare.machine";
 
+// As a process of 64 bits sees the key of the host application.
+constexpr char PREFERENCES[] = "SOFTWARE\\WOW6432Node\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
+
 // The registration of all servers, while it is alive, and the machine's settings.
 class CServers
 {
@@ -33,6 +36,7 @@ public:
 
     // The command line of the minimal program that starts the same machine and shows the same frame, without any COM.
     std::string hostCommand() const;
+    const fixtures::CSettings& settings() const { return m_settings; }
 
 private:
     void writeMachine(const std::vector<std::string>& machineOptions) const;

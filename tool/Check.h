@@ -6,6 +6,8 @@
 #include "javabridge/JavaManagerJNIClientSettings.h"
 #include "tool/Findings.h"
 
+#include <windows.h>
+
 #include <nlohmann/json.hpp>
 
 #include <string>
@@ -16,8 +18,8 @@ CFindings checkRegistration(std::string& server);
 // Every runtime that the server considers, why it is chosen or not, and the preference pattern item by item.
 CFindings checkRuntimes(const JVMChoice& choice);
 // The same runtimes, each started in a child process with the server's class path and options. With `expectsClassData` the
-// chosen one must use the archive that an option names.
-CFindings checkStarts(const JVMChoice& choice, const std::string& basisControl, bool expectsClassData);
+// chosen one must use the archive that an option names. `limit` is in milliseconds, for each start.
+CFindings checkStarts(const JVMChoice& choice, const std::string& basisControl, bool expectsClassData, DWORD limit);
 // Runtimes of this machine that the server does not see.
 CFindings checkUnseenRuntimes(const JVMChoice& choice);
 
@@ -29,7 +31,7 @@ CFindings checkVariables();
 CFindings checkLogFolder(const std::string& folder);
 
 // The registered server, created as a client does it; `withWindow` also takes its frame into a window and waits for an event.
-CFindings checkLiveStart(bool withWindow);
+CFindings checkLiveStart(bool withWindow, DWORD limit);
 
 struct CheckResult
 {
@@ -41,7 +43,7 @@ struct CheckResult
 enum class CheckDepth { Static, Starts, Window };
 
 // `log` is what the server's Logger would have.
-CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth);
+CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth, DWORD limit);
 
 // The executable that is registered for the machine; "" without one.
 std::string machineServerExecutable();

@@ -117,11 +117,11 @@ CFindings checkLogFolder(const std::string& folder)
     return findings;
 }
 
-CFindings checkLiveStart(bool withWindow)
+CFindings checkLiveStart(bool withWindow, DWORD limit)
 {
     CFindings findings;
     const ProbeResult probe =
-        runProbe(withWindow ? std::vector<std::string>{"--server", "--live"} : std::vector<std::string>{"--server"}, START_LIMIT);
+        runProbe(withWindow ? std::vector<std::string>{"--server", "--live"} : std::vector<std::string>{"--server"}, limit);
     const nlohmann::json& answer = probe.answer;
     const char* const logNext = "read the newest file: KESTAtool log FILE (the folder stands in the row \"log\")";
     if (answer.is_null()) {
@@ -152,7 +152,7 @@ CFindings checkLiveStart(bool withWindow)
     return findings;
 }
 
-CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth)
+CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth, DWORD limit)
 {
     CheckResult result;
     std::string registered;
@@ -172,8 +172,8 @@ CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth)
     result.findings.append(classData);
     if (depth != CheckDepth::Static) {
         const bool expectsClassData = !classDataArchive(options).empty() && classData.faultCount() == 0;
-        result.findings.append(checkStarts(choice, basisControl, expectsClassData));
-        result.findings.append(checkLiveStart(depth == CheckDepth::Window));
+        result.findings.append(checkStarts(choice, basisControl, expectsClassData, limit));
+        result.findings.append(checkLiveStart(depth == CheckDepth::Window, limit));
     }
     result.details = {{"server", toUtf8(server)},
                       {"runtime", {{"version", toUtf8(choice.chosen.version)}, {"library", toUtf8(choice.chosen.path)}}},

@@ -42,12 +42,16 @@ void addCheck(CLI::App& app, Output& output)
                              "check --json");
     const auto isStatic = std::make_shared<bool>(false);
     const auto isLive = std::make_shared<bool>(false);
+    const auto seconds = std::make_shared<DWORD>(START_LIMIT / 1000);
     verb.add_flag("--static", *isStatic, "Start neither runtimes nor the server");
     verb.add_flag("--live", *isLive, "Also take the server's frame into a window, use the control and wait for an event")
         ->excludes("--static");
-    verb.callback([isStatic, isLive, &output] {
+    verb.add_option("--limit", *seconds, "Seconds after which a start counts as failed")
+        ->check(CLI::Range(1, 3600))
+        ->capture_default_str();
+    verb.callback([isStatic, isLive, seconds, &output] {
         const CheckDepth depth = *isStatic ? CheckDepth::Static : *isLive ? CheckDepth::Window : CheckDepth::Starts;
-        const CheckResult result = checkMachine(output.log, depth);
+        const CheckResult result = checkMachine(output.log, depth, *seconds * 1000);
         output.exitCode = printResult(result.findings, result.details, output.isJson, output.isColoured, output.stream);
     });
 }

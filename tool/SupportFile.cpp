@@ -2,6 +2,7 @@
 
 #include "support/version.h"
 #include "tool/LogMask.h"
+#include "tool/Probe.h"
 #include "tool/Runtimes.h"
 #include "tool/ZipFile.h"
 
@@ -129,7 +130,7 @@ CFindings writeReport(const ReportOrder& order)
         archive.add(name, text);
         findings.good(AREA, name, std::format("{} bytes", text.size()));
     };
-    const CheckResult result = checkMachine(order.log, order.depth);
+    const CheckResult result = checkMachine(order.log, order.depth, START_LIMIT);
     nlohmann::json json = result.findings.json();
     json.update(result.details);
     std::ostringstream table;

@@ -48,11 +48,16 @@ struct Plan
     std::string classList() const { return archive + ".classes"; }
     std::string folder() const { return std::filesystem::path(archive).parent_path().string(); }
 
-    // A start with frame and control.
-    ProbeResult start(const std::string& javaOptions, DWORD limit = START_LIMIT) const
+    std::vector<std::string> arguments() const
     {
-        return runProbe({"--version", runtime.version, "--library", runtime.path, "--control", basisControl, "--frame"}, limit, "",
-                        javaOptions);
+        return {"--version", runtime.version, "--library", runtime.path, "--control", basisControl};
+    }
+    // A start with frame and control.
+    ProbeResult start(const std::string& javaOptions) const
+    {
+        std::vector<std::string> withFrame = arguments();
+        withFrame.emplace_back("--frame");
+        return runProbe(withFrame, START_LIMIT, "", javaOptions);
     }
 };
 
@@ -159,9 +164,10 @@ CFindings dump(const Plan& plan)
                        ELEVATE);
         return findings;
     }
-    const ProbeResult dumped = plan.start(quoted("-Xshare:dump") + " " + quoted("-XX:SharedClassListFile=" + plan.classList()) +
-                                              " " + quoted("-XX:SharedArchiveFile=" + plan.newArchive()),
-                                          DUMP_LIMIT);
+    // Most versions end the process when the archive is made; Java 25 goes on.
+    const ProbeResult dumped = runProbe(plan.arguments(), DUMP_LIMIT, "",
+                                        quoted("-Xshare:dump") + " " + quoted("-XX:SharedClassListFile=" + plan.classList()) +
+                                            " " + quoted("-XX:SharedArchiveFile=" + plan.newArchive()));
     if (!doesFileExist(plan.newArchive())) {
         findings.fault(AREA, "archive", "Java made none" + firstWord(dumped.output), SEND_REPORT);
     }

@@ -1,30 +1,133 @@
-// Faults of a machine that only a start shows, each planted.
+// Faults of a machine that only its real registry or a start shows, each planted.
 #include "tests/tool/ToolProcessTest.h"
 
 namespace fixtures {
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 
-TEST_F(ToolProcessTest, StartThatFailsIsNamedWithWhatTheLogSays)
+const std::string LOG_NEXT = "         -> read the newest file: KESTAtool log FILE \\(the folder stands in the row \"log\"\\)";
+
+class FaultTest : public ToolProcessTest
+{
+protected:
+    // The Java side of the tests instead of the basis control, with one fault.
+    void plant(const std::string& fault)
+    {
+        settings.setPreference("basiscontrol", programFolder() + "\\Faults.jar");
+        settings.setPreference("jvm_option_1", "-Dkesta.fault=" + fault);
+    }
+    // The lines of the faults that "check" prints, with their remedies.
+    std::string faults(const std::string& arguments)
+    {
+        run("check " + arguments);
+        return output.substr(0, output.find("note "));
+    }
+    static void endServers()
+    {
+        for (const DWORD id : processesNamed("KESTAx64.exe")) {
+            CProcess(id).kill(1);
+        }
+    }
+};
+
+TEST_F(FaultTest, JavaSideOfTheTestsHasNoneByItself)
+{
+    plant("none");
+    EXPECT_EQ(run("check --live"), 0u);
+}
+
+TEST_F(FaultTest, OtherProgramInThe32BitViewIsNamed)
+{
+    const char* const key = "SOFTWARE\\Classes\\CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}\\LocalServer32";
+    HKEY other = nullptr;
+    ASSERT_EQ(RegCreateKeyExA(HKEY_LOCAL_MACHINE, key, 0, nullptr, 0, KEY_ALL_ACCESS | KEY_WOW64_32KEY, nullptr, &other, nullptr),
+              ERROR_SUCCESS);
+    const std::string program = "C:\\old\\KESTA.exe";
+    RegSetValueExA(other, nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(program.c_str()),
+                   static_cast<DWORD>(program.size() + 1));
+    RegCloseKey(other);
+    EXPECT_THAT(faults("--static"),
+                ContainsRegex("^FAULT  registration  machine, 32-bit view +names another program: C:.old.KESTA.exe\r?\n"
+                              "         -> remove that registration \\(KESTAx64.exe /UnregServer of that version\\), then "
+                              "register again\r?\n$"));
+    RegDeleteKeyExA(HKEY_LOCAL_MACHINE, key, KEY_WOW64_32KEY, 0);
+    RegDeleteKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Classes\\CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}", KEY_WOW64_32KEY, 0);
+}
+
+TEST_F(FaultTest, StartThatFailsIsNamedWithWhatTheLogSays)
 {
     settings.setPreference("jvm_option_1", "-XX:+UseNothing -bad");
     settings.setPreference("jvm_option_2", "-Xmx1k"); // Java refuses so little memory
-    EXPECT_GT(run("check"), 0u);
-    EXPECT_THAT(output, testing::ContainsRegex("FAULT +start +JRE.21.0.8 +does not start: "));
+    EXPECT_THAT(faults(""), ContainsRegex("FAULT +start +JRE.21.0.8 +does not start: "));
 }
 
-TEST_F(ToolProcessTest, MissingControlIsNamed)
+TEST_F(FaultTest, StartThatHangsIsNamed)
+{
+    settings.setPreference("jvm_option_1", "-XX:+UnlockDiagnosticVMOptions");
+    settings.setPreference("jvm_option_2", "-XX:+PauseAtStartup"); // as long as its file exists
+    settings.setPreference("jvm_option_3", "-XX:PauseAtStartupFile=" + folder.path("paused"));
+    const std::string lines = faults("--limit 5");
+    EXPECT_THAT(lines, ContainsRegex("FAULT  start +JRE.21.0.8 +does not start: it had not come back after 5 s\r?\n"
+                                     "         -> choose a runtime: KESTAtool java list, then KESTAtool java use FOLDER\r?\n"
+                                     "FAULT  live start +server +the client that tried it failed: it had not come back after 5 "
+                                     "s\r?\n" +
+                                     LOG_NEXT));
+    endServers();
+}
+
+TEST_F(FaultTest, ServerThatHangsOrEndsIsNamed)
+{
+    plant("hang");
+    EXPECT_THAT(faults("--limit 15"), ContainsRegex("^FAULT  live start +server +the client that tried it failed: it had not "
+                                                    "come back after 15 s\r?\n" +
+                                                    LOG_NEXT));
+    endServers();
+    plant("end");
+    EXPECT_THAT(faults(""), ContainsRegex("^FAULT  live start +server +cannot be created: .*\r?\n"
+                                          "         -> correct what the rows about registration name\r?\n$"));
+    endServers();
+}
+
+TEST_F(FaultTest, FrameThatRefusesItsControlIsNamed)
+{
+    plant("window");
+    EXPECT_THAT(faults("--live"),
+                ContainsRegex("^FAULT  live start +window +the frame did not become a child of the client's window\r?\n" +
+                              LOG_NEXT));
+}
+
+TEST_F(FaultTest, ControlThatCannotBeChosenIsNamed)
+{
+    plant("setUsedControl");
+    EXPECT_THAT(faults("--live"), ContainsRegex("^FAULT  live start +setUsedControl +the call failed\r?\n" + LOG_NEXT));
+}
+
+TEST_F(FaultTest, EventThatDoesNotComeIsNamed)
+{
+    plant("event");
+    EXPECT_THAT(faults("--live"), ContainsRegex("^FAULT  live start +event +none came back in 1\\d\\d\\d\\d ms\r?\n" + LOG_NEXT));
+}
+
+TEST_F(FaultTest, CallThatFailsIsNamedWithItsText)
+{
+    plant("call");
+    EXPECT_THAT(faults(""), ContainsRegex("^FAULT  live start +call +a call failed: .*"));
+    EXPECT_THAT(output, HasSubstr("planted in call"));
+}
+
+TEST_F(FaultTest, MissingControlIsNamed)
 {
     settings.setPreference("basiscontrol", m_buildFolder + "\\KESTAx64.exe"); // there, and no archive
     EXPECT_EQ(run("check"), 2u);
     EXPECT_THAT(output, HasSubstr("not in the class path, or not loadable: com/velmora/tq/kesta/KESTAFrame, "
                                   "com/velmora/tq/kesta/KESTAListener, com/orvane/tech/client/qmrt/QMRTControlListenerI, "
                                   "com/orvane/tech/client/qmrt/win/QMRTWinControl\n"));
-    EXPECT_THAT(output, testing::ContainsRegex("FAULT +live start +frame +the server runs without Java or without a frame"));
+    EXPECT_THAT(output, ContainsRegex("FAULT +live start +frame +the server runs without Java or without a frame"));
 }
 
-TEST_F(ToolProcessTest, UnregisteredServerIsNamedAndLiveStartFails)
+TEST_F(FaultTest, UnregisteredServerIsNamedAndLiveStartFails)
 {
     runServer("/UnregServer");
     EXPECT_EQ(run("check"), 2u);

@@ -1,0 +1,6 @@
+package com.orvane.tech.client.qmrt;
+
+/** How a control calls its listener. */
+public interface QMRTControlListenerI {
+    void customEvent(String text);
+}
