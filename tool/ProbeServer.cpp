@@ -28,18 +28,18 @@ private:
     std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
 };
 
-// What the failing call said of itself; "" when nothing came with it.
-std::string errorText()
+// What the failing call said of itself, without its backtrace; the text of its result when nothing came with it.
+std::string errorText(HRESULT result)
 {
     ATL::CComPtr<IErrorInfo> info;
     BSTR text = nullptr;
     if (GetErrorInfo(0, &info) != S_OK || FAILED(info->GetDescription(&text))) {
-        return "";
+        return toUtf8(getWindowsErrorText(static_cast<unsigned>(result)));
     }
     std::string narrow(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr)), '\0');
     WideCharToMultiByte(CP_UTF8, 0, text, -1, narrow.data(), static_cast<int>(narrow.size()), nullptr, nullptr);
     SysFreeString(text);
-    return narrow.c_str();
+    return narrow.substr(0, narrow.find_first_of(std::string("\r\n\0", 3)));
 }
 
 void tryObject(IJavaManager* object, CStopwatch& watch, nlohmann::json& answer)
@@ -54,7 +54,7 @@ void tryObject(IJavaManager* object, CStopwatch& watch, nlohmann::json& answer)
     SysFreeString(version);
     answer["callMilliseconds"] = watch.lap();
     answer["callResult"] = result;
-    answer["error"] = FAILED(result) ? errorText() : "";
+    answer["error"] = FAILED(result) ? errorText(result) : "";
 }
 
 } // namespace
