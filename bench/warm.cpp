@@ -32,8 +32,8 @@ Times start()
     ATL::CComPtr<IJavaManager> object;
     int frame = -1;
     const double begin = bench::now();
-    HRESULT hr = CoGetClassObject(CLSID_JavaManager, CLSCTX_LOCAL_SERVER, nullptr, IID_IClassFactory,
-                                  reinterpret_cast<void**>(&factory));
+    HRESULT hr =
+        CoGetClassObject(CLSID_JavaManager, CLSCTX_LOCAL_SERVER, nullptr, IID_IClassFactory, reinterpret_cast<void**>(&factory));
     const double activated = bench::now();
     if (SUCCEEDED(hr)) {
         hr = factory->CreateInstance(nullptr, IID_IJavaManager, reinterpret_cast<void**>(&object));

@@ -18,8 +18,8 @@ namespace {
 
 const char* const AREA = "warm";
 constexpr int FIRST_WITH_CLASS_DATA = 13;
-constexpr DWORD DUMP_LIMIT = 180000;        // ms
-constexpr size_t LONGEST_OPTION = 254;      // that the server reads from the registry
+constexpr DWORD DUMP_LIMIT = 180000;   // ms
+constexpr size_t LONGEST_OPTION = 254; // that the server reads from the registry
 const char* const CHOOSE_NEWER = "choose Java 13 or newer: KESTAtool java list, then KESTAtool java use FOLDER";
 const char* const SEND_REPORT = "send the result of KESTAtool report support.zip to support";
 
@@ -65,7 +65,7 @@ struct Plan
 bool removeFile(const std::string& file)
 {
     SetFileAttributesA(file.c_str(), FILE_ATTRIBUTE_NORMAL); // Java makes archives read-only
-    return DeleteFileA(file.c_str()) || GetLastError() == ERROR_FILE_NOT_FOUND;
+    return DeleteFileA(file.c_str()) != FALSE || GetLastError() == ERROR_FILE_NOT_FOUND;
 }
 
 // Files that exist while an archive is made.
@@ -120,8 +120,8 @@ CFindings obstacles(const Plan& plan)
         findings.fault(AREA, "runtime", "the chosen one does not work: " + runtime.fault, "KESTAtool check tells what to do");
     }
     if (const int feature = javaFeatureVersion(runtime.javaVersion); feature > 0 && feature < FIRST_WITH_CLASS_DATA) {
-        findings.fault(AREA, "runtime", std::format("Java {} cannot make class data of a control; Java 13 and newer can", feature),
-                       CHOOSE_NEWER);
+        findings.fault(AREA, "runtime",
+                       std::format("Java {} cannot make class data of a control; Java 13 and newer can", feature), CHOOSE_NEWER);
     }
     for (const MachineOption& option : readMachineOptions(plan.server.c_str(), currentLogSettings(), nullptr)) {
         if (option.valueName != CLASS_DATA_OPTION &&
@@ -215,7 +215,7 @@ DWORD createdKeys(const std::string& archive)
 // Puts the archive in its place and writes the option.
 LSTATUS enter(const Plan& plan)
 {
-    if (!MoveFileExA(plan.newArchive().c_str(), plan.archive.c_str(), MOVEFILE_REPLACE_EXISTING)) {
+    if (MoveFileExA(plan.newArchive().c_str(), plan.archive.c_str(), MOVEFILE_REPLACE_EXISTING) == FALSE) {
         return static_cast<LSTATUS>(GetLastError());
     }
     writeRecord(plan, missingKeys(PREFERENCES_KEY, KEY_WOW64_32KEY));
@@ -258,8 +258,7 @@ const char* remedyFor(LSTATUS status)
 // The archive that the option names, else the one beside the server.
 std::string presentArchive(const Plan& plan)
 {
-    const std::string option =
-        registryText(HKEY_LOCAL_MACHINE, PREFERENCES_KEY, CLASS_DATA_OPTION, KEY_WOW64_32KEY).value_or("");
+    const std::string option = registryText(HKEY_LOCAL_MACHINE, PREFERENCES_KEY, CLASS_DATA_OPTION, KEY_WOW64_32KEY).value_or("");
     const std::string named = classDataArchive({{CLASS_DATA_OPTION, option}});
     return named.empty() ? plan.archive : named;
 }

@@ -13,8 +13,8 @@
 // Beside it, ".jsa.json" keeps what it was made for. Java compares that too and starts without class data when it differs, even
 // without the runtime's own archive; "check" tells which part it was.
 //
-// Threads: the main thread. Failure: what goes wrong is a fault among the findings; a `warm` that fails leaves nothing behind, not
-// even an archive that was made earlier.
+// Threads: the main thread. Failure: what goes wrong is a fault among the findings; a `warm` that fails leaves nothing behind,
+// not even an archive that was made earlier.
 #pragma once
 
 #include "javabridge/JavaManagerJNIClientSettings.h"

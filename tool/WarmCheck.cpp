@@ -26,7 +26,7 @@ const std::string NAMES_ARCHIVE = "-XX:SharedArchiveFile=";
 std::string describeFile(const std::string& path)
 {
     WIN32_FILE_ATTRIBUTE_DATA data = {};
-    if (!GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data)) {
+    if (GetFileAttributesExA(path.c_str(), GetFileExInfoStandard, &data) == FALSE) {
         return path;
     }
     return std::format("{}|{:08x}{:08x}|{:08x}{:08x}", path, data.nFileSizeHigh, data.nFileSizeLow,
@@ -96,9 +96,9 @@ bool isWritableForAll(const std::string& folder)
     for (DWORD index = 0; index < list->AceCount; ++index) {
         ACCESS_ALLOWED_ACE* entry = nullptr;
         char* text = nullptr;
-        if (!GetAce(list, index, reinterpret_cast<void**>(&entry)) || entry->Header.AceType != ACCESS_ALLOWED_ACE_TYPE ||
+        if (GetAce(list, index, reinterpret_cast<void**>(&entry)) == FALSE || entry->Header.AceType != ACCESS_ALLOWED_ACE_TYPE ||
             (entry->Header.AceFlags & INHERIT_ONLY_ACE) != 0 || (entry->Mask & ADDING_OR_REPLACING) == 0 ||
-            !ConvertSidToStringSidA(&entry->SidStart, &text)) {
+            ConvertSidToStringSidA(&entry->SidStart, &text) == FALSE) {
             continue;
         }
         const std::unique_ptr<void, decltype(&LocalFree)> textOwner(text, LocalFree);

@@ -20,8 +20,7 @@ TEST_P(RealRuntimeTest, IsUsedStartedAndTakenBack)
     }
     EXPECT_EQ(run("java use \"" + runtimeHome(GetParam()) + "\""), 0u);
     EXPECT_THAT(output, HasSubstr("is what the server takes from its next start on"));
-    EXPECT_THAT(keyText(HKEY_LOCAL_MACHINE, PREFERENCES, "javavm"),
-                testing::StartsWith("KESTA_" + std::to_string(GetParam())));
+    EXPECT_THAT(keyText(HKEY_LOCAL_MACHINE, PREFERENCES, "javavm"), testing::StartsWith("KESTA_" + std::to_string(GetParam())));
     EXPECT_EQ(run("check"), 0u);
     EXPECT_THAT(output, testing::ContainsRegex("start +JRE.KESTA_\\S+ +starts in \\d+ ms: Java " + std::to_string(GetParam())));
     EXPECT_EQ(run("java remove"), 0u);

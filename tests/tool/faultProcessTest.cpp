@@ -93,9 +93,9 @@ TEST_F(FaultTest, ServerThatHangsOrEndsIsNamed)
 TEST_F(FaultTest, FrameThatRefusesItsControlIsNamed)
 {
     plant("window");
-    EXPECT_THAT(faults("--live"),
-                ContainsRegex("^FAULT  live start +window +the frame did not become a child of the client's window\r?\n" +
-                              LOG_NEXT));
+    EXPECT_THAT(
+        faults("--live"),
+        ContainsRegex("^FAULT  live start +window +the frame did not become a child of the client's window\r?\n" + LOG_NEXT));
 }
 
 TEST_F(FaultTest, ControlThatCannotBeChosenIsNamed)

@@ -170,9 +170,10 @@ TEST_F(WarmTest, ArchiveInUseIsNamedAndRemovedLater)
     const HANDLE use = CreateFileA(archive.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
     const Lines lines = linesOf(removeClassData());
     ASSERT_EQ(lines.size(), 1U);
-    EXPECT_THAT(lines[0], testing::AllOf(testing::StartsWith("FAULT archive: could not be removed whole: " + archive + ": "),
-                                         testing::EndsWith(" -> end the programs that show a control, since they use the archive, "
-                                                           "and repeat the command")));
+    EXPECT_THAT(lines[0],
+                testing::AllOf(testing::StartsWith("FAULT archive: could not be removed whole: " + archive + ": "),
+                               testing::EndsWith(" -> end the programs that show a control, since they use the archive, "
+                                                 "and repeat the command")));
     CloseHandle(use);
     EXPECT_THAT(linesOf(removeClassData()),
                 ElementsAre("ok archive: is removed, and the options are as they were before: " + archive));
