@@ -1,6 +1,7 @@
 #include "tool/CommandLine.h"
 
 #include "support/logger.h"
+#include "tool/Accept.h"
 #include "tool/Check.h"
 #include "tool/JavaChoice.h"
 #include "tool/LogVerb.h"
@@ -10,6 +11,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <filesystem>
+#include <iostream>
 #include <memory>
 
 namespace {
@@ -132,6 +135,27 @@ void addReport(CLI::App& app, Output& output)
     });
 }
 
+void addAccept(CLI::App& app, Output& output)
+{
+    const auto order = std::make_shared<AcceptOrder>();
+    order->page = "result.html";
+    CLI::App& verb =
+        addVerb(app, output, "accept",
+                "Shows on this machine what the registered server does: calls, events, windows, mouse and keyboard, ends. "
+                "Compares each with what was predicted for Windows, and writes a page with pictures. Leave mouse and keyboard "
+                "alone while it runs. It writes nothing to the registry.",
+                "accept --page result.html");
+    verb.add_option("--page", order->page, "The page to write")->capture_default_str();
+    verb.add_option("--only", order->only, "Only these scenarios, by the names in the page")->delimiter(',');
+    verb.add_flag("--long", order->isLong, "Also what takes minutes: 200 starts, a client that is killed early");
+    verb.callback([order, &output] {
+        AcceptResult result = runAcceptance(*order, output.isJson ? std::cerr : output.stream);
+        const std::string page = std::filesystem::absolute(order->page).string();
+        result.findings.setNextStep("send this page to the makers: " + page);
+        output.exitCode = printResult(result.findings, result.details, output.isJson, output.isColoured, output.stream);
+    });
+}
+
 // What the program starts itself with, to try out what may crash.
 void addProbe(CLI::App& app, Output& output)
 {
@@ -141,9 +165,12 @@ void addProbe(CLI::App& app, Output& output)
         std::string version;
         std::string library;
         std::string control;
+        std::string scenario;
+        std::string trail;
         bool isServer = false;
         bool isLive = false;
         bool withFrame = false;
+        bool isLong = false;
     };
     const auto arguments = std::make_shared<Arguments>();
     CLI::App& verb = *app.add_subcommand("probe")->group("");
@@ -154,7 +181,14 @@ void addProbe(CLI::App& app, Output& output)
     verb.add_flag("--server", arguments->isServer);
     verb.add_flag("--live", arguments->isLive);
     verb.add_flag("--frame", arguments->withFrame);
+    verb.add_option("--scenario", arguments->scenario);
+    verb.add_option("--trail", arguments->trail);
+    verb.add_flag("--long", arguments->isLong);
     verb.callback([arguments, &output] {
+        if (!arguments->scenario.empty()) {
+            output.exitCode = probeScenario(arguments->scenario, arguments->trail, arguments->isLong, arguments->answer);
+            return;
+        }
         // Why a runtime does not start stands in the log.
         Logger::setMaxLogLevel(output.log.level);
         output.exitCode = arguments->isServer ? probeServer(arguments->isLive, arguments->answer)
@@ -193,6 +227,7 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
     addLog(app, output);
     addReport(app, output);
     addWarm(app, output);
+    addAccept(app, output);
     addProbe(app, output);
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

@@ -1,0 +1,557 @@
+// The scenarios of "accept" about creation, calls, errors and events.
+#include "tool/AcceptClient.h"
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <format>
+#include <fstream>
+#include <set>
+#include <thread>
+
+using nlohmann::json;
+
+namespace {
+
+constexpr DWORD LIMIT = 90000; // ms, with a slow first start
+constexpr const char* TOLD = "tell the makers, with the page and KESTAtool report";
+constexpr const char* UNKNOWN_METHOD = "nonsense";
+
+json observeCreate(CAcceptContext& context)
+{
+    CAcceptServer server(context);
+    ATL::CComBSTR java;
+    server->getVersionInfo(ATL::CComBSTR(L"java"), &java);
+    const LONG_PTR style = GetWindowLongPtrA(server.frame(), GWL_EXSTYLE);
+    return {{"frameId", server.frameId()},
+            {"process", server.processId()},
+            {"java", narrow(java)},
+            {"isInTaskBar", IsWindowVisible(server.frame()) && (style & WS_EX_APPWINDOW) != 0},
+            {"isSilent", (style & WS_EX_NOACTIVATE) != 0},
+            {"milliseconds", server.creationTime()}};
+}
+
+Judgement judgeCreate(const json& seen)
+{
+    const bool isOwn = seen["frameId"] == seen["process"];
+    return judged(isOwn, std::format("frame {} of process {}, Java {}, after {:.0f} ms", seen["frameId"].get<int>(),
+                                     seen["process"].get<int>(), seen["java"].get<std::string>(),
+                                     seen["milliseconds"].get<double>()));
+}
+
+Judgement judgeTaskBar(const json& seen)
+{
+    const bool isSilent = seen["isSilent"].get<bool>();
+    const bool isInTaskBar = seen["isInTaskBar"].get<bool>();
+    return judged(isSilent && !isInTaskBar, std::format("the frame {} activation and {} a button in the task bar",
+                                                        isSilent ? "takes no" : "takes", isInTaskBar ? "asks for" : "has no"));
+}
+
+// Each method once, in an order that keeps the object usable. "name: what came" for those that went wrong.
+template <class Call>
+json callAll(CAcceptServer& server, Call call)
+{
+    json wrong = json::array();
+    int calls = 0;
+    const auto expect = [&](const char* method, const std::string& expected, const std::string& got) {
+        ++calls;
+        if (got != expected && !(expected == "*" && !got.empty() && !got.starts_with("0x"))) {
+            wrong.push_back(std::string(method) + ": " + got);
+        }
+    };
+    const std::string text = "Set by acceptance";
+    expect("pushWindowHandle", "", call(19, {"0"}));
+    expect("setUsedControl", "*", call(12, {SAMPLE_CONTROL, ""}));
+    if (!wrong.empty()) {
+        throw CNotHere(std::string("the control ") + SAMPLE_CONTROL + " is not registered or does not start");
+    }
+    expect("setProperty", text, call(11, {"title", text}));
+    expect("getProperty", text, call(8, {"title"}));
+    expect("callMethod", "begun", call(3, {"sum", ""}));
+    expect("callMethodCompressed", "begun", call(4, {"sum", "1", ""}));
+    expect("setLogLevel", "2", call(10, {"2"}));
+    expect("displayDebugConsole", "shown", call(5, {}));
+    expect("getBasisControlVersionInfo", "*", call(7, {}));
+    expect("getVersionInfo", "*", call(9, {"java"}));
+    expect("updateVersion", "*", call(13, {"1.0"}));
+    expect("setBounds", "", call(16, {"0", "0", "400", "300"}));
+    expect("validate", "", call(15, {}));
+    expect("enable", "", call(18, {"-1"}));
+    expect("testBridge", "", call(17, {"abc", "1", "0"}));
+    expect("getBeanFrameID", std::to_string(server.frameId()), call(14, {}));
+    expect("free", "freed", call(6, {}));
+    return {{"calls", calls}, {"wrong", wrong}};
+}
+
+std::string earlyCall(IJavaManager* object, DISPID method, const std::vector<std::string>& texts)
+{
+    std::vector<ATL::CComBSTR> words;
+    std::vector<int> numbers;
+    for (const std::string& text : texts) {
+        words.emplace_back(text.c_str());
+        numbers.push_back(std::atoi(text.c_str()));
+    }
+    ATL::CComBSTR answer;
+    int id = 0;
+    HRESULT result = E_NOTIMPL;
+    switch (method) {
+    case 3:
+        result = object->callMethod(words[0], words[1], &answer);
+        break;
+    case 4:
+        result = object->callMethodCompressed(words[0], numbers[1], words[2], &answer);
+        break;
+    case 5:
+        result = object->displayDebugConsole(&answer);
+        break;
+    case 6:
+        result = object->free(&answer);
+        break;
+    case 7:
+        result = object->getBasisControlVersionInfo(&answer);
+        break;
+    case 8:
+        result = object->getProperty(words[0], &answer);
+        break;
+    case 9:
+        result = object->getVersionInfo(words[0], &answer);
+        break;
+    case 10:
+        result = object->setLogLevel(numbers[0], &answer);
+        break;
+    case 11:
+        result = object->setProperty(words[0], words[1], &answer);
+        break;
+    case 12:
+        result = object->setUsedControl(words[0], words[1], &answer);
+        break;
+    case 13:
+        result = object->updateVersion(words[0], &answer);
+        break;
+    case 14:
+        result = object->getBeanFrameID(&id);
+        return FAILED(result) ? hexadecimal(result) : std::to_string(id);
+    case 15:
+        result = object->validate();
+        break;
+    case 16:
+        result = object->setBounds(numbers[0], numbers[1], numbers[2], numbers[3]);
+        break;
+    case 17:
+        result = object->testBridge(words[0], numbers[1], numbers[2]);
+        break;
+    case 18:
+        result = object->enable(static_cast<VARIANT_BOOL>(numbers[0]));
+        break;
+    default:
+        result = object->pushWindowHandle(numbers[0]);
+    }
+    return FAILED(result) ? hexadecimal(result) : narrow(answer);
+}
+
+struct LateAnswer
+{
+    HRESULT result;
+    std::string text;
+    std::string description;
+};
+
+// As a script calls: all arguments are texts, which the server's side converts.
+LateAnswer lateCall(IDispatch* object, DISPID method, const std::vector<std::string>& texts)
+{
+    std::vector<ATL::CComBSTR> words;
+    std::vector<VARIANT> arguments;
+    for (const std::string& text : texts) {
+        words.emplace_back(text.c_str());
+    }
+    for (auto word = words.rbegin(); word != words.rend(); ++word) { // the last one comes first
+        VARIANT argument = {};
+        argument.vt = VT_BSTR;
+        argument.bstrVal = *word;
+        arguments.push_back(argument);
+    }
+    DISPPARAMS parameters = {arguments.data(), nullptr, static_cast<UINT>(arguments.size()), 0};
+    ATL::CComVariant answer;
+    EXCEPINFO exception = {};
+    const HRESULT result =
+        object->Invoke(method, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &parameters, &answer, &exception, nullptr);
+    const std::string description = narrow(exception.bstrDescription);
+    for (const BSTR text : {exception.bstrSource, exception.bstrDescription, exception.bstrHelpFile}) {
+        SysFreeString(text);
+    }
+    if (answer.vt != VT_EMPTY && answer.vt != VT_BSTR) {
+        answer.ChangeType(VT_BSTR);
+    }
+    return {result, answer.vt == VT_BSTR ? narrow(answer.bstrVal) : "", description};
+}
+
+json observeEarly(CAcceptContext& context)
+{
+    CAcceptServer server(context);
+    return callAll(server, [&](DISPID method, const std::vector<std::string>& texts) {
+        return earlyCall(server.object(), method, texts);
+    });
+}
+
+json observeLate(CAcceptContext& context)
+{
+    CAcceptServer server(context);
+    ATL::CComPtr<IDispatch> object;
+    server->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&object));
+    return callAll(server, [&](DISPID method, const std::vector<std::string>& texts) {
+        const LateAnswer answer = lateCall(object, method, texts);
+        return FAILED(answer.result) ? hexadecimal(answer.result) : answer.text;
+    });
+}
+
+Judgement judgeCalls(const json& seen)
+{
+    constexpr int METHODS = 17;
+    const json& wrong = seen["wrong"];
+    return judged(wrong.empty() && seen["calls"] == METHODS,
+                  std::format("{} of {} methods answered as they should{}", seen["calls"].get<size_t>() - wrong.size(), METHODS,
+                              wrong.empty() ? "" : "; " + wrong.front().get<std::string>()));
+}
+
+json observeTexts(CAcceptContext& context)
+{
+    CAcceptServer server(context);
+    server.use(SAMPLE_CONTROL);
+    const std::string sent = "Troms\\u00F8 \\u6F22";
+    server.set("title", sent);
+    return {{"sent", sent}, {"got", server.get("title")}, {"codePage", GetACP()}};
+}
+
+Judgement judgeTexts(const json& seen)
+{
+    return judged(seen["sent"] == seen["got"],
+                  std::format("code page {}: {}", seen["codePage"].get<int>(), seen["got"].get<std::string>()));
+}
+
+json observeEarlyError(CAcceptContext& context)
+{
+    CAcceptServer server(context);
+    server.use(SAMPLE_CONTROL);
+    ATL::CComBSTR answer;
+    const HRESULT result = server->callMethod(ATL::CComBSTR(UNKNOWN_METHOD), ATL::CComBSTR(L""), &answer);
+    return {{"result", result}, {"text", errorInfoText()}};
+}
+
+json observeLateError(CAcceptContext& context)
+{
+    CAcceptServer server(context);
+    server.use(SAMPLE_CONTROL);
+    ATL::CComPtr<IDispatch> object;
+    server->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&object));
+    const LateAnswer answer = lateCall(object, 3, {UNKNOWN_METHOD, ""});
+    return {{"result", answer.result}, {"text", answer.description}};
+}
+
+Judgement judgeError(const json& seen)
+{
+    const auto result = seen["result"].get<HRESULT>();
+    const std::string text = seen["text"].get<std::string>();
+    const size_t reason = text.find("Exception: ");
+    const std::string line = text.substr(std::min(reason, text.size()));
+    return judged(FAILED(result) && reason != std::string::npos,
+                  hexadecimal(result) + (text.empty()                   ? ", without a text"
+                                         : reason == std::string::npos ? ", with a text that names no exception"
+                                                                       : ", " + line.substr(0, line.find_first_of("\r\n"))));
+}
+
+json observeEvents(CAcceptContext& context)
+{
+    CAcceptStage stage(context);
+    CAcceptSink& sink = stage.server.sink;
+    const CStopwatch watch;
+    stage.server->testBridge(ATL::CComBSTR(L"abc"), 3, 0);
+    const bool isBack = pumpUntil([&] { return sink.count(TEST_BRIDGE_EVENT) > 0; });
+    const double time = watch.milliseconds();
+    const auto answer = std::ranges::find(sink.events, TEST_BRIDGE_EVENT, &AcceptEvent::id);
+    stage.server.call("sum", "");
+    pumpUntil([&] { return sink.count(CUSTOM_EVENT) > 0; });
+    return {{"bridge", isBack ? answer->text : ""},
+            {"ready", sink.count(CONTROL_READY)},
+            {"custom", sink.count(CUSTOM_EVENT, "sum;2613")},
+            {"milliseconds", time}};
+}
+
+Judgement judgeEvents(const json& seen)
+{
+    const bool isAll = seen["bridge"] == "abcSJBbjs" && seen["ready"] == 1 && seen["custom"] == 1;
+    return judged(isAll, std::format("testBridgeEvent \"{}\" after {:.1f} ms, controlReady {} times, customEvent of the sum {} times",
+                                     seen["bridge"].get<std::string>(), seen["milliseconds"].get<double>(),
+                                     seen["ready"].get<int>(), seen["custom"].get<int>()));
+}
+
+json observeDelay(CAcceptContext& context)
+{
+    constexpr int DELAY = 500; // ms
+    CAcceptServer server(context);
+    const CStopwatch watch;
+    server->testBridge(ATL::CComBSTR(L"late"), 3, DELAY);
+    const bool isBack = pumpUntil([&] { return server.sink.count(TEST_BRIDGE_EVENT) > 0; });
+    return {{"delay", DELAY}, {"milliseconds", isBack ? watch.milliseconds() : -1}};
+}
+
+Judgement judgeDelay(const json& seen)
+{
+    constexpr double TICK = 16;        // ms, of the clock that the timer goes by
+    constexpr double MOST_LATER = 300; // ms
+    const double late = seen["milliseconds"].get<double>() - seen["delay"].get<double>();
+    return judged(late >= -TICK && late <= MOST_LATER, std::format("wanted after {} ms, came after {:.0f} ms",
+                                                                   seen["delay"].get<int>(), seen["milliseconds"].get<double>()));
+}
+
+json observeThreads(CAcceptContext& context)
+{
+    constexpr size_t THREADS = 4;
+    constexpr size_t EACH = 250;
+    CAcceptServer server(context);
+    server.use(TEST_CONTROL);
+    server.call("burst", std::format("{};{}", EACH, THREADS));
+    pumpUntil([&] { return server.sink.count(CUSTOM_EVENT, "burst 1.") == EACH * THREADS; });
+    std::set<std::string> different;
+    for (const AcceptEvent& event : server.sink.events) {
+        different.insert(event.text);
+    }
+    json perThread = json::array();
+    for (size_t thread = 1; thread <= THREADS; ++thread) {
+        perThread.push_back(server.sink.count(CUSTOM_EVENT, std::format("burst 1.{}.", thread)));
+    }
+    return {{"sent", EACH * THREADS}, {"different", different.size()}, {"perThread", perThread}};
+}
+
+Judgement judgeThreads(const json& seen)
+{
+    size_t sum = 0;
+    for (const json& count : seen["perThread"]) {
+        sum += count.get<size_t>();
+    }
+    return judged(seen["different"] == seen["sent"] && sum == seen["sent"].get<size_t>(),
+                  std::format("{} raised, {} came, {} of them different; by thread {}", seen["sent"].get<int>(), sum,
+                              seen["different"].get<int>(), seen["perThread"].dump()));
+}
+
+json observeTwo(CAcceptContext& context)
+{
+    CAcceptServer first(context);
+    CAcceptServer second(context);
+    first.use(SAMPLE_CONTROL);
+    second.use(SAMPLE_CONTROL);
+    first.set("title", "first");
+    second.set("title", "second");
+    return {{"processes", {first.processId(), second.processId()}}, {"titles", {first.get("title"), second.get("title")}}};
+}
+
+Judgement judgeTwo(const json& seen)
+{
+    const json& processes = seen["processes"];
+    const json titles = {"first", "second"};
+    return judged(processes[0] != processes[1] && seen["titles"] == titles,
+                  std::format("processes {}, titles {}", processes.dump(), seen["titles"].dump()));
+}
+
+// Refuses incoming calls as an office program does while a cell is edited.
+class CBusyFilter : public IMessageFilter
+{
+public:
+    STDMETHODIMP QueryInterface(REFIID iid, void** object) override
+    {
+        const bool isKnown = iid == IID_IUnknown || iid == IID_IMessageFilter;
+        *object = isKnown ? this : nullptr;
+        return isKnown ? S_OK : E_NOINTERFACE;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return 1; }
+    STDMETHODIMP_(ULONG) Release() override { return 1; }
+    STDMETHODIMP_(DWORD) HandleInComingCall(DWORD, HTASK, DWORD, LPINTERFACEINFO) override
+    {
+        ++asked;
+        return isBusy ? SERVERCALL_RETRYLATER : SERVERCALL_ISHANDLED;
+    }
+    STDMETHODIMP_(DWORD) RetryRejectedCall(HTASK, DWORD, DWORD) override { return static_cast<DWORD>(-1); }
+    STDMETHODIMP_(DWORD) MessagePending(HTASK, DWORD, DWORD) override { return PENDINGMSG_WAITDEFPROCESS; }
+
+    bool isBusy = false;
+    int asked = 0;
+};
+
+json observeBusy(CAcceptContext& context)
+{
+    constexpr int EVENTS = 3;
+    constexpr DWORD WHILE = 1500; // ms
+    CAcceptServer server(context);
+    server.use(SAMPLE_CONTROL);
+    CBusyFilter filter;
+    ATL::CComPtr<IMessageFilter> before;
+    if (FAILED(CoRegisterMessageFilter(&filter, &before))) {
+        throw CNotHere("no message filter can be registered");
+    }
+    server.set("rows", "a;1");
+    filter.isBusy = true;
+    for (int number = 0; number < EVENTS; ++number) {
+        server.call("sum", "");
+    }
+    pumpFor(WHILE);
+    filter.isBusy = false;
+    pumpFor(WHILE);
+    const size_t came = server.sink.count(CUSTOM_EVENT, "sum;1");
+    server.call("sum", "");
+    const bool comesAgain = pumpUntil([&] { return server.sink.count(CUSTOM_EVENT, "sum;1") > came; });
+    CoRegisterMessageFilter(before, nullptr);
+    return {{"raised", EVENTS}, {"came", came}, {"comesAgain", comesAgain}, {"asked", filter.asked}};
+}
+
+Judgement judgeBusy(const json& seen)
+{
+    return judged(seen["came"] == 0 && seen["comesAgain"].get<bool>(),
+                  std::format("{} of {} events came; afterwards events {}", seen["came"].get<int>(), seen["raised"].get<int>(),
+                              seen["comesAgain"].get<bool>() ? "come again" : "do not come any more"));
+}
+
+// A call from a second thread of the client, while the first one does not come out of its sink.
+json observeFullQueue(CAcceptContext& context)
+{
+    constexpr DWORD STUCK = 12000; // ms
+    constexpr DWORD CALL_AFTER = 6000;
+    CAcceptServer server(context);
+    server.use(TEST_CONTROL);
+    ATL::CComPtr<IStream> stream;
+    CoMarshalInterThreadInterfaceInStream(IID_IJavaManager, server.object(), &stream);
+    HRESULT result = S_OK;
+    bool isStuck = false;
+    std::thread other([&] {
+        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+        ATL::CComPtr<IJavaManager> object;
+        if (SUCCEEDED(CoUnmarshalInterface(stream, IID_IJavaManager, reinterpret_cast<void**>(&object)))) {
+            Sleep(CALL_AFTER);
+            int id = 0;
+            result = object->getBeanFrameID(&id);
+        }
+        object.Release();
+        CoUninitialize();
+    });
+    server.sink.reaction = [&](const AcceptEvent&) {
+        if (!std::exchange(isStuck, true)) {
+            Sleep(STUCK);
+        }
+    };
+    server.call("burst", "12000;1");
+    pumpUntil([&] { return isStuck; });
+    other.join();
+    return {{"result", result}, {"isStuck", isStuck}};
+}
+
+Judgement judgeFullQueue(const json& seen)
+{
+    const auto result = seen["result"].get<HRESULT>();
+    return judged(FAILED(result), "the other thread's call gives " + hexadecimal(result));
+}
+
+constexpr const char* SCRIPT = R"(Dim control
+Set control = CreateObject("KESTAserver.JavaManager.1")
+WScript.Echo "frame " & control.getBeanFrameID()
+WScript.Echo "java " & control.getVersionInfo("java")
+Set control = Nothing
+)";
+
+// The script's output; the host runs in a process of its own, which is ended with its time.
+std::string runScript(CAcceptContext& context, const std::string& host)
+{
+    constexpr DWORD SCRIPT_LIMIT = 60000; // ms
+    if (GetFileAttributesA(host.c_str()) == INVALID_FILE_ATTRIBUTES) {
+        throw CNotHere("there is no " + host);
+    }
+    const std::filesystem::path script = context.trail() + ".vbs";
+    const std::string outputFile = context.trail() + ".txt";
+    std::ofstream(script) << SCRIPT;
+    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+    const HANDLE output = CreateFileA(outputFile.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited, CREATE_ALWAYS, 0, nullptr);
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = startup.hStdError = output;
+    PROCESS_INFORMATION started = {};
+    std::string command = "\"" + host + "\" //nologo \"" + script.string() + "\"";
+    const bool isStarted = CreateProcessA(host.c_str(), command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr, nullptr,
+                                          &startup, &started) != FALSE;
+    CloseHandle(output);
+    const ATL::CHandle process(started.hProcess);
+    const ATL::CHandle thread(started.hThread);
+    if (isStarted && WaitForSingleObject(process, SCRIPT_LIMIT) != WAIT_OBJECT_0) {
+        TerminateProcess(process, 1);
+    }
+    std::ifstream file(outputFile);
+    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    file.close();
+    DeleteFileA(script.string().c_str());
+    DeleteFileA(outputFile.c_str());
+    if (!isStarted) {
+        throw CNotHere(host + " does not start");
+    }
+    if (const size_t place = text.find("frame "); place != std::string::npos) {
+        context.server(static_cast<DWORD>(std::atoi(text.c_str() + place + 6))); // -1 is no process
+    }
+    return text;
+}
+
+std::string systemFolder(UINT(WINAPI* get)(LPSTR, UINT))
+{
+    char folder[MAX_PATH] = "";
+    get(folder, sizeof folder);
+    return folder;
+}
+
+json observeScript(CAcceptContext& context)
+{
+    return {{"output", runScript(context, systemFolder(GetSystemDirectoryA) + "\\cscript.exe")}};
+}
+
+json observeScript32(CAcceptContext& context)
+{
+    return {{"output", runScript(context, systemFolder(GetSystemWow64DirectoryA) + "\\cscript.exe")}};
+}
+
+Judgement judgeScript(const json& seen)
+{
+    const std::string output = seen["output"].get<std::string>();
+    const bool isGood = output.starts_with("frame ") && !output.starts_with("frame -1") && output.find("java ") != std::string::npos;
+    std::string line = output;
+    std::ranges::replace_if(line, [](char letter) { return letter == '\r' || letter == '\n'; }, ' ');
+    return judged(isGood, line.empty() ? "the script printed nothing" : line);
+}
+
+constexpr Scenario SCENARIOS[] = {
+    {"create", "calls", "creation", "The object is created; its frame has the number of its server's process.", LIMIT, observeCreate,
+     judgeCreate, "run KESTAtool check, which names what is missing"},
+    {"taskBar", "calls", "frame before the take-in", "The frame has no button in the task bar and takes no activation.", LIMIT,
+     observeCreate, judgeTaskBar, TOLD},
+    {"earlyBound", "calls", "17 methods, early bound", "All methods answer through the interface.", LIMIT, observeEarly, judgeCalls,
+     TOLD},
+    {"lateBound", "calls", "17 methods, late bound", "All methods answer through IDispatch.", LIMIT, observeLate, judgeCalls, TOLD},
+    {"script", "calls", "64-bit script", "A script of this Windows creates the object and calls it.", LIMIT, observeScript, judgeScript,
+     TOLD},
+    {"script32", "calls", "32-bit script", "A 32-bit script creates the object and calls it, late bound.", LIMIT, observeScript32,
+     judgeScript, TOLD},
+    {"texts", "calls", "texts", "A text beyond ASCII, encoded, comes back as it was sent.", LIMIT, observeTexts, judgeTexts, TOLD},
+    {"earlyError", "calls", "error text, early bound", "A failing call carries the Java exception in its error information.", LIMIT,
+     observeEarlyError, judgeError, TOLD, "it carries no error information between processes"},
+    {"lateError", "calls", "error text, late bound", "A failing call carries the Java exception in its exception information.", LIMIT,
+     observeLateError, judgeError, TOLD},
+    {"events", "calls", "three events", "All three events reach the sink, through Java.", LIMIT, observeEvents, judgeEvents, TOLD},
+    {"delay", "calls", "delayed event", "An event with a delay comes when it is due.", LIMIT, observeDelay, judgeDelay, TOLD},
+    {"fourThreads", "calls", "events of four threads", "All events of four Java threads come, each once.", LIMIT, observeThreads,
+     judgeThreads, TOLD},
+    {"twoServers", "calls", "two servers", "Two objects have two processes and share nothing.", LIMIT, observeTwo, judgeTwo, TOLD},
+    {"busyClient", "calls", "busy client", "Events for a client that refuses calls for a moment are lost.", LIMIT, observeBusy,
+     judgeBusy, "correct the page for clients: such events are not lost", "it delivers calls as its own rules are"},
+    {"fullQueue", "calls", "12,000 events at once", "While a sink is stuck under many events, other calls to the server fail.", LIMIT,
+     observeFullQueue, judgeFullQueue, "correct the page for clients: other calls go on", "its message queues take more"},
+};
+
+} // namespace
+
+std::span<const Scenario> callScenarios()
+{
+    return SCENARIOS;
+}

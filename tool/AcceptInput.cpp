@@ -1,0 +1,255 @@
+// The scenarios of "accept" about mouse, keyboard and focus, and about calls out of handlers.
+#include "tool/AcceptClient.h"
+
+#include <atomic>
+#include <format>
+#include <thread>
+
+using nlohmann::json;
+
+namespace {
+
+constexpr DWORD LIMIT = 90000; // ms, with a slow first start
+constexpr const char* TOLD = "tell the makers, with the page and KESTAtool report";
+
+json observeClick(CAcceptContext& context)
+{
+    CAcceptStage stage(context);
+    stage.clickButton();
+    const bool isHeard = pumpUntil([&] { return stage.server.sink.count(CUSTOM_EVENT, "button: hello") > 0; });
+    return {{"isHeard", isHeard}};
+}
+
+Judgement judgeClick(const json& seen)
+{
+    return judged(seen["isHeard"].get<bool>(), seen["isHeard"].get<bool>() ? "the button's event came" : "no event of the button");
+}
+
+json observeType(CAcceptContext& context)
+{
+    CAcceptStage stage(context);
+    const std::string got = stage.typeIntoField("kesta42");
+    context.picture("after typing", CAcceptPicture(stage.window.window()));
+    return {{"typed", "kesta42"}, {"got", got}};
+}
+
+Judgement judgeType(const json& seen)
+{
+    return judged(seen["typed"] == seen["got"], std::format("typed \"{}\", the control has \"{}\"",
+                                                            seen["typed"].get<std::string>(), seen["got"].get<std::string>()));
+}
+
+// Whether Java's caret blinks: while the field believes that it has the focus.
+bool isCaretBlinking(HWND frame)
+{
+    constexpr DWORD STEP = 150; // ms, several in a period
+    constexpr int STEPS = 14;
+    RECT area = {};
+    GetClientRect(frame, &area);
+    const CAcceptPicture first(frame);
+    for (int number = 0; number < STEPS; ++number) {
+        pumpFor(STEP);
+        if (CAcceptPicture(frame).likeness(first) < 1) {
+            return true;
+        }
+    }
+    return false;
+}
+
+json observeFocus(CAcceptContext& context)
+{
+    CAcceptStage stage(context);
+    stage.typeIntoField("java1");
+    const bool isBlinking = isCaretBlinking(stage.server.frame());
+    clickInto(stage.window.edit());
+    typeText("native2");
+    char native[40] = "";
+    GetWindowTextA(stage.window.edit(), native, sizeof native);
+    const bool isStillBlinking = isCaretBlinking(stage.server.frame());
+    context.picture("the focus is in the client's field above", CAcceptPicture(stage.window.window()));
+    return {{"java", stage.server.get("text")},
+            {"native", native},
+            {"isBlinking", isBlinking},
+            {"isStillBlinking", isStillBlinking},
+            {"back", stage.typeIntoField("java3")}};
+}
+
+Judgement judgeKeysFollow(const json& seen)
+{
+    const bool isGood = seen["java"] == "java1" && seen["native"] == "native2" && seen["back"] == "java3";
+    return judged(isGood, std::format("Java has \"{}\", the client's field \"{}\", then Java \"{}\"", seen["java"].get<std::string>(),
+                                      seen["native"].get<std::string>(), seen["back"].get<std::string>()));
+}
+
+Judgement judgeFocusLost(const json& seen)
+{
+    if (!seen["isBlinking"].get<bool>()) {
+        return judged(false, "Java's caret does not blink even with the focus, so nothing can be told");
+    }
+    return judged(seen["isStillBlinking"].get<bool>(), seen["isStillBlinking"].get<bool>()
+                                                           ? "Java's caret goes on blinking beside the client's"
+                                                           : "Java's caret stops: Java heard of it");
+}
+
+json observeKeys(CAcceptContext& context)
+{
+    constexpr DWORD MOMENT = 800; // ms
+    CAcceptStage stage(context);
+    const std::string got = stage.typeIntoField("a1");
+    int seenByClient = 0;
+    stage.window.spy = [&](HWND, UINT message, WPARAM) {
+        seenByClient += message == WM_KEYDOWN || message == WM_SYSKEYDOWN || message == WM_CHAR ? 1 : 0;
+    };
+    pressKey('S', VK_CONTROL);
+    pressKey(VK_ESCAPE);
+    pressKey(VK_F1);
+    pressKey(VK_TAB); // to the button
+    pressKey(VK_TAB); // round to the first component
+    pumpFor(MOMENT);
+    return {{"got", got},
+            {"seenByClient", seenByClient},
+            {"leaves", stage.server.sink.count(CUSTOM_EVENT, "kesta:focusLeaves forward")}};
+}
+
+Judgement judgeKeys(const json& seen)
+{
+    if (seen["got"] != "a1") {
+        return judged(false, "the focus did not come into the frame");
+    }
+    return judged(seen["seenByClient"] == 0, std::format("of Ctrl+S, Esc, F1 and Tab the client saw {} messages; it was told {} times "
+                                                         "that the focus leaves",
+                                                         seen["seenByClient"].get<int>(), seen["leaves"].get<int>()));
+}
+
+json observeParentNotify(CAcceptContext& context)
+{
+    CAcceptStage stage(context);
+    int sent = 0;
+    int all = 0;
+    stage.window.spy = [&](HWND, UINT message, WPARAM wParam) {
+        if (message == WM_PARENTNOTIFY && LOWORD(wParam) == WM_LBUTTONDOWN) {
+            ++all;
+            sent += (InSendMessageEx(nullptr) & (ISMEX_REPLIED | ISMEX_SEND)) == ISMEX_SEND ? 1 : 0;
+        }
+    };
+    stage.clickButton();
+    pumpUntil([&] { return stage.server.sink.count(CUSTOM_EVENT, "button: ") > 0; });
+    return {{"all", all}, {"sent", sent}, {"isHeard", stage.server.sink.count(CUSTOM_EVENT, "button: ") > 0}};
+}
+
+Judgement judgeParentNotify(const json& seen)
+{
+    return judged(seen["all"] == 1 && seen["sent"] == 1 && seen["isHeard"].get<bool>(),
+                  std::format("one click: {} messages, {} of them sent by the other thread, event {}", seen["all"].get<int>(),
+                              seen["sent"].get<int>(), seen["isHeard"].get<bool>() ? "came" : "did not come"));
+}
+
+json observeHandler(CAcceptContext& context)
+{
+    CAcceptServer server(context);
+    server.use(SAMPLE_CONTROL);
+    CAcceptWindow window;
+    std::string value;
+    window.onOrder = [&] { return static_cast<LRESULT>(server.tryGet("title", value)); };
+    std::atomic<bool> isDone{false};
+    LRESULT sent = 0;
+    std::thread other([&] {
+        sent = SendMessageA(window.window(), CAcceptWindow::ORDER, 0, 0);
+        isDone = true;
+    });
+    pumpUntil([&] { return isDone.load(); });
+    other.join();
+    LRESULT posted = E_PENDING;
+    window.onOrder = [&] { return posted = static_cast<LRESULT>(server.tryGet("title", value)); };
+    PostMessageA(window.window(), CAcceptWindow::ORDER, 0, 0);
+    pumpUntil([&] { return posted != E_PENDING; });
+    return {{"sent", static_cast<HRESULT>(sent)}, {"posted", static_cast<HRESULT>(posted)}};
+}
+
+json observeFocusHandler(CAcceptContext& context)
+{
+    CAcceptStage stage(context);
+    clickInto(stage.window.edit());
+    json seen = {{"sent", E_PENDING}, {"posted", S_OK}};
+    std::string value;
+    stage.window.spy = [&](HWND window, UINT message, WPARAM) {
+        if (message == WM_KILLFOCUS && window == stage.window.edit() && seen["sent"] == E_PENDING) {
+            seen["sent"] = S_FALSE; // while the call is out
+            seen["sent"] = stage.server.tryGet("text", value);
+        }
+    };
+    for (int tries = 0; tries < 3 && seen["sent"] == E_PENDING; ++tries) {
+        stage.clickField();
+    }
+    pumpUntil([&] { return seen["sent"] != E_PENDING && seen["sent"] != S_FALSE; });
+    seen["posted"] = stage.server.tryGet("text", value);
+    return seen;
+}
+
+Judgement judgeHandler(const json& seen)
+{
+    const auto sent = seen["sent"].get<HRESULT>();
+    const auto posted = seen["posted"].get<HRESULT>();
+    if (sent == E_PENDING) {
+        return judged(false, "the handler was never called");
+    }
+    return judged(sent == RPC_E_CANTCALLOUT_ININPUTSYNCCALL && SUCCEEDED(posted),
+                  std::format("inside the sent message {}, afterwards {}", hexadecimal(sent), hexadecimal(posted)));
+}
+
+json observeClickBeforeUse(CAcceptContext& context)
+{
+    CAcceptServer server(context);
+    CAcceptWindow window;
+    window.takeIn(server.frame());
+    server->pushWindowHandle(window.handle());
+    window.fit(server.frame());
+    pumpUntil([&] { return server.sink.count(CONTROL_READY) > 0; });
+    const CAcceptWindow other({700, 420});
+    clickInto(other.edit());
+    const bool isOtherInFront = GetForegroundWindow() == other.window();
+    clickInto(server.frame());
+    constexpr DWORD MOMENT = 500; // ms
+    pumpFor(MOMENT);
+    return {{"isOtherInFront", isOtherInFront}, {"isStillInFront", GetForegroundWindow() == other.window()}};
+}
+
+Judgement judgeClickBeforeUse(const json& seen)
+{
+    if (!seen["isOtherInFront"].get<bool>()) {
+        return judged(false, "a click did not bring a window of the client to the front");
+    }
+    return judged(seen["isStillInFront"].get<bool>(), seen["isStillInFront"].get<bool>() ? "the other window stays in front"
+                                                                                        : "the client's window comes to the front");
+}
+
+constexpr Scenario SCENARIOS[] = {
+    {"click", "input", "mouse", "A click on the control's button raises its event.", LIMIT, observeClick, judgeClick, TOLD},
+    {"type", "input", "keyboard", "What is typed after a click into the control's field arrives there.", LIMIT, observeType, judgeType,
+     TOLD},
+    {"focusWay", "input", "focus there and back", "Keys go where was clicked last: Java, the client's field, Java.", LIMIT,
+     observeFocus, judgeKeysFollow, TOLD},
+    {"focusLost", "input", "focus that leaves Java", "Java does not hear that the focus has gone to the client.", LIMIT, observeFocus,
+     judgeFocusLost, "correct the pages for clients and for controls: Java hears it"},
+    {"keys", "input", "keys in the frame", "The client sees no key while the focus is in the frame.", LIMIT, observeKeys, judgeKeys,
+     "correct the page for clients: these keys reach the client"},
+    {"parentNotify", "input", "WM_PARENTNOTIFY", "A press in the frame is sent to the pane while Java's thread waits.", LIMIT,
+     observeParentNotify, judgeParentNotify, "correct the page for clients: a busy client does not hold up Java's input",
+     "it does not send it across processes"},
+    {"sentMessage", "input", "call in a sent message",
+     "COM refuses it (0x8001010D); a call in a posted message works.", LIMIT, observeHandler, judgeHandler,
+     "correct the page for clients: such calls work", "its COM does not check that"},
+    {"focusMessage", "input", "call as the focus leaves",
+     "COM refuses a call in WM_KILLFOCUS after a click into the frame (0x8001010D).", LIMIT, observeFocusHandler, judgeHandler,
+     "correct the page for clients: such calls work", "its COM does not check that"},
+    {"clickBeforeUse", "input", "click before setUsedControl", "The client's window does not come to the front.", LIMIT,
+     observeClickBeforeUse, judgeClickBeforeUse, "correct the page for clients: it does come to the front",
+     "its windows come to the front by rules of their own"},
+};
+
+} // namespace
+
+std::span<const Scenario> inputScenarios()
+{
+    return SCENARIOS;
+}
