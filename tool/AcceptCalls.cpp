@@ -43,8 +43,9 @@ Judgement judgeTaskBar(const json& seen)
 {
     const bool isSilent = seen["isSilent"].get<bool>();
     const bool isInTaskBar = seen["isInTaskBar"].get<bool>();
-    return judged(isSilent && !isInTaskBar, std::format("the frame {} activation and {} a button in the task bar",
-                                                        isSilent ? "takes no" : "takes", isInTaskBar ? "asks for" : "has no"));
+    return judged(isSilent && !isInTaskBar, std::format("the frame {} activation and {} in the task bar",
+                                                        isSilent ? "takes no" : "takes",
+                                                        isInTaskBar ? "asks for a button" : "has no button"));
 }
 
 // Each method once, in an order that keeps the object usable. "name: what came" for those that went wrong.
@@ -267,10 +268,11 @@ json observeEvents(CAcceptContext& context)
     stage.server->testBridge(ATL::CComBSTR(L"abc"), 3, 0);
     const bool isBack = pumpUntil([&] { return sink.count(TEST_BRIDGE_EVENT) > 0; });
     const double time = watch.milliseconds();
-    const auto answer = std::ranges::find(sink.events, TEST_BRIDGE_EVENT, &AcceptEvent::id);
+    const std::string answer =
+        isBack ? std::ranges::find(sink.events, TEST_BRIDGE_EVENT, &AcceptEvent::id)->text : "";
     stage.server.call("sum", "");
-    pumpUntil([&] { return sink.count(CUSTOM_EVENT) > 0; });
-    return {{"bridge", isBack ? answer->text : ""},
+    pumpUntil([&] { return sink.count(CUSTOM_EVENT, "sum;") > 0; });
+    return {{"bridge", answer},
             {"ready", sink.count(CONTROL_READY)},
             {"custom", sink.count(CUSTOM_EVENT, "sum;2613")},
             {"milliseconds", time}};

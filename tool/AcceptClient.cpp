@@ -429,7 +429,7 @@ CAcceptStage::CAcceptStage(CAcceptContext& context, const char* control)
     }
     context.step("choosing the control");
     server.use(control);
-    if (control == SAMPLE_CONTROL) {
+    if (std::string_view(control) == SAMPLE_CONTROL) {
         server.set("title", "Wind power by site, GWh");
         server.set("rows", "Alta;412|Bergen;655|Molde;538|Narvik;287|Stavanger;721");
         server.set("text", "hello");

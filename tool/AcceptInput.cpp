@@ -230,12 +230,12 @@ constexpr Scenario SCENARIOS[] = {
     {"focusWay", "input", "focus there and back", "Keys go where was clicked last: Java, the client's field, Java.", LIMIT,
      observeFocus, judgeKeysFollow, TOLD},
     {"focusLost", "input", "focus that leaves Java", "Java does not hear that the focus has gone to the client.", LIMIT, observeFocus,
-     judgeFocusLost, "correct the pages for clients and for controls: Java hears it"},
+     judgeFocusLost, "correct the pages for clients and for controls: Java hears it",
+     "it tells also a frame inside another program's window"},
     {"keys", "input", "keys in the frame", "The client sees no key while the focus is in the frame.", LIMIT, observeKeys, judgeKeys,
      "correct the page for clients: these keys reach the client"},
     {"parentNotify", "input", "WM_PARENTNOTIFY", "A press in the frame is sent to the pane while Java's thread waits.", LIMIT,
-     observeParentNotify, judgeParentNotify, "correct the page for clients: a busy client does not hold up Java's input",
-     "it does not send it across processes"},
+     observeParentNotify, judgeParentNotify, "correct the page for clients: a busy client does not hold up Java's input"},
     {"sentMessage", "input", "call in a sent message",
      "COM refuses it (0x8001010D); a call in a posted message works.", LIMIT, observeHandler, judgeHandler,
      "correct the page for clients: such calls work", "its COM does not check that"},
@@ -243,8 +243,7 @@ constexpr Scenario SCENARIOS[] = {
      "COM refuses a call in WM_KILLFOCUS after a click into the frame (0x8001010D).", LIMIT, observeFocusHandler, judgeHandler,
      "correct the page for clients: such calls work", "its COM does not check that"},
     {"clickBeforeUse", "input", "click before setUsedControl", "The client's window does not come to the front.", LIMIT,
-     observeClickBeforeUse, judgeClickBeforeUse, "correct the page for clients: it does come to the front",
-     "its windows come to the front by rules of their own"},
+     observeClickBeforeUse, judgeClickBeforeUse, "correct the page for clients: it does come to the front"},
 };
 
 } // namespace

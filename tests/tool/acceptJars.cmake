@@ -1,0 +1,21 @@
+# Makes Stations.jar and TestControl.jar with faults. -DJAVAC -DJAR -DSOURCES -DPRODUCT (folder of the jars) -DOUTPUT (folder).
+function(run)
+    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result)
+    if(result)
+        message(FATAL_ERROR "failed: ${ARGN}")
+    endif()
+endfunction()
+
+file(REMOVE_RECURSE ${OUTPUT})
+# The sample itself, which the faulty one passes its calls to.
+file(ARCHIVE_EXTRACT INPUT ${PRODUCT}/Stations.jar DESTINATION ${OUTPUT}/sample)
+run(${JAVAC} --release 8 -encoding UTF-8 -Xlint:all,-options -Werror -d ${OUTPUT}/classes
+    -classpath ${PRODUCT}/ORVANEControl.jar:${OUTPUT}/sample ${SOURCES})
+foreach(control Stations TestControl)
+    file(COPY ${OUTPUT}/classes/ DESTINATION ${OUTPUT}/${control})
+    file(WRITE ${OUTPUT}/${control}/META-INF/services/com.velmora.tq.kesta.control.Control "kestatest.Faulty${control}\n")
+endforeach()
+file(COPY ${OUTPUT}/sample/org DESTINATION ${OUTPUT}/Stations)
+foreach(control Stations TestControl)
+    run(${JAR} --create --file ${OUTPUT}/${control}.jar -C ${OUTPUT}/${control} .)
+endforeach()
