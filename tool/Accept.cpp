@@ -119,7 +119,8 @@ std::string cleanUp(const std::set<DWORD>& own, const std::set<DWORD>& before)
         }
         const bool isEnded =
             TerminateProcess(process, 1) != FALSE && WaitForSingleObject(process, LATE_END_LIMIT) == WAIT_OBJECT_0;
-        text += std::format("; its server {} {}", id, isEnded ? "did not end and was ended" : "did not end and could not be ended");
+        text +=
+            std::format("; its server {} {}", id, isEnded ? "did not end and was ended" : "did not end and could not be ended");
     }
     return text;
 }
@@ -148,7 +149,8 @@ void addRow(CFindings& findings, const Scenario& scenario, const Judgement& judg
         break;
     default:
         findings.fault(scenario.area, scenario.what, state,
-                       "correct what the first rows name, then run it again: KESTAtool accept --only " + std::string(scenario.id));
+                       "correct what the first rows name, then run it again: KESTAtool accept --only " +
+                           std::string(scenario.id));
     }
 }
 
@@ -202,8 +204,8 @@ void addCleanUpRow(CFindings& findings, const std::set<DWORD>& serversBefore)
 std::vector<Scenario> acceptScenarios()
 {
     std::vector<Scenario> all;
-    for (const auto part : {machineScenarios(), callScenarios(), windowScenarios(), inputScenarios(), lifeScenarios(),
-                            personScenarios()}) {
+    for (const auto part :
+         {machineScenarios(), callScenarios(), windowScenarios(), inputScenarios(), lifeScenarios(), personScenarios()}) {
         all.insert(all.end(), part.begin(), part.end());
     }
     return all;
@@ -256,15 +258,16 @@ AcceptResult runAcceptance(const AcceptOrder& order, std::ostream& progress)
         }
         progress << std::format("{} ({:.1f} s)", nameOf(judgement.state), watch.milliseconds() / 1000) << std::endl;
         addRow(result.findings, scenario, judgement);
-        json entry = {{"id", scenario.id},
-                      {"area", scenario.area},
-                      {"what", scenario.what},
-                      {"prediction", scenario.prediction},
-                      {"state", nameOf(judgement.state)},
-                      {"detail", judgement.detail},
-                      {"remedy", judgement.state == RowState::Refuted || judgement.state == RowState::Failed ? scenario.remedy : ""},
-                      {"seconds", watch.milliseconds() / 1000},
-                      {"pictures", json::array()}};
+        json entry = {
+            {"id", scenario.id},
+            {"area", scenario.area},
+            {"what", scenario.what},
+            {"prediction", scenario.prediction},
+            {"state", nameOf(judgement.state)},
+            {"detail", judgement.detail},
+            {"remedy", judgement.state == RowState::Refuted || judgement.state == RowState::Failed ? scenario.remedy : ""},
+            {"seconds", watch.milliseconds() / 1000},
+            {"pictures", json::array()}};
         if (run.answer.is_object() && run.answer.contains("seen")) {
             entry["seen"] = run.answer["seen"];
             entry["pictures"] = run.answer["pictures"];

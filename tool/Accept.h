@@ -1,8 +1,8 @@
-// The verb "accept": runs scenarios against the registered server with Windows' own means, one after the other, and writes what it
-// has seen to a page.
+// The verb "accept": runs scenarios against the registered server with Windows' own means, one after the other, and writes what
+// it has seen to a page.
 //
-// Each scenario runs in a child process with a time limit. It writes no registry key. It ends no processes but its children and, when
-// they do not end themselves, the servers that COM started for those.
+// Each scenario runs in a child process with a time limit. It writes no registry key. It ends no processes but its children and,
+// when they do not end themselves, the servers that COM started for those.
 //
 // Threads: the main thread. Failure: what goes wrong in a scenario is its row; a page that cannot be written throws
 // std::runtime_error.

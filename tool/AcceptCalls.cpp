@@ -34,18 +34,18 @@ json observeCreate(CAcceptContext& context)
 Judgement judgeCreate(const json& seen)
 {
     const bool isOwn = seen["frameId"] == seen["process"];
-    return judged(isOwn, std::format("frame {} of process {}, Java {}, after {:.0f} ms", seen["frameId"].get<int>(),
-                                     seen["process"].get<int>(), seen["java"].get<std::string>(),
-                                     seen["milliseconds"].get<double>()));
+    return judged(isOwn,
+                  std::format("frame {} of process {}, Java {}, after {:.0f} ms", seen["frameId"].get<int>(),
+                              seen["process"].get<int>(), seen["java"].get<std::string>(), seen["milliseconds"].get<double>()));
 }
 
 Judgement judgeTaskBar(const json& seen)
 {
     const bool isSilent = seen["isSilent"].get<bool>();
     const bool isInTaskBar = seen["isInTaskBar"].get<bool>();
-    return judged(isSilent && !isInTaskBar, std::format("the frame {} activation and {} in the task bar",
-                                                        isSilent ? "takes no" : "takes",
-                                                        isInTaskBar ? "asks for a button" : "has no button"));
+    return judged(isSilent && !isInTaskBar,
+                  std::format("the frame {} activation and {} in the task bar", isSilent ? "takes no" : "takes",
+                              isInTaskBar ? "asks for a button" : "has no button"));
 }
 
 // Each method once, in an order that keeps the object usable. "name: what came" for those that went wrong.
@@ -189,9 +189,8 @@ LateAnswer lateCall(IDispatch* object, DISPID method, const std::vector<std::str
 json observeEarly(CAcceptContext& context)
 {
     CAcceptServer server(context);
-    return callAll(server, [&](DISPID method, const std::vector<std::string>& texts) {
-        return earlyCall(server.object(), method, texts);
-    });
+    return callAll(
+        server, [&](DISPID method, const std::vector<std::string>& texts) { return earlyCall(server.object(), method, texts); });
 }
 
 json observeLate(CAcceptContext& context)
@@ -255,7 +254,7 @@ Judgement judgeError(const json& seen)
     const size_t reason = text.find("Exception: ");
     const std::string line = text.substr(std::min(reason, text.size()));
     return judged(FAILED(result) && reason != std::string::npos,
-                  hexadecimal(result) + (text.empty()                   ? ", without a text"
+                  hexadecimal(result) + (text.empty()                  ? ", without a text"
                                          : reason == std::string::npos ? ", with a text that names no exception"
                                                                        : ", " + line.substr(0, line.find_first_of("\r\n"))));
 }
@@ -268,8 +267,7 @@ json observeEvents(CAcceptContext& context)
     stage.server->testBridge(ATL::CComBSTR(L"abc"), 3, 0);
     const bool isBack = pumpUntil([&] { return sink.count(TEST_BRIDGE_EVENT) > 0; });
     const double time = watch.milliseconds();
-    const std::string answer =
-        isBack ? std::ranges::find(sink.events, TEST_BRIDGE_EVENT, &AcceptEvent::id)->text : "";
+    const std::string answer = isBack ? std::ranges::find(sink.events, TEST_BRIDGE_EVENT, &AcceptEvent::id)->text : "";
     stage.server.call("sum", "");
     pumpUntil([&] { return sink.count(CUSTOM_EVENT, "sum;") > 0; });
     return {{"bridge", answer},
@@ -281,9 +279,10 @@ json observeEvents(CAcceptContext& context)
 Judgement judgeEvents(const json& seen)
 {
     const bool isAll = seen["bridge"] == "abcSJBbjs" && seen["ready"] == 1 && seen["custom"] == 1;
-    return judged(isAll, std::format("testBridgeEvent \"{}\" after {:.1f} ms, controlReady {} times, customEvent of the sum {} times",
-                                     seen["bridge"].get<std::string>(), seen["milliseconds"].get<double>(),
-                                     seen["ready"].get<int>(), seen["custom"].get<int>()));
+    return judged(isAll,
+                  std::format("testBridgeEvent \"{}\" after {:.1f} ms, controlReady {} times, customEvent of the sum {} times",
+                              seen["bridge"].get<std::string>(), seen["milliseconds"].get<double>(), seen["ready"].get<int>(),
+                              seen["custom"].get<int>()));
 }
 
 json observeDelay(CAcceptContext& context)
@@ -475,8 +474,8 @@ std::string runScript(CAcceptContext& context, const std::string& host)
     startup.hStdOutput = startup.hStdError = output;
     PROCESS_INFORMATION started = {};
     std::string command = "\"" + host + "\" //nologo \"" + script.string() + "\"";
-    const bool isStarted = CreateProcessA(host.c_str(), command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr, nullptr,
-                                          &startup, &started) != FALSE;
+    const bool isStarted = CreateProcessA(host.c_str(), command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
+                                          nullptr, &startup, &started) != FALSE;
     CloseHandle(output);
     const ATL::CHandle process(started.hProcess);
     const ATL::CHandle thread(started.hThread);
@@ -517,38 +516,43 @@ json observeScript32(CAcceptContext& context)
 Judgement judgeScript(const json& seen)
 {
     const std::string output = seen["output"].get<std::string>();
-    const bool isGood = output.starts_with("frame ") && !output.starts_with("frame -1") && output.find("java ") != std::string::npos;
+    const bool isGood =
+        output.starts_with("frame ") && !output.starts_with("frame -1") && output.find("java ") != std::string::npos;
     std::string line = output;
     std::ranges::replace_if(line, [](char letter) { return letter == '\r' || letter == '\n'; }, ' ');
     return judged(isGood, line.empty() ? "the script printed nothing" : line);
 }
 
 constexpr Scenario SCENARIOS[] = {
-    {"create", "calls", "creation", "The object is created; its frame has the number of its server's process.", LIMIT, observeCreate,
-     judgeCreate, "run KESTAtool check, which names what is missing"},
+    {"create", "calls", "creation", "The object is created; its frame has the number of its server's process.", LIMIT,
+     observeCreate, judgeCreate, "run KESTAtool check, which names what is missing"},
     {"taskBar", "calls", "frame before the take-in", "The frame has no button in the task bar and takes no activation.", LIMIT,
      observeCreate, judgeTaskBar, TOLD},
-    {"earlyBound", "calls", "17 methods, early bound", "All methods answer through the interface.", LIMIT, observeEarly, judgeCalls,
+    {"earlyBound", "calls", "17 methods, early bound", "All methods answer through the interface.", LIMIT, observeEarly,
+     judgeCalls, TOLD},
+    {"lateBound", "calls", "17 methods, late bound", "All methods answer through IDispatch.", LIMIT, observeLate, judgeCalls,
      TOLD},
-    {"lateBound", "calls", "17 methods, late bound", "All methods answer through IDispatch.", LIMIT, observeLate, judgeCalls, TOLD},
-    {"script", "calls", "64-bit script", "A script of this Windows creates the object and calls it.", LIMIT, observeScript, judgeScript,
-     TOLD},
+    {"script", "calls", "64-bit script", "A script of this Windows creates the object and calls it.", LIMIT, observeScript,
+     judgeScript, TOLD},
     {"script32", "calls", "32-bit script", "A 32-bit script creates the object and calls it, late bound.", LIMIT, observeScript32,
      judgeScript, TOLD},
-    {"texts", "calls", "texts", "A text beyond ASCII, encoded, comes back as it was sent.", LIMIT, observeTexts, judgeTexts, TOLD},
-    {"earlyError", "calls", "error text, early bound", "A failing call carries the Java exception in its error information.", LIMIT,
-     observeEarlyError, judgeError, TOLD, "it carries no error information between processes"},
-    {"lateError", "calls", "error text, late bound", "A failing call carries the Java exception in its exception information.", LIMIT,
-     observeLateError, judgeError, TOLD},
-    {"events", "calls", "three events", "All three events reach the sink, through Java.", LIMIT, observeEvents, judgeEvents, TOLD},
+    {"texts", "calls", "texts", "A text beyond ASCII, encoded, comes back as it was sent.", LIMIT, observeTexts, judgeTexts,
+     TOLD},
+    {"earlyError", "calls", "error text, early bound", "A failing call carries the Java exception in its error information.",
+     LIMIT, observeEarlyError, judgeError, TOLD, "it carries no error information between processes"},
+    {"lateError", "calls", "error text, late bound", "A failing call carries the Java exception in its exception information.",
+     LIMIT, observeLateError, judgeError, TOLD},
+    {"events", "calls", "three events", "All three events reach the sink, through Java.", LIMIT, observeEvents, judgeEvents,
+     TOLD},
     {"delay", "calls", "delayed event", "An event with a delay comes when it is due.", LIMIT, observeDelay, judgeDelay, TOLD},
     {"fourThreads", "calls", "events of four threads", "All events of four Java threads come, each once.", LIMIT, observeThreads,
      judgeThreads, TOLD},
-    {"twoServers", "calls", "two servers", "Two objects have two processes and share nothing.", LIMIT, observeTwo, judgeTwo, TOLD},
+    {"twoServers", "calls", "two servers", "Two objects have two processes and share nothing.", LIMIT, observeTwo, judgeTwo,
+     TOLD},
     {"busyClient", "calls", "busy client", "Events for a client that refuses calls for a moment are lost.", LIMIT, observeBusy,
      judgeBusy, "correct the page for clients: such events are not lost", "it delivers calls as its own rules are"},
-    {"fullQueue", "calls", "12,000 events at once", "While a sink is stuck under many events, other calls to the server fail.", LIMIT,
-     observeFullQueue, judgeFullQueue, "correct the page for clients: other calls go on", "its message queues take more"},
+    {"fullQueue", "calls", "12,000 events at once", "While a sink is stuck under many events, other calls to the server fail.",
+     LIMIT, observeFullQueue, judgeFullQueue, "correct the page for clients: other calls go on", "its message queues take more"},
 };
 
 } // namespace

@@ -194,7 +194,8 @@ CAcceptServer::~CAcceptServer()
 void CAcceptServer::connect()
 {
     ATL::CComPtr<IConnectionPointContainer> container;
-    check(m_object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container)), "looking for the events");
+    check(m_object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container)),
+          "looking for the events");
     check(container->FindConnectionPoint(DIID__IJavaManagerEvents, &m_point), "looking for the events");
     check(m_point->Advise(&sink, &m_cookie), "connecting the sink");
 }
@@ -282,7 +283,8 @@ CAcceptWindow::CAcceptWindow(POINT place)
         throw std::runtime_error("the client's window cannot be made: " + getWindowsErrorText(GetLastError()));
     }
     for (const HWND child : {m_edit, m_pane}) {
-        SetWindowLongPtrA(child, GWLP_USERDATA, SetWindowLongPtrA(child, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(childProcedure)));
+        SetWindowLongPtrA(child, GWLP_USERDATA,
+                          SetWindowLongPtrA(child, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(childProcedure)));
     }
     ShowWindow(m_window, SW_SHOWNORMAL);
     UpdateWindow(m_window);
@@ -315,8 +317,7 @@ LRESULT CALLBACK CAcceptWindow::windowProcedure(HWND window, UINT message, WPARA
 // A child keeps its own procedure where other windows have their owner.
 LRESULT CALLBACK CAcceptWindow::childProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
 {
-    const auto* const self =
-        reinterpret_cast<CAcceptWindow*>(GetWindowLongPtrA(GetAncestor(window, GA_PARENT), GWLP_USERDATA));
+    const auto* const self = reinterpret_cast<CAcceptWindow*>(GetWindowLongPtrA(GetAncestor(window, GA_PARENT), GWLP_USERDATA));
     if (self != nullptr && self->spy) {
         self->spy(window, message, wParam);
     }

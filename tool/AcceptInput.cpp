@@ -22,7 +22,8 @@ json observeClick(CAcceptContext& context)
 
 Judgement judgeClick(const json& seen)
 {
-    return judged(seen["isHeard"].get<bool>(), seen["isHeard"].get<bool>() ? "the button's event came" : "no event of the button");
+    return judged(seen["isHeard"].get<bool>(),
+                  seen["isHeard"].get<bool>() ? "the button's event came" : "no event of the button");
 }
 
 json observeType(CAcceptContext& context)
@@ -77,8 +78,9 @@ json observeFocus(CAcceptContext& context)
 Judgement judgeKeysFollow(const json& seen)
 {
     const bool isGood = seen["java"] == "java1" && seen["native"] == "native2" && seen["back"] == "java3";
-    return judged(isGood, std::format("Java has \"{}\", the client's field \"{}\", then Java \"{}\"", seen["java"].get<std::string>(),
-                                      seen["native"].get<std::string>(), seen["back"].get<std::string>()));
+    return judged(isGood,
+                  std::format("Java has \"{}\", the client's field \"{}\", then Java \"{}\"", seen["java"].get<std::string>(),
+                              seen["native"].get<std::string>(), seen["back"].get<std::string>()));
 }
 
 Judgement judgeFocusLost(const json& seen)
@@ -116,9 +118,10 @@ Judgement judgeKeys(const json& seen)
     if (seen["got"] != "a1") {
         return judged(false, "the focus did not come into the frame");
     }
-    return judged(seen["seenByClient"] == 0, std::format("of Ctrl+S, Esc, F1 and Tab the client saw {} messages; it was told {} times "
-                                                         "that the focus leaves",
-                                                         seen["seenByClient"].get<int>(), seen["leaves"].get<int>()));
+    return judged(seen["seenByClient"] == 0,
+                  std::format("of Ctrl+S, Esc, F1 and Tab the client saw {} messages; it was told {} times "
+                              "that the focus leaves",
+                              seen["seenByClient"].get<int>(), seen["leaves"].get<int>()));
 }
 
 json observeParentNotify(CAcceptContext& context)
@@ -219,26 +222,26 @@ Judgement judgeClickBeforeUse(const json& seen)
     if (!seen["isOtherInFront"].get<bool>()) {
         return judged(false, "a click did not bring a window of the client to the front");
     }
-    return judged(seen["isStillInFront"].get<bool>(), seen["isStillInFront"].get<bool>() ? "the other window stays in front"
-                                                                                        : "the client's window comes to the front");
+    return judged(seen["isStillInFront"].get<bool>(), seen["isStillInFront"].get<bool>()
+                                                          ? "the other window stays in front"
+                                                          : "the client's window comes to the front");
 }
 
 constexpr Scenario SCENARIOS[] = {
     {"click", "input", "mouse", "A click on the control's button raises its event.", LIMIT, observeClick, judgeClick, TOLD},
-    {"type", "input", "keyboard", "What is typed after a click into the control's field arrives there.", LIMIT, observeType, judgeType,
-     TOLD},
+    {"type", "input", "keyboard", "What is typed after a click into the control's field arrives there.", LIMIT, observeType,
+     judgeType, TOLD},
     {"focusWay", "input", "focus there and back", "Keys go where was clicked last: Java, the client's field, Java.", LIMIT,
      observeFocus, judgeKeysFollow, TOLD},
-    {"focusLost", "input", "focus that leaves Java", "Java does not hear that the focus has gone to the client.", LIMIT, observeFocus,
-     judgeFocusLost, "correct the pages for clients and for controls: Java hears it",
+    {"focusLost", "input", "focus that leaves Java", "Java does not hear that the focus has gone to the client.", LIMIT,
+     observeFocus, judgeFocusLost, "correct the pages for clients and for controls: Java hears it",
      "it tells also a frame inside another program's window"},
-    {"keys", "input", "keys in the frame", "The client sees no key while the focus is in the frame.", LIMIT, observeKeys, judgeKeys,
-     "correct the page for clients: these keys reach the client"},
+    {"keys", "input", "keys in the frame", "The client sees no key while the focus is in the frame.", LIMIT, observeKeys,
+     judgeKeys, "correct the page for clients: these keys reach the client"},
     {"parentNotify", "input", "WM_PARENTNOTIFY", "A press in the frame is sent to the pane while Java's thread waits.", LIMIT,
      observeParentNotify, judgeParentNotify, "correct the page for clients: a busy client does not hold up Java's input"},
-    {"sentMessage", "input", "call in a sent message",
-     "COM refuses it (0x8001010D); a call in a posted message works.", LIMIT, observeHandler, judgeHandler,
-     "correct the page for clients: such calls work", "its COM does not check that"},
+    {"sentMessage", "input", "call in a sent message", "COM refuses it (0x8001010D); a call in a posted message works.", LIMIT,
+     observeHandler, judgeHandler, "correct the page for clients: such calls work", "its COM does not check that"},
     {"focusMessage", "input", "call as the focus leaves",
      "COM refuses a call in WM_KILLFOCUS after a click into the frame (0x8001010D).", LIMIT, observeFocusHandler, judgeHandler,
      "correct the page for clients: such calls work", "its COM does not check that"},

@@ -62,8 +62,7 @@ json observeFigures(CAcceptContext& context)
     if (events.empty() || trips.empty()) {
         throw std::runtime_error("no event comes");
     }
-    return {{"figures",
-             {figure("start", starts), figure("call", calls), figure("event", events), figure("round trip", trips)}}};
+    return {{"figures", {figure("start", starts), figure("call", calls), figure("event", events), figure("round trip", trips)}}};
 }
 
 Judgement judgeFigures(const json& seen)
@@ -96,8 +95,9 @@ Judgement judgeEnd(const json& seen)
     const bool isGone = seen["isGone"].get<bool>();
     const double time = seen["milliseconds"].get<double>();
     const bool isGood = isGone && seen["exitCode"] == 0 && time <= seen["limit"].get<double>();
-    return judged(isGood, isGone ? std::format("gone after {:.1f} s with exit code {}", time / 1000, seen["exitCode"].get<DWORD>())
-                                 : std::format("still there after {:.0f} s", time / 1000));
+    return judged(isGood, isGone
+                              ? std::format("gone after {:.1f} s with exit code {}", time / 1000, seen["exitCode"].get<DWORD>())
+                              : std::format("still there after {:.0f} s", time / 1000));
 }
 
 json observeCycles(CAcceptContext& context)
@@ -147,8 +147,8 @@ public:
         SetInformationJobObject(m_job, JobObjectExtendedLimitInformation, &limits, sizeof limits);
         char program[MAX_PATH + 1] = "";
         GetModuleFileNameA(nullptr, program, sizeof program);
-        std::string command = std::format(R"("{}" probe --answer "{}.x" --scenario {} --trail "{}")", program, context.trail(), role,
-                                          context.trail());
+        std::string command = std::format(R"("{}" probe --answer "{}.x" --scenario {} --trail "{}")", program, context.trail(),
+                                          role, context.trail());
         STARTUPINFOA startup = {};
         startup.cb = sizeof startup;
         PROCESS_INFORMATION started = {};
@@ -249,8 +249,9 @@ Judgement judgeDeadServer(const json& seen)
     const auto result = seen["result"].get<HRESULT>();
     const bool isGood = std::ranges::find(EXPECTED, result) != std::end(EXPECTED) && seen["isFrameGone"].get<bool>() &&
                         seen["milliseconds"].get<double>() <= END_LIMIT;
-    return judged(isGood, std::format("a call gives {} after {:.0f} ms, the frame is {}", hexadecimal(result),
-                                      seen["milliseconds"].get<double>(), seen["isFrameGone"].get<bool>() ? "gone" : "still there"));
+    return judged(isGood,
+                  std::format("a call gives {} after {:.0f} ms, the frame is {}", hexadecimal(result),
+                              seen["milliseconds"].get<double>(), seen["isFrameGone"].get<bool>() ? "gone" : "still there"));
 }
 
 // The folder stands in the process's parameters, where Windows keeps it for the process itself.
@@ -263,8 +264,8 @@ json observeFolder(CAcceptContext& context)
     UNICODE_STRING folder = {};
     if (NtQueryInformationProcess(server.process(), ProcessBasicInformation, &about, sizeof about, nullptr) != 0 ||
         !ReadProcessMemory(server.process(), about.PebBaseAddress, &environment, sizeof environment, nullptr) ||
-        !ReadProcessMemory(server.process(), reinterpret_cast<const char*>(environment.ProcessParameters) + FOLDER_OFFSET, &folder,
-                           sizeof folder, nullptr)) {
+        !ReadProcessMemory(server.process(), reinterpret_cast<const char*>(environment.ProcessParameters) + FOLDER_OFFSET,
+                           &folder, sizeof folder, nullptr)) {
         throw CNotHere("the server's parameters cannot be read");
     }
     std::wstring text(folder.Length / sizeof(wchar_t), L'\0');
@@ -290,20 +291,20 @@ constexpr Scenario SCENARIOS[] = {
      observeFigures, judgeFigures, "look for a scanner or debug viewer, and run again; KESTAtool log FILE shows slow calls"},
     {"currentFolder", "life", "current folder", "The server's current folder is the system's.", LIMIT, observeFolder, judgeFolder,
      "correct the page for controls: relative file names lead elsewhere", "its servers have the client's folder"},
-    {"cleanEnd", "life", "clean end", "After the last release the server is gone within 5 s, with exit code 0.", LIMIT, observeEnd,
-     judgeEnd, TOLD},
+    {"cleanEnd", "life", "clean end", "After the last release the server is gone within 5 s, with exit code 0.", LIMIT,
+     observeEnd, judgeEnd, TOLD},
     {"cycles", "life", "start and end again and again", "Every server ends within 5 s with exit code 0.", 1800000, observeCycles,
      judgeCycles, TOLD},
-    {"destroyedPane", "life", "pane destroyed", "The server ends itself within 20 s, with exit code 0.", LIMIT, observeDestroyedPane,
-     judgeEnd, TOLD},
+    {"destroyedPane", "life", "pane destroyed", "The server ends itself within 20 s, with exit code 0.", LIMIT,
+     observeDestroyedPane, judgeEnd, TOLD},
     {"deadClient", "life", "client killed", "The server ends itself within 20 s, with exit code 0.", LIMIT, observeDeadAfterPush,
      judgeEnd, TOLD},
     {"deadClientEarly", "life", "client killed before it pushed a window",
      "COM drops the dead client's references after some minutes, and the server ends.", PING_LIMIT + LIMIT, observeDeadBeforePush,
      judgeEnd, "end such servers in the task manager, and tell the makers", "it never drops a dead client's references", nullptr,
      true},
-    {"deadServer", "life", "server ended under the client", "A call fails at once, and the client goes on.", LIMIT, observeDeadServer,
-     judgeDeadServer, TOLD},
+    {"deadServer", "life", "server ended under the client", "A call fails at once, and the client goes on.", LIMIT,
+     observeDeadServer, judgeDeadServer, TOLD},
 };
 
 constexpr Scenario ROLES[] = {
@@ -316,17 +317,17 @@ constexpr Scenario BY_HAND[] = {
      nullptr, "", nullptr, "take the frame in with KESTAhost, connect by remote desktop and go back to the screen"},
     {"secondMonitor", "by hand", "second monitor", "Popups of the control open on the monitor that the window was dragged to.", 0,
      nullptr, nullptr, "", nullptr, "drag KESTAhost to a second monitor and open a combo box at its lower edge"},
-    {"inputMethod", "by hand", "input method", "Japanese or Chinese can be typed into the control.", 0, nullptr, nullptr, "", nullptr,
-     "type into the control's field with an input method switched on"},
-    {"modalDialog", "by hand", "modal dialog of the control", "The client's own controls stay usable meanwhile.", 0, nullptr, nullptr,
-     "", nullptr, "use a control that shows a dialog"},
+    {"inputMethod", "by hand", "input method", "Japanese or Chinese can be typed into the control.", 0, nullptr, nullptr, "",
+     nullptr, "type into the control's field with an input method switched on"},
+    {"modalDialog", "by hand", "modal dialog of the control", "The client's own controls stay usable meanwhile.", 0, nullptr,
+     nullptr, "", nullptr, "use a control that shows a dialog"},
     {"earlyBound32", "by hand", "32-bit program, early bound",
      "QueryInterface gives E_NOINTERFACE until the type library has an entry win32.", 0, nullptr, nullptr, "", nullptr,
      "this program has 64 bits; use a 32-bit client of your own"},
     {"javaUpdate", "by hand", "update of Java", "After some updates the registry names no current runtime any more.", 0, nullptr,
      nullptr, "", nullptr, "update the Java that is in use, then run KESTAtool check"},
-    {"registerInScript", "by hand", "registration in a script", "PowerShell does not wait for /RegServer without -Wait.", 0, nullptr,
-     nullptr, "", nullptr, "this program changes no registration; run Start-Process with and without -Wait"},
+    {"registerInScript", "by hand", "registration in a script", "PowerShell does not wait for /RegServer without -Wait.", 0,
+     nullptr, nullptr, "", nullptr, "this program changes no registration; run Start-Process with and without -Wait"},
 };
 
 } // namespace

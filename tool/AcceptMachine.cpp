@@ -23,16 +23,15 @@ json observeSession(CAcceptContext&)
     DWORD session = 0;
     ProcessIdToSessionId(GetCurrentProcessId(), &session);
     USEROBJECTFLAGS flags = {};
-    const bool isKnown =
-        GetUserObjectInformationA(GetProcessWindowStation(), UOI_FLAGS, &flags, sizeof flags, nullptr) != FALSE;
+    const bool isKnown = GetUserObjectInformationA(GetProcessWindowStation(), UOI_FLAGS, &flags, sizeof flags, nullptr) != FALSE;
     return {{"session", session}, {"isVisible", isKnown && (flags.dwFlags & WSF_VISIBLE) != 0}};
 }
 
 Judgement judgeSession(const json& seen)
 {
-    return judged(seen["isVisible"].get<bool>(), std::format("session {}, {}", seen["session"].get<int>(),
-                                                             seen["isVisible"].get<bool>() ? "with a desktop that is seen"
-                                                                                           : "without a desktop that is seen"));
+    return judged(seen["isVisible"].get<bool>(),
+                  std::format("session {}, {}", seen["session"].get<int>(),
+                              seen["isVisible"].get<bool>() ? "with a desktop that is seen" : "without a desktop that is seen"));
 }
 
 json observeRegistration(CAcceptContext&)
@@ -103,10 +102,23 @@ json observeTypeLibrary(CAcceptContext&)
 Judgement judgeTypeLibrary(const json& seen)
 {
     constexpr std::array METHODS = {
-        "callMethod",     "callMethodCompressed", "displayDebugConsole", "free",        "getBasisControlVersionInfo",
-        "getProperty",    "getVersionInfo",       "setLogLevel",         "setProperty", "setUsedControl",
-        "updateVersion",  "getBeanFrameID",       "validate",            "setBounds",   "testBridge",
-        "enable",         "pushWindowHandle",
+        "callMethod",
+        "callMethodCompressed",
+        "displayDebugConsole",
+        "free",
+        "getBasisControlVersionInfo",
+        "getProperty",
+        "getVersionInfo",
+        "setLogLevel",
+        "setProperty",
+        "setUsedControl",
+        "updateVersion",
+        "getBeanFrameID",
+        "validate",
+        "setBounds",
+        "testBridge",
+        "enable",
+        "pushWindowHandle",
     };
     json methods = json::array();
     for (size_t index = 0; index < METHODS.size(); ++index) {
@@ -133,7 +145,9 @@ json observeJava(CAcceptContext&)
     return {{"offered", offered},
             {"chosen", toUtf8(choice.chosen.version)},
             {"library", toUtf8(choice.chosen.path)},
-            {"fault", toUtf8(choice.chosen.path.empty() ? "no library is named" : file.isThere ? file.fault : "it is not there")},
+            {"fault", toUtf8(choice.chosen.path.empty() ? "no library is named"
+                             : file.isThere             ? file.fault
+                                                        : "it is not there")},
             {"unseen", findRuntimes().size()}};
 }
 
@@ -141,8 +155,8 @@ Judgement judgeJava(const json& seen)
 {
     const std::string fault = seen["fault"].get<std::string>();
     const std::string chosen = seen["chosen"].get<std::string>();
-    const std::string others = std::format("; {} offered, {} found on this machine in all", seen["offered"].size(),
-                                           seen["unseen"].get<size_t>());
+    const std::string others =
+        std::format("; {} offered, {} found on this machine in all", seen["offered"].size(), seen["unseen"].get<size_t>());
     if (chosen.empty()) {
         return judged(false, "none is chosen" + others);
     }
@@ -203,7 +217,8 @@ json observeWatchers(CAcceptContext&)
     int opened = 0;
     json logged = json::array();
     for (const Watcher& watcher : WATCHERS) {
-        const EVT_HANDLE results = EvtQuery(nullptr, watcher.channel, watcher.query, EvtQueryChannelPath | EvtQueryReverseDirection);
+        const EVT_HANDLE results =
+            EvtQuery(nullptr, watcher.channel, watcher.query, EvtQueryChannelPath | EvtQueryReverseDirection);
         if (results == nullptr) {
             continue;
         }
@@ -227,9 +242,10 @@ json observeWatchers(CAcceptContext&)
 Judgement judgeWatchers(const json& seen)
 {
     const json& logged = seen["logged"];
-    return judged(logged.empty(), logged.empty() ? std::format("{} of 3 event logs read, nothing about KESTA", seen["opened"].get<int>())
-                                                 : std::format("{} events about KESTA, the newest in {}", logged.size(),
-                                                               logged.front().get<std::string>()));
+    return judged(logged.empty(),
+                  logged.empty()
+                      ? std::format("{} of 3 event logs read, nothing about KESTA", seen["opened"].get<int>())
+                      : std::format("{} events about KESTA, the newest in {}", logged.size(), logged.front().get<std::string>()));
 }
 
 json observeDebugViewer(CAcceptContext&)
@@ -240,7 +256,8 @@ json observeDebugViewer(CAcceptContext&)
 
 Judgement judgeDebugViewer(const json& seen)
 {
-    return judged(!seen["isThere"].get<bool>(), seen["isThere"].get<bool>() ? "one is running: each log line waits for it" : "none");
+    return judged(!seen["isThere"].get<bool>(),
+                  seen["isThere"].get<bool>() ? "one is running: each log line waits for it" : "none");
 }
 
 json observeElevation(CAcceptContext&)
@@ -261,8 +278,8 @@ json observeElevation(CAcceptContext&)
         throw CNotHere("this console is not elevated");
     }
     ATL::CComPtr<IUnknown> object;
-    const HRESULT result = CoCreateInstance(CLSID_JavaManager, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown,
-                                            reinterpret_cast<void**>(&object));
+    const HRESULT result =
+        CoCreateInstance(CLSID_JavaManager, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, reinterpret_cast<void**>(&object));
     return {{"result", result}};
 }
 
@@ -273,8 +290,8 @@ Judgement judgeElevation(const json& seen)
 }
 
 constexpr Scenario SCENARIOS[] = {
-    {"session", "machine", "session", "The program runs where a user sees its windows.", SHORT_LIMIT, observeSession, judgeSession,
-     "run it in a console on the machine's own screen, not through a service, SSH or WinRM"},
+    {"session", "machine", "session", "The program runs where a user sees its windows.", SHORT_LIMIT, observeSession,
+     judgeSession, "run it in a console on the machine's own screen, not through a service, SSH or WinRM"},
     {"registration", "machine", "registration", "Class, interfaces and type library are registered and their files are there.",
      SHORT_LIMIT, observeRegistration, judgeRegistration, REGISTER},
     {"typeLibrary", "machine", "type library", "Windows reads the library in the program: 17 methods, 3 events, ids and order.",
@@ -282,12 +299,14 @@ constexpr Scenario SCENARIOS[] = {
     {"javaOffered", "machine", "Java in the registry",
      "The registry names a 64-bit runtime that is there. (Many installers of today write no such key.)", SHORT_LIMIT, observeJava,
      judgeJava, "choose a runtime: KESTAtool java list, then, as administrator, KESTAtool java use FOLDER"},
-    {"controls", "machine", "controls", "The sample control and the test control of the program's folder are registered.", SHORT_LIMIT,
-     observeControls, judgeControls,
-     "as administrator, for each of the two: reg add HKLM\\SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt\\NAME /reg:32 /v installpath "
+    {"controls", "machine", "controls", "The sample control and the test control of the program's folder are registered.",
+     SHORT_LIMIT, observeControls, judgeControls,
+     "as administrator, for each of the two: reg add HKLM\\SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt\\NAME /reg:32 /v "
+     "installpath "
      "/d FOLDER"},
-    {"watchers", "machine", "code integrity, scanner, crashes", "Windows has logged nothing against a program of ours.", SHORT_LIMIT,
-     observeWatchers, judgeWatchers, "read those events in the event viewer: a blocked or crashed program stands there"},
+    {"watchers", "machine", "code integrity, scanner, crashes", "Windows has logged nothing against a program of ours.",
+     SHORT_LIMIT, observeWatchers, judgeWatchers,
+     "read those events in the event viewer: a blocked or crashed program stands there"},
     {"debugViewer", "machine", "debug viewer", "No program collects debug output, which would slow down every call.", SHORT_LIMIT,
      observeDebugViewer, judgeDebugViewer, "close the debug viewer and run again"},
     {"elevation", "machine", "elevation", "An elevated program does not find a server that is registered for the user only.",

@@ -23,8 +23,8 @@ const std::string_view PLACE = "\"DATA\"";
 std::string wineVersion()
 {
     using Version = const char*(CDECL*)();
-    const auto version = reinterpret_cast<Version>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll"), "wine_get_version")));
+    const auto version =
+        reinterpret_cast<Version>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll"), "wine_get_version")));
     return version == nullptr ? "" : version();
 }
 
@@ -84,8 +84,8 @@ json acceptSurroundings()
             {"isElevated", isElevated()},
             {"server", toUtf8(serverExecutable())},
             {"runtime", toUtf8(choice.chosen.path)},
-            {"date", std::format("{:%Y-%m-%d %H:%M} UTC",
-                                 std::chrono::floor<std::chrono::minutes>(std::chrono::system_clock::now()))}};
+            {"date",
+             std::format("{:%Y-%m-%d %H:%M} UTC", std::chrono::floor<std::chrono::minutes>(std::chrono::system_clock::now()))}};
 }
 
 std::string acceptPage(const json& result)

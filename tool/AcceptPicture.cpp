@@ -24,6 +24,22 @@ void check(bool isGood, const char* what)
     }
 }
 
+// While it is alive, places of this thread are in the screen's own pixels.
+class CScreenPixels
+{
+public:
+    CScreenPixels()
+        : m_before(SetThreadDpiAwarenessContext(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2))
+    {
+    }
+    ~CScreenPixels() { SetThreadDpiAwarenessContext(m_before); }
+    CScreenPixels(const CScreenPixels&) = delete;
+    CScreenPixels& operator=(const CScreenPixels&) = delete;
+
+private:
+    DPI_AWARENESS_CONTEXT m_before;
+};
+
 // What GDI needs to copy from the screen.
 class CScreenCopy
 {
@@ -85,8 +101,10 @@ std::string base64(const std::vector<BYTE>& bytes)
 
 } // namespace
 
+// In the screen's own pixels, whatever scale this program is shown at: those are what can be copied.
 CAcceptPicture::CAcceptPicture(HWND window)
 {
+    const CScreenPixels pixels;
     RECT place = {};
     check(GetWindowRect(window, &place) != FALSE && !IsRectEmpty(&place), "the window is gone or empty");
     m_width = place.right - place.left;

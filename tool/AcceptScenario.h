@@ -3,8 +3,8 @@
 // A scenario has two halves. `observe` runs in a child process, does what a client does, and answers with what it has seen.
 // `judge` runs in the parent and compares that with the prediction; it looks at nothing but its arguments.
 //
-// Threads: `observe` on the child's main thread, in a single-threaded apartment. Failure: `observe` throws std::runtime_error when
-// it could not get as far as the prediction, and CNotHere when this machine has no means for it.
+// Threads: `observe` on the child's main thread, in a single-threaded apartment. Failure: `observe` throws std::runtime_error
+// when it could not get as far as the prediction, and CNotHere when this machine has no means for it.
 #pragma once
 
 #include <windows.h>
@@ -36,7 +36,7 @@ struct Scenario
     const char* area;
     const char* what;
     const char* prediction;
-    DWORD limit; // ms
+    DWORD limit;                                        // ms
     nlohmann::json (*observe)(CAcceptContext& context); // null: only a person can show it
     Judgement (*judge)(const nlohmann::json& seen);
     const char* remedy;           // what to do when it is refuted
@@ -61,8 +61,8 @@ std::span<const Scenario> personScenarios();
 // What a client does that a scenario starts and ends; no rows.
 std::span<const Scenario> clientRoles();
 
-// What becomes of a child's answer: the judgement, except where it could not come to one. `ending` tells how a child without answer
-// ended.
+// What becomes of a child's answer: the judgement, except where it could not come to one. `ending` tells how a child without
+// answer ended.
 Judgement judgeAnswer(const Scenario& scenario, const nlohmann::json& answer, const std::string& ending, bool isWine);
 
 inline Judgement judged(bool isAsPredicted, std::string detail)

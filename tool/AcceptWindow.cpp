@@ -12,7 +12,8 @@ namespace {
 
 constexpr DWORD LIMIT = 90000; // ms, with a slow first start
 constexpr double ALIKE = 0.98; // a blinking caret may differ
-constexpr const char* PAINTING = "switch Direct3D off (jvm_option_d3d = -Dsun.java2d.d3d=false), update the graphics driver, run again";
+constexpr const char* PAINTING =
+    "switch Direct3D off (jvm_option_d3d = -Dsun.java2d.d3d=false), update the graphics driver, run again";
 constexpr const char* TOLD = "tell the makers, with the page and KESTAtool report";
 
 json observeTakeIn(CAcceptContext& context)
@@ -76,9 +77,7 @@ json observeCover(CAcceptContext& context)
     const CAcceptPicture after = stage.window.waitUntilPainted();
     context.picture("covered", covered);
     context.picture("uncovered again", after);
-    return {{"isAway", covered.likeness(before) < ALIKE},
-            {"isPainted", after.isPainted()},
-            {"likeness", after.likeness(before)}};
+    return {{"isAway", covered.likeness(before) < ALIKE}, {"isPainted", after.isPainted()}, {"likeness", after.likeness(before)}};
 }
 
 Judgement judgeReturn(const json& seen)
@@ -160,7 +159,8 @@ json observeGraphics(CAcceptContext& context)
     CAcceptStage stage(context);
     std::vector<HMODULE> modules(1024);
     DWORD size = 0;
-    if (!EnumProcessModules(stage.server.process(), modules.data(), static_cast<DWORD>(modules.size() * sizeof(HMODULE)), &size)) {
+    if (!EnumProcessModules(stage.server.process(), modules.data(), static_cast<DWORD>(modules.size() * sizeof(HMODULE)),
+                            &size)) {
         throw CNotHere("the server's libraries cannot be listed");
     }
     modules.resize(std::min(modules.size(), static_cast<size_t>(size) / sizeof(HMODULE)));
@@ -184,22 +184,24 @@ Judgement judgeGraphics(const json& seen)
             found += (found.empty() ? "" : ", ") + library.get<std::string>();
         }
     }
-    return judged(hasAwt && found.empty(), !hasAwt ? "Java's graphics were not found in the server"
+    return judged(hasAwt && found.empty(), !hasAwt         ? "Java's graphics were not found in the server"
                                            : found.empty() ? "Direct3D is not loaded"
                                                            : "loaded: " + found);
 }
 
 constexpr Scenario SCENARIOS[] = {
-    {"takeIn", "window", "take-in", "The frame becomes a child of the client's window and is painted whole.", LIMIT, observeTakeIn,
-     judgePainted, PAINTING},
-    {"resize", "window", "resize", "The frame has each new size and is painted whole.", LIMIT, observeResize, judgeSteps, PAINTING},
+    {"takeIn", "window", "take-in", "The frame becomes a child of the client's window and is painted whole.", LIMIT,
+     observeTakeIn, judgePainted, PAINTING},
+    {"resize", "window", "resize", "The frame has each new size and is painted whole.", LIMIT, observeResize, judgeSteps,
+     PAINTING},
     {"minimise", "window", "minimise and restore", "The control looks as before.", LIMIT, observeMinimise, judgeReturn, PAINTING},
     {"cover", "window", "cover and uncover", "The control looks as before.", LIMIT, observeCover, judgeReturn, PAINTING,
      "a window that lies inside another program's is not painted again where it was covered"},
-    {"parents", "window", "move between parents", "The frame is painted and works in a second window, and back in the first.", LIMIT,
-     observeParents, judgeSteps, PAINTING},
-    {"dpi", "window", "DPI awareness", "The server is unaware of the scale, and takes on the client's awareness with the take-in.",
-     LIMIT, observeDpi, judgeDpi, "correct the page for clients: the server keeps its own awareness",
+    {"parents", "window", "move between parents", "The frame is painted and works in a second window, and back in the first.",
+     LIMIT, observeParents, judgeSteps, PAINTING},
+    {"dpi", "window", "DPI awareness",
+     "The server is unaware of the scale, and takes on the client's awareness with the take-in.", LIMIT, observeDpi, judgeDpi,
+     "correct the page for clients: the server keeps its own awareness",
      "it answers for the process that asks, whichever process is meant"},
     {"graphics", "window", "graphics pipeline", "Java paints without Direct3D.", LIMIT, observeGraphics, judgeGraphics,
      "remove the option that switches it on (KESTAtool check lists the options), and run again"},

@@ -114,11 +114,11 @@ TEST_F(AcceptProcessTest, WholeRunIsConfirmedOrSaysWhyNotAndLeavesNothing)
             EXPECT_NE(details[id], "") << id;
         }
     }
-    EXPECT_EQ(notHere, (std::set<std::string>{"watchers",      "elevation",     "script32",        "earlyError",
-                                              "busyClient",    "fullQueue",     "cover",           "dpi",
-                                              "focusLost",     "sentMessage",   "focusMessage",    "currentFolder",
+    EXPECT_EQ(notHere, (std::set<std::string>{"watchers",        "elevation",     "script32",      "earlyError",
+                                              "busyClient",      "fullQueue",     "cover",         "dpi",
+                                              "focusLost",       "sentMessage",   "focusMessage",  "currentFolder",
                                               "deadClientEarly", "remoteDesktop", "secondMonitor", "inputMethod",
-                                              "modalDialog",   "earlyBound32",  "javaUpdate",      "registerInScript"}));
+                                              "modalDialog",     "earlyBound32",  "javaUpdate",    "registerInScript"}));
     EXPECT_THAT(details["sentMessage"], HasSubstr("this is Wine: its COM does not check that"));
     ASSERT_EQ(result["figures"].size(), 4u);
     for (const json& figure : result["figures"]) {

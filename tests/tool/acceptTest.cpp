@@ -1,4 +1,5 @@
-// What "accept" makes of what its scenarios have seen: as predicted, and with a fault planted for each of them. Nothing is started.
+// What "accept" makes of what its scenarios have seen: as predicted, and with a fault planted for each of them. Nothing is
+// started.
 #include "tool/Accept.h"
 #include "tool/AcceptPicture.h"
 
@@ -47,7 +48,8 @@ constexpr Case CASES[] = {
     {"elevation", R"({"result": -2147221164})", R"({"result": 0})", "gives 0x00000000"},
     {"create", CREATED, R"({"process": 8})", "frame 7 of process 8"},
     {"taskBar", CREATED, R"({"isInTaskBar": true})", "asks for a button"},
-    {"earlyBound", R"({"calls": 17, "wrong": []})", R"({"wrong": ["free: "]})", "16 of 17 methods answered as they should; free: "},
+    {"earlyBound", R"({"calls": 17, "wrong": []})", R"({"wrong": ["free: "]})",
+     "16 of 17 methods answered as they should; free: "},
     {"lateBound", R"({"calls": 17, "wrong": []})", R"({"calls": 16})", "16 of 17"},
     {"script", R"({"output": "frame 7\r\njava 21\r\n"})", R"({"output": "frame -1\r\njava \r\n"})", "frame -1"},
     {"script32", R"({"output": "frame 7\r\njava 21\r\n"})", R"({"output": ""})", "printed nothing"},
@@ -80,7 +82,8 @@ constexpr Case CASES[] = {
     {"figures", FIGURES, R"({"figures": [{"name": "start", "median": 2000}, {"name": "call", "median": 90},
                              {"name": "event", "median": 2}, {"name": "round trip", "median": 2}]})",
      "call 90.0 ms"},
-    {"currentFolder", R"({"folder": "C:\\Windows\\System32\\", "system": "C:\\WINDOWS\\system32"})", R"({"folder": "C:\\"})", "C:"},
+    {"currentFolder", R"({"folder": "C:\\Windows\\System32\\", "system": "C:\\WINDOWS\\system32"})", R"({"folder": "C:\\"})",
+     "C:"},
     {"cleanEnd", ENDED, R"({"milliseconds": 7000})", "gone after 7.0 s"},
     {"cycles", R"({"cycles": 5, "good": 5, "milliseconds": 900.0})", R"({"good": 4})", "4 of 5"},
     {"destroyedPane", ENDED, R"({"exitCode": 1})", "exit code 1"},
@@ -93,10 +96,22 @@ constexpr Case CASES[] = {
 // The contract of the type library, as Windows would read it.
 json goodLibrary()
 {
-    const char* const names[] = {"callMethod",     "callMethodCompressed", "displayDebugConsole", "free",
-                                 "getBasisControlVersionInfo", "getProperty", "getVersionInfo", "setLogLevel",
-                                 "setProperty",    "setUsedControl",       "updateVersion",       "getBeanFrameID",
-                                 "validate",       "setBounds",            "testBridge",          "enable",
+    const char* const names[] = {"callMethod",
+                                 "callMethodCompressed",
+                                 "displayDebugConsole",
+                                 "free",
+                                 "getBasisControlVersionInfo",
+                                 "getProperty",
+                                 "getVersionInfo",
+                                 "setLogLevel",
+                                 "setProperty",
+                                 "setUsedControl",
+                                 "updateVersion",
+                                 "getBeanFrameID",
+                                 "validate",
+                                 "setBounds",
+                                 "testBridge",
+                                 "enable",
                                  "pushWindowHandle"};
     json methods = json::array();
     int number = 0;
