@@ -193,6 +193,8 @@ Run runScenario(const Scenario& scenario, bool isLong, const std::set<DWORD>& se
 // A row of its own, for what no scenario sees.
 void addCleanUpRow(CFindings& findings, const std::set<DWORD>& serversBefore)
 {
+    // A server whose creation failed half-way is not known, and may still be ending.
+    pumpUntil([&] { return otherServers(serversBefore).empty(); }, LATE_END_LIMIT);
     const std::string left = otherServers(serversBefore);
     findings.check(left.empty(), "machine", "clean-up", "confirmed: no server of the run is left",
                    "failed: servers run that were not there before and may be other programs': " + left,

@@ -26,7 +26,7 @@ json observeCreate(CAcceptContext& context)
     return {{"frameId", server.frameId()},
             {"process", server.processId()},
             {"java", narrow(java)},
-            {"isInTaskBar", IsWindowVisible(server.frame()) && (style & WS_EX_APPWINDOW) != 0},
+            {"isInTaskBar", IsWindowVisible(server.frame()) != FALSE && (style & WS_EX_APPWINDOW) != 0},
             {"isSilent", (style & WS_EX_NOACTIVATE) != 0},
             {"milliseconds", server.creationTime()}};
 }
@@ -88,6 +88,8 @@ std::string earlyCall(IJavaManager* object, DISPID method, const std::vector<std
 {
     std::vector<ATL::CComBSTR> words;
     std::vector<int> numbers;
+    words.reserve(texts.size());
+    numbers.reserve(texts.size());
     for (const std::string& text : texts) {
         words.emplace_back(text.c_str());
         numbers.push_back(std::atoi(text.c_str()));
@@ -162,6 +164,8 @@ LateAnswer lateCall(IDispatch* object, DISPID method, const std::vector<std::str
 {
     std::vector<ATL::CComBSTR> words;
     std::vector<VARIANT> arguments;
+    words.reserve(texts.size());
+    arguments.reserve(texts.size());
     for (const std::string& text : texts) {
         words.emplace_back(text.c_str());
     }

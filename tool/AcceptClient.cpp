@@ -200,11 +200,17 @@ void CAcceptServer::connect()
     check(m_point->Advise(&sink, &m_cookie), "connecting the sink");
 }
 
-// The first line of the next failure is the oldest error.
+// The next failure's text begins with the oldest error. Late bound, because that carries the text everywhere.
 std::string CAcceptServer::reason() const
 {
-    m_object->validate();
-    const std::string text = errorInfoText();
+    constexpr DISPID VALIDATE = 15;
+    DISPPARAMS none = {};
+    EXCEPINFO exception = {};
+    m_object->Invoke(VALIDATE, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &none, nullptr, &exception, nullptr);
+    const std::string text = narrow(exception.bstrDescription);
+    for (const BSTR part : {exception.bstrSource, exception.bstrDescription, exception.bstrHelpFile}) {
+        SysFreeString(part);
+    }
     return text.empty() ? "KESTAtool check says why" : text.substr(0, text.find_first_of("\r\n"));
 }
 
@@ -333,7 +339,9 @@ void CAcceptWindow::takeIn(HWND frame) const
     RECT pane = {};
     RECT inner = {};
     GetClientRect(m_pane, &pane);
-    if (!pumpUntil([&] { return GetParent(frame) == m_pane && GetClientRect(frame, &inner) && EqualRect(&inner, &pane); })) {
+    if (!pumpUntil([&] {
+            return GetParent(frame) == m_pane && GetClientRect(frame, &inner) != FALSE && EqualRect(&inner, &pane) != FALSE;
+        })) {
         throw std::runtime_error(std::format("the frame does not fill the pane: {} x {} instead of {} x {}", inner.right,
                                              inner.bottom, pane.right, pane.bottom));
     }
