@@ -257,11 +257,12 @@ std::optional<DWORD> CAcceptServer::release(DWORD limit)
     if (m_point != nullptr) {
         m_point->Unadvise(m_cookie);
         m_point.Release();
+        CoDisconnectObject(&sink, 0); // no late release from the other process may reach a sink that is gone
     }
     m_object.Release();
     DWORD exitCode = STILL_ACTIVE;
     if (!pumpUntil([&] { return WaitForSingleObject(m_process, 0) == WAIT_OBJECT_0; }, limit) ||
-        !GetExitCodeProcess(m_process, &exitCode)) {
+        GetExitCodeProcess(m_process, &exitCode) == FALSE) {
         return std::nullopt;
     }
     return exitCode;

@@ -225,7 +225,7 @@ json observeWatchers(CAcceptContext&)
         ++opened;
         EVT_HANDLE event = nullptr;
         DWORD count = 0;
-        for (int number = 0; number < MOST_EVENTS && EvtNext(results, 1, &event, 1000, 0, &count); ++number) {
+        for (int number = 0; number < MOST_EVENTS && EvtNext(results, 1, &event, 1000, 0, &count) != FALSE; ++number) {
             if (eventText(event).find(L"KESTA") != std::wstring::npos) {
                 logged.push_back(narrow(ATL::CComBSTR(watcher.channel)));
             }

@@ -106,7 +106,7 @@ CAcceptPicture::CAcceptPicture(HWND window)
 {
     const CScreenPixels pixels;
     RECT place = {};
-    check(GetWindowRect(window, &place) != FALSE && !IsRectEmpty(&place), "the window is gone or empty");
+    check(GetWindowRect(window, &place) != FALSE && IsRectEmpty(&place) == FALSE, "the window is gone or empty");
     m_width = place.right - place.left;
     m_height = place.bottom - place.top;
     m_pixels = CScreenCopy(m_width, m_height).copy(place);

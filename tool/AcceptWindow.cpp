@@ -89,17 +89,17 @@ Judgement judgeReturn(const json& seen)
                                       seen["isAway"].get<bool>() ? "" : "; the window was never away"));
 }
 
-// Only one of the two windows is to be seen at a time, so that neither covers the other.
+// The two windows stand side by side, so that neither covers the other.
 json observeParents(CAcceptContext& context)
 {
+    constexpr SIZE SMALL = {420, 260};
     CAcceptStage stage(context);
-    const CAcceptWindow second;
-    const CAcceptWindow& first = stage.window;
+    stage.window.resize(SMALL);
+    CAcceptWindow second({520, 60});
+    second.resize(SMALL);
     json seen = json::array();
-    for (const auto& [parent, other] : {std::pair(&second, &first), std::pair(&first, &second)}) {
-        ShowWindow(parent->window(), SW_SHOW);
+    for (const CAcceptWindow* const parent : {&second, &stage.window}) {
         parent->takeIn(stage.server.frame());
-        ShowWindow(other->window(), SW_HIDE);
         const CAcceptPicture picture = parent->waitUntilPainted();
         context.picture(parent == &second ? "in a second window of the client" : "back in the first one", picture);
         const size_t before = stage.server.sink.count(CUSTOM_EVENT, "button: ");

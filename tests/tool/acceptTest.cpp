@@ -86,6 +86,7 @@ constexpr Case CASES[] = {
      "C:"},
     {"cleanEnd", ENDED, R"({"milliseconds": 7000})", "gone after 7.0 s"},
     {"cycles", R"({"cycles": 5, "good": 5, "milliseconds": 900.0})", R"({"good": 4})", "4 of 5"},
+    {"cycles", R"({"cycles": 5, "good": 5, "milliseconds": 900.0})", R"({"milliseconds": 13000.0})", "slowest after 13.0 s"},
     {"destroyedPane", ENDED, R"({"exitCode": 1})", "exit code 1"},
     {"deadClient", ENDED, R"({"isGone": false})", "still there"},
     {"deadClientEarly", ENDED, R"({"isGone": false})", "still there"},
