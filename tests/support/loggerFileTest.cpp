@@ -159,10 +159,10 @@ TEST_F(LoggerFileTest, FailedWriteEndsTheFileWithoutAReportAndTheNextFileBeginsA
         EXPECT_EQ(m_world.logFile(), path);
         EXPECT_EQ(fixtures::readFile(path).size(), content.size() + taken);
 
-        m_world.setPreference("logpath", m_world.folder() + "\\elsewhere");
+        m_world.setPreference("logpath", m_world.folder() + "\\" + std::to_string(taken));
         logger().initParametersFromRegistryOrSpecialFolder();
         writeLine("in a file of its own");
-        EXPECT_THAT(fixtures::bodies(m_world.logLines()), testing::Each("WARN|   in a file of its own"))
+        EXPECT_THAT(fixtures::bodies(m_world.logLines()), ElementsAre("WARN|   in a file of its own"))
             << "the system information is not repeated";
     }
 }

@@ -124,7 +124,7 @@ TEST_F(LoggerLifecycleTest, ScopesReachOverBeginAndEndOfALoggerWithoutHarm)
 
 TEST_F(LoggerLifecycleTest, ScopeOfAnEndedLoggerIsNotInTheNextOnesChain)
 {
-    m_world.start(LOGLEVEL_WARN);
+    m_world.start(LOGLEVEL_INFO);
     {
         LOG_SCOPE_STATIC(INFO, "Sample::old");
         Logger::release();
@@ -137,7 +137,8 @@ TEST_F(LoggerLifecycleTest, ScopeOfAnEndedLoggerIsNotInTheNextOnesChain)
         }
     }
     LOG_PLAIN(WARN, "outside");
-    EXPECT_THAT(m_stream.said(), ElementsAre("WARN|    inside of the next one's", "WARN|   outside"));
+    EXPECT_THAT(m_stream.said(), ElementsAre("WARN|    inside of the next one's", "INFO|<- next ", "WARN|   outside"))
+        << "nor has it an exit there";
 }
 
 // The message is never written, because the level is always WARN at that time, but it must be there: so this looks for the text

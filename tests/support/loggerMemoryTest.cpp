@@ -19,6 +19,7 @@ using OutputHook = ImportHook<decltype(&OutputDebugStringA)>;
 const std::string LEFT_OUT = "Out of memory, a log line was left out";
 const std::string MARK = " [out of memory]";
 const std::string LONG_TEXT(600, 'x');
+const std::wstring LONG_WIDE_TEXT(600, L'w');
 
 // Needs memory for its text.
 class Control : public virtual Loggable
@@ -85,7 +86,8 @@ private:
 
 TEST_F(LoggerMemoryTest, StatementIsMarkedOrLeftOut)
 {
-    runOut({"WARN|   " + LONG_TEXT + "wide7"}, [] { LOG_PLAIN(WARN, LONG_TEXT << L"wide" << 7); });
+    runOut({"WARN|   " + LONG_TEXT + std::string(600, 'w') + "7"},
+           [] { LOG_PLAIN(WARN, LONG_TEXT << LONG_WIDE_TEXT.c_str() << 7); });
 }
 
 TEST_F(LoggerMemoryTest, ScopeAndBacktraceAreMarkedOrLeftOut)
@@ -111,6 +113,9 @@ TEST_F(LoggerMemoryTest, FileThatCouldNotBeOpenedForWantOfMemoryIsOpenedByTheNex
 {
     bool hasFailed = true;
     for (int successes = 0; hasFailed; ++successes) {
+        const std::string earlier = m_world.logFile();
+        m_world.stop();
+        std::filesystem::remove(earlier);
         m_world.start(LOGLEVEL_WARN);
         {
             const FailingAllocations failing(successes, FailingAllocations::Then::AllFail);
