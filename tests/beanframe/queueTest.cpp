@@ -63,7 +63,7 @@ BOOL WINAPI noteTimer(HANDLE* timer, HANDLE queue, WAITORTIMERCALLBACK callback,
         return TimerHook::s_original(timer, queue, callback, parameter, due, period, flags);
     }
     *timer = s_answer ? reinterpret_cast<HANDLE>(++s_timers) : nullptr;
-    return s_answer;
+    return BOOL{s_answer};
 }
 
 BOOL WINAPI noteDeletion(HANDLE queue, HANDLE timer, HANDLE event)

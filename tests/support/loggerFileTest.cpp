@@ -135,7 +135,7 @@ TEST_F(LoggerFileTest, FileThatCannotBeOpenedEndsFileLoggingForGood)
 
 TEST_F(LoggerFileTest, FailedWriteEndsTheFileWithoutAReportAndTheNextFileBeginsAnew)
 {
-    for (const DWORD taken : {0, 30}) { // bytes of the line
+    for (const DWORD taken : {0UL, 30UL}) { // bytes of the line
         m_world.setPreference("logpath", m_world.folder());
         m_world.start();
         writeLine("before");
