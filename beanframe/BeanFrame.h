@@ -130,7 +130,6 @@ protected:
     void queueEvent(BSTR text, Handler handler, DWORD delay);
     static void CALLBACK timerRoutine(void* parameter, BOOLEAN timerOrWaitFired);
     static void postProcessEventQueue();
-    static void removeServedMessages();
     // Null when no entry is due.
     static QueueEntry* findDueEntry(DWORD now);
     static DWORD delayOfNearEntry(DWORD now);
@@ -153,7 +152,7 @@ protected:
     static CComCriticalSection& s_EventQueueLock;
     static OneShotTimers& s_Timers;
     static std::atomic<int> s_InstanceUsers;
-    static std::atomic<bool> s_MessagePosted; // our messages may be in the thread's queue
+    static std::atomic<bool> s_MessagePosted; // since the last pass over the queue began
     // The queue's clock, GetTickCount. Unit tests replace it.
     static DWORD(WINAPI* s_TickCount)();
 };

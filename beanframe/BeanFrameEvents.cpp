@@ -21,9 +21,6 @@ namespace {
 // The steps, in ms, in which GetTickCount advances. Timers may advance in smaller ones.
 constexpr DWORD TICK_COUNT_STEP = 16;
 
-// More than one event leaves behind. Limited, so that a thread that posts all the time cannot hold up the queue.
-constexpr int MESSAGES_PER_EVENT = 16;
-
 // In place of a window: the messages of the thread itself.
 const HWND THREAD_MESSAGES = reinterpret_cast<HWND>(-1);
 
@@ -206,24 +203,6 @@ void CBeanFrame::repostSwallowedMessage()
     }
 }
 
-// The current pass serves the entries whose messages are waiting. Left there, the messages of a burst would fill the thread's
-// queue, through which the client's calls arrive as well.
-void CBeanFrame::removeServedMessages()
-{
-    MSG message;
-    for (int left = MESSAGES_PER_EVENT; left > 0 && s_MessagePosted; --left) {
-        s_MessagePosted = false; // before looking, so that a message posted meanwhile counts
-        if (!PeekMessageA(&message, THREAD_MESSAGES, WM_PROCESSEVENTQUEUE, WM_PROCESSEVENTQUEUE, PM_REMOVE)) {
-            return;
-        }
-        if (message.message == WM_QUIT) { // which every filter lets pass
-            PostQuitMessage(static_cast<int>(message.wParam));
-            return;
-        }
-        s_MessagePosted = true; // there may be more
-    }
-}
-
 // Called under the queue's lock. All arithmetic is unsigned and 32 bits wide, so that the clock may wrap.
 CBeanFrame::QueueEntry* CBeanFrame::findDueEntry(DWORD now)
 {
@@ -257,8 +236,8 @@ DWORD CBeanFrame::delayOfNearEntry(DWORD now)
 HRESULT CBeanFrame::processEventQueue()
 {
     LOG_SCOPE_STATIC(FINE, "CBeanFrame::processEventQueue");
+    s_MessagePosted = false; // this pass serves everything posted so far
     for (;;) {
-        removeServedMessages();
         std::unique_ptr<QueueEntry> entry;
         DWORD now = 0;
         DWORD delay = 0;
