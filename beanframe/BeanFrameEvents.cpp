@@ -1,5 +1,6 @@
 #include "beanframe/BeanFrame.h"
 
+#include "beanframe/DueTimes.h"
 #include "beanframe/EventTarget.h"
 #include "javabridge/JNIHelper.h"
 #include "javabridge/ListenerNatives.h"

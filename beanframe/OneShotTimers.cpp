@@ -1,5 +1,7 @@
 #include "beanframe/OneShotTimers.h"
 
+#include "beanframe/DueTimes.h"
+
 void OneShotTimers::start(WAITORTIMERCALLBACK routine, DWORD delay, DWORD dueTime) noexcept
 {
     HANDLE timer = nullptr;

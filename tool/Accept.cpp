@@ -206,8 +206,8 @@ void addCleanUpRow(CFindings& findings, const std::set<DWORD>& serversBefore)
 std::vector<Scenario> acceptScenarios()
 {
     std::vector<Scenario> all;
-    for (const auto part :
-         {machineScenarios(), callScenarios(), windowScenarios(), inputScenarios(), lifeScenarios(), personScenarios()}) {
+    for (const auto part : {machineScenarios(), callScenarios(), eventScenarios(), windowScenarios(), inputScenarios(),
+                            lifeScenarios(), personScenarios()}) {
         all.insert(all.end(), part.begin(), part.end());
     }
     return all;

@@ -1,20 +1,15 @@
-// The scenarios of "accept" about creation, calls, errors and events.
+// The scenarios of "accept" about creation, calls and errors.
 #include "tool/AcceptClient.h"
 
 #include <algorithm>
-#include <array>
 #include <filesystem>
 #include <format>
 #include <fstream>
-#include <set>
-#include <thread>
 
 using nlohmann::json;
 
 namespace {
 
-constexpr DWORD LIMIT = 90000; // ms, with a slow first start
-constexpr const char* TOLD = "tell the makers, with the page and KESTAtool report";
 constexpr const char* UNKNOWN_METHOD = "nonsense";
 
 json observeCreate(CAcceptContext& context)
@@ -152,44 +147,6 @@ std::string earlyCall(IJavaManager* object, DISPID method, const std::vector<std
     return FAILED(result) ? hexadecimal(result) : narrow(answer);
 }
 
-struct LateAnswer
-{
-    HRESULT result;
-    std::string text;
-    std::string description;
-};
-
-// As a script calls: all arguments are texts, which the server's side converts.
-LateAnswer lateCall(IDispatch* object, DISPID method, const std::vector<std::string>& texts)
-{
-    std::vector<ATL::CComBSTR> words;
-    std::vector<VARIANT> arguments;
-    words.reserve(texts.size());
-    arguments.reserve(texts.size());
-    for (const std::string& text : texts) {
-        words.emplace_back(text.c_str());
-    }
-    for (auto word = words.rbegin(); word != words.rend(); ++word) { // the last one comes first
-        VARIANT argument = {};
-        argument.vt = VT_BSTR;
-        argument.bstrVal = *word;
-        arguments.push_back(argument);
-    }
-    DISPPARAMS parameters = {arguments.data(), nullptr, static_cast<UINT>(arguments.size()), 0};
-    ATL::CComVariant answer;
-    EXCEPINFO exception = {};
-    const HRESULT result =
-        object->Invoke(method, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &parameters, &answer, &exception, nullptr);
-    const std::string description = narrow(exception.bstrDescription);
-    for (const BSTR text : {exception.bstrSource, exception.bstrDescription, exception.bstrHelpFile}) {
-        SysFreeString(text);
-    }
-    if (answer.vt != VT_EMPTY && answer.vt != VT_BSTR) {
-        answer.ChangeType(VT_BSTR);
-    }
-    return {result, answer.vt == VT_BSTR ? narrow(answer.bstrVal) : "", description};
-}
-
 json observeEarly(CAcceptContext& context)
 {
     CAcceptServer server(context);
@@ -261,196 +218,6 @@ Judgement judgeError(const json& seen)
                   hexadecimal(result) + (text.empty()                  ? ", without a text"
                                          : reason == std::string::npos ? ", with a text that names no exception"
                                                                        : ", " + line.substr(0, line.find_first_of("\r\n"))));
-}
-
-json observeEvents(CAcceptContext& context)
-{
-    CAcceptStage stage(context);
-    CAcceptSink& sink = stage.server.sink;
-    const CStopwatch watch;
-    stage.server->testBridge(ATL::CComBSTR(L"abc"), 3, 0);
-    const bool isBack = pumpUntil([&] { return sink.count(TEST_BRIDGE_EVENT) > 0; });
-    const double time = watch.milliseconds();
-    const std::string answer = isBack ? std::ranges::find(sink.events, TEST_BRIDGE_EVENT, &AcceptEvent::id)->text : "";
-    stage.server.call("sum", "");
-    pumpUntil([&] { return sink.count(CUSTOM_EVENT, "sum;") > 0; });
-    return {{"bridge", answer},
-            {"ready", sink.count(CONTROL_READY)},
-            {"custom", sink.count(CUSTOM_EVENT, "sum;2613")},
-            {"milliseconds", time}};
-}
-
-Judgement judgeEvents(const json& seen)
-{
-    const bool isAll = seen["bridge"] == "abcSJBbjs" && seen["ready"] == 1 && seen["custom"] == 1;
-    return judged(isAll,
-                  std::format("testBridgeEvent \"{}\" after {:.1f} ms, controlReady {} times, customEvent of the sum {} times",
-                              seen["bridge"].get<std::string>(), seen["milliseconds"].get<double>(), seen["ready"].get<int>(),
-                              seen["custom"].get<int>()));
-}
-
-json observeDelay(CAcceptContext& context)
-{
-    constexpr int DELAY = 500; // ms
-    CAcceptServer server(context);
-    const CStopwatch watch;
-    server->testBridge(ATL::CComBSTR(L"late"), 3, DELAY);
-    const bool isBack = pumpUntil([&] { return server.sink.count(TEST_BRIDGE_EVENT) > 0; });
-    return {{"delay", DELAY}, {"milliseconds", isBack ? watch.milliseconds() : -1}};
-}
-
-Judgement judgeDelay(const json& seen)
-{
-    constexpr double TICK = 16;        // ms, of the clock that the timer goes by
-    constexpr double MOST_LATER = 300; // ms
-    const double late = seen["milliseconds"].get<double>() - seen["delay"].get<double>();
-    return judged(late >= -TICK && late <= MOST_LATER, std::format("wanted after {} ms, came after {:.0f} ms",
-                                                                   seen["delay"].get<int>(), seen["milliseconds"].get<double>()));
-}
-
-json observeThreads(CAcceptContext& context)
-{
-    constexpr size_t THREADS = 4;
-    constexpr size_t EACH = 250;
-    CAcceptServer server(context);
-    server.use(TEST_CONTROL);
-    server.call("burst", std::format("{};{}", EACH, THREADS));
-    pumpUntil([&] { return server.sink.count(CUSTOM_EVENT, "burst 1.") == EACH * THREADS; });
-    std::set<std::string> different;
-    for (const AcceptEvent& event : server.sink.events) {
-        different.insert(event.text);
-    }
-    json perThread = json::array();
-    for (size_t thread = 1; thread <= THREADS; ++thread) {
-        perThread.push_back(server.sink.count(CUSTOM_EVENT, std::format("burst 1.{}.", thread)));
-    }
-    return {{"sent", EACH * THREADS}, {"different", different.size()}, {"perThread", perThread}};
-}
-
-Judgement judgeThreads(const json& seen)
-{
-    size_t sum = 0;
-    for (const json& count : seen["perThread"]) {
-        sum += count.get<size_t>();
-    }
-    return judged(seen["different"] == seen["sent"] && sum == seen["sent"].get<size_t>(),
-                  std::format("{} raised, {} came, {} of them different; by thread {}", seen["sent"].get<int>(), sum,
-                              seen["different"].get<int>(), seen["perThread"].dump()));
-}
-
-json observeTwo(CAcceptContext& context)
-{
-    CAcceptServer first(context);
-    CAcceptServer second(context);
-    first.use(SAMPLE_CONTROL);
-    second.use(SAMPLE_CONTROL);
-    first.set("title", "first");
-    second.set("title", "second");
-    return {{"processes", {first.processId(), second.processId()}}, {"titles", {first.get("title"), second.get("title")}}};
-}
-
-Judgement judgeTwo(const json& seen)
-{
-    const json& processes = seen["processes"];
-    const json titles = {"first", "second"};
-    return judged(processes[0] != processes[1] && seen["titles"] == titles,
-                  std::format("processes {}, titles {}", processes.dump(), seen["titles"].dump()));
-}
-
-// Refuses incoming calls as an office program does while a cell is edited.
-class CBusyFilter : public IMessageFilter
-{
-public:
-    STDMETHODIMP QueryInterface(REFIID iid, void** object) override
-    {
-        const bool isKnown = iid == IID_IUnknown || iid == IID_IMessageFilter;
-        *object = isKnown ? this : nullptr;
-        return isKnown ? S_OK : E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return 1; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
-    STDMETHODIMP_(DWORD) HandleInComingCall(DWORD, HTASK, DWORD, LPINTERFACEINFO) override
-    {
-        ++asked;
-        return isBusy ? SERVERCALL_RETRYLATER : SERVERCALL_ISHANDLED;
-    }
-    STDMETHODIMP_(DWORD) RetryRejectedCall(HTASK, DWORD, DWORD) override { return static_cast<DWORD>(-1); }
-    STDMETHODIMP_(DWORD) MessagePending(HTASK, DWORD, DWORD) override { return PENDINGMSG_WAITDEFPROCESS; }
-
-    bool isBusy = false;
-    int asked = 0;
-};
-
-json observeBusy(CAcceptContext& context)
-{
-    constexpr int EVENTS = 3;
-    constexpr DWORD WHILE = 1500; // ms
-    CAcceptServer server(context);
-    server.use(SAMPLE_CONTROL);
-    CBusyFilter filter;
-    ATL::CComPtr<IMessageFilter> before;
-    if (FAILED(CoRegisterMessageFilter(&filter, &before))) {
-        throw CNotHere("no message filter can be registered");
-    }
-    server.set("rows", "a;1");
-    filter.isBusy = true;
-    for (int number = 0; number < EVENTS; ++number) {
-        server.call("sum", "");
-    }
-    pumpFor(WHILE);
-    filter.isBusy = false;
-    pumpFor(WHILE);
-    const size_t came = server.sink.count(CUSTOM_EVENT, "sum;1");
-    server.call("sum", "");
-    const bool comesAgain = pumpUntil([&] { return server.sink.count(CUSTOM_EVENT, "sum;1") > came; });
-    CoRegisterMessageFilter(before, nullptr);
-    return {{"raised", EVENTS}, {"came", came}, {"comesAgain", comesAgain}, {"asked", filter.asked}};
-}
-
-Judgement judgeBusy(const json& seen)
-{
-    return judged(seen["came"] == 0 && seen["comesAgain"].get<bool>(),
-                  std::format("{} of {} events came; afterwards events {}", seen["came"].get<int>(), seen["raised"].get<int>(),
-                              seen["comesAgain"].get<bool>() ? "come again" : "do not come any more"));
-}
-
-// A call from a second thread of the client, while the first one does not come out of its sink.
-json observeFullQueue(CAcceptContext& context)
-{
-    constexpr DWORD STUCK = 12000; // ms
-    constexpr DWORD CALL_AFTER = 6000;
-    CAcceptServer server(context);
-    server.use(TEST_CONTROL);
-    ATL::CComPtr<IStream> stream;
-    CoMarshalInterThreadInterfaceInStream(IID_IJavaManager, server.object(), &stream);
-    HRESULT result = S_OK;
-    bool isStuck = false;
-    std::thread other([&] {
-        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-        ATL::CComPtr<IJavaManager> object;
-        if (SUCCEEDED(CoUnmarshalInterface(stream, IID_IJavaManager, reinterpret_cast<void**>(&object)))) {
-            Sleep(CALL_AFTER);
-            int id = 0;
-            result = object->getBeanFrameID(&id);
-        }
-        object.Release();
-        CoUninitialize();
-    });
-    server.sink.reaction = [&](const AcceptEvent&) {
-        if (!std::exchange(isStuck, true)) {
-            Sleep(STUCK);
-        }
-    };
-    server.call("burst", "12000;1");
-    pumpUntil([&] { return isStuck; });
-    other.join();
-    return {{"result", result}, {"isStuck", isStuck}};
-}
-
-Judgement judgeFullQueue(const json& seen)
-{
-    const auto result = seen["result"].get<HRESULT>();
-    return judged(FAILED(result), "the other thread's call gives " + hexadecimal(result));
 }
 
 constexpr const char* SCRIPT = R"(Dim control
@@ -528,35 +295,24 @@ Judgement judgeScript(const json& seen)
 }
 
 constexpr Scenario SCENARIOS[] = {
-    {"create", "calls", "creation", "The object is created; its frame has the number of its server's process.", LIMIT,
+    {"create", "calls", "creation", "The object is created; its frame has the number of its server's process.", USUAL_LIMIT,
      observeCreate, judgeCreate, "run KESTAtool check, which names what is missing"},
-    {"taskBar", "calls", "frame before the take-in", "The frame has no button in the task bar and takes no activation.", LIMIT,
-     observeCreate, judgeTaskBar, TOLD},
-    {"earlyBound", "calls", "17 methods, early bound", "All methods answer through the interface.", LIMIT, observeEarly,
-     judgeCalls, TOLD},
-    {"lateBound", "calls", "17 methods, late bound", "All methods answer through IDispatch.", LIMIT, observeLate, judgeCalls,
-     TOLD},
-    {"script", "calls", "64-bit script", "A script of this Windows creates the object and calls it.", LIMIT, observeScript,
-     judgeScript, TOLD},
-    {"script32", "calls", "32-bit script", "A 32-bit script creates the object and calls it, late bound.", LIMIT, observeScript32,
-     judgeScript, TOLD},
-    {"texts", "calls", "texts", "A text beyond ASCII, encoded, comes back as it was sent.", LIMIT, observeTexts, judgeTexts,
-     TOLD},
+    {"taskBar", "calls", "frame before the take-in", "The frame has no button in the task bar and takes no activation.",
+     USUAL_LIMIT, observeCreate, judgeTaskBar, TELL_THE_MAKERS},
+    {"earlyBound", "calls", "17 methods, early bound", "All methods answer through the interface.", USUAL_LIMIT, observeEarly,
+     judgeCalls, TELL_THE_MAKERS},
+    {"lateBound", "calls", "17 methods, late bound", "All methods answer through IDispatch.", USUAL_LIMIT, observeLate,
+     judgeCalls, TELL_THE_MAKERS},
+    {"script", "calls", "64-bit script", "A script of this Windows creates the object and calls it.", USUAL_LIMIT, observeScript,
+     judgeScript, TELL_THE_MAKERS},
+    {"script32", "calls", "32-bit script", "A 32-bit script creates the object and calls it, late bound.", USUAL_LIMIT,
+     observeScript32, judgeScript, TELL_THE_MAKERS},
+    {"texts", "calls", "texts", "A text beyond ASCII, encoded, comes back as it was sent.", USUAL_LIMIT, observeTexts, judgeTexts,
+     TELL_THE_MAKERS},
     {"earlyError", "calls", "error text, early bound", "A failing call carries the Java exception in its error information.",
-     LIMIT, observeEarlyError, judgeError, TOLD, "it carries no error information between processes"},
+     USUAL_LIMIT, observeEarlyError, judgeError, TELL_THE_MAKERS, "it carries no error information between processes"},
     {"lateError", "calls", "error text, late bound", "A failing call carries the Java exception in its exception information.",
-     LIMIT, observeLateError, judgeError, TOLD},
-    {"events", "calls", "three events", "All three events reach the sink, through Java.", LIMIT, observeEvents, judgeEvents,
-     TOLD},
-    {"delay", "calls", "delayed event", "An event with a delay comes when it is due.", LIMIT, observeDelay, judgeDelay, TOLD},
-    {"fourThreads", "calls", "events of four threads", "All events of four Java threads come, each once.", LIMIT, observeThreads,
-     judgeThreads, TOLD},
-    {"twoServers", "calls", "two servers", "Two objects have two processes and share nothing.", LIMIT, observeTwo, judgeTwo,
-     TOLD},
-    {"busyClient", "calls", "busy client", "Events for a client that refuses calls for a moment are lost.", LIMIT, observeBusy,
-     judgeBusy, "correct the page for clients: such events are not lost", "it delivers calls as its own rules are"},
-    {"fullQueue", "calls", "12,000 events at once", "While a sink is stuck under many events, other calls to the server fail.",
-     LIMIT, observeFullQueue, judgeFullQueue, "correct the page for clients: other calls go on", "its message queues take more"},
+     USUAL_LIMIT, observeLateError, judgeError, TELL_THE_MAKERS},
 };
 
 } // namespace

@@ -116,6 +116,36 @@ std::string errorInfoText()
     return GetErrorInfo(0, &info) == S_OK && SUCCEEDED(info->GetDescription(&text)) ? narrow(text) : "";
 }
 
+LateAnswer lateCall(IDispatch* object, DISPID method, const std::vector<std::string>& texts)
+{
+    std::vector<ATL::CComBSTR> words;
+    std::vector<VARIANT> arguments;
+    words.reserve(texts.size());
+    arguments.reserve(texts.size());
+    for (const std::string& text : texts) {
+        words.emplace_back(text.c_str());
+    }
+    for (auto word = words.rbegin(); word != words.rend(); ++word) { // the last one comes first
+        VARIANT argument = {};
+        argument.vt = VT_BSTR;
+        argument.bstrVal = *word;
+        arguments.push_back(argument);
+    }
+    DISPPARAMS parameters = {arguments.data(), nullptr, static_cast<UINT>(arguments.size()), 0};
+    ATL::CComVariant answer;
+    EXCEPINFO exception = {};
+    const HRESULT result =
+        object->Invoke(method, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &parameters, &answer, &exception, nullptr);
+    const std::string description = narrow(exception.bstrDescription);
+    for (const BSTR text : {exception.bstrSource, exception.bstrDescription, exception.bstrHelpFile}) {
+        SysFreeString(text);
+    }
+    if (answer.vt != VT_EMPTY && answer.vt != VT_BSTR) {
+        answer.ChangeType(VT_BSTR);
+    }
+    return {result, answer.vt == VT_BSTR ? narrow(answer.bstrVal) : "", description};
+}
+
 CAcceptContext::CAcceptContext(std::string trail, bool isLong)
     : m_trail(std::move(trail))
     , m_isLong(isLong)
@@ -204,13 +234,7 @@ void CAcceptServer::connect()
 std::string CAcceptServer::reason() const
 {
     constexpr DISPID VALIDATE = 15;
-    DISPPARAMS none = {};
-    EXCEPINFO exception = {};
-    m_object->Invoke(VALIDATE, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &none, nullptr, &exception, nullptr);
-    const std::string text = narrow(exception.bstrDescription);
-    for (const BSTR part : {exception.bstrSource, exception.bstrDescription, exception.bstrHelpFile}) {
-        SysFreeString(part);
-    }
+    const std::string text = lateCall(m_object, VALIDATE, {}).description;
     return text.empty() ? "KESTAtool check says why" : text.substr(0, text.find_first_of("\r\n"));
 }
 

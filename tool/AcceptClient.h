@@ -37,6 +37,16 @@ std::string hexadecimal(HRESULT result);
 // What the failing call said of itself; "" when nothing came with it.
 std::string errorInfoText();
 
+struct LateAnswer
+{
+    HRESULT result;
+    std::string text;
+    std::string description;
+};
+
+// As a script calls: all arguments are texts, which the server's side converts.
+LateAnswer lateCall(IDispatch* object, DISPID method, const std::vector<std::string>& texts);
+
 class CStopwatch
 {
 public:

@@ -9,9 +9,6 @@ using nlohmann::json;
 
 namespace {
 
-constexpr DWORD LIMIT = 90000; // ms, with a slow first start
-constexpr const char* TOLD = "tell the makers, with the page and KESTAtool report";
-
 json observeClick(CAcceptContext& context)
 {
     CAcceptStage stage(context);
@@ -228,24 +225,26 @@ Judgement judgeClickBeforeUse(const json& seen)
 }
 
 constexpr Scenario SCENARIOS[] = {
-    {"click", "input", "mouse", "A click on the control's button raises its event.", LIMIT, observeClick, judgeClick, TOLD},
-    {"type", "input", "keyboard", "What is typed after a click into the control's field arrives there.", LIMIT, observeType,
-     judgeType, TOLD},
-    {"focusWay", "input", "focus there and back", "Keys go where was clicked last: Java, the client's field, Java.", LIMIT,
-     observeFocus, judgeKeysFollow, TOLD},
-    {"focusLost", "input", "focus that leaves Java", "Java does not hear that the focus has gone to the client.", LIMIT,
+    {"click", "input", "mouse", "A click on the control's button raises its event.", USUAL_LIMIT, observeClick, judgeClick,
+     TELL_THE_MAKERS},
+    {"type", "input", "keyboard", "What is typed after a click into the control's field arrives there.", USUAL_LIMIT, observeType,
+     judgeType, TELL_THE_MAKERS},
+    {"focusWay", "input", "focus there and back", "Keys go where was clicked last: Java, the client's field, Java.", USUAL_LIMIT,
+     observeFocus, judgeKeysFollow, TELL_THE_MAKERS},
+    {"focusLost", "input", "focus that leaves Java", "Java does not hear that the focus has gone to the client.", USUAL_LIMIT,
      observeFocus, judgeFocusLost, "correct the pages for clients and for controls: Java hears it",
      "it tells also a frame inside another program's window"},
-    {"keys", "input", "keys in the frame", "The client sees no key while the focus is in the frame.", LIMIT, observeKeys,
+    {"keys", "input", "keys in the frame", "The client sees no key while the focus is in the frame.", USUAL_LIMIT, observeKeys,
      judgeKeys, "correct the page for clients: these keys reach the client"},
-    {"parentNotify", "input", "WM_PARENTNOTIFY", "A press in the frame is sent to the pane while Java's thread waits.", LIMIT,
-     observeParentNotify, judgeParentNotify, "correct the page for clients: a busy client does not hold up Java's input"},
-    {"sentMessage", "input", "call in a sent message", "COM refuses it (0x8001010D); a call in a posted message works.", LIMIT,
-     observeHandler, judgeHandler, "correct the page for clients: such calls work", "its COM does not check that"},
+    {"parentNotify", "input", "WM_PARENTNOTIFY", "A press in the frame is sent to the pane while Java's thread waits.",
+     USUAL_LIMIT, observeParentNotify, judgeParentNotify,
+     "correct the page for clients: a busy client does not hold up Java's input"},
+    {"sentMessage", "input", "call in a sent message", "COM refuses it (0x8001010D); a call in a posted message works.",
+     USUAL_LIMIT, observeHandler, judgeHandler, "correct the page for clients: such calls work", "its COM does not check that"},
     {"focusMessage", "input", "call as the focus leaves",
-     "COM refuses a call in WM_KILLFOCUS after a click into the frame (0x8001010D).", LIMIT, observeFocusHandler, judgeHandler,
-     "correct the page for clients: such calls work", "its COM does not check that"},
-    {"clickBeforeUse", "input", "click before setUsedControl", "The client's window does not come to the front.", LIMIT,
+     "COM refuses a call in WM_KILLFOCUS after a click into the frame (0x8001010D).", USUAL_LIMIT, observeFocusHandler,
+     judgeHandler, "correct the page for clients: such calls work", "its COM does not check that"},
+    {"clickBeforeUse", "input", "click before setUsedControl", "The client's window does not come to the front.", USUAL_LIMIT,
      observeClickBeforeUse, judgeClickBeforeUse, "correct the page for clients: it does come to the front"},
 };
 

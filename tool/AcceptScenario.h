@@ -30,6 +30,10 @@ struct Judgement
     std::string detail; // what was seen
 };
 
+// What most scenarios have.
+constexpr DWORD USUAL_LIMIT = 90000; // ms, with a slow first start
+constexpr const char* TELL_THE_MAKERS = "tell the makers, with the page and KESTAtool report";
+
 struct Scenario
 {
     const char* id;
@@ -54,6 +58,7 @@ public:
 // The subjects, each in a file of its own.
 std::span<const Scenario> machineScenarios();
 std::span<const Scenario> callScenarios();
+std::span<const Scenario> eventScenarios();
 std::span<const Scenario> windowScenarios();
 std::span<const Scenario> inputScenarios();
 std::span<const Scenario> lifeScenarios();

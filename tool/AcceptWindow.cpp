@@ -10,11 +10,9 @@ using nlohmann::json;
 
 namespace {
 
-constexpr DWORD LIMIT = 90000; // ms, with a slow first start
 constexpr double ALIKE = 0.98; // a blinking caret may differ
 constexpr const char* PAINTING =
     "switch Direct3D off (jvm_option_d3d = -Dsun.java2d.d3d=false), update the graphics driver, run again";
-constexpr const char* TOLD = "tell the makers, with the page and KESTAtool report";
 
 json observeTakeIn(CAcceptContext& context)
 {
@@ -190,20 +188,21 @@ Judgement judgeGraphics(const json& seen)
 }
 
 constexpr Scenario SCENARIOS[] = {
-    {"takeIn", "window", "take-in", "The frame becomes a child of the client's window and is painted whole.", LIMIT,
+    {"takeIn", "window", "take-in", "The frame becomes a child of the client's window and is painted whole.", USUAL_LIMIT,
      observeTakeIn, judgePainted, PAINTING},
-    {"resize", "window", "resize", "The frame has each new size and is painted whole.", LIMIT, observeResize, judgeSteps,
+    {"resize", "window", "resize", "The frame has each new size and is painted whole.", USUAL_LIMIT, observeResize, judgeSteps,
      PAINTING},
-    {"minimise", "window", "minimise and restore", "The control looks as before.", LIMIT, observeMinimise, judgeReturn, PAINTING},
-    {"cover", "window", "cover and uncover", "The control looks as before.", LIMIT, observeCover, judgeReturn, PAINTING,
+    {"minimise", "window", "minimise and restore", "The control looks as before.", USUAL_LIMIT, observeMinimise, judgeReturn,
+     PAINTING},
+    {"cover", "window", "cover and uncover", "The control looks as before.", USUAL_LIMIT, observeCover, judgeReturn, PAINTING,
      "a window that lies inside another program's is not painted again where it was covered"},
     {"parents", "window", "move between parents", "The frame is painted and works in a second window, and back in the first.",
-     LIMIT, observeParents, judgeSteps, PAINTING},
+     USUAL_LIMIT, observeParents, judgeSteps, PAINTING},
     {"dpi", "window", "DPI awareness",
-     "The server is unaware of the scale, and takes on the client's awareness with the take-in.", LIMIT, observeDpi, judgeDpi,
-     "correct the page for clients: the server keeps its own awareness",
+     "The server is unaware of the scale, and takes on the client's awareness with the take-in.", USUAL_LIMIT, observeDpi,
+     judgeDpi, "correct the page for clients: the server keeps its own awareness",
      "it answers for the process that asks, whichever process is meant"},
-    {"graphics", "window", "graphics pipeline", "Java paints without Direct3D.", LIMIT, observeGraphics, judgeGraphics,
+    {"graphics", "window", "graphics pipeline", "Java paints without Direct3D.", USUAL_LIMIT, observeGraphics, judgeGraphics,
      "remove the option that switches it on (KESTAtool check lists the options), and run again"},
 };
 

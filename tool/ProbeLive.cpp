@@ -1,62 +1,14 @@
 #include "tool/ProbeLive.h"
 
-#include "atl/atl.h"
+#include "tool/AcceptClient.h"
 
 #include <nlohmann/json.hpp>
-
-#include <functional>
-#include <string>
 
 namespace {
 
 constexpr DWORD EVENT_LIMIT = 15000; // ms
 constexpr int THROUGH_JAVA = 2;      // hops of the bridge test: the server and Java's listener
 constexpr SIZE FRAME_SIZE = {480, 320};
-
-// Counts the events of the bridge test. It lives on the stack, longer than its connection.
-class CBridgeSink : public IDispatch
-{
-public:
-    STDMETHODIMP QueryInterface(REFIID iid, void** object) override
-    {
-        const bool isKnown = iid == IID_IUnknown || iid == IID_IDispatch || iid == DIID__IJavaManagerEvents;
-        *object = isKnown ? this : nullptr;
-        return isKnown ? S_OK : E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return 1; }
-    STDMETHODIMP_(ULONG) Release() override { return 1; }
-    STDMETHODIMP GetTypeInfoCount(UINT* count) override { return *count = 0, S_OK; }
-    STDMETHODIMP GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-    STDMETHODIMP GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
-    STDMETHODIMP Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override
-    {
-        constexpr DISPID BRIDGE_EVENT = 2;
-        m_count += id == BRIDGE_EVENT ? 1 : 0;
-        return S_OK;
-    }
-    int count() const { return m_count; }
-
-private:
-    int m_count = 0;
-};
-
-// Handles messages until the condition holds; false when the time is up.
-bool pumpUntil(const std::function<bool()>& done)
-{
-    const ULONGLONG end = GetTickCount64() + EVENT_LIMIT;
-    while (!done()) {
-        const ULONGLONG now = GetTickCount64();
-        if (now >= end) {
-            return false;
-        }
-        MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(end - now), QS_ALLINPUT);
-        for (MSG message; PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE);) {
-            TranslateMessage(&message);
-            DispatchMessageA(&message);
-        }
-    }
-    return true;
-}
 
 // A window with a pane, gone at its end.
 class CPane
@@ -104,7 +56,7 @@ void probeLive(IJavaManager* object, int frameId, nlohmann::json& answer)
     answer["isControlReady"] =
         SUCCEEDED(object->setUsedControl(ATL::CComBSTR(L"QMRTWinControl"), ATL::CComBSTR(L"1.0"), &result));
 
-    CBridgeSink sink;
+    CAcceptSink sink;
     ATL::CComPtr<IConnectionPointContainer> container;
     ATL::CComPtr<IConnectionPoint> point;
     DWORD cookie = 0;
@@ -113,7 +65,7 @@ void probeLive(IJavaManager* object, int frameId, nlohmann::json& answer)
         SUCCEEDED(container->FindConnectionPoint(DIID__IJavaManagerEvents, &point)) && SUCCEEDED(point->Advise(&sink, &cookie));
     const ULONGLONG begin = GetTickCount64();
     answer["isEventReceived"] = isConnected && SUCCEEDED(object->testBridge(ATL::CComBSTR(L"KESTAtool"), THROUGH_JAVA, 0)) &&
-                                pumpUntil([&] { return sink.count() > 0; });
+                                pumpUntil([&] { return sink.count(TEST_BRIDGE_EVENT) > 0; }, EVENT_LIMIT);
     answer["eventMilliseconds"] = GetTickCount64() - begin;
     if (isConnected) {
         point->Unadvise(cookie);

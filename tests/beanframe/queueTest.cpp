@@ -483,6 +483,10 @@ TEST_F(EventQueueTest, TimersAreDeletedOnceTheyAreDue)
     EXPECT_THAT(takeCalls(), IsEmpty());
     EXPECT_EQ(processAt(1000 + 0x80000001), S_OK);
     EXPECT_THAT(takeCalls(), ElementsAre("delete 3"));
+    custom("now", s_now);
+    takeCalls();
+    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
+    EXPECT_THAT(takeCalls(), IsEmpty()) << "and not again";
 }
 
 TEST_F(EventQueueTest, NoMessageIsPostedAnewWhenNoneWasPosted)

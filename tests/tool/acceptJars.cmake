@@ -1,10 +1,5 @@
 # Makes Stations.jar and TestControl.jar with faults. -DJAVAC -DJAR -DSOURCES -DPRODUCT (folder of the jars) -DOUTPUT (folder).
-function(run)
-    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result)
-    if(result)
-        message(FATAL_ERROR "failed: ${ARGN}")
-    endif()
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/../support/run.cmake)
 
 file(REMOVE_RECURSE ${OUTPUT})
 # The sample itself, which the faulty one passes its calls to.

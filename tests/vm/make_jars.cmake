@@ -1,10 +1,5 @@
 # Makes whole.jar and, for some classes, a jar without that class: without-CLASS.jar. -DJAVAC -DJAR -DSOURCES -DWORK -DOUTPUT (folder).
-function(run)
-    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result)
-    if(result)
-        message(FATAL_ERROR "failed: ${ARGN}")
-    endif()
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/../support/run.cmake)
 
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK}/classes)

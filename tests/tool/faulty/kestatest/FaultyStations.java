@@ -4,11 +4,14 @@ import com.velmora.tq.kesta.control.Context;
 import com.velmora.tq.kesta.control.Control;
 import com.velmora.tq.kesta.control.Log;
 import com.velmora.tq.kesta.control.State;
+import java.awt.AWTException;
 import java.awt.BorderLayout;
 import java.awt.Color;
 import java.awt.Component;
 import java.awt.Container;
 import java.awt.Graphics;
+import java.awt.Point;
+import java.awt.Robot;
 import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -20,7 +23,9 @@ import org.example.stations.Stations;
 /** The sample control with the fault that the property kesta.fault names. */
 public final class FaultyStations implements Control {
     private static final int FIRST_WIDTH = 560;
-    private static final int FADES_AFTER = 2500;
+    private static final int LOOKS_EVERY = 100; // ms
+    private static final int MARK = 4;
+    private static final Color MARK_COLOR = new Color(0x12, 0xAB, 0xCD);
     private static final int STAYS = 12000;
     private static final int FOR_EVER = 3_600_000;
     private static final int SLOW = 60;
@@ -28,6 +33,7 @@ public final class FaultyStations implements Control {
 
     private final Control sample = new Stations();
     private final Path shared = Paths.get(System.getProperty("java.io.tmpdir"), "kesta-shared-title");
+    private boolean isSeen;
     private boolean isFaded;
     private Component view;
 
@@ -53,6 +59,10 @@ public final class FaultyStations implements Control {
             @Override
             public void paint(Graphics graphics) {
                 super.paint(graphics);
+                if (FAULT.equals("fades")) {
+                    graphics.setColor(MARK_COLOR);
+                    graphics.fillRect(0, 0, MARK, MARK);
+                }
                 if (isFaded || FAULT.equals("narrow") && getWidth() > FIRST_WIDTH) {
                     graphics.setColor(Color.BLACK);
                     graphics.fillRect(0, 0, getWidth(), getHeight());
@@ -91,14 +101,28 @@ public final class FaultyStations implements Control {
             write(value);
         }
         if (FAULT.equals("fades") && name.equals("text")) {
-            Timer timer = new Timer(FADES_AFTER, event -> {
-                isFaded = true;
-                view.repaint();
-            });
-            timer.setRepeats(false);
-            timer.start();
+            fadeOnceOffTheScreen();
         }
         sample.set(name, value);
+    }
+
+    private void fadeOnceOffTheScreen() {
+        Robot robot;
+        try {
+            robot = new Robot();
+        } catch (AWTException exception) {
+            throw new IllegalStateException(exception);
+        }
+        Timer timer = new Timer(LOOKS_EVERY, event -> {
+            Point place = view.getLocationOnScreen();
+            boolean isThere = robot.getPixelColor(place.x + MARK / 2, place.y + MARK / 2).equals(MARK_COLOR);
+            isSeen |= isThere;
+            if (isSeen && !isThere) {
+                isFaded = true;
+                view.repaint();
+            }
+        });
+        timer.start();
     }
 
     @Override
