@@ -29,7 +29,9 @@ void checkClockReadings(IJavaManager* object)
         Hook::s_original(time);
     });
     CComBSTR answer;
-    object->callMethod(METHOD, VALUE, &answer);
+    if (object->callMethod(METHOD, VALUE, &answer) != S_OK) {
+        throw std::runtime_error("a call has failed");
+    }
     if (s_readings != CLOCK_READINGS) {
         throw std::runtime_error("a call reads the clock " + std::to_string(s_readings) + " times, but is compared with " +
                                  std::to_string(CLOCK_READINGS) + " readings");

@@ -7,6 +7,7 @@ namespace bench {
 CInProcess::CInProcess()
 {
     m_settings.setRuntime("21.0.8", fixtures::runtimeLibrary(21));
+    m_settings.setControl("TestControl", fixtures::programFolder());
     CComObject<CJavaManagerATLObject>* object = nullptr;
     if (FAILED(CComObject<CJavaManagerATLObject>::CreateInstance(&object))) {
         throw std::runtime_error("the object cannot be created");

@@ -211,7 +211,7 @@ def page(result):
     ]
     for text, value in result["figures"].items():
         lines.append(
-            f"| {text} | {amount(value, 'ns')} | {1e9 / value:,.0f} |" if value < 1e9 else f"| {text} | {amount(value, 'ns')} | |"
+            f"| {text} | {amount(value, 'ns')} | {1e9 / value:,.0f} |" if value < 1e8 else f"| {text} | {amount(value, 'ns')} | |"
         )
     lines += ["", END]
     return "\n".join(lines)
