@@ -24,7 +24,16 @@ struct Translation
     WORD codePage;
 };
 
-// A file's version resource. Empty when the file has none or there is no memory for it.
+// A function of version.dll. Linked against, a file of that name beside the executable would be loaded instead of the system's:
+// it is none of the libraries that Windows always takes from its own folder. Null when it cannot be loaded.
+template <class Function>
+Function versionFunction(const char* name)
+{
+    const HMODULE library = LoadLibraryExA("version.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32); // stays loaded
+    return library == nullptr ? nullptr : reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(library, name)));
+}
+
+// A file's version resource. Empty when the file has none, there is no memory for it or version.dll cannot be loaded.
 class VersionResource
 {
 public:
@@ -36,12 +45,15 @@ public:
 
     explicit VersionResource(const char* path)
     {
+        const auto getSize = versionFunction<decltype(&GetFileVersionInfoSizeA)>("GetFileVersionInfoSizeA");
+        const auto getInfo = versionFunction<decltype(&GetFileVersionInfoA)>("GetFileVersionInfoA");
+        const bool isKnown = getSize != nullptr && getInfo != nullptr && m_query != nullptr;
         DWORD handle = 0;
-        const DWORD size = GetFileVersionInfoSizeA(path, &handle);
+        const DWORD size = isKnown ? getSize(path, &handle) : 0;
         m_isThere = size != 0;
         m_data.reset(m_isThere ? new (std::nothrow) char[size]() : nullptr);
         if (m_data != nullptr) {
-            GetFileVersionInfoA(path, handle, size, m_data.get());
+            getInfo(path, handle, size, m_data.get());
         }
     }
 
@@ -51,12 +63,13 @@ public:
     {
         Block block;
         if (isLoaded()) {
-            VerQueryValueA(m_data.get(), name, &block.data, &block.size);
+            m_query(m_data.get(), name, &block.data, &block.size);
         }
         return block;
     }
 
 private:
+    decltype(&VerQueryValueA) m_query = versionFunction<decltype(&VerQueryValueA)>("VerQueryValueA");
     bool m_isThere;
     std::unique_ptr<char[]> m_data;
 };

@@ -53,6 +53,13 @@ protected:
             0);
         return s_found;
     }
+    // The bytes of a type's resource 1.
+    std::string resource(LPCSTR type) const
+    {
+        const HRSRC found = FindResourceA(m_module, MAKEINTRESOURCEA(1), type);
+        const auto* const bytes = static_cast<const char*>(LockResource(LoadResource(m_module, found)));
+        return bytes == nullptr ? "" : std::string(bytes, SizeofResource(m_module, found));
+    }
     std::vector<WORD> languagesOf(LPCSTR type, int name) const
     {
         std::vector<WORD> languages;
@@ -82,9 +89,8 @@ protected:
 
 TEST_F(ExecutableTest, CarriesItsResourcesWithTheirLanguagesAndNoOthers)
 {
-    // The version, the string table with the name, the scripts and the type library. A manifest, #24, could change the code page
-    // that every narrow text is in.
-    EXPECT_THAT(resources(), testing::ElementsAre("#16 #1", "#6 #7", "REGISTRY #101", "REGISTRY #102", "TYPELIB #1"));
+    // The version, the manifest, the string table with the name, the scripts and the type library.
+    EXPECT_THAT(resources(), testing::ElementsAre("#16 #1", "#24 #1", "#6 #7", "REGISTRY #101", "REGISTRY #102", "TYPELIB #1"));
     EXPECT_EQ(languagesOf("REGISTRY", 101), std::vector<WORD>{1033});
     EXPECT_EQ(languagesOf("REGISTRY", 102), std::vector<WORD>{1031});
     char name[64] = {};
@@ -94,11 +100,19 @@ TEST_F(ExecutableTest, CarriesItsResourcesWithTheirLanguagesAndNoOthers)
 
 TEST_F(ExecutableTest, CarriesTheTypeLibraryThatItsTestsDescribe)
 {
-    const HRSRC resource = FindResourceA(m_module, MAKEINTRESOURCEA(1), "TYPELIB");
-    ASSERT_TRUE(resource);
-    const auto* const bytes = static_cast<const char*>(LockResource(LoadResource(m_module, resource)));
-    const std::string library = readFile(programFolder() + "\\..\\..\\contract\\KESTAserver.tlb");
-    EXPECT_TRUE(library.compare(0, library.size(), bytes, SizeofResource(m_module, resource)) == 0);
+    const std::string library = resource("TYPELIB");
+    ASSERT_FALSE(library.empty());
+    EXPECT_TRUE(library == readFile(programFolder() + "\\..\\..\\contract\\KESTAserver.tlb"));
+}
+
+// It tells Windows which versions the program knows, so that the log names the true one. An active code page would change the
+// encoding of every narrow text, and the client decides about the scale.
+TEST_F(ExecutableTest, CarriesAManifestWithTheKnownVersionsAndNoElevation)
+{
+    using testing::HasSubstr;
+    EXPECT_THAT(resource(RT_MANIFEST), testing::AllOf(HasSubstr("supportedOS Id=\"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}\""),
+                                                      HasSubstr("level=\"asInvoker\""), testing::Not(HasSubstr("activeCodePage")),
+                                                      testing::Not(HasSubstr("dpiAware"))));
 }
 
 TEST_F(ExecutableTest, MayBeLoadedAnywhereAndRunsNoData)
@@ -109,7 +123,8 @@ TEST_F(ExecutableTest, MayBeLoadedAnywhereAndRunsNoData)
     EXPECT_EQ(header().Subsystem, IMAGE_SUBSYSTEM_WINDOWS_GUI);
 }
 
-TEST_F(ExecutableTest, ImportsOnlyWhatWindowsHas)
+// All are libraries that Windows takes from its own folder, whatever lies beside the executable.
+TEST_F(ExecutableTest, ImportsOnlyKnownLibrariesOfWindows)
 {
     std::vector<std::string> names;
     for (auto* entry = directory<IMAGE_IMPORT_DESCRIPTOR>(IMAGE_DIRECTORY_ENTRY_IMPORT); entry->Name != 0; ++entry) {
@@ -120,7 +135,7 @@ TEST_F(ExecutableTest, ImportsOnlyWhatWindowsHas)
         }
     }
     EXPECT_THAT(names, testing::IsSubsetOf({"advapi32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "oleaut32.dll",
-                                            "shell32.dll", "user32.dll", "version.dll"}));
+                                            "shell32.dll", "user32.dll"}));
 }
 
 // Functions that some systems lack are looked up by name at run time, and Java's in the chosen library.

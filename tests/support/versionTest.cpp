@@ -6,12 +6,16 @@
 
 #include <gmock/gmock.h>
 
+#include <format>
+#include <functional>
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
 
-using QueryHook = ImportHook<decltype(&VerQueryValueA)>;
+using AddressHook = ImportHook<decltype(&GetProcAddress)>;
+using LibraryHook = ImportHook<decltype(&LoadLibraryExA)>;
 using PathHook = ImportHook<decltype(&GetModuleFileNameA)>;
 using Strings = std::vector<std::string>;
 
@@ -33,6 +37,25 @@ std::string versionOf(const std::string& name)
 std::string productOf(const std::string& name)
 {
     return CVersion::getProductName(beside(name).c_str());
+}
+
+std::function<decltype(VerQueryValueA)> s_query;
+
+BOOL WINAPI query(LPCVOID block, LPCSTR name, LPVOID* value, PUINT length)
+{
+    return s_query(block, name, value, length);
+}
+
+// Replaces VerQueryValueA, which the product looks up.
+decltype(&VerQueryValueA) s_realQuery = nullptr;
+FARPROC addressWithQuery(HMODULE module, LPCSTR name)
+{
+    const FARPROC address = AddressHook::s_original(module, name);
+    if (std::string(name) != "VerQueryValueA") {
+        return address;
+    }
+    s_realQuery = reinterpret_cast<decltype(&VerQueryValueA)>(reinterpret_cast<void (*)()>(address));
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(query));
 }
 
 // The resource that was read last.
@@ -58,10 +81,11 @@ protected:
 
 TEST_F(VersionTest, VersionIsFourNumbersAndProductNameThatOfTheFirstTranslationThatHasOne)
 {
-    const QueryHook hook("VerQueryValueA", [this](LPCVOID block, LPCSTR name, LPVOID* value, PUINT length) -> BOOL {
+    s_query = [this](LPCVOID block, LPCSTR name, LPVOID* value, PUINT length) {
         m_calls.emplace_back(name);
-        return QueryHook::s_original(block, name, value, length);
-    });
+        return s_realQuery(block, name, value, length);
+    };
+    const AddressHook hook("GetProcAddress", addressWithQuery);
     for (const auto& [name, version, product, calls] :
          {std::tuple{"versionFirst.dll", "1.6.0.0", "KESTA", Strings{"\\", TRANSLATION, FIRST_NAME}},
           {"versionSecond.dll", "65535.7.10.40000", "Second", {"\\", TRANSLATION, FIRST_NAME, SECOND_NAME}},
@@ -88,11 +112,40 @@ TEST_F(VersionTest, ResourceForWhichThereIsNoMemoryGivesEmptyTexts)
 
 TEST_F(VersionTest, ResourceThatTellsNothingGivesTheDefaults)
 {
-    const QueryHook hook("VerQueryValueA", [](LPCVOID, LPCSTR, LPVOID*, PUINT) -> BOOL { return FALSE; });
+    s_query = [](LPCVOID, LPCSTR, LPVOID*, PUINT) { return FALSE; };
+    const AddressHook hook("GetProcAddress", addressWithQuery);
     EXPECT_EQ(versionOf("versionFirst.dll"), "");
     EXPECT_TRUE(isFreed());
     EXPECT_EQ(productOf("versionFirst.dll"), UNDEFINED);
     EXPECT_TRUE(isFreed());
+}
+
+TEST_F(VersionTest, LibraryIsTakenFromTheSystemsFolderOnly)
+{
+    {
+        const LibraryHook hook("LoadLibraryExA", [this](LPCSTR name, HANDLE file, DWORD flags) -> HMODULE {
+            m_calls.push_back(std::format("{} {:x}", name, flags));
+            return LibraryHook::s_original(name, file, flags);
+        });
+        EXPECT_EQ(versionOf("versionFirst.dll"), "1.6.0.0");
+    }
+    EXPECT_THAT(m_calls, testing::AllOf(testing::Not(IsEmpty()), testing::Each("version.dll 800")));
+}
+
+TEST_F(VersionTest, MissingLibraryOrFunctionGivesTheDefaults)
+{
+    {
+        const LibraryHook hook("LoadLibraryExA", [](LPCSTR, HANDLE, DWORD) -> HMODULE { return nullptr; });
+        EXPECT_EQ(versionOf("versionFirst.dll"), "");
+        EXPECT_EQ(productOf("versionFirst.dll"), UNDEFINED);
+    }
+    for (const std::string missing : {"GetFileVersionInfoSizeA", "GetFileVersionInfoA", "VerQueryValueA"}) {
+        const AddressHook hook("GetProcAddress", [&](HMODULE module, LPCSTR name) -> FARPROC {
+            return name == missing ? nullptr : AddressHook::s_original(module, name);
+        });
+        EXPECT_EQ(versionOf("versionFirst.dll"), "") << missing;
+        EXPECT_EQ(productOf("versionFirst.dll"), UNDEFINED) << missing;
+    }
 }
 
 // The initial name is that of no loaded module, which means the running executable.
