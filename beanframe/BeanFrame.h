@@ -79,8 +79,9 @@ public:
     void enqueueTestBridgeEvent(BSTR text, DWORD delay);
 
     // Called by the message loop for each WM_PROCESSEVENTQUEUE: processes the due entries one by one, the latest due first, and
-    // entries of the same due time in queuing order. Returns S_OK, or E_FAIL when an entry is due and there is no bean
-    // frame.
+    // entries of the same due time in queuing order, then removes the messages that this pass has served. Entries that became due
+    // more than a second after the first look are left to another message, so that calls come in between. Returns S_OK, or E_FAIL
+    // when an entry is due and there is no bean frame.
     static HRESULT processEventQueue();
     // Called by the message loop after each dispatched message. Other modal loops (for instance COM's while it waits for a sink)
     // drop thread messages; if they have dropped ours, this posts a new one.
@@ -133,6 +134,8 @@ protected:
     // Null when no entry is due.
     static QueueEntry* findDueEntry(DWORD now);
     static DWORD delayOfNearEntry(DWORD now);
+    // Posts a new message when an event is due all the same.
+    static void removeServedMessages(bool isRestDue);
 
     HRESULT processQueueEntry(QueueEntry* entry);
     void processOnControlReady(BSTR text);

@@ -6,6 +6,7 @@
 #include "javabridge/ListenerNatives.h"
 
 #include <memory>
+#include <optional>
 
 #define LOG_SOURCE "BeanFrame"
 
@@ -24,6 +25,13 @@ constexpr DWORD TICK_COUNT_STEP = 16;
 
 // In place of a window: the messages of the thread itself.
 const HWND THREAD_MESSAGES = reinterpret_cast<HWND>(-1);
+
+// What becomes due later than this after the first look at the queue, in ms, is left to another message. Otherwise threads that
+// queue events faster than they are taken out would keep COM's calls waiting for ever, the client's release among them.
+constexpr LONG PASS_LIMIT = 1000;
+
+// As many as a thread's queue takes. Threads that go on queuing events could otherwise keep the removal going.
+constexpr int MOST_MESSAGES = 10000;
 
 // C++ exceptions (exhausted memory, a failed code page conversion) end here: they must not unwind into the virtual machine or the
 // timer queue.
@@ -234,21 +242,68 @@ DWORD CBeanFrame::delayOfNearEntry(DWORD now)
     return ahead <= TICK_COUNT_STEP ? ahead : 0;
 }
 
+// A burst leaves a message for each of its events. They would fill the thread's queue, through which COM's calls arrive, too.
+void CBeanFrame::removeServedMessages(bool isRestDue)
+{
+    MSG message;
+    int removed = 0;
+    while (removed < MOST_MESSAGES &&
+           PeekMessageA(&message, THREAD_MESSAGES, WM_PROCESSEVENTQUEUE, WM_PROCESSEVENTQUEUE, PM_REMOVE | PM_QS_POSTMESSAGE)) {
+        if (message.message == WM_QUIT) { // comes whatever one asks for
+            PostQuitMessage(static_cast<int>(message.wParam));
+            return;
+        }
+        ++removed;
+    }
+    if (removed == 0 && !isRestDue) {
+        return;
+    }
+    // An event may have been queued since the pass, and its message be among the removed ones. One that is queued from now on
+    // posts its own.
+    s_MessagePosted = false;
+    DWORD now = 0;
+    DWORD delay = 0;
+    bool isDue = false;
+    {
+        CComCritSecLock lock(s_EventQueueLock);
+        if (s_EventQueue.empty()) {
+            return;
+        }
+        now = s_TickCount();
+        isDue = findLatestDue(s_EventIndex, now) != s_EventIndex.end();
+        delay = isDue ? 0 : delayOfNearEntry(now);
+    }
+    if (isDue) {
+        postProcessEventQueue(); // instead of another pass at once: COM's calls come in between
+    } else if (delay != 0) {
+        s_Timers.start(timerRoutine, delay, now + delay);
+    }
+}
+
 HRESULT CBeanFrame::processEventQueue()
 {
     LOG_SCOPE_STATIC(FINE, "CBeanFrame::processEventQueue");
     s_MessagePosted = false; // this pass serves everything posted so far
-    for (;;) {
+    HRESULT hr = S_OK;
+    bool isRestDue = false;
+    for (std::optional<DWORD> begin;;) {
         std::unique_ptr<QueueEntry> entry;
         DWORD now = 0;
         DWORD delay = 0;
         {
             CComCritSecLock lock(s_EventQueueLock);
             if (s_EventQueue.empty()) {
-                return S_OK;
+                break;
             }
             now = s_TickCount();
-            entry.reset(findDueEntry(now));
+            begin = begin.value_or(now);
+            QueueEntry* const due = findDueEntry(now);
+            isRestDue = due != nullptr && static_cast<LONG>(due->dueTime - *begin) > PASS_LIMIT;
+            if (isRestDue) {
+                LOG(FINE, "leaving QueueEntries to the next message");
+                break;
+            }
+            entry.reset(due);
             if (entry) {
                 s_EventQueue.erase(entry->place);
                 s_EventIndex.erase(entry->indexPlace);
@@ -264,12 +319,17 @@ HRESULT CBeanFrame::processEventQueue()
                 s_Timers.start(timerRoutine, delay, now + delay);
             }
             LOG(FINE, "could not find QueueEntry to process");
-            return S_OK;
+            break;
         }
         LOG(FINE, "ready to process QueueEntry " << static_cast<const void*>(entry.get()));
-        RETURN_IF_FALSE(s_Instance!=NULL, E_FAIL);
+        if (!LOG_CONDITION(s_Instance!=NULL)) {
+            hr = E_FAIL;
+            break;
+        }
         s_Instance->processQueueEntry(entry.get());
     }
+    removeServedMessages(isRestDue);
+    return hr;
 }
 
 // The handler may delete this object (a client that releases it inside its sink, or the watchdog): it is not used afterwards.

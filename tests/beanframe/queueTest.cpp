@@ -20,6 +20,7 @@ namespace {
 
 using AllocateHook = ImportHook<decltype(&SysAllocStringLen)>;
 using FreeHook = ImportHook<decltype(&SysFreeString)>;
+using PeekHook = ImportHook<decltype(&PeekMessageA)>;
 using OutputHook = ImportHook<decltype(&OutputDebugStringA)>;
 using PostHook = ImportHook<decltype(&PostThreadMessageA)>;
 using TimerHook = ImportHook<decltype(&CreateTimerQueueTimer)>;
@@ -461,6 +462,96 @@ TEST_F(EventQueueTest, SwallowedMessageIsPostedAnew)
     EXPECT_EQ(processAt(1000), S_OK);
     CBeanFrame::repostSwallowedMessage();
     EXPECT_THAT(takeCalls(), ElementsAre("timer 15000 0 8", POST));
+}
+
+// On Windows a burst would fill the thread's queue, through which COM's calls arrive.
+TEST_F(EventQueueTest, PassLeavesNoMessageOfItsOwnBehind)
+{
+    for (int number = 0; number < 500; ++number) {
+        custom("burst", 1000);
+    }
+    PostHook::s_original(GetCurrentThreadId(), WM_APP + 4, 0, 0);
+    EXPECT_EQ(processAt(1000), S_OK);
+    EXPECT_THAT(target.events, SizeIs(500));
+    EXPECT_THAT(takeMessages(), ElementsAre(WM_APP + 4)) << "other messages stay";
+    takeCalls();
+    CBeanFrame::repostSwallowedMessage();
+    EXPECT_THAT(takeCalls(), IsEmpty());
+}
+
+TEST_F(EventQueueTest, EventOfWhichThePassTookTheMessageOnlyGetsAnother)
+{
+    for (const auto& [delay, calls, messages] : {std::tuple{DWORD{0}, std::vector{POST, POST}, std::vector<UINT>{32771}},
+                                                 {DWORD{16}, {std::string("timer 16 0 8"), std::string("timer 16 0 8")}, {}},
+                                                 {DWORD{17}, {std::string("timer 17 0 8")}, {}}}) {
+        custom("first", 1000);
+        takeCalls();
+        bool isQueued = false;
+        {
+            const PeekHook hook("PeekMessageA", [&](LPMSG message, HWND window, UINT first, UINT last, UINT flags) -> BOOL {
+                if (!std::exchange(isQueued, true)) {
+                    custom("second", 1000, delay);
+                }
+                return PeekHook::s_original(message, window, first, last, flags);
+            });
+            EXPECT_EQ(processAt(1000), S_OK);
+        }
+        EXPECT_EQ(takeCalls(), calls) << delay;
+        EXPECT_EQ(takeMessages(), messages) << delay;
+        EXPECT_EQ(processAt(1000 + delay), S_OK);
+        EXPECT_THAT(std::exchange(target.events, {}), ElementsAre("customEvent first", "customEvent second"));
+        takeCalls();
+    }
+}
+
+// Calls come in between, the release of the object among them.
+TEST_F(EventQueueTest, EventsThatComeFasterThanTheyAreFiredAreLeftToAnotherMessage)
+{
+    target.onFire = [&](const std::string&) { custom("next", s_now + 500); };
+    custom("first", 1000);
+    takeCalls();
+    EXPECT_EQ(processAt(1000), S_OK);
+    EXPECT_THAT(target.events, SizeIs(3)) << "due at 1000, 1500 and 2000";
+    EXPECT_THAT(takeMessages(), ElementsAre(32771));
+    target.onFire = nullptr;
+    EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
+    EXPECT_THAT(target.events, SizeIs(4));
+    EXPECT_THAT(takeMessages(), IsEmpty());
+}
+
+// Another modal loop may have swallowed all messages.
+TEST_F(EventQueueTest, EventsThatAreLeftGetAMessageOfTheirOwn)
+{
+    target.onFire = [&](const std::string&) {
+        custom("next", s_now + 1001);
+        takeMessages();
+    };
+    custom("first", 1000);
+    EXPECT_EQ(processAt(1000), S_OK);
+    EXPECT_THAT(target.events, SizeIs(1));
+    EXPECT_THAT(takeMessages(), ElementsAre(32771));
+}
+
+TEST_F(EventQueueTest, RemovalTakesNoMoreMessagesThanAQueueHolds)
+{
+    int calls = 0;
+    const PeekHook hook("PeekMessageA", [&](LPMSG message, HWND, UINT, UINT, UINT) -> BOOL {
+        ++calls;
+        message->message = WM_PROCESSEVENTQUEUE;
+        return TRUE;
+    });
+    EXPECT_EQ(processAt(1000), S_OK);
+    EXPECT_EQ(calls, 10000);
+}
+
+TEST_F(EventQueueTest, EndOfTheMessageLoopIsNotRemoved)
+{
+    custom("first", 1000);
+    PostQuitMessage(7);
+    EXPECT_EQ(processAt(1000), S_OK);
+    MSG message = {};
+    EXPECT_EQ(GetMessageA(&message, nullptr, 0, 0), FALSE);
+    EXPECT_EQ(message.wParam, 7u);
 }
 
 // Windows keeps the memory of a timer that fired until it is deleted.
