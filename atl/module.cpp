@@ -57,6 +57,17 @@ std::string executablePath()
     return std::string(buffer, length);
 }
 
+// The registry gets the path in the code page. A path that it cannot write would name a program that is not there.
+void checkPathIsInCodePage()
+{
+    wchar_t path[MAX_PATH];
+    const std::wstring_view wide(path, GetModuleFileNameW(nullptr, path, MAX_PATH));
+    const CComBSTR again(narrowText(wide.data(), wide.size()).c_str());
+    if (std::wstring_view(again, again.Length()) != wide) {
+        AtlThrow(AtlHresultFromWin32(ERROR_NO_UNICODE_TRANSLATION));
+    }
+}
+
 // A path for use between apostrophes in a registration script.
 std::string quotedForScript(const std::string& path)
 {
@@ -85,6 +96,9 @@ CAtlModule::~CAtlModule()
 HRESULT CAtlModule::UpdateRegistryFromResource(UINT id, BOOL registering) noexcept
 {
     return AtlGuard([&]() -> HRESULT {
+        if (registering != FALSE) {
+            checkPathIsInCodePage();
+        }
         CRegObject registrar(m_registrationScope);
         registrar.AddReplacement("MODULE", quotedForScript(executablePath()));
         AddCommonRGSReplacements(registrar);

@@ -10,6 +10,7 @@ namespace {
 
 using CommandLine = ImportHook<decltype(&GetCommandLineA)>;
 using Path = ImportHook<decltype(&GetModuleFileNameA)>;
+using WidePath = ImportHook<decltype(&GetModuleFileNameW)>;
 using Create = ImportHook<decltype(&RegCreateKeyExA)>;
 using Delete = ImportHook<decltype(&RegDeleteKeyA)>;
 using Load = ImportHook<decltype(&LoadTypeLibEx)>;
@@ -174,6 +175,24 @@ TEST_F(ModuleRegistrationTest, SwitchesAreWordsAfterADashOrSlashInAnyCase)
     for (const auto& [commandLine, event] : CASES) {
         EXPECT_THAT(failure(commandLine, E_ACCESSDENIED), ElementsAre(event)) << commandLine;
     }
+}
+
+TEST_F(ModuleRegistrationTest, NothingIsRegisteredWhenThePathIsNotInTheCodePage)
+{
+    ASSERT_EQ(GetACP(), 1252u);
+    static std::wstring s_widePath;
+    const WidePath hook("GetModuleFileNameW", [](HMODULE, LPWSTR buffer, DWORD) -> DWORD {
+        s_widePath.copy(buffer, s_widePath.size());
+        return static_cast<DWORD>(s_widePath.size());
+    });
+    s_widePath = L"C:\\\u00DC\\server.exe";
+    EXPECT_EQ(m_module.UpdateRegistryFromResource(101, TRUE), S_OK);
+    for (const wchar_t letter : {L'\u0422', L'\u0142'}) { // of another alphabet, and one that would become another letter
+        s_widePath[3] = letter;
+        EXPECT_EQ(m_module.UpdateRegistryFromResource(102, TRUE), HRESULT_FROM_WIN32(ERROR_NO_UNICODE_TRANSLATION));
+    }
+    EXPECT_THAT(classes(), testing::Not(testing::Contains(testing::HasSubstr("LocalServer32"))));
+    EXPECT_EQ(m_module.UpdateRegistryFromResource(101, FALSE), S_OK) << "what is there can be removed";
 }
 
 TEST_F(ModuleRegistrationTest, ScriptsKnowTheAppIdAndThePathWithQuotesAndDoubledApostrophes)
