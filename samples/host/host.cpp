@@ -71,6 +71,25 @@ std::string systemText(HRESULT hr)
     return std::format("0x{:08X}{}{}", static_cast<unsigned>(hr), *text ? " " : "", text);
 }
 
+std::string frameName(int frameId)
+{
+    return std::format("kesta_frame_{}", frameId);
+}
+
+// The server's frame: its id is also the server's process. Any program could give a window such a name.
+HWND findFrame(int frameId)
+{
+    HWND window = nullptr;
+    while ((window = FindWindowExA(nullptr, window, nullptr, frameName(frameId).c_str())) != nullptr) {
+        DWORD process = 0;
+        GetWindowThreadProcessId(window, &process);
+        if (process == static_cast<DWORD>(frameId)) {
+            break;
+        }
+    }
+    return window;
+}
+
 // Receives the control's events as IDispatch calls with one text each, on the thread that connected the sink. The server queues
 // them, so the Java thread that raised one does not wait.
 class CEventSink final : public IDispatch
@@ -204,15 +223,15 @@ void CHost::connect()
 // A Java thread may show the frame some time after the creation of the object; later the same timer notices when it is gone.
 void CHost::lookForFrame()
 {
-    const std::string name = std::format("kesta_frame_{}", m_frameID);
     if (m_frame != nullptr) {
         if (!IsWindow(m_frame)) {
             fail("The server process has ended, and the control with it.", "Close this window and start the program again.");
         }
-    } else if (HWND frame = FindWindowA(nullptr, name.c_str())) {
+    } else if (HWND frame = findFrame(m_frameID)) {
         takeIn(frame);
     } else if (GetTickCount64() > m_deadline) {
-        fail("The control's frame did not appear.", std::format("There is no window with the name {}.", name));
+        fail("The control's frame did not appear.",
+             std::format("The server has no window with the name {}.", frameName(m_frameID)));
     }
 }
 
@@ -231,7 +250,7 @@ void CHost::takeIn(HWND frame)
     }
     m_panel.setPaneText("");
     fitFrame();
-    printStep(std::format("kesta_frame_{} is in the window", m_frameID));
+    printStep(frameName(m_frameID) + " is in the window");
 
     // Chooses the control, and lets the frame take the keyboard focus, so that its text field accepts typing.
     _bstr_t used;
