@@ -4,8 +4,12 @@
 #include "atl/atl.h"
 #include "javabridge/SharedText.h"
 
+#include <gmock/gmock.h>
+
 #include <cstdlib>
+#include <fstream>
 #include <functional>
+#include <set>
 
 namespace {
 
@@ -50,7 +54,7 @@ protected:
     }
 
     // Starts the machine that the private registry names.
-    void startMachine(const std::string& jar, int version = 21, const std::string& option = "")
+    void startMachine(const std::string& jar, int version = 21, const Strings& options = {})
     {
         fixtures::RegistryScratch machine(HKEY_LOCAL_MACHINE);
         machine.createKey(RUNTIMES);
@@ -58,8 +62,8 @@ protected:
         machine.setString(RUNTIMES_NEW + "\\" + std::to_string(version), "RuntimeLib",
                           runtimeFolder(version) + "\\bin\\server\\jvm.dll");
         machine.createKey(PREFERENCES, KEY_WOW64_32KEY);
-        if (!option.empty()) {
-            machine.setString(PREFERENCES, "jvm_option_1", option, KEY_WOW64_32KEY);
+        for (size_t index = 0; index < options.size(); ++index) {
+            machine.setString(PREFERENCES, "jvm_option_" + std::to_string(index), options[index], KEY_WOW64_32KEY);
         }
         const std::string basisControl = besideExecutable(jar);
         CJavaManagerJNIClient::createInstance(basisControl.c_str());
@@ -71,9 +75,9 @@ protected:
         return client()->startBean(&bean, &frame, &frameID, package.c_str(), name.c_str());
     }
     // Machine, bean, frame and listener.
-    void startControl(int version = 21, const std::string& option = "")
+    void startControl(int version = 21, const Strings& options = {})
     {
-        startMachine("whole.jar", version, option);
+        startMachine("whole.jar", version, options);
         ASSERT_EQ(startBean(), S_OK);
         ASSERT_EQ(client()->regEventListener(&listener, frame, bean), S_OK);
     }
@@ -121,7 +125,7 @@ class CheckedTest : public VmTest, public testing::WithParamInterface<const char
 // The whole life of a control, as the frame and the control see it.
 TEST_P(CheckedTest, ControlLivesInItsFrame)
 {
-    startControl(21, GetParam());
+    startControl(21, {GetParam()});
     log.takeErrors();
     const std::string thisFrame = "frame kesta_frame_" + std::to_string(GetCurrentProcessId());
     EXPECT_EQ(callMethod(L"calls", L""), CComBSTR(("control," + thisFrame +
@@ -155,6 +159,54 @@ TEST_P(CheckedTest, ControlLivesInItsFrame)
 
 INSTANTIATE_TEST_SUITE_P(Jni, CheckedTest, testing::Values("-Dkestatest.checked=no", "-Xcheck:jni"),
                          [](const auto& info) { return info.index == 0 ? "Unchecked" : "Checked"; });
+
+// What a machine that checks JNI calls says of failing ones. It writes to its log file only.
+TEST_F(VmTest, OnlyTheCaptureOfAnExceptionBreaksARuleOfJni)
+{
+    const fixtures::TemporaryFolder folder(fixtures::TemporaryFolder::Removal::MayFail); // the machine keeps its log open
+    const std::string file = folder.path("vm.log");
+    startControl(21, {"-Xcheck:jni", "-Dkestatest.failing=everyCall", "-XX:+UnlockDiagnosticVMOptions", "-XX:+LogVMOutput",
+                      "-XX:-DisplayVMOutput", "-XX:LogFile=" + file});
+    CJavaManagerJNIClient* const java = client();
+    const CComBSTR text(L"text");
+    const std::pair<const char*, std::function<HRESULT()>> calls[] = {
+        {"callMethod", [&] { return java->callMethod(bean, text, text, &result); }},
+        {"callMethodCompressed", [&] { return java->callMethodCompressed(bean, text, 1, text, &result); }},
+        {"displayDebugConsole", [&] { return java->displayDebugConsole(bean, &result); }},
+        {"free", [&] { return java->free(bean, &result); }},
+        {"getBasisControlVersionInfo", [&] { return java->getBasisControlVersionInfo(bean, &result); }},
+        {"getProperty", [&] { return java->getProperty(bean, text, &result); }},
+        {"getVersionInfo", [&] { return java->getVersionInfo(bean, text, &result); }},
+        {"setLogLevel", [&] { return java->setLogLevel(bean, 1, &result); }},
+        {"setProperty", [&] { return java->setProperty(bean, text, text, &result); }},
+        {"setUsedControl", [&] { return java->setUsedControl(frame, bean, text, text, &result); }},
+        {"updateVersion", [&] { return java->updateVersion(bean, text, &result); }},
+        {"setFrameVisible", [&] { return java->setFrameVisible(frame, true); }},
+        {"setFrameEnabled", [&] { return java->setFrameEnabled(frame, true); }},
+        {"setFrameBounds", [&] { return java->setFrameBounds(frame, 1, 2, 3, 4); }},
+        {"addBean", [&] { return java->addBean(frame, bean); }},
+        {"testBridge", [&] { return java->testBridge(listener, L"text", -1, 0); }},
+    };
+    for (const auto& [name, call] : calls) {
+        EXPECT_EQ(call(), E_FAIL) << name;
+    }
+    EXPECT_EQ(java->stopBean(bean, frame, listener), S_OK);
+    bean = frame = listener = nullptr;
+    // Those with a Java method below them are Java's own.
+    std::set<std::string> warnings;
+    std::string previous;
+    std::ifstream lines(file);
+    for (std::string line; std::getline(lines, line); previous = line) {
+        if ((previous.starts_with("WARNING") || previous.starts_with("FATAL")) && !line.starts_with("\tat ")) {
+            warnings.insert(previous.substr(0, previous.find_last_not_of('\r') + 1));
+        }
+    }
+    // Both come from the capture: deliberately, the exception stays pending while its name and message are asked for.
+    EXPECT_THAT(warnings,
+                testing::ElementsAre("WARNING in native method: JNI call made with exception pending",
+                                     "WARNING in native method: JNI call made without checking exceptions when required to from "
+                                     "CallObjectMethodV"));
+}
 
 TEST_F(VmTest, EveryForwardedMethodAnswers)
 {
@@ -341,7 +393,7 @@ TEST_P(FailedStartTest, SaysWhatFailed)
 {
     const SFailedStart& start = GetParam();
     const size_t dot = start.bean.rfind('.');
-    startMachine(start.jar, 21, "-Dkestatest.failing=" + start.failing);
+    startMachine(start.jar, 21, {"-Dkestatest.failing=" + start.failing});
     log.take();
     Strings errors;
     if (startBean(start.bean.substr(0, dot), start.bean.substr(dot + 1)) == E_FAIL) {

@@ -14,6 +14,7 @@ public class Control extends Panel {
     }
 
     public String callMethod(String name, String argument) {
+        Failing.in("everyCall");
         switch (name) {
             case "calls":
                 return Calls.take();
@@ -38,44 +39,54 @@ public class Control extends Panel {
     }
 
     public String callMethodCompressed(String first, int number, String second) {
+        Failing.in("everyCall");
         return first + "|" + number + "|" + second;
     }
 
     public String displayDebugConsole() {
+        Failing.in("everyCall");
         return "console";
     }
 
     public String free() {
+        Failing.in("everyCall");
         Calls.note("free");
         return "freed";
     }
 
     public String getBasisControlVersionInfo() {
+        Failing.in("everyCall");
         return "basis version";
     }
 
     public String getProperty(String name) {
+        Failing.in("everyCall");
         return null;
     }
 
     public String getVersionInfo(String name) {
+        Failing.in("everyCall");
         return "version of " + name;
     }
 
     public String setLogLevel(int level) {
+        Failing.in("everyCall");
         return "level " + level;
     }
 
     public String setProperty(String name, String value) {
+        Failing.in("everyCall");
         return name + "=" + value;
     }
 
     public String setUsedControl(String name, String argument) {
+        Failing.in("everyCall");
         Calls.note("setUsedControl");
         return name + "|" + argument;
     }
 
     public String updateVersion(String name) {
+        Failing.in("everyCall");
         return "updated " + name;
     }
 

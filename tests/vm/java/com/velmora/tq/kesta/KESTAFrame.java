@@ -32,12 +32,14 @@ public class KESTAFrame extends Frame {
 
     @Override
     public void setVisible(boolean visible) {
+        Failing.in("everyCall");
         Calls.note("setVisible " + visible);
         super.setVisible(visible);
     }
 
     @Override
     public void setEnabled(boolean enabled) {
+        Failing.in("everyCall");
         Calls.note("setEnabled " + enabled);
         super.setEnabled(enabled);
     }
@@ -45,23 +47,27 @@ public class KESTAFrame extends Frame {
     /** The arguments are what happened to be on the stack, and are not used. */
     @Override
     public void setBounds(int x, int y, int width, int height) {
+        Failing.in("everyCall");
         Calls.note("setBounds");
     }
 
     @Override
     public Component add(Component component) {
+        Failing.in("everyCall");
         Calls.note("add " + component.getClass().getName());
         return super.add(component);
     }
 
     @Override
     public void remove(Component component) {
+        Failing.in("everyCall");
         Calls.note("remove " + component.getClass().getName());
         super.remove(component);
     }
 
     @Override
     public void dispose() {
+        Failing.in("everyCall");
         Calls.note("dispose");
         super.dispose();
     }
