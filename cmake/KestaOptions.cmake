@@ -16,6 +16,13 @@ if(KESTA_COVERAGE)
     target_link_options(kesta_options INTERFACE --coverage)
 endif()
 
+# The trap needs no runtime library, which this target does not have.
+option(KESTA_UBSAN "Undefined behaviour ends the program with an illegal instruction" OFF)
+if(KESTA_UBSAN)
+    target_compile_options(kesta_options INTERFACE
+        $<$<COMPILE_LANGUAGE:CXX>:-fsanitize=undefined -fsanitize-undefined-trap-on-error>)
+endif()
+
 # kesta_jni: jni.h and the Windows jni_md.h of the pinned runtime.
 add_library(kesta_jni INTERFACE)
 if(NOT DEFINED ENV{KESTA_JNI_INCLUDE})
