@@ -223,6 +223,20 @@ std::string ServerTest::logTail() const
     return text;
 }
 
+std::string ServerTest::clientCommand(const char* role)
+{
+    return "\"" + programFolder() + "\\process_client.exe\" " + role;
+}
+
+std::shared_ptr<CProcess> ServerTest::serverOf(CProgram& client)
+{
+    if (!client.waitForOutput("frame ")) {
+        throw std::runtime_error("the client has no frame: " + client.output());
+    }
+    const DWORD id = static_cast<DWORD>(std::stoul(client.output().substr(client.output().find("frame ") + 6)));
+    return monitor.senders().at(id);
+}
+
 std::string messageOf(const LogLine& line)
 {
     return line.body.substr(std::min(line.body.find_first_not_of(' '), line.body.size()));

@@ -100,6 +100,10 @@ protected:
     std::shared_ptr<CProcess> waitForNewServer(const std::vector<DWORD>& known);
     std::string logTail() const;
 
+    // The command line of a client process (clientMain.cpp), and the server that such a process was given.
+    static std::string clientCommand(const char* role);
+    std::shared_ptr<CProcess> serverOf(CProgram& client);
+
     CApartment apartment;
     CSettings settings;
     CDebugMonitor monitor;

@@ -2,6 +2,9 @@
 //   hold           pushes its window, takes the frame in, and releases everything when a line arrives on its standard input
 //   hold-unpushed  the same without pushing a window
 //   die-in-call    pushes its window, prints "sleeping" and calls a method that takes 40 seconds; the test ends it meanwhile
+//   hang-in-sink   pushes its window, has a Java timer raise events, prints "hanging" inside its sink and stays there
+//   exit, exitInEvents   pushes its window, prints "calling" and calls the method of this name, which ends the server's process
+//   hold-factory   keeps the class object, too
 //   die-in-sink    pushes its window, has a Java timer raise events and ends itself inside its sink, while the server waits for
 //   it
 #include "tests/process/Client.h"
@@ -19,7 +22,11 @@ constexpr size_t EVENTS_BEFORE_DEATH = 20;
 int serve(const std::string& role)
 {
     ATL::CComPtr<IJavaManager> manager;
-    if (FAILED(manager.CoCreateInstance(CLSID_JavaManager, CLSCTX_LOCAL_SERVER))) {
+    ATL::CComPtr<IClassFactory> factory;
+    const HRESULT created = role != "hold-factory"
+                                ? manager.CoCreateInstance(CLSID_JavaManager, CLSCTX_LOCAL_SERVER)
+                                : CoGetClassObject(CLSID_JavaManager, CLSCTX_LOCAL_SERVER, nullptr, IID_PPV_ARGS(&factory));
+    if (FAILED(created) || (factory != nullptr && FAILED(factory->CreateInstance(nullptr, IID_PPV_ARGS(&manager))))) {
         return 1;
     }
     int frameId = 0;
@@ -44,6 +51,19 @@ int serve(const std::string& role)
         std::printf("sleeping\n");
         std::fflush(stdout);
         callMethod(manager, "sleep", "40000");
+    }
+    if (role.starts_with("exit")) {
+        std::printf("calling\n");
+        std::fflush(stdout);
+        callMethod(manager, role.c_str(), "3");
+    }
+    if (role == "hang-in-sink") {
+        sink.reaction = [](const CSink::Event&) {
+            std::printf("hanging\n");
+            std::fflush(stdout);
+            Sleep(INFINITE);
+        };
+        callMethod(manager, "startTimer", "10");
     }
     if (role == "die-in-sink") {
         sink.reaction = [&](const CSink::Event&) {

@@ -1,108 +1,13 @@
-// Faults of clients, controls and other programs: what the server does about each, and how it ends.
-//
-// LongFaultTest takes more than ten seconds for each test and belongs to ./test fault only.
-#include "tests/process/ServerFixture.h"
+// Faults of clients, controls and other programs while a server runs: what it does about each.
+#include "tests/process/FaultFixture.h"
 
 #include <gmock/gmock.h>
-#include <psapi.h>
-#include <tlhelp32.h>
-
-#include <format>
-#include <limits>
 
 namespace fixtures {
 namespace {
 
 using ATL::CComBSTR;
 using testing::HasSubstr;
-
-constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
-
-class FaultTest : public ServerTest
-{
-protected:
-    // With a sink and the frame in a window.
-    struct Client
-    {
-        explicit Client(SManager& created)
-            : manager(created)
-            , connection(std::in_place, created.object, sink)
-        {
-            EXPECT_TRUE(window.takeIn(manager.frameId()));
-            EXPECT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
-            EXPECT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
-        }
-        std::string call(const char* name, const std::string& argument) const
-        {
-            return callMethod(manager.object, name, argument.c_str());
-        }
-        HRESULT result(const char* name, const std::string& argument) const
-        {
-            return fixtures::call(manager.object, callMethodId, name, argument.c_str()).result;
-        }
-
-        SManager& manager;
-        const DISPID callMethodId = memberId(manager.object, L"callMethod");
-        CSink sink;
-        CClientWindow window;
-        std::optional<CConnection> connection;
-    };
-
-    // The thread that the process began with. COM's windows do not tell it: Java's window thread has such a window too.
-    static DWORD mainThread(DWORD process)
-    {
-        const ATL::CHandle all(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
-        THREADENTRY32 entry = {};
-        entry.dwSize = sizeof entry;
-        DWORD oldest = 0;
-        ULONGLONG oldestTime = std::numeric_limits<ULONGLONG>::max();
-        for (BOOL isThere = Thread32First(all, &entry); isThere != FALSE; isThere = Thread32Next(all, &entry)) {
-            const ATL::CHandle thread(
-                entry.th32OwnerProcessID == process ? OpenThread(THREAD_QUERY_INFORMATION, FALSE, entry.th32ThreadID) : nullptr);
-            FILETIME begin = {};
-            FILETIME other = {};
-            if (thread != nullptr && GetThreadTimes(thread, &begin, &other, &other, &other) != FALSE &&
-                ULARGE_INTEGER{{begin.dwLowDateTime, begin.dwHighDateTime}}.QuadPart < oldestTime) {
-                oldestTime = ULARGE_INTEGER{{begin.dwLowDateTime, begin.dwHighDateTime}}.QuadPart;
-                oldest = entry.th32ThreadID;
-            }
-        }
-        return oldest;
-    }
-    // Milliseconds.
-    template <class Body>
-    static ULONGLONG duration(Body&& body)
-    {
-        const ULONGLONG begin = GetTickCount64();
-        body();
-        return GetTickCount64() - begin;
-    }
-    // The window of the frame inside a pane; null without it.
-    static HWND frameIn(const CClientWindow& window, int frameId)
-    {
-        return FindWindowExA(window.pane(), nullptr, nullptr, std::format("kesta_frame_{}", frameId).c_str());
-    }
-    static bool livesFor(const CProcess& server, DWORD milliseconds)
-    {
-        return !pumpUntil([&] { return !server.isRunning(); }, {server.handle()}, milliseconds);
-    }
-    // Also that the server still answers after the last call, and ends.
-    void expectFailures(int calls, const char* name, const std::string& argument)
-    {
-        SManager manager = create();
-        Client client(manager);
-        for (int number = 0; number < calls; ++number) {
-            ASSERT_EQ(client.result(name, argument), E_FAIL);
-        }
-        EXPECT_EQ(client.call("echo", "there"), "there");
-        client.connection.reset();
-        release(manager);
-    }
-};
-
-class LongFaultTest : public FaultTest
-{
-};
 
 TEST_F(FaultTest, EventsWhileThePaneHasNoParentAreDroppedAndTheServerLives)
 {
@@ -119,6 +24,30 @@ TEST_F(FaultTest, EventsWhileThePaneHasNoParentAreDroppedAndTheServerLives)
     EXPECT_FALSE(client.sink.has(CUSTOM_EVENT, "dropped"));
     client.connection.reset();
     release(manager);
+}
+
+// In front of all others, so that a search by name finds it first.
+TEST_F(FaultTest, ForeignWindowWithTheFramesNameIsNotTakenIn)
+{
+    CProgram host("\"" + buildFolder() + "\\KESTAhost.exe\" /control TestControl");
+    const std::shared_ptr<CProcess> server = waitForNewServer({});
+    ASSERT_TRUE(server);
+    const std::string name = std::format("kesta_frame_{}", server->id());
+    const HWND foreign = CreateWindowExA(WS_EX_TOPMOST, "STATIC", name.c_str(), WS_POPUP | WS_VISIBLE, 0, 0, 50, 50, nullptr,
+                                         nullptr, nullptr, nullptr);
+    EXPECT_TRUE(host.waitForOutput(name + " is in the window"));
+    EXPECT_EQ(FindWindowA(nullptr, name.c_str()), foreign) << "the frame is no top-level window any more";
+    EXPECT_EQ(GetAncestor(foreign, GA_PARENT), GetDesktopWindow());
+    DestroyWindow(foreign);
+    for (HWND window = nullptr; (window = FindWindowExA(nullptr, window, nullptr, nullptr)) != nullptr;) {
+        DWORD process = 0;
+        GetWindowThreadProcessId(window, &process);
+        if (process == host.process().id()) {
+            PostMessageA(window, WM_CLOSE, 0, 0);
+        }
+    }
+    EXPECT_EQ(host.process().exitCode(), 0u);
+    expectEnd(*server);
 }
 
 TEST_F(FaultTest, ShutdownHookAndThreadsThatGoOnDoNotKeepTheServer)
@@ -239,12 +168,6 @@ TEST_F(LongFaultTest, MemoryDoesNotGrowWithDelayedEvents)
     setLogLevel(0);
     SManager manager = create();
     Client client(manager);
-    const auto privateBytes = [&] {
-        const ATL::CHandle process(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, manager.server->id()));
-        PROCESS_MEMORY_COUNTERS_EX counters = {};
-        EXPECT_TRUE(GetProcessMemoryInfo(process, reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters));
-        return counters.PrivateUsage;
-    };
     size_t expected = client.sink.events.size();
     const auto raise = [&](int count) {
         for (int number = 0; number < count; ++number) {
@@ -256,9 +179,9 @@ TEST_F(LongFaultTest, MemoryDoesNotGrowWithDelayedEvents)
         expected = 0;
     };
     raise(10000); // Java's heap and compiled code grow first
-    const SIZE_T before = privateBytes();
+    const SIZE_T before = privateBytes(manager.server->id());
     raise(100000);
-    const SIZE_T after = privateBytes();
+    const SIZE_T after = privateBytes(manager.server->id());
     std::printf("private bytes: %zu before, %zu after\n", before, after);
     EXPECT_LE(after, before + 2 * 1024 * 1024);
     client.connection.reset();
@@ -312,13 +235,72 @@ TEST_F(LongFaultTest, MinimisedHiddenAndDisabledWindowsAreAlive)
     release(manager);
 }
 
+// Events of a client that hangs wait in memory. Once it has died, its server's wait for the sink fails.
+TEST_F(LongFaultTest, ClientThatHangsInItsSinkAndDiesEndsItsServer)
+{
+    setLogLevel(WARNINGS);
+    CProgram client(clientCommand("hang-in-sink"));
+    ASSERT_TRUE(client.waitForOutput("hanging"));
+    const std::vector<DWORD> servers = processesNamed("KESTAx64.exe");
+    ASSERT_EQ(servers.size(), 1u);
+    const CProcess server(servers.front());
+    const SIZE_T before = privateBytes(server.id());
+    EXPECT_TRUE(livesFor(server, 60000));
+    std::printf("private bytes: %zu before, %zu after 60 s\n", before, privateBytes(server.id()));
+    client.process().kill(7);
+    EXPECT_LE(duration([&] { expectEnd(server); }), 20000u);
+}
+
+// The latest comes first, so the first one waits until the burst is over.
+TEST_F(LongFaultTest, OverloadLosesNothingAndCallsAreAnsweredMeanwhile)
+{
+    constexpr size_t EVENTS = 20000;
+    constexpr DWORD BURST = 20000; // ms
+    setLogLevel(0);
+    SManager manager = create();
+    Client client(manager);
+    bool isMarked = false;
+    size_t seen = 0;
+    ULONGLONG longest = 0;
+    ULONGLONG end = 0;
+    client.sink.reaction = [&](const CSink::Event& event) {
+        if (event.text == "begin") {
+            EXPECT_EQ(client.call("raise", "marked"), "marked");
+            Sleep(100);
+            EXPECT_EQ(client.call("burst", "5000;4;4"), "20000");
+            Sleep(100);
+            isMarked = true;
+            end = GetTickCount64() + BURST;
+        } else if (isMarked && GetTickCount64() < end + 2000) {
+            Sleep(3);
+        }
+        if (++seen % 500 == 0) {
+            longest = std::max(longest, duration([&] { EXPECT_EQ(client.call("echo", "there"), "there"); }));
+        }
+    };
+    client.sink.events.clear();
+    EXPECT_EQ(client.call("raise", "begin"), "begin");
+    EXPECT_TRUE(pumpUntil([&] { return client.sink.events.size() == EVENTS + 2; }, {}, 120000));
+    EXPECT_EQ(client.sink.events.back().text, "marked");
+    for (int sender = 1; sender <= 4; ++sender) {
+        for (int number = 1; number <= 5000; ++number) {
+            ASSERT_EQ(std::erase_if(
+                          client.sink.events,
+                          [&](const CSink::Event& event) { return event.text == std::format("burst 1.{}.{}", sender, number); }),
+                      1u);
+        }
+    }
+    std::printf("a call took at most %llu ms\n", longest);
+    EXPECT_LE(longest, 1000u);
+    client.connection.reset();
+    release(manager);
+}
+
 // Java cannot be interrupted: the watchdog's next check comes when the call has returned.
 TEST_F(LongFaultTest, ClientThatDiesWhileJavaIsBusyEndsItsServerWhenTheCallReturns)
 {
-    CProgram client("\"" + programFolder() + "\\process_client.exe\" die-in-call");
-    ASSERT_TRUE(client.waitForOutput("frame "));
-    const DWORD id = static_cast<DWORD>(std::stoul(client.output().substr(client.output().find("frame ") + 6)));
-    const std::shared_ptr<CProcess> server = monitor.senders().at(id);
+    CProgram client(clientCommand("die-in-call"));
+    const std::shared_ptr<CProcess> server = serverOf(client);
     ASSERT_TRUE(client.waitForOutput("sleeping"));
     Sleep(1000);
     client.process().kill(7);

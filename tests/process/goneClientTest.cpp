@@ -15,17 +15,6 @@ constexpr DWORD CLOCK_STEP = 100;        // by which the clocks of two processes
 class GoneClientTest : public ServerTest
 {
 protected:
-    // Starts a client process and finds the server that it was given.
-    std::shared_ptr<CProcess> serverOf(CProgram& client)
-    {
-        if (!client.waitForOutput("frame ")) {
-            throw std::runtime_error("the client has no frame: " + client.output());
-        }
-        const DWORD id = static_cast<DWORD>(std::stoul(client.output().substr(client.output().find("frame ") + 6)));
-        return monitor.senders().at(id);
-    }
-    static std::string command(const char* role) { return "\"" + programFolder() + "\\process_client.exe\" " + role; }
-
     // The watchdog releases the object, no matter how often it has to, and the process ends as usual.
     void expectForcedRelease(const CProcess& server)
     {
@@ -122,7 +111,7 @@ TEST_F(GoneClientTest, TopLevelWindowThatIsPushedLastEndsTheServer)
 
 TEST_F(GoneClientTest, ProcessThatDiesInsideItsSinkEndsItsServer)
 {
-    CProgram client(command("die-in-sink"));
+    CProgram client(clientCommand("die-in-sink"));
     const std::shared_ptr<CProcess> server = serverOf(client);
     EXPECT_EQ(client.process().exitCode(), 7u);
     expectForcedRelease(*server);
@@ -133,7 +122,7 @@ TEST_F(GoneClientTest, ProcessThatDiesInsideItsSinkEndsItsServer)
 
 TEST_F(GoneClientTest, ProcessThatDiesBeforeItPushedItsWindowLeavesAServerThatGoesOn)
 {
-    CProgram client(command("hold-unpushed"));
+    CProgram client(clientCommand("hold-unpushed"));
     const std::shared_ptr<CProcess> server = serverOf(client);
     client.process().kill(9);
     EXPECT_EQ(client.process().exitCode(), 9u);

@@ -36,6 +36,9 @@ public final class TestControl implements Control {
     @Override
     public void open(Context surroundings) {
         context = surroundings;
+        if (Boolean.getBoolean("kesta.test.exitInOpen")) {
+            System.exit(3);
+        }
         properties = context.state(new TreeMap<>());
     }
 
@@ -100,6 +103,15 @@ public final class TestControl implements Control {
             case "blockClose":
                 closing = Integer.parseInt(argument);
                 return argument;
+            case "exit":
+                System.exit(Integer.parseInt(argument));
+                return argument;
+            case "exitInEvents":
+                EventQueue.invokeLater(() -> System.exit(Integer.parseInt(argument)));
+                return argument;
+            case "raiseForEver":
+                raiseForEver(Integer.parseInt(argument));
+                return argument;
             case "recurse":
                 return call(name, argument + "x");
             case "nullDereference":
@@ -157,6 +169,20 @@ public final class TestControl implements Control {
                 pause(period);
             }
         });
+    }
+
+    /** Threads that nothing stops, not even the control's end. */
+    private void raiseForEver(int threads) {
+        for (int thread = 1; thread <= threads; ++thread) {
+            Thread raising = new Thread(() -> {
+                while (true) {
+                    context.raise("for ever");
+                    pause(1);
+                }
+            });
+            raising.setDaemon(true);
+            raising.start();
+        }
     }
 
     private static void pause(int milliseconds) {

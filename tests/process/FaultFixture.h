@@ -1,0 +1,111 @@
+// The base of the tests of faults: a client with a sink and the frame in a window, and the parts that several faults need.
+//
+// LongFaultTest takes more than ten seconds for each test and belongs to ./test fault only.
+#pragma once
+
+#include "tests/process/ServerFixture.h"
+
+#include <psapi.h>
+#include <tlhelp32.h>
+
+#include <format>
+#include <limits>
+
+namespace fixtures {
+
+constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
+
+class FaultTest : public ServerTest
+{
+protected:
+    // With a sink and the frame in a window.
+    struct Client
+    {
+        explicit Client(SManager& created)
+            : manager(created)
+            , connection(std::in_place, created.object, sink)
+        {
+            EXPECT_TRUE(window.takeIn(manager.frameId()));
+            EXPECT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
+            EXPECT_TRUE(pumpUntil([&] { return sink.has(CONTROL_READY, "QMRTWinControl 1.0.0"); }));
+        }
+        std::string call(const char* name, const std::string& argument) const
+        {
+            return callMethod(manager.object, name, argument.c_str());
+        }
+        HRESULT result(const char* name, const std::string& argument) const
+        {
+            return fixtures::call(manager.object, callMethodId, name, argument.c_str()).result;
+        }
+
+        SManager& manager;
+        const DISPID callMethodId = memberId(manager.object, L"callMethod");
+        CSink sink;
+        CClientWindow window;
+        std::optional<CConnection> connection;
+    };
+
+    // The thread that the process began with. COM's windows do not tell it: Java's window thread has such a window too.
+    static DWORD mainThread(DWORD process)
+    {
+        const ATL::CHandle all(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+        THREADENTRY32 entry = {};
+        entry.dwSize = sizeof entry;
+        DWORD oldest = 0;
+        ULONGLONG oldestTime = std::numeric_limits<ULONGLONG>::max();
+        for (BOOL isThere = Thread32First(all, &entry); isThere != FALSE; isThere = Thread32Next(all, &entry)) {
+            const ATL::CHandle thread(
+                entry.th32OwnerProcessID == process ? OpenThread(THREAD_QUERY_INFORMATION, FALSE, entry.th32ThreadID) : nullptr);
+            FILETIME begin = {};
+            FILETIME other = {};
+            if (thread != nullptr && GetThreadTimes(thread, &begin, &other, &other, &other) != FALSE &&
+                ULARGE_INTEGER{{begin.dwLowDateTime, begin.dwHighDateTime}}.QuadPart < oldestTime) {
+                oldestTime = ULARGE_INTEGER{{begin.dwLowDateTime, begin.dwHighDateTime}}.QuadPart;
+                oldest = entry.th32ThreadID;
+            }
+        }
+        return oldest;
+    }
+    // Milliseconds.
+    template <class Body>
+    static ULONGLONG duration(Body&& body)
+    {
+        const ULONGLONG begin = GetTickCount64();
+        body();
+        return GetTickCount64() - begin;
+    }
+    // The window of the frame inside a pane; null without it.
+    static HWND frameIn(const CClientWindow& window, int frameId)
+    {
+        return FindWindowExA(window.pane(), nullptr, nullptr, std::format("kesta_frame_{}", frameId).c_str());
+    }
+    static bool livesFor(const CProcess& server, DWORD milliseconds)
+    {
+        return !pumpUntil([&] { return !server.isRunning(); }, {server.handle()}, milliseconds);
+    }
+    static SIZE_T privateBytes(DWORD id)
+    {
+        const ATL::CHandle process(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, id));
+        PROCESS_MEMORY_COUNTERS_EX counters = {};
+        EXPECT_TRUE(GetProcessMemoryInfo(process, reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters));
+        return counters.PrivateUsage;
+    }
+    // Also that the server still answers after the last call, and ends.
+    void expectFailures(int calls, const char* name, const std::string& argument)
+    {
+        SManager manager = create();
+        Client client(manager);
+        for (int number = 0; number < calls; ++number) {
+            ASSERT_EQ(client.result(name, argument), E_FAIL);
+        }
+        EXPECT_EQ(client.call("echo", "there"), "there");
+        client.connection.reset();
+        release(manager);
+    }
+};
+
+class LongFaultTest : public FaultTest
+{
+};
+
+} // namespace fixtures
