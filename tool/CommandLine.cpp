@@ -150,7 +150,7 @@ void addAccept(CLI::App& app, Output& output)
     verb.add_flag("--long", order->isLong, "Also what takes minutes: 200 starts, a client that is killed early");
     verb.callback([order, &output] {
         AcceptResult result = runAcceptance(*order, output.isJson ? std::cerr : output.stream);
-        const std::string page = std::filesystem::absolute(order->page).string();
+        const std::string page = fromPath(std::filesystem::absolute(toPath(order->page)));
         result.findings.setNextStep("send this page to the makers: " + page);
         output.exitCode = printResult(result.findings, result.details, output.isJson, output.isColoured, output.stream);
     });

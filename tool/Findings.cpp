@@ -39,14 +39,19 @@ const char* colourOf(Verdict verdict)
     }
 }
 
-std::string converted(const std::string& text, UINT from, UINT to)
+std::wstring widened(const std::string& text, UINT from)
 {
     std::wstring wide(text.size(), L'\0'); // no code page makes more units than bytes
-    const int length =
-        MultiByteToWideChar(from, 0, text.data(), static_cast<int>(text.size()), wide.data(), static_cast<int>(wide.size()));
-    std::string result(static_cast<size_t>(length) * 4, '\0');
-    result.resize(static_cast<size_t>(
-        WideCharToMultiByte(to, 0, wide.data(), length, result.data(), static_cast<int>(result.size()), nullptr, nullptr)));
+    const auto size = static_cast<int>(text.size());
+    wide.resize(static_cast<size_t>(MultiByteToWideChar(from, 0, text.data(), size, wide.data(), size)));
+    return wide;
+}
+
+std::string narrowed(const std::wstring& wide, UINT to)
+{
+    std::string result(wide.size() * 4, '\0');
+    result.resize(static_cast<size_t>(WideCharToMultiByte(to, 0, wide.data(), static_cast<int>(wide.size()), result.data(),
+                                                          static_cast<int>(result.size()), nullptr, nullptr)));
     return result;
 }
 
@@ -54,12 +59,22 @@ std::string converted(const std::string& text, UINT from, UINT to)
 
 std::string toUtf8(const std::string& narrow)
 {
-    return converted(narrow, CP_ACP, CP_UTF8);
+    return narrowed(widened(narrow, CP_ACP), CP_UTF8);
 }
 
 std::string fromUtf8(const std::string& utf8)
 {
-    return converted(utf8, CP_UTF8, CP_ACP);
+    return narrowed(widened(utf8, CP_UTF8), CP_ACP);
+}
+
+std::filesystem::path toPath(const std::string& narrow)
+{
+    return widened(narrow, CP_ACP);
+}
+
+std::string fromPath(const std::filesystem::path& path)
+{
+    return narrowed(path.native(), CP_ACP);
 }
 
 void CFindings::fault(std::string area, std::string subject, std::string state, std::string remedy)

@@ -5,6 +5,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <filesystem>
 #include <iosfwd>
 #include <string>
 #include <utility>
@@ -56,3 +57,7 @@ private:
 // Narrow text of Windows as UTF-8, and back.
 std::string toUtf8(const std::string& narrow);
 std::string fromUtf8(const std::string& utf8);
+
+// The same for paths: the standard library takes narrow ones for UTF-8, and throws when they are not.
+std::filesystem::path toPath(const std::string& narrow);
+std::string fromPath(const std::filesystem::path& path);

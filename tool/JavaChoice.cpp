@@ -85,8 +85,7 @@ LSTATUS enter(const std::string& name, const std::string& home, const std::strin
 
 std::string nameFor(const RuntimeFile& runtime, const std::string& folder)
 {
-    std::string name =
-        OWN_PREFIX + (runtime.javaVersion.empty() ? std::filesystem::path(folder).filename().string() : runtime.javaVersion);
+    std::string name = OWN_PREFIX + (runtime.javaVersion.empty() ? fromPath(toPath(folder).filename()) : runtime.javaVersion);
     std::ranges::replace_if(name, [](char character) { return character == '-' || character == ',' || character == '\\'; }, '.');
     return name;
 }
@@ -123,7 +122,7 @@ CFindings useRuntime(const std::string& folder, bool withoutStart)
 {
     CFindings findings;
     std::error_code error;
-    const std::string home = std::filesystem::absolute(folder, error).string();
+    const std::string home = fromPath(std::filesystem::absolute(toPath(folder), error));
     const std::string library = libraryBelow(home);
     const RuntimeFile runtime = inspectRuntime(library);
     if (library.empty() || !runtime.fault.empty()) {

@@ -130,7 +130,7 @@ std::string maskedCrashLine(std::string_view line)
                                            : std::string(line.substr(0, found + STRING.size())) + std::string(MASK) + "\"";
 }
 
-void maskFile(const std::string& path, LineMask mask, const std::function<void(std::string_view)>& sink)
+void maskFile(const std::filesystem::path& path, LineMask mask, const std::function<void(std::string_view)>& sink)
 {
     std::ifstream file(path, std::ios::binary);
     for (std::string line; std::getline(file, line);) {

@@ -3,6 +3,7 @@
 // Closed by default: of a line in which a text of the client or of the control may stand, only what is known to be none stays.
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -17,4 +18,4 @@ std::string maskedCrashLine(std::string_view line);
 
 // Reads a text file line by line, masks each line and hands it on with its line end. A file that cannot be read gives nothing.
 using LineMask = std::string (*)(std::string_view);
-void maskFile(const std::string& path, LineMask mask, const std::function<void(std::string_view)>& sink);
+void maskFile(const std::filesystem::path& path, LineMask mask, const std::function<void(std::string_view)>& sink);

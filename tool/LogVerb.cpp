@@ -99,7 +99,7 @@ private:
 bool isThere(const std::string& path)
 {
     std::error_code error;
-    return std::filesystem::exists(path, error);
+    return std::filesystem::exists(toPath(path), error);
 }
 
 // Ends with the program.
@@ -108,7 +108,7 @@ bool isThere(const std::string& path)
     CFollower follower(out, order.isColoured);
     std::string file = order.file;
     auto reader = std::make_unique<CLogReader>(file);
-    const std::string folder = std::filesystem::absolute(file).parent_path().string();
+    const std::string folder = fromPath(std::filesystem::absolute(toPath(file)).parent_path());
     const HANDLE change =
         FindFirstChangeNotificationA(folder.c_str(), FALSE, FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_FILE_NAME);
     for (;;) {
@@ -130,8 +130,8 @@ bool isThere(const std::string& path)
 std::string nextLogFile(const std::string& file)
 {
     constexpr size_t INDEX_SIZE = 5; // with its dash
-    const std::filesystem::path path = file;
-    std::string stem = (path.parent_path() / path.stem()).string();
+    const std::filesystem::path path = toPath(file);
+    std::string stem = fromPath(path.parent_path() / path.stem());
     int index = 0;
     if (stem.size() > INDEX_SIZE && stem[stem.size() - INDEX_SIZE] == '-') {
         // A process's number may look like an index, but its first file has no file before it.
@@ -173,7 +173,7 @@ int readLog(const LogOrder& order, std::ostream& out)
     }
     if (page != nullptr) {
         page->finish();
-        page->write(order.htmlFile, std::filesystem::path(order.file).filename().string(), reader.counts());
+        page->write(order.htmlFile, fromPath(toPath(order.file).filename()), reader.counts());
         result["pageScopes"] = page->scopeCount();
     }
     if (order.isJson) {

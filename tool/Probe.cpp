@@ -4,7 +4,6 @@
 #include "support/logger.h"
 #include "tool/Findings.h"
 
-#include <filesystem>
 #include <format>
 #include <fstream>
 
@@ -116,7 +115,7 @@ ProbeResult runProbe(const std::vector<std::string>& arguments, DWORD limit, con
     startup.hStdError = outputHandle;
     PROCESS_INFORMATION started = {};
     // In the folder of its answer, where what Java writes when it crashes may lie.
-    const std::string folder = std::filesystem::path(answer.path()).parent_path().string();
+    const std::string folder = fromPath(toPath(answer.path()).parent_path());
     if (!CreateProcessA(program.c_str(), command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr, folder.c_str(),
                         &startup, &started)) {
         return {nullptr, "it could not be started: " + getWindowsErrorText(GetLastError()), ""};

@@ -1,6 +1,7 @@
 #include "tool/Runtimes.h"
 
 #include "javabridge/JavaManagerJNIClientSettings.h"
+#include "tool/Findings.h"
 #include "tool/RegistryView.h"
 
 #include <algorithm>
@@ -54,7 +55,7 @@ std::string withoutBackslash(std::string folder)
 std::string releasedVersion(const std::string& library)
 {
     std::error_code error;
-    const std::filesystem::path home = std::filesystem::path(library).parent_path().parent_path().parent_path();
+    const std::filesystem::path home = toPath(library).parent_path().parent_path().parent_path();
     for (const std::filesystem::path& folder : {home, home.parent_path()}) { // the jre of a kit has none of its own
         std::ifstream file(folder / "release");
         for (std::string line; std::getline(file, line);) {
@@ -115,10 +116,10 @@ void addUsualFolders(std::vector<FoundRuntime>& runtimes)
     const char* const programs = std::getenv("ProgramW6432");
     for (const char* const vendor : USUAL_FOLDERS) {
         std::error_code error;
-        const std::filesystem::path above = std::filesystem::path(programs != nullptr ? programs : "C:\\Program Files") / vendor;
+        const std::filesystem::path above = toPath(programs != nullptr ? programs : "C:\\Program Files") / vendor;
         for (const auto& entry : std::filesystem::directory_iterator(above, error)) {
-            if (!libraryBelow(entry.path().string()).empty()) {
-                add(runtimes, above.string(), entry.path().string());
+            if (!libraryBelow(fromPath(entry.path())).empty()) {
+                add(runtimes, fromPath(above), fromPath(entry.path()));
             }
         }
     }

@@ -31,12 +31,12 @@ std::string unmasked(std::string_view line)
 }
 
 // Files whose names begin and end so, the newest first.
-std::vector<fs::path> filesOf(const std::string& folder, const std::string& begin, const std::string& end)
+std::vector<fs::path> filesOf(const fs::path& folder, const std::string& begin, const std::string& end)
 {
     std::vector<std::pair<fs::file_time_type, fs::path>> found;
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(folder, error)) {
-        const std::string name = entry.path().filename().string();
+        const std::string name = fromPath(entry.path().filename());
         if (name.starts_with(begin) && name.ends_with(end) && entry.is_regular_file(error)) {
             found.emplace_back(entry.last_write_time(error), entry.path());
         }
@@ -50,20 +50,20 @@ std::vector<fs::path> filesOf(const std::string& folder, const std::string& begi
     return files;
 }
 
-std::string systemFolder()
+fs::path systemFolder()
 {
-    char folder[MAX_PATH + 1] = "";
-    GetSystemDirectoryA(folder, sizeof folder);
+    wchar_t folder[MAX_PATH + 1] = L"";
+    GetSystemDirectoryW(folder, MAX_PATH);
     return folder;
 }
 
 // Java writes into the server's current folder, which COM sets to the system's, or else into the folder for temporary files.
-std::vector<fs::path> crashFiles(const std::string& logFolder)
+std::vector<fs::path> crashFiles(const fs::path& logFolder)
 {
     std::vector<fs::path> files = filesOf(logFolder, "KESTA-", "-jvm-error.log");
     std::error_code error;
-    for (const std::string& folder : {logFolder, fs::temp_directory_path(error).string(),
-                                      fs::path(serverExecutable()).parent_path().string(), systemFolder()}) {
+    for (const fs::path& folder :
+         {logFolder, fs::temp_directory_path(error), toPath(serverExecutable()).parent_path(), systemFolder()}) {
         for (fs::path& file : filesOf(folder, "hs_err_pid", ".log")) {
             if (std::ranges::find(files, file) == files.end()) {
                 files.push_back(std::move(file));
@@ -104,15 +104,15 @@ std::string versions()
 
 void addFile(CZipFile& archive, CFindings& findings, const std::string& folder, const fs::path& file, LineMask mask)
 {
-    const std::string name = folder + file.filename().string();
+    const std::string name = folder + fromPath(file.filename());
     if (!std::ifstream(file).is_open()) {
-        findings.fault(AREA, name, "cannot be read: " + file.string(),
+        findings.fault(AREA, name, "cannot be read: " + fromPath(file),
                        "close the program that holds the file, and repeat the command");
         return;
     }
     long long size = 0;
     archive.add(toUtf8(name), [&](const CZipFile::Sink& sink) {
-        maskFile(file.string(), mask, [&](std::string_view piece) {
+        maskFile(file, mask, [&](std::string_view piece) {
             size += static_cast<long long>(piece.size());
             sink(piece);
         });
@@ -139,8 +139,8 @@ CFindings writeReport(const ReportOrder& order)
     addText("check.json", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
     addText("versions.txt", versions());
 
-    std::vector<fs::path> logs = filesOf(order.log.folder, "KESTA-", ".log");
-    std::erase_if(logs, [](const fs::path& file) { return file.string().find("-jvm") != std::string::npos; });
+    std::vector<fs::path> logs = filesOf(toPath(order.log.folder), "KESTA-", ".log");
+    std::erase_if(logs, [](const fs::path& file) { return fromPath(file).find("-jvm") != std::string::npos; });
     if (logs.size() > MOST_LOGS) {
         findings.note(AREA, "logs", std::format("only the newest {} of {} are in the archive", MOST_LOGS, logs.size()));
         logs.resize(MOST_LOGS);
@@ -148,7 +148,7 @@ CFindings writeReport(const ReportOrder& order)
     for (const fs::path& log : logs) {
         addFile(archive, findings, "logs/", log, order.withTexts ? unmasked : maskedLogLine);
     }
-    for (const fs::path& crash : crashFiles(order.log.folder)) {
+    for (const fs::path& crash : crashFiles(toPath(order.log.folder))) {
         addFile(archive, findings, "crashes/", crash, order.withTexts ? unmasked : maskedCrashLine);
     }
     archive.end();

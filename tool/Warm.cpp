@@ -9,7 +9,6 @@
 #include "tool/RegistryView.h"
 #include "tool/Runtimes.h"
 
-#include <filesystem>
 #include <format>
 #include <fstream>
 #include <sstream>
@@ -40,13 +39,13 @@ struct Plan
         : server(executable)
         , basisControl(chooseBasisControl(executable.c_str(), doesFileExist))
         , runtime(readJVMChoice(nullptr).chosen)
-        , archive(std::filesystem::path(executable).replace_extension(".jsa").string())
+        , archive(fromPath(toPath(executable).replace_extension(".jsa")))
     {
     }
     std::string option() const { return "-XX:SharedArchiveFile=" + archive; }
     std::string newArchive() const { return archive + ".new"; }
     std::string classList() const { return archive + ".classes"; }
-    std::string folder() const { return std::filesystem::path(archive).parent_path().string(); }
+    std::string folder() const { return fromPath(toPath(archive).parent_path()); }
 
     std::vector<std::string> arguments() const
     {

@@ -10,7 +10,6 @@
 #include <sddl.h>
 
 #include <array>
-#include <filesystem>
 #include <format>
 #include <fstream>
 #include <memory>
@@ -140,7 +139,7 @@ CFindings checkClassData(const std::vector<MachineOption>& options, const std::s
         const std::string stale = difference(*record, describeClassData(archive, library, classPath));
         findings.check(stale.empty(), AREA, "archive", archive, stale + ", and Java ignores " + archive, MAKE_CLASS_DATA_ANEW);
     }
-    const std::string folder = std::filesystem::path(archive).parent_path().string();
+    const std::string folder = fromPath(toPath(archive).parent_path());
     if (isWritableForAll(folder)) {
         findings.fault(AREA, "folder", "every user can replace the archive in " + folder,
                        "KESTAtool warm --remove, and install the program where only administrators can write");

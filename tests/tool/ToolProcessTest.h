@@ -53,9 +53,9 @@ protected:
     void moveProgramsTo(const std::string& place)
     {
         runServer("/UnregServer");
-        std::filesystem::create_directories(place);
-        for (const char* const name : {"KESTAx64.exe", "KESTAtool.exe", "ORVANEControl.jar"}) {
-            std::filesystem::copy_file(m_programs + "\\" + name, place + "\\" + name);
+        CreateDirectoryA(place.c_str(), nullptr);
+        for (const std::string name : {"KESTAx64.exe", "KESTAtool.exe", "ORVANEControl.jar"}) {
+            ASSERT_TRUE(CopyFileA((m_programs + "\\" + name).c_str(), (place + "\\" + name).c_str(), TRUE)) << name;
         }
         m_programs = place;
         runServer("/RegServer");

@@ -13,6 +13,7 @@
 using Lines = std::vector<std::string>;
 
 inline const std::string PREFERENCES = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
+inline const std::string UMLAUT = "J\xFCrgen"; // in the system's code page
 inline const std::string RUNTIMES = "SOFTWARE\\JavaSoft\\JRE";
 
 // "FAULT subject: state -> remedy" for a row of the table, in the order of discovery. Notes and good rows have no remedy here.

@@ -17,8 +17,8 @@ protected:
     std::string makeRuntime(const std::string& name, const std::string& version)
     {
         const std::string home = folder.path(name);
-        std::filesystem::create_directories(home + "\\bin\\server");
-        std::filesystem::copy_file(standIn("jvm.dll"), home + "\\bin\\server\\jvm.dll");
+        std::filesystem::create_directories(toPath(home) / "bin" / "server");
+        std::filesystem::copy_file(standIn("jvm.dll"), toPath(home) / "bin" / "server" / "jvm.dll");
         fixtures::makeFile(home + "\\release", "JAVA_VERSION=\"" + version + "\"\n");
         return home;
     }
@@ -75,6 +75,15 @@ TEST_F(JavaTest, RuntimeThatIsUsedIsTheServersChoiceUntilItIsRemoved)
     EXPECT_THAT(linesOf(removeRuntime()), ElementsAre("ok KESTA_25: is removed, and the preference is as it was before"));
     EXPECT_EQ(machineKeys(), before);
     EXPECT_THAT(linesOf(removeRuntime()), ElementsAre("ok registry: has no runtime that this program has registered"));
+}
+
+TEST_F(JavaTest, RuntimeMayBeInAFolderWithAnUmlaut)
+{
+    const std::string home = makeRuntime(UMLAUT, "");
+    _putenv_s("JAVA_HOME", home.c_str());
+    EXPECT_THAT(linesOf(listRuntimes()), Contains("note " + home + ": is not seen by the server; found by JAVA_HOME"));
+    EXPECT_THAT(faultsOf(useRuntime(home, true)), ElementsAre());
+    EXPECT_EQ(chosen(), "KESTA_" + UMLAUT + " " + home + "\\bin\\server\\jvm.dll");
 }
 
 TEST_F(JavaTest, EmptyRegistryIsEmptyAgain)

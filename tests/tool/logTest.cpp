@@ -251,6 +251,17 @@ TEST_F(LogTest, ProcessGoesOnInNumberedFiles)
     EXPECT_EQ(nextLogFile(folder.path("x-4712-0041.log")), folder.path("x-4712-0042.log"));
 }
 
+TEST_F(LogTest, FolderMayHaveAnUmlaut)
+{
+    const std::string umlaut = folder.path(UMLAUT);
+    std::filesystem::create_directory(toPath(umlaut));
+    file = umlaut + "\\" + UMLAUT + ".log";
+    html = umlaut + "\\page.html";
+    read(line(0, 1, "FINE", 0, "x"));
+    EXPECT_NE(fixtures::readFile(html).find("\"title\":\"J\u00fcrgen.log\""), std::string::npos);
+    EXPECT_EQ(nextLogFile(file), umlaut + "\\" + UMLAUT + "-0001.log");
+}
+
 TEST_F(LogTest, FileThatCannotBeReadOrWrittenIsAnError)
 {
     std::ostringstream out;

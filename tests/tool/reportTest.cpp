@@ -89,27 +89,44 @@ TEST(LogMaskTest, TextsOfCallsAreMaskedAndTheRestStays)
 class ReportTest : public ToolTest
 {
 protected:
-    ReportTest()
+    explicit ReportTest(const std::string& logFolder = "logs")
+        : logs(folder.path(logFolder))
     {
         std::string log;
         for (const auto& [line, masked] : SECRET_LINES) {
             log += line + "\r\n";
         }
-        std::filesystem::create_directory(folder.path("logs"));
-        fixtures::makeFile(folder.path("logs\\KESTA-KESTAx64.exe-1.log"), log);
-        fixtures::makeFile(folder.path("logs\\KESTA-KESTAx64.exe-1-jvm-error.log"), "# error\nstring: \"SECRET\"\n");
-        fixtures::makeFile(folder.path("logs\\hs_err_pid1.log"), "string: \"SECRET\"\n");
-        fixtures::makeFile(folder.path("logs\\other.log"), "not ours");
+        std::filesystem::create_directory(toPath(logs));
+        fixtures::makeFile(logs + "\\KESTA-KESTAx64.exe-1.log", log);
+        fixtures::makeFile(logs + "\\KESTA-KESTAx64.exe-1-jvm-error.log", "# error\nstring: \"SECRET\"\n");
+        fixtures::makeFile(logs + "\\hs_err_pid1.log", "string: \"SECRET\"\n");
+        fixtures::makeFile(logs + "\\other.log", "not ours");
     }
     std::map<std::string, std::string> write(bool withTexts)
     {
-        const ReportOrder order = {
-            folder.path("out.zip"), {folder.path("logs") + "\\", "", false, 2, 77, 5}, withTexts, CheckDepth::Static};
+        const ReportOrder order = {folder.path("out.zip"), {logs + "\\", "", false, 2, 77, 5}, withTexts, CheckDepth::Static};
         findings = writeReport(order);
         return unzip(order.archive);
     }
+    std::string logs;
     CFindings findings;
 };
+
+class UmlautReportTest : public ReportTest
+{
+protected:
+    UmlautReportTest()
+        : ReportTest(UMLAUT)
+    {
+    }
+};
+
+TEST_F(UmlautReportTest, ContainsTheFilesOfAFolderWithAnUmlaut)
+{
+    const auto files = write(true);
+    EXPECT_EQ(files.at("logs/KESTA-KESTAx64.exe-1.log"), fixtures::readFile(logs + "\\KESTA-KESTAx64.exe-1.log"));
+    EXPECT_EQ(files.at("crashes/hs_err_pid1.log"), "string: \"SECRET\"\n");
+}
 
 TEST_F(ReportTest, ContainsWhatSupportNeedsAndNoTextOfACall)
 {

@@ -26,6 +26,19 @@ TEST_F(ToolProcessTest, HealthyMachineHasNoFinding)
     EXPECT_THAT(output, testing::ContainsRegex("live start +call +answered in \\d+ ms"));
 }
 
+TEST_F(ToolProcessTest, FoldersOfProgramAndUserMayHaveAnUmlaut)
+{
+    const std::string place = folder.path("J\xFCrgen"); // in the system's code page
+    moveProgramsTo(place);
+    settings.setPreference("logpath", place);
+    SetEnvironmentVariableA("TEMP", place.c_str());
+    SetEnvironmentVariableA("TMP", place.c_str());
+    EXPECT_EQ(run("check"), 0u);
+    EXPECT_THAT(output, testing::ContainsRegex("start +JRE.21.0.8 +starts in \\d+ ms: Java 21"));
+    EXPECT_THAT(output, testing::ContainsRegex("live start +call +answered in \\d+ ms"));
+    EXPECT_EQ(run("report \"" + place + "\\out.zip\""), 0u);
+}
+
 TEST_F(ToolProcessTest, JsonTellsWhatTheServerUses)
 {
     settings.setPreference("jvm_option_1", "-Xmx99m");

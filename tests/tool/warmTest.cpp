@@ -8,6 +8,8 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#include <algorithm>
+
 using testing::ElementsAre;
 
 namespace {
@@ -47,7 +49,8 @@ protected:
     // What `warm` leaves beside the archive.
     void record() const
     {
-        const ClassDataRecord record = describeClassData(archive, library, control);
+        ClassDataRecord record = describeClassData(archive, library, control);
+        std::ranges::transform(record.files, record.files.begin(), toUtf8);
         fixtures::makeFile(
             classDataRecordFile(archive),
             nlohmann::json{{"library", record.library}, {"classPath", record.classPath}, {"files", record.files}}.dump());
@@ -141,6 +144,19 @@ TEST_F(WarmTest, CheckKnowsWhetherTheArchiveFits)
                 ElementsAre("FAULT archive: is not there, so that Java starts without any class data: " + archive + ANEW));
     EXPECT_THAT(linesOf(checkClassData({{"a", "-Xmx9m"}}, library, control)),
                 ElementsAre("ok archive: no option names one; KESTAtool warm would make one, for a faster start"));
+}
+
+TEST_F(WarmTest, FolderMayHaveAnUmlaut)
+{
+    const std::string umlaut = folder.path(UMLAUT);
+    std::filesystem::create_directory(toPath(umlaut));
+    archive = umlaut + "\\KESTAx64.jsa";
+    fixtures::makeFile(archive, "data");
+    record();
+    EXPECT_THAT(checked(library, control), ElementsAre("ok archive: " + archive));
+    machine.setString(SERVER_KEY, "", umlaut + "\\KESTAx64.exe");
+    EXPECT_THAT(linesOf(removeClassData()),
+                ElementsAre("ok archive: is removed, and the options are as they were before: " + archive));
 }
 
 TEST_F(WarmTest, RemovingTakesOptionAndFilesButNothingElse)
