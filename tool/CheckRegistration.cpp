@@ -58,7 +58,7 @@ bool isFile(const std::string& path)
 HRESULT loadLibrary(const std::string& path)
 {
     ATL::CComPtr<ITypeLib> library;
-    const HRESULT result = LoadTypeLibEx(std::wstring(path.begin(), path.end()).c_str(), REGKIND_NONE, &library);
+    const HRESULT result = LoadTypeLibEx(ATL::CComBSTR(path.c_str()), REGKIND_NONE, &library);
     TLIBATTR* attributes = nullptr;
     if (FAILED(result) || FAILED(library->GetLibAttr(&attributes))) {
         return FAILED(result) ? result : E_FAIL;

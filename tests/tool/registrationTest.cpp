@@ -89,6 +89,15 @@ TEST_F(RegistrationTest, WhatIsMissingOrBrokenInItIsNamed)
                     "FAULT machine, events: " + EVENTS + " is not complete: calls or events fail with E_NOINTERFACE" + REGISTER));
 }
 
+TEST_F(RegistrationTest, TypeLibraryMayBeInAFolderWithAnUmlaut)
+{
+    const std::string library = folder.path(UMLAUT + ".tlb");
+    ASSERT_TRUE(CopyFileA(KESTA_TYPE_LIBRARY, library.c_str(), TRUE));
+    registerServer(machine, makeServer("KESTAx64.exe"));
+    machine.setString(CLASSES + "TypeLib\\" + LIBRARY + "\\1.0\\0\\win64", "", library);
+    EXPECT_THAT(faults(), ElementsAre());
+}
+
 TEST_F(RegistrationTest, UsersOneComesBeforeTheMachines)
 {
     registerServer(user, makeServer("new.exe"));
