@@ -124,7 +124,7 @@ int CJavaManagerJNIClient::createJVM(JVMInfo jvm_info)
         reinterpret_cast<CreateJavaVM*>(reinterpret_cast<void*>(GetProcAddress(m_DLLHandle, "JNI_CreateJavaVM")));
     RETURN_IF_FALSE(CreateJavaVMProc != NULL, E_FAIL);
 
-    for (MachineOption& option : readMachineOptions(nullptr, currentLogSettings(), this)) {
+    for (MachineOption& option : readMachineOptions(m_ExecutablePath, currentLogSettings(), this)) {
         options.push_back(std::move(option.text));
     }
     if (jvm_info.version.compare(0, 3, "1.6") < 0) {

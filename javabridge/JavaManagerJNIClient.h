@@ -119,6 +119,7 @@ protected:
     JavaVMInitArgs m_JVMArguments = {};
     HMODULE m_DLLHandle = nullptr;
     const char* m_BasisControlPath;
+    const char* m_ExecutablePath = nullptr; // whose policy file counts; null for this process's own
     jclass m_BeanClass = nullptr;
     jclass m_FrameClass = nullptr;
     jclass m_ListenerClass = nullptr;

@@ -19,7 +19,8 @@ CFindings checkRegistration(std::string& server);
 CFindings checkRuntimes(const JVMChoice& choice);
 // The same runtimes, each started in a child process with the server's class path and options. With `expectsClassData` the
 // chosen one must use the archive that an option names. `limit` is in milliseconds, for each start.
-CFindings checkStarts(const JVMChoice& choice, const std::string& basisControl, bool expectsClassData, DWORD limit);
+CFindings checkStarts(const JVMChoice& choice, const std::string& server, const std::string& basisControl, bool expectsClassData,
+                      DWORD limit);
 // Runtimes of this machine that the server does not see.
 CFindings checkUnseenRuntimes(const JVMChoice& choice);
 

@@ -126,14 +126,13 @@ CFindings checkRuntimes(const JVMChoice& choice)
     return findings;
 }
 
-CFindings checkStarts(const JVMChoice& choice, const std::string& basisControl, bool expectsClassData, DWORD limit)
+CFindings checkStarts(const JVMChoice& choice, const std::string& server, const std::string& basisControl, bool expectsClassData,
+                      DWORD limit)
 {
     CFindings findings;
     for (const JVMEntry& entry : choice.entries) {
         if (inspectRuntime(entry.path).fault.empty()) {
-            const std::vector<std::string> arguments = {"--version", entry.version, "--library",
-                                                        entry.path,  "--control",   basisControl};
-            const ProbeResult probe = runProbe(arguments, limit);
+            const ProbeResult probe = runProbe(probeArguments({entry, server, basisControl}), limit);
             judgeStart(labelOf(entry), isChosen(choice, entry), probe, findings);
             if (expectsClassData && isChosen(choice, entry) && whyNotStarted(probe).empty()) {
                 findings.check(probe.answer["usesClassData"].get<bool>(), "class data", labelOf(entry), "is used by Java",

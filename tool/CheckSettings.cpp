@@ -172,7 +172,7 @@ CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth, DWORD 
     result.findings.append(classData);
     if (depth != CheckDepth::Static) {
         const bool expectsClassData = !classDataArchive(options).empty() && classData.faultCount() == 0;
-        result.findings.append(checkStarts(choice, basisControl, expectsClassData, limit));
+        result.findings.append(checkStarts(choice, server, basisControl, expectsClassData, limit));
         result.findings.append(checkLiveStart(depth == CheckDepth::Window, limit));
     }
     result.details = {{"server", toUtf8(server)},

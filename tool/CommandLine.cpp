@@ -165,6 +165,7 @@ void addProbe(CLI::App& app, Output& output)
         std::string version;
         std::string library;
         std::string control;
+        std::string program;
         std::string scenario;
         std::string trail;
         bool isServer = false;
@@ -178,6 +179,7 @@ void addProbe(CLI::App& app, Output& output)
     verb.add_option("--version", arguments->version);
     verb.add_option("--library", arguments->library);
     verb.add_option("--control", arguments->control);
+    verb.add_option("--program", arguments->program);
     verb.add_flag("--server", arguments->isServer);
     verb.add_flag("--live", arguments->isLive);
     verb.add_flag("--frame", arguments->withFrame);
@@ -191,9 +193,12 @@ void addProbe(CLI::App& app, Output& output)
         }
         // Why a runtime does not start stands in the log.
         Logger::setMaxLogLevel(output.log.level);
-        output.exitCode = arguments->isServer ? probeServer(arguments->isLive, arguments->answer)
-                                              : probeRuntime({arguments->version, arguments->library}, arguments->control,
-                                                             arguments->withFrame, arguments->answer);
+        output.exitCode =
+            arguments->isServer
+                ? probeServer(arguments->isLive, arguments->answer)
+                : probeRuntime(
+                      {{arguments->version, arguments->library}, arguments->program, arguments->control, arguments->withFrame},
+                      arguments->answer);
     });
 }
 

@@ -99,8 +99,9 @@ bool doesFileExist(const std::string& path)
 CFindings tryStart(const std::string& library, const std::string& name)
 {
     CFindings findings;
-    const std::string basisControl = chooseBasisControl(serverExecutable().c_str(), doesFileExist);
-    const ProbeResult probe = runProbe({"--version", name, "--library", library, "--control", basisControl}, START_LIMIT);
+    const std::string server = serverExecutable();
+    const std::string basisControl = chooseBasisControl(server.c_str(), doesFileExist);
+    const ProbeResult probe = runProbe(probeArguments({{name, library}, server, basisControl}), START_LIMIT);
     const std::string why = whyNotStarted(probe);
     findings.check(why.empty(), AREA, library,
                    why.empty() ? "starts: Java " + probe.answer["javaVersion"].get<std::string>() : "",

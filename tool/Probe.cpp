@@ -94,6 +94,16 @@ std::string whyNotStarted(const ProbeResult& probe)
     return errors.empty() ? "the log does not say why" : fromUtf8(errors.front().get<std::string>());
 }
 
+std::vector<std::string> probeArguments(const RuntimeStart& start)
+{
+    std::vector<std::string> arguments = {"--version", start.runtime.version, "--library", start.runtime.path,
+                                          "--control", start.basisControl,    "--program", start.server};
+    if (start.withFrame) {
+        arguments.emplace_back("--frame");
+    }
+    return arguments;
+}
+
 void writeAnswer(const nlohmann::json& answer, const std::string& answerFile)
 {
     std::ofstream(answerFile) << answer.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);

@@ -30,13 +30,25 @@ std::string whyNotStarted(const ProbeResult& probe);
 
 constexpr DWORD START_LIMIT = 60000; // ms
 
+// A runtime's start as the server would do it.
+struct RuntimeStart
+{
+    JVMInfo runtime;
+    std::string server; // its executable, beside which the policy file is
+    std::string basisControl;
+    bool withFrame = false; // also show the frame with its control
+};
+
+// The arguments of a child that tries it.
+std::vector<std::string> probeArguments(const RuntimeStart& start);
+
 // The child's side. Both write their answer to the file and give the exit code.
 //
-// Starts the runtime as the server does, with the class path and the options of this machine, and looks for the classes that the
-// server needs. Answer: "isStarted", "errors" (lines of the log), "milliseconds", "javaVersion", "vendor", "missingClasses",
-// "usesClassData". `withFrame` also shows the frame with its control, as the server does, and adds "hasFrame" and
-// "frameMilliseconds" (from the beginning); Java is then ended by itself, so that it writes what it was told to write at its end.
-int probeRuntime(const JVMInfo& runtime, const std::string& basisControl, bool withFrame, const std::string& answerFile);
+// Starts the runtime with the class path and the options of this machine, and looks for the classes that the server needs.
+// Answer: "isStarted", "errors" (lines of the log), "milliseconds", "javaVersion", "vendor", "missingClasses", "usesClassData".
+// With its frame it adds "hasFrame" and "frameMilliseconds" (from the beginning); Java is then ended by itself, so that it writes
+// what it was told to write at its end.
+int probeRuntime(const RuntimeStart& start, const std::string& answerFile);
 // Creates the COM object as a client does, and releases it. Answer: "result" (an HRESULT), "error", "createMilliseconds",
 // "frameId", "hasWindow", "callMilliseconds", "releaseMilliseconds".
 // `isLive` adds what ProbeLive.h finds out.

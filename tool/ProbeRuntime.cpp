@@ -20,9 +20,10 @@ const char* const NEEDED_CLASSES[] = {
 class CStart : public CJavaManagerJNIClient
 {
 public:
-    explicit CStart(const char* basisControl)
+    CStart(const char* basisControl, const char* server)
         : CJavaManagerJNIClient(basisControl)
     {
+        m_ExecutablePath = server;
     }
     using CJavaManagerJNIClient::createJVM;
 
@@ -91,18 +92,18 @@ nlohmann::json loggedErrors()
 
 } // namespace
 
-int probeRuntime(const JVMInfo& runtime, const std::string& basisControl, bool withFrame, const std::string& answerFile)
+int probeRuntime(const RuntimeStart& start, const std::string& answerFile)
 {
     CHelpers::setErrorModeSilent();
-    static CStart* const s_start = new CStart(basisControl.c_str());
+    static CStart* const s_start = new CStart(start.basisControl.c_str(), start.server.c_str());
     Logger::getErrorEntries();
     const auto begin = std::chrono::steady_clock::now();
     const auto passed = [&] {
         return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin).count();
     };
-    nlohmann::json answer = {{"isStarted", s_start->createJVM(runtime) == 0}};
+    nlohmann::json answer = {{"isStarted", s_start->createJVM(start.runtime) == 0}};
     answer["milliseconds"] = passed();
-    if (answer["isStarted"] && withFrame) {
+    if (answer["isStarted"] && start.withFrame) {
         answer["hasFrame"] = s_start->showFrame();
         answer["frameMilliseconds"] = passed();
     }

@@ -47,17 +47,12 @@ struct Plan
     std::string classList() const { return archive + ".classes"; }
     std::string folder() const { return fromPath(toPath(archive).parent_path()); }
 
-    std::vector<std::string> arguments() const
+    std::vector<std::string> arguments(bool withFrame) const
     {
-        return {"--version", runtime.version, "--library", runtime.path, "--control", basisControl};
+        return probeArguments({runtime, server, basisControl, withFrame});
     }
     // A start with frame and control.
-    ProbeResult start(const std::string& javaOptions) const
-    {
-        std::vector<std::string> withFrame = arguments();
-        withFrame.emplace_back("--frame");
-        return runProbe(withFrame, START_LIMIT, "", javaOptions);
-    }
+    ProbeResult start(const std::string& javaOptions) const { return runProbe(arguments(true), START_LIMIT, "", javaOptions); }
 };
 
 // False when the file is there and stays.
@@ -164,7 +159,7 @@ CFindings dump(const Plan& plan)
         return findings;
     }
     // Most versions end the process when the archive is made; Java 25 goes on.
-    const ProbeResult dumped = runProbe(plan.arguments(), DUMP_LIMIT, "",
+    const ProbeResult dumped = runProbe(plan.arguments(false), DUMP_LIMIT, "",
                                         quoted("-Xshare:dump") + " " + quoted("-XX:SharedClassListFile=" + plan.classList()) +
                                             " " + quoted("-XX:SharedArchiveFile=" + plan.newArchive()));
     if (!doesFileExist(plan.newArchive())) {

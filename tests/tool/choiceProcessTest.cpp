@@ -46,6 +46,19 @@ TEST_F(ToolProcessTest, ExportIsTheSameBeforeUsingFourRuntimesInTurnAndAfterRemo
     EXPECT_TRUE(exportedMachine() == before) << "the machine's keys differ";
 }
 
+TEST_F(ToolProcessTest, RuntimeThatRefusesTheServersPolicyIsNotUsed)
+{
+    moveProgramsTo(folder.path("programs"));
+    makeFile(m_programs + "\\KESTAx64.policy", "");
+    EXPECT_EQ(run("java use \"" + runtimeHome(25) + "\""), 1u);
+    EXPECT_THAT(output, HasSubstr("does not start and was not registered: "));
+    EXPECT_EQ(run("java use \"" + runtimeHome(21) + "\""), 0u);
+    EXPECT_EQ(run("java remove"), 0u);
+    settings.setRuntime("25.0.2", runtimeLibrary(25));
+    run("check");
+    EXPECT_THAT(output, testing::ContainsRegex("FAULT +start +JRE.25.0.2 +does not start: "));
+}
+
 TEST_F(ToolProcessTest, RuntimeThatDoesNotStartIsNotUsed)
 {
     std::filesystem::create_directories(folder.path("java\\bin\\server"));
