@@ -28,13 +28,15 @@ bool digits(std::string_view text, size_t begin, size_t count, int& number)
     return error == std::errc() && end == part.data() + count && std::isdigit(static_cast<unsigned char>(part.front())) != 0;
 }
 
-// Takes digits and one blank from the front of the text.
+// Takes a number of at least so many columns, and one blank behind it, from the front of the text. The server fills columns with
+// zeros, the control with blanks.
 template <class Number>
 bool takeNumber(std::string_view& text, size_t fewest, Number& number)
 {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const size_t begin = std::min(text.find_first_not_of(' '), text.size());
+    const auto [end, error] = std::from_chars(text.data() + begin, text.data() + text.size(), number);
     const auto count = static_cast<size_t>(end - text.data());
-    if (error != std::errc() || count < fewest || count >= text.size() || *end != ' ' || text.front() == '-') {
+    if (error != std::errc() || count < fewest || count >= text.size() || *end != ' ' || text[begin] == '-') {
         return false;
     }
     text.remove_prefix(count + 1);

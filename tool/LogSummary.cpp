@@ -159,6 +159,9 @@ std::vector<CLogSummary::Error> CLogSummary::sortedErrors() const
 
 std::string CLogSummary::nextStep() const
 {
+    if (m_begin < 0) {
+        return "Next: name a file that the server or its control has written; no line of this one can be read.";
+    }
     if (m_errorCount == 0) {
         return "Next: nothing to do; the log has no errors.";
     }

@@ -97,6 +97,27 @@ TEST_F(LogTest, DamagedLinesAreNoLines)
     EXPECT_FALSE(parseLogLine(noDate));
 }
 
+TEST_F(LogTest, ControlsOwnFileIsReadAsWell)
+{
+    const json result = read("2020-03-04 10:15:02.123 00012 ERROR  ORVANEControl            0    [main] it failed\n"
+                             "java.lang.IllegalStateException: x\n\tat a.B.c(B.java:7)\n"
+                             "2020-03-04 10:15:02.124 00012 INFO   ORVANEControl            0    [main] text\n");
+    EXPECT_EQ(exitCode, 1);
+    EXPECT_EQ(result["errors"][0]["text"], "ORVANEControl 000  [main] it failed");
+    EXPECT_EQ(result["counts"]["continued"], 2);
+    EXPECT_EQ(result["counts"]["lines"], 2);
+    EXPECT_EQ(result["counts"]["broken"], 0);
+}
+
+TEST_F(LogTest, FileWithoutAnyLineIsNotFreeOfErrors)
+{
+    for (const char* const text : {"", "no log\r\n"}) {
+        EXPECT_THAT(printed(text), testing::EndsWith("Next: name a file that the server or its control has written; no line of "
+                                                     "this one can be read.\n"));
+    }
+    EXPECT_THAT(printed(line(0, 1, "FINE", 0, "x")), testing::EndsWith("Next: nothing to do; the log has no errors.\n"));
+}
+
 TEST_F(LogTest, BrokenAndCutLinesAreCountedAndSkipped)
 {
     const std::string good = line(0, 1, "FINE", 0, "text");

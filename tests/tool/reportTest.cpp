@@ -58,6 +58,8 @@ const std::vector<std::pair<std::string, std::string>> SECRET_LINES = {
     {BRIDGE + "   CJavaManagerJNIClient  Exception: java.lang.X: SECRET: SECRET",
      BRIDGE + "   CJavaManagerJNIClient  Exception: java.lang.X: ***"},
     {BRIDGE + "   CJavaManagerJNIClient  a statement of a later version: SECRET", BRIDGE + "   CJavaManagerJNIClient  ***"},
+    {"2020-03-04 10:15:02.123 00012 ERROR  ORVANEControl            0    [main] SECRET",
+     "2020-03-04 10:15:02.123 00012 ERROR  ORVANEControl            0    ***"},
     {"SECRET in a second line", "***"},
 };
 const std::vector<std::string> OPEN_LINES = {
