@@ -134,10 +134,7 @@ void maskFile(const std::filesystem::path& path, LineMask mask, const std::funct
 {
     std::ifstream file(path, std::ios::binary);
     for (std::string line; std::getline(file, line);) {
-        const bool hasReturn = line.ends_with('\r');
-        if (hasReturn) {
-            line.pop_back();
-        }
-        sink(mask(line) + (hasReturn ? "\r\n" : "\n"));
+        const size_t size = line.find_last_not_of('\r') + 1;
+        sink(mask(std::string_view(line).substr(0, size)) + line.substr(size) + "\n");
     }
 }

@@ -72,9 +72,7 @@ void CLogReader::finish()
 
 void CLogReader::takeLine(std::string_view text, CLogVisitor& visitor)
 {
-    if (text.ends_with('\r')) {
-        text.remove_suffix(1);
-    }
+    text = text.substr(0, text.find_last_not_of('\r') + 1); // several when a text has carriage returns of its own
     if (text == BACKTRACE_BEGIN) {
         m_counts.banners++;
         visitor.backtraceBegin();

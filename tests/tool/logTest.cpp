@@ -118,6 +118,17 @@ TEST_F(LogTest, FileWithoutAnyLineIsNotFreeOfErrors)
     EXPECT_THAT(printed(line(0, 1, "FINE", 0, "x")), testing::EndsWith("Next: nothing to do; the log has no errors.\n"));
 }
 
+// A line feed of the text gets a carriage return of its own.
+TEST_F(LogTest, TextWithLineEndsOfItsOwnIsRead)
+{
+    std::string error = line(0, 1, "ERROR", 0, "first: false");
+    error.insert(error.size() - 2, "\r");
+    const json result = read(BEGIN + error + "second\r\r\n" + END);
+    EXPECT_EQ(exitCode, 1);
+    EXPECT_EQ(result["errors"][0]["text"], "BeanFrame 044  first: false\nsecond");
+    EXPECT_EQ(result["counts"]["broken"], 0);
+}
+
 TEST_F(LogTest, BrokenAndCutLinesAreCountedAndSkipped)
 {
     const std::string good = line(0, 1, "FINE", 0, "text");

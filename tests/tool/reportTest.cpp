@@ -96,7 +96,7 @@ protected:
     {
         std::string log;
         for (const auto& [line, masked] : SECRET_LINES) {
-            log += line + "\r\n";
+            log += line + "\r\r\n"; // as behind the first line of a text with line ends of its own
         }
         std::filesystem::create_directory(toPath(logs));
         fixtures::makeFile(logs + "\\KESTA-KESTAx64.exe-1.log", log);
