@@ -84,7 +84,7 @@ void judgeStart(const std::string& subject, bool isNeeded, const ProbeResult& pr
         }
     };
     if (const std::string why = whyNotStarted(probe); !why.empty()) {
-        bad("does not start: " + why, CHOOSE);
+        bad("does not start: " + why, remedyForStart(probe));
     } else {
         findings.good("start", subject,
                       std::format("starts in {} ms: Java {}, {}", probe.answer["milliseconds"].get<int>(),

@@ -128,7 +128,8 @@ CFindings checkLiveStart(bool withWindow, DWORD limit)
         findings.fault("live start", "server", "the client that tried it failed: " + probe.ending, logNext);
     } else if (answer["result"].get<HRESULT>() < 0) {
         findings.fault("live start", "server", "cannot be created: " + fromUtf8(answer["error"].get<std::string>()),
-                       "correct what the rows about registration name");
+                       answer["result"].get<HRESULT>() == REGDB_E_CLASSNOTREG ? "correct what the rows about registration name"
+                                                                              : logNext);
     } else {
         findings.good("live start", "server", "created in " + answer["createMilliseconds"].dump() + " ms");
         const bool hasFrame = answer["frameId"].get<int>() != -1 && answer["hasWindow"].get<bool>();

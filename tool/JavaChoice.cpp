@@ -105,7 +105,7 @@ CFindings tryStart(const std::string& library, const std::string& name)
     const std::string why = whyNotStarted(probe);
     findings.check(why.empty(), AREA, library,
                    why.empty() ? "starts: Java " + probe.answer["javaVersion"].get<std::string>() : "",
-                   "does not start and was not registered: " + why, "choose another runtime: KESTAtool java list");
+                   "does not start and was not registered: " + why, remedyForStart(probe));
     return findings;
 }
 

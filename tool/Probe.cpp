@@ -6,6 +6,7 @@
 
 #include <format>
 #include <fstream>
+#include <sstream>
 
 namespace {
 
@@ -81,17 +82,43 @@ std::string commandLine(const std::string& executable, const std::vector<std::st
 
 } // namespace
 
+std::string javasWords(const ProbeResult& probe)
+{
+    constexpr size_t FIRST = 200;
+    std::string words;
+    std::istringstream lines(probe.output);
+    for (std::string line; words.size() < FIRST && std::getline(lines, line);) {
+        line.resize(line.find_last_not_of("\r ") + 1);
+        // Those tell of variables, and of what Java can do without.
+        const bool isIncidental = line.starts_with("Picked up ") || line.find(" VM warning: ") != std::string::npos;
+        if (!line.empty() && !isIncidental) {
+            words += (words.empty() ? "" : "; ") + line;
+        }
+    }
+    return words.substr(0, FIRST);
+}
+
 std::string whyNotStarted(const ProbeResult& probe)
 {
-    if (probe.answer.is_null()) {
-        return probe.ending;
-    }
-    if (probe.answer["isStarted"].get<bool>()) {
+    if (!probe.answer.is_null() && probe.answer["isStarted"].get<bool>()) {
         return "";
     }
-    // The first line that the log has about it.
-    const nlohmann::json& errors = probe.answer["errors"];
-    return errors.empty() ? "the log does not say why" : fromUtf8(errors.front().get<std::string>());
+    std::string why = probe.ending;
+    if (!probe.answer.is_null()) {
+        // The first line that the log has about it.
+        const nlohmann::json& errors = probe.answer["errors"];
+        why = errors.empty() ? "the log does not say why" : fromUtf8(errors.front().get<std::string>());
+    }
+    const std::string words = javasWords(probe);
+    return words.empty() ? why : why + "; Java says: " + words;
+}
+
+std::string remedyForStart(const ProbeResult& probe)
+{
+    return javasWords(probe).empty()
+               ? "choose a runtime: KESTAtool java list, then KESTAtool java use FOLDER"
+               : "correct what Java names: see the rows \"option\", \"policy\" and \"variable\" of KESTAtool "
+                 "check; if none of them is to blame, choose another runtime: KESTAtool java list";
 }
 
 std::vector<std::string> probeArguments(const RuntimeStart& start)

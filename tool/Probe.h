@@ -25,8 +25,12 @@ struct ProbeResult
 ProbeResult runProbe(const std::vector<std::string>& arguments, DWORD limit, const std::string& executable = "",
                      const std::string& javaOptions = "");
 
-// Of a runtime's start: "" when it started, else why not.
+// The first words that Java has printed besides warnings, in one line; "" without any.
+std::string javasWords(const ProbeResult& probe);
+// Of a runtime's start: "" when it started, else why not, with Java's words.
 std::string whyNotStarted(const ProbeResult& probe);
+// What to do about a runtime that does not start. What Java complains about is an option far more often than itself.
+std::string remedyForStart(const ProbeResult& probe);
 
 constexpr DWORD START_LIMIT = 60000; // ms
 

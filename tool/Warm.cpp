@@ -11,7 +11,6 @@
 
 #include <format>
 #include <fstream>
-#include <sstream>
 
 namespace {
 
@@ -88,16 +87,11 @@ std::string quoted(const std::string& option)
     return "\"" + option + "\"";
 }
 
-// What Java has printed, without the lines that only tell of variables.
-std::string firstWord(const std::string& output)
+// Java's words behind a statement of ours.
+std::string saying(const ProbeResult& probe)
 {
-    std::istringstream lines(output);
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.starts_with("Picked up ")) {
-            return ": " + line.substr(0, line.find('\r'));
-        }
-    }
-    return "";
+    const std::string words = javasWords(probe);
+    return words.empty() ? "" : ": " + words;
 }
 
 // Reasons to leave everything as it is.
@@ -153,7 +147,7 @@ CFindings dump(const Plan& plan)
     }
     if (!doesFileExist(plan.classList())) {
         findings.fault(AREA, "classes",
-                       "Java wrote no list of its classes to " + plan.folder() + firstWord(listed.output) +
+                       "Java wrote no list of its classes to " + plan.folder() + saying(listed) +
                            " (the folder must be writable, and only HotSpot runtimes write one)",
                        ELEVATE);
         return findings;
@@ -163,7 +157,7 @@ CFindings dump(const Plan& plan)
                                         quoted("-Xshare:dump") + " " + quoted("-XX:SharedClassListFile=" + plan.classList()) +
                                             " " + quoted("-XX:SharedArchiveFile=" + plan.newArchive()));
     if (!doesFileExist(plan.newArchive())) {
-        findings.fault(AREA, "archive", "Java made none" + firstWord(dumped.output), SEND_REPORT);
+        findings.fault(AREA, "archive", "Java made none" + saying(dumped), SEND_REPORT);
     }
     return findings;
 }
@@ -176,7 +170,7 @@ CFindings tryOut(const Plan& plan)
     const ProbeResult with = plan.start(quoted("-XX:SharedArchiveFile=" + plan.newArchive()));
     const bool isUsed = whyNotStarted(with).empty() && with.answer["usesClassData"].get<bool>();
     if (!isUsed || !whyNotStarted(without).empty()) {
-        findings.fault(AREA, "archive", "Java does not use what it has made" + firstWord(with.output), SEND_REPORT);
+        findings.fault(AREA, "archive", "Java does not use what it has made" + saying(with), SEND_REPORT);
         return findings;
     }
     findings.good(AREA, "start",

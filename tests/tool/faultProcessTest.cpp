@@ -7,6 +7,9 @@ namespace {
 using testing::ContainsRegex;
 using testing::HasSubstr;
 
+const std::string OPTIONS_NEXT = "         -> correct what Java names: see the rows \"option\", \"policy\" and \"variable\" of "
+                                 "KESTAtool check; if none of them is "
+                                 "to blame, choose another runtime: KESTAtool java list\r?\n";
 const std::string LOG_NEXT = "         -> read the newest file: KESTAtool log FILE \\(the folder stands in the row \"log\"\\)";
 
 class FaultTest : public ToolProcessTest
@@ -56,11 +59,25 @@ TEST_F(FaultTest, OtherProgramInThe32BitViewIsNamed)
     RegDeleteKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE\\Classes\\CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}", KEY_WOW64_32KEY, 0);
 }
 
-TEST_F(FaultTest, StartThatFailsIsNamedWithWhatTheLogSays)
+TEST_F(FaultTest, StartThatFailsIsNamedWithWhatJavaSays)
 {
-    settings.setPreference("jvm_option_1", "-XX:+UseNothing -bad");
-    settings.setPreference("jvm_option_2", "-Xmx1k"); // Java refuses so little memory
-    EXPECT_THAT(faults(""), ContainsRegex("FAULT +start +JRE.21.0.8 +does not start: "));
+    const struct
+    {
+        const char* first;
+        const char* second;
+        std::string words;
+    } faulty[] = {
+        {"-XX:+UseNothing", "-Xmx1k", "Too small maximum heap"}, // Java ignores the first
+        {"-XX:+UseSerialGC", "-XX:+UseParallelGC", "Multiple garbage collectors selected"},
+        {"-Xmx64m", "-agentlib:kestanothing", "Could not find agent library kestanothing"},
+    };
+    for (const auto& options : faulty) {
+        settings.setPreference("jvm_option_1", options.first);
+        settings.setPreference("jvm_option_2", options.second);
+        EXPECT_THAT(faults(""), ContainsRegex("FAULT +start +JRE.21.0.8 +does not start: .*; Java says: .*" + options.words +
+                                              ".*\r?\n" + OPTIONS_NEXT));
+        endServers();
+    }
 }
 
 TEST_F(FaultTest, StartThatHangsIsNamed)
@@ -85,8 +102,7 @@ TEST_F(FaultTest, ServerThatHangsOrEndsIsNamed)
                                                     LOG_NEXT));
     endServers();
     plant("end");
-    EXPECT_THAT(faults(""), ContainsRegex("^FAULT  live start +server +cannot be created: .*\r?\n"
-                                          "         -> correct what the rows about registration name\r?\n$"));
+    EXPECT_THAT(faults(""), ContainsRegex("^FAULT  live start +server +cannot be created: .*\r?\n" + LOG_NEXT));
     endServers();
 }
 
@@ -132,7 +148,8 @@ TEST_F(FaultTest, UnregisteredServerIsNamedAndLiveStartFails)
     runServer("/UnregServer");
     EXPECT_EQ(run("check"), 2u);
     EXPECT_THAT(output, HasSubstr("is registered neither for this user nor for the machine"));
-    EXPECT_THAT(output, HasSubstr("(80040154)"));
+    EXPECT_THAT(output, ContainsRegex("cannot be created: .*\\(80040154\\)\r?\n"
+                                      "         -> correct what the rows about registration name\r?\n"));
     EXPECT_THAT(output, HasSubstr("2 findings. Next: as administrator, run in the program's folder: KESTAx64.exe /RegServer\n"));
     runServer("/RegServer");
 }
