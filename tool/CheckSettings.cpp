@@ -5,14 +5,17 @@
 #include "support/logger.h"
 #include "tool/Probe.h"
 #include "tool/Runtimes.h"
+#include "tool/ServerProcesses.h"
 #include "tool/Warm.h"
 
 #include <cstdlib>
+#include <format>
 #include <fstream>
 
 namespace {
 
 constexpr int FIRST_WITHOUT_SECURITY_MANAGER = 24;
+constexpr DWORD LATE_END_LIMIT = 6000; // ms, for a server whose client has gone
 
 bool canBeRead(const std::string& path)
 {
@@ -120,6 +123,7 @@ CFindings checkLogFolder(const std::string& folder)
 CFindings checkLiveStart(bool withWindow, DWORD limit)
 {
     CFindings findings;
+    const std::set<DWORD> serversBefore = serverProcesses();
     const ProbeResult probe =
         runProbe(withWindow ? std::vector<std::string>{"--server", "--live"} : std::vector<std::string>{"--server"}, limit);
     const nlohmann::json& answer = probe.answer;
@@ -149,6 +153,11 @@ CFindings checkLiveStart(bool withWindow, DWORD limit)
                            "answered in " + answer["callMilliseconds"].dump() + " ms",
                            "a call failed: " + fromUtf8(answer["error"].get<std::string>()), logNext);
         }
+    }
+    // Not ended: which client a server belongs to cannot be told for certain.
+    for (const DWORD id : serversLeftSince(serversBefore, LATE_END_LIMIT)) {
+        findings.note("live start", "process", std::format("a server that was not there before is still running: {}", id),
+                      "end it in the task manager unless a program shows its control");
     }
     return findings;
 }

@@ -100,6 +100,8 @@ TEST_F(FaultTest, ServerThatHangsOrEndsIsNamed)
     EXPECT_THAT(faults("--limit 15"), ContainsRegex("^FAULT  live start +server +the client that tried it failed: it had not "
                                                     "come back after 15 s\r?\n" +
                                                     LOG_NEXT));
+    EXPECT_THAT(output, ContainsRegex("note   live start +process +a server that was not there before is still running: \\d+\r?\n"
+                                      "         -> end it in the task manager unless a program shows its control\r?\n"));
     endServers();
     plant("end");
     EXPECT_THAT(faults(""), ContainsRegex("^FAULT  live start +server +cannot be created: .*\r?\n" + LOG_NEXT));

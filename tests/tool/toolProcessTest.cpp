@@ -24,6 +24,8 @@ TEST_F(ToolProcessTest, HealthyMachineHasNoFinding)
     EXPECT_THAT(output, testing::ContainsRegex("live start +server +created in \\d+ ms"));
     EXPECT_THAT(output, testing::ContainsRegex("live start +frame +kesta_frame_\\d+"));
     EXPECT_THAT(output, testing::ContainsRegex("live start +call +answered in \\d+ ms"));
+    EXPECT_THAT(output, testing::Not(HasSubstr("is still running")));
+    EXPECT_THAT(processesNamed("KESTAx64.exe"), testing::IsEmpty());
 }
 
 TEST_F(ToolProcessTest, FoldersOfProgramAndUserMayHaveAnUmlaut)
