@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include <string>
+#include <vector>
 
 // Registration in both views, per user and machine. `server` receives the executable that programs of this user get; "" without.
 CFindings checkRegistration(std::string& server);
@@ -31,8 +32,9 @@ CFindings checkPolicy(const std::string& policyFile, const std::string& javaVers
 CFindings checkVariables();
 CFindings checkLogFolder(const std::string& folder);
 
-// The registered server, created as a client does it; `withWindow` also takes its frame into a window and waits for an event.
-CFindings checkLiveStart(bool withWindow, DWORD limit);
+// The registered server, created as a client does it; `withWindow` also takes its frame into a window, chooses one of the
+// controls and waits for an event.
+CFindings checkLiveStart(bool withWindow, const std::vector<std::string>& controls, DWORD limit);
 
 struct CheckResult
 {

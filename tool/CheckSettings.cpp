@@ -120,12 +120,18 @@ CFindings checkLogFolder(const std::string& folder)
     return findings;
 }
 
-CFindings checkLiveStart(bool withWindow, DWORD limit)
+CFindings checkLiveStart(bool withWindow, const std::vector<std::string>& controls, DWORD limit)
 {
     CFindings findings;
+    std::vector<std::string> arguments = {"--server"};
+    if (withWindow) {
+        arguments.emplace_back("--live");
+        for (const std::string& control : controls) {
+            arguments.insert(arguments.end(), {"--use", control});
+        }
+    }
     const std::set<DWORD> serversBefore = serverProcesses();
-    const ProbeResult probe =
-        runProbe(withWindow ? std::vector<std::string>{"--server", "--live"} : std::vector<std::string>{"--server"}, limit);
+    const ProbeResult probe = runProbe(arguments, limit);
     const nlohmann::json& answer = probe.answer;
     const char* const logNext = "read the newest file: KESTAtool log FILE (the folder stands in the row \"log\")";
     if (answer.is_null()) {
@@ -142,8 +148,13 @@ CFindings checkLiveStart(bool withWindow, DWORD limit)
         if (answer.contains("isTakenIn")) {
             findings.check(answer["isTakenIn"].get<bool>(), "live start", "window", "the frame fills a window of the client",
                            "the frame did not become a child of the client's window", logNext);
-            findings.check(answer["isControlReady"].get<bool>(), "live start", "setUsedControl",
-                           "takes keyboard input from now on", "the call failed", logNext);
+            if (answer.contains("isControlReady")) {
+                findings.check(answer["isControlReady"].get<bool>(), "live start", "setUsedControl",
+                               "takes keyboard input from now on",
+                               "the call failed: " + fromUtf8(answer["controlError"].get<std::string>()), logNext);
+            } else {
+                findings.note("live start", "setUsedControl", "was not tried, since there is no control in the class path");
+            }
             findings.check(answer["isEventReceived"].get<bool>(), "live start", "event",
                            "came back through Java in " + answer["eventMilliseconds"].dump() + " ms",
                            "none came back in " + answer["eventMilliseconds"].dump() + " ms", logNext);
@@ -183,7 +194,13 @@ CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth, DWORD 
     if (depth != CheckDepth::Static) {
         const bool expectsClassData = !classDataArchive(options).empty() && classData.faultCount() == 0;
         result.findings.append(checkStarts(choice, server, basisControl, expectsClassData, limit));
-        result.findings.append(checkLiveStart(depth == CheckDepth::Window, limit));
+        std::vector<std::string> controls;
+        for (const ControlArchive& control : classPath.controls) {
+            if (canBeRead(control.archive)) {
+                controls.push_back(control.name);
+            }
+        }
+        result.findings.append(checkLiveStart(depth == CheckDepth::Window, controls, limit));
     }
     result.details = {{"server", toUtf8(server)},
                       {"runtime", {{"version", toUtf8(choice.chosen.version)}, {"library", toUtf8(choice.chosen.path)}}},

@@ -166,6 +166,7 @@ void addProbe(CLI::App& app, Output& output)
         std::string library;
         std::string control;
         std::string program;
+        std::vector<std::string> uses;
         std::string scenario;
         std::string trail;
         bool isServer = false;
@@ -182,6 +183,7 @@ void addProbe(CLI::App& app, Output& output)
     verb.add_option("--program", arguments->program);
     verb.add_flag("--server", arguments->isServer);
     verb.add_flag("--live", arguments->isLive);
+    verb.add_option("--use", arguments->uses);
     verb.add_flag("--frame", arguments->withFrame);
     verb.add_option("--scenario", arguments->scenario);
     verb.add_option("--trail", arguments->trail);
@@ -195,7 +197,7 @@ void addProbe(CLI::App& app, Output& output)
         Logger::setMaxLogLevel(output.log.level);
         output.exitCode =
             arguments->isServer
-                ? probeServer(arguments->isLive, arguments->answer)
+                ? probeServer(arguments->isLive, arguments->uses, arguments->answer)
                 : probeRuntime(
                       {{arguments->version, arguments->library}, arguments->program, arguments->control, arguments->withFrame},
                       arguments->answer);

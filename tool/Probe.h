@@ -56,7 +56,7 @@ int probeRuntime(const RuntimeStart& start, const std::string& answerFile);
 // Creates the COM object as a client does, and releases it. Answer: "result" (an HRESULT), "error", "createMilliseconds",
 // "frameId", "hasWindow", "callMilliseconds", "releaseMilliseconds".
 // `isLive` adds what ProbeLive.h finds out.
-int probeServer(bool isLive, const std::string& answerFile);
+int probeServer(bool isLive, const std::vector<std::string>& controls, const std::string& answerFile);
 
 // Writes an answer for the parent.
 void writeAnswer(const nlohmann::json& answer, const std::string& answerFile);

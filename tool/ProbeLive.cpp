@@ -44,17 +44,30 @@ private:
     HWND m_pane;
 };
 
+// The only control needs no name. Of several, any will do: an archive's name may differ from that of the control inside.
+void chooseControl(IJavaManager* object, const std::vector<std::string>& controls, nlohmann::json& answer)
+{
+    HRESULT result = E_FAIL;
+    for (size_t index = 0; index < controls.size() && FAILED(result); ++index) {
+        const ATL::CComBSTR name(controls.size() == 1 ? "" : controls[index].c_str());
+        ATL::CComBSTR text;
+        result = object->setUsedControl(name, ATL::CComBSTR(L""), &text);
+        answer["controlError"] = FAILED(result) ? errorText(result) : "";
+    }
+    answer["isControlReady"] = SUCCEEDED(result);
+}
+
 } // namespace
 
-void probeLive(IJavaManager* object, int frameId, nlohmann::json& answer)
+void probeLive(IJavaManager* object, int frameId, const std::vector<std::string>& controls, nlohmann::json& answer)
 {
     const CPane pane;
     const HWND frame = FindWindowA(nullptr, ("kesta_frame_" + std::to_string(frameId)).c_str());
     const HRESULT pushed = object->pushWindowHandle(static_cast<int>(reinterpret_cast<INT_PTR>(pane.handle())));
     answer["isTakenIn"] = SUCCEEDED(pushed) && pane.takeIn(frame) && IsWindowVisible(frame) != FALSE;
-    ATL::CComBSTR result;
-    answer["isControlReady"] =
-        SUCCEEDED(object->setUsedControl(ATL::CComBSTR(L"QMRTWinControl"), ATL::CComBSTR(L"1.0"), &result));
+    if (!controls.empty()) {
+        chooseControl(object, controls, answer);
+    }
 
     CAcceptSink sink;
     ATL::CComPtr<IConnectionPointContainer> container;

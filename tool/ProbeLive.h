@@ -7,5 +7,12 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-// Adds "isTakenIn", "isControlReady" and "isEventReceived" with "eventMilliseconds" to the answer.
-void probeLive(IJavaManager* object, int frameId, nlohmann::json& answer);
+#include <string>
+#include <vector>
+
+// Adds "isTakenIn" and "isEventReceived" with "eventMilliseconds" to the answer; and "isControlReady" with "controlError" if
+// there are `controls`, the names of those in the class path.
+void probeLive(IJavaManager* object, int frameId, const std::vector<std::string>& controls, nlohmann::json& answer);
+
+// What a call that has just failed said of itself, without its backtrace; the text of its result when nothing came with it.
+std::string errorText(HRESULT result);

@@ -28,7 +28,8 @@ private:
     std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
 };
 
-// What the failing call said of itself, without its backtrace; the text of its result when nothing came with it.
+} // namespace
+
 std::string errorText(HRESULT result)
 {
     ATL::CComPtr<IErrorInfo> info;
@@ -41,6 +42,8 @@ std::string errorText(HRESULT result)
     SysFreeString(text);
     return narrow.substr(0, narrow.find_first_of(std::string("\r\n\0", 3)));
 }
+
+namespace {
 
 void tryObject(IJavaManager* object, CStopwatch& watch, nlohmann::json& answer)
 {
@@ -59,7 +62,7 @@ void tryObject(IJavaManager* object, CStopwatch& watch, nlohmann::json& answer)
 
 } // namespace
 
-int probeServer(bool isLive, const std::string& answerFile)
+int probeServer(bool isLive, const std::vector<std::string>& controls, const std::string& answerFile)
 {
     CHelpers::setErrorModeSilent();
     CoInitialize(nullptr);
@@ -73,7 +76,7 @@ int probeServer(bool isLive, const std::string& answerFile)
     if (SUCCEEDED(result)) {
         tryObject(object, watch, answer);
         if (isLive && answer["hasWindow"].get<bool>()) {
-            probeLive(object, answer["frameId"].get<int>(), answer);
+            probeLive(object, answer["frameId"].get<int>(), controls, answer);
         }
         watch.lap();
         object.Release();

@@ -119,7 +119,9 @@ TEST_F(FaultTest, FrameThatRefusesItsControlIsNamed)
 TEST_F(FaultTest, ControlThatCannotBeChosenIsNamed)
 {
     plant("setUsedControl");
-    EXPECT_THAT(faults("--live"), ContainsRegex("^FAULT  live start +setUsedControl +the call failed\r?\n" + LOG_NEXT));
+    settings.setControl("TestControl", m_buildFolder);
+    EXPECT_THAT(faults("--live"),
+                ContainsRegex("^FAULT  live start +setUsedControl +the call failed: .+\\(80004005\\)\r?\n" + LOG_NEXT));
 }
 
 TEST_F(FaultTest, EventThatDoesNotComeIsNamed)

@@ -28,6 +28,16 @@ TEST_F(ToolProcessTest, HealthyMachineHasNoFinding)
     EXPECT_THAT(processesNamed("KESTAx64.exe"), testing::IsEmpty());
 }
 
+TEST_F(ToolProcessTest, MachineWithNoneOrSeveralControlsHasNoFinding)
+{
+    EXPECT_EQ(run("check --live"), 0u);
+    EXPECT_THAT(output, testing::ContainsRegex("note +live start +setUsedControl +was not tried, since there is no control"));
+    settings.setControl("Stations", m_buildFolder);
+    settings.setControl("TestControl", m_buildFolder);
+    EXPECT_EQ(run("check --live"), 0u);
+    EXPECT_THAT(output, testing::ContainsRegex("ok +live start +setUsedControl +takes keyboard input from now on"));
+}
+
 TEST_F(ToolProcessTest, FoldersOfProgramAndUserMayHaveAnUmlaut)
 {
     const std::string place = folder.path("J\xFCrgen"); // in the system's code page
