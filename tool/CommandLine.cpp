@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
+#include <stdexcept>
 
 namespace {
 
@@ -96,7 +97,8 @@ void addLog(CLI::App& app, Output& output)
     verb.add_option("FILE", order->file, "The log file; it may be in use")->required();
     verb.add_option("--trace", order->traceFile, "Also write the scopes as a trace-event file, for a trace viewer");
     verb.add_option("--html", order->htmlFile, "Also write a page with a timeline per thread, foldable scopes and search");
-    verb.add_flag("--follow", order->isFollowing, "Print errors, warnings and slow calls as they come, until Ctrl+C");
+    verb.add_flag("--follow", order->isFollowing, "Print errors, warnings and slow calls as they come, until Ctrl+C")
+        ->excludes("--json", "--trace", "--html");
     verb.callback([order, &output] {
         order->isJson = output.isJson;
         order->isColoured = output.isColoured;
@@ -240,6 +242,11 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::ParseError& error) {
         return app.exit(error, out, errors);
+    } catch (const std::runtime_error& error) {
+        CFindings findings;
+        findings.fault("KESTAtool", app.get_subcommands().front()->get_name(), error.what(),
+                       "correct the name or the access that this is about, and repeat the command");
+        print(findings, output);
     }
     return output.exitCode;
 }

@@ -71,4 +71,30 @@ TEST_F(FindingsTest, CommandLineThatIsWrongIsNoFinding)
     EXPECT_NE(out.str().find("Example: KESTAtool check --json"), std::string::npos);
 }
 
+TEST_F(FindingsTest, WhatAVerbCannotReadOrWriteIsAFinding)
+{
+    std::ostringstream out;
+    std::ostringstream errors;
+    EXPECT_EQ(runTool({"log", "C:\\none.log"}, out, errors, false), 1);
+    EXPECT_EQ(out.str(), "FAULT  KESTAtool  log  cannot open C:\\none.log\n"
+                         "         -> correct the name or the access that this is about, and repeat the command\n"
+                         "1 finding. Next: correct the name or the access that this is about, and repeat the command\n");
+    out.str("");
+    EXPECT_EQ(runTool({"log", "C:\\none.log", "--json"}, out, errors, false), 1);
+    EXPECT_EQ(nlohmann::json::parse(out.str())["rows"][0]["state"], "cannot open C:\\none.log");
+    EXPECT_EQ(errors.str(), "");
+}
+
+TEST_F(FindingsTest, FollowingALogHasOneFormOnly)
+{
+    for (const std::vector<std::string>& other :
+         std::vector<std::vector<std::string>>{{"--json"}, {"--trace", "x"}, {"--html", "x"}}) {
+        std::vector<std::string> arguments = {"log", "C:\\none.log", "--follow"};
+        arguments.insert(arguments.end(), other.begin(), other.end());
+        std::ostringstream out;
+        std::ostringstream errors;
+        EXPECT_GE(runTool(arguments, out, errors, false), 100) << other.front();
+    }
+}
+
 } // namespace
