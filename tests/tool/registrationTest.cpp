@@ -13,6 +13,7 @@ const std::string CLASS = CLASSES + "CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B1
 const std::string LIBRARY = "{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}";
 const std::string CALLS = "Interface\\{7D0B4E93-2A6F-4C1D-B3E8-95F2A6C04D71}";
 const std::string EVENTS = "Interface\\{E3A19C5F-8B27-4D60-A4F3-1C6E92B07D58}";
+const std::string REGISTER_FOR_USER = " -> run in the program's folder: KESTAx64.exe /RegServerPerUser";
 const std::string REGISTER = " -> as administrator, run in the program's folder: KESTAx64.exe /RegServer";
 
 class RegistrationTest : public ToolTest
@@ -22,7 +23,9 @@ protected:
     void registerServer(fixtures::RegistryScratch& root, const std::string& server)
     {
         root.setString(CLASS + "\\LocalServer32", "", server);
-        root.setString(CLASSES + "KESTAserver.JavaManager.1\\CLSID", "", "{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}");
+        for (const char* const name : {"KESTAserver.JavaManager.1", "KESTAserver.JavaManager"}) {
+            root.setString(CLASSES + name + "\\CLSID", "", "{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}");
+        }
         root.setString(CLASSES + "TypeLib\\" + LIBRARY + "\\1.0\\0\\win64", "", KESTA_TYPE_LIBRARY);
         for (const std::string& name : {CALLS, EVENTS}) {
             root.setString(CLASSES + name + "\\TypeLib", "", LIBRARY);
@@ -45,6 +48,7 @@ TEST_F(RegistrationTest, HealthyOneHasNoFault)
     const std::string server = makeServer("KESTAx64.exe");
     registerServer(machine, server);
     EXPECT_THAT(lines(), ElementsAre("ok machine: " + server, "ok machine, name: KESTAserver.JavaManager.1",
+                                     "ok machine, name: KESTAserver.JavaManager",
                                      std::string("ok machine, type library: loads: ") + KESTA_TYPE_LIBRARY,
                                      "ok machine, interface: marshalled by the type library",
                                      "ok machine, events: marshalled by the type library",
@@ -69,9 +73,11 @@ TEST_F(RegistrationTest, WhatIsMissingOrBrokenInItIsNamed)
     makeServer("a b.exe");
     EXPECT_THAT(faults(), ElementsAre());
 
-    machine.setString(CLASSES + "KESTAserver.JavaManager.1\\CLSID", "", "{0}");
-    EXPECT_THAT(faults(), ElementsAre("FAULT machine, name: KESTAserver.JavaManager.1 does not lead to the class" + REGISTER));
-    registerServer(machine, folder.path("a b.exe"));
+    for (const std::string name : {"KESTAserver.JavaManager.1", "KESTAserver.JavaManager"}) {
+        machine.setString(CLASSES + name + "\\CLSID", "", "{0}");
+        EXPECT_THAT(faults(), ElementsAre("FAULT machine, name: " + name + " does not lead to the class" + REGISTER));
+        registerServer(machine, folder.path("a b.exe"));
+    }
 
     const std::string library = CLASSES + "TypeLib\\" + LIBRARY + "\\1.0\\0\\win64";
     machine.setString(library, "", folder.path("a b.exe"));
@@ -83,6 +89,9 @@ TEST_F(RegistrationTest, WhatIsMissingOrBrokenInItIsNamed)
 
     machine.setString(CLASSES + CALLS + "\\TypeLib", "", "");
     machine.setString(CLASSES + EVENTS + "\\ProxyStubClsid32", "", "");
+    machine.setString(CLASSES + "TypeLib\\" + LIBRARY + "\\1.0\\0\\win32", "", folder.path("a b.exe"));
+    EXPECT_EQ(lines().back(),
+              "note 32-bit programs: can call late bound only: the interfaces are not complete in the 32-bit view");
     EXPECT_THAT(
         faults(),
         ElementsAre("FAULT machine, interface: " + CALLS + " is not complete: calls or events fail with E_NOINTERFACE" + REGISTER,
@@ -96,6 +105,21 @@ TEST_F(RegistrationTest, TypeLibraryMayBeInAFolderWithAnUmlaut)
     registerServer(machine, makeServer("KESTAx64.exe"));
     machine.setString(CLASSES + "TypeLib\\" + LIBRARY + "\\1.0\\0\\win64", "", library);
     EXPECT_THAT(faults(), ElementsAre());
+}
+
+TEST_F(RegistrationTest, UsersOneIsMendedForTheUser)
+{
+    registerServer(user, folder.path("none.exe"));
+    user.setString(CLASSES + "KESTAserver.JavaManager\\CLSID", "", "{0}");
+    user.setString(CLASSES + "TypeLib\\" + LIBRARY + "\\1.0\\0\\win64", "", "");
+    user.setString(CLASSES + CALLS + "\\TypeLib", "", "");
+    EXPECT_THAT(faults(),
+                ElementsAre("FAULT user: names a file that is not there: " + folder.path("none.exe") +
+                                " -> put the program back there, or register it from where it is: KESTAx64.exe /RegServerPerUser",
+                            "FAULT user, name: KESTAserver.JavaManager does not lead to the class" + REGISTER_FOR_USER,
+                            "FAULT user, type library: is not registered: calls between processes fail" + REGISTER_FOR_USER,
+                            "FAULT user, interface: " + CALLS + " is not complete: calls or events fail with E_NOINTERFACE" +
+                                REGISTER_FOR_USER));
 }
 
 TEST_F(RegistrationTest, UsersOneComesBeforeTheMachines)
