@@ -75,7 +75,9 @@ void Logger::start()
     LOG_PLAIN(INFO, "Beginning logging with log level " << getLogLevelName(maxLogLevel()) << ", log file prefix is "
                                                         << logFilePrefix());
     LOG_PLAIN(INFO, "Executable path: " << m_impl->executablePath);
-    initCleanUpLogFiles();
+    if (LOGGER_REMOVES_OLD_FILES) {
+        initCleanUpLogFiles();
+    }
 }
 
 // Threads of Java and of the timer queue still run. They may hold the pointer or be inside a call, so memory, locks and

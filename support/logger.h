@@ -56,6 +56,9 @@ std::string getJNIErrorName(int code);
 // " (%08x)" alone.
 std::string getWindowsErrorText(unsigned code);
 
+// Whether a Logger that starts removes old log files: yes, except in a program that defines it as false, to read them.
+extern const bool LOGGER_REMOVES_OLD_FILES;
+
 class Logger;
 class LogScope;
 

@@ -24,6 +24,7 @@ namespace fs = std::filesystem;
 constexpr size_t MOST_LOGS = 50;
 constexpr size_t MOST_CRASHES = 10;
 constexpr const char* AREA = "report";
+constexpr const char* OWN_LOG = "KESTA-KESTAtool.exe-"; // what "check" tells anyway
 
 std::string unmasked(std::string_view line)
 {
@@ -140,7 +141,10 @@ CFindings writeReport(const ReportOrder& order)
     addText("versions.txt", versions());
 
     std::vector<fs::path> logs = filesOf(toPath(order.log.folder), "KESTA-", ".log");
-    std::erase_if(logs, [](const fs::path& file) { return fromPath(file).find("-jvm") != std::string::npos; });
+    std::erase_if(logs, [](const fs::path& file) {
+        const std::string name = fromPath(file.filename());
+        return name.find("-jvm") != std::string::npos || name.starts_with(OWN_LOG);
+    });
     if (logs.size() > MOST_LOGS) {
         findings.note(AREA, "logs", std::format("only the newest {} of {} are in the archive", MOST_LOGS, logs.size()));
         logs.resize(MOST_LOGS);

@@ -1,4 +1,5 @@
 // Process entry of KESTAtool.
+#include "support/logger.h"
 #include "tool/CommandLine.h"
 
 #include <windows.h>
@@ -6,6 +7,8 @@
 #include <cstdio>
 #include <exception>
 #include <iostream>
+
+const bool LOGGER_REMOVES_OLD_FILES = false;
 
 namespace {
 

@@ -103,6 +103,7 @@ protected:
         fixtures::makeFile(logs + "\\KESTA-KESTAx64.exe-1-jvm-error.log", "# error\nstring: \"SECRET\"\n");
         fixtures::makeFile(logs + "\\hs_err_pid1.log", "string: \"SECRET\"\n");
         fixtures::makeFile(logs + "\\other.log", "not ours");
+        fixtures::makeFile(logs + "\\KESTA-KESTAtool.exe-1.log", "the tool's own");
     }
     std::map<std::string, std::string> write(bool withTexts)
     {

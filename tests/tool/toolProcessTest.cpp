@@ -6,6 +6,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <chrono>
+
 namespace fixtures {
 namespace {
 
@@ -61,6 +63,18 @@ TEST_F(ToolProcessTest, JsonTellsWhatTheServerUses)
     EXPECT_EQ(result["runtime"], (nlohmann::json{{"version", "21.0.8"}, {"library", runtimeLibrary(21)}}));
     EXPECT_EQ(result["classPath"], m_buildFolder + "\\ORVANEControl.jar");
     EXPECT_EQ(result["options"][0], (nlohmann::json{{"value", "jvm_option_1"}, {"option", "-Xmx99m"}}));
+}
+
+TEST_F(ToolProcessTest, OldLogsStayAndAreReported)
+{
+    const std::string file = folder.path("KESTA-KESTAx64.exe-1.log");
+    makeFile(file, "x");
+    const auto written = std::filesystem::last_write_time(file);
+    std::filesystem::last_write_time(file, written - std::chrono::days(40));
+    run("check --static");
+    EXPECT_EQ(run("report \"" + folder.path("out.zip") + "\" --static"), 0u);
+    EXPECT_TRUE(std::filesystem::exists(file));
+    EXPECT_EQ(unzip(folder.path("out.zip")).count("logs/KESTA-KESTAx64.exe-1.log"), 1U);
 }
 
 TEST_F(ToolProcessTest, LogIsFollowedIntoTheProcessesNextFile)
