@@ -119,7 +119,7 @@ class UmlautReportTest : public ReportTest
 {
 protected:
     UmlautReportTest()
-        : ReportTest(UMLAUT)
+        : ReportTest(UMLAUT + "-jvm")
     {
     }
 };
