@@ -1,6 +1,7 @@
 #include "tool/Runtimes.h"
 
 #include "javabridge/JavaManagerJNIClientSettings.h"
+#include "support/logger.h"
 #include "tool/Findings.h"
 #include "tool/RegistryView.h"
 
@@ -68,16 +69,17 @@ std::string releasedVersion(const std::string& library)
     return "";
 }
 
-bool exportsCreation(const std::string& library)
+// "" when the library can be mapped and exports what the server calls.
+std::string faultOfImage(const std::string& library)
 {
     // Mapped only: neither its own code nor that of its neighbours runs.
     const HMODULE module = LoadLibraryExA(library.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES);
     if (module == nullptr) {
-        return false;
+        return "Windows cannot load the library: " + getWindowsErrorText(GetLastError());
     }
     const bool isExported = GetProcAddress(module, "JNI_CreateJavaVM") != nullptr;
     FreeLibrary(module);
-    return isExported;
+    return isExported ? "" : "the library does not export JNI_CreateJavaVM";
 }
 
 const char* const TAKE_64_BIT = "install a 64-bit (x64) Java runtime and choose it: KESTAtool java use FOLDER";
@@ -96,8 +98,7 @@ void inspectLibrary(RuntimeFile& runtime, std::ifstream& file)
                         : *machine == MACHINE_ARM64 ? "the runtime is one for ARM processors"
                                                     : std::format("the runtime is for another processor ({:04x})", *machine);
         runtime.remedy = TAKE_64_BIT;
-    } else if (!exportsCreation(runtime.library)) {
-        runtime.fault = "the library does not export JNI_CreateJavaVM";
+    } else if (runtime.fault = faultOfImage(runtime.library); !runtime.fault.empty()) {
         runtime.remedy = INSTALL_AGAIN;
     }
 }

@@ -61,6 +61,10 @@ TEST_F(CheckRuntimeTest, NamesWhatIsWrongWithTheChosenLibrary)
         install("21", fault.library);
         EXPECT_THAT(faultsOf(checkRuntimes(readJVMChoice(nullptr))), ElementsAre(chosen + fault.state));
     }
+    install("21", libraryFor("x64.dll", 0x8664)); // damaged behind its header
+    EXPECT_THAT(faultsOf(checkRuntimes(readJVMChoice(nullptr))),
+                ElementsAre(testing::AllOf(testing::StartsWith(chosen + "Windows cannot load the library: "),
+                                           testing::EndsWith(" -> " + REMEDY_AGAIN))));
 }
 
 TEST_F(CheckRuntimeTest, ExplainsThePatternItemByItem)
