@@ -68,19 +68,45 @@ LSTATUS enter(const std::string& name, const std::string& home, const std::strin
     CRegistryChange preferences;
     LSTATUS status = own.create(path, KEY_WOW64_64KEY);
     if (status == ERROR_SUCCESS) {
-        own.setNumber(KEPT_RUNTIME_KEYS, runtimeKeys);
-        own.setNumber(KEPT_PREFERENCE_KEYS, preferenceKeys);
+        status = own.setNumber(KEPT_RUNTIME_KEYS, runtimeKeys);
+    }
+    if (status == ERROR_SUCCESS) {
+        status = own.setNumber(KEPT_PREFERENCE_KEYS, preferenceKeys);
+    }
+    if (status == ERROR_SUCCESS) {
         status = preferences.create(PREFERENCES_KEY, KEY_WOW64_32KEY);
     }
     if (status == ERROR_SUCCESS) {
         status = preferences.copyTo(own, PATTERN, KEPT_PATTERN);
     }
-    if (status != ERROR_SUCCESS) {
-        return status;
+    if (status == ERROR_SUCCESS) {
+        status = own.setText("JavaHome", home);
     }
-    own.setText("JavaHome", home);
-    own.setText("RuntimeLib", library);
-    return preferences.setText(PATTERN, name);
+    if (status == ERROR_SUCCESS) {
+        status = own.setText("RuntimeLib", library);
+    }
+    return status == ERROR_SUCCESS ? preferences.setText(PATTERN, name) : status;
+}
+
+// Takes back what `use` did before and does it for another runtime. When that fails, the first one is used again.
+LSTATUS replace(const std::string& before, const std::string& name, const std::string& home, const std::string& library)
+{
+    const auto textBefore = [path = RUNTIMES + "\\" + before](const char* value) {
+        return registryText(HKEY_LOCAL_MACHINE, path, value, KEY_WOW64_64KEY).value_or("");
+    };
+    const std::string homeBefore = textBefore("JavaHome");
+    const std::string libraryBefore = textBefore("RuntimeLib");
+    LSTATUS status = before.empty() ? ERROR_SUCCESS : restore(before);
+    if (status == ERROR_SUCCESS) {
+        status = enter(name, home, library);
+        if (status != ERROR_SUCCESS) {
+            restore(name);
+            if (!before.empty()) {
+                enter(before, homeBefore, libraryBefore);
+            }
+        }
+    }
+    return status;
 }
 
 std::string nameFor(const RuntimeFile& runtime, const std::string& folder)
@@ -138,14 +164,7 @@ CFindings useRuntime(const std::string& folder, bool withoutStart)
             return findings;
         }
     }
-    const std::string before = ownKey();
-    LSTATUS status = before.empty() ? ERROR_SUCCESS : restore(before);
-    if (status == ERROR_SUCCESS) {
-        status = enter(name, home, library);
-        if (status != ERROR_SUCCESS) {
-            restore(name);
-        }
-    }
+    const LSTATUS status = replace(ownKey(), name, home, library);
     findings.check(status == ERROR_SUCCESS, AREA, name, "is what the server takes from its next start on: " + library,
                    "could not be registered: " + getWindowsErrorText(static_cast<unsigned>(status)), ELEVATE);
     findings.setNextStep("start the program that shows the control anew; KESTAtool java remove takes this back.");

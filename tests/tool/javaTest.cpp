@@ -77,6 +77,19 @@ TEST_F(JavaTest, RuntimeThatIsUsedIsTheServersChoiceUntilItIsRemoved)
     EXPECT_THAT(linesOf(removeRuntime()), ElementsAre("ok registry: has no runtime that this program has registered"));
 }
 
+TEST_F(JavaTest, SecondRuntimeThatCannotBeRegisteredLeavesTheFirst)
+{
+    prefer("1.8.0_20");
+    const Lines before = machineKeys();
+    useRuntime(makeRuntime("jdk", "21"), true);
+    const Lines used = machineKeys();
+    const std::string other = makeRuntime("other", std::string(300, '9')); // no name of a key
+    EXPECT_EQ(useRuntime(other, true).faultCount(), 1);
+    EXPECT_EQ(machineKeys(), used);
+    removeRuntime();
+    EXPECT_EQ(machineKeys(), before);
+}
+
 TEST_F(JavaTest, RuntimeMayBeInAFolderWithAnUmlaut)
 {
     const std::string home = makeRuntime(UMLAUT, "");
