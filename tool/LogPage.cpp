@@ -82,7 +82,7 @@ void CLogPage::write(const std::string& path, const std::string& title, const Lo
     }
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     const size_t place = TEMPLATE.find(PLACE);
-    file << TEMPLATE.substr(0, place) << text << TEMPLATE.substr(place + PLACE.size());
+    file << TEMPLATE.substr(0, place) << text << TEMPLATE.substr(place + PLACE.size()) << std::flush;
     if (!file) {
         throw std::runtime_error("cannot write " + path);
     }

@@ -17,7 +17,8 @@ std::string quoted(const std::string& text)
 } // namespace
 
 CLogTrace::CLogTrace(const std::string& path)
-    : m_file(path, std::ios::binary | std::ios::trunc)
+    : m_path(path)
+    , m_file(path, std::ios::binary | std::ios::trunc)
 {
     m_file << "{\"displayTimeUnit\":\"ms\",\"traceEvents\":[";
     if (!m_file) {
@@ -53,4 +54,7 @@ void CLogTrace::end()
 {
     m_file << "\n]}\n";
     m_file.close();
+    if (!m_file) {
+        throw std::runtime_error("cannot write " + m_path);
+    }
 }

@@ -11,7 +11,7 @@ class CLogTrace : public CLogScopes
 public:
     // Throws std::runtime_error when the file cannot be written.
     explicit CLogTrace(const std::string& path);
-    // To be called after finish().
+    // Throws the same when not everything could be written. To be called after finish().
     void end();
     long long scopeCount() const { return m_scopes; }
 
@@ -22,6 +22,7 @@ protected:
 private:
     void write(const std::string& entry);
 
+    std::string m_path;
     std::ofstream m_file;
     long long m_scopes = 0;
     bool m_isFirst = true;

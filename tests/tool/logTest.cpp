@@ -301,6 +301,9 @@ TEST_F(LogTest, FileThatCannotBeReadOrWrittenIsAnError)
     fixtures::makeFile(file, "");
     EXPECT_THROW(readLog({.file = file, .traceFile = folder.path("none\\x")}, out), std::runtime_error);
     EXPECT_THROW(readLog({.file = file, .htmlFile = folder.path("none\\x")}, out), std::runtime_error);
+    const std::string full = "Z:\\dev\\full"; // can be opened and takes nothing
+    EXPECT_THROW(readLog({.file = file, .traceFile = full}, out), std::runtime_error);
+    EXPECT_THROW(readLog({.file = file, .htmlFile = full}, out), std::runtime_error);
 }
 
 } // namespace
