@@ -88,6 +88,15 @@ std::string maskedStatement(std::string_view text)
     return isCheck(text) || std::ranges::any_of(OPEN_STATEMENTS, begins) ? std::string(text) : std::string(MASK);
 }
 
+// Lines that Java writes behind an object of its memory.
+bool isOpenCrashLine(std::string_view line)
+{
+    constexpr std::string_view BEGINNINGS[] = {" - ---- ", "stack at sp + ",
+                                               "Top of Stack: ", "Instructions: ", "---------------"};
+    const bool isRegister = line.size() > 6 && line.front() == 'R' && (line.substr(3, 3) == "=0x" || line.substr(2, 4) == " =0x");
+    return isRegister || std::ranges::any_of(BEGINNINGS, [&](std::string_view known) { return line.starts_with(known); });
+}
+
 // Name, and time at the end, stay.
 std::string maskedScope(const LogLine& line, std::string_view text)
 {
@@ -122,15 +131,20 @@ std::string maskedLogLine(std::string_view text)
     return std::string(front) + (line->marker == LogMarker::Plain ? maskedStatement(message) : maskedScope(*line, message));
 }
 
-std::string maskedCrashLine(std::string_view line)
+std::string CCrashMask::operator()(std::string_view line)
 {
     constexpr std::string_view STRING = "string: \""; // of Java, in memory that a register pointed to
     const size_t found = line.find(STRING);
-    return found == std::string_view::npos ? std::string(line)
-                                           : std::string(line.substr(0, found + STRING.size())) + std::string(MASK) + "\"";
+    if (found != std::string_view::npos) {
+        m_isInText = !line.substr(found + STRING.size()).ends_with('"');
+        return std::string(line.substr(0, found + STRING.size())) + std::string(MASK) + "\"";
+    }
+    // A quotation mark may be the text's own, so only a line that is known to follow a text ends it.
+    m_isInText = m_isInText && !isOpenCrashLine(line);
+    return m_isInText ? std::string(MASK) : std::string(line);
 }
 
-void maskFile(const std::filesystem::path& path, LineMask mask, const std::function<void(std::string_view)>& sink)
+void maskFile(const std::filesystem::path& path, const LineMask& mask, const std::function<void(std::string_view)>& sink)
 {
     std::ifstream file(path, std::ios::binary);
     for (std::string line; std::getline(file, line);) {

@@ -103,7 +103,7 @@ std::string versions()
     return toUtf8(text);
 }
 
-void addFile(CZipFile& archive, CFindings& findings, const std::string& folder, const fs::path& file, LineMask mask)
+void addFile(CZipFile& archive, CFindings& findings, const std::string& folder, const fs::path& file, const LineMask& mask)
 {
     const std::string name = folder + fromPath(file.filename());
     if (!std::ifstream(file).is_open()) {
@@ -150,10 +150,10 @@ CFindings writeReport(const ReportOrder& order)
         logs.resize(MOST_LOGS);
     }
     for (const fs::path& log : logs) {
-        addFile(archive, findings, "logs/", log, order.withTexts ? unmasked : maskedLogLine);
+        addFile(archive, findings, "logs/", log, order.withTexts ? LineMask(unmasked) : maskedLogLine);
     }
     for (const fs::path& crash : crashFiles(toPath(order.log.folder))) {
-        addFile(archive, findings, "crashes/", crash, order.withTexts ? unmasked : maskedCrashLine);
+        addFile(archive, findings, "crashes/", crash, order.withTexts ? LineMask(unmasked) : CCrashMask());
     }
     archive.end();
     findings.setNextStep("look through " + order.archive + " and send it to support.");

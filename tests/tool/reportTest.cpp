@@ -84,8 +84,28 @@ TEST(LogMaskTest, TextsOfCallsAreMaskedAndTheRestStays)
     for (const std::string& line : OPEN_LINES) {
         EXPECT_EQ(maskedLogLine(line), line);
     }
-    EXPECT_EQ(maskedCrashLine(" - string: \"SECRET\""), " - string: \"***\"");
-    EXPECT_EQ(maskedCrashLine("# JRE version: 21"), "# JRE version: 21");
+}
+
+TEST(CrashMaskTest, TextsInMemoryAreMaskedWithAllTheirLines)
+{
+    const std::pair<const char*, const char*> lines[] = {
+        {"# JRE version: 21", "# JRE version: 21"},
+        {" - string: \"SECRET\"", " - string: \"***\""},
+        {"RBX=0x01 is an oop: java.lang.String", "RBX=0x01 is an oop: java.lang.String"},
+        {" - string: \"first SECRET", " - string: \"***\""},
+        {"SECRET \"quoted\"", "***"},
+        {"", "***"},
+        {"last SECRET\"", "***"},
+        {"R8 =0x02 points into unknown memory", "R8 =0x02 points into unknown memory"},
+        {" - string: \"SECRET", " - string: \"***\""},
+        {"SECRET\"", "***"},
+        {" - ---- fields (total size 3 words):", " - ---- fields (total size 3 words):"},
+        {" - private 'hash' 'I' @12  0", " - private 'hash' 'I' @12  0"},
+    };
+    CCrashMask mask;
+    for (const auto& [line, masked] : lines) {
+        EXPECT_EQ(mask(line), masked);
+    }
 }
 
 class ReportTest : public ToolTest
@@ -101,7 +121,7 @@ protected:
         std::filesystem::create_directory(toPath(logs));
         fixtures::makeFile(logs + "\\KESTA-KESTAx64.exe-1.log", log);
         fixtures::makeFile(logs + "\\KESTA-KESTAx64.exe-1-jvm-error.log", "# error\nstring: \"SECRET\"\n");
-        fixtures::makeFile(logs + "\\hs_err_pid1.log", "string: \"SECRET\"\n");
+        fixtures::makeFile(logs + "\\hs_err_pid1.log", "string: \"SECRET\nSECRET\"\n");
         fixtures::makeFile(logs + "\\other.log", "not ours");
         fixtures::makeFile(logs + "\\KESTA-KESTAtool.exe-1.log", "the tool's own");
     }
@@ -128,7 +148,7 @@ TEST_F(UmlautReportTest, ContainsTheFilesOfAFolderWithAnUmlaut)
 {
     const auto files = write(true);
     EXPECT_EQ(files.at("logs/KESTA-KESTAx64.exe-1.log"), fixtures::readFile(logs + "\\KESTA-KESTAx64.exe-1.log"));
-    EXPECT_EQ(files.at("crashes/hs_err_pid1.log"), "string: \"SECRET\"\n");
+    EXPECT_EQ(files.at("crashes/hs_err_pid1.log"), "string: \"SECRET\nSECRET\"\n");
 }
 
 TEST_F(ReportTest, ContainsWhatSupportNeedsAndNoTextOfACall)
