@@ -34,7 +34,7 @@ std::string faultOf(const std::string& option)
     if (option.starts_with("-Djava.class.path=")) {
         return "replaces the class path, so that the control is not found";
     }
-    return option.find(' ') == 0 || option.ends_with(' ') ? "has a blank at its end" : "";
+    return option.ends_with(' ') ? "has a blank at its end" : "";
 }
 
 } // namespace
