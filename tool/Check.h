@@ -52,3 +52,5 @@ CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth, DWORD 
 std::string machineServerExecutable();
 // The executable whose settings count: the registered one, else the one beside this program.
 std::string serverExecutable();
+// The basis control that a server takes. Like the server, this asks only whether there is a file of that name.
+std::string basisControlOf(const std::string& server);

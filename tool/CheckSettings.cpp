@@ -39,6 +39,12 @@ std::string faultOf(const std::string& option)
 
 } // namespace
 
+std::string basisControlOf(const std::string& server)
+{
+    return chooseBasisControl(
+        server.c_str(), [](const std::string& path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; });
+}
+
 CFindings checkClassPath(const ControlClassPath& classPath, const std::string& basisControl)
 {
     CFindings findings;
@@ -179,7 +185,7 @@ CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth, DWORD 
     std::string registered;
     result.findings = checkRegistration(registered);
     const std::string server = serverExecutable();
-    const std::string basisControl = chooseBasisControl(server.c_str(), canBeRead);
+    const std::string basisControl = basisControlOf(server);
     const JVMChoice choice = readJVMChoice(nullptr);
     const ControlClassPath classPath = readControlClassPath(basisControl.c_str(), nullptr);
     const std::vector<MachineOption> options = readMachineOptions(server.c_str(), log, nullptr);

@@ -1,6 +1,5 @@
 #include "tool/JavaChoice.h"
 
-#include "com/JavaManagerATLObjectControl.h"
 #include "support/logger.h"
 #include "support/registry.h"
 #include "tool/Check.h"
@@ -116,18 +115,12 @@ std::string nameFor(const RuntimeFile& runtime, const std::string& folder)
     return name;
 }
 
-bool doesFileExist(const std::string& path)
-{
-    return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
 // A fault when the library does not start as the server would start it.
 CFindings tryStart(const std::string& library, const std::string& name)
 {
     CFindings findings;
     const std::string server = serverExecutable();
-    const std::string basisControl = chooseBasisControl(server.c_str(), doesFileExist);
-    const ProbeResult probe = runProbe(probeArguments({{name, library}, server, basisControl}), START_LIMIT);
+    const ProbeResult probe = runProbe(probeArguments({{name, library}, server, basisControlOf(server)}), START_LIMIT);
     const std::string why = whyNotStarted(probe);
     findings.check(why.empty(), AREA, library,
                    why.empty() ? "starts: Java " + probe.answer["javaVersion"].get<std::string>() : "",

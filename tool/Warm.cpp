@@ -1,6 +1,5 @@
 #include "tool/Warm.h"
 
-#include "com/JavaManagerATLObjectControl.h"
 #include "support/logger.h"
 #include "support/registry.h"
 #include "tool/Check.h"
@@ -36,7 +35,7 @@ struct Plan
 
     explicit Plan(const std::string& executable)
         : server(executable)
-        , basisControl(chooseBasisControl(executable.c_str(), doesFileExist))
+        , basisControl(basisControlOf(executable))
         , runtime(readJVMChoice(nullptr).chosen)
         , archive(fromPath(toPath(executable).replace_extension(".jsa")))
     {
