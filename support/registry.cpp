@@ -4,7 +4,6 @@
 
 namespace {
 // Sizes passed to the registry. Each buffer is one byte longer and zeroed, since values need not be terminated.
-constexpr DWORD STRING_SIZE = 255;
 constexpr DWORD SUB_KEY_NAME_SIZE = 255;
 constexpr DWORD VALUE_NAME_SIZE = 16383;
 } // namespace
@@ -31,8 +30,8 @@ bool CRegistry::query(const char* name, void* data, DWORD size) const
 std::string CRegistry::getStringValue(const char* name, const char* defaultValue)
 {
     LOG_SCOPE(FINE, "CRegistry::getStringValue", name << ", " << defaultValue);
-    char buffer[STRING_SIZE + 1] = {};
-    return query(name, buffer, STRING_SIZE) ? buffer : defaultValue;
+    char buffer[LONGEST_VALUE + 1] = {};
+    return query(name, buffer, LONGEST_VALUE) ? buffer : defaultValue;
 }
 
 int CRegistry::getDWORDValue(const char* name, int defaultValue)

@@ -15,6 +15,9 @@
 inline constexpr char PREFERENCES_KEY[] = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
 inline constexpr REGSAM PREFERENCES_ACCESS = KEY_READ | KEY_WOW64_32KEY;
 
+// So many bytes of a text are read at most, the zero byte at its end included if it has one.
+inline constexpr DWORD LONGEST_VALUE = 255;
+
 class CRegistry : public virtual Loggable
 {
 public:
@@ -24,7 +27,7 @@ public:
     CRegistry(const CRegistry&) = delete;
     CRegistry& operator=(const CRegistry&) = delete;
 
-    // The value's bytes up to the first zero byte, whatever its type. The default when there are more than 255.
+    // The value's bytes up to the first zero byte, whatever its type. The default when there are more than LONGEST_VALUE.
     std::string getStringValue(const char* name, const char* defaultValue);
     // The value's bytes as a signed number, whatever its type. The default when there are more than four.
     int getDWORDValue(const char* name, int defaultValue);

@@ -3,6 +3,7 @@
 
 #include "com/JavaManagerATLObjectControl.h"
 #include "support/logger.h"
+#include "support/registry.h"
 #include "tool/Probe.h"
 #include "tool/Runtimes.h"
 #include "tool/ServerProcesses.h"
@@ -26,7 +27,7 @@ bool canBeRead(const std::string& path)
 std::string faultOf(const std::string& option)
 {
     if (option.empty()) {
-        return "is empty or longer than 254 characters";
+        return std::format("is empty or longer than {} characters", LONGEST_VALUE - 1);
     }
     if (option.front() != '-') {
         return "does not begin with a dash: Java ignores it";

@@ -15,8 +15,7 @@ namespace {
 
 const char* const AREA = "warm";
 constexpr int FIRST_WITH_CLASS_DATA = 13;
-constexpr DWORD DUMP_LIMIT = 180000;   // ms
-constexpr size_t LONGEST_OPTION = 254; // that the server reads from the registry
+constexpr DWORD DUMP_LIMIT = 180000; // ms
 const char* const CHOOSE_NEWER = "choose Java 13 or newer: KESTAtool java list, then KESTAtool java use FOLDER";
 const char* const SEND_REPORT = "send the result of KESTAtool report support.zip to support";
 
@@ -117,7 +116,7 @@ CFindings obstacles(const Plan& plan)
                            "delete the value " + option.valueName + " of Prefs\\com\\orvane\\qmrt if it is not needed");
         }
     }
-    if (plan.option().size() > LONGEST_OPTION) {
+    if (plan.option().size() >= LONGEST_VALUE) {
         findings.fault(AREA, "folder", "its name is too long for an option: " + plan.folder(),
                        "install the program in a folder with a shorter name");
     }
