@@ -49,6 +49,14 @@ enum LogLevel : int {
 // The name printed for a level. The table ends at 6, "(invalid)"; no other level may reach it.
 const char* getLogLevelName(int level);
 
+// Around a backtrace. 124 characters and a line feed each; the first ends in one backslash.
+inline constexpr std::string_view LOG_BANNER_BEGIN =
+    "/******************************************** error detected - begin backtrace "
+    "********************************************\\\n";
+inline constexpr std::string_view LOG_BANNER_END = "\\************************************************** end error backtrace "
+                                                   "***************************************************/\n";
+static_assert(LOG_BANNER_BEGIN.size() == 125 && LOG_BANNER_END.size() == 125);
+
 // The name of a result of the JNI invocation interface. "successfull" and "JNI_ENOMEN" are deliberate: log readers know them.
 std::string getJNIErrorName(int code);
 

@@ -50,13 +50,6 @@ const char* afterLast(const char* text, char separator)
     return found != nullptr ? found + 1 : text;
 }
 
-// 124 characters and a line feed each; the begin banner ends in one backslash.
-constexpr std::string_view BEGIN_BANNER = "/******************************************** error detected - begin backtrace "
-                                          "********************************************\\\n";
-constexpr std::string_view END_BANNER = "\\************************************************** end error backtrace "
-                                        "***************************************************/\n";
-static_assert(BEGIN_BANNER.size() == 125 && END_BANNER.size() == 125);
-
 constexpr std::string_view LINE_CUT = " [out of memory]";
 } // namespace
 
@@ -252,7 +245,7 @@ void Logger::Implementation::write(LogEntry& entry) noexcept
     const bool beginsBacktrace = isError && backtraceCounter() == 0;
     if (beginsBacktrace) {
         setBacktraceCounter(1);
-        leaveOutOnFailure([this] { output(BEGIN_BANNER, false); });
+        leaveOutOnFailure([this] { output(LOG_BANNER_BEGIN, false); });
     }
     const bool intoErrorBuffer = backtraceCounter() >= 1;
     writeLine(entry, intoErrorBuffer);
@@ -263,7 +256,7 @@ void Logger::Implementation::write(LogEntry& entry) noexcept
         }
     }
     if (beginsBacktrace) {
-        leaveOutOnFailure([this] { output(END_BANNER, false); });
+        leaveOutOnFailure([this] { output(LOG_BANNER_END, false); });
         setBacktraceCounter(0);
     }
 }

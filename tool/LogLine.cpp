@@ -7,18 +7,21 @@
 #include <chrono>
 #include <format>
 
-const std::string_view BACKTRACE_BEGIN = "/******************************************** error detected - begin backtrace "
-                                         "********************************************\\";
-const std::string_view BACKTRACE_END = "\\************************************************** end error backtrace "
-                                       "***************************************************/";
-
 namespace {
 
-constexpr std::array<std::string_view, 6> LEVELS = {"ALWAYS", "ERROR ", "WARN  ", "INFO  ", "FINE  ", "TRACE "};
 constexpr size_t DATE_SIZE = 23;
 constexpr size_t LEVEL_SIZE = 6;
 constexpr size_t MODULE_SIZE = 20;
 constexpr size_t MARKER_SIZE = 3;
+
+// The names as a line has them.
+const std::array<std::string, LOGLEVEL_TRACE + 1> LEVELS = [] {
+    std::array<std::string, LOGLEVEL_TRACE + 1> names;
+    for (int level = 0; level <= LOGLEVEL_TRACE; level++) {
+        names[static_cast<size_t>(level)] = std::format("{:<{}}", getLogLevelName(level), LEVEL_SIZE);
+    }
+    return names;
+}();
 
 // A number of exactly these digits.
 bool digits(std::string_view text, size_t begin, size_t count, int& number)

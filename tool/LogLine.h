@@ -4,6 +4,8 @@
 // nothing.
 #pragma once
 
+#include "support/logger.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -33,5 +35,6 @@ struct LogLine
 
 std::optional<LogLine> parseLogLine(std::string_view line);
 
-extern const std::string_view BACKTRACE_BEGIN;
-extern const std::string_view BACKTRACE_END;
+// The lines around a backtrace.
+inline constexpr std::string_view BACKTRACE_BEGIN = LOG_BANNER_BEGIN.substr(0, LOG_BANNER_BEGIN.size() - 1);
+inline constexpr std::string_view BACKTRACE_END = LOG_BANNER_END.substr(0, LOG_BANNER_END.size() - 1);

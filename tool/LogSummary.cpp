@@ -5,7 +5,6 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <array>
 #include <format>
 #include <ostream>
 #include <utility>
@@ -16,7 +15,6 @@ constexpr size_t MOST_ERRORS = 1000; // different ones
 constexpr size_t MOST_MILESTONES = 200;
 constexpr size_t MOST_SLOW_CALLS = 20;
 constexpr size_t PRINTED_FUNCTIONS = 25;
-constexpr std::array<const char*, 6> LEVELS = {"ALWAYS", "ERROR", "WARN", "INFO", "FINE", "TRACE"};
 
 bool isShorter(const auto& left, const auto& right)
 {
@@ -253,7 +251,7 @@ nlohmann::json CLogSummary::json(const LogCounts& counts) const
             {{"date", milestone.date}, {"milliseconds", milestone.milliseconds}, {"text", toUtf8(milestone.text)}});
     }
     for (const auto& [level, count] : m_levels) {
-        result["levels"][LEVELS[static_cast<size_t>(level)]] = count;
+        result["levels"][getLogLevelName(level)] = count;
     }
     return result;
 }
