@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <format>
+#include <sstream>
 
 namespace {
 
@@ -52,6 +53,13 @@ void explainPattern(const JVMChoice& choice, CFindings& findings)
         findings.good("preference", "javavm item \"" + item.text + "\"",
                       kind + (item.picked.version.empty() ? ": matches no runtime whose name has an underscore"
                                                           : ": takes " + item.picked.version + ", the last match"));
+    }
+    std::istringstream items(choice.pattern);
+    size_t number = 0;
+    for (std::string item; std::getline(items, item, ',');) {
+        if (++number > choice.items.size()) {
+            findings.good("preference", "javavm item \"" + item + "\"", "is not looked at: an item before it has a match");
+        }
     }
     findings.check(!choice.items.back().picked.version.empty(), "preference", "javavm", "picks " + choice.chosen.version,
                    "the pattern \"" + choice.pattern + "\" matches no runtime",

@@ -73,15 +73,15 @@ TEST_F(CheckRuntimeTest, ExplainsThePatternItemByItem)
     install("1.8.0_151", standIn("jvm.dll"));
     install("21", standIn("jvm.dll"));
     makeCurrent("21");
-    prefer("1.7.0_80,1.8.0_00-1.8.0_99");
+    prefer("1.7.0_80,1.8.0_00-1.8.0_99,1.9");
     EXPECT_THAT(
         lines(),
         ElementsAre("ok javavm item \"1.7.0_80\": exactly this name: matches no runtime whose name has an underscore",
                     "ok javavm item \"1.8.0_00-1.8.0_99\": range, as texts: takes 1.8.0_20, the last match",
-                    "ok javavm: picks 1.8.0_20",
-                    "ok JRE\\1.8.0_151: not chosen: the pattern \"1.7.0_80,1.8.0_00-1.8.0_99\" picks another one or none, " +
+                    "ok javavm item \"1.9\": is not looked at: an item before it has a match", "ok javavm: picks 1.8.0_20",
+                    "ok JRE\\1.8.0_151: not chosen: the pattern \"1.7.0_80,1.8.0_00-1.8.0_99,1.9\" picks another one or none, " +
                         standIn("jvm.dll"),
-                    "ok JRE\\1.8.0_20: chosen: the pattern \"1.7.0_80,1.8.0_00-1.8.0_99\" picks it, " + standIn("jvm.dll"),
+                    "ok JRE\\1.8.0_20: chosen: the pattern \"1.7.0_80,1.8.0_00-1.8.0_99,1.9\" picks it, " + standIn("jvm.dll"),
                     "ok JRE\\21: not chosen: CurrentVersion names it, but the pattern picks another one, " + standIn("jvm.dll")));
     prefer("1.8");
     EXPECT_THAT(faultsOf(checkRuntimes(readJVMChoice(nullptr))),
