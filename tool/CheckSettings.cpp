@@ -35,6 +35,9 @@ std::string faultOf(const std::string& option)
     if (option.starts_with("-Djava.class.path=")) {
         return "replaces the class path, so that the control is not found";
     }
+    if (option == "-Djava.awt.headless=true") {
+        return "keeps Java from showing a window";
+    }
     return option.ends_with(' ') ? "has a blank at its end" : "";
 }
 

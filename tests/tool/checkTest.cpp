@@ -137,9 +137,10 @@ TEST_F(CheckSettingTest, OptionsStandInTheirOrderAndHarmfulOnesAreNamed)
     machine.setString(PREFERENCES, "jvm_option_c", "", KEY_WOW64_32KEY);
     machine.setString(PREFERENCES, "jvm_option_d", "-Djava.class.path=C:\\x.jar", KEY_WOW64_32KEY);
     machine.setString(PREFERENCES, "jvm_option_e", "-Dx=y ", KEY_WOW64_32KEY);
+    machine.setString(PREFERENCES, "jvm_option_f", "-Djava.awt.headless=true", KEY_WOW64_32KEY);
     Lines lines = linesOf(checkOptions(readMachineOptions("C:\\none.exe", currentLogSettings(), nullptr)));
-    ASSERT_GE(lines.size(), 6U);
-    lines.resize(6);
+    ASSERT_GE(lines.size(), 7U);
+    lines.resize(7);
     const auto remedy = [](const std::string& name) {
         return " -> correct or delete the value jvm_option_" + name + " of Prefs\\com\\orvane\\qmrt";
     };
@@ -151,7 +152,8 @@ TEST_F(CheckSettingTest, OptionsStandInTheirOrderAndHarmfulOnesAreNamed)
                             "not found" +
                                 remedy("d"),
                             "FAULT 6 jvm_option_e: -Dx=y  has a blank at its end" + remedy("e"),
-                            "ok 7 (server): -Dsun.awt.noerasebackground=true"));
+                            "FAULT 7 jvm_option_f: -Djava.awt.headless=true keeps Java from showing a window" + remedy("f"),
+                            "ok 8 (server): -Dsun.awt.noerasebackground=true"));
 }
 
 TEST_F(CheckSettingTest, PolicyFileIsRefusedByNewJavaOnly)
