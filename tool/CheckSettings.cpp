@@ -99,7 +99,8 @@ CFindings checkPolicy(const std::string& policyFile, const std::string& javaVers
 CFindings checkVariables()
 {
     CFindings findings;
-    for (const char* const name : {"JAVA_TOOL_OPTIONS", "_JAVA_OPTIONS", "JDK_JAVA_OPTIONS", "CLASSPATH"}) {
+    // Others, as JDK_JAVA_OPTIONS and CLASSPATH, are read by java.exe only, or give way to what the server says.
+    for (const char* const name : {"JAVA_TOOL_OPTIONS", "_JAVA_OPTIONS"}) {
         const char* const value = std::getenv(name);
         if (value != nullptr) {
             findings.note("variable", name, std::string("is set for this console and may change Java's start: ") + value);

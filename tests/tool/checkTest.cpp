@@ -182,9 +182,10 @@ TEST_F(CheckSettingTest, LogFolderThatCannotBeWrittenIsNamed)
 
 TEST_F(CheckSettingTest, VariablesThatChangeJavaAreNoted)
 {
-    for (const char* const name : {"JAVA_TOOL_OPTIONS", "_JAVA_OPTIONS", "JDK_JAVA_OPTIONS", "CLASSPATH"}) {
-        _putenv_s(name, "");
-    }
+    _putenv_s("JAVA_TOOL_OPTIONS", "");
+    _putenv_s("_JAVA_OPTIONS", "");
+    _putenv_s("JDK_JAVA_OPTIONS", "-Xmx1m");
+    _putenv_s("CLASSPATH", "C:\\x.jar");
     EXPECT_THAT(linesOf(checkVariables()), ElementsAre("ok Java's variables: none is set"));
     _putenv_s("_JAVA_OPTIONS", "-Xmx1m");
     EXPECT_THAT(linesOf(checkVariables()),
