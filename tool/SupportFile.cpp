@@ -1,6 +1,7 @@
 #include "tool/SupportFile.h"
 
 #include "support/version.h"
+#include "tool/CommandLine.h"
 #include "tool/LogMask.h"
 #include "tool/Probe.h"
 #include "tool/Runtimes.h"
@@ -71,7 +72,6 @@ std::vector<fs::path> crashFiles(const fs::path& logFolder)
             }
         }
     }
-    files.resize(std::min(files.size(), MOST_CRASHES));
     return files;
 }
 
@@ -135,7 +135,7 @@ CFindings writeReport(const ReportOrder& order)
     nlohmann::json json = result.findings.json();
     json.update(result.details);
     std::ostringstream table;
-    result.findings.print(table, false);
+    printResult(result.findings, result.details, false, false, table);
     addText("check.txt", toUtf8(table.str()));
     addText("check.json", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace));
     addText("versions.txt", versions());
@@ -152,7 +152,12 @@ CFindings writeReport(const ReportOrder& order)
     for (const fs::path& log : logs) {
         addFile(archive, findings, "logs/", log, order.withTexts ? LineMask(unmasked) : maskedLogLine);
     }
-    for (const fs::path& crash : crashFiles(toPath(order.log.folder))) {
+    std::vector<fs::path> crashes = crashFiles(toPath(order.log.folder));
+    for (; crashes.size() > MOST_CRASHES; crashes.pop_back()) {
+        findings.note(AREA, "crashes",
+                      std::format("only {} are in the archive; left out: {}", MOST_CRASHES, fromPath(crashes.back())));
+    }
+    for (const fs::path& crash : crashes) {
         addFile(archive, findings, "crashes/", crash, order.withTexts ? LineMask(unmasked) : CCrashMask());
     }
     archive.end();

@@ -7,6 +7,8 @@
 #include "tool/SupportFile.h"
 #include "tool/ZipFile.h"
 
+#include <format>
+
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
@@ -164,6 +166,7 @@ TEST_F(ReportTest, ContainsWhatSupportNeedsAndNoTextOfACall)
     EXPECT_THAT(names, ElementsAre("check.json", "check.txt", "crashes/KESTA-KESTAx64.exe-1-jvm-error.log",
                                    "crashes/hs_err_pid1.log", "logs/KESTA-KESTAx64.exe-1.log", "versions.txt"));
     EXPECT_THAT(files.at("check.txt"), HasSubstr("is registered neither for this user nor for the machine"));
+    EXPECT_THAT(files.at("check.txt"), HasSubstr(" findings. Next: "));
     EXPECT_THAT(files.at("check.json"), HasSubstr("\"findings\""));
     EXPECT_THAT(files.at("versions.txt"), HasSubstr("Windows: 10."));
     EXPECT_EQ(findings.faultCount(), 0);
@@ -175,6 +178,16 @@ TEST_F(ReportTest, ContainsTheTextsWhenAskedForThem)
     const auto files = write(true);
     EXPECT_EQ(files.at("logs/KESTA-KESTAx64.exe-1.log"), fixtures::readFile(folder.path("logs\\KESTA-KESTAx64.exe-1.log")));
     EXPECT_THAT(files.at("crashes/hs_err_pid1.log"), HasSubstr("SECRET"));
+}
+
+TEST_F(ReportTest, CrashFilesThatAreLeftOutAreNamed)
+{
+    for (int number = 10; number < 20; number++) {
+        fixtures::makeFile(std::format("{}\\hs_err_pid{}.log", logs, number), "x");
+    }
+    write(false);
+    EXPECT_THAT(linesOf(findings), testing::Contains(testing::StartsWith(
+                                       "note crashes: only 10 are in the archive; left out: " + logs + "\\hs_err_pid")));
 }
 
 TEST_F(ReportTest, FileThatIsHeldByAnotherProgramIsNamed)
