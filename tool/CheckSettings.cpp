@@ -159,6 +159,10 @@ CFindings checkLiveStart(bool withWindow, const std::vector<std::string>& contro
         if (answer.contains("isTakenIn")) {
             findings.check(answer["isTakenIn"].get<bool>(), "live start", "window", "the frame fills a window of the client",
                            "the frame did not become a child of the client's window", logNext);
+            if (answer.contains("isReadyReceived")) {
+                findings.check(answer["isReadyReceived"].get<bool>(), "live start", "controlReady",
+                               "came when the frame was shown", "did not come, so that clients wait for it in vain", logNext);
+            }
             if (answer.contains("isControlReady")) {
                 findings.check(answer["isControlReady"].get<bool>(), "live start", "setUsedControl",
                                "takes keyboard input from now on",

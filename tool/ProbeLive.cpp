@@ -61,14 +61,6 @@ void chooseControl(IJavaManager* object, const std::vector<std::string>& control
 
 void probeLive(IJavaManager* object, int frameId, const std::vector<std::string>& controls, nlohmann::json& answer)
 {
-    const CPane pane;
-    const HWND frame = FindWindowA(nullptr, ("kesta_frame_" + std::to_string(frameId)).c_str());
-    const HRESULT pushed = object->pushWindowHandle(static_cast<int>(reinterpret_cast<INT_PTR>(pane.handle())));
-    answer["isTakenIn"] = SUCCEEDED(pushed) && pane.takeIn(frame) && IsWindowVisible(frame) != FALSE;
-    if (!controls.empty()) {
-        chooseControl(object, controls, answer);
-    }
-
     CAcceptSink sink;
     ATL::CComPtr<IConnectionPointContainer> container;
     ATL::CComPtr<IConnectionPoint> point;
@@ -76,6 +68,18 @@ void probeLive(IJavaManager* object, int frameId, const std::vector<std::string>
     const bool isConnected =
         SUCCEEDED(object->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(&container))) &&
         SUCCEEDED(container->FindConnectionPoint(DIID__IJavaManagerEvents, &point)) && SUCCEEDED(point->Advise(&sink, &cookie));
+
+    const CPane pane;
+    const HWND frame = FindWindowA(nullptr, ("kesta_frame_" + std::to_string(frameId)).c_str());
+    const HRESULT pushed = object->pushWindowHandle(static_cast<int>(reinterpret_cast<INT_PTR>(pane.handle())));
+    const bool isTakenIn = SUCCEEDED(pushed) && pane.takeIn(frame) && IsWindowVisible(frame) != FALSE;
+    answer["isTakenIn"] = isTakenIn;
+    if (isTakenIn) {
+        answer["isReadyReceived"] = pumpUntil([&] { return sink.count(CONTROL_READY) > 0; }, EVENT_LIMIT);
+    }
+    if (!controls.empty()) {
+        chooseControl(object, controls, answer);
+    }
     const ULONGLONG begin = GetTickCount64();
     answer["isEventReceived"] = isConnected && SUCCEEDED(object->testBridge(ATL::CComBSTR(L"KESTAtool"), THROUGH_JAVA, 0)) &&
                                 pumpUntil([&] { return sink.count(TEST_BRIDGE_EVENT) > 0; }, EVENT_LIMIT);

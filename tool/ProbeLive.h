@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-// Adds "isTakenIn" and "isEventReceived" with "eventMilliseconds" to the answer; and "isControlReady" with "controlError" if
-// there are `controls`, the names of those in the class path.
+// Adds to the answer: "isTakenIn", with "isReadyReceived" if it is so; "isEventReceived" with "eventMilliseconds"; and if there
+// are `controls`, the names of those in the class path, "isControlReady" with "controlError".
 void probeLive(IJavaManager* object, int frameId, const std::vector<std::string>& controls, nlohmann::json& answer);
 
 // What a call that has just failed said of itself, without its backtrace; the text of its result when nothing came with it.

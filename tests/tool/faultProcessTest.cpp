@@ -130,6 +130,14 @@ TEST_F(FaultTest, EventThatDoesNotComeIsNamed)
     EXPECT_THAT(faults("--live"), ContainsRegex("^FAULT  live start +event +none came back in 1\\d\\d\\d\\d ms\r?\n" + LOG_NEXT));
 }
 
+TEST_F(FaultTest, ControlThatDoesNotSayThatItIsReadyIsNamed)
+{
+    plant("ready");
+    EXPECT_THAT(
+        faults("--live"),
+        ContainsRegex("^FAULT  live start +controlReady +did not come, so that clients wait for it in vain\r?\n" + LOG_NEXT));
+}
+
 // Wine does not carry the exception's text across processes for an early bound call.
 TEST_F(FaultTest, CallThatFailsIsNamed)
 {

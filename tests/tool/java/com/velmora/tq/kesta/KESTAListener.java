@@ -2,7 +2,7 @@ package com.velmora.tq.kesta;
 
 import com.orvane.tech.client.qmrt.QMRTControlListenerI;
 
-/** A listener that keeps the answer of the bridge test to itself on order. */
+/** A listener that keeps events to itself on order. */
 public class KESTAListener implements QMRTControlListenerI {
     private native void testBridgeEvent(String text, int delay);
 
@@ -11,8 +11,14 @@ public class KESTAListener implements QMRTControlListenerI {
     private native void OnCustomEvent(String text);
 
     @Override
+    public void controlReady(String text) {
+        if (!Fault.is("ready")) {
+            OnControlReady(text);
+        }
+    }
+
+    @Override
     public void customEvent(String text) {
-        OnControlReady(text);
         OnCustomEvent(text);
     }
 
