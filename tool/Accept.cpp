@@ -168,6 +168,21 @@ std::vector<Scenario> chosenScenarios(const std::vector<std::string>& only)
     return all;
 }
 
+// Found out before the run, which takes minutes. What an earlier run has written stays until this one is over.
+void checkPage(const std::string& path)
+{
+    if (!std::ofstream(path, std::ios::app)) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+bool writePage(const std::string& path, const json& result)
+{
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << acceptPage(result) << std::flush;
+    return file.good();
+}
+
 struct Run
 {
     json answer;
@@ -234,6 +249,7 @@ Judgement judgeAnswer(const Scenario& scenario, const json& answer, const std::s
 AcceptResult runAcceptance(const AcceptOrder& order, std::ostream& progress)
 {
     const std::vector<Scenario> chosen = chosenScenarios(order.only);
+    checkPage(order.page);
     const std::set<DWORD> serversBefore = serverProcesses();
     AcceptResult result;
     result.details = {{"surroundings", acceptSurroundings()}, {"figures", json::array()}, {"scenarios", json::array()}};
@@ -287,10 +303,9 @@ AcceptResult runAcceptance(const AcceptOrder& order, std::ostream& progress)
     json page = result.details;
     page["findings"] = result.findings.faultCount();
     page["next"] = toUtf8(result.findings.nextStep());
-    std::ofstream file(order.page, std::ios::binary | std::ios::trunc);
-    file << acceptPage(page) << std::flush;
-    if (!file) {
-        throw std::runtime_error("cannot write " + order.page);
+    if (!writePage(order.page, page)) {
+        result.findings.fault("page", order.page, "could not be written",
+                              "send this table instead, or run it again: KESTAtool accept --page FILE");
     }
     for (json& scenario : result.details["scenarios"]) {
         scenario.erase("pictures"); // they are in the page

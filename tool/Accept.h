@@ -4,8 +4,8 @@
 // Each scenario runs in a child process with a time limit. It writes no registry key. It ends no processes but its children and,
 // when they do not end themselves, the servers that COM started for those.
 //
-// Threads: the main thread. Failure: what goes wrong in a scenario is its row; a page that cannot be written throws
-// std::runtime_error.
+// Threads: the main thread. Failure: what goes wrong in a scenario is its row. A page that cannot be written throws
+// std::runtime_error before the first scenario; when that shows itself only at the end, it is a row.
 #pragma once
 
 #include "tool/AcceptScenario.h"

@@ -4,6 +4,7 @@
 #include "tool/AcceptPicture.h"
 
 #include "atl/atl.h"
+#include "tests/support/places.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -199,6 +200,52 @@ TEST(AcceptTest, NamesAreUniqueAndLimitsAreSet)
             runAcceptance({.page = "x", .only = {"none"}}, progress);
         },
         std::runtime_error);
+}
+
+TEST(AcceptTest, PageThatCannotBeWrittenIsToldBeforeTheFirstScenario)
+{
+    const fixtures::TemporaryFolder folder;
+    std::ostringstream progress;
+    EXPECT_THROW(runAcceptance({.page = folder.path("none\\result.html"), .only = {"modalDialog"}}, progress),
+                 std::runtime_error);
+    EXPECT_EQ(progress.str(), "");
+}
+
+// Opens a file for itself alone as soon as there is progress.
+class LockingBuffer : public std::stringbuf
+{
+public:
+    explicit LockingBuffer(std::string file)
+        : m_file(std::move(file))
+    {
+    }
+
+protected:
+    int sync() override
+    {
+        if (m_lock == nullptr) {
+            m_lock.Attach(CreateFileA(m_file.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        }
+        return 0;
+    }
+
+private:
+    std::string m_file;
+    ATL::CHandle m_lock;
+};
+
+TEST(AcceptTest, ResultIsThereWhenThePageCannotBeWrittenAtTheEnd)
+{
+    const fixtures::TemporaryFolder folder;
+    const std::string page = folder.path("result.html");
+    LockingBuffer buffer(page);
+    std::ostream progress(&buffer);
+    const AcceptResult result = runAcceptance({.page = page, .only = {"modalDialog"}}, progress);
+    EXPECT_EQ(result.details["scenarios"].size(), 1u);
+    const auto fault = std::ranges::find(result.findings.rows(), page, &Row::subject);
+    ASSERT_NE(fault, result.findings.rows().end());
+    EXPECT_EQ(fault->verdict, Verdict::Fault);
+    EXPECT_EQ(fault->state, "could not be written");
 }
 
 TEST(AcceptTest, PageNeedsNoNetworkAndNoTextEndsItsScript)
