@@ -134,9 +134,22 @@ std::string otherServers(const std::set<DWORD>& before)
     return text;
 }
 
+std::string remedyOf(const Scenario& scenario, RowState state)
+{
+    switch (state) {
+    case RowState::Refuted:
+        return scenario.remedy;
+    case RowState::Failed:
+        return "correct what the first rows name, then run it again: KESTAtool accept --only " + std::string(scenario.id);
+    default:
+        return "";
+    }
+}
+
 void addRow(CFindings& findings, const Scenario& scenario, const Judgement& judgement)
 {
     const std::string state = std::string(nameOf(judgement.state)) + ": " + judgement.detail;
+    const std::string remedy = remedyOf(scenario, judgement.state);
     switch (judgement.state) {
     case RowState::Confirmed:
         findings.good(scenario.area, scenario.what, state);
@@ -145,12 +158,10 @@ void addRow(CFindings& findings, const Scenario& scenario, const Judgement& judg
         findings.note(scenario.area, scenario.what, state);
         break;
     case RowState::Refuted:
-        findings.fault(scenario.area, scenario.what, state + " (predicted: " + scenario.prediction + ")", scenario.remedy);
+        findings.fault(scenario.area, scenario.what, state + " (predicted: " + scenario.prediction + ")", remedy);
         break;
     default:
-        findings.fault(scenario.area, scenario.what, state,
-                       "correct what the first rows name, then run it again: KESTAtool accept --only " +
-                           std::string(scenario.id));
+        findings.fault(scenario.area, scenario.what, state, remedy);
     }
 }
 
@@ -283,7 +294,7 @@ AcceptResult runAcceptance(const AcceptOrder& order, std::ostream& progress)
             {"prediction", scenario.prediction},
             {"state", nameOf(judgement.state)},
             {"detail", judgement.detail},
-            {"remedy", judgement.state == RowState::Refuted || judgement.state == RowState::Failed ? scenario.remedy : ""},
+            {"remedy", remedyOf(scenario, judgement.state)},
             {"seconds", watch.milliseconds() / 1000},
             {"pictures", json::array()}};
         if (run.answer.is_object() && run.answer.contains("seen")) {

@@ -211,10 +211,13 @@ json observeLateError(CAcceptContext& context)
 Judgement judgeError(const json& seen)
 {
     const auto result = seen["result"].get<HRESULT>();
+    if (SUCCEEDED(result)) {
+        return undecided("the call of a method that is not there did not fail");
+    }
     const std::string text = seen["text"].get<std::string>();
     const size_t reason = text.find("Exception: ");
     const std::string line = text.substr(std::min(reason, text.size()));
-    return judged(FAILED(result) && reason != std::string::npos,
+    return judged(reason != std::string::npos,
                   hexadecimal(result) + (text.empty()                  ? ", without a text"
                                          : reason == std::string::npos ? ", with a text that names no exception"
                                                                        : ", " + line.substr(0, line.find_first_of("\r\n"))));
@@ -250,7 +253,8 @@ std::string runScript(CAcceptContext& context, const std::string& host)
     CloseHandle(output);
     const ATL::CHandle process(started.hProcess);
     const ATL::CHandle thread(started.hThread);
-    if (isStarted && WaitForSingleObject(process, SCRIPT_LIMIT) != WAIT_OBJECT_0) {
+    const bool isLate = isStarted && WaitForSingleObject(process, SCRIPT_LIMIT) != WAIT_OBJECT_0;
+    if (isLate) {
         TerminateProcess(process, 1);
     }
     std::ifstream file(outputFile);
@@ -263,6 +267,9 @@ std::string runScript(CAcceptContext& context, const std::string& host)
     }
     if (const size_t place = text.find("frame "); place != std::string::npos) {
         context.server(static_cast<DWORD>(std::atoi(text.c_str() + place + 6))); // -1 is no process
+    }
+    if (isLate) {
+        throw std::runtime_error(std::format("the script had not come back after {} s", SCRIPT_LIMIT / 1000));
     }
     return text;
 }

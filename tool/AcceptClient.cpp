@@ -211,6 +211,9 @@ CAcceptServer::CAcceptServer(CAcceptContext& context)
     context.server(m_processId);
     m_process.Attach(
         OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE | PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, m_processId));
+    if (m_process == nullptr) {
+        throw std::runtime_error("the server's process cannot be opened: " + getWindowsErrorText(GetLastError()));
+    }
     connect();
 }
 

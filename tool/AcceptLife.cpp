@@ -1,6 +1,8 @@
 // The scenarios of "accept" about times, and about how servers end; then those that only a person can show.
 #include "tool/AcceptClient.h"
 
+#include "support/logger.h"
+
 #include <winternl.h>
 
 #include <algorithm>
@@ -193,6 +195,9 @@ json observeDeadClient(CAcceptContext& context, const char* role, DWORD limit)
     const CVictim victim(context, role);
     const DWORD id = victim.waitForServer(context.trail());
     const ATL::CHandle server(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE, id));
+    if (server == nullptr) {
+        throw std::runtime_error("the server's process cannot be opened: " + getWindowsErrorText(GetLastError()));
+    }
     victim.end();
     const CStopwatch watch;
     const bool isGone = pumpUntil([&] { return WaitForSingleObject(server, 0) == WAIT_OBJECT_0; }, limit);

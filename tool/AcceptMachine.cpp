@@ -286,6 +286,9 @@ json observeElevation(CAcceptContext&)
 Judgement judgeElevation(const json& seen)
 {
     const auto result = seen["result"].get<HRESULT>();
+    if (FAILED(result) && result != REGDB_E_CLASSNOTREG) {
+        return undecided("creating the object gives " + hexadecimal(result));
+    }
     return judged(result == REGDB_E_CLASSNOTREG, "creating the object gives " + hexadecimal(result));
 }
 

@@ -3,6 +3,9 @@
 // A scenario has two halves. `observe` runs in a child process, does what a client does, and answers with what it has seen.
 // `judge` runs in the parent and compares that with the prediction; it looks at nothing but its arguments.
 //
+// A prediction is refuted only by what contradicts it. Where nothing was seen, or too little to decide, the row is "failed": under
+// Wine a refuted row may be excused, and nobody is to correct a page because a click went astray.
+//
 // Threads: `observe` on the child's main thread, in a single-threaded apartment. Failure: `observe` throws std::runtime_error
 // when it could not get as far as the prediction, and CNotHere when this machine has no means for it.
 #pragma once
@@ -21,7 +24,7 @@ enum class RowState {
     Confirmed,
     Refuted,       // seen, and not as predicted
     NotApplicable, // this machine cannot show it
-    Failed,        // the scenario did not get so far, or did not come back
+    Failed,        // the scenario did not get so far, or did not come back, or saw nothing that decides
 };
 
 struct Judgement
@@ -73,4 +76,10 @@ Judgement judgeAnswer(const Scenario& scenario, const nlohmann::json& answer, co
 inline Judgement judged(bool isAsPredicted, std::string detail)
 {
     return {isAsPredicted ? RowState::Confirmed : RowState::Refuted, std::move(detail)};
+}
+
+// For what was seen and decides nothing.
+inline Judgement undecided(std::string detail)
+{
+    return {RowState::Failed, std::move(detail)};
 }

@@ -80,11 +80,13 @@ json observeCover(CAcceptContext& context)
 
 Judgement judgeReturn(const json& seen)
 {
+    if (!seen["isAway"].get<bool>()) {
+        return undecided("the control was to be seen all the time");
+    }
     const double likeness = seen["likeness"].get<double>();
-    const bool isGood = seen["isAway"].get<bool>() && seen["isPainted"].get<bool>() && likeness >= ALIKE;
-    return judged(isGood, std::format("{:.1f} % of the pixels as before{}{}", 100 * likeness,
-                                      seen["isPainted"].get<bool>() ? "" : ", not painted whole",
-                                      seen["isAway"].get<bool>() ? "" : "; the window was never away"));
+    const bool isPainted = seen["isPainted"].get<bool>();
+    return judged(isPainted && likeness >= ALIKE,
+                  std::format("{:.1f} % of the pixels as before{}", 100 * likeness, isPainted ? "" : ", not painted whole"));
 }
 
 // The two windows stand side by side, so that neither covers the other.
@@ -147,6 +149,9 @@ json observeDpi(CAcceptContext& context)
 
 Judgement judgeDpi(const json& seen)
 {
+    if (seen["before"] == -1 || seen["after"] == -1 || seen["client"] == -1) {
+        return undecided("Windows does not tell the awareness of one of the processes");
+    }
     return judged(seen["before"] == PROCESS_DPI_UNAWARE && seen["after"] == seen["client"],
                   std::format("server's awareness {} before and {} after, client's {}; scale {} %", seen["before"].get<int>(),
                               seen["after"].get<int>(), seen["client"].get<int>(), seen["scale"].get<int>()));
@@ -182,9 +187,10 @@ Judgement judgeGraphics(const json& seen)
             found += (found.empty() ? "" : ", ") + library.get<std::string>();
         }
     }
-    return judged(hasAwt && found.empty(), !hasAwt         ? "Java's graphics were not found in the server"
-                                           : found.empty() ? "Direct3D is not loaded"
-                                                           : "loaded: " + found);
+    if (!hasAwt) {
+        return undecided("Java's graphics were not found in the server");
+    }
+    return judged(found.empty(), found.empty() ? "Direct3D is not loaded" : "loaded: " + found);
 }
 
 constexpr Scenario SCENARIOS[] = {
