@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <format>
 #include <fstream>
 #include <map>
@@ -50,17 +49,18 @@ std::set<DWORD> serverProcesses()
     return found;
 }
 
-// What a child leaves besides its answer. The file goes with the object.
+// What a child leaves besides its answer; it begins with when the run began. The file goes with the object.
 class CTrail
 {
 public:
-    CTrail()
+    explicit CTrail(const std::string& runBegin)
     {
         char folder[MAX_PATH + 1] = "";
         char path[MAX_PATH + 1] = "";
         GetTempPathA(sizeof folder, folder);
         GetTempFileNameA(folder, "kst", 0, path);
         m_path = path;
+        std::ofstream(m_path) << "begun " << runBegin << std::endl;
     }
     ~CTrail()
     {
@@ -201,9 +201,15 @@ struct Run
     std::string left; // what had to be cleaned up
 };
 
-Run runScenario(const Scenario& scenario, bool isLong, const std::set<DWORD>& serversBefore)
+// As event logs write it.
+std::string timeNow()
 {
-    const CTrail trail;
+    return std::format("{:%Y-%m-%dT%H:%M:%S}Z", std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now()));
+}
+
+Run runScenario(const Scenario& scenario, bool isLong, const std::string& runBegin, const std::set<DWORD>& serversBefore)
+{
+    const CTrail trail(runBegin);
     std::vector<std::string> arguments = {"--scenario", scenario.id, "--trail", trail.path()};
     if (isLong) {
         arguments.emplace_back("--long");
@@ -233,7 +239,7 @@ std::vector<Scenario> acceptScenarios()
 {
     std::vector<Scenario> all;
     for (const auto part : {machineScenarios(), callScenarios(), eventScenarios(), windowScenarios(), inputScenarios(),
-                            lifeScenarios(), personScenarios()}) {
+                            lifeScenarios(), watcherScenarios(), personScenarios()}) {
         all.insert(all.end(), part.begin(), part.end());
     }
     return all;
@@ -261,6 +267,7 @@ AcceptResult runAcceptance(const AcceptOrder& order, std::ostream& progress)
 {
     const std::vector<Scenario> chosen = chosenScenarios(order.only);
     checkPage(order.page);
+    const std::string begin = timeNow();
     const std::set<DWORD> serversBefore = serverProcesses();
     AcceptResult result;
     result.details = {{"surroundings", acceptSurroundings()}, {"figures", json::array()}, {"scenarios", json::array()}};
@@ -278,7 +285,7 @@ AcceptResult runAcceptance(const AcceptOrder& order, std::ostream& progress)
         } else if (scenario.isLong && !order.isLong) {
             judgement = {RowState::NotApplicable, "it takes minutes: KESTAtool accept --long"};
         } else {
-            run = runScenario(scenario, order.isLong, serversBefore);
+            run = runScenario(scenario, order.isLong, begin, serversBefore);
             judgement = judgeAnswer(scenario, run.answer, run.ending, isWine);
         }
         if (!run.left.empty()) {

@@ -152,6 +152,18 @@ CAcceptContext::CAcceptContext(std::string trail, bool isLong)
 {
 }
 
+std::string CAcceptContext::runBegin() const
+{
+    std::ifstream file(m_trail);
+    for (std::string word; file >> word;) {
+        if (word == "begun") {
+            file >> word;
+            return word;
+        }
+    }
+    throw std::runtime_error("the run does not say when it began");
+}
+
 void CAcceptContext::step(const std::string& text) const
 {
     std::ofstream(m_trail, std::ios::app) << "step " << text << std::endl;

@@ -69,6 +69,8 @@ public:
 
     bool isLong() const { return m_isLong; }
     const std::string& trail() const { return m_trail; }
+    // When the whole run began, as event logs write it; the parent leaves it in the trail.
+    std::string runBegin() const;
     // In the trail, which the parent reads also when this process never answers.
     void step(const std::string& text) const;
     void server(DWORD process) const;

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <format>
+#include <regex>
 
 using nlohmann::json;
 
@@ -186,39 +187,41 @@ Judgement judgeControls(const json& seen)
     return judged(names.empty(), names.empty() ? "both are registered" : "not registered, or not in the folder named: " + names);
 }
 
-// What Windows' own watchers have logged about a program of ours.
+// What Windows' own watchers log about a program.
 struct Watcher
 {
     const wchar_t* channel;
-    const wchar_t* query;
+    const wchar_t* events;
 };
 
 constexpr Watcher WATCHERS[] = {
-    {L"Microsoft-Windows-CodeIntegrity/Operational", L"*[System[(EventID=3033 or EventID=3076 or EventID=3077)]]"},
-    {L"Microsoft-Windows-Windows Defender/Operational", L"*[System[(EventID=1116 or EventID=1117 or EventID=1121)]]"},
-    {L"Application", L"*[System[(EventID=1000 or EventID=1001 or EventID=1002)]]"}, // crashes and hangs
+    {L"Microsoft-Windows-CodeIntegrity/Operational", L"EventID=3033 or EventID=3076 or EventID=3077"},
+    {L"Microsoft-Windows-Windows Defender/Operational", L"EventID=1116 or EventID=1117 or EventID=1121"},
+    {L"Application", L"EventID=1000 or EventID=1001 or EventID=1002"}, // crashes and hangs
 };
 
-std::wstring eventText(EVT_HANDLE event)
+std::string eventXml(EVT_HANDLE event)
 {
     DWORD used = 0;
     DWORD count = 0;
     EvtRender(nullptr, event, EvtRenderEventXml, 0, nullptr, &used, &count);
     std::wstring text(used / sizeof(wchar_t) + 1, L'\0');
-    if (!EvtRender(nullptr, event, EvtRenderEventXml, used, text.data(), &used, &count)) {
-        text.clear();
-    }
-    return text;
+    const bool isThere = EvtRender(nullptr, event, EvtRenderEventXml, used, text.data(), &used, &count) != FALSE;
+    return isThere ? narrow(ATL::CComBSTR(text.c_str())) : "";
 }
 
-json observeWatchers(CAcceptContext&)
+json observeWatchers(CAcceptContext& context)
 {
     constexpr int MOST_EVENTS = 500; // of each channel, the newest
+    const std::string begin = context.runBegin();
+    const std::wstring since(begin.begin(), begin.end()); // digits and punctuation
     int opened = 0;
     json logged = json::array();
     for (const Watcher& watcher : WATCHERS) {
+        const std::wstring query =
+            std::wstring(L"*[System[(") + watcher.events + L") and TimeCreated[@SystemTime>='" + since + L"']]]";
         const EVT_HANDLE results =
-            EvtQuery(nullptr, watcher.channel, watcher.query, EvtQueryChannelPath | EvtQueryReverseDirection);
+            EvtQuery(nullptr, watcher.channel, query.c_str(), EvtQueryChannelPath | EvtQueryReverseDirection);
         if (results == nullptr) {
             continue;
         }
@@ -226,8 +229,9 @@ json observeWatchers(CAcceptContext&)
         EVT_HANDLE event = nullptr;
         DWORD count = 0;
         for (int number = 0; number < MOST_EVENTS && EvtNext(results, 1, &event, 1000, 0, &count) != FALSE; ++number) {
-            if (eventText(event).find(L"KESTA") != std::wstring::npos) {
-                logged.push_back(narrow(ATL::CComBSTR(watcher.channel)));
+            const std::string xml = eventXml(event);
+            if (xml.find("KESTA") != std::string::npos) {
+                logged.push_back(eventLine(xml));
             }
             EvtClose(event);
         }
@@ -236,16 +240,18 @@ json observeWatchers(CAcceptContext&)
     if (opened == 0) {
         throw CNotHere("this user cannot read the event logs of code integrity and scanner, or there are none");
     }
-    return {{"opened", opened}, {"logged", logged}};
+    return {{"opened", opened}, {"since", begin}, {"logged", logged}};
 }
 
 Judgement judgeWatchers(const json& seen)
 {
     const json& logged = seen["logged"];
+    const std::string since = seen["since"].get<std::string>();
     return judged(logged.empty(),
-                  logged.empty()
-                      ? std::format("{} of 3 event logs read, nothing about KESTA", seen["opened"].get<int>())
-                      : std::format("{} events about KESTA, the newest in {}", logged.size(), logged.front().get<std::string>()));
+                  logged.empty() ? std::format("{} of 3 event logs read, nothing about KESTA since {}", seen["opened"].get<int>(),
+                                               since)
+                                 : std::format("{} events about KESTA since {}, for instance {}", logged.size(), since,
+                                               logged.front().get<std::string>()));
 }
 
 json observeDebugViewer(CAcceptContext&)
@@ -307,9 +313,6 @@ constexpr Scenario SCENARIOS[] = {
      "as administrator, for each of the two: reg add HKLM\\SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt\\NAME /reg:32 /v "
      "installpath "
      "/d FOLDER"},
-    {"watchers", "machine", "code integrity, scanner, crashes", "Windows has logged nothing against a program of ours.",
-     SHORT_LIMIT, observeWatchers, judgeWatchers,
-     "read those events in the event viewer: a blocked or crashed program stands there"},
     {"debugViewer", "machine", "debug viewer", "No program collects debug output, which would slow down every call.", SHORT_LIMIT,
      observeDebugViewer, judgeDebugViewer, "close the debug viewer and run again"},
     {"elevation", "machine", "elevation", "An elevated program does not find a server that is registered for the user only.",
@@ -317,9 +320,36 @@ constexpr Scenario SCENARIOS[] = {
      "it looks for classes of the machine only, elevated or not"},
 };
 
+constexpr Scenario WATCHER_SCENARIOS[] = {
+    {"watchers", "machine", "code integrity, scanner, crashes", "Windows has logged nothing against a program of ours.",
+     SHORT_LIMIT, observeWatchers, judgeWatchers,
+     "look at the event in the event viewer: it tells which program was blocked, or crashed, and why"},
+};
+
 } // namespace
+
+std::string eventLine(const std::string& xml)
+{
+    const auto first = [&](const char* pattern) {
+        std::smatch found;
+        return std::regex_search(xml, found, std::regex(pattern)) ? found[1].str() : std::string();
+    };
+    static const std::regex s_data("<Data[^>]*>([^<]+)</Data>");
+    std::string line = first("<Provider[^>]* Name=['\"]([^'\"]*)") + " " + first("<EventID[^>]*>([0-9]+)<");
+    const char* separator = ": ";
+    for (std::sregex_iterator data(xml.begin(), xml.end(), s_data); data != std::sregex_iterator(); ++data) {
+        line += separator + (*data)[1].str();
+        separator = ", ";
+    }
+    return line;
+}
 
 std::span<const Scenario> machineScenarios()
 {
     return SCENARIOS;
+}
+
+std::span<const Scenario> watcherScenarios()
+{
+    return WATCHER_SCENARIOS;
 }

@@ -65,6 +65,8 @@ std::span<const Scenario> eventScenarios();
 std::span<const Scenario> windowScenarios();
 std::span<const Scenario> inputScenarios();
 std::span<const Scenario> lifeScenarios();
+// What Windows has noticed of all the others: the last one that runs.
+std::span<const Scenario> watcherScenarios();
 std::span<const Scenario> personScenarios();
 // What a client does that a scenario starts and ends; no rows.
 std::span<const Scenario> clientRoles();
@@ -72,6 +74,9 @@ std::span<const Scenario> clientRoles();
 // What becomes of a child's answer: the judgement, except where it could not come to one. `ending` tells how a child without
 // answer ended.
 Judgement judgeAnswer(const Scenario& scenario, const nlohmann::json& answer, const std::string& ending, bool isWine);
+
+// An event of Windows' log, given as XML, in one line: who logged it, its number and its data.
+std::string eventLine(const std::string& xml);
 
 inline Judgement judged(bool isAsPredicted, std::string detail)
 {

@@ -46,7 +46,9 @@ constexpr Case CASES[] = {
     {"javaOffered", R"({"offered": ["21"], "chosen": "21", "library": "C:\\jvm.dll", "fault": "", "unseen": 1})",
      R"({"fault": "it is not there"})", "21 (it is not there)"},
     {"controls", R"({"missing": []})", R"({"missing": ["Stations"]})", "not in the folder named: Stations"},
-    {"watchers", R"({"opened": 3, "logged": []})", R"({"logged": ["CodeIntegrity"]})", "1 events about KESTA"},
+    {"watchers", R"({"opened": 3, "since": "2026-11-22T10:00:00.000Z", "logged": []})",
+     R"({"logged": ["Application Error 1000: KESTAx64.exe", "Application Hang 1002: KESTAtool.exe"]})",
+     "2 events about KESTA since 2026-11-22T10:00:00.000Z, for instance Application Error 1000: KESTAx64.exe"},
     {"debugViewer", R"({"isThere": false})", R"({"isThere": true})", "one is running"},
     {"elevation", R"({"result": -2147221164})", R"({"result": 0})", "gives 0x00000000"},
     {"create", CREATED, R"({"process": 8})", "frame 7 of process 8"},
@@ -199,6 +201,24 @@ TEST(AcceptTest, NothingIsRefutedOrConfirmedThatWasNotSeen)
             EXPECT_THAT(judgement.detail, HasSubstr(each.told));
         }
     }
+}
+
+TEST(AcceptTest, WatchersAreAskedWhenAllOthersHaveRun)
+{
+    std::vector<Scenario> observed = acceptScenarios();
+    std::erase_if(observed, [](const Scenario& each) { return each.observe == nullptr; });
+    EXPECT_STREQ(observed.back().id, "watchers");
+}
+
+TEST(AcceptTest, EventOfALogIsToldInOneLine)
+{
+    EXPECT_EQ(eventLine("<Event xmlns='http://schemas.microsoft.com/win/2004/08/events/event'><System><Provider "
+                        "Name='Application Error' Guid='{a0e9b465}'/><EventID Qualifiers='0'>1000</EventID><Level>2</Level>"
+                        "<EventRecordID>77</EventRecordID></System><EventData><Data Name='AppName'>KESTAx64.exe</Data>"
+                        "<Data Name='Empty'></Data><Data>jvm.dll</Data><Data Name='ExceptionCode'>c0000005</Data></EventData>"
+                        "</Event>"),
+              "Application Error 1000: KESTAx64.exe, jvm.dll, c0000005");
+    EXPECT_EQ(eventLine("<Event><System><Provider Name=\"X\"/><EventID>3077</EventID></System></Event>"), "X 3077");
 }
 
 TEST(AcceptTest, TypeLibraryIsComparedWhole)
