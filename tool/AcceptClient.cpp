@@ -1,5 +1,6 @@
 #include "tool/AcceptClient.h"
 
+#include "javabridge/JavaManagerJNIClientSettings.h"
 #include "support/logger.h"
 
 #include <algorithm>
@@ -146,6 +147,14 @@ LateAnswer lateCall(IDispatch* object, DISPID method, const std::vector<std::str
     return {result, answer.vt == VT_BSTR ? narrow(answer.bstrVal) : "", description};
 }
 
+bool isControlThere(const std::string& name)
+{
+    const ControlClassPath classPath = readControlClassPath(nullptr, nullptr);
+    const auto control = std::ranges::find(classPath.controls, name, &ControlArchive::name);
+    return control != classPath.controls.end() &&
+           GetFileAttributesA(control->archive.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
 CAcceptContext::CAcceptContext(std::string trail, bool isLong)
     : m_trail(std::move(trail))
     , m_isLong(isLong)
@@ -256,9 +265,11 @@ std::string CAcceptServer::reason() const
 void CAcceptServer::use(const char* control)
 {
     ATL::CComBSTR answer;
-    if (FAILED(m_object->setUsedControl(ATL::CComBSTR(control), ATL::CComBSTR(L""), &answer))) {
-        throw CNotHere(std::string("the control ") + control + " is not registered or does not start");
+    const HRESULT result = m_object->setUsedControl(ATL::CComBSTR(control), ATL::CComBSTR(L""), &answer);
+    if (FAILED(result) && !isControlThere(control)) {
+        throw CNotHere(std::string("the control ") + control + " is not registered, or its jar is not there");
     }
+    check(result, std::string("setUsedControl(") + control + ")");
 }
 
 HRESULT CAcceptServer::tryGet(const char* name, std::string& value)

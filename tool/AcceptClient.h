@@ -59,6 +59,9 @@ private:
     std::chrono::steady_clock::time_point m_begin = std::chrono::steady_clock::now();
 };
 
+// Whether the server has the control's jar in its class path, and the jar is there.
+bool isControlThere(const std::string& name);
+
 // What a scenario leaves for the parent: its pictures, its servers, and how far it has come.
 class CAcceptContext
 {
@@ -124,7 +127,8 @@ public:
     DWORD processId() const { return m_processId; }
     HANDLE process() const { return m_process; }
     double creationTime() const { return m_creationTime; } // ms
-    // Chooses the control and lets it have the keyboard. Throws CNotHere when the machine does not have it.
+    // Chooses the control and lets it have the keyboard. Throws CNotHere when the machine does not have it, but not when it does
+    // not start.
     void use(const char* control);
     std::string get(const char* name);
     void set(const char* name, const std::string& value);

@@ -16,7 +16,6 @@ using nlohmann::json;
 namespace {
 
 constexpr DWORD SHORT_LIMIT = 20000; // ms
-constexpr const char* CONTROLS = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt\\";
 constexpr const char* REGISTER = "as administrator, run in the program's folder: KESTAx64.exe /RegServer";
 
 json observeSession(CAcceptContext&)
@@ -168,10 +167,7 @@ json observeControls(CAcceptContext&)
 {
     json missing = json::array();
     for (const char* const name : {SAMPLE_CONTROL, TEST_CONTROL}) {
-        const std::string folder =
-            registryText(HKEY_LOCAL_MACHINE, CONTROLS + std::string(name), "installpath", KEY_WOW64_32KEY).value_or("");
-        const std::string archive = folder + "\\" + name + ".jar";
-        if (folder.empty() || GetFileAttributesA(archive.c_str()) == INVALID_FILE_ATTRIBUTES) {
+        if (!isControlThere(name)) {
             missing.push_back(name);
         }
     }
@@ -274,7 +270,9 @@ json observeElevation(CAcceptContext&)
     OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);
     const ATL::CHandle owner(token);
     GetTokenInformation(token, TokenElevation, &elevation, sizeof elevation, &size);
-    const std::string path = "SOFTWARE\\Classes\\CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}\\LocalServer32";
+    std::array<wchar_t, 39> classId = {};
+    StringFromGUID2(CLSID_JavaManager, classId.data(), static_cast<int>(classId.size()));
+    const std::string path = "SOFTWARE\\Classes\\CLSID\\" + narrow(ATL::CComBSTR(classId.data())) + "\\LocalServer32";
     const bool isForMachine = registryText(HKEY_LOCAL_MACHINE, path, "", KEY_WOW64_64KEY).has_value();
     const bool isForUser = registryText(HKEY_CURRENT_USER, path, "", KEY_WOW64_64KEY).has_value();
     if (isForMachine || !isForUser) {
