@@ -148,7 +148,7 @@ std::string remedyOf(const Scenario& scenario, RowState state)
 
 void addRow(CFindings& findings, const Scenario& scenario, const Judgement& judgement)
 {
-    const std::string state = std::string(nameOf(judgement.state)) + ": " + judgement.detail;
+    const std::string state = std::string(nameOf(judgement.state)) + ": " + fromUtf8(judgement.detail);
     const std::string remedy = remedyOf(scenario, judgement.state);
     switch (judgement.state) {
     case RowState::Confirmed:
@@ -215,7 +215,7 @@ Run runScenario(const Scenario& scenario, bool isLong, const std::string& runBeg
         arguments.emplace_back("--long");
     }
     const ProbeResult probe = runProbe(arguments, scenario.limit);
-    Run run = {probe.answer, probe.ending, cleanUp(trail.servers(), serversBefore)};
+    Run run = {probe.answer, toUtf8(probe.ending), cleanUp(trail.servers(), serversBefore)};
     if (run.answer.is_null() && !trail.lastStep().empty()) {
         run.ending += ", while " + trail.lastStep();
     }

@@ -2,7 +2,6 @@
 #include "tool/AcceptClient.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <format>
 #include <fstream>
 
@@ -237,7 +236,7 @@ std::string runScript(CAcceptContext& context, const std::string& host)
     if (GetFileAttributesA(host.c_str()) == INVALID_FILE_ATTRIBUTES) {
         throw CNotHere("there is no " + host);
     }
-    const std::filesystem::path script = context.trail() + ".vbs";
+    const std::string script = context.trail() + ".vbs";
     const std::string outputFile = context.trail() + ".txt";
     std::ofstream(script) << SCRIPT;
     SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
@@ -247,7 +246,7 @@ std::string runScript(CAcceptContext& context, const std::string& host)
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdOutput = startup.hStdError = output;
     PROCESS_INFORMATION started = {};
-    std::string command = "\"" + host + "\" //nologo \"" + script.string() + "\"";
+    std::string command = "\"" + host + "\" //nologo \"" + script + "\"";
     const bool isStarted = CreateProcessA(host.c_str(), command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
                                           nullptr, &startup, &started) != FALSE;
     CloseHandle(output);
@@ -260,7 +259,7 @@ std::string runScript(CAcceptContext& context, const std::string& host)
     std::ifstream file(outputFile);
     std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
     file.close();
-    DeleteFileA(script.string().c_str());
+    DeleteFileA(script.c_str());
     DeleteFileA(outputFile.c_str());
     if (!isStarted) {
         throw CNotHere(host + " does not start");

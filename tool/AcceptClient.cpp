@@ -2,6 +2,7 @@
 
 #include "javabridge/JavaManagerJNIClientSettings.h"
 #include "support/logger.h"
+#include "tool/Findings.h"
 
 #include <algorithm>
 #include <format>
@@ -27,7 +28,7 @@ std::string windowTitle(HWND window)
 {
     char title[80] = "";
     GetWindowTextA(window, title, sizeof title);
-    return title;
+    return toUtf8(title);
 }
 
 bool isBelow(HWND window, HWND ancestor)
@@ -103,6 +104,11 @@ std::string narrow(BSTR text)
     result.resize(static_cast<size_t>(
         WideCharToMultiByte(CP_UTF8, 0, text, length, result.data(), static_cast<int>(result.size()), nullptr, nullptr)));
     return result;
+}
+
+std::string lastErrorText()
+{
+    return toUtf8(getWindowsErrorText(GetLastError()));
 }
 
 std::string hexadecimal(HRESULT result)
@@ -233,7 +239,7 @@ CAcceptServer::CAcceptServer(CAcceptContext& context)
     m_process.Attach(
         OpenProcess(SYNCHRONIZE | PROCESS_TERMINATE | PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, m_processId));
     if (m_process == nullptr) {
-        throw std::runtime_error("the server's process cannot be opened: " + getWindowsErrorText(GetLastError()));
+        throw std::runtime_error("the server's process cannot be opened: " + lastErrorText());
     }
     connect();
 }
@@ -337,7 +343,7 @@ CAcceptWindow::CAcceptWindow(POINT place)
     m_pane = CreateWindowExA(0, WINDOW_CLASS, "", WS_CHILD | WS_VISIBLE | WS_CLIPCHILDREN, 0, EDIT_HEIGHT, FIRST_PANE.cx,
                              FIRST_PANE.cy, m_window, nullptr, nullptr, nullptr);
     if (m_pane == nullptr) {
-        throw std::runtime_error("the client's window cannot be made: " + getWindowsErrorText(GetLastError()));
+        throw std::runtime_error("the client's window cannot be made: " + lastErrorText());
     }
     for (const HWND child : {m_edit, m_pane}) {
         SetWindowLongPtrA(child, GWLP_USERDATA,

@@ -2,7 +2,7 @@
 //
 // Ownership: each class owns what its name says and gives it back in its destructor; nothing outlives the scenario's process.
 // Threads: one, in a single-threaded apartment. While they wait, functions handle its messages.
-// Failure: what a client needs and does not get throws std::runtime_error.
+// Failure: what a client needs and does not get throws std::runtime_error. Texts are UTF-8.
 #pragma once
 
 #include "atl/atl.h"
@@ -34,6 +34,7 @@ void pumpFor(DWORD milliseconds);
 
 std::string narrow(BSTR text);
 std::string hexadecimal(HRESULT result);
+std::string lastErrorText();
 // What the failing call said of itself; "" when nothing came with it.
 std::string errorInfoText();
 

@@ -1,8 +1,6 @@
 // The scenarios of "accept" about times, and about how servers end; then those that only a person can show.
 #include "tool/AcceptClient.h"
 
-#include "support/logger.h"
-
 #include <winternl.h>
 
 #include <algorithm>
@@ -196,7 +194,7 @@ json observeDeadClient(CAcceptContext& context, const char* role, DWORD limit)
     const DWORD id = victim.waitForServer(context.trail());
     const ATL::CHandle server(OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION, FALSE, id));
     if (server == nullptr) {
-        throw std::runtime_error("the server's process cannot be opened: " + getWindowsErrorText(GetLastError()));
+        throw std::runtime_error("the server's process cannot be opened: " + lastErrorText());
     }
     victim.end();
     const CStopwatch watch;

@@ -30,7 +30,7 @@ enum class RowState {
 struct Judgement
 {
     RowState state;
-    std::string detail; // what was seen
+    std::string detail; // what was seen, in UTF-8
 };
 
 // What most scenarios have.

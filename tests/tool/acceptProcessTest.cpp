@@ -151,6 +151,15 @@ TEST_F(AcceptProcessTest, WholeRunIsConfirmedOrSaysWhyNotAndLeavesNothing)
     EXPECT_THAT(text, testing::AllOf(HasSubstr("\"png\":\"iVBOR"), HasSubstr("\"what\":\"events of four threads\"")));
 }
 
+TEST_F(AcceptProcessTest, TextsBeyondAsciiAreTheSameInTableAndPage)
+{
+    settings.setRuntime("21.0.8_\xFC", "C:\\none\\jvm.dll"); // u with two dots, in Windows' code page
+    EXPECT_EQ(accept("--only javaOffered"), 1u);
+    EXPECT_THAT(details["javaOffered"], HasSubstr("21.0.8_\xC3\xBC (it is not there)"));
+    EXPECT_THAT(result["rows"][0]["state"].get<std::string>(), HasSubstr("21.0.8_\xC3\xBC (it is not there)"));
+    EXPECT_THAT(readFile(page), HasSubstr("21.0.8_\xC3\xBC (it is not there)"));
+}
+
 // A fault, and the rows that it turns red.
 struct Plant
 {
