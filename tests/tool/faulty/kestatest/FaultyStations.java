@@ -44,6 +44,9 @@ public final class FaultyStations implements Control {
 
     @Override
     public void open(Context context) {
+        if (FAULT.equals("broken")) {
+            throw new IllegalStateException("broken");
+        }
         sample.open(FAULT.equals("noEvents") ? new Silent(context) : context);
     }
 
