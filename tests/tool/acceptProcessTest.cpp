@@ -212,6 +212,14 @@ void removeKey(const char* path)
     EXPECT_EQ(RegDeleteTreeA(HKEY_LOCAL_MACHINE, path), ERROR_SUCCESS) << path;
 }
 
+// A session whose windows nobody sees, for what this process starts from now on.
+void goOutOfSight()
+{
+    const HWINSTA station = CreateWindowStationA("KestaUnseen", 0, WINSTA_ALL_ACCESS, nullptr);
+    EXPECT_NE(station, nullptr);
+    EXPECT_TRUE(SetProcessWindowStation(station));
+}
+
 const Plant PLANTS[] = {
     {"WrongAnswers",
      {{"earlyBound", "refuted", "setProperty: wrong"},
@@ -244,6 +252,11 @@ const Plant PLANTS[] = {
       {"focusLost", "failed", "the focus did not go into the frame and out again"},
       {"keys", "failed", "the focus did not come into the frame"}},
      faultyControl("deaf")},
+    {"BasisControlWithFaults",
+     {{"delay", "refuted", "wanted after 500 ms, came after "},
+      {"taskBar", "refuted", "the frame takes activation"},
+      {"clickBeforeUse", "refuted", "the client's window comes to the front"}},
+     [](const CSettings& settings, const std::string&) { settings.setControl("Basis", programFolder() + "\\faulty"); }},
     {"SlowCalls", {{"figures", "refuted", "call 6"}}, faultyControl("slow")},
     {"SharedTitles", {{"twoServers", "refuted", "titles [\"second\",\"second\"]"}}, faultyControl("shared")},
     {"ServerThatStays",
@@ -305,6 +318,9 @@ const Plant PLANTS[] = {
                                 other.c_str(), 0),
                    ERROR_SUCCESS);
      }},
+    {"UnseenSession",
+     {{"session", "refuted", "without a desktop that is seen"}},
+     [](const CSettings&, const std::string&) { goOutOfSight(); }},
     {"DebugViewer",
      {{"debugViewer", "refuted", "one is running"}},
      [](const CSettings&, const std::string&) {
