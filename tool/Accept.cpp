@@ -294,16 +294,15 @@ AcceptResult runAcceptance(const AcceptOrder& order, std::ostream& progress)
         }
         progress << std::format("{} ({:.1f} s)", nameOf(judgement.state), watch.milliseconds() / 1000) << std::endl;
         addRow(result.findings, scenario, judgement);
-        json entry = {
-            {"id", scenario.id},
-            {"area", scenario.area},
-            {"what", scenario.what},
-            {"prediction", scenario.prediction},
-            {"state", nameOf(judgement.state)},
-            {"detail", judgement.detail},
-            {"remedy", remedyOf(scenario, judgement.state)},
-            {"seconds", watch.milliseconds() / 1000},
-            {"pictures", json::array()}};
+        json entry = {{"id", scenario.id},
+                      {"area", scenario.area},
+                      {"what", scenario.what},
+                      {"prediction", scenario.prediction},
+                      {"state", nameOf(judgement.state)},
+                      {"detail", judgement.detail},
+                      {"remedy", remedyOf(scenario, judgement.state)},
+                      {"seconds", watch.milliseconds() / 1000},
+                      {"pictures", json::array()}};
         if (run.answer.is_object() && run.answer.contains("seen")) {
             entry["seen"] = run.answer["seen"];
             entry["pictures"] = run.answer["pictures"];

@@ -157,8 +157,7 @@ bool isControlThere(const std::string& name)
 {
     const ControlClassPath classPath = readControlClassPath(nullptr, nullptr);
     const auto control = std::ranges::find(classPath.controls, name, &ControlArchive::name);
-    return control != classPath.controls.end() &&
-           GetFileAttributesA(control->archive.c_str()) != INVALID_FILE_ATTRIBUTES;
+    return control != classPath.controls.end() && GetFileAttributesA(control->archive.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 CAcceptContext::CAcceptContext(std::string trail, bool isLong)

@@ -37,21 +37,22 @@ Judgement judgeType(const json& seen)
                                                             seen["typed"].get<std::string>(), seen["got"].get<std::string>()));
 }
 
-// Whether Java's caret blinks: while the field believes that it has the focus.
+// Whether Java's caret blinks: while the field believes that it has the focus. A caret that goes, or a field that is painted
+// once more, is a change or two.
 bool isCaretBlinking(HWND frame)
 {
     constexpr DWORD STEP = 150; // ms, several in a period
-    constexpr int STEPS = 14;
-    RECT area = {};
-    GetClientRect(frame, &area);
-    const CAcceptPicture first(frame);
-    for (int number = 0; number < STEPS; ++number) {
+    constexpr int STEPS = 20;
+    constexpr int BLINKS = 3;
+    CAcceptPicture last(frame);
+    int changes = 0;
+    for (int number = 0; number < STEPS && changes < BLINKS; ++number) {
         pumpFor(STEP);
-        if (CAcceptPicture(frame).likeness(first) < 1) {
-            return true;
-        }
+        CAcceptPicture now(frame);
+        changes += now.likeness(last) < 1 ? 1 : 0;
+        last = std::move(now);
     }
-    return false;
+    return changes == BLINKS;
 }
 
 json observeFocus(CAcceptContext& context)

@@ -3,8 +3,8 @@
 // A scenario has two halves. `observe` runs in a child process, does what a client does, and answers with what it has seen.
 // `judge` runs in the parent and compares that with the prediction; it looks at nothing but its arguments.
 //
-// A prediction is refuted only by what contradicts it. Where nothing was seen, or too little to decide, the row is "failed": under
-// Wine a refuted row may be excused, and nobody is to correct a page because a click went astray.
+// A prediction is refuted only by what contradicts it. Where nothing was seen, or too little to decide, the row is "failed":
+// under Wine a refuted row may be excused, and nobody is to correct a page because a click went astray.
 //
 // Threads: `observe` on the child's main thread, in a single-threaded apartment. Failure: `observe` throws std::runtime_error
 // when it could not get as far as the prediction, and CNotHere when this machine has no means for it.

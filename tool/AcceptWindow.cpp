@@ -207,7 +207,7 @@ constexpr Scenario SCENARIOS[] = {
     {"dpi", "window", "DPI awareness",
      "The server is unaware of the scale, and takes on the client's awareness with the take-in.", USUAL_LIMIT, observeDpi,
      judgeDpi, "correct the page for clients: the server keeps its own awareness",
-     "it answers for the process that asks, whichever process is meant"},
+     "a window that is taken in does not change what its program is aware of"},
     {"graphics", "window", "graphics pipeline", "Java paints without Direct3D.", USUAL_LIMIT, observeGraphics, judgeGraphics,
      "remove the option that switches it on (KESTAtool check lists the options), and run again"},
 };
