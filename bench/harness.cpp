@@ -36,6 +36,8 @@ public:
     Series series;
 };
 
+} // namespace
+
 const char* text(int argc, char** argv, const char* name)
 {
     for (int index = 1; index + 1 < argc; ++index) {
@@ -45,8 +47,6 @@ const char* text(int argc, char** argv, const char* name)
     }
     return nullptr;
 }
-
-} // namespace
 
 int argument(int argc, char** argv, const char* name, int otherwise)
 {

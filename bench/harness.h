@@ -15,7 +15,9 @@ namespace bench {
 // Results by name, one number per round. Times are nanoseconds per operation.
 using Series = std::map<std::string, std::vector<double>>;
 
-// The number after `name` on the command line ("--rounds 20").
+// The word after `name` on the command line ("--out result.json"); null without it.
+const char* text(int argc, char** argv, const char* name);
+// The number after `name` ("--rounds 20").
 int argument(int argc, char** argv, const char* name, int otherwise);
 
 // Runs the registered benchmarks for the number of rounds after --rounds. Throws std::runtime_error when one fails.

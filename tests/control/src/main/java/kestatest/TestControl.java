@@ -6,8 +6,11 @@ import com.velmora.tq.kesta.control.State;
 import java.awt.BorderLayout;
 import java.awt.Component;
 import java.awt.EventQueue;
+import java.lang.ref.WeakReference;
 import java.util.Map;
+import java.util.Queue;
 import java.util.TreeMap;
+import java.util.concurrent.ConcurrentLinkedQueue;
 import java.util.concurrent.atomic.AtomicInteger;
 import javax.swing.BorderFactory;
 import javax.swing.JButton;
@@ -23,6 +26,9 @@ public final class TestControl implements Control {
     // Threads that raise events stop when this is no longer the number they started with.
     private final AtomicInteger generation = new AtomicInteger();
     private final AtomicInteger timer = new AtomicInteger();
+    // The texts of calls, once "watchTexts" was called; the queue itself keeps none of them alive.
+    private final Queue<WeakReference<String>> texts = new ConcurrentLinkedQueue<>();
+    private volatile boolean watching;
     private volatile int closing;
     private String nothing;
     private Context context;
@@ -66,11 +72,13 @@ public final class TestControl implements Control {
 
     @Override
     public void set(String name, String value) {
+        watch(value);
         properties.update(now -> with(now, name, value));
     }
 
     @Override
     public String call(String name, String argument) {
+        watch(argument);
         switch (name) {
             case "setText":
                 set("text", argument);
@@ -118,6 +126,11 @@ public final class TestControl implements Control {
                 return String.valueOf(nothing.length());
             case "returnNull":
                 return null;
+            case "watchTexts":
+                watching = true;
+                return argument;
+            case "heap":
+                return heap();
             case "throw":
                 throw new IllegalStateException(argument);
             case "throwNoMessage":
@@ -132,6 +145,22 @@ public final class TestControl implements Control {
         generation.incrementAndGet();
         timer.incrementAndGet();
         pause(closing);
+    }
+
+    private void watch(String text) {
+        if (watching) {
+            texts.add(new WeakReference<>(text));
+        }
+    }
+
+    /** What is alive in Java's heap, in bytes, and after ";" how many texts of watched calls are still in somebody's hands. */
+    private String heap() {
+        System.gc();
+        texts.removeIf(text -> text.get() == null);
+        int held = texts.size();
+        System.gc();
+        Runtime runtime = Runtime.getRuntime();
+        return runtime.totalMemory() - runtime.freeMemory() + ";" + held;
     }
 
     private static Map<String, String> with(Map<String, String> now, String name, String value) {
