@@ -1,5 +1,6 @@
-"""The benchmark library: Debian's source package, fetched by apt and kept in .tools."""
+"""Sources of libraries: Debian's source packages, fetched by apt and kept in .tools."""
 
+import dataclasses
 import hashlib
 import subprocess
 import sys
@@ -9,22 +10,36 @@ from pathlib import Path
 
 PROJECT = Path(__file__).resolve().parents[1]
 SUITE = "trixie"
-PACKAGE = "benchmark"
-VERSION = "1.9.1"
-SHA256 = "32131c08ee31eeff2c8968d7e874f3cb648034377dfc32a4c377fa8796d84981"
 
 
-def archive():
-    """The Debian archive that the tool environment was made from."""
-    for word in Path("/etc/apt/sources.list").read_text().split():
-        if word.rstrip("/").endswith("/debian"):
-            return word
-    sys.exit("bench: apt knows no Debian archive")
+@dataclasses.dataclass(frozen=True)
+class Library:
+    package: str
+    version: str
+    archive: str  # the file with the source
+    sha256: str
+    part: str = ""  # of the source, the only one that is kept
 
 
-def fetch(folder):
+BENCHMARK = Library(
+    "benchmark", "1.9.1", "benchmark_1.9.1.orig.tar.gz", "32131c08ee31eeff2c8968d7e874f3cb648034377dfc32a4c377fa8796d84981"
+)
+
+
+def debian():
+    """The machine's own Debian archive."""
+    listed = subprocess.run(
+        ["apt-get", "indextargets", "--format", "$(REPO_URI)", "Created-By: Packages"], check=True, capture_output=True, text=True
+    ).stdout.split()
+    for uri in listed:
+        if uri.rstrip("/").endswith("/debian"):
+            return uri
+    sys.exit("apt knows no Debian archive")
+
+
+def fetch(library, folder):
     """The library's source archive, in a folder with its own package lists: the machine's have no source packages."""
-    (folder / "sources.list").write_text(f"deb-src {archive()} {SUITE} main\n")
+    (folder / "sources.list").write_text(f"deb-src {debian()} {SUITE} main\n")
     for part in ("lists/partial", "cache/archives/partial"):
         (folder / part).mkdir(parents=True)
     settings = {
@@ -35,25 +50,27 @@ def fetch(folder):
         "APT::Sandbox::User": "",
     }
     options = [word for name, value in settings.items() for word in ("-o", f"{name}={value}")]
-    for command in (["update"], ["source", "--download-only", PACKAGE]):
+    for command in (["update"], ["source", "--download-only", library.package]):
         ended = subprocess.run(
             ["apt-get", *options, *command], cwd=folder, stdin=subprocess.DEVNULL, capture_output=True, text=True
         )
         if ended.returncode:
-            sys.exit(f"bench: the benchmark library cannot be fetched: {ended.stdout}{ended.stderr}")
-    return folder / f"{PACKAGE}_{VERSION}.orig.tar.gz"
+            sys.exit(f"{library.package} cannot be fetched: {ended.stdout}{ended.stderr}")
+    return folder / library.archive
 
 
-def source():
-    """The folder of the library's source; if it exists, it is complete."""
-    place = PROJECT / ".tools" / f"{PACKAGE}-{VERSION}"
-    if place.exists():
-        return place
-    with tempfile.TemporaryDirectory(dir=PROJECT / ".tools") as name:
-        tar = fetch(Path(name))
-        if not tar.exists() or hashlib.sha256(tar.read_bytes()).hexdigest() != SHA256:
-            sys.exit(f"bench: this is not the benchmark library {VERSION} that is expected")
-        with tarfile.open(tar) as content:
-            content.extractall(name, filter="data")
-        (Path(name) / place.name).rename(place)
-    return place
+def source(library=BENCHMARK):
+    """The folder of the library's source, or of its part; if it exists, it is complete."""
+    place = PROJECT / ".tools" / f"{library.package}-{library.version}"
+    if not place.exists():
+        with tempfile.TemporaryDirectory(dir=PROJECT / ".tools") as name:
+            archive = fetch(library, Path(name))
+            if not archive.exists() or hashlib.sha256(archive.read_bytes()).hexdigest() != library.sha256:
+                sys.exit(f"this is not the {library.package} {library.version} that is expected")
+            content = Path(name) / "content"
+            with tarfile.open(archive) as files:
+                for file in files:
+                    if f"/{library.part}" in file.name:
+                        files.extract(file, content, filter="data")
+            next(content.iterdir()).rename(place)
+    return place / library.part
