@@ -2,6 +2,7 @@
 
 import dataclasses
 import hashlib
+import re
 import subprocess
 import sys
 import tarfile
@@ -27,14 +28,12 @@ BENCHMARK = Library(
 
 
 def debian():
-    """The machine's own Debian archive."""
-    listed = subprocess.run(
-        ["apt-get", "indextargets", "--format", "$(REPO_URI)", "Created-By: Packages"], check=True, capture_output=True, text=True
-    ).stdout.split()
-    for uri in listed:
-        if uri.rstrip("/").endswith("/debian"):
-            return uri
-    sys.exit("apt knows no Debian archive")
+    """The machine's own Debian archive, also when its package lists have been removed."""
+    listed = subprocess.run(["apt-get", "update", "--print-uris"], check=True, capture_output=True, text=True).stdout
+    found = re.search(r"^'([^']*/debian)/+dists/", listed, re.MULTILINE)
+    if found is None:
+        sys.exit("apt knows no Debian archive")
+    return found.group(1)
 
 
 def fetch(library, folder):
@@ -50,7 +49,7 @@ def fetch(library, folder):
         "APT::Sandbox::User": "",
     }
     options = [word for name, value in settings.items() for word in ("-o", f"{name}={value}")]
-    for command in (["update"], ["source", "--download-only", library.package]):
+    for command in (["update"], ["source", "--download-only", "--tar-only", library.package]):
         ended = subprocess.run(
             ["apt-get", *options, *command], cwd=folder, stdin=subprocess.DEVNULL, capture_output=True, text=True
         )

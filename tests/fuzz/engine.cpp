@@ -6,11 +6,13 @@
 
 #include <FuzzerDefs.h>
 #include <FuzzerExtFunctions.h>
-#include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+
+extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments);
 
 namespace {
 

@@ -9,7 +9,6 @@
 #include "tests/fuzz/Target.h"
 
 #include <algorithm>
-#include <filesystem>
 
 namespace fuzz {
 
