@@ -38,6 +38,10 @@ public:
         : m_script(script)
         , m_next(scan())
     {
+        // The registry's names and texts end at it: a key's name could be empty behind the check below.
+        if (const size_t zero = script.find('\0'); zero != std::string_view::npos) {
+            ATL::fail(script, zero, "a zero byte");
+        }
     }
 
     std::vector<CRegRoot> parse()
@@ -134,6 +138,10 @@ private:
     // Takes the closing brace as well.
     std::vector<CRegEntry> content()
     {
+        // The registry takes no more, and each level needs a piece of the stack.
+        if (++m_level > MOST_LEVELS) {
+            fail(m_next, "keys lie too deep in each other");
+        }
         std::vector<CRegEntry> entries;
         while (!takeIf("}")) {
             if (m_next.kind == Token::Kind::End) {
@@ -141,6 +149,7 @@ private:
             }
             entries.push_back(entry());
         }
+        --m_level;
         return entries;
     }
 
@@ -235,8 +244,11 @@ private:
         return bytes;
     }
 
+    static constexpr int MOST_LEVELS = 512;
+
     std::string_view m_script;
     size_t m_position = 0;
+    int m_level = 0;
     Token m_next;
 };
 

@@ -185,7 +185,6 @@ public:
         check(object()->pushWindowHandle(m_window.handle()), "pushWindowHandle");
         ATL::CComBSTR version;
         check(object()->setUsedControl(text("TestControl"), text(""), &version), "setUsedControl");
-        check(object()->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&m_dispatch)), "QueryInterface");
         call("watchTexts", "");
         // Until controlReady has come.
         waitFor([this] { return m_sink.events > 0; });
@@ -207,7 +206,7 @@ public:
         }
         m_events += events;
         for (int number = 0; number < calls; ++number) {
-            if (timed > 0 && number % TIMED_PART == 0 && number / TIMED_PART < timed) {
+            if (number % TIMED_PART == 0 && number / TIMED_PART < timed) {
                 check(object()->testBridge(text("timed"), 2, 1 + number % LONGEST_DELAY), "testBridge");
             } else {
                 callOnce(number);
@@ -254,44 +253,31 @@ private:
         check(object()->callMethod(text(method), text(argument), &answer), method);
         return fixtures::narrow(answer);
     }
-    // In turn a call with an answer, the same late bound, and a property set and read.
+    // In turn a call with an answer, and a property set and read. None is late bound: Wine loses 120 bytes at each such call, also in a
+    // server that answers a constant.
     void callOnce(int number)
     {
         const std::string value = "a text of the usual length " + std::to_string(number);
-        std::string answer;
-        switch (number % 4) {
+        ATL::CComBSTR answer;
+        switch (number % 3) {
         case 0:
-            answer = call("echo", value);
+            expect(call("echo", value), value);
             break;
         case 1:
-            answer = lateEcho(value);
-            break;
-        case 2: {
-            ATL::CComBSTR ignored;
-            check(object()->setProperty(text("soak"), text(value), &ignored), "setProperty");
+            check(object()->setProperty(text("soak"), text(value), &answer), "setProperty");
             m_property = value;
-            return;
-        }
-        default: {
-            ATL::CComBSTR property;
-            check(object()->getProperty(text("soak"), &property), "getProperty");
-            answer = fixtures::narrow(property);
-            if (answer != m_property) {
-                throw std::runtime_error("wrong property: " + answer);
-            }
-            return;
-        }
-        }
-        if (answer != value) {
-            throw std::runtime_error("wrong answer: " + answer);
+            break;
+        default:
+            check(object()->getProperty(text("soak"), &answer), "getProperty");
+            expect(fixtures::narrow(answer), m_property);
+            break;
         }
     }
-    std::string lateEcho(const std::string& value)
+    static void expect(const std::string& answer, const std::string& expected)
     {
-        constexpr DISPID CALL_METHOD = 3;
-        const fixtures::SCallResult result = fixtures::call(m_dispatch, CALL_METHOD, "echo", value.c_str());
-        check(result.result, "late callMethod");
-        return result.answer;
+        if (answer != expected) {
+            throw std::runtime_error("wrong answer: " + answer);
+        }
     }
 
     std::ofstream& m_out;
@@ -301,7 +287,6 @@ private:
     bench::CCountingSink m_sink;
     ATL::CHandle m_process;
     double m_start;
-    ATL::CComPtr<IDispatch> m_dispatch;
     std::string m_property;
     long long m_calls = 0;
     long long m_events = 0;

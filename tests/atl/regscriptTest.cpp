@@ -46,6 +46,19 @@ std::string errorOf(const std::string& script)
 
 } // namespace
 
+// A root with keys in each other.
+std::string nested(int levels)
+{
+    std::string script = "HKCR { ";
+    for (int level = 0; level < levels; ++level) {
+        script += "A { ";
+    }
+    for (int level = 0; level <= levels; ++level) {
+        script += "} ";
+    }
+    return script;
+}
+
 TEST(RegScriptTest, KeysNestWithNamesAndDefaultValuesBareAndQuoted)
 {
     EXPECT_THAT(contentOf("First { Inner { } 'quoted name' } {4F1C} = s bare 'it''s' = d 7 { A = s 'two words' B }"),
@@ -99,7 +112,7 @@ TEST(RegScriptTest, Roots)
 
 TEST(RegScriptTest, EveryErrorNamesItsLine)
 {
-    constexpr const char* CASES[][2] = {
+    const std::pair<std::string, std::string> cases[] = {
         {"", "line 1: a root key expected"},
         {" \n\n ", "line 3: a root key expected"},
         {"HKXX { }", "line 1: a root key expected"},
@@ -128,10 +141,13 @@ TEST(RegScriptTest, EveryErrorNamesItsLine)
         {"HKCR {\n'' }", "line 2: a key name is empty"},
         {"HKCR {\nNoRemove a\\b }", "line 2: a key name holds a backslash"},
         {"HKCR {\nA = s 'two\nlines'\nB = x }", "line 4: a value type expected (s, d or b)"},
+        {std::string("HKCR {\nForceRemove '\0' }", 24), "line 2: a zero byte"},
+        {std::string("HKCR\0 { }", 9), "line 1: a zero byte"},
+        {nested(512), "line 1: keys lie too deep in each other"},
         {"%A%\n%B%", "line 2: no replacement for %B%"},
         {"%A%\n\n100%", "line 3: a percent sign has no partner"},
     };
-    for (const auto& [script, error] : CASES) {
+    for (const auto& [script, error] : cases) {
         EXPECT_EQ(errorOf(script), error) << script;
     }
 }

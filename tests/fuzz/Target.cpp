@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <optional>
 
 namespace fuzz {
 
@@ -35,13 +36,16 @@ std::string temporaryFile(const std::string& content)
     return s_path;
 }
 
-void run(const STarget& target, Bytes input)
+void run(const STarget& target, Bytes input, Heap heap)
 {
     // Without it, the log's statements cost a comparison each; its lines have tests of their own.
     while (Logger::instance() != nullptr) {
         Logger::release();
     }
-    const GuardedHeap heap;
+    std::optional<GuardedHeap> guarded;
+    if (heap == Heap::Guarded) {
+        guarded.emplace();
+    }
     const std::vector<std::uint8_t> copy(input.begin(), input.end());
     target.run(copy);
 }

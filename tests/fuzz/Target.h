@@ -37,8 +37,10 @@ inline void expect(bool holds, const std::string& promise)
     }
 }
 
-// Runs a target on a copy of the input behind which nothing can be read, with the guarded heap on.
-void run(const STarget& target, Bytes input);
+// Runs a target on a copy of the input. On the guarded heap nothing can be read behind the copy or any other allocation, and an
+// input takes ten times as long.
+enum class Heap { Usual, Guarded };
+void run(const STarget& target, Bytes input, Heap heap = Heap::Guarded);
 
 inline std::string textOf(Bytes bytes)
 {

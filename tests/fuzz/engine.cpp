@@ -6,6 +6,7 @@
 
 #include <FuzzerDefs.h>
 #include <FuzzerExtFunctions.h>
+#include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +22,37 @@ std::uint8_t s_counters[1 << COUNTERS_BITS];
 const fuzz::STarget* s_target = nullptr;
 
 constexpr char TARGET_OPTION[] = "--target=";
+// Of so many inputs one runs on the guarded heap: always the same ones, so that a finding is found again.
+constexpr std::uint32_t GUARDED_PART = 16;
+
+fuzz::Heap heapFor(const std::uint8_t* data, size_t size)
+{
+    constexpr std::uint32_t PRIME = 16777619;
+    std::uint32_t hash = 2166136261;
+    for (size_t place = 0; place < size; ++place) {
+        hash = (hash ^ data[place]) * PRIME;
+    }
+    return (hash >> 16) % GUARDED_PART == 0 ? fuzz::Heap::Guarded : fuzz::Heap::Usual;
+}
+
+// The engine says only that there was a fault. This says where, in case it is not the product's.
+LONG CALLBACK tellPlace(EXCEPTION_POINTERS* pointers)
+{
+    const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
+    if (record.ExceptionCode == EXCEPTION_ACCESS_VIOLATION || record.ExceptionCode == EXCEPTION_ILLEGAL_INSTRUCTION ||
+        record.ExceptionCode == EXCEPTION_STACK_OVERFLOW) {
+        HMODULE module = nullptr;
+        GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                           static_cast<const char*>(record.ExceptionAddress), &module);
+        char path[MAX_PATH + 1] = "unknown module";
+        GetModuleFileNameA(module, path, MAX_PATH);
+        std::fprintf(stderr, "BROKEN: exception %08lx at %p, %s + %llx\n", record.ExceptionCode, record.ExceptionAddress, path,
+                     static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(record.ExceptionAddress) -
+                                                     reinterpret_cast<std::uintptr_t>(module)));
+        std::fflush(stderr);
+    }
+    return EXCEPTION_CONTINUE_SEARCH;
+}
 
 } // namespace
 
@@ -64,6 +96,7 @@ void __sanitizer_cov_trace_cmpd(double, double) {}
 
 int LLVMFuzzerInitialize(int* count, char*** arguments)
 {
+    AddVectoredExceptionHandler(TRUE, tellPlace);
     for (int index = 1; index < *count; ++index) {
         const char* const argument = (*arguments)[index];
         if (std::strncmp(argument, TARGET_OPTION, sizeof TARGET_OPTION - 1) == 0) {
@@ -80,7 +113,7 @@ int LLVMFuzzerInitialize(int* count, char*** arguments)
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size)
 {
     try {
-        fuzz::run(*s_target, {data, size});
+        fuzz::run(*s_target, {data, size}, heapFor(data, size));
     } catch (const fuzz::SBroken& broken) {
         std::fprintf(stderr, "BROKEN: %s\n", broken.what());
         std::fflush(stderr);

@@ -38,8 +38,9 @@ void replay(const char* name)
     ASSERT_NE(corpora, nullptr) << "run it with ctest";
     SetUnhandledExceptionFilter(tellInput);
     int inputs = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(fixtures::windowsPath(std::string(corpora) + "/" + name))) {
-        s_replaying = std::string("./toolbox tools/fuzz --replay ") + name + " " + entry.path().string();
+    const std::string folder = std::string(corpora) + "/" + name;
+    for (const auto& entry : std::filesystem::directory_iterator(fixtures::windowsPath(folder))) {
+        s_replaying = std::string("./toolbox tools/fuzz --replay ") + name + " " + folder + "/" + entry.path().filename().string();
         const std::vector<std::uint8_t> input = contentOf(entry.path());
         try {
             fuzz::run(*target, input);

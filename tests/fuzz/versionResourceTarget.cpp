@@ -1,86 +1,85 @@
-// Version resources: the input is the resource of a file that is right otherwise, read through this system's own functions.
+// Version resources, through functions of Windows that answer as the input says: its first byte tells the number of answers, each of
+// which has five bytes; the rest is the resource. What Windows promises holds: an answer lies within the resource, that about the
+// file's version has the whole structure, and a text ends with a zero. Windows' own functions are not asked: those of Wine write
+// outside of a resource whose lengths are wrong.
 #include "support/version.h"
 #include "tests/fuzz/Target.h"
-
-#include <windows.h>
+#include "tests/support/ImportHook.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 namespace fuzz {
 
 namespace {
 
-constexpr DWORD HEADERS_SIZE = 0x200;
-constexpr DWORD SECTION_ADDRESS = 0x1000;
+constexpr size_t ANSWER_SIZE = 5;
 
-// Three folders (type, name, language) with one entry each, and the place of the data.
-struct SResources
-{
-    struct SFolder
-    {
-        IMAGE_RESOURCE_DIRECTORY folder;
-        DWORD id;
-        DWORD offset;
-    } folders[3];
-    IMAGE_RESOURCE_DATA_ENTRY data;
-};
+Bytes s_answers;
+Bytes s_resource;
 
-struct SHeaders
+DWORD WINAPI sizeOf(LPCSTR, LPDWORD)
 {
-    IMAGE_DOS_HEADER dos;
-    IMAGE_NT_HEADERS64 nt;
-    IMAGE_SECTION_HEADER section;
-};
-static_assert(sizeof(SHeaders) <= HEADERS_SIZE);
+    return static_cast<DWORD>(s_resource.size());
+}
 
-std::string libraryWith(Bytes resource)
+BOOL WINAPI copy(LPCSTR, DWORD, DWORD size, LPVOID block)
 {
-    SResources resources = {};
-    const DWORD ids[] = {16, 1, 0x0409}; // RT_VERSION
-    for (DWORD level = 0; level < 3; ++level) {
-        resources.folders[level].folder.NumberOfIdEntries = 1;
-        resources.folders[level].id = ids[level];
-        const DWORD next = (level + 1) * static_cast<DWORD>(sizeof(SResources::SFolder));
-        resources.folders[level].offset = level < 2 ? next | IMAGE_RESOURCE_DATA_IS_DIRECTORY : next;
+    std::memcpy(block, s_resource.data(), std::min<size_t>(size, s_resource.size()));
+    return TRUE;
+}
+
+// Whether there is one, its place and its length.
+BOOL WINAPI query(LPCVOID block, LPCSTR name, LPVOID* value, PUINT length)
+{
+    if (s_answers.size() < ANSWER_SIZE) {
+        return FALSE;
     }
-    resources.data.OffsetToData = SECTION_ADDRESS + sizeof resources;
-    resources.data.Size = static_cast<DWORD>(resource.size());
+    const Bytes answer = s_answers.first(ANSWER_SIZE);
+    s_answers = s_answers.subspan(ANSWER_SIZE);
+    const size_t place = std::min<size_t>(answer[1] * 256u + answer[2], s_resource.size());
+    const size_t size = std::min<size_t>(answer[3] * 256u + answer[4], s_resource.size() - place);
+    const std::string_view asked = name;
+    const auto* const data = static_cast<const char*>(block) + place;
+    const bool isFixed = asked == "\\";
+    const bool isText = asked.ends_with("ProductName");
+    if (answer[0] % 4 == 0 || (isFixed && size < sizeof(VS_FIXEDFILEINFO)) ||
+        (isText && size > 0 && std::memchr(data, 0, size) == nullptr)) {
+        return FALSE;
+    }
+    *value = const_cast<char*>(data);
+    *length = static_cast<UINT>(size);
+    return TRUE;
+}
 
-    const auto size = static_cast<DWORD>(sizeof resources + resource.size());
-    const auto roundUp = [](DWORD number, DWORD unit) { return (number + unit - 1) / unit * unit; };
-    SHeaders headers = {};
-    headers.dos.e_magic = IMAGE_DOS_SIGNATURE;
-    headers.dos.e_lfanew = offsetof(SHeaders, nt);
-    headers.nt.Signature = IMAGE_NT_SIGNATURE;
-    headers.nt.FileHeader.Machine = IMAGE_FILE_MACHINE_AMD64;
-    headers.nt.FileHeader.NumberOfSections = 1;
-    headers.nt.FileHeader.SizeOfOptionalHeader = sizeof headers.nt.OptionalHeader;
-    headers.nt.FileHeader.Characteristics = IMAGE_FILE_EXECUTABLE_IMAGE | IMAGE_FILE_DLL;
-    headers.nt.OptionalHeader.Magic = IMAGE_NT_OPTIONAL_HDR64_MAGIC;
-    headers.nt.OptionalHeader.ImageBase = 0x180000000;
-    headers.nt.OptionalHeader.SectionAlignment = SECTION_ADDRESS;
-    headers.nt.OptionalHeader.FileAlignment = HEADERS_SIZE;
-    headers.nt.OptionalHeader.SizeOfHeaders = HEADERS_SIZE;
-    headers.nt.OptionalHeader.SizeOfImage = SECTION_ADDRESS + roundUp(size, SECTION_ADDRESS);
-    headers.nt.OptionalHeader.Subsystem = IMAGE_SUBSYSTEM_WINDOWS_CUI;
-    headers.nt.OptionalHeader.NumberOfRvaAndSizes = IMAGE_NUMBEROF_DIRECTORY_ENTRIES;
-    headers.nt.OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_RESOURCE] = {SECTION_ADDRESS, size};
-    std::memcpy(headers.section.Name, ".rsrc", 5);
-    headers.section.Misc.VirtualSize = size;
-    headers.section.VirtualAddress = SECTION_ADDRESS;
-    headers.section.SizeOfRawData = roundUp(size, HEADERS_SIZE);
-    headers.section.PointerToRawData = HEADERS_SIZE;
-    headers.section.Characteristics = IMAGE_SCN_CNT_INITIALIZED_DATA | IMAGE_SCN_MEM_READ;
+using AddressHook = ImportHook<decltype(&GetProcAddress)>;
 
-    std::string file(reinterpret_cast<const char*>(&headers), sizeof headers);
-    file.resize(HEADERS_SIZE);
-    file.append(reinterpret_cast<const char*>(&resources), sizeof resources);
-    file.append(resource.begin(), resource.end());
-    file.resize(HEADERS_SIZE + headers.section.SizeOfRawData);
-    return file;
+FARPROC addressOf(HMODULE module, LPCSTR name)
+{
+    const std::string_view wanted = HIWORD(reinterpret_cast<ULONG_PTR>(name)) == 0 ? "" : name;
+    void* const replacement = wanted == "GetFileVersionInfoSizeA" ? reinterpret_cast<void*>(sizeOf)
+                              : wanted == "GetFileVersionInfoA"   ? reinterpret_cast<void*>(copy)
+                              : wanted == "VerQueryValueA"        ? reinterpret_cast<void*>(query)
+                                                                  : nullptr;
+    return replacement == nullptr ? AddressHook::s_original(module, name) : reinterpret_cast<FARPROC>(replacement);
+}
+
+// The product may import these functions or look them up.
+bool replaceFunctions()
+{
+    for (const auto& [name, function] : {std::pair{"GetFileVersionInfoSizeA", reinterpret_cast<void*>(sizeOf)},
+                                         {"GetFileVersionInfoA", reinterpret_cast<void*>(copy)},
+                                         {"VerQueryValueA", reinterpret_cast<void*>(query)}}) {
+        if (void** const place = importPlace(name)) {
+            exchangeImport(place, function);
+        }
+    }
+    if (importPlace("GetProcAddress") != nullptr) {
+        [[maybe_unused]] static const auto* const s_hook = new AddressHook("GetProcAddress", addressOf);
+    }
+    return true;
 }
 
 bool isVersion(const std::string& text)
@@ -95,10 +94,19 @@ bool isVersion(const std::string& text)
 
 void versionResource(Bytes input)
 {
-    const std::string path = temporaryFile(libraryWith(input));
-    const std::string version = CVersion::getVersionInfo(path.c_str());
+    if (input.empty()) {
+        return;
+    }
+    [[maybe_unused]] static const bool s_isReplaced = replaceFunctions();
+    const size_t answers = std::min<size_t>(input[0] * ANSWER_SIZE, input.size() - 1);
+    const Bytes all = input.subspan(1, answers);
+    s_resource = input.subspan(1 + answers);
+    s_answers = all;
+    const std::string version = CVersion::getVersionInfo("a file");
     expect(version.empty() || isVersion(version), "four numbers or nothing: " + version);
-    CVersion::getProductName(path.c_str());
+    expect(s_resource.empty() || all.size() < ANSWER_SIZE || s_answers.size() < all.size(), "the resource is asked");
+    const std::string product = CVersion::getProductName("a file");
+    expect(!s_resource.empty() || product == "UNDEFINEDPRODUCT", "without a resource: " + product);
 }
 
 } // namespace fuzz
