@@ -1,9 +1,10 @@
-// What a long run leaves behind in the server: calls and events against one server process, whose memory, handles, drawing objects,
-// windows, threads and Java heap are read between them. tools/soak builds and runs it, and judges the numbers.
+// What a long run leaves behind in the server: calls and events against one server process, whose memory, handles, drawing
+// objects, windows, threads and Java heap are read between them. tools/soak builds and runs it, and judges the numbers.
 //
 //     bench_soak --calls N --events N --samples N --out FILE
 //
-// FILE gets a line for each sample as soon as it is taken, with the names of the columns in the first line. -1: the system does not tell.
+// FILE gets a line for each sample as soon as it is taken, with the names of the columns in the first line. -1: the system does
+// not tell.
 #include "bench/countingSink.h"
 #include "bench/harness.h"
 #include "bench/servers.h"
@@ -29,8 +30,8 @@ constexpr int LONGEST_DELAY = 20; // ms
 constexpr int EVENT_THREADS = 4;
 constexpr long long UNKNOWN = -1;
 
-// As for the measurement of memory: Java's heap is committed from the start and nothing is compiled, so that growth of the process
-// is the server's. What stays alive in the heap is read apart.
+// As for the measurement of memory: Java's heap is committed from the start and nothing is compiled, so that growth of the
+// process is the server's. What stays alive in the heap is read apart.
 const std::vector<std::string> STEADY_MACHINE = {"-Xms48m", "-Xmx48m", "-XX:+AlwaysPreTouch", "-XX:+UseSerialGC", "-Xint"};
 
 ATL::CComBSTR text(const std::string& narrow)
@@ -51,7 +52,8 @@ SCounts countsOf(DWORD process)
     std::vector<BYTE> list(1 << 20);
     ULONG needed = 0;
     NTSTATUS status = 0;
-    while ((status = NtQuerySystemInformation(SystemProcessInformation, list.data(), static_cast<ULONG>(list.size()), &needed)) != 0) {
+    while ((status = NtQuerySystemInformation(SystemProcessInformation, list.data(), static_cast<ULONG>(list.size()), &needed)) !=
+           0) {
         if (list.size() > (1 << 26)) {
             return {};
         }
@@ -76,8 +78,8 @@ long long privateBytes(HANDLE process)
     return GetProcessMemoryInfo(process, &counters, sizeof counters) ? static_cast<long long>(counters.PagefileUsage) : UNKNOWN;
 }
 
-// The table of drawing objects, which every process has mapped and which its environment block names. Wine's GetGuiResources tells
-// nothing.
+// The table of drawing objects, which every process has mapped and which its environment block names. Wine's GetGuiResources
+// tells nothing.
 struct SGdiEntry
 {
     ULONGLONG object;
@@ -97,7 +99,8 @@ long long gdiTableObjects(HANDLE process)
     void* table = nullptr;
     SIZE_T size = 0;
     if (NtQueryInformationProcess(process, ProcessBasicInformation, &basic, sizeof basic, nullptr) != 0 ||
-        !ReadProcessMemory(process, reinterpret_cast<const BYTE*>(basic.PebBaseAddress) + GDI_TABLE_IN_PEB, &table, sizeof table, &size) ||
+        !ReadProcessMemory(process, reinterpret_cast<const BYTE*>(basic.PebBaseAddress) + GDI_TABLE_IN_PEB, &table, sizeof table,
+                           &size) ||
         table == nullptr) {
         return UNKNOWN;
     }
@@ -226,9 +229,9 @@ public:
         std::ranges::replace(java, ';', ',');
         const DWORD id = m_server.process().id();
         const SCounts counts = countsOf(id);
-        m_out << m_calls << ',' << m_events << ',' << bench::now() - m_start << ',' << privateBytes(m_process) << ',' << counts.handles
-              << ',' << gdiObjects(m_process) << ',' << userObjects(m_process, id) << ',' << counts.threads << ',' << java
-              << std::endl;
+        m_out << m_calls << ',' << m_events << ',' << bench::now() - m_start << ',' << privateBytes(m_process) << ','
+              << counts.handles << ',' << gdiObjects(m_process) << ',' << userObjects(m_process, id) << ',' << counts.threads
+              << ',' << java << std::endl;
     }
 
 private:
@@ -253,8 +256,8 @@ private:
         check(object()->callMethod(text(method), text(argument), &answer), method);
         return fixtures::narrow(answer);
     }
-    // In turn a call with an answer, and a property set and read. None is late bound: Wine loses 120 bytes at each such call, also in a
-    // server that answers a constant.
+    // In turn a call with an answer, and a property set and read. None is late bound: Wine loses 120 bytes at each such call,
+    // also in a server that answers a constant.
     void callOnce(int number)
     {
         const std::string value = "a text of the usual length " + std::to_string(number);

@@ -107,21 +107,21 @@ CMemoryRegistry::CMemoryRegistry()
                  *key = s_registry->handle(parent, path);
                  return ERROR_SUCCESS;
              })
-    , m_create("RegCreateKeyExA",
-               [](HKEY parent, LPCSTR path, DWORD, LPSTR, DWORD, REGSAM, const LPSECURITY_ATTRIBUTES, HKEY* key,
-                  LPDWORD) -> LSTATUS {
-                   *key = nullptr;
-                   SKey* const above = keyOf(parent);
-                   if (above == nullptr || parent == HKEY_PERFORMANCE_DATA) {
-                       return ERROR_KEY_DELETED;
-                   }
-                   if (std::strlen(path) > LONGEST_KEY_NAME) {
-                       return ERROR_INVALID_PARAMETER;
-                   }
-                   above->make(path);
-                   *key = s_registry->handle(parent, path);
-                   return ERROR_SUCCESS;
-               })
+    , m_create(
+          "RegCreateKeyExA",
+          [](HKEY parent, LPCSTR path, DWORD, LPSTR, DWORD, REGSAM, const LPSECURITY_ATTRIBUTES, HKEY* key, LPDWORD) -> LSTATUS {
+              *key = nullptr;
+              SKey* const above = keyOf(parent);
+              if (above == nullptr || parent == HKEY_PERFORMANCE_DATA) {
+                  return ERROR_KEY_DELETED;
+              }
+              if (std::strlen(path) > LONGEST_KEY_NAME) {
+                  return ERROR_INVALID_PARAMETER;
+              }
+              above->make(path);
+              *key = s_registry->handle(parent, path);
+              return ERROR_SUCCESS;
+          })
     , m_close("RegCloseKey",
               [](HKEY key) -> LSTATUS {
                   --s_registry->openKeys;

@@ -1,5 +1,5 @@
-// A registry in memory, which the program's registry calls reach instead of Windows' own. It keeps what Windows documents: names in any case,
-// an empty name or none for the key itself, values of any type and length, and names of values that hold zero bytes.
+// A registry in memory, which the program's registry calls reach instead of Windows' own. It keeps what Windows documents: names
+// in any case, an empty name or none for the key itself, values of any type and length, and names of values that hold zero bytes.
 //
 // Threads: one.
 #pragma once

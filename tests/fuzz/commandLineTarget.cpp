@@ -60,7 +60,8 @@ private:
 std::string expected(const std::string& commandLine)
 {
     std::string lower = commandLine;
-    std::ranges::transform(lower, lower.begin(), [](unsigned char c) { return static_cast<char>(c < 0x80 ? std::tolower(c) : c); });
+    std::ranges::transform(lower, lower.begin(),
+                           [](unsigned char c) { return static_cast<char>(c < 0x80 ? std::tolower(c) : c); });
     std::string found = "run";
     size_t first = std::string::npos;
     for (const std::string word : {"RegServer", "UnregServer", "RegServerPerUser", "UnregServerPerUser"}) {
@@ -86,9 +87,8 @@ void commandLine(Bytes input)
     s_commandLine = textOf(input).c_str(); // up to its first zero
     // Once, because each takes longer than an input.
     [[maybe_unused]] static const HRESULT s_com = CoInitialize(nullptr);
-    [[maybe_unused]] static const auto* const s_line = new CommandLineHook("GetCommandLineA", []() -> LPSTR {
-        return s_isRunning ? s_commandLine.data() : CommandLineHook::s_original();
-    });
+    [[maybe_unused]] static const auto* const s_line = new CommandLineHook(
+        "GetCommandLineA", []() -> LPSTR { return s_isRunning ? s_commandLine.data() : CommandLineHook::s_original(); });
     [[maybe_unused]] static const auto* const s_path =
         new PathHook("GetModuleFileNameA", [](HMODULE module, LPSTR buffer, DWORD size) -> DWORD {
             s_isPathAsked = true;

@@ -1,5 +1,5 @@
-// What libFuzzer needs of this compiler and this target: GCC calls a function at each branch and keeps no counters, and the libraries
-// of Windows cannot name functions that may be missing.
+// What libFuzzer needs of this compiler and this target: GCC calls a function at each branch and keeps no counters, and the
+// libraries of Windows cannot name functions that may be missing.
 //
 //     fuzz --target=NAME [libFuzzer's options] CORPUS...
 #include "tests/fuzz/Target.h"
@@ -91,8 +91,12 @@ void __sanitizer_cov_trace_pc()
 }
 
 // The library has none for these.
-void __sanitizer_cov_trace_cmpf(float, float) {}
-void __sanitizer_cov_trace_cmpd(double, double) {}
+void __sanitizer_cov_trace_cmpf(float, float)
+{
+}
+void __sanitizer_cov_trace_cmpd(double, double)
+{
+}
 
 int LLVMFuzzerInitialize(int* count, char*** arguments)
 {

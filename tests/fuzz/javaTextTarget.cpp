@@ -1,5 +1,5 @@
-// Texts on their way to Java and back: the first byte and the one behind it tell how many bytes of the input are the client's text, in
-// 16-bit characters; the rest is what Java gives.
+// Texts on their way to Java and back: the first byte and the one behind it tell how many bytes of the input are the client's
+// text, in 16-bit characters; the rest is what Java gives.
 #include "javabridge/JNIHelper.h"
 #include "tests/fuzz/Target.h"
 

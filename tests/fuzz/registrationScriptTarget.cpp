@@ -1,5 +1,5 @@
-// Registration scripts, read and run: a script is broken and touches nothing, or it says the same when it is written down again, writes
-// the same a second time, and never touches a key that it does not name.
+// Registration scripts, read and run: a script is broken and touches nothing, or it says the same when it is written down again,
+// writes the same a second time, and never touches a key that it does not name.
 #include "atl/atl.h"
 #include "tests/fuzz/MemoryRegistry.h"
 #include "tests/fuzz/Target.h"
@@ -21,8 +21,8 @@ const struct
 {
     HKEY key;
     const char* name;
-} ROOTS[] = {{HKEY_CLASSES_ROOT, "HKCR"},     {HKEY_CURRENT_USER, "HKCU"},     {HKEY_LOCAL_MACHINE, "HKLM"}, {HKEY_USERS, "HKU"},
-             {HKEY_PERFORMANCE_DATA, "HKPD"}, {HKEY_DYN_DATA, "HKDD"}, {HKEY_CURRENT_CONFIG, "HKCC"}};
+} ROOTS[] = {{HKEY_CLASSES_ROOT, "HKCR"},     {HKEY_CURRENT_USER, "HKCU"}, {HKEY_LOCAL_MACHINE, "HKLM"}, {HKEY_USERS, "HKU"},
+             {HKEY_PERFORMANCE_DATA, "HKPD"}, {HKEY_DYN_DATA, "HKDD"},     {HKEY_CURRENT_CONFIG, "HKCC"}};
 
 std::string quoted(const std::string& text)
 {

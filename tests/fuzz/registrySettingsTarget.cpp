@@ -1,8 +1,8 @@
 // Names and values of the registry, from which the server chooses its Java runtime, the class path and the machine's options.
 //
-// The first byte of an input tells from which place on enumerations find nothing. Each line after it is a value: a letter for the key
-// (o and j for the runtimes' keys, older first, p for the preferences), the subkey's name, "|", the value's name, "|" and the value. A
-// byte of 1 and the one behind it repeat the byte before them 64 times the number of the second.
+// The first byte of an input tells from which place on enumerations find nothing. Each line after it is a value: a letter for the
+// key (o and j for the runtimes' keys, older first, p for the preferences), the subkey's name, "|", the value's name, "|" and the
+// value. A byte of 1 and the one behind it repeat the byte before them 64 times the number of the second.
 #include "javabridge/JavaManagerJNIClientSettings.h"
 #include "support/registry.h"
 #include "tests/fuzz/MemoryRegistry.h"
@@ -46,7 +46,9 @@ void fill(SKey& machine, const std::string& input)
         if (value == std::string::npos || name == 0) {
             continue;
         }
-        SKey* key = line[0] == 'o' ? &machine.make(OLDER) : line[0] == 'j' ? &machine.make(NEWER) : &machine.make(PREFERENCES_KEY);
+        SKey* key = line[0] == 'o'   ? &machine.make(OLDER)
+                    : line[0] == 'j' ? &machine.make(NEWER)
+                                     : &machine.make(PREFERENCES_KEY);
         // Windows allows no longer names, and a zero byte or a backslash only between them.
         std::string subKey = line.substr(1, name - 1).substr(0, KEY_NAME_ROOM);
         std::erase_if(subKey, [](char c) { return c == '\\' || c == '\0'; });
@@ -136,7 +138,8 @@ void checkChoice(const SRules& rules)
     const auto isChosen = [&](const SRuntime& runtime) {
         return runtime.version == choice.chosen.version && runtime.path == choice.chosen.path;
     };
-    expect(isChosen(standard) || std::ranges::any_of(candidates, isChosen), "the chosen path is that of a runtime of that version");
+    expect(isChosen(standard) || std::ranges::any_of(candidates, isChosen),
+           "the chosen path is that of a runtime of that version");
     expect(choice.standard.version == standard.version && choice.standard.path == standard.path, "the standard runtime");
 }
 
@@ -166,7 +169,8 @@ void checkOptions(const SRules& rules)
         expected.push_back(rules.text(preferences, name));
     }
 
-    const std::vector<MachineOption> options = readMachineOptions("C:\\server.exe", {"", "", false, LOGLEVEL_WARN, 1, 2}, nullptr);
+    const std::vector<MachineOption> options =
+        readMachineOptions("C:\\server.exe", {"", "", false, LOGLEVEL_WARN, 1, 2}, nullptr);
     std::vector<std::string> found;
     for (const MachineOption& option : options) {
         if (!option.valueName.empty()) {

@@ -40,7 +40,8 @@ void replay(const char* name)
     int inputs = 0;
     const std::string folder = std::string(corpora) + "/" + name;
     for (const auto& entry : std::filesystem::directory_iterator(fixtures::windowsPath(folder))) {
-        s_replaying = std::string("./toolbox tools/fuzz --replay ") + name + " " + folder + "/" + entry.path().filename().string();
+        s_replaying =
+            std::string("./toolbox tools/fuzz --replay ") + name + " " + folder + "/" + entry.path().filename().string();
         const std::vector<std::uint8_t> input = contentOf(entry.path());
         try {
             fuzz::run(*target, input);

@@ -1,7 +1,7 @@
-// Version resources, through functions of Windows that answer as the input says: its first byte tells the number of answers, each of
-// which has five bytes; the rest is the resource. What Windows promises holds: an answer lies within the resource, that about the
-// file's version has the whole structure, and a text ends with a zero. Windows' own functions are not asked: those of Wine write
-// outside of a resource whose lengths are wrong.
+// Version resources, through functions of Windows that answer as the input says: its first byte tells the number of answers, each
+// of which has five bytes; the rest is the resource. What Windows promises holds: an answer lies within the resource, that about
+// the file's version has the whole structure, and a text ends with a zero. Windows' own functions are not asked: those of Wine
+// write outside of a resource whose lengths are wrong.
 #include "support/version.h"
 #include "tests/fuzz/Target.h"
 #include "tests/support/ImportHook.h"
@@ -16,6 +16,7 @@ namespace fuzz {
 namespace {
 
 constexpr size_t ANSWER_SIZE = 5;
+constexpr size_t ALIGNMENT = 4;
 
 Bytes s_answers;
 Bytes s_resource;
@@ -39,7 +40,7 @@ BOOL WINAPI query(LPCVOID block, LPCSTR name, LPVOID* value, PUINT length)
     }
     const Bytes answer = s_answers.first(ANSWER_SIZE);
     s_answers = s_answers.subspan(ANSWER_SIZE);
-    const size_t place = std::min<size_t>(answer[1] * 256u + answer[2], s_resource.size());
+    const size_t place = std::min<size_t>(answer[1] * 256u + answer[2], s_resource.size()) / ALIGNMENT * ALIGNMENT;
     const size_t size = std::min<size_t>(answer[3] * 256u + answer[4], s_resource.size() - place);
     const std::string_view asked = name;
     const auto* const data = static_cast<const char*>(block) + place;
