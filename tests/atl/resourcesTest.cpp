@@ -86,11 +86,6 @@ TEST(ResourcesTest, TheProjectNameIsString100)
     EXPECT_STREQ(text, "KESTAserver");
 }
 
-TEST(ResourcesTest, ThereIsNoManifest)
-{
-    EXPECT_THAT(languagesOf(MAKEINTRESOURCEA(24), MAKEINTRESOURCEA(1)), testing::IsEmpty());
-}
-
 TEST(ResourcesTest, ProductNameAndVersion)
 {
     std::vector<char> data(GetFileVersionInfoSizeA(executable().c_str(), nullptr));
