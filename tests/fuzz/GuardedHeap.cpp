@@ -12,6 +12,8 @@ namespace {
 constexpr size_t PAGE = 4096;
 constexpr size_t PAGES = (size_t{1} << 30) / PAGE;
 constexpr size_t ALIGNMENT = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
+// Of arrays that are asked for with std::nothrow: enough for the version resource, which is one.
+constexpr size_t NOTHROW_ALIGNMENT = 4;
 constexpr unsigned char FILLING = 0xCC;
 
 int s_alive = 0;
@@ -127,7 +129,7 @@ void* operator new(size_t size, const std::nothrow_t&) noexcept
 
 void* operator new[](size_t size, const std::nothrow_t&) noexcept
 {
-    return allocate(size, 1);
+    return allocate(size, NOTHROW_ALIGNMENT);
 }
 
 void operator delete(void* memory) noexcept

@@ -2,8 +2,8 @@
 // written: a step over its end ends the process at once, as does any use after its release. This compiler has no address
 // sanitizer for Windows.
 //
-// Up to 15 bytes behind an object's end belong to it, because allocations are aligned; arrays of characters that are asked for
-// with std::nothrow end exactly. Threads: one. Failure: std::bad_alloc when a gigabyte is in use.
+// Up to 15 bytes behind an object's end belong to it, because allocations are aligned; behind an array that is asked for with
+// std::nothrow at most 3. Threads: one. Failure: std::bad_alloc when a gigabyte is in use.
 #pragma once
 
 class GuardedHeap

@@ -23,7 +23,7 @@ struct SJava
             return reinterpret_cast<jstring>(&s_received);
         };
         table.GetStringUTFChars = [](JNIEnv*, jstring, jboolean*) -> const char* {
-            auto* const characters = new (std::nothrow) char[s_given.size() + 1]; // guarded to the byte
+            auto* const characters = new (std::nothrow) char[s_given.size() + 1]; // guarded most closely
             std::memcpy(characters, s_given.c_str(), s_given.size() + 1);
             ++s_held;
             return characters;
