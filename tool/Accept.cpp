@@ -3,8 +3,7 @@
 #include "atl/atl.h"
 #include "tool/AcceptClient.h"
 #include "tool/Probe.h"
-
-#include <tlhelp32.h>
+#include "tool/ServerProcesses.h"
 
 #include <algorithm>
 #include <chrono>
@@ -17,7 +16,6 @@ using nlohmann::json;
 
 namespace {
 
-constexpr const char* SERVER = "KESTAx64.exe";
 constexpr DWORD LATE_END_LIMIT = 6000; // ms, for a server whose client has gone
 
 const char* nameOf(RowState state)
@@ -32,21 +30,6 @@ const char* nameOf(RowState state)
     default:
         return "failed";
     }
-}
-
-std::set<DWORD> serverProcesses()
-{
-    std::set<DWORD> found;
-    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    PROCESSENTRY32 entry = {};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Process32First(snapshot, &entry); more != FALSE; more = Process32Next(snapshot, &entry)) {
-        if (lstrcmpiA(entry.szExeFile, SERVER) == 0) {
-            found.insert(entry.th32ProcessID);
-        }
-    }
-    CloseHandle(snapshot);
-    return found;
 }
 
 // What a child leaves besides its answer; it begins with when the run began. The file goes with the object.

@@ -16,6 +16,8 @@
 
 namespace fixtures {
 
+constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
+
 // Removed with its content at the end of the test.
 class CTestFolder : public TemporaryFolder
 {

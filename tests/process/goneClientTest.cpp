@@ -9,8 +9,7 @@
 namespace fixtures {
 namespace {
 
-constexpr DWORD WATCHDOG_PERIOD = 15000; // ms
-constexpr DWORD CLOCK_STEP = 100;        // by which the clocks of two processes may differ
+constexpr DWORD CLOCK_STEP = 100; // by which the clocks of two processes may differ
 
 class GoneClientTest : public ServerTest
 {
