@@ -3,6 +3,7 @@
 #include "support/logger.h"
 
 #include <cstdio>
+#include <cstring>
 #include <new>
 
 #define LOG_SOURCE "version"
@@ -62,8 +63,8 @@ public:
     Block query(const char* name) const
     {
         Block block;
-        if (isLoaded()) {
-            m_query(m_data.get(), name, &block.data, &block.size);
+        if (!isLoaded() || !m_query(m_data.get(), name, &block.data, &block.size)) {
+            return {};
         }
         return block;
     }
@@ -81,10 +82,11 @@ std::string CVersion::getVersionInfo(const char* path)
 {
     LOG_SCOPE_STATIC(FINE, "CVersion::getVersionInfo", path);
     const VersionResource resource(path);
-    const auto* info = static_cast<const VS_FIXEDFILEINFO*>(resource.query("\\").data);
-    if (info == nullptr) {
+    const VersionResource::Block block = resource.query("\\");
+    if (block.size < sizeof(VS_FIXEDFILEINFO)) {
         return {};
     }
+    const auto* info = static_cast<const VS_FIXEDFILEINFO*>(block.data);
     char text[64];
     std::snprintf(text, sizeof text, "%u.%u.%u.%u", HIWORD(info->dwFileVersionMS), LOWORD(info->dwFileVersionMS),
                   HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS));
@@ -122,7 +124,8 @@ std::string CVersion::getProductName(const char* path)
         if (value.size == 0) {
             continue;
         }
-        const std::string product = static_cast<const char*>(value.data);
+        const auto* const text = static_cast<const char*>(value.data);
+        const std::string product(text, strnlen(text, value.size)); // a damaged resource may lack the zero at the end
         LOG(TRACE, "Product name from " << query << ": " << product);
         return product;
     }

@@ -1,7 +1,6 @@
 // Version resources, through functions of Windows that answer as the input says: its first byte tells the number of answers, each
-// of which has five bytes; the rest is the resource. What Windows promises holds: an answer lies within the resource, that about
-// the file's version has the whole structure, and a text ends with a zero. Windows' own functions are not asked: those of Wine
-// write outside of a resource whose lengths are wrong.
+// of which has five bytes; the rest is the resource. An answer lies within the resource. Windows' own functions are not asked:
+// those of Wine write outside of a resource whose lengths are wrong.
 #include "support/version.h"
 #include "tests/fuzz/Target.h"
 #include "tests/support/ImportHook.h"
@@ -33,7 +32,7 @@ BOOL WINAPI copy(LPCSTR, DWORD, DWORD size, LPVOID block)
 }
 
 // Whether there is one, its place and its length.
-BOOL WINAPI query(LPCVOID block, LPCSTR name, LPVOID* value, PUINT length)
+BOOL WINAPI query(LPCVOID block, LPCSTR, LPVOID* value, PUINT length)
 {
     if (s_answers.size() < ANSWER_SIZE) {
         return FALSE;
@@ -42,15 +41,10 @@ BOOL WINAPI query(LPCVOID block, LPCSTR name, LPVOID* value, PUINT length)
     s_answers = s_answers.subspan(ANSWER_SIZE);
     const size_t place = std::min<size_t>(answer[1] * 256u + answer[2], s_resource.size()) / ALIGNMENT * ALIGNMENT;
     const size_t size = std::min<size_t>(answer[3] * 256u + answer[4], s_resource.size() - place);
-    const std::string_view asked = name;
-    const auto* const data = static_cast<const char*>(block) + place;
-    const bool isFixed = asked == "\\";
-    const bool isText = asked.ends_with("ProductName");
-    if (answer[0] % 4 == 0 || (isFixed && size < sizeof(VS_FIXEDFILEINFO)) ||
-        (isText && size > 0 && std::memchr(data, 0, size) == nullptr)) {
+    if (answer[0] % 4 == 0) {
         return FALSE;
     }
-    *value = const_cast<char*>(data);
+    *value = const_cast<char*>(static_cast<const char*>(block) + place);
     *length = static_cast<UINT>(size);
     return TRUE;
 }

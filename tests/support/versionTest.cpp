@@ -120,6 +120,24 @@ TEST_F(VersionTest, ResourceThatTellsNothingGivesTheDefaults)
     EXPECT_TRUE(isFreed());
 }
 
+TEST_F(VersionTest, DamagedResourceIsReadNoFurtherThanItsLength)
+{
+    char text[] = "KESTAxxx";
+    s_query = [&](LPCVOID block, LPCSTR name, LPVOID* value, PUINT length) {
+        const BOOL isThere = s_realQuery(block, name, value, length);
+        if (name == std::string("\\")) {
+            *length = sizeof(VS_FIXEDFILEINFO) - 1;
+        } else if (name == std::string(FIRST_NAME)) {
+            *value = text;
+            *length = 5;
+        }
+        return isThere;
+    };
+    const AddressHook hook("GetProcAddress", addressWithQuery);
+    EXPECT_EQ(versionOf("versionFirst.dll"), "");
+    EXPECT_EQ(productOf("versionFirst.dll"), "KESTA");
+}
+
 TEST_F(VersionTest, LibraryIsTakenFromTheSystemsFolderOnly)
 {
     {
