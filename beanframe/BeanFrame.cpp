@@ -16,12 +16,21 @@ namespace {
 constexpr int FRAME_ID_BUFFER = 30;
 
 // Makes a forwarding operation's one call. The singleton exists from the constructor until the process cleans up its Java side;
-// after that, calls fail as they do without a bean frame. Exhausted memory comes back as a result, too.
+// after that, calls fail as they do without a bean frame. A text that cannot be converted comes back as a result, too.
 template <class Call>
 HRESULT forward(Call&& call)
 {
     CJavaManagerJNIClient* const client = CJavaManagerJNIClient::s_Instance;
-    return client == nullptr ? E_FAIL : AtlGuard([&] { return call(*client); });
+    HRESULT result = E_FAIL;
+    const HRESULT thrown = AtlGuard([&] {
+        result = client == nullptr ? E_FAIL : call(*client);
+        return S_OK;
+    });
+    if (FAILED(thrown)) {
+        LOG_PLAIN(ERROR, "A text of the call was not converted: " << std::hex << thrown);
+        return thrown;
+    }
+    return result;
 }
 
 // As OLE Automation converts it.

@@ -30,7 +30,7 @@ const HWND THREAD_MESSAGES = reinterpret_cast<HWND>(-1);
 // queue events faster than they are taken out would keep COM's calls waiting for ever, the client's release among them.
 constexpr LONG PASS_LIMIT = 1000;
 
-// As many as a thread's queue takes. Threads that go on queuing events could otherwise keep the removal going.
+// The capacity of a thread's message queue. Threads that go on queuing events could otherwise keep the removal going.
 constexpr int MOST_MESSAGES = 10000;
 
 // C++ exceptions (exhausted memory, a failed code page conversion) end here: they must not unwind into the virtual machine or the
@@ -145,7 +145,7 @@ void CBeanFrame::queueUnlessDead(BSTR text, Handler handler, DWORD delay, const 
 void CBeanFrame::enqueueOnControlReady(BSTR text)
 {
     LOG_SCOPE(FINE, "CBeanFrame::enqueueOnControlReady", text);
-    // The spelling is deliberate: log readers search for it.
+    // The spelling is deliberate.
     queueUnlessDead(text, &CBeanFrame::processOnControlReady, 0,
                     "Dropped ontrolReady Event, client seems to be not alive anymore...");
 }
@@ -224,8 +224,7 @@ CBeanFrame::QueueEntry* CBeanFrame::findDueEntry(DWORD now)
             }
         }
     }
-    // Deliberately not the oldest of the due entries but the one that became due last: clients rely on the latest state coming
-    // first.
+    // Deliberately the entry that became due last, not the oldest.
     const auto place = findLatestDue(s_EventIndex, now);
     return place == s_EventIndex.end() ? nullptr : s_EventIndex.lower_bound(place->first)->second;
 }

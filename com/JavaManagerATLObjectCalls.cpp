@@ -144,23 +144,27 @@ STDMETHODIMP CJavaManagerATLObject::setBounds(int x, int y, int width, int heigh
 STDMETHODIMP CJavaManagerATLObject::testBridge(BSTR text, int ttl, int delay)
 {
     LOG_SCOPE(INFO, "CJavaManagerATLObject::testBridge", text << ", " << ttl << ", " << delay);
-    return AtlGuard([&]() -> HRESULT {
+    const CComPtr<IUnknown> hold(targetUnknown()); // a sink may release the object
+    HRESULT result = S_OK;
+    const HRESULT thrown = AtlGuard([&] {
         CComBSTR forwarded;
         forwarded.Attach(CComBSTR::CopyOf(text));
         forwarded += L"S";
         if (ttl > 1) {
-            return forward([&](CBeanFrame& frame) { return frame.testBridge(forwarded, ttl - 1, delay); });
+            result = forward([&](CBeanFrame& frame) { return frame.testBridge(forwarded, ttl - 1, delay); });
+            return S_OK;
         }
 
         forwarded += L"s";
         if (delay > 0) {
             forwarded += L" (delayed only when passed through bean)";
         }
-        const CComPtr<IUnknown> hold(targetUnknown()); // a sink may release the object
         Fire_testBridgeEvent(forwarded);
         // Lets clients see what a failing call looks like.
-        return beginsWith(text, FAILING_TEXT) ? provideErrorInfo(E_FAIL) : S_OK;
+        result = beginsWith(text, FAILING_TEXT) ? provideErrorInfo(E_FAIL) : S_OK;
+        return S_OK;
     });
+    return FAILED(thrown) ? provideErrorInfo(thrown) : result;
 }
 
 STDMETHODIMP CJavaManagerATLObject::enable(VARIANT_BOOL enabled)

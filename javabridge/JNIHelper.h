@@ -1,7 +1,7 @@
 // Conversions between client strings (BSTR) and Java strings. Stateless; any thread, with the environment of that thread.
 //
 // Both directions pass Java's modified UTF-8 through the system's ANSI code page, deliberately: text outside ASCII is converted
-// as if its bytes were ANSI text, and installed clients have adapted to the result. ASCII passes unchanged.
+// as if its bytes were ANSI text. ASCII passes unchanged.
 // Failure: exhausted memory throws CAtlException(E_OUTOFMEMORY), a failed code page conversion the error of GetLastError.
 #pragma once
 

@@ -31,7 +31,7 @@ void CJavaManagerJNIClient::createInstance(const char* basisControlPath)
     if (s_Instance == nullptr) {
         const HRESULT hr = AtlGuard([&] {
             s_Instance = new CJavaManagerJNIClient(basisControlPath);
-            // The singleton stays even if the machine does not start: every operation then fails at its own check.
+            // The singleton stays even if the VM does not start: every operation then fails at its own check.
             s_Instance->createJVM(s_Instance->findJVM());
             return S_OK;
         });
@@ -70,7 +70,7 @@ void CJavaManagerJNIClient::diagnoseLibrary(const char* filename)
         LOG(WARN, "Java Client Library (jvm.dll) does not contain any PE header");
         return;
     }
-    // The widening is signed, deliberately: 0x8664 becomes 0xffff8664 and is reported as unknown, which log readers know.
+    // The widening is signed, deliberately: 0x8664 becomes 0xffff8664 and is reported as unknown.
     const int machine = static_cast<int16_t>(*header);
     if (machine == 0x014C) {
         LOG(WARN, "Java JRE for 32-bit platform");
@@ -104,7 +104,7 @@ namespace {
 
 using CreateJavaVM = jint JNICALL(JavaVM** machine, void** environment, void* arguments);
 
-// Keeps the library loaded despite a later FreeLibrary, because the machine's threads run in it.
+// Keeps the library loaded despite a later FreeLibrary, because the VM's threads run in it.
 void pinModuleOf(CreateJavaVM* function)
 {
     HMODULE pinned = nullptr;
@@ -136,7 +136,7 @@ int CJavaManagerJNIClient::createJVM(JVMInfo jvm_info)
     }
     m_JVMArguments.ignoreUnrecognized = JNI_TRUE;
     m_JVMArguments.nOptions = static_cast<jint>(options.size());
-    // Never freed, as the machine is never destroyed. The texts only need to live until it has been created: it copies them.
+    // Never freed, as the VM is never destroyed. The texts only need to live until it has been created: it copies them.
     m_JVMArguments.options = new (std::nothrow) JavaVMOption[options.size()]();
     RETURN_IF_FALSE(m_JVMArguments.options != NULL, E_FAIL);
     for (size_t index = 0; index < options.size(); index++) {
@@ -161,7 +161,7 @@ unsigned int CJavaManagerJNIClient::destroyJVM()
     if (m_JVM != nullptr) {
         RETURN_IF_JNI_FAILED(m_JVM->DetachCurrentThread(), static_cast<unsigned int>(E_FAIL));
     }
-    // The machine is not destroyed: its threads end with the process.
+    // The VM is not destroyed: its threads end with the process.
     if (m_DLLHandle != nullptr) {
         LOG_WIN32(FreeLibrary(m_DLLHandle));
     }

@@ -1,15 +1,14 @@
-// The one Java virtual machine of the process and everything done through JNI: runtime discovery, start and end of the machine,
+// The one Java virtual machine of the process and everything done through JNI: runtime discovery, start and end of the VM,
 // frame, bean and listener, forwarding of the client's calls, capture of Java exceptions.
 //
 // Ownership: the singleton owns the class references and the loaded jvm.dll. Bean, frame and listener are global references
 //            that it creates; the caller keeps them, passes them to each operation and in the end to stopBean, which deletes
-//            them. The machine itself is never destroyed: its threads end with the process.
-// Threads:   the main thread only (the one that created the machine and owns m_ENV), singleton creation and removal included.
+//            them. The VM itself is never destroyed: its threads end with the process.
+// Threads:   the main thread only (the one that created the VM and owns m_ENV), singleton creation and removal included.
 // Failure:   HRESULTs, S_OK or E_FAIL unless stated; the reason is in the log. Java exceptions and errors are logged and cleared
-//            at once, those of look-ups and constructors included. Without a machine look-ups return null and each operation
-//            fails at its own check; a null class, object or method never reaches a JNI function. Operations throw only
-//            CAtlException, for exhausted memory or a failed code page conversion; createInstance, cleanUp and stopBean never
-//            throw.
+//            at once, those of look-ups and constructors included. Without a VM look-ups return null and each operation
+//            fails at its own check; a null class, method or receiver never reaches a JNI function. Only the forwarding
+//            operations throw: CAtlException, for exhausted memory or a failed code page conversion.
 #pragma once
 
 #include "javabridge/JavaManagerJNIClientSettings.h"
@@ -23,7 +22,7 @@
 class CJavaManagerJNIClient : public virtual Loggable
 {
 public:
-    // Creates the singleton when there is none, chooses a runtime and starts the machine. The singleton stays when the machine
+    // Creates the singleton when there is none, chooses a runtime and starts the VM. The singleton stays when the VM
     // does not start. `basisControlPath` is not copied and must outlive this call.
     static void createInstance(const char* basisControlPath);
     // Detaches the thread, unloads the library and removes the singleton. Returns 0, also without a singleton.
@@ -70,7 +69,7 @@ protected:
     CJavaManagerJNIClient(const CJavaManagerJNIClient&) = delete;
     CJavaManagerJNIClient& operator=(const CJavaManagerJNIClient&) = delete;
 
-    // Start and end of the machine, in the order of use.
+    // Start and end of the VM, in the order of use.
     JVMInfo findJVM();
     std::string findORVControls();
     int loadJVMlibrary(const char* filename);
@@ -95,7 +94,7 @@ protected:
         }
         return found;
     }
-    // Without a machine, or when the class or `object` (on which the method will be called) is null, look-ups return null without
+    // Without a VM, or when the class or `object` (on which the method will be called) is null, look-ups return null without
     // calling JNI.
     jclass findClass(const char* name);
     jmethodID findMethod(jclass objectClass, const char* name, const char* signature);

@@ -1,4 +1,4 @@
-// The ways into JNI: environment, look-ups, and the capture of Java exceptions.
+// JNI look-ups and the capture of Java exceptions.
 #include "javabridge/JavaManagerJNIClient.h"
 
 #define LOG_SOURCE "JavaManagerJNIClient"
@@ -32,19 +32,16 @@ public:
     {
         const jmethodID methodID = env->GetMethodID(objectClass, method, "()Ljava/lang/String;");
         if (methodID != nullptr) {
-            m_string = static_cast<jstring>(env->CallObjectMethod(object, methodID));
+            m_string = {static_cast<jstring>(env->CallObjectMethod(object, methodID)), {env}};
         }
         if (m_string != nullptr) {
-            m_characters = env->GetStringUTFChars(m_string, nullptr);
+            m_characters = env->GetStringUTFChars(m_string.get(), nullptr);
         }
     }
     ~ExceptionText()
     {
         if (m_characters != nullptr) {
-            m_env->ReleaseStringUTFChars(m_string, m_characters);
-        }
-        if (m_string != nullptr) {
-            m_env->DeleteLocalRef(m_string);
+            m_env->ReleaseStringUTFChars(m_string.get(), m_characters);
         }
     }
     ExceptionText(const ExceptionText&) = delete;
@@ -54,7 +51,7 @@ public:
 
 private:
     JNIEnv* m_env;
-    jstring m_string = nullptr;
+    LocalReference<jstring> m_string;
     const char* m_characters = nullptr;
 };
 

@@ -69,7 +69,7 @@ JVMChoice readJVMChoice(const Loggable* owner)
             runtime.closeKey();
         }
     }
-    // Compared as texts, deliberately: 1.8.0_101 comes before 1.8.0_20, and installed patterns rely on it.
+    // Compared as texts, deliberately: 1.8.0_101 comes before 1.8.0_20.
     std::sort(candidates.begin(), candidates.end(),
               [](const JVMInfo& left, const JVMInfo& right) { return left.version < right.version; });
 

@@ -87,18 +87,21 @@ try {
     LOG(TRACE, "CHECKPOINT: Successfully started bean.");
     return S_OK;
 } catch (const std::bad_alloc&) {
-    AtlThrow(E_OUTOFMEMORY);
+    LOG(ERROR, "The bean was not started: out of memory");
+    return E_FAIL;
 }
 
 HRESULT CJavaManagerJNIClient::addBean(jobject frame, jobject bean)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::addBean");
-    const jmethodID addID =
-        bean == nullptr ? nullptr : findMethod(frame, m_FrameClass, "add", "(Ljava/awt/Component;)Ljava/awt/Component;");
+    const jmethodID addID = findMethod(frame, m_FrameClass, "add", "(Ljava/awt/Component;)Ljava/awt/Component;");
     RETURN_IF_FALSE(addID!=NULL, E_FAIL);
-    const jobject component = m_ENV->CallObjectMethod(frame, addID, bean);
-    RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
-    LocalReference<jobject>(component, {m_ENV}).reset();
+    LocalReference<jobject> component(m_ENV->CallObjectMethod(frame, addID, bean), {m_ENV});
+    if (!LOG_CONDITION(checkNoJNIException())) {
+        static_cast<void>(component.release()); // deliberately stays until the thread ends
+        return E_FAIL;
+    }
+    component.reset();
     LOG(INFO, "Successfully added Bean to KESTAFrame!");
     return S_OK;
 }
@@ -206,7 +209,7 @@ HRESULT CJavaManagerJNIClient::setFrameBounds(jobject frame, int x, int y, int w
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::setFrameBounds", x << ", " << y << ", " << width << ", " << height);
     const jmethodID setBoundsID = findMethod(frame, m_FrameClass, "setBounds", "(IIII)V");
     RETURN_IF_FALSE(setBoundsID!=NULL, E_FAIL);
-    // Deliberately without the four values. The variadic form, because the machine would read past the end of an empty array.
+    // Deliberately without the four values. The variadic form, because the VM would read past the end of an empty array.
     m_ENV->CallVoidMethod(frame, setBoundsID);
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     return S_OK;
@@ -215,12 +218,13 @@ HRESULT CJavaManagerJNIClient::setFrameBounds(jobject frame, int x, int y, int w
 HRESULT CJavaManagerJNIClient::validateFrameAndBean(jobject frame, jobject bean)
 {
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::validateFrameAndBean");
+    // Without a bean, deliberately, the frame is not validated either.
     const jmethodID validateID = bean == nullptr ? nullptr : findMethod(frame, m_FrameClass, "validate", "()V");
     RETURN_IF_FALSE(validateID!=NULL, E_FAIL);
     m_ENV->CallVoidMethod(frame, validateID);
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     // Deliberately the method of the frame's class: both inherit it from the same class. A frame with its own validate works too,
-    // except in a machine that checks JNI calls, which ends the process.
+    // except in a VM that checks JNI calls, which ends the process.
     m_ENV->CallVoidMethod(bean, validateID);
     RETURN_IF_FALSE(checkNoJNIException(), E_FAIL);
     return S_OK;
@@ -231,7 +235,14 @@ HRESULT CJavaManagerJNIClient::stopBean(jobject bean, jobject frame, jobject lis
     LOG_SCOPE(FINE, "CJavaManagerJNIClient::stopBean");
     // A step that fails is logged, and the next one runs regardless.
     if (bean != nullptr) {
-        AtlGuard([&] { return free(bean, &CComBSTR()); }); // neither answer nor result matters
+        // Neither answer nor result matters; failed checks are logged where they fail.
+        const HRESULT hr = AtlGuard([&] {
+            free(bean, &CComBSTR());
+            return S_OK;
+        });
+        if (FAILED(hr)) {
+            LOG(WARN, "The answer of free was not converted: " << std::hex << hr);
+        }
         const jmethodID removeID = findMethod(m_BeanClass, "removeORVANEControlListener", LISTENER_SETTER);
         if (LOG_CONDITION(removeID!=NULL)) {
             m_ENV->CallVoidMethod(bean, removeID, listener);

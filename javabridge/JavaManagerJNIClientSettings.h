@@ -7,7 +7,7 @@
 // Threads:   any.
 // Failure:   what is missing gives empty texts; only exhausted memory throws.
 //
-// `owner` is on whose behalf the lines are logged, null for nobody's; it is not kept.
+// `owner` is the object that the lines are logged for, or null; it is not kept.
 #pragma once
 
 #include "support/logger.h"
@@ -52,7 +52,7 @@ struct JVMChoice
 
 JVMChoice readJVMChoice(const Loggable* owner);
 
-// A control that stands in the class path.
+// A control in the class path.
 struct ControlArchive
 {
     std::string name;
@@ -75,21 +75,21 @@ struct MachineOption
     std::string text;
 };
 
-// What the control's own logging and a verbose machine are told.
+// What the control's own logging and a verbose VM are told.
 struct MachineLogSettings
 {
     std::string folder;
     std::string filePrefix;
-    bool isVerbose; // the machine writes down what it does, in files with that prefix
+    bool isVerbose; // the VM writes down what it does, in files with that prefix
     int level;
     int oldFileAge;    // seconds
     int splitFileSize; // megabytes
 };
 
-// Of this process's Logger as it is now; without one what a Logger starts with.
+// Those of this process's Logger; its defaults without one.
 MachineLogSettings currentLogSettings();
 
-// The options behind the class path, in the order in which the machine gets them. A null `executable` is the one of this process.
+// The options after the class path, in the order in which the VM gets them. A null `executable` means this process's own.
 std::vector<MachineOption> readMachineOptions(const char* executable, const MachineLogSettings& log, const Loggable* owner);
 
 // The security policy that is used when it is there: named like the executable.

@@ -198,6 +198,15 @@ TEST_F(BeanFrameLifecycleTest, DeletionLetsNoExceptionOut)
     EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
 }
 
+TEST_F(BeanFrameLifecycleTest, TextThatCannotBeConvertedFailsItsCallAndIsLogged)
+{
+    createFrame();
+    java->insideMethods = [] { AtlThrow(E_OUTOFMEMORY); };
+    stream.clear();
+    EXPECT_EQ(frame().setVisible(true), E_OUTOFMEMORY);
+    EXPECT_THAT(linesWith(lines(), "ERROR"), ElementsAre("ERROR A text of the call was not converted: 8007000e"));
+}
+
 TEST_F(BeanFrameLifecycleTest, NothingIsLockedWhileJavaIsCalled)
 {
     createFrame();

@@ -374,8 +374,11 @@ TEST_F(JavaManagerCallsTest, TestBridgeWithoutMemoryForItsText)
     const CComBSTR text(L"error");
     const ImportHook<decltype(&SysAllocStringByteLen)> hook("SysAllocStringByteLen",
                                                             [](LPCSTR, UINT) -> BSTR { return nullptr; });
-    EXPECT_EQ(object->testBridge(text, 1, 0), E_OUTOFMEMORY);
-    EXPECT_EQ(object->testBridge(text, 2, 0), E_OUTOFMEMORY);
+    for (const int ttl : {1, 2}) {
+        stream.clear();
+        EXPECT_EQ(object->testBridge(text, ttl, 0), E_OUTOFMEMORY);
+        EXPECT_THAT(linesWith(lines(), "Providing Error Info!"), testing::SizeIs(1));
+    }
     EXPECT_THAT(sink.calls, IsEmpty());
     EXPECT_THAT(java.jni.takeCalls(), IsEmpty());
 }

@@ -177,16 +177,15 @@ TEST_F(ControlTest, FailedSettersOfTheFrameAreLoggedOnly)
     )");
 }
 
-TEST_F(ControlTest, ExhaustedMemoryLeavesStartBeanAsTheOneException)
+TEST_F(ControlTest, ExhaustedMemoryFailsStartBeanAndIsLogged)
 {
     const std::string name(FailingAllocations::LARGE, 'x');
-    const FailingAllocations failing(FailingAllocations::Kind::Large);
-    try {
-        client.startBean(&newBean, &newFrame, &frameID, "", name.c_str());
-        ADD_FAILURE() << "no exception";
-    } catch (const CAtlException& exception) {
-        EXPECT_EQ(exception.m_hr, E_OUTOFMEMORY);
+    log.take();
+    {
+        const FailingAllocations failing(FailingAllocations::Kind::Large);
+        EXPECT_EQ(client.startBean(&newBean, &newFrame, &frameID, "", name.c_str()), E_FAIL);
     }
+    EXPECT_LINES(log.takeErrors(), "The bean was not started: out of memory");
     EXPECT_LINES(java.takeCalls(), Strings{});
 }
 

@@ -87,7 +87,7 @@ std::vector<SOperation> operations()
              {checked}
              DeleteLocalRef(local answer of add)
              INFO Successfully added Bean to KESTAFrame!)",
-         {&SReferences::frame, &SReferences::bean},
+         {&SReferences::frame},
          [](Client& client, const SReferences& references, BSTR*) { return client.addBean(references.frame, references.bean); }},
         {"setBounds",
          "setBoundsID!=NULL",

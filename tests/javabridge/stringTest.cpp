@@ -223,7 +223,9 @@ TEST_F(ConversionTest, RefusalInAForwardedCallReleasesItsReferences)
 
 TEST_F(ConversionTest, AnswerOfTheBeansCleanUpThatIsRefusedDoesNotEndTheRelease)
 {
+    log.take();
     EXPECT_EQ(refuse(0, [&] { EXPECT_EQ(client.stopBean(bean, frame, listener), S_OK); }), S_OK);
+    EXPECT_LINES(log.take("WARN"), "The answer of free was not converted: 80070459");
     EXPECT_LINES(java.liveGlobals(), Strings{});
     EXPECT_LINES(java.liveLocals(), CLASSES);
     EXPECT_EQ(java.takeCalls().back(), "DeleteGlobalRef(global listener)");
