@@ -1,10 +1,8 @@
-// How much memory the server needs: private bytes after the start, measured against a minimal program with the same machine and
+// How much memory the server needs: private bytes after the start, measured against a minimal program with the same VM and
 // frame, and how many calls and events add.
 #include "bench/countingSink.h"
 #include "bench/harness.h"
 #include "bench/servers.h"
-
-#include <psapi.h>
 
 #include <iostream>
 #include <stdexcept>
@@ -14,19 +12,9 @@ namespace {
 constexpr int ROUNDS = 3;
 constexpr int CALLS = 100000;
 
-// Java's own memory must not change, so that any growth is the server's: the whole heap is committed at the start, and the
-// compiler is off.
-const std::vector<std::string> STEADY_MACHINE = {"-Xms48m", "-Xmx48m", "-XX:+AlwaysPreTouch", "-XX:+UseSerialGC", "-Xint"};
-
 double privateBytes(const fixtures::CProcess& process)
 {
-    const ATL::CHandle handle(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, process.id()));
-    PROCESS_MEMORY_COUNTERS counters = {};
-    if (!GetProcessMemoryInfo(handle, &counters, sizeof counters)) {
-        throw std::runtime_error("the memory of a process cannot be read");
-    }
-    // The same number as the private bytes, which Wine leaves empty.
-    return static_cast<double>(counters.PagefileUsage);
+    return static_cast<double>(process.privateBytes());
 }
 
 // Lets other threads finish their part of the start.
@@ -72,7 +60,7 @@ void callAndListen(IJavaManager* object, bench::CCountingSink& sink, int calls)
 
 void measure(int argc, char** argv)
 {
-    const bench::CServers servers(STEADY_MACHINE);
+    const bench::CServers servers(bench::STEADY_MACHINE);
     bench::Series series;
     for (int round = 0; round < bench::argument(argc, argv, "--rounds", ROUNDS); ++round) {
         const bench::CRemote server(CLSID_JavaManager);

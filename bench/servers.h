@@ -13,12 +13,16 @@
 
 namespace bench {
 
-// One answers every call with a constant; the other starts the same machine, shows the same frame and calls the control in the
+// One answers every call with a constant; the other starts the same VM, shows the same frame and calls the control in the
 // same way.
 constexpr CLSID CLSID_BARE = {0x2C6E8A51, 0x9D04, 0x4B3F, {0x8E, 0x71, 0x5A, 0xC3, 0x1F, 0x60, 0xB9, 0x27}};
 constexpr CLSID CLSID_BARE_JAVA = {0x2C6E8A52, 0x9D04, 0x4B3F, {0x8E, 0x71, 0x5A, 0xC3, 0x1F, 0x60, 0xB9, 0x27}};
 
-// The file beside the programs with the bare server's machine: a line for its library, then one for each option.
+// Java's own memory must not change, so that any growth is the server's: the whole heap is committed at the start, and the
+// compiler is off.
+inline const std::vector<std::string> STEADY_MACHINE = {"-Xms48m", "-Xmx48m", "-XX:+AlwaysPreTouch", "-XX:+UseSerialGC", "-Xint"};
+
+// The file beside the programs with the bare server's VM: a line for its library, then one for each option.
 constexpr char BARE_MACHINE[] = "bench_bare.machine";
 
 // As a process of 64 bits sees the key of the host application.
@@ -34,7 +38,7 @@ public:
     CServers(const CServers&) = delete;
     CServers& operator=(const CServers&) = delete;
 
-    // The command line of the minimal program that starts the same machine and shows the same frame, without any COM.
+    // The command line of the minimal program that starts the same VM and shows the same frame, without any COM.
     std::string hostCommand() const;
     const fixtures::CSettings& settings() const { return m_settings; }
 

@@ -10,7 +10,6 @@
 #include "bench/servers.h"
 #include "tests/process/Client.h"
 
-#include <psapi.h>
 #include <winternl.h>
 
 #include <algorithm>
@@ -29,10 +28,6 @@ constexpr int TIMED_PART = 10;
 constexpr int LONGEST_DELAY = 20; // ms
 constexpr int EVENT_THREADS = 4;
 constexpr long long UNKNOWN = -1;
-
-// As for the measurement of memory: Java's heap is committed from the start and nothing is compiled, so that growth of the
-// process is the server's. What stays alive in the heap is read apart.
-const std::vector<std::string> STEADY_MACHINE = {"-Xms48m", "-Xmx48m", "-XX:+AlwaysPreTouch", "-XX:+UseSerialGC", "-Xint"};
 
 ATL::CComBSTR text(const std::string& narrow)
 {
@@ -69,13 +64,6 @@ SCounts countsOf(DWORD process)
         }
         place += entry->NextEntryOffset;
     }
-}
-
-long long privateBytes(HANDLE process)
-{
-    PROCESS_MEMORY_COUNTERS counters = {};
-    // The same number as the private bytes, which Wine leaves empty.
-    return GetProcessMemoryInfo(process, &counters, sizeof counters) ? static_cast<long long>(counters.PagefileUsage) : UNKNOWN;
 }
 
 // The table of drawing objects, which every process has mapped and which its environment block names. Wine's GetGuiResources
@@ -171,15 +159,11 @@ class CSoak
 public:
     explicit CSoak(std::ofstream& out)
         : m_out(out)
-        , m_servers(STEADY_MACHINE)
+        , m_servers(bench::STEADY_MACHINE)
         , m_server(CLSID_JavaManager)
         , m_sink(m_server.object())
-        , m_process(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, m_server.process().id()))
         , m_start(bench::now())
     {
-        if (m_process == nullptr) {
-            throw std::runtime_error("the server's process cannot be opened");
-        }
         int frame = -1;
         check(object()->getBeanFrameID(&frame), "getBeanFrameID");
         if (!m_window.takeIn(frame)) {
@@ -227,15 +211,16 @@ public:
         // "BYTES;REFERENCES"
         std::string java = call("heap", "");
         std::ranges::replace(java, ';', ',');
-        const DWORD id = m_server.process().id();
+        const DWORD id = process().id();
         const SCounts counts = countsOf(id);
-        m_out << m_calls << ',' << m_events << ',' << bench::now() - m_start << ',' << privateBytes(m_process) << ','
-              << counts.handles << ',' << gdiObjects(m_process) << ',' << userObjects(m_process, id) << ',' << counts.threads
-              << ',' << java << std::endl;
+        m_out << m_calls << ',' << m_events << ',' << bench::now() - m_start << ',' << process().privateBytes() << ','
+              << counts.handles << ',' << gdiObjects(process().handle()) << ',' << userObjects(process().handle(), id) << ','
+              << counts.threads << ',' << java << std::endl;
     }
 
 private:
     IJavaManager* object() const { return m_server.object(); }
+    const fixtures::CProcess& process() const { return m_server.process(); }
     static void check(HRESULT result, const char* what)
     {
         if (result != S_OK) {
@@ -288,7 +273,6 @@ private:
     fixtures::CClientWindow m_window;
     bench::CRemote m_server;
     bench::CCountingSink m_sink;
-    ATL::CHandle m_process;
     double m_start;
     std::string m_property;
     long long m_calls = 0;

@@ -5,7 +5,6 @@
 
 #include "tests/process/ServerFixture.h"
 
-#include <psapi.h>
 #include <tlhelp32.h>
 
 #include <format>
@@ -80,14 +79,6 @@ protected:
     static bool livesFor(const CProcess& server, DWORD milliseconds)
     {
         return !pumpUntil([&] { return !server.isRunning(); }, {server.handle()}, milliseconds);
-    }
-    static SIZE_T privateBytes(DWORD id)
-    {
-        const ATL::CHandle process(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, id));
-        PROCESS_MEMORY_COUNTERS counters = {};
-        EXPECT_TRUE(GetProcessMemoryInfo(process, &counters, sizeof counters));
-        EXPECT_NE(counters.PagefileUsage, 0u);
-        return counters.PagefileUsage; // the same number as the private bytes, which Wine leaves empty
     }
     // Also that the server still answers after the last call, and ends.
     void expectFailures(int calls, const char* name, const std::string& argument)

@@ -1,5 +1,6 @@
 #include "tests/process/Program.h"
 
+#include <psapi.h>
 #include <tlhelp32.h>
 
 #include <algorithm>
@@ -60,7 +61,7 @@ std::string programFolder()
 }
 
 CProcess::CProcess(DWORD id)
-    : CProcess(id, OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION | PROCESS_TERMINATE, FALSE, id))
+    : CProcess(id, OpenProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | PROCESS_TERMINATE, FALSE, id))
 {
     if (m_handle == nullptr) {
         throw lastError("OpenProcess of " + std::to_string(id));
@@ -75,6 +76,15 @@ std::optional<DWORD> CProcess::exitCode(DWORD limit) const
     DWORD code = 0;
     GetExitCodeProcess(m_handle, &code);
     return code;
+}
+
+SIZE_T CProcess::privateBytes() const
+{
+    PROCESS_MEMORY_COUNTERS counters = {};
+    if (!GetProcessMemoryInfo(m_handle, &counters, sizeof counters)) {
+        throw lastError("GetProcessMemoryInfo of " + std::to_string(m_id));
+    }
+    return counters.PagefileUsage; // the same number as the private bytes, which Wine leaves empty
 }
 
 CProgram::CProgram(std::string commandLine, const char* folder)

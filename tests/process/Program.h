@@ -46,6 +46,7 @@ public:
     // Waits for the process's end; nothing when the time is up.
     std::optional<DWORD> exitCode(DWORD limit = TIME_LIMIT) const;
     void kill(DWORD exitCode) const { TerminateProcess(m_handle, exitCode); }
+    SIZE_T privateBytes() const;
 
 private:
     DWORD m_id;

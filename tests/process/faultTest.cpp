@@ -181,9 +181,9 @@ TEST_F(LongFaultTest, MemoryDoesNotGrowWithDelayedEvents)
         expected = 0;
     };
     raise(10000); // Java's heap and compiled code grow first
-    const SIZE_T before = privateBytes(manager.server->id());
+    const SIZE_T before = manager.server->privateBytes();
     raise(100000);
-    const SIZE_T after = privateBytes(manager.server->id());
+    const SIZE_T after = manager.server->privateBytes();
     std::printf("private bytes: %zu before, %zu after\n", before, after);
     EXPECT_LE(after, before + 2 * 1024 * 1024);
     client.connection.reset();
@@ -246,9 +246,9 @@ TEST_F(LongFaultTest, ClientThatHangsInItsSinkAndDiesEndsItsServer)
     const std::vector<DWORD> servers = processesNamed("KESTAx64.exe");
     ASSERT_EQ(servers.size(), 1u);
     const CProcess server(servers.front());
-    const SIZE_T before = privateBytes(server.id());
+    const SIZE_T before = server.privateBytes();
     EXPECT_TRUE(livesFor(server, 60000));
-    std::printf("private bytes: %zu before, %zu after 60 s\n", before, privateBytes(server.id()));
+    std::printf("private bytes: %zu before, %zu after 60 s\n", before, server.privateBytes());
     client.process().kill(7);
     EXPECT_LE(duration([&] { expectEnd(server); }), 20000u);
 }
