@@ -1,6 +1,6 @@
 // Java through bare JNI, as a program without the server would use it. The other side of the comparisons.
 //
-// Threads: the thread that started the machine.  Failure: std::runtime_error.
+// Threads: the thread that started the VM.  Failure: std::runtime_error.
 #pragma once
 
 #include <windows.h>
@@ -17,7 +17,7 @@ constexpr char FRAME_CLASS[] = "com/velmora/tq/kesta/KESTAFrame";
 constexpr char CALL_SIGNATURE[] = "(Ljava/lang/String;Ljava/lang/String;)Ljava/lang/String;";
 
 JNIEnv* startMachine(const std::string& library, const std::vector<std::string>& options);
-// This thread's environment in a machine that is already running, to which the thread is attached.
+// This thread's environment in a VM that is already running, to which the thread is attached.
 JNIEnv* runningMachine();
 
 // A control, and a frame of that name which shows up with it; local references.

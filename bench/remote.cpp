@@ -1,5 +1,5 @@
 // What the server adds to a call across processes, early bound and, as in scripts, late bound. Measured against a COM server with
-// the same interface and machine that makes the same call to Java by hand, and against one that answers with a constant.
+// the same interface and VM that makes the same call to Java by hand, and against one that answers with a constant.
 #include "bench/harness.h"
 #include "bench/servers.h"
 

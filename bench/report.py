@@ -206,7 +206,7 @@ def page(result):
         "",
         "In absolute numbers, on that machine:",
         "",
-        "| what | time | a second |",
+        "| what | time | per second |",
         "|---|---|---|",
     ]
     for text, value in result["figures"].items():

@@ -1,4 +1,4 @@
-// What an archive of class data (KESTAtool warm) takes off a start: from the call of the class factory, behind COM's activation
+// What an archive of class data (KESTAtool warm) saves at a start: from the call of the class factory, after COM's activation
 // of the process, until the frame's id is answered; with the archive and without, in turn.
 #include "bench/harness.h"
 #include "bench/servers.h"

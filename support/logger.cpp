@@ -69,7 +69,7 @@ void Logger::start()
     LogState::s_traceLogLevel = LOGLEVEL_TRACE;
     LogState::s_maxLogLevel = LOGLEVEL_WARN;
 
-    // Deliberately kept although the initial level, WARN, suppresses it: it appears when that level is raised.
+    // Deliberately kept, although the initial level, WARN, suppresses it.
     LOG_PLAIN(INFO, "Beginning logging to debug stream (logging parameters not yet initialized)");
     initParametersFromRegistryOrSpecialFolder();
     LOG_PLAIN(INFO, "Beginning logging with log level " << getLogLevelName(maxLogLevel()) << ", log file prefix is "

@@ -57,14 +57,14 @@ inline constexpr std::string_view LOG_BANNER_END = "\\**************************
                                                    "***************************************************/\n";
 static_assert(LOG_BANNER_BEGIN.size() == 125 && LOG_BANNER_END.size() == 125);
 
-// The name of a result of the JNI invocation interface. "successfull" and "JNI_ENOMEN" are deliberate: log readers know them.
+// The name of a result of the JNI invocation interface. "successfull" and "JNI_ENOMEN" are deliberate.
 std::string getJNIErrorName(int code);
 
 // The system's text for a Win32 or HRESULT code, first line only, followed by " (%08x)". A code without text gets
 // " (%08x)" alone.
 std::string getWindowsErrorText(unsigned code);
 
-// Whether a Logger that starts removes old log files: yes, except in a program that defines it as false, to read them.
+// Whether a starting Logger removes old log files. A program that only reads logs defines it as false.
 extern const bool LOGGER_REMOVES_OLD_FILES;
 
 class Logger;

@@ -15,7 +15,7 @@
 inline constexpr char PREFERENCES_KEY[] = "SOFTWARE\\JavaSoft\\Prefs\\com\\orvane\\qmrt";
 inline constexpr REGSAM PREFERENCES_ACCESS = KEY_READ | KEY_WOW64_32KEY;
 
-// So many bytes of a text are read at most, the zero byte at its end included if it has one.
+// At most this many bytes of a text are read, including its terminating zero byte if it has one.
 inline constexpr DWORD LONGEST_VALUE = 255;
 
 class CRegistry : public virtual Loggable
