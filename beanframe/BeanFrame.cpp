@@ -87,15 +87,20 @@ void CBeanFrame::deleteInstance()
 {
     LOG_SCOPE_STATIC(INFO, "CBeanFrame::deleteInstance");
     RETURN_IF_FALSE(s_Instance!=NULL, );
-    {
-        CComCritSecLock lock(s_EventQueueLock);
-        for (QueueEntry* const entry : s_EventQueue) {
-            delete entry;
-        }
-        s_EventQueue.clear();
-        s_EventIndex.clear();
-    }
+    dropEvents();
     delete s_Instance;
+    // What Java raised meanwhile: each event would cost the end of the process a message and an error backtrace.
+    dropEvents();
+}
+
+void CBeanFrame::dropEvents()
+{
+    CComCritSecLock lock(s_EventQueueLock);
+    for (QueueEntry* const entry : s_EventQueue) {
+        delete entry;
+    }
+    s_EventQueue.clear();
+    s_EventIndex.clear();
 }
 
 std::string CBeanFrame::getLogObjectInfo() const

@@ -136,6 +136,7 @@ protected:
     static DWORD delayOfNearEntry(DWORD now);
     // Posts a new message when an event is due all the same.
     static void removeServedMessages(bool isRestDue);
+    static void dropEvents();
 
     HRESULT processQueueEntry(QueueEntry* entry);
     void processOnControlReady(BSTR text);

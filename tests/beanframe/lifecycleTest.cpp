@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include <climits>
+#include <utility>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -167,8 +168,7 @@ TEST_F(BeanFrameLifecycleTest, DeletionDropsPendingEvents)
     EXPECT_THAT(target.calls, IsEmpty());
 }
 
-// They are queued after the queue was emptied and before the instance is gone. Each pass ends at the first of them.
-TEST_F(BeanFrameLifecycleTest, EventsRaisedDuringDeletionAreLostOneByOneWithTheFailedCheck)
+TEST_F(BeanFrameLifecycleTest, EventsRaisedDuringDeletionAreDroppedAsWell)
 {
     createFrame();
     java->insideMethods = [&] {
@@ -177,6 +177,18 @@ TEST_F(BeanFrameLifecycleTest, EventsRaisedDuringDeletionAreLostOneByOneWithTheF
         customEvent("later");
     };
     CBeanFrame::deleteInstance();
+    EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
+    EXPECT_THAT(FrameAccess::s_EventIndex, IsEmpty());
+    EXPECT_EQ(processAt(1003), S_OK);
+    EXPECT_THAT(target.calls, IsEmpty());
+}
+
+TEST_F(BeanFrameLifecycleTest, EventsAreLostOneByOneWithTheFailedCheckWithoutInstance)
+{
+    createFrame();
+    customEvent("first");
+    customEvent("second");
+    CBeanFrame* const hidden = std::exchange(CBeanFrame::s_Instance, nullptr);
     stream.clear();
     EXPECT_EQ(processAt(1003), E_FAIL);
     EXPECT_THAT(lines(),
@@ -187,6 +199,7 @@ TEST_F(BeanFrameLifecycleTest, EventsRaisedDuringDeletionAreLostOneByOneWithTheF
     EXPECT_EQ(CBeanFrame::processEventQueue(), E_FAIL);
     EXPECT_EQ(CBeanFrame::processEventQueue(), S_OK);
     EXPECT_THAT(target.calls, IsEmpty());
+    CBeanFrame::s_Instance = hidden;
 }
 
 // Memory may run out in the middle: the instance is deleted nevertheless.
