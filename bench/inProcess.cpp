@@ -1,5 +1,7 @@
 #include "bench/inProcess.h"
 
+#include "tests/process/Program.h"
+
 #include <stdexcept>
 
 namespace bench {
