@@ -1,0 +1,429 @@
+// The pane's window, and the way of handlers and completions to the client.
+#include "client/kesta_pane.h"
+
+#include "client/paneFrame.h"
+#include "client/paneSession.h"
+
+#include <algorithm>
+#include <exception>
+
+namespace kesta {
+
+namespace {
+
+constexpr wchar_t PANE_CLASS[] = L"kesta pane";
+// For the server's window thread to show that it handles messages, before this thread waits for it.
+constexpr UINT FRAME_LIMIT = 100; // ms
+
+// What the basis control and its clients tell each other about the focus.
+constexpr wchar_t OWN_EVENTS[] = L"kesta:";
+constexpr wchar_t LEAVES_FORWARD[] = L"kesta:focusLeaves forward";
+constexpr wchar_t LEAVES_BACKWARD[] = L"kesta:focusLeaves backward";
+constexpr wchar_t FOCUS_ENTERS[] = L"kesta:focusEnters";
+
+bool isDown(int key)
+{
+    return GetKeyState(key) < 0;
+}
+
+bool answersMessages(HWND window)
+{
+    DWORD_PTR ignored = 0;
+    return SendMessageTimeoutW(window, WM_NULL, 0, 0, SMTO_ABORTIFHUNG, FRAME_LIMIT, &ignored) != 0;
+}
+
+// The window whose tab stops the pane's is one of: nested ones are told by their style.
+HWND dialogOf(HWND window)
+{
+    HWND dialog = GetParent(window);
+    while (dialog != nullptr && (GetWindowLongPtrW(dialog, GWL_STYLE) & WS_CHILD) != 0 &&
+           (GetWindowLongPtrW(dialog, GWL_EXSTYLE) & WS_EX_CONTROLPARENT) != 0) {
+        dialog = GetParent(dialog);
+    }
+    return dialog;
+}
+
+} // namespace
+
+class Pane::CCore final : public IPane, public std::enable_shared_from_this<Pane::CCore>
+{
+public:
+    CCore(const Options& options, const Handlers& handlers)
+        : m_options(options)
+        , m_handlers(std::make_shared<Handlers>(handlers))
+    {
+    }
+    ~CCore() override = default;
+    CCore(const CCore&) = delete;
+    CCore& operator=(const CCore&) = delete;
+
+    bool open(HWND parent, const RECT& place, std::wstring& problem);
+    bool attach(HWND parent, const RECT& place);
+    void close();
+    void restart();
+    bool focus(Way way);
+    bool translate(const MSG& message);
+    HWND window() const { return m_window; }
+    // Any thread.
+    std::shared_ptr<CSession> session() const;
+
+    void ready(const std::wstring& control) override;
+    void event(EventKind kind, const std::wstring& text) override;
+    void ended(const Ended& ended) override;
+    void answered(const SCall& call) override;
+
+private:
+    // Calls the client; nothing that it throws goes further.
+    template <typename Telling>
+    void tell(Telling telling);
+    void leave(bool forward);
+    void paint() const;
+    LRESULT handle(UINT message, WPARAM wParam, LPARAM lParam);
+    static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+
+    const Options m_options;
+    std::shared_ptr<const Handlers> m_handlers; // null once the Pane is closed
+    std::shared_ptr<CBase> m_base;
+    HWND m_window = nullptr;
+    HFONT m_font = nullptr; // the client's
+    mutable std::mutex m_mutex;
+    std::shared_ptr<CSession> m_session; // changed on the pane's thread, with the lock held
+};
+
+bool Pane::CCore::open(HWND parent, const RECT& place, std::wstring& problem)
+{
+    m_base = CBase::create();
+    if (m_base == nullptr) {
+        problem = lastFailure(L"The pane's hidden window could not be made.").text;
+        return false;
+    }
+    m_base->enter();
+    if (!registerClass(PANE_CLASS, procedure, GetSysColorBrush(COLOR_WINDOW)) || !attach(parent, place)) {
+        problem = lastFailure(L"The pane's window could not be made.").text;
+        m_base->leave();
+        return false;
+    }
+    restart();
+    return true;
+}
+
+bool Pane::CCore::attach(HWND parent, const RECT& place)
+{
+    const int width = static_cast<int>(place.right - place.left);
+    const int height = static_cast<int>(place.bottom - place.top);
+    if (m_window == nullptr) {
+        constexpr DWORD STYLE = WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_CLIPCHILDREN | WS_CLIPSIBLINGS;
+        m_window = CreateWindowExW(0, PANE_CLASS, L"", STYLE, static_cast<int>(place.left), static_cast<int>(place.top), width,
+                                   height, parent, nullptr, moduleInstance(), this);
+        if (m_window != nullptr && m_session != nullptr) {
+            m_session->dock(m_window);
+        }
+        return m_window != nullptr;
+    }
+    SetParent(m_window, parent);
+    return GetAncestor(m_window, GA_PARENT) == parent &&
+           MoveWindow(m_window, static_cast<int>(place.left), static_cast<int>(place.top), width, height, TRUE) != FALSE;
+}
+
+void Pane::CCore::close()
+{
+    m_handlers.reset();
+    session()->close();
+    if (m_window != nullptr) {
+        SetWindowLongPtrW(m_window, GWLP_USERDATA, 0);
+        DestroyWindow(m_window);
+        m_window = nullptr;
+    }
+    m_base->leave();
+}
+
+void Pane::CCore::restart()
+{
+    if (const std::shared_ptr<CSession> old = session()) {
+        old->close();
+    }
+    const std::shared_ptr<CSession> begun = CSession::begin(m_options, weak_from_this(), m_base, m_window);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_session = begun;
+}
+
+std::shared_ptr<CSession> Pane::CCore::session() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_session;
+}
+
+template <typename Telling>
+void Pane::CCore::tell(Telling telling)
+{
+    const std::shared_ptr<const Handlers> handlers = m_handlers; // kept while one of them destroys the Pane
+    if (handlers == nullptr) {
+        return;
+    }
+    std::wstring problem;
+    try {
+        telling(*handlers);
+        return;
+    } catch (const std::exception& thrown) {
+        const std::string text = thrown.what();
+        problem.assign(text.begin(), text.end());
+    } catch (...) {
+        problem = L"something that is no std::exception";
+    }
+    problem = L"A handler of the pane has thrown: " + problem;
+    try {
+        if (handlers->problem) {
+            handlers->problem(problem);
+            return;
+        }
+    } catch (...) {
+        problem += L" (and so has the handler for problems)";
+    }
+    OutputDebugStringW(problem.c_str());
+}
+
+void Pane::CCore::ready(const std::wstring& control)
+{
+    tell([&](const Handlers& handlers) {
+        if (handlers.ready) {
+            handlers.ready(control);
+        }
+    });
+}
+
+void Pane::CCore::event(EventKind kind, const std::wstring& text)
+{
+    if (kind == EventKind::CUSTOM && text.rfind(OWN_EVENTS, 0) == 0) {
+        if (text == LEAVES_FORWARD || text == LEAVES_BACKWARD) {
+            leave(text == LEAVES_FORWARD);
+        }
+        return;
+    }
+    tell([&](const Handlers& handlers) {
+        if (handlers.event) {
+            handlers.event(kind, text);
+        }
+    });
+}
+
+void Pane::CCore::ended(const Ended& ended)
+{
+    tell([&](const Handlers& handlers) {
+        if (handlers.ended) {
+            handlers.ended(ended);
+        }
+    });
+}
+
+void Pane::CCore::answered(const SCall& call)
+{
+    tell([&](const Handlers&) {
+        if (call.completion) {
+            call.completion(call.result());
+        }
+    });
+}
+
+bool Pane::CCore::focus(Way way)
+{
+    const HWND frame = session()->frame();
+    if (frame == nullptr || !answersMessages(frame)) {
+        return false;
+    }
+    SetFocus(frame);
+    // A child window hears of no activation by itself, and Java gives the focus to no component without it.
+    PostMessageW(frame, WM_ACTIVATE, WA_ACTIVE, 0);
+    if (way != Way::HERE) {
+        session()->issue(CALL_METHOD, {FOCUS_ENTERS, way == Way::FORWARD ? L"forward" : L"backward"}, FOCUS_ENTERS, {});
+    }
+    return true;
+}
+
+void Pane::CCore::leave(bool forward)
+{
+    bool isDone = false;
+    tell([&](const Handlers& handlers) { isDone = handlers.focusLeaves && handlers.focusLeaves(forward); });
+    if (isDone || m_handlers == nullptr || m_window == nullptr) {
+        return;
+    }
+    const HWND next = GetNextDlgTabItem(dialogOf(m_window), m_window, forward ? FALSE : TRUE);
+    if (next != nullptr && next != m_window) {
+        SetFocus(next);
+        if (const HWND frame = session()->frame()) {
+            PostMessageW(frame, WM_ACTIVATE, WA_INACTIVE, 0);
+        }
+    }
+}
+
+// While the control has the focus, its keys do not come to this thread at all. What is left is the pane's own window while there is
+// no control in it: in a window without a dialog manager, Tab would end there.
+bool Pane::CCore::translate(const MSG& message)
+{
+    if (message.hwnd != m_window || m_window == nullptr || message.message != WM_KEYDOWN || message.wParam != VK_TAB ||
+        isDown(VK_CONTROL) || isDown(VK_MENU)) {
+        return false;
+    }
+    leave(!isDown(VK_SHIFT));
+    return true;
+}
+
+void Pane::CCore::paint() const
+{
+    PAINTSTRUCT painting = {};
+    const HDC context = BeginPaint(m_window, &painting);
+    std::wstring text(static_cast<size_t>(GetWindowTextLengthW(m_window)) + 1, L'\0');
+    text.resize(static_cast<size_t>(GetWindowTextW(m_window, text.data(), static_cast<int>(text.size()))));
+    if (!text.empty()) {
+        RECT area = {};
+        GetClientRect(m_window, &area);
+        const HGDIOBJ font = m_font != nullptr ? static_cast<HGDIOBJ>(m_font) : GetStockObject(DEFAULT_GUI_FONT);
+        const HGDIOBJ before = SelectObject(context, font);
+        SetBkMode(context, TRANSPARENT);
+        SetTextColor(context, GetSysColor(COLOR_WINDOWTEXT));
+        RECT needed = area;
+        DrawTextW(context, text.c_str(), -1, &needed, DT_CENTER | DT_WORDBREAK | DT_NOPREFIX | DT_CALCRECT);
+        area.top = std::max(area.top, (area.bottom - (needed.bottom - needed.top)) / 2);
+        DrawTextW(context, text.c_str(), -1, &area, DT_CENTER | DT_WORDBREAK | DT_NOPREFIX);
+        SelectObject(context, before);
+    }
+    EndPaint(m_window, &painting);
+}
+
+LRESULT Pane::CCore::handle(UINT message, WPARAM wParam, LPARAM lParam)
+{
+    switch (message) {
+    case WM_SIZE:
+        if (m_session != nullptr) {
+            m_session->fill(LOWORD(lParam), HIWORD(lParam));
+        }
+        InvalidateRect(m_window, nullptr, TRUE);
+        return 0;
+    case WM_PAINT:
+        paint();
+        return 0;
+    case WM_SETTEXT: {
+        const LRESULT result = DefWindowProcW(m_window, message, wParam, lParam);
+        InvalidateRect(m_window, nullptr, TRUE);
+        return result;
+    }
+    case WM_SETFONT:
+        m_font = reinterpret_cast<HFONT>(wParam);
+        InvalidateRect(m_window, nullptr, TRUE);
+        return 0;
+    case WM_GETFONT:
+        return reinterpret_cast<LRESULT>(m_font);
+    case WM_SETFOCUS:
+        focus(!isDown(VK_TAB) ? Way::HERE : isDown(VK_SHIFT) ? Way::BACKWARD : Way::FORWARD);
+        return 0;
+    case WM_DESTROY: {
+        // The children still exist: they are destroyed after this message.
+        const HWND window = std::exchange(m_window, nullptr);
+        if (m_session != nullptr) {
+            m_session->dock(nullptr);
+        }
+        SetWindowLongPtrW(window, GWLP_USERDATA, 0);
+        return 0;
+    }
+    default:
+        return DefWindowProcW(m_window, message, wParam, lParam);
+    }
+}
+
+LRESULT CALLBACK Pane::CCore::procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
+{
+    if (message == WM_NCCREATE) {
+        auto* core = static_cast<CCore*>(reinterpret_cast<CREATESTRUCTW*>(lParam)->lpCreateParams);
+        core->m_window = window;
+        SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(core));
+    }
+    auto* core = reinterpret_cast<CCore*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+    return core != nullptr ? core->handle(message, wParam, lParam) : DefWindowProcW(window, message, wParam, lParam);
+}
+
+Pane::Pane(std::shared_ptr<CCore> core)
+    : m_core(std::move(core))
+{
+}
+
+std::unique_ptr<Pane> Pane::create(HWND parent, const RECT& place, const Options& options, const Handlers& handlers,
+                                   std::wstring* problem)
+{
+    const auto core = std::make_shared<CCore>(options, handlers);
+    std::wstring text;
+    if (!core->open(parent, place, text)) {
+        if (problem != nullptr) {
+            *problem = text;
+        }
+        return nullptr;
+    }
+    return std::unique_ptr<Pane>(new Pane(core));
+}
+
+Pane::~Pane()
+{
+    m_core->close();
+}
+
+HWND Pane::window() const
+{
+    return m_core->window();
+}
+
+bool Pane::setParent(HWND parent, const RECT& place)
+{
+    return m_core->attach(parent, place);
+}
+
+Call Pane::call(const std::wstring& name, const std::wstring& argument, Completion completion)
+{
+    return Call(m_core->session()->issue(CALL_METHOD, {name, argument}, L"callMethod(" + name + L")", std::move(completion)));
+}
+
+Call Pane::set(const std::wstring& name, const std::wstring& value, Completion completion)
+{
+    return Call(m_core->session()->issue(SET_PROPERTY, {name, value}, L"setProperty(" + name + L")", std::move(completion)));
+}
+
+Call Pane::get(const std::wstring& name, Completion completion)
+{
+    return Call(m_core->session()->issue(GET_PROPERTY, {name}, L"getProperty(" + name + L")", std::move(completion)));
+}
+
+Call Pane::enable(bool isEnabled, Completion completion)
+{
+    return Call(m_core->session()->issue(ENABLE, {isEnabled}, isEnabled ? L"enable(true)" : L"enable(false)",
+                                         std::move(completion)));
+}
+
+Call Pane::invoke(long member, std::vector<Value> arguments, Completion completion)
+{
+    return Call(m_core->session()->issue(member, std::move(arguments), L"Method " + std::to_wstring(member),
+                                         std::move(completion)));
+}
+
+bool Pane::isReady() const
+{
+    return m_core->session()->isReady();
+}
+
+DWORD Pane::process() const
+{
+    return m_core->session()->process();
+}
+
+bool Pane::focus(Way way)
+{
+    return m_core->focus(way);
+}
+
+void Pane::restart()
+{
+    m_core->restart();
+}
+
+bool Pane::translate(const MSG& message)
+{
+    return m_core->translate(message);
+}
+
+} // namespace kesta

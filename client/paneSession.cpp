@@ -1,0 +1,464 @@
+// The session on the pane's thread; its own thread is in paneWorker.cpp.
+#include "client/paneSession.h"
+
+#include "client/paneFrame.h"
+
+#include <algorithm>
+#include <iterator>
+#include <system_error>
+#include <thread>
+
+namespace kesta {
+
+namespace {
+
+constexpr wchar_t HOLDER_CLASS[] = L"kesta pane holder";
+// For controlReady to come once the control is in its frame; then the frame is shown as it is.
+constexpr ULONGLONG SHOW_LIMIT = 5000;
+constexpr Milliseconds EXIT_LIMIT{2000};
+
+// Of the program's end. A DLL that is unloaded must not wait here: its threads cannot end meanwhile.
+struct SLiveSessions
+{
+    SLiveSessions() = default;
+    ~SLiveSessions() { finish(EXIT_LIMIT); }
+    SLiveSessions(const SLiveSessions&) = delete;
+    SLiveSessions& operator=(const SLiveSessions&) = delete;
+
+    void add(const std::shared_ptr<CSession>& session)
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        sessions.erase(std::remove_if(sessions.begin(), sessions.end(), [](const auto& old) { return old.expired(); }),
+                       sessions.end());
+        sessions.push_back(session);
+    }
+    std::shared_ptr<CSession> find(const CSession* wanted)
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        for (const std::weak_ptr<CSession>& live : sessions) {
+            if (const std::shared_ptr<CSession> session = live.lock(); session.get() == wanted) {
+                return session;
+            }
+        }
+        return nullptr;
+    }
+    bool finish(Milliseconds limit)
+    {
+        std::vector<std::shared_ptr<CSession>> closing;
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            for (const std::weak_ptr<CSession>& live : sessions) {
+                if (const std::shared_ptr<CSession> session = live.lock(); session != nullptr && session->isClosing()) {
+                    closing.push_back(session);
+                }
+            }
+        }
+        const ULONGLONG end = GetTickCount64() + static_cast<ULONGLONG>(std::max<Milliseconds::rep>(limit.count(), 0));
+        bool haveAllEnded = true;
+        for (const std::shared_ptr<CSession>& session : closing) {
+            const ULONGLONG now = GetTickCount64();
+            if (!waitForHandle(session->workerDone(), Milliseconds(now < end ? end - now : 0))) {
+                haveAllEnded = false;
+                session->kill();
+                waitForHandle(session->workerDone(), EXIT_LIMIT);
+            }
+        }
+        return haveAllEnded;
+    }
+
+    std::mutex mutex;
+    std::vector<std::weak_ptr<CSession>> sessions;
+};
+
+SLiveSessions& liveSessions()
+{
+    static SLiveSessions s_sessions;
+    return s_sessions;
+}
+
+// Zero stays what it means: no deadline.
+ULONGLONG after(Milliseconds limit)
+{
+    return GetTickCount64() + static_cast<ULONGLONG>(std::max<Milliseconds::rep>(limit.count(), 1));
+}
+
+bool isDue(ULONGLONG deadline, ULONGLONG now)
+{
+    return deadline != 0 && now >= deadline;
+}
+
+} // namespace
+
+bool finish(Milliseconds limit)
+{
+    return liveSessions().finish(limit);
+}
+
+CSession::CSession(const Options& options, std::weak_ptr<IPane> pane, std::shared_ptr<CBase> base)
+    : m_options(options)
+    , m_pane(std::move(pane))
+    , m_base(std::move(base))
+    , m_wake(CreateEventW(nullptr, FALSE, FALSE, nullptr))
+    , m_workerDone(CreateEventW(nullptr, TRUE, FALSE, nullptr))
+{
+}
+
+std::shared_ptr<CSession> CSession::begin(const Options& options, std::weak_ptr<IPane> pane, std::shared_ptr<CBase> base,
+                                          HWND paneWindow)
+{
+    const std::shared_ptr<CSession> session(new CSession(options, std::move(pane), std::move(base)));
+    session->m_self = session;
+    session->m_base->enter();
+    session->m_startDeadline = after(options.startLimit);
+    liveSessions().add(session);
+
+    Result problem;
+    if (registerClass(HOLDER_CLASS, holderProcedure, nullptr)) {
+        session->m_holder =
+            CreateWindowExW(WS_EX_NOPARENTNOTIFY, HOLDER_CLASS, L"", WS_CHILD | WS_CLIPCHILDREN | WS_CLIPSIBLINGS, 0, 0, 1, 1,
+                            session->m_base->window(), nullptr, moduleInstance(), nullptr);
+    }
+    if (session->m_holder == nullptr) {
+        problem = lastFailure(L"The pane's inner window could not be made.");
+    } else {
+        SetWindowLongPtrW(session->m_holder, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(session.get()));
+        session->dock(paneWindow);
+        try {
+            std::thread([session] { session->work(); }).detach();
+        } catch (const std::system_error&) {
+            problem = {E_OUTOFMEMORY, L"The pane's thread could not be started."};
+        }
+    }
+    if (!problem) {
+        SetEvent(session->m_workerDone.get());
+        session->post([problem](CSession& failed) {
+            failed.over({Reason::NOT_STARTED, problem.hr, problem.text});
+            failed.workerEnded();
+        });
+    }
+    session->reschedule();
+    return session;
+}
+
+void CSession::dock(HWND paneWindow)
+{
+    if (m_holder == nullptr) {
+        return;
+    }
+    if (paneWindow == nullptr) {
+        ShowWindow(m_holder, SW_HIDE);
+        SetParent(m_holder, m_base->window());
+        return;
+    }
+    SetParent(m_holder, paneWindow);
+    RECT area = {};
+    GetClientRect(paneWindow, &area);
+    fill(area.right, area.bottom);
+    if (isReady()) {
+        ShowWindow(m_holder, SW_SHOWNA);
+    }
+}
+
+void CSession::fill(LONG width, LONG height)
+{
+    if (m_holder != nullptr && !m_isOver) {
+        MoveWindow(m_holder, 0, 0, static_cast<int>(std::max(width, 1L)), static_cast<int>(std::max(height, 1L)), TRUE);
+    }
+}
+
+void CSession::close()
+{
+    if (m_isOver) {
+        return;
+    }
+    stop(L"the pane was closed or started anew");
+    if (m_isHung) {
+        kill();
+    }
+}
+
+std::shared_ptr<SCall> CSession::issue(long member, std::vector<Value> arguments, std::wstring what, Completion completion)
+{
+    const auto call = std::make_shared<SCall>(
+        member, std::move(arguments), std::move(what), std::move(completion),
+        [weak = weak_from_this()](const std::shared_ptr<SCall>& answered) {
+            if (const std::shared_ptr<CSession> session = weak.lock()) {
+                session->post([answered](CSession& own) { own.answered(answered); });
+            }
+        });
+    std::wstring refusal;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_isAccepting) {
+            call->deadline = m_hasDeadlines ? after(m_options.callLimit) : 0;
+            m_waiting.push_back(call);
+            m_unanswered.push_back(call);
+        } else {
+            refusal = m_refusal;
+        }
+    }
+    if (!refusal.empty()) {
+        call->answer({NO_SERVER, call->what + L" was not made: " + refusal});
+    } else {
+        SetEvent(m_wake.get());
+        post([](CSession& own) { own.reschedule(); });
+    }
+    return call;
+}
+
+void CSession::kill()
+{
+    std::shared_ptr<void> process;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        process = m_process;
+    }
+    if (process != nullptr) {
+        TerminateProcess(process.get(), ENDED_BY_CLIENT);
+    }
+}
+
+bool CSession::isClosing() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return !m_isAccepting;
+}
+
+void CSession::post(std::function<void(CSession&)> work)
+{
+    m_base->post([session = shared_from_this(), work = std::move(work)] { work(*session); });
+}
+
+void CSession::begun(HWND frame, const std::wstring& control)
+{
+    if (m_isOver) {
+        return;
+    }
+    m_isBegun = true;
+    m_frame = frame;
+    m_control = control;
+    m_startDeadline = 0;
+    m_showDeadline = GetTickCount64() + SHOW_LIMIT;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_hasDeadlines = true;
+        for (const std::shared_ptr<SCall>& call : m_unanswered) {
+            call->deadline = after(m_options.callLimit);
+        }
+    }
+    RECT area = {};
+    GetClientRect(m_holder, &area);
+    fit(m_frame, area.right, area.bottom);
+    if (m_isControlReady) {
+        show();
+    }
+    reschedule();
+}
+
+void CSession::event(EventKind kind, const std::wstring& text)
+{
+    if (m_isOver) {
+        return;
+    }
+    if (const std::shared_ptr<IPane> pane = m_pane.lock()) {
+        pane->event(kind, text);
+    }
+    if (kind == EventKind::CONTROL_READY) {
+        m_isControlReady = true;
+        show();
+    }
+}
+
+void CSession::show()
+{
+    if (!m_isBegun || m_isReady || m_isOver) {
+        return;
+    }
+    m_isReady = true;
+    m_showDeadline = 0;
+    ShowWindow(m_holder, SW_SHOWNA);
+    if (const std::shared_ptr<IPane> pane = m_pane.lock()) {
+        pane->ready(m_control);
+    }
+}
+
+void CSession::answered(const std::shared_ptr<SCall>& call)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_unanswered.erase(std::remove(m_unanswered.begin(), m_unanswered.end(), call), m_unanswered.end());
+    }
+    reschedule();
+    if (const std::shared_ptr<IPane> pane = m_pane.lock()) {
+        pane->answered(*call);
+    }
+}
+
+void CSession::answersAgain()
+{
+    if (!m_isHung || m_isOver) {
+        return;
+    }
+    m_isHung = false;
+    if (const std::shared_ptr<IPane> pane = m_pane.lock()) {
+        pane->ready(m_control);
+    }
+}
+
+void CSession::over(const Ended& ended)
+{
+    if (m_isOver) {
+        return;
+    }
+    stop(ended.text);
+    if (const std::shared_ptr<IPane> pane = m_pane.lock()) {
+        pane->ended(ended);
+    }
+}
+
+void CSession::stop(const std::wstring& why)
+{
+    dock(nullptr);
+    m_isOver = true;
+    m_startDeadline = 0;
+    m_showDeadline = 0;
+    m_closeDeadline = after(m_options.closeLimit);
+    std::vector<std::shared_ptr<SCall>> unanswered;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isAccepting = false;
+        m_refusal = why;
+        unanswered.swap(m_unanswered);
+        m_waiting.clear();
+    }
+    for (const std::shared_ptr<SCall>& call : unanswered) {
+        call->answer({NO_SERVER, call->what + L" has no answer: " + why});
+    }
+    SetEvent(m_wake.get());
+    reschedule();
+}
+
+void CSession::workerEnded()
+{
+    KillTimer(m_base->window(), reinterpret_cast<UINT_PTR>(this));
+    if (m_holder != nullptr) {
+        SetWindowLongPtrW(m_holder, GWLP_USERDATA, 0);
+        DestroyWindow(m_holder); // the frame has gone with its process
+        m_holder = nullptr;
+    }
+    m_frame = nullptr;
+    m_base->leave();
+    m_self.reset();
+}
+
+ULONGLONG CSession::hangLimit() const
+{
+    const Milliseconds limit = m_options.hangLimit.count() > 0 ? m_options.hangLimit : 2 * m_options.callLimit;
+    return static_cast<ULONGLONG>(limit.count());
+}
+
+void CSession::reschedule()
+{
+    if (m_self == nullptr) {
+        return;
+    }
+    const ULONGLONG now = GetTickCount64();
+    ULONGLONG nearest = 0;
+    const auto consider = [&nearest](ULONGLONG deadline) {
+        nearest = deadline != 0 && (nearest == 0 || deadline < nearest) ? deadline : nearest;
+    };
+    consider(m_startDeadline);
+    consider(m_showDeadline);
+    consider(m_closeDeadline);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (const std::shared_ptr<SCall>& call : m_unanswered) {
+            consider(call->deadline);
+        }
+        if (m_current != nullptr && !m_isHung && !m_isOver) {
+            consider(m_currentBegin + hangLimit());
+        } else if (!m_unanswered.empty() && !m_isHung) {
+            consider(now + hangLimit()); // the first of them may begin at any time
+        }
+    }
+    if (nearest == 0) {
+        KillTimer(m_base->window(), reinterpret_cast<UINT_PTR>(this));
+    } else {
+        const ULONGLONG left = nearest > now ? std::min<ULONGLONG>(nearest - now, USER_TIMER_MAXIMUM) : 0;
+        SetTimer(m_base->window(), reinterpret_cast<UINT_PTR>(this), static_cast<UINT>(left), timer);
+    }
+}
+
+void CALLBACK CSession::timer(HWND, UINT, UINT_PTR id, DWORD)
+{
+    // The last message of a timer may come after the timer's end.
+    if (const std::shared_ptr<CSession> session = liveSessions().find(reinterpret_cast<CSession*>(id))) {
+        session->tick();
+        session->reschedule();
+    }
+}
+
+void CSession::tick()
+{
+    const ULONGLONG now = GetTickCount64();
+    if (isDue(m_startDeadline, now)) {
+        std::wstring text = L"The control was not there within " + std::to_wstring(m_options.startLimit.count()) + L" ms; ";
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            text += L"at that time the pane was " + m_step + L".";
+        }
+        kill();
+        over({Reason::NOT_STARTED, TIMED_OUT, text});
+    }
+    if (isDue(m_showDeadline, now)) {
+        show();
+    }
+    if (isDue(m_closeDeadline, now)) {
+        m_closeDeadline = 0;
+        kill();
+    }
+    lookAtCalls(now);
+}
+
+void CSession::lookAtCalls(ULONGLONG now)
+{
+    std::vector<std::shared_ptr<SCall>> late;
+    std::wstring hanging;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto isLate = [now](const auto& call) { return isDue(call->deadline, now); };
+        std::copy_if(m_unanswered.begin(), m_unanswered.end(), std::back_inserter(late), isLate);
+        m_unanswered.erase(std::remove_if(m_unanswered.begin(), m_unanswered.end(), isLate), m_unanswered.end());
+        if (m_current != nullptr && !m_isHung && !m_isOver && now >= m_currentBegin + hangLimit()) {
+            hanging = m_current->what;
+        }
+    }
+    for (const std::shared_ptr<SCall>& call : late) {
+        call->answerTimedOut(m_options.callLimit);
+    }
+    if (!hanging.empty()) {
+        m_isHung = true;
+        if (const std::shared_ptr<IPane> pane = m_pane.lock()) {
+            pane->ended({Reason::HUNG, TIMED_OUT,
+                         hanging + L" has not returned for " + std::to_wstring(hangLimit()) + L" ms: the control hangs."});
+        }
+    }
+}
+
+LRESULT CALLBACK CSession::holderProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
+{
+    auto* session = reinterpret_cast<CSession*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+    switch (message) {
+    case WM_SIZE:
+        if (session != nullptr && session->m_frame != nullptr) {
+            fit(session->m_frame, LOWORD(lParam), HIWORD(lParam));
+        }
+        return 0;
+    case WM_ERASEBKGND:
+        return TRUE; // the frame covers all of it
+    default:
+        return DefWindowProcW(window, message, wParam, lParam);
+    }
+}
+
+} // namespace kesta
