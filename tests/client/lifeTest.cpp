@@ -1,0 +1,72 @@
+// What panes leave behind.
+#include "tests/client/PaneFixture.h"
+
+namespace fixtures {
+namespace {
+
+class PaneRoundsTest : public PaneTest
+{
+protected:
+    // Opens a pane, uses it, closes it and waits for its end.
+    void round()
+    {
+        SRecord told;
+        auto pane = Pane::create(window.handle(), PLACE, options(), told.handlers());
+        awaitReady(told);
+        EXPECT_EQ(call(*pane, L"echo", L"there"), L"there");
+        pane.reset();
+        EXPECT_TRUE(pumpUntil([&] { return leftovers().servers == 0; }, {}, 20000));
+    }
+    void expectNothingLeft(int rounds)
+    {
+        logToFile(); // the monitor holds a handle of each server
+        for (int warm = 0; warm < 3; ++warm) { // what Windows and COM keep for ever is there then
+            round();
+        }
+        // The pane's thread ends after the server.
+        EXPECT_TRUE(kesta::finish(milliseconds(10000)));
+        pumpUntil([] { return false; }, {}, 500);
+        const SLeftovers before = leftovers();
+        for (int number = 0; number < rounds; ++number) {
+            round();
+        }
+        EXPECT_TRUE(kesta::finish(milliseconds(10000)));
+        pumpUntil([&] { return leftovers().threads <= before.threads; }, {}, 5000);
+        const SLeftovers after = leftovers();
+        std::printf("%d rounds: handles %lu before, %lu after; windows %zu, %zu; threads %zu, %zu\n", rounds, before.handles,
+                    after.handles, before.windows, after.windows, before.threads, after.threads);
+        EXPECT_EQ(after.windows, before.windows);
+        EXPECT_LE(after.threads, before.threads);
+        EXPECT_LE(after.handles, before.handles);
+        EXPECT_EQ(after.servers, 0u);
+    }
+};
+
+class LongPaneRoundsTest : public PaneRoundsTest
+{
+};
+
+TEST_F(LongPaneRoundsTest, LeaveNoHandleWindowThreadOrProcess)
+{
+    expectNothingLeft(200);
+}
+
+TEST_F(PaneRoundsTest, LeaveNoHandleWindowThreadOrProcess)
+{
+    expectNothingLeft(20);
+}
+
+TEST_F(LongPaneTest, PaneThatIsClosedWhileItsServerStartsLeavesNothing)
+{
+    for (const DWORD delay : {0, 200, 600, 1200, 1800}) {
+        auto pane = open();
+        pumpUntil([] { return false; }, {}, delay);
+        pane.reset();
+        EXPECT_TRUE(kesta::finish(milliseconds(20000))) << "closed after " << delay << " ms";
+    }
+    EXPECT_EQ(leftovers().servers, 0u);
+    EXPECT_TRUE(record.ended.empty());
+}
+
+} // namespace
+} // namespace fixtures

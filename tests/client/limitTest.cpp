@@ -1,0 +1,128 @@
+// Controls that take longer than allowed.
+#include "tests/client/PaneFixture.h"
+
+namespace fixtures {
+namespace {
+
+constexpr ULONGLONG LONGEST_FREEZE = 200; // ms
+
+TEST_F(PaneTest, SleepingControlFreezesNothingAndItsCallsEndAtTheirLimit)
+{
+    kesta::Options limited = options();
+    limited.callLimit = milliseconds(700);
+    limited.hangLimit = milliseconds(1500);
+    const auto pane = openReady(limited);
+    ASSERT_TRUE(fills(*pane));
+    const CPulse pulse;
+    std::vector<kesta::Result> answers;
+    const auto note = [&](const kesta::Result& result) { answers.push_back(result); };
+    const ULONGLONG begin = GetTickCount64();
+    pane->call(L"sleep", L"3000", note);
+    pane->set(L"mark", L"set all the same", note);
+    EXPECT_TRUE(pumpUntil([&] { return answers.size() == 2; }));
+    EXPECT_GE(GetTickCount64() - begin, 650u);
+    EXPECT_LE(GetTickCount64() - begin, 1500u);
+    EXPECT_EQ(answers[0].hr, kesta::TIMED_OUT);
+    EXPECT_EQ(answers[0].text, L"callMethod(sleep) was not answered within 700 ms. The control is still busy with it.");
+    EXPECT_EQ(answers[1].text,
+              L"setProperty(mark) was not answered within 700 ms and will not be made: the control is busy or not ready yet.");
+
+    EXPECT_TRUE(pumpUntil([&] { return !record.ended.empty(); }));
+    EXPECT_EQ(record.ended[0].reason, Reason::HUNG);
+    EXPECT_EQ(record.ended[0].text, L"callMethod(sleep) has not returned for 1500 ms: the control hangs.");
+    MoveWindow(pane->window(), 0, 0, 300, 200, TRUE); // reaches Java's window, whose thread is not the one that sleeps
+    awaitReady(record, 2);
+    EXPECT_GE(GetTickCount64() - begin, 2900u);
+    EXPECT_EQ(call(*pane, L"echo", L"there"), L"there");
+    std::optional<std::wstring> mark;
+    pane->get(L"mark", [&](const kesta::Result& result) { mark = result.text; });
+    EXPECT_TRUE(pumpUntil([&] { return mark.has_value(); }));
+    EXPECT_EQ(*mark, L"") << "a call that was given up before its turn is never made";
+    std::printf("the longest time without messages handled: %llu ms\n", pulse.longestGap());
+    EXPECT_LE(pulse.longestGap(), LONGEST_FREEZE);
+}
+
+TEST_F(PaneTest, BlockedEventThreadFreezesNothing)
+{
+    const auto pane = openReady();
+    ASSERT_TRUE(fills(*pane));
+    const CPulse pulse;
+    EXPECT_EQ(call(*pane, L"sleepInEvents", L"2500"), L"2500");
+    const ULONGLONG end = GetTickCount64() + 2000;
+    int width = 300;
+    pumpUntil([&] {
+        MoveWindow(pane->window(), 0, 0, width++ % 200 + 200, 200, TRUE);
+        return GetTickCount64() > end;
+    }, {}, 5000);
+    EXPECT_EQ(call(*pane, L"echo", L"there"), L"there");
+    std::printf("the longest time without messages handled: %llu ms\n", pulse.longestGap());
+    EXPECT_LE(pulse.longestGap(), LONGEST_FREEZE);
+}
+
+TEST_F(PaneTest, WaitEndsAtItsLimitAndTheLateAnswerIsThrownAway)
+{
+    const auto pane = openReady();
+    const kesta::Call sleeping = pane->call(L"sleep", L"1500");
+    const ULONGLONG begin = GetTickCount64();
+    EXPECT_EQ(sleeping.wait(milliseconds(300)).hr, kesta::TIMED_OUT);
+    EXPECT_LE(GetTickCount64() - begin, 1000u);
+    EXPECT_EQ(call(*pane, L"echo", L"there"), L"there");
+    EXPECT_EQ(sleeping.wait(milliseconds(0)).hr, kesta::TIMED_OUT);
+    EXPECT_TRUE(record.ended.empty());
+}
+
+TEST_F(PaneTest, RestartEndsAHungServerAndShowsAnother)
+{
+    kesta::Options limited = options();
+    limited.hangLimit = milliseconds(700);
+    std::unique_ptr<Pane> pane;
+    kesta::Handlers handlers = record.handlers();
+    handlers.ended = [&](const kesta::Ended& end) {
+        record.ended.push_back(end);
+        pane->restart();
+    };
+    pane = Pane::create(window.handle(), PLACE, limited, handlers);
+    awaitReady(record);
+    const auto hung = killed(pane->process());
+    std::optional<kesta::Result> answer;
+    pane->call(L"sleep", L"60000", [&](const kesta::Result& result) { answer = result; });
+    awaitReady(record, 2);
+    ASSERT_EQ(record.ended.size(), 1u);
+    EXPECT_EQ(record.ended[0].reason, Reason::HUNG);
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->hr, kesta::NO_SERVER);
+    EXPECT_EQ(answer->text, L"callMethod(sleep) has no answer: the pane was closed or started anew");
+    EXPECT_NE(pane->process(), hung->id());
+    EXPECT_EQ(hung->exitCode(), kesta::ENDED_BY_CLIENT);
+    EXPECT_EQ(call(*pane, L"echo", L"there"), L"there");
+    EXPECT_TRUE(fills(*pane));
+}
+
+TEST_F(PaneTest, ControlThatHangsWhileItClosesIsEndedAtTheLimit)
+{
+    kesta::Options limited = options();
+    limited.closeLimit = milliseconds(2000);
+    auto pane = openReady(limited);
+    EXPECT_EQ(call(*pane, L"blockClose", L"60000"), L"60000");
+    const auto server = killed(pane->process());
+    const CPulse pulse;
+    pane.reset();
+    EXPECT_TRUE(pumpUntil([&] { return !server->isRunning(); }, {server->handle()}, 8000));
+    EXPECT_LE(pulse.longestGap(), LONGEST_FREEZE);
+}
+
+TEST_F(PaneTest, StartThatTakesTooLongIsToldAndEnds)
+{
+    kesta::Options limited = options();
+    limited.startLimit = milliseconds(100);
+    const auto pane = open(limited);
+    EXPECT_TRUE(pumpUntil([&] { return !record.ended.empty(); }));
+    EXPECT_EQ(record.ended[0].reason, Reason::NOT_STARTED);
+    EXPECT_EQ(record.ended[0].hr, kesta::TIMED_OUT);
+    EXPECT_EQ(record.ended[0].text.rfind(L"The control was not there within 100 ms; at that time the pane was ", 0), 0u);
+    EXPECT_TRUE(pumpUntil([] { return !processesNamed("KESTAx64.exe").empty(); }));
+    EXPECT_TRUE(pumpUntil([] { return processesNamed("KESTAx64.exe").empty(); }, {}, 10000)) << "it was let go when it was there";
+}
+
+} // namespace
+} // namespace fixtures

@@ -1,0 +1,114 @@
+#include "tests/client/paneInC.h"
+
+#include "client/kesta_pane_c.h"
+
+#include <wchar.h>
+
+#define LIMIT 40000
+
+struct seen
+{
+    int ready;
+    int events;
+    size_t completed_length;
+    int ended;
+};
+
+static void on_ready(void* context, const wchar_t* control)
+{
+    ((struct seen*)context)->ready = wcsncmp(control, L"TestControl", 11) == 0;
+}
+
+static void on_event(void* context, int kind, const wchar_t* text, size_t length)
+{
+    ((struct seen*)context)->events += kind == KESTA_CUSTOM && length == 6 && wcscmp(text, L"raised") == 0;
+}
+
+static void on_ended(void* context, int reason, HRESULT hr, const wchar_t* text)
+{
+    ((struct seen*)context)->ended += reason == KESTA_DIED && FAILED(hr) && *text != L'\0';
+}
+
+static void on_completed(void* context, HRESULT hr, const wchar_t* text, size_t length)
+{
+    ((struct seen*)context)->completed_length = SUCCEEDED(hr) && text[length] == L'\0' ? length : 0;
+}
+
+static int pump_until(int (*done)(const struct seen*), const struct seen* seen, kesta_pane* pane)
+{
+    const ULONGLONG end = GetTickCount64() + LIMIT;
+    while (!done(seen)) {
+        MSG message;
+        if (GetTickCount64() > end) {
+            return 0;
+        }
+        MsgWaitForMultipleObjects(0, NULL, FALSE, 100, QS_ALLINPUT);
+        while (PeekMessageW(&message, NULL, 0, 0, PM_REMOVE)) {
+            if (!kesta_pane_translate(pane, &message)) {
+                DispatchMessageW(&message);
+            }
+        }
+    }
+    return 1;
+}
+
+static int is_ready(const struct seen* seen)
+{
+    return seen->ready;
+}
+
+static int has_event(const struct seen* seen)
+{
+    return seen->events > 0;
+}
+
+static int is_completed(const struct seen* seen)
+{
+    return seen->completed_length == 3;
+}
+
+int usePaneFromC(HWND window)
+{
+    const RECT place = {0, 0, 300, 200};
+    const kesta_options options = {L"TestControl", NULL, 0, 20000, 0, 0};
+    struct seen seen = {0};
+    const kesta_handlers handlers = {&seen, on_ready, on_event, on_ended, NULL};
+    wchar_t problem[200] = L"";
+    wchar_t* answer = NULL;
+    HRESULT hr = S_OK;
+    int failed = 0;
+    kesta_pane* pane = kesta_pane_create(NULL, &place, &options, &handlers, problem, 20);
+    if (pane != NULL || wcscmp(problem, L"The pane's window c") != 0) {
+        return 1;
+    }
+    pane = kesta_pane_create(window, &place, &options, &handlers, problem, 200);
+    if (pane == NULL || !IsWindow(kesta_pane_window(pane)) || !pump_until(is_ready, &seen, pane)) {
+        return 2;
+    }
+    if (!kesta_pane_is_ready(pane) || kesta_pane_process(pane) == 0) {
+        failed = 3;
+    }
+    hr = kesta_pane_call_and_wait(pane, L"echo", L"there", 20000, &answer);
+    if (hr != S_OK || answer == NULL || wcscmp(answer, L"there") != 0) {
+        failed = 4;
+    }
+    kesta_free(answer);
+    hr = kesta_pane_call_and_wait(pane, L"throw", L"on purpose", 20000, &answer);
+    if (SUCCEEDED(hr) || answer == NULL || wcsstr(answer, L"on purpose") == NULL) {
+        failed = 5;
+    }
+    kesta_free(answer);
+    if (kesta_pane_set_and_wait(pane, L"text", L"abc", 20000, NULL) != S_OK) {
+        failed = 6;
+    }
+    kesta_pane_get(pane, L"text", on_completed, &seen);
+    if (!pump_until(is_completed, &seen, pane)) {
+        failed = 7;
+    }
+    kesta_pane_call(pane, L"raise", L"raised and more", 6, NULL, NULL);
+    if (!pump_until(has_event, &seen, pane)) {
+        failed = 8;
+    }
+    kesta_pane_close(pane);
+    return seen.ended == 0 ? failed : 9;
+}

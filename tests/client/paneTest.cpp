@@ -1,0 +1,150 @@
+// A pane with a live server: its windows, calls, events and errors.
+#include "tests/client/PaneFixture.h"
+#include "tests/client/paneInC.h"
+
+#include <gmock/gmock.h>
+
+#include <format>
+#include <thread>
+
+namespace fixtures {
+namespace {
+
+TEST_F(PaneTest, IsThereAtOnceAndReadyLater)
+{
+    std::unique_ptr<Pane> pane;
+    const ULONGLONG begin = GetTickCount64();
+    pane = open();
+    EXPECT_LE(GetTickCount64() - begin, 200u);
+    ASSERT_NE(pane, nullptr);
+    EXPECT_EQ(GetParent(pane->window()), window.handle());
+    EXPECT_FALSE(pane->isReady());
+    EXPECT_FALSE(pane->focus()) << "there is nothing yet to take it";
+    awaitReady(record);
+    EXPECT_TRUE(pane->isReady());
+    ASSERT_EQ(record.readies.size(), 1u);
+    EXPECT_EQ(record.readies.front().rfind(L"TestControl;", 0), 0u);
+    EXPECT_EQ(processesNamed("KESTAx64.exe"), std::vector<DWORD>{pane->process()});
+    EXPECT_TRUE(record.hasEvent(EventKind::CONTROL_READY, L"QMRTWinControl 1.0.0"));
+    EXPECT_FALSE(record.isOtherThread);
+    EXPECT_TRUE(record.ended.empty());
+}
+
+TEST_F(PaneTest, ShowsTheFrameInAHolderThatTheServerWatches)
+{
+    const auto pane = openReady();
+    const HWND frame = frameOf(*pane);
+    DWORD process = 0;
+    GetWindowThreadProcessId(frame, &process);
+    EXPECT_EQ(process, pane->process());
+    EXPECT_TRUE(fills(*pane));
+    EXPECT_EQ(GetWindowLongPtrW(frame, GWL_STYLE) & static_cast<LONG_PTR>(WS_CHILD | WS_POPUP | WS_CAPTION), WS_CHILD);
+    EXPECT_NE(GetWindowLongPtrW(frame, GWL_EXSTYLE) & WS_EX_NOPARENTNOTIFY, 0);
+    MoveWindow(pane->window(), 0, 0, 500, 350, TRUE);
+    EXPECT_TRUE(fills(*pane)) << "after a new size";
+    RECT area = {};
+    GetClientRect(frame, &area);
+    EXPECT_EQ(area.right, 500);
+    const int pushed = static_cast<int>(reinterpret_cast<INT_PTR>(holderOf(*pane)));
+    EXPECT_THAT(messages(process), testing::Contains(testing::HasSubstr(std::format("pushWindowHandle {}", pushed))));
+}
+
+TEST_F(PaneTest, CallsAreAnsweredInTheirOrderOnThePanesThread)
+{
+    const auto pane = open();
+    std::vector<std::wstring> answers;
+    bool isOtherThread = false;
+    const auto note = [&, thread = GetCurrentThreadId()](const kesta::Result& result) {
+        isOtherThread = isOtherThread || GetCurrentThreadId() != thread;
+        answers.push_back(result.text);
+    };
+    pane->set(L"text", L"before the start's end", note);
+    pane->get(L"text", note);
+    pane->call(L"echo", L"echoed", note);
+    pane->invoke(7, {}, note); // getBasisControlVersionInfo
+    pane->enable(true, note);
+    EXPECT_TRUE(pumpUntil([&] { return answers.size() == 5; }));
+    EXPECT_THAT(answers, testing::ElementsAre(L"before the start's end", L"before the start's end", L"echoed",
+                                              L"ORVANEControl 1.0.0", L""));
+    EXPECT_FALSE(isOtherThread);
+    EXPECT_EQ(record.readies.size(), 1u);
+}
+
+TEST_F(PaneTest, OtherThreadsCallAndWait)
+{
+    const auto pane = openReady();
+    std::wstring answer;
+    bool isDone = false;
+    std::thread other([&] {
+        answer = pane->call(L"echo", L"from the other thread").wait(milliseconds(20000)).text;
+        isDone = true;
+        PostMessageW(pane->window(), WM_NULL, 0, 0);
+    });
+    EXPECT_TRUE(pumpUntil([&] { return isDone; }));
+    other.join();
+    EXPECT_EQ(answer, L"from the other thread");
+    EXPECT_EQ(pane->call(L"echo", L"from this one").wait(milliseconds(20000)).text, L"from this one");
+}
+
+TEST_F(PaneTest, EventsOfTheControlArrive)
+{
+    const auto pane = openReady();
+    EXPECT_EQ(call(*pane, L"raise", L"first"), L"first");
+    EXPECT_TRUE(pumpUntil([&] { return record.hasEvent(EventKind::CUSTOM, L"first"); }));
+    setLogLevel(WARNINGS);
+    record.events.clear();
+    EXPECT_EQ(call(*pane, L"burst", L"300"), L"300");
+    EXPECT_TRUE(pumpUntil([&] { return record.events.size() == 300; }));
+    for (int number = 1; number <= 300; ++number) {
+        ASSERT_TRUE(record.hasEvent(EventKind::CUSTOM, std::format(L"burst 1.1.{}", number)));
+    }
+    pane->invoke(17, {L"bridge", 1, 0}); // testBridge
+    EXPECT_TRUE(pumpUntil([&] { return record.hasEvent(EventKind::TEST_BRIDGE, L"bridgeSs"); }));
+}
+
+TEST_F(PaneTest, FailingCallBringsTheControlsReason)
+{
+    const auto pane = openReady();
+    const kesta::Result result = pane->call(L"throw", L"on purpose").wait(milliseconds(20000));
+    EXPECT_EQ(result.hr, E_FAIL);
+    EXPECT_NE(result.text.find(L"Exception: java.lang.IllegalStateException: on purpose"), std::wstring::npos);
+    EXPECT_EQ(call(*pane, L"echo", L"there"), L"there");
+}
+
+TEST_F(PaneTest, HandlerThatThrowsIsToldAndHarmsNothing)
+{
+    kesta::Handlers handlers = record.handlers();
+    std::wstring problem;
+    handlers.event = [](EventKind, const std::wstring&) { throw std::runtime_error("on purpose"); };
+    handlers.problem = [&](const std::wstring& text) { problem = text; };
+    const auto pane = Pane::create(window.handle(), PLACE, options(), handlers);
+    awaitReady(record);
+    EXPECT_EQ(problem, L"A handler of the pane has thrown: on purpose");
+    EXPECT_EQ(call(*pane, L"echo", L"there"), L"there");
+}
+
+TEST_F(PaneTest, HandlerMayDestroyThePane)
+{
+    std::unique_ptr<Pane> pane;
+    kesta::Handlers handlers = record.handlers();
+    handlers.event = [&](EventKind, const std::wstring&) { pane.reset(); };
+    pane = Pane::create(window.handle(), PLACE, options(), handlers);
+    EXPECT_TRUE(pumpUntil([&] { return pane == nullptr; }));
+    EXPECT_EQ(GetWindow(window.handle(), GW_CHILD), nullptr);
+    EXPECT_TRUE(record.readies.empty());
+}
+
+TEST_F(PaneTest, SampleInReadmeWorks)
+{
+    settings.setControl("Stations", buildFolder());
+    const CProgram client("\"" + programFolder() + "\\readme_pane.exe\"");
+    EXPECT_EQ(client.process().exitCode(), 0u);
+}
+
+TEST_F(PaneTest, WorksFromC)
+{
+    EXPECT_EQ(usePaneFromC(window.handle()), 0);
+}
+
+} // namespace
+} // namespace fixtures
