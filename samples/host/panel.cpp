@@ -9,23 +9,23 @@
 
 namespace {
 
-constexpr const char* OPERATIONS[] = {"callMethod", "setProperty", "getProperty"};
-constexpr const char* METHODS[] = {"add", "sum"};
-constexpr const char* PROPERTIES[] = {"title", "text", "rows", "rowCount"};
+constexpr const wchar_t* OPERATIONS[] = {L"callMethod", L"setProperty", L"getProperty"};
+constexpr const wchar_t* METHODS[] = {L"add", L"sum"};
+constexpr const wchar_t* PROPERTIES[] = {L"title", L"text", L"rows", L"rowCount"};
 
 struct SColumn
 {
-    const char* title;
+    const wchar_t* title;
     int percent;
 };
-constexpr SColumn COLUMNS[] = {{"Time", 25}, {"Thread", 15}, {"Event", 23}, {"Text", 37}};
+constexpr SColumn COLUMNS[] = {{L"Time", 25}, {L"Thread", 15}, {L"Event", 23}, {L"Text", 37}};
 
-void addEntries(HWND window, int id, std::span<const char* const> entries)
+void addEntries(HWND window, int id, std::span<const wchar_t* const> entries)
 {
-    for (const char* entry : entries) {
-        SendDlgItemMessageA(window, id, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(entry));
+    for (const wchar_t* entry : entries) {
+        SendDlgItemMessageW(window, id, CB_ADDSTRING, 0, reinterpret_cast<LPARAM>(entry));
     }
-    SendDlgItemMessageA(window, id, CB_SETCURSEL, 0, 0);
+    SendDlgItemMessageW(window, id, CB_SETCURSEL, 0, 0);
 }
 
 } // namespace
@@ -40,33 +40,33 @@ CPanel::~CPanel()
 void CPanel::init(HWND window)
 {
     m_window = window;
-    HINSTANCE program = GetModuleHandleA(nullptr);
+    HINSTANCE program = GetModuleHandleW(nullptr);
     for (int size : {ICON_SMALL, ICON_BIG}) {
-        SendMessageA(window, WM_SETICON, static_cast<WPARAM>(size),
-                     reinterpret_cast<LPARAM>(LoadIconA(program, MAKEINTRESOURCEA(ID_WINDOW))));
+        SendMessageW(window, WM_SETICON, static_cast<WPARAM>(size),
+                     reinterpret_cast<LPARAM>(LoadIconW(program, MAKEINTRESOURCEW(ID_WINDOW))));
     }
-    LOGFONTA font = {};
-    GetObjectA(reinterpret_cast<HFONT>(SendMessageA(window, WM_GETFONT, 0, 0)), sizeof font, &font);
+    LOGFONTW font = {};
+    GetObjectW(reinterpret_cast<HFONT>(SendMessageW(window, WM_GETFONT, 0, 0)), sizeof font, &font);
     font.lfWeight = FW_BOLD;
-    m_boldFont = CreateFontIndirectA(&font);
+    m_boldFont = CreateFontIndirectW(&font);
     for (int id : {ID_CALLS_TITLE, ID_ANSWER_TITLE, ID_EVENTS_TITLE}) {
-        SendDlgItemMessageA(window, id, WM_SETFONT, reinterpret_cast<WPARAM>(m_boldFont), TRUE);
+        SendDlgItemMessageW(window, id, WM_SETFONT, reinterpret_cast<WPARAM>(m_boldFont), TRUE);
     }
     addEntries(window, ID_OPERATION, OPERATIONS);
     suggestNames();
-    SetDlgItemTextA(window, ID_ARGUMENT, "Vardo;198");
+    SetDlgItemTextW(window, ID_ARGUMENT, L"Vardo;198");
 
     HWND events = GetDlgItem(window, ID_EVENTS);
     ListView_SetExtendedListViewStyle(events, LVS_EX_FULLROWSELECT | LVS_EX_DOUBLEBUFFER);
     RECT area;
     GetClientRect(events, &area);
     const int width = static_cast<int>(area.right) - GetSystemMetrics(SM_CXVSCROLL);
-    LVCOLUMNA column = {};
+    LVCOLUMNW column = {};
     column.mask = LVCF_TEXT | LVCF_WIDTH;
     for (int i = 0; i < static_cast<int>(std::size(COLUMNS)); ++i) {
-        column.pszText = const_cast<char*>(COLUMNS[i].title);
+        column.pszText = const_cast<wchar_t*>(COLUMNS[i].title);
         column.cx = width * COLUMNS[i].percent / 100;
-        SendMessageA(events, LVM_INSERTCOLUMNA, static_cast<WPARAM>(i), reinterpret_cast<LPARAM>(&column));
+        SendMessageW(events, LVM_INSERTCOLUMNW, static_cast<WPARAM>(i), reinterpret_cast<LPARAM>(&column));
     }
 
     RECT client;
@@ -100,7 +100,7 @@ void CPanel::arrange()
 
 void CPanel::suggestNames()
 {
-    SendDlgItemMessageA(m_window, ID_NAME, CB_RESETCONTENT, 0, 0);
+    SendDlgItemMessageW(m_window, ID_NAME, CB_RESETCONTENT, 0, 0);
     if (operation() == CALL_METHOD) {
         addEntries(m_window, ID_NAME, METHODS);
     } else {
@@ -110,70 +110,105 @@ void CPanel::suggestNames()
 
 int CPanel::operation() const
 {
-    return static_cast<int>(SendDlgItemMessageA(m_window, ID_OPERATION, CB_GETCURSEL, 0, 0));
+    return static_cast<int>(SendDlgItemMessageW(m_window, ID_OPERATION, CB_GETCURSEL, 0, 0));
 }
 
-std::string CPanel::name() const
+std::wstring CPanel::name() const
 {
     return text(ID_NAME);
 }
 
-std::string CPanel::argument() const
+std::wstring CPanel::argument() const
 {
     return text(ID_ARGUMENT);
 }
 
-bool CPanel::lateBound() const
-{
-    return IsDlgButtonChecked(m_window, ID_LATE_BOUND) == BST_CHECKED;
-}
-
-void CPanel::showAnswer(std::string text)
+void CPanel::showAnswer(std::wstring text)
 {
     // Lines of the server's error texts end in a line feed, those of an edit control in two characters.
-    for (size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', end + 2)) {
-        text.insert(end, 1, '\r');
+    for (size_t end = text.find(L'\n'); end != std::wstring::npos; end = text.find(L'\n', end + 2)) {
+        text.insert(end, 1, L'\r');
     }
-    SetDlgItemTextA(m_window, ID_ANSWER, text.c_str());
+    SetDlgItemTextW(m_window, ID_ANSWER, text.c_str());
 }
 
-void CPanel::addEvent(const char* event, const std::string& text)
+void CPanel::addEvent(const wchar_t* event, const std::wstring& text)
 {
     SYSTEMTIME now;
     GetLocalTime(&now);
-    const std::string columns[] = {std::format("{:02}:{:02}:{:02}.{:03}", now.wHour, now.wMinute, now.wSecond, now.wMilliseconds),
-                                   std::to_string(GetCurrentThreadId()), event, text};
+    const std::wstring columns[] = {std::format(L"{:02}:{:02}:{:02}.{:03}", now.wHour, now.wMinute, now.wSecond, now.wMilliseconds),
+                                   std::to_wstring(GetCurrentThreadId()), event, text};
     HWND events = GetDlgItem(m_window, ID_EVENTS);
-    LVITEMA entry = {};
+    LVITEMW entry = {};
     entry.mask = LVIF_TEXT;
     entry.iItem = ListView_GetItemCount(events);
-    for (const std::string& column : columns) {
-        entry.pszText = const_cast<char*>(column.c_str());
-        SendMessageA(events, entry.iSubItem == 0 ? LVM_INSERTITEMA : LVM_SETITEMA, 0, reinterpret_cast<LPARAM>(&entry));
+    for (const std::wstring& column : columns) {
+        entry.pszText = const_cast<wchar_t*>(column.c_str());
+        SendMessageW(events, entry.iSubItem == 0 ? LVM_INSERTITEMW : LVM_SETITEMW, 0, reinterpret_cast<LPARAM>(&entry));
         ++entry.iSubItem;
     }
     ListView_EnsureVisible(events, entry.iItem, FALSE);
-    SetDlgItemTextA(m_window, ID_EVENTS_TITLE, std::format("Events ({})", entry.iItem + 1).c_str());
+    SetDlgItemTextW(m_window, ID_EVENTS_TITLE, std::format(L"Events ({})", entry.iItem + 1).c_str());
 }
 
-void CPanel::setPaneText(const char* text)
+void CPanel::setPaneText(const std::wstring& text)
 {
-    SetDlgItemTextA(m_window, ID_PANE, text);
+    SetDlgItemTextW(m_window, ID_PANE, text.c_str());
 }
 
-void CPanel::setStatus(const std::string& text)
+void CPanel::setStatus(const std::wstring& text)
 {
-    SetDlgItemTextA(m_window, ID_STATUS, text.c_str());
+    SetDlgItemTextW(m_window, ID_STATUS, text.c_str());
 }
 
 void CPanel::enableCalls(bool enabled)
 {
-    EnableWindow(GetDlgItem(m_window, ID_CALL), static_cast<WINBOOL>(enabled));
+    enable(ID_CALL, enabled);
+    enable(ID_AGAIN, !enabled);
 }
 
-std::string CPanel::text(int id) const
+void CPanel::showFailure(const std::wstring& what, const std::wstring& why)
 {
-    std::string text(static_cast<size_t>(GetWindowTextLengthA(GetDlgItem(m_window, id))) + 1, '\0');
-    text.resize(GetDlgItemTextA(m_window, id, text.data(), static_cast<int>(text.size())));
+    setPaneText(what);
+    setStatus(L"No control");
+    showAnswer(why);
+    enableCalls(false);
+}
+
+void CPanel::showBeginning()
+{
+    setPaneText(L"Starting Java ...");
+    setStatus(L"Creating the object ...");
+    showAnswer(L"");
+    enable(ID_AGAIN, false);
+}
+
+RECT CPanel::takePlaceOf(int id)
+{
+    HWND const former = GetDlgItem(m_window, id);
+    RECT place = {};
+    GetWindowRect(former, &place);
+    MapWindowPoints(nullptr, m_window, reinterpret_cast<POINT*>(&place), 2);
+    DestroyWindow(former);
+    return place;
+}
+
+void CPanel::putIntoPlace(int id, HWND window)
+{
+    SetWindowLongPtrW(window, GWLP_ID, id);
+    SetWindowLongPtrW(window, GWL_EXSTYLE, GetWindowLongPtrW(window, GWL_EXSTYLE) | WS_EX_STATICEDGE);
+    SetWindowPos(window, HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE | SWP_FRAMECHANGED);
+    SendMessageW(window, WM_SETFONT, static_cast<WPARAM>(SendMessageW(m_window, WM_GETFONT, 0, 0)), FALSE);
+}
+
+void CPanel::enable(int id, bool enabled)
+{
+    EnableWindow(GetDlgItem(m_window, id), static_cast<WINBOOL>(enabled));
+}
+
+std::wstring CPanel::text(int id) const
+{
+    std::wstring text(static_cast<size_t>(GetWindowTextLengthW(GetDlgItem(m_window, id))) + 1, L'\0');
+    text.resize(GetDlgItemTextW(m_window, id, text.data(), static_cast<int>(text.size())));
     return text;
 }

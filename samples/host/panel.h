@@ -22,20 +22,27 @@ public:
     // Offers the names that fit the chosen operation; anything else can be typed.
     void suggestNames();
 
-    int operation() const;
-    std::string name() const;
-    std::string argument() const;
-    bool lateBound() const;
+    // Where a control of the dialog is, which is destroyed; another window gets its id and comes first in the tab order.
+    RECT takePlaceOf(int id);
+    void putIntoPlace(int id, HWND window);
 
-    void showAnswer(std::string text);
+    int operation() const;
+    std::wstring name() const;
+    std::wstring argument() const;
+
+    void showAnswer(std::wstring text);
     // Appends an event, with the time of day and the thread it came on.
-    void addEvent(const char* event, const std::string& text);
-    void setPaneText(const char* text);
-    void setStatus(const std::string& text);
+    void addEvent(const wchar_t* event, const std::wstring& text);
+    void setPaneText(const std::wstring& text);
+    void setStatus(const std::wstring& text);
     void enableCalls(bool enabled);
+    // What is wrong, why, and the offer to begin again.
+    void showFailure(const std::wstring& what, const std::wstring& why);
+    void showBeginning();
 
 private:
-    std::string text(int id) const;
+    std::wstring text(int id) const;
+    void enable(int id, bool enabled);
 
     HWND m_window = nullptr;
     HFONT m_boldFont = nullptr;
