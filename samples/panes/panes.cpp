@@ -1,0 +1,237 @@
+// Three controls in one window, each with a server of its own, and a thread of this program that sends them data. When one of them
+// ends, the others go on, and a button starts it again.
+#include "client/kesta_pane.h"
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <exception>
+#include <format>
+#include <thread>
+
+namespace {
+
+constexpr int GAP = 10;
+constexpr int LINE = 24;
+constexpr int AGAIN_WIDTH = 90;
+constexpr int FIRST_BUTTON = 100;
+constexpr kesta::Milliseconds PATIENCE{500};
+constexpr DWORD PERIOD = 500; // ms
+constexpr std::array<const wchar_t*, 3> REGIONS = {L"North", L"West", L"South"};
+
+void printStep(const std::wstring& text)
+{
+    std::printf("%ls\n", text.c_str());
+    std::fflush(stdout);
+}
+
+// A pane with a line of text and a button below it.
+struct SSite
+{
+    std::unique_ptr<kesta::Pane> pane;
+    HWND status = nullptr;
+    HWND again = nullptr;
+};
+
+class CPanes
+{
+public:
+    ~CPanes() { close(); }
+
+    // False, with the reason told, when the window cannot be made.
+    bool open(HINSTANCE instance, int show);
+    bool translate(const MSG& message);
+    HWND window() const { return m_window; }
+
+private:
+    void openSite(size_t number);
+    void arrange();
+    void work();
+    void close();
+    LRESULT handle(UINT message, WPARAM wParam, LPARAM lParam);
+    static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+
+    HWND m_window = nullptr;
+    std::array<SSite, REGIONS.size()> m_sites;
+    std::atomic<bool> m_isClosing = false;
+    std::thread m_worker;
+};
+
+void showMessage(const std::wstring& text)
+{
+    MessageBoxW(nullptr, text.c_str(), L"KESTA panes", MB_ICONERROR);
+}
+
+bool CPanes::open(HINSTANCE instance, int show)
+{
+    WNDCLASSW description = {};
+    description.lpfnWndProc = procedure;
+    description.hInstance = instance;
+    description.hCursor = LoadCursorW(nullptr, reinterpret_cast<LPCWSTR>(IDC_ARROW));
+    description.hbrBackground = GetSysColorBrush(COLOR_BTNFACE);
+    description.lpszClassName = L"KESTA panes";
+    RegisterClassW(&description);
+    m_window = CreateWindowExW(WS_EX_CONTROLPARENT, description.lpszClassName, L"KESTA panes", WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN,
+                               CW_USEDEFAULT, CW_USEDEFAULT, 1100, 460, nullptr, nullptr, instance, this);
+    if (m_window == nullptr) {
+        showMessage(L"The window could not be made: error " + std::to_wstring(GetLastError()));
+        return false;
+    }
+    for (size_t number = 0; number < m_sites.size(); ++number) {
+        openSite(number);
+    }
+    arrange();
+    ShowWindow(m_window, show);
+    m_worker = std::thread([this] { work(); });
+    return true;
+}
+
+void CPanes::openSite(size_t number)
+{
+    SSite& site = m_sites[number];
+    const std::wstring region = REGIONS[number];
+    site.status = CreateWindowExW(0, L"STATIC", L"Starting ...", WS_CHILD | WS_VISIBLE | SS_ENDELLIPSIS, 0, 0, 0, 0, m_window, nullptr,
+                                  nullptr, nullptr);
+    kesta::Handlers handlers;
+    handlers.ready = [&site, region](const std::wstring& control) {
+        printStep(region + L" is ready: " + control);
+        SetWindowTextW(site.status, (control + L", process " + std::to_wstring(site.pane->process())).c_str());
+        EnableWindow(site.again, FALSE);
+        site.pane->set(L"title", L"Wind power, " + region);
+    };
+    handlers.ended = [&site, region](const kesta::Ended& ended) {
+        printStep(region + L" has ended: " + ended.text);
+        SetWindowTextW(site.status, ended.text.c_str());
+        EnableWindow(site.again, TRUE);
+    };
+    handlers.event = [&site](kesta::EventKind kind, const std::wstring& text) {
+        if (kind == kesta::EventKind::CUSTOM) {
+            SetWindowTextW(site.status, text.c_str());
+        }
+    };
+    std::wstring problem;
+    site.pane = kesta::Pane::create(m_window, {0, 0, 300, 300}, {L"Stations"}, handlers, &problem);
+    if (site.pane == nullptr) {
+        return showMessage(problem);
+    }
+    site.again = CreateWindowExW(0, L"BUTTON", L"Start again", WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_DISABLED, 0, 0, 0, 0, m_window,
+                                 reinterpret_cast<HMENU>(static_cast<INT_PTR>(FIRST_BUTTON + static_cast<int>(number))), nullptr,
+                                 nullptr);
+    for (HWND child : {site.status, site.again}) {
+        SendMessageW(child, WM_SETFONT, reinterpret_cast<WPARAM>(GetStockObject(DEFAULT_GUI_FONT)), FALSE);
+    }
+}
+
+void CPanes::arrange()
+{
+    RECT area = {};
+    GetClientRect(m_window, &area);
+    const int count = static_cast<int>(m_sites.size());
+    const int width = (static_cast<int>(area.right) - (count + 1) * GAP) / count;
+    const int bottom = static_cast<int>(area.bottom) - GAP - LINE;
+    int left = GAP;
+    for (const SSite& site : m_sites) {
+        if (site.pane != nullptr) {
+            MoveWindow(site.pane->window(), left, GAP, width, bottom - 2 * GAP, TRUE);
+            MoveWindow(site.status, left, bottom, width - AGAIN_WIDTH - GAP, LINE, TRUE);
+            MoveWindow(site.again, left + width - AGAIN_WIDTH, bottom, AGAIN_WIDTH, LINE, TRUE);
+        }
+        left += width + GAP;
+    }
+}
+
+// A call from this thread waits for its own answer only. A control that is busy or gone costs it the limit, and then the next one
+// has its turn.
+void CPanes::work()
+{
+    for (int round = 0; !m_isClosing; ++round) {
+        for (size_t number = 0; number < m_sites.size() && !m_isClosing; ++number) {
+            const std::wstring rows = std::format(L"Alta;{}|Bergen;{}|Troms\u00F8;{}", 400 + round, 600 + 2 * round, 300 + 3 * round);
+            if (m_sites[number].pane != nullptr) {
+                m_sites[number].pane->set(L"rows", rows).wait(PATIENCE);
+            }
+        }
+        Sleep(PERIOD);
+    }
+}
+
+void CPanes::close()
+{
+    m_isClosing = true;
+    if (m_worker.joinable()) {
+        m_worker.join(); // it uses the panes
+    }
+    for (SSite& site : m_sites) {
+        site.pane.reset();
+    }
+}
+
+bool CPanes::translate(const MSG& message)
+{
+    for (const SSite& site : m_sites) {
+        if (site.pane != nullptr && site.pane->translate(message)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+LRESULT CPanes::handle(UINT message, WPARAM wParam, LPARAM lParam)
+{
+    switch (message) {
+    case WM_SIZE:
+        arrange();
+        return 0;
+    case WM_COMMAND:
+        if (const size_t number = static_cast<size_t>(LOWORD(wParam)) - FIRST_BUTTON; number < m_sites.size()) {
+            EnableWindow(m_sites[number].again, FALSE);
+            SetWindowTextW(m_sites[number].status, L"Starting ...");
+            m_sites[number].pane->restart();
+        }
+        return 0;
+    case WM_CLOSE:
+        close();
+        DestroyWindow(m_window);
+        return 0;
+    case WM_DESTROY:
+        PostQuitMessage(0);
+        return 0;
+    default:
+        return DefWindowProcW(m_window, message, wParam, lParam);
+    }
+}
+
+LRESULT CALLBACK CPanes::procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
+{
+    if (message == WM_NCCREATE) {
+        auto* panes = static_cast<CPanes*>(reinterpret_cast<CREATESTRUCTW*>(lParam)->lpCreateParams);
+        panes->m_window = window;
+        SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(panes));
+    }
+    auto* panes = reinterpret_cast<CPanes*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+    return panes != nullptr ? panes->handle(message, wParam, lParam) : DefWindowProcW(window, message, wParam, lParam);
+}
+
+} // namespace
+
+int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR, int show)
+{
+    try {
+        CPanes panes;
+        if (!panes.open(instance, show)) {
+            return 1;
+        }
+        MSG message;
+        while (GetMessageW(&message, nullptr, 0, 0) > 0) {
+            if (!panes.translate(message) && !IsDialogMessageW(panes.window(), &message)) {
+                TranslateMessage(&message);
+                DispatchMessageW(&message);
+            }
+        }
+        return static_cast<int>(message.wParam);
+    } catch (const std::exception& problem) {
+        const std::string text = problem.what();
+        showMessage(std::wstring(text.begin(), text.end()));
+        return 1;
+    }
+}
