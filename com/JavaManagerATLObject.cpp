@@ -36,7 +36,7 @@ void CJavaManagerATLObject::createBeanFrame()
     LOG(FINE, "Basiscontrol path: " << basiscontrol);
     RETURN_IF_FALSE(doesFileExist(basiscontrol), );
 
-    CBeanFrame::createInstance(basiscontrol.c_str(), "com.orvane.tech.client.qmrt.win", "QMRTWinControl");
+    CBeanFrame::createInstance(basiscontrol.c_str(), BEAN_PACKAGE, BEAN_CLASS);
     if (CBeanFrame::s_Instance == nullptr) {
         LOG(ERROR, "Failed to create ATL object.");
         return;
@@ -83,7 +83,7 @@ const char* CJavaManagerATLObject::getLogClassName() const
 bool CJavaManagerATLObject::doesFileExist(const std::string& path)
 {
     LOG_SCOPE(FINE, "CJavaManagerATLObject::doesFileExist", path);
-    return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+    return isFileThere(path);
 }
 
 IUnknown* CJavaManagerATLObject::targetUnknown()

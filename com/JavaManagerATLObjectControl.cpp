@@ -25,6 +25,11 @@ std::string defaultBasisControl(const char* executable)
 
 } // namespace
 
+bool isFileThere(const std::string& path)
+{
+    return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
 std::string chooseBasisControl(const char* executable, const std::function<bool(const std::string&)>& doesFileExist)
 {
     const std::string defaultControl = defaultBasisControl(executable);

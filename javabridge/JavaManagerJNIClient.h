@@ -64,6 +64,13 @@ public:
     HRESULT testBridge(jobject listener, const wchar_t* text, int ttl, int delay);
 
 protected:
+    // What the Java side has to have besides the bean, and the signature of the bean's methods for listeners.
+    static constexpr char FRAME_CLASS[] = "com/velmora/tq/kesta/KESTAFrame";
+    static constexpr char LISTENER_CLASS[] = "com/velmora/tq/kesta/KESTAListener";
+    static constexpr char LISTENER_SETTER[] = "(Lcom/orvane/tech/client/qmrt/QMRTControlListenerI;)V";
+    // A class's name as JNI writes it.
+    static std::string jniClassName(const char* package, const char* name);
+
     explicit CJavaManagerJNIClient(const char* basisControlPath);
     ~CJavaManagerJNIClient() override;
     CJavaManagerJNIClient(const CJavaManagerJNIClient&) = delete;

@@ -12,26 +12,6 @@
 
 #define LOG_SOURCE "JavaManagerJNIClient"
 
-namespace {
-
-constexpr char FRAME_CLASS[] = "com/velmora/tq/kesta/KESTAFrame";
-constexpr char LISTENER_CLASS[] = "com/velmora/tq/kesta/KESTAListener";
-constexpr char LISTENER_SETTER[] = "(Lcom/orvane/tech/client/qmrt/QMRTControlListenerI;)V";
-
-// The class's name as JNI writes it.
-std::string jniClassName(const char* package, const char* name)
-{
-    std::string path = package;
-    if (!path.empty()) {
-        path += "/";
-    }
-    path += name;
-    std::replace(path.begin(), path.end(), '.', '/');
-    return path;
-}
-
-} // namespace
-
 template <class... Arguments>
 LocalReference<jobject> CJavaManagerJNIClient::newObject(jclass objectClass, jmethodID constructor, Arguments... arguments)
 {
@@ -51,6 +31,17 @@ void CJavaManagerJNIClient::deleteGlobalReference(jobject object)
     if (m_ENV != nullptr) {
         m_ENV->DeleteGlobalRef(object);
     }
+}
+
+std::string CJavaManagerJNIClient::jniClassName(const char* package, const char* name)
+{
+    std::string path = package;
+    if (!path.empty()) {
+        path += "/";
+    }
+    path += name;
+    std::replace(path.begin(), path.end(), '.', '/');
+    return path;
 }
 
 HRESULT CJavaManagerJNIClient::startBean(jobject* beanObject, jobject* frameObject, int* frameID, const char* bean_package,

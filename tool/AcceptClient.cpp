@@ -1,5 +1,6 @@
 #include "tool/AcceptClient.h"
 
+#include "com/JavaManagerATLObjectControl.h"
 #include "javabridge/JavaManagerJNIClientSettings.h"
 #include "support/logger.h"
 #include "tool/Findings.h"
@@ -157,7 +158,7 @@ bool isControlThere(const std::string& name)
 {
     const ControlClassPath classPath = readControlClassPath(nullptr, nullptr);
     const auto control = std::ranges::find(classPath.controls, name, &ControlArchive::name);
-    return control != classPath.controls.end() && GetFileAttributesA(control->archive.c_str()) != INVALID_FILE_ATTRIBUTES;
+    return control != classPath.controls.end() && isFileThere(control->archive);
 }
 
 CAcceptContext::CAcceptContext(std::string trail, bool isLong)

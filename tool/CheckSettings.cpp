@@ -10,6 +10,7 @@
 #include "tool/Warm.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <format>
 #include <fstream>
 
@@ -21,6 +22,17 @@ constexpr DWORD LATE_END_LIMIT = 6000; // ms, for a server whose client has gone
 bool canBeRead(const std::string& path)
 {
     return std::ifstream(path).is_open();
+}
+
+// The server takes what is there; Java has to read it, too. A folder with classes is as good as an archive.
+void checkArchive(const std::string& name, const std::string& path, const std::string& remedy, CFindings& findings)
+{
+    if (isFileThere(path) && !canBeRead(path) && !std::filesystem::is_directory(toPath(path))) {
+        findings.fault("class path", name, "cannot be read: " + path,
+                       "let this user read the file, and close the program that holds it");
+    } else {
+        findings.check(isFileThere(path), "class path", name, path, "is not there: " + path, remedy);
+    }
 }
 
 // Empty, or what makes an option harmful.
@@ -45,8 +57,7 @@ std::string faultOf(const std::string& option)
 
 std::string basisControlOf(const std::string& server)
 {
-    return chooseBasisControl(
-        server.c_str(), [](const std::string& path) { return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES; });
+    return chooseBasisControl(server.c_str(), isFileThere);
 }
 
 CFindings checkClassPath(const ControlClassPath& classPath, const std::string& basisControl)
@@ -56,13 +67,12 @@ CFindings checkClassPath(const ControlClassPath& classPath, const std::string& b
         if (control.installPath.empty()) {
             findings.note("class path", control.name, "has no installpath and stands there as " + control.archive);
         } else {
-            findings.check(canBeRead(control.archive), "class path", control.name, control.archive,
-                           "is not there: " + control.archive,
-                           "install this control again, or remove its key below Prefs\\com\\orvane\\qmrt");
+            checkArchive(control.name, control.archive,
+                         "install this control again, or remove its key below Prefs\\com\\orvane\\qmrt", findings);
         }
     }
-    findings.check(canBeRead(basisControl), "class path", "basis control", basisControl, "is not there: " + basisControl,
-                   "put ORVANEControl.jar beside KESTAx64.exe, or name it in the value basiscontrol");
+    checkArchive("basis control", basisControl,
+                 "put ORVANEControl.jar beside KESTAx64.exe, or name it in the value basiscontrol", findings);
     return findings;
 }
 
@@ -173,6 +183,13 @@ CFindings checkLiveStart(bool withWindow, const std::vector<std::string>& contro
             findings.check(answer["isEventReceived"].get<bool>(), "live start", "event",
                            "came back through Java in " + answer["eventMilliseconds"].dump() + " ms",
                            "none came back in " + answer["eventMilliseconds"].dump() + " ms", logNext);
+            if (const int customEvents = answer["customEvents"].get<int>(); customEvents > 0) {
+                findings.good("live start", "customEvent", std::format("the control has raised some, and {} came", customEvents));
+            } else {
+                findings.note("live start", "customEvent",
+                              "was not tried: when the control raises one is its own affair, and it raised none so far",
+                              "to see some of the sample control: KESTAtool accept --only events");
+            }
         }
         if (hasFrame) {
             findings.check(answer["callResult"].get<HRESULT>() >= 0, "live start", "call",
@@ -211,7 +228,7 @@ CheckResult checkMachine(const MachineLogSettings& log, CheckDepth depth, DWORD 
         result.findings.append(checkStarts(choice, server, basisControl, expectsClassData, limit));
         std::vector<std::string> controls;
         for (const ControlArchive& control : classPath.controls) {
-            if (canBeRead(control.archive)) {
+            if (isFileThere(control.archive)) {
                 controls.push_back(control.name);
             }
         }

@@ -84,6 +84,7 @@ void probeLive(IJavaManager* object, int frameId, const std::vector<std::string>
     answer["isEventReceived"] = isConnected && SUCCEEDED(object->testBridge(ATL::CComBSTR(L"KESTAtool"), THROUGH_JAVA, 0)) &&
                                 pumpUntil([&] { return sink.count(TEST_BRIDGE_EVENT) > 0; }, EVENT_LIMIT);
     answer["eventMilliseconds"] = GetTickCount64() - begin;
+    answer["customEvents"] = sink.count(CUSTOM_EVENT);
     if (isConnected) {
         point->Unadvise(cookie);
     }

@@ -1,5 +1,6 @@
 #include "tool/Probe.h"
 
+#include "com/JavaManagerATLObjectControl.h"
 #include "javabridge/JavaManagerJNIClient.h"
 #include "support/helpers.h"
 #include "tool/Findings.h"
@@ -9,12 +10,11 @@
 
 namespace {
 
-const char* const NEEDED_CLASSES[] = {
-    "com/velmora/tq/kesta/KESTAFrame",
-    "com/velmora/tq/kesta/KESTAListener",
-    "com/orvane/tech/client/qmrt/QMRTControlListenerI",
-    "com/orvane/tech/client/qmrt/win/QMRTWinControl",
-};
+// "a/B" of "(La/B;)V".
+std::string argumentClass(const std::string& signature)
+{
+    return signature.substr(2, signature.find(';') - 2);
+}
 
 // The server's client, opened for a start without a frame. Never ended: the process ends with the answer.
 class CStart : public CJavaManagerJNIClient
@@ -30,8 +30,9 @@ public:
     nlohmann::json missingClasses()
     {
         nlohmann::json missing = nlohmann::json::array();
-        for (const char* const name : NEEDED_CLASSES) {
-            if (findClass(name) == nullptr) {
+        for (const std::string& name : {std::string(FRAME_CLASS), std::string(LISTENER_CLASS), argumentClass(LISTENER_SETTER),
+                                        jniClassName(BEAN_PACKAGE, BEAN_CLASS)}) {
+            if (findClass(name.c_str()) == nullptr) {
                 missing.push_back(name);
             }
         }
@@ -44,7 +45,7 @@ public:
         jobject frame = nullptr;
         jobject listener = nullptr;
         int frameId = -1;
-        return SUCCEEDED(startBean(&bean, &frame, &frameId, "com.orvane.tech.client.qmrt.win", "QMRTWinControl")) &&
+        return SUCCEEDED(startBean(&bean, &frame, &frameId, BEAN_PACKAGE, BEAN_CLASS)) &&
                SUCCEEDED(regEventListener(&listener, frame, bean)) && SUCCEEDED(setFrameVisible(frame, true)) &&
                SUCCEEDED(addBean(frame, bean));
     }

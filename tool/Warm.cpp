@@ -1,5 +1,6 @@
 #include "tool/Warm.h"
 
+#include "com/JavaManagerATLObjectControl.h"
 #include "support/logger.h"
 #include "support/registry.h"
 #include "tool/Check.h"
@@ -18,11 +19,6 @@ constexpr int FIRST_WITH_CLASS_DATA = 13;
 constexpr DWORD DUMP_LIMIT = 180000; // ms
 const char* const CHOOSE_NEWER = "choose Java 13 or newer: KESTAtool java list, then KESTAtool java use FOLDER";
 const char* const SEND_REPORT = "send the result of KESTAtool report support.zip to support";
-
-bool doesFileExist(const std::string& path)
-{
-    return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
 
 // What the archive is made for and from; files beside the server.
 struct Plan
@@ -143,7 +139,7 @@ CFindings dump(const Plan& plan)
                        CHOOSE_NEWER);
         return findings;
     }
-    if (!doesFileExist(plan.classList())) {
+    if (!isFileThere(plan.classList())) {
         findings.fault(AREA, "classes",
                        "Java wrote no list of its classes to " + plan.folder() + saying(listed) +
                            " (the folder must be writable, and only HotSpot runtimes write one)",
@@ -154,7 +150,7 @@ CFindings dump(const Plan& plan)
     const ProbeResult dumped = runProbe(plan.arguments(false), DUMP_LIMIT, "",
                                         quoted("-Xshare:dump") + " " + quoted("-XX:SharedClassListFile=" + plan.classList()) +
                                             " " + quoted("-XX:SharedArchiveFile=" + plan.newArchive()));
-    if (!doesFileExist(plan.newArchive())) {
+    if (!isFileThere(plan.newArchive())) {
         findings.fault(AREA, "archive", "Java made none" + saying(dumped), SEND_REPORT);
     }
     return findings;
@@ -222,11 +218,11 @@ LSTATUS takeBack(const std::string& archive, bool& wasThere)
             return status;
         }
     }
-    if (const std::string record = classDataRecordFile(archive); doesFileExist(record)) {
+    if (const std::string record = classDataRecordFile(archive); isFileThere(record)) {
         removeEmptyKeys(PREFERENCES_KEY, KEY_WOW64_32KEY, createdKeys(archive));
     }
     for (const std::string& file : {archive, classDataRecordFile(archive)}) {
-        wasThere = wasThere || doesFileExist(file);
+        wasThere = wasThere || isFileThere(file);
         if (!removeFile(file)) {
             return static_cast<LSTATUS>(GetLastError());
         }

@@ -1,6 +1,7 @@
 // Each fault that "check" can name without starting anything, planted in a machine of the test's own.
 #include "tests/tool/ToolTest.h"
 
+#include "atl/atl.h"
 #include "tool/Check.h"
 #include "tool/Runtimes.h"
 
@@ -128,6 +129,33 @@ TEST_F(CheckSettingTest, MissingArchivesOfTheClassPathAreNamed)
                             "note C: has no installpath and stands there as \\C.jar",
                             "FAULT basis control: is not there: " + basis +
                                 " -> put ORVANEControl.jar beside KESTAx64.exe, or name it in the value basiscontrol"));
+}
+
+TEST_F(CheckSettingTest, ArchiveThatCannotBeReadIsNotCalledMissingAndAFolderWillDo)
+{
+    const std::string basis = folder.path("basis.jar");
+    fixtures::makeFile(basis, "");
+    {
+        const ATL::CHandle held(CreateFileA(basis.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+        EXPECT_THAT(linesOf(checkClassPath({}, basis)),
+                    ElementsAre("FAULT basis control: cannot be read: " + basis +
+                                " -> let this user read the file, and close the program that holds it"));
+    }
+    EXPECT_THAT(linesOf(checkClassPath({}, folder.path())), ElementsAre("ok basis control: " + folder.path()));
+}
+
+TEST_F(CheckSettingTest, BasisControlIsTheOneThatTheServerTakes)
+{
+    const std::string program = folder.path("KESTAx64.exe");
+    const std::string beside = folder.path("ORVANEControl.jar");
+    const std::string named = folder.path("named.jar");
+    machine.setString(PREFERENCES, "basiscontrol", named, KEY_WOW64_32KEY);
+    EXPECT_EQ(basisControlOf(program), named);
+    fixtures::makeFile(beside, "");
+    EXPECT_EQ(basisControlOf(program), beside);
+    fixtures::makeFile(named, "");
+    const ATL::CHandle held(CreateFileA(named.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    EXPECT_EQ(basisControlOf(program), named) << "it is there, though nobody can read it";
 }
 
 TEST_F(CheckSettingTest, OptionsStandInTheirOrderAndHarmfulOnesAreNamed)

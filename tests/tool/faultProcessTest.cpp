@@ -39,6 +39,7 @@ TEST_F(FaultTest, JavaSideOfTheTestsHasNoneByItself)
 {
     plant("none");
     EXPECT_EQ(run("check --live"), 0u);
+    EXPECT_THAT(output, ContainsRegex("ok +live start +customEvent +the control has raised some, and 1 came\r?\n"));
 }
 
 TEST_F(FaultTest, OtherProgramInThe32BitViewIsNamed)

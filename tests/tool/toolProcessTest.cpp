@@ -20,6 +20,7 @@ TEST_F(ToolProcessTest, HealthyMachineHasNoFinding)
     EXPECT_THAT(output, HasSubstr("0 findings. Next: nothing to do.\n"));
     EXPECT_THAT(output, HasSubstr("the frame fills a window of the client"));
     EXPECT_THAT(output, testing::ContainsRegex("live start +event +came back through Java in \\d+ ms"));
+    EXPECT_THAT(output, testing::ContainsRegex("note +live start +customEvent +was not tried: when the control raises one"));
     EXPECT_THAT(output, HasSubstr("JRE\\21.0.8"));
     EXPECT_THAT(output, testing::ContainsRegex("start +JRE.21.0.8 +starts in \\d+ ms: Java 21"));
     EXPECT_THAT(output, HasSubstr("frame, listener and control are there"));

@@ -24,7 +24,12 @@ public class QMRTWinControl extends Panel {
     @Override
     public void addNotify() {
         super.addNotify();
-        EventQueue.invokeLater(() -> listener.controlReady("ready"));
+        EventQueue.invokeLater(() -> {
+            listener.controlReady("ready");
+            if (Fault.is("none")) {
+                listener.customEvent("unasked");
+            }
+        });
     }
 
     public void addORVANEControlListener(QMRTControlListenerI listener) {
