@@ -240,7 +240,7 @@ Judgement judgeAnswer(const Scenario& scenario, const json& answer, const std::s
         return {RowState::Failed, answer["failed"].get<std::string>()};
     }
     Judgement judgement = scenario.judge(answer["seen"]);
-    if (judgement.state == RowState::Refuted && isWine && scenario.wine != nullptr) {
+    if (judgement.state == RowState::Refuted && isWine && scenario.wine != nullptr && !judgement.isBeyondWine) {
         return {RowState::NotApplicable, std::string("this is Wine: ") + scenario.wine + " (seen: " + judgement.detail + ")"};
     }
     return judgement;

@@ -42,6 +42,8 @@ int probeScenario(const std::string& id, const std::string& trail, bool isLong, 
 
 // Windows, Java, display, and who runs it.
 nlohmann::json acceptSurroundings();
+std::string wineVersion(); // "" on Windows
+bool isElevated();
 
 // The page, as a text.
 std::string acceptPage(const nlohmann::json& result);

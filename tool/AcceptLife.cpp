@@ -209,6 +209,14 @@ json observeDeadAfterPush(CAcceptContext& context)
     return observeDeadClient(context, "holdPushed", WATCHDOG_LIMIT);
 }
 
+// A server that stays is what Wine is known for. One that ends by itself has to end well there, too.
+Judgement judgeEndWithoutClient(const json& seen)
+{
+    Judgement judgement = judgeEnd(seen);
+    judgement.isBeyondWine = seen["isGone"].get<bool>();
+    return judgement;
+}
+
 json observeDeadBeforePush(CAcceptContext& context)
 {
     return observeDeadClient(context, "holdUnpushed", PING_LIMIT);
@@ -256,24 +264,46 @@ Judgement judgeDeadServer(const json& seen)
                               seen["milliseconds"].get<double>(), seen["isFrameGone"].get<bool>() ? "gone" : "still there"));
 }
 
-// The folder stands in the process's parameters, where Windows keeps it for the process itself.
+void readMemory(HANDLE process, const void* place, void* content, size_t size)
+{
+    if (!ReadProcessMemory(process, place, content, size, nullptr)) {
+        throw CNotHere("the server's parameters cannot be read");
+    }
+}
+
+template <class Value>
+Value valueAt(HANDLE process, const void* place)
+{
+    Value value = {};
+    readMemory(process, place, &value, sizeof value);
+    return value;
+}
+
+std::wstring textAt(HANDLE process, const void* place, size_t bytes)
+{
+    std::wstring text(bytes / sizeof(wchar_t), L'\0');
+    readMemory(process, place, text.data(), text.size() * sizeof(wchar_t));
+    return text;
+}
+
+// Where Windows keeps for a process what it was started with. The offsets are those of 64 bits.
+const char* parametersOf(HANDLE process)
+{
+    PROCESS_BASIC_INFORMATION about = {};
+    if (NtQueryInformationProcess(process, ProcessBasicInformation, &about, sizeof about, nullptr) != 0) {
+        throw CNotHere("the server's parameters cannot be read");
+    }
+    return reinterpret_cast<const char*>(valueAt<PEB>(process, about.PebBaseAddress).ProcessParameters);
+}
+constexpr size_t FOLDER_OFFSET = 0x38; // a counted text
+constexpr size_t VARIABLES_OFFSET = 0x80;
+constexpr size_t VARIABLES_SIZE_OFFSET = 0x3F0; // in bytes
+
 json observeFolder(CAcceptContext& context)
 {
-    constexpr size_t FOLDER_OFFSET = 0x38; // of the counted text in RTL_USER_PROCESS_PARAMETERS, 64 bit
     CAcceptServer server(context);
-    PROCESS_BASIC_INFORMATION about = {};
-    PEB environment = {};
-    UNICODE_STRING folder = {};
-    if (NtQueryInformationProcess(server.process(), ProcessBasicInformation, &about, sizeof about, nullptr) != 0 ||
-        ReadProcessMemory(server.process(), about.PebBaseAddress, &environment, sizeof environment, nullptr) == FALSE ||
-        ReadProcessMemory(server.process(), reinterpret_cast<const char*>(environment.ProcessParameters) + FOLDER_OFFSET, &folder,
-                          sizeof folder, nullptr) == FALSE) {
-        throw CNotHere("the server's parameters cannot be read");
-    }
-    std::wstring text(folder.Length / sizeof(wchar_t), L'\0');
-    if (!ReadProcessMemory(server.process(), folder.Buffer, text.data(), folder.Length, nullptr)) {
-        throw CNotHere("the server's parameters cannot be read");
-    }
+    const auto folder = valueAt<UNICODE_STRING>(server.process(), parametersOf(server.process()) + FOLDER_OFFSET);
+    const std::wstring text = textAt(server.process(), folder.Buffer, folder.Length);
     char system[MAX_PATH] = "";
     GetSystemDirectoryA(system, sizeof system);
     return {{"folder", narrow(ATL::CComBSTR(text.c_str()))}, {"system", system}};
@@ -288,11 +318,35 @@ Judgement judgeFolder(const json& seen)
     return judged(lstrcmpiA(folder.c_str(), seen["system"].get<std::string>().c_str()) == 0, folder);
 }
 
+json observeVariables(CAcceptContext& context)
+{
+    SetEnvironmentVariableA("KESTA_OF_THE_CLIENT", "1");
+    CAcceptServer server(context);
+    const char* const parameters = parametersOf(server.process());
+    std::wstring variables = L'\0' + textAt(server.process(), valueAt<void*>(server.process(), parameters + VARIABLES_OFFSET),
+                                            valueAt<size_t>(server.process(), parameters + VARIABLES_SIZE_OFFSET));
+    CharUpperBuffW(variables.data(), static_cast<DWORD>(variables.size()));
+    const auto has = [&](const std::wstring& name) { return variables.find(L'\0' + name + L'=') != std::wstring::npos; };
+    return {{"hasOwn", has(L"SYSTEMROOT")}, {"hasClients", has(L"KESTA_OF_THE_CLIENT")}};
+}
+
+Judgement judgeVariables(const json& seen)
+{
+    if (!seen["hasOwn"].get<bool>()) {
+        return undecided("the server's variables were not found");
+    }
+    return judged(!seen["hasClients"].get<bool>(), seen["hasClients"].get<bool>() ? "a variable of the client reaches the server"
+                                                                                  : "a variable of the client is not there");
+}
+
 constexpr Scenario SCENARIOS[] = {
     {"figures", "times", "figures", "Start within 20 s, call within 10 ms, event and round trip within 50 ms (medians).", 120000,
      observeFigures, judgeFigures, "look for a scanner or debug viewer, and run again; KESTAtool log FILE shows slow calls"},
     {"currentFolder", "life", "current folder", "The server's current folder is the system's.", USUAL_LIMIT, observeFolder,
      judgeFolder, "correct the page for controls: relative file names lead elsewhere", "its servers have the client's folder"},
+    {"variables", "life", "environment variables", "The server has the variables of its user, not those of the client.",
+     USUAL_LIMIT, observeVariables, judgeVariables, "correct the page for administrators: variables of a console do reach it",
+     "its servers have the client's variables"},
     {"cleanEnd", "life", "clean end", "After the last release the server is gone within 5 s, with exit code 0.", USUAL_LIMIT,
      observeEnd, judgeEnd, TELL_THE_MAKERS},
     {"cycles", "life", "start and end again and again", "Every server ends within 5 s with exit code 0.", 1800000, observeCycles,
@@ -303,7 +357,7 @@ constexpr Scenario SCENARIOS[] = {
      observeDeadAfterPush, judgeEnd, TELL_THE_MAKERS},
     {"deadClientEarly", "life", "client killed before it pushed a window",
      "COM drops the dead client's references after some minutes, and the server ends.", PING_LIMIT + USUAL_LIMIT,
-     observeDeadBeforePush, judgeEnd, "end such servers in the task manager, and tell the makers",
+     observeDeadBeforePush, judgeEndWithoutClient, "end such servers in the task manager, and tell the makers",
      "it never drops a dead client's references", nullptr, true},
     {"deadServer", "life", "server ended under the client", "A call fails at once, and the client goes on.", USUAL_LIMIT,
      observeDeadServer, judgeDeadServer, TELL_THE_MAKERS},
@@ -319,6 +373,20 @@ constexpr Scenario BY_HAND[] = {
      nullptr, "", nullptr, "take the frame in with KESTAhost, connect by remote desktop and go back to the screen"},
     {"secondMonitor", "by hand", "second monitor", "Popups of the control open on the monitor that the window was dragged to.", 0,
      nullptr, nullptr, "", nullptr, "drag KESTAhost to a second monitor and open a combo box at its lower edge"},
+    {"busyWindow", "by hand", "client that handles no messages", "Meanwhile mouse and keyboard do nothing in the control either.",
+     0, nullptr, nullptr, "", nullptr, "let a client sleep ten seconds in a button's handler, and click into the control"},
+    {"openPopup", "by hand", "open combo box", "It stays open when the user clicks into a field of the client.", 0, nullptr,
+     nullptr, "", nullptr, "open a combo box of the control and click beside the frame"},
+    {"javaDialog", "by hand", "Java's dialogs for files and printers", "They look as in old versions of Windows.", 0, nullptr,
+     nullptr, "", nullptr, "use a control that opens such a dialog of Windows (FileDialog, PrintJob)"},
+    {"firstStart", "by hand", "first start after a boot",
+     "It takes 5 to 20 s, and some clients show \"Server Busy\" when they are clicked meanwhile.", 0, nullptr, nullptr, "", nullptr,
+     "boot, start a client of each kind that is in use, and click into it while the control is missing"},
+    {"systemBox", "by hand", "library that Java lacks", "A box of the system names it while the client waits.", 0, nullptr,
+     nullptr, "", nullptr, "on a machine for tests, take vcruntime140.dll away from a runtime, and start a client"},
+    {"codePage", "by hand", "log folder on a Japanese or Chinese Windows",
+     "When its name ends in a letter whose last byte is that of a backslash, the logs lie beside it.", 0, nullptr, nullptr, "",
+     nullptr, "name such a folder in logpath (U+8868 in Japanese) and start a client"},
     {"inputMethod", "by hand", "input method", "Japanese or Chinese can be typed into the control.", 0, nullptr, nullptr, "",
      nullptr, "type into the control's field with an input method switched on"},
     {"modalDialog", "by hand", "modal dialog of the control", "The client's own controls stay usable meanwhile.", 0, nullptr,

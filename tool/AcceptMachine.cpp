@@ -1,6 +1,7 @@
 // The scenarios of "accept" about the machine: where it runs, who is registered, what watches it.
-#include "tool/AcceptClient.h"
+#include "tool/Accept.h"
 
+#include "tool/AcceptClient.h"
 #include "tool/Check.h"
 #include "tool/RegistryView.h"
 #include "tool/Runtimes.h"
@@ -245,8 +246,9 @@ Judgement judgeWatchers(const json& seen)
     const std::string since = seen["since"].get<std::string>();
     return judged(logged.empty(), logged.empty() ? std::format("{} of 3 event logs read, nothing about KESTA since {}",
                                                                seen["opened"].get<int>(), since)
-                                                 : std::format("{} events about KESTA since {}, for instance {}", logged.size(),
-                                                               since, logged.front().get<std::string>()));
+                                                 : std::format("{} event{} about KESTA since {}, for instance {}", logged.size(),
+                                                               logged.size() == 1 ? "" : "s", since,
+                                                               logged.front().get<std::string>()));
 }
 
 json observeDebugViewer(CAcceptContext&)
@@ -263,12 +265,6 @@ Judgement judgeDebugViewer(const json& seen)
 
 json observeElevation(CAcceptContext&)
 {
-    TOKEN_ELEVATION elevation = {};
-    DWORD size = 0;
-    HANDLE token = nullptr;
-    OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);
-    const ATL::CHandle owner(token);
-    GetTokenInformation(token, TokenElevation, &elevation, sizeof elevation, &size);
     std::array<wchar_t, 39> classId = {};
     StringFromGUID2(CLSID_JavaManager, classId.data(), static_cast<int>(classId.size()));
     const std::string path = "SOFTWARE\\Classes\\CLSID\\" + narrow(ATL::CComBSTR(classId.data())) + "\\LocalServer32";
@@ -277,12 +273,15 @@ json observeElevation(CAcceptContext&)
     if (isForMachine || !isForUser) {
         throw CNotHere("the server is not registered for this user only");
     }
-    if (elevation.TokenIsElevated == 0) {
+    if (!isElevated()) {
         throw CNotHere("this console is not elevated");
     }
     ATL::CComPtr<IUnknown> object;
     const HRESULT result =
         CoCreateInstance(CLSID_JavaManager, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, reinterpret_cast<void**>(&object));
+    if (result == REGDB_E_CLASSNOTREG && !wineVersion().empty()) {
+        throw CNotHere("this is Wine: it looks for classes of the machine only, elevated or not");
+    }
     return {{"result", result}};
 }
 
@@ -313,8 +312,7 @@ constexpr Scenario SCENARIOS[] = {
     {"debugViewer", "machine", "debug viewer", "No program collects debug output, which would slow down every call.", SHORT_LIMIT,
      observeDebugViewer, judgeDebugViewer, "close the debug viewer and run again"},
     {"elevation", "machine", "elevation", "An elevated program does not find a server that is registered for the user only.",
-     SHORT_LIMIT, observeElevation, judgeElevation, "correct the page for clients: elevated programs do find it",
-     "it looks for classes of the machine only, elevated or not"},
+     SHORT_LIMIT, observeElevation, judgeElevation, "correct the page for clients: elevated programs do find it"},
 };
 
 constexpr Scenario WATCHER_SCENARIOS[] = {

@@ -20,14 +20,6 @@ const std::string_view TEMPLATE =
     ;
 const std::string_view PLACE = "\"DATA\"";
 
-std::string wineVersion()
-{
-    using Version = const char*(CDECL*)();
-    const auto version =
-        reinterpret_cast<Version>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll"), "wine_get_version")));
-    return version == nullptr ? "" : version();
-}
-
 std::string windowsText(const std::string& wine)
 {
     const auto value = [](const char* name) {
@@ -55,6 +47,16 @@ std::string displayText()
                        GetSystemMetrics(SM_CMONITORS), GetSystemMetrics(SM_REMOTESESSION) != 0 ? ", remote session" : "", cards);
 }
 
+} // namespace
+
+std::string wineVersion()
+{
+    using Version = const char*(CDECL*)();
+    const auto version =
+        reinterpret_cast<Version>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll"), "wine_get_version")));
+    return version == nullptr ? "" : version();
+}
+
 bool isElevated()
 {
     HANDLE token = nullptr;
@@ -67,8 +69,6 @@ bool isElevated()
     CloseHandle(token);
     return elevation.TokenIsElevated != 0;
 }
-
-} // namespace
 
 json acceptSurroundings()
 {

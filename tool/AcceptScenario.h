@@ -30,7 +30,8 @@ enum class RowState {
 struct Judgement
 {
     RowState state;
-    std::string detail; // what was seen, in UTF-8
+    std::string detail;         // what was seen, in UTF-8
+    bool isBeyondWine = false; // refuted in a way that Wine's known difference does not explain
 };
 
 // What most scenarios have.

@@ -25,6 +25,16 @@ using testing::HasSubstr;
 
 constexpr DWORD RUN_LIMIT = 1500000; // ms
 
+constexpr const char* CLASS_KEY = "SOFTWARE\\Classes\\CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}";
+
+// A row, and what it has to say.
+struct PlantedRow
+{
+    const char* id;
+    const char* state;
+    const char* told;
+};
+
 class AcceptProcessTest : public testing::Test
 {
 protected:
@@ -54,7 +64,7 @@ protected:
     // The exit code. The result is in `states` and `details`, by the scenarios' names.
     DWORD accept(const std::string& arguments)
     {
-        CProgram tool("\"" + m_buildFolder + "\\KESTAtool.exe\" accept --json --page \"" + page + "\" " + arguments);
+        CProgram tool("\"" + m_tool + "\" accept --json --page \"" + page + "\" " + arguments);
         const std::optional<DWORD> exitCode = tool.process().exitCode(RUN_LIMIT);
         EXPECT_TRUE(exitCode) << "the run does not end";
         tool.waitForOutput("(to its end)");
@@ -65,6 +75,30 @@ protected:
             details[scenario["id"]] = scenario["detail"];
         }
         return exitCode.value_or(ERROR_TIMEOUT);
+    }
+    // Runs the scenarios of the rows, each of which has to turn red.
+    void expectRed(const std::vector<PlantedRow>& rows, const std::string& more = "")
+    {
+        std::string scenarios;
+        for (const PlantedRow& row : rows) {
+            scenarios += (scenarios.empty() ? "" : ",") + std::string(row.id);
+        }
+        states.clear();
+        EXPECT_EQ(accept("--only " + scenarios + more), rows.size());
+        EXPECT_EQ(states.size(), rows.size());
+        for (const PlantedRow& row : rows) {
+            EXPECT_EQ(states[row.id], row.state) << row.id;
+            EXPECT_THAT(details[row.id], HasSubstr(row.told)) << row.id;
+            std::printf("%s: %s: %s\n", row.id, states[row.id].c_str(), details[row.id].c_str());
+        }
+        // The table on the console says the same as the page.
+        for (const json& scenario : result["scenarios"]) {
+            const auto row =
+                std::ranges::find_if(result["rows"], [&](const json& each) { return each["subject"] == scenario["what"]; });
+            ASSERT_NE(row, result["rows"].end()) << scenario["what"];
+            EXPECT_EQ((*row)["remedy"], scenario["remedy"]);
+            EXPECT_NE(scenario["remedy"], "");
+        }
     }
     // Every line below the key, with its key. Never compared whole: GoogleTest would look for the smallest difference of two
     // texts of many megabytes.
@@ -112,6 +146,7 @@ protected:
     std::map<std::string, std::string> states;
     std::map<std::string, std::string> details;
     std::string m_buildFolder;
+    std::string m_tool = m_buildFolder + "\\KESTAtool.exe";
 };
 
 TEST_F(AcceptProcessTest, WholeRunIsConfirmedOrSaysWhyNotAndLeavesNothing)
@@ -141,11 +176,18 @@ TEST_F(AcceptProcessTest, WholeRunIsConfirmedOrSaysWhyNotAndLeavesNothing)
          "this is Wine: its COM does not check that (seen: inside the sent message 0x00000000, afterwards 0x00000000)"},
         {"focusMessage", "(seen: inside the sent message 0x00000000, afterwards 0x00000000)"},
         {"currentFolder", "(seen: C:\\"},
+        {"variables", "(seen: a variable of the client reaches the server)"},
         {"elevation", "the server is not registered for this user only"},
         {"watchers", "this user cannot read the event logs"},
         {"deadClientEarly", "it takes minutes: KESTAtool accept --long"},
         {"remoteDesktop", "only a person can show it: "},
         {"secondMonitor", "only a person can show it: "},
+        {"busyWindow", "only a person can show it: "},
+        {"openPopup", "only a person can show it: "},
+        {"javaDialog", "only a person can show it: "},
+        {"firstStart", "only a person can show it: "},
+        {"systemBox", "only a person can show it: "},
+        {"codePage", "only a person can show it: "},
         {"inputMethod", "only a person can show it: "},
         {"modalDialog", "only a person can show it: "},
         {"earlyBound32", "only a person can show it: "},
@@ -178,13 +220,6 @@ TEST_F(AcceptProcessTest, TextsBeyondAsciiAreTheSameInTableAndPage)
     EXPECT_THAT(readFile(page), HasSubstr("21.0.8_\xC3\xBC (it is not there)"));
 }
 
-struct PlantedRow
-{
-    const char* id;
-    const char* state;
-    const char* told;
-};
-
 // A fault, and the rows that it turns red.
 struct Plant
 {
@@ -212,12 +247,62 @@ void removeKey(const char* path)
     EXPECT_EQ(RegDeleteTreeA(HKEY_LOCAL_MACHINE, path), ERROR_SUCCESS) << path;
 }
 
+std::string systemFolder(UINT(WINAPI* get)(LPSTR, UINT))
+{
+    char folder[MAX_PATH] = "";
+    get(folder, sizeof folder);
+    return folder;
+}
+
+// A program takes the library beside it instead of Wine's own.
+class CLibraryOfTheTests
+{
+public:
+    CLibraryOfTheTests(const std::string& program, const char* library)
+        : m_key("Software\\Wine\\AppDefaults\\" + program)
+    {
+        EXPECT_EQ(RegSetKeyValueA(HKEY_CURRENT_USER, (m_key + "\\DllOverrides").c_str(), library, REG_SZ, "native", sizeof "native"),
+                  ERROR_SUCCESS);
+    }
+    ~CLibraryOfTheTests() { RegDeleteTreeA(HKEY_CURRENT_USER, m_key.c_str()); }
+    CLibraryOfTheTests(const CLibraryOfTheTests&) = delete;
+    CLibraryOfTheTests& operator=(const CLibraryOfTheTests&) = delete;
+
+private:
+    std::string m_key;
+};
+
 // A session whose windows nobody sees, for what this process starts from now on.
 void goOutOfSight()
 {
     const HWINSTA station = CreateWindowStationA("KestaUnseen", 0, WINSTA_ALL_ACCESS, nullptr);
     EXPECT_NE(station, nullptr);
     EXPECT_TRUE(SetProcessWindowStation(station));
+}
+
+// An elevated console, for what this process starts from now on.
+void elevate()
+{
+    struct
+    {
+        HANDLE token = nullptr;
+        HANDLE thread = nullptr;
+    } given;
+    constexpr ULONG ACCESS_TOKEN = 9;
+    using Set = LONG(NTAPI*)(HANDLE, ULONG, void*, ULONG);
+    const auto set =
+        reinterpret_cast<Set>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("ntdll"), "NtSetInformationProcess")));
+    HANDLE own = nullptr;
+    TOKEN_LINKED_TOKEN linked = {};
+    DWORD size = 0;
+    EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &own));
+    EXPECT_TRUE(GetTokenInformation(own, TokenLinkedToken, &linked, sizeof linked, &size));
+    EXPECT_TRUE(
+        DuplicateTokenEx(linked.LinkedToken, MAXIMUM_ALLOWED, nullptr, SecurityIdentification, TokenPrimary, &given.token));
+    EXPECT_EQ(set(GetCurrentProcess(), ACCESS_TOKEN, &given, sizeof given), 0);
+    for (const HANDLE token : {own, linked.LinkedToken, given.token}) {
+        CloseHandle(token);
+    }
 }
 
 const Plant PLANTS[] = {
@@ -299,7 +384,8 @@ const Plant PLANTS[] = {
       {"focusMessage", "failed", "creating the object failed: 0x80040154"},
       {"dpi", "failed", "creating the object failed: 0x80040154"},
       {"cover", "failed", "creating the object failed: 0x80040154"},
-      {"currentFolder", "failed", "creating the object failed: 0x80040154"}},
+      {"currentFolder", "failed", "creating the object failed: 0x80040154"},
+      {"variables", "failed", "creating the object failed: 0x80040154"}},
      [](const CSettings&, const std::string& buildFolder) {
          const CProgram server("\"" + buildFolder + "\\KESTAx64.exe\" /UnregServer");
          EXPECT_EQ(server.process().exitCode(), 0u);
@@ -313,10 +399,9 @@ const Plant PLANTS[] = {
      {{"typeLibrary", "refuted", "does not load"}},
      [](const CSettings&, const std::string& buildFolder) {
          const std::string other = buildFolder + "\\KESTAtool.exe";
-         EXPECT_EQ(RegSetValueA(HKEY_LOCAL_MACHINE,
-                                "SOFTWARE\\Classes\\CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}\\LocalServer32", REG_SZ,
-                                other.c_str(), 0),
-                   ERROR_SUCCESS);
+         EXPECT_EQ(
+             RegSetValueA(HKEY_LOCAL_MACHINE, (std::string(CLASS_KEY) + "\\LocalServer32").c_str(), REG_SZ, other.c_str(), 0),
+             ERROR_SUCCESS);
      }},
     {"UnseenSession",
      {{"session", "refuted", "without a desktop that is seen"}},
@@ -343,29 +428,77 @@ class PlantedFaultTest : public AcceptProcessTest, public testing::WithParamInte
 TEST_P(PlantedFaultTest, TurnsItsRowsRed)
 {
     GetParam().plant(settings, m_buildFolder);
-    std::string scenarios;
-    for (const PlantedRow& row : GetParam().rows) {
-        scenarios += (scenarios.empty() ? "" : ",") + std::string(row.id);
-    }
-    EXPECT_EQ(accept("--only " + scenarios), GetParam().rows.size());
-    EXPECT_EQ(states.size(), GetParam().rows.size());
-    for (const PlantedRow& row : GetParam().rows) {
-        EXPECT_EQ(states[row.id], row.state) << row.id;
-        EXPECT_THAT(details[row.id], HasSubstr(row.told)) << row.id;
-        std::printf("%s: %s: %s\n", row.id, states[row.id].c_str(), details[row.id].c_str());
-    }
-    // The table on the console says the same as the page.
-    for (const json& scenario : result["scenarios"]) {
-        const auto row =
-            std::ranges::find_if(result["rows"], [&](const json& each) { return each["subject"] == scenario["what"]; });
-        ASSERT_NE(row, result["rows"].end()) << scenario["what"];
-        EXPECT_EQ((*row)["remedy"], scenario["remedy"]);
-        EXPECT_NE(scenario["remedy"], "");
-    }
+    expectRed(GetParam().rows);
 }
 
 INSTANTIATE_TEST_SUITE_P(Accept, PlantedFaultTest, testing::ValuesIn(PLANTS),
                          [](const auto& plant) { return std::string(plant.param.name); });
+
+// Only in a log of its own can Windows tell of a program of ours, and Wine keeps none: a library of the tests answers instead.
+// Of its three events one is older than the run, and one is about another program.
+TEST_F(AcceptProcessTest, EventAboutAProgramOfOursTurnsWatchersRed)
+{
+    m_tool = folder.path("KESTAtool.exe");
+    const std::string library = folder.path("wevtapi.dll");
+    ASSERT_TRUE(CopyFileA((m_buildFolder + "\\KESTAtool.exe").c_str(), m_tool.c_str(), TRUE));
+    ASSERT_TRUE(CopyFileA((programFolder() + "\\wevtapi\\wevtapi.dll").c_str(), library.c_str(), TRUE));
+    const CLibraryOfTheTests preferred("KESTAtool.exe", "wevtapi");
+    const auto event = [](const char* time, const char* program) {
+        return std::string("Application\t<Event><System><Provider Name='Application Error'/><EventID>1000</EventID><TimeCreated "
+                           "SystemTime='") +
+               time + "'/></System><EventData><Data>" + program + "</Data></EventData></Event>\n";
+    };
+    makeFile(library + ".events", event("2020-01-01T00:00:00.000Z", "KESTAold.exe"));
+    EXPECT_EQ(accept("--only watchers"), 0u);
+    EXPECT_THAT(details["watchers"], HasSubstr("1 of 3 event logs read, nothing about KESTA"));
+    makeFile(library + ".events", event("2020-01-01T00:00:00.000Z", "KESTAold.exe") +
+                                      event("2199-01-01T00:00:00.000Z", "KESTAx64.exe") +
+                                      event("2199-01-02T00:00:00.000Z", "other.exe"));
+    expectRed({{"watchers", "refuted", "1 event about KESTA since 20"}});
+    EXPECT_THAT(details["watchers"], testing::EndsWith("for instance Application Error 1000: KESTAx64.exe"));
+}
+
+// There is no 32-bit script host here; that of 64 bits stands in for it.
+TEST_F(AcceptProcessTest, ScriptThatGetsNoFrameTurnsScript32Red)
+{
+    const std::string host = systemFolder(GetSystemWow64DirectoryA) + "\\cscript.exe";
+    CreateDirectoryA(systemFolder(GetSystemWow64DirectoryA).c_str(), nullptr);
+    ASSERT_TRUE(CopyFileA((systemFolder(GetSystemDirectoryA) + "\\cscript.exe").c_str(), host.c_str(), TRUE));
+    EXPECT_EQ(accept("--only script32"), 0u);
+    EXPECT_EQ(states["script32"], "confirmed") << details["script32"];
+    settings.setRuntime("21.0.8", "C:\\none\\jvm.dll");
+    expectRed({{"script32", "refuted", "frame -1"}});
+    DeleteFileA(host.c_str());
+}
+
+// A server that was started by hand offers its class to everybody.
+TEST_F(AcceptProcessTest, ServerOfTheUserOnlyThatIsFoundTurnsElevationRed)
+{
+    runServer("/UnregServer");
+    const std::string program = m_buildFolder + "\\KESTAx64.exe";
+    EXPECT_EQ(
+        RegSetValueA(HKEY_CURRENT_USER, (std::string(CLASS_KEY) + "\\LocalServer32").c_str(), REG_SZ, program.c_str(), 0),
+        ERROR_SUCCESS);
+    EXPECT_EQ(accept("--only elevation"), 0u);
+    EXPECT_EQ(details["elevation"], "this console is not elevated");
+    elevate();
+    EXPECT_EQ(accept("--only elevation"), 0u);
+    EXPECT_EQ(states["elevation"], "not applicable here");
+    EXPECT_THAT(details["elevation"], HasSubstr("it looks for classes of the machine only"));
+    const CProgram server("\"" + program + "\"");
+    EXPECT_EQ(WaitForInputIdle(server.process().handle(), TIME_LIMIT), 0u);
+    expectRed({{"elevation", "refuted", "creating the object gives 0x00000000"}});
+    EXPECT_EQ(server.process().exitCode(), 0u);
+    EXPECT_EQ(RegDeleteTreeA(HKEY_CURRENT_USER, CLASS_KEY), ERROR_SUCCESS);
+}
+
+// Wine leaves every server whose client has died early; this one ends by itself, and badly.
+TEST_F(AcceptProcessTest, ServerThatEndsBadlyTurnsDeadClientEarlyRed)
+{
+    faultyControl("dies")(settings, m_buildFolder);
+    settings.removeControl("TestControl"); // the only control is there from the start
+    expectRed({{"deadClientEarly", "refuted", " s with exit code 5"}}, " --long");
+}
 
 } // namespace
 } // namespace fixtures

@@ -31,6 +31,7 @@ struct Case
 constexpr const char* FIGURES = R"({"figures": [{"name": "start", "median": 2000}, {"name": "call", "median": 1},
                                    {"name": "event", "median": 2}, {"name": "round trip", "median": 2}]})";
 constexpr const char* ENDED = R"({"isGone": true, "exitCode": 0, "milliseconds": 1000, "limit": 5000})";
+constexpr const char* VARIABLES = R"({"hasOwn": true, "hasClients": false})";
 constexpr const char* RETURNED = R"({"isAway": true, "isPainted": true, "likeness": 0.999})";
 constexpr const char* FOCUS =
     R"({"java": "java1", "native": "native2", "back": "java3", "isBlinking": true, "isStillBlinking": true})";
@@ -91,6 +92,7 @@ constexpr Case CASES[] = {
      "call 90.0 ms"},
     {"currentFolder", R"({"folder": "C:\\Windows\\System32\\", "system": "C:\\WINDOWS\\system32"})", R"({"folder": "C:\\"})",
      "C:"},
+    {"variables", VARIABLES, R"({"hasClients": true})", "a variable of the client reaches the server"},
     {"cleanEnd", ENDED, R"({"milliseconds": 7000})", "gone after 7.0 s"},
     {"cycles", R"({"cycles": 5, "good": 5, "milliseconds": 900.0})", R"({"good": 4})", "4 of 5"},
     {"cycles", R"({"cycles": 5, "good": 5, "milliseconds": 900.0})", R"({"milliseconds": 13000.0})", "slowest after 13.0 s"},
@@ -122,6 +124,7 @@ constexpr Case UNDECIDED[] = {
     {"sentMessage", REFUSED, R"({"posted": -2147483638})", "no call works: afterwards 0x8000000A"},
     {"focusMessage", REFUSED, R"({"sent": -2147483638})", "the handler was never called"},
     {"focusMessage", REFUSED, R"({"sent": -2147023174, "posted": -2147023174})", "no call works: afterwards 0x800706BA"},
+    {"variables", VARIABLES, R"({"hasOwn": false})", "were not found"},
     {"clickBeforeUse", R"({"isOtherInFront": true, "isStillInFront": true})", R"({"isOtherInFront": false})",
      "did not bring a window of the client to the front"},
 };
@@ -201,6 +204,19 @@ TEST(AcceptTest, NothingIsRefutedOrConfirmedThatWasNotSeen)
             EXPECT_THAT(judgement.detail, HasSubstr(each.told));
         }
     }
+}
+
+TEST(AcceptTest, WineExcusesAServerThatStaysWithoutItsClientAndNoneThatEndsBadly)
+{
+    const Scenario early = scenario("deadClientEarly");
+    json seen = json::parse(ENDED);
+    seen["isGone"] = false;
+    EXPECT_EQ(judgeAnswer(early, {{"seen", seen}}, "", true).state, RowState::NotApplicable);
+    seen = json::parse(ENDED);
+    seen["exitCode"] = 5;
+    const Judgement judgement = judgeAnswer(early, {{"seen", seen}}, "", true);
+    EXPECT_EQ(judgement.state, RowState::Refuted);
+    EXPECT_EQ(judgement.detail, "gone after 1.0 s with exit code 5");
 }
 
 TEST(AcceptTest, WatchersAreAskedWhenAllOthersHaveRun)

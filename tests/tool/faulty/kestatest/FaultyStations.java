@@ -29,6 +29,8 @@ public final class FaultyStations implements Control {
     private static final int STAYS = 12000;
     private static final int FOR_EVER = 3_600_000;
     private static final int SLOW = 60;
+    private static final int DIES_AFTER = 20000;
+    private static final int DIES_WITH = 5;
     private static final String FAULT = System.getProperty("kesta.fault", "");
 
     private final Control sample = new Stations();
@@ -46,6 +48,9 @@ public final class FaultyStations implements Control {
     public void open(Context context) {
         if (FAULT.equals("broken")) {
             throw new IllegalStateException("broken");
+        }
+        if (FAULT.equals("dies")) {
+            dieLater();
         }
         sample.open(FAULT.equals("noEvents") ? new Silent(context) : context);
     }
@@ -89,7 +94,7 @@ public final class FaultyStations implements Control {
                 pause(FOR_EVER);
                 return "";
             case "crash":
-                Runtime.getRuntime().halt(5);
+                Runtime.getRuntime().halt(DIES_WITH);
                 return "";
             case "shared":
                 return read();
@@ -139,6 +144,15 @@ public final class FaultyStations implements Control {
             pause(STAYS);
         }
         sample.close();
+    }
+
+    private static void dieLater() {
+        Thread death = new Thread(() -> {
+            pause(DIES_AFTER);
+            Runtime.getRuntime().halt(DIES_WITH);
+        });
+        death.setDaemon(true);
+        death.start();
     }
 
     private String read() {
