@@ -81,6 +81,20 @@ std::string namesOf(const nlohmann::json& classes)
     return names;
 }
 
+// What Java says about classes that are not found, unless it only names them again; "" without such words.
+std::string whyMissing(const ProbeResult& probe)
+{
+    constexpr std::string_view EXCEPTION = "Exception: ";
+    for (const auto& error : probe.answer["classErrors"]) {
+        const std::string text = fromUtf8(error.get<std::string>());
+        const auto isOnlyName = [&](const auto& name) { return text.ends_with(name.template get<std::string>()); };
+        if (text.starts_with(EXCEPTION) && std::ranges::none_of(probe.answer["missingClasses"], isOnlyName)) {
+            return "; Java says: " + text.substr(EXCEPTION.size());
+        }
+    }
+    return "";
+}
+
 // Rows about one start. What goes wrong with a runtime that is not chosen harms nobody.
 void judgeStart(const std::string& subject, bool isNeeded, const ProbeResult& probe, CFindings& findings)
 {
@@ -99,8 +113,11 @@ void judgeStart(const std::string& subject, bool isNeeded, const ProbeResult& pr
                                   probe.answer["javaVersion"].get<std::string>(), probe.answer["vendor"].get<std::string>()));
         const nlohmann::json& missing = probe.answer["missingClasses"];
         if (isNeeded && !missing.empty()) {
-            findings.fault("classes", subject, "not in the class path, or not loadable: " + namesOf(missing),
-                           "put the control archive (ORVANEControl.jar) beside KESTAx64.exe or name it in basiscontrol");
+            const std::string why = whyMissing(probe);
+            findings.fault("classes", subject, "not in the class path, or not loadable: " + namesOf(missing) + why,
+                           why.empty()
+                               ? "put the control archive (ORVANEControl.jar) beside KESTAx64.exe or name it in basiscontrol"
+                               : "install the control again; if that does not help, tell its makers what Java says");
         } else if (isNeeded) {
             findings.good("classes", subject, "frame, listener and control are there");
         }

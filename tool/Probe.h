@@ -49,7 +49,8 @@ std::vector<std::string> probeArguments(const RuntimeStart& start);
 // The child's side. Both write their answer to the file and give the exit code.
 //
 // Starts the runtime with the class path and the options of this machine, and looks for the classes that the server needs.
-// Answer: "isStarted", "errors" (lines of the log), "milliseconds", "javaVersion", "vendor", "missingClasses", "usesClassData".
+// Answer: "isStarted", "errors" (lines of the log), "milliseconds", "javaVersion", "vendor", "missingClasses" with "classErrors"
+// (lines of the log), "usesClassData".
 // With its frame it adds "hasFrame" and "frameMilliseconds" (from the beginning); Java is then ended by itself, so that it writes
 // what it was told to write at its end.
 int probeRuntime(const RuntimeStart& start, const std::string& answerFile);

@@ -114,6 +114,7 @@ int probeRuntime(const RuntimeStart& start, const std::string& answerFile)
         answer["vendor"] = s_start->systemProperty("java.vendor");
         answer["usesClassData"] = s_start->systemProperty("java.vm.info").find("sharing") != std::string::npos;
         answer["missingClasses"] = s_start->missingClasses();
+        answer["classErrors"] = loggedErrors();
     }
     writeAnswer(answer, answerFile);
     if (answer.value("hasFrame", false)) {
