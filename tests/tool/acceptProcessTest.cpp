@@ -207,6 +207,7 @@ TEST_F(AcceptProcessTest, WholeRunIsConfirmedOrSaysWhyNotAndLeavesNothing)
     }
     EXPECT_THAT(result["surroundings"]["windows"].get<std::string>(), HasSubstr("Wine "));
     EXPECT_EQ(result["surroundings"]["java"], "21.0.8");
+    EXPECT_TRUE(CopyFileA(page.c_str(), (programFolder() + "\\result.html").c_str(), FALSE)); // for those who want to look
     const std::string text = readFile(page);
     EXPECT_THAT(text, testing::AllOf(HasSubstr("\"png\":\"iVBOR"), HasSubstr("\"what\":\"events of four threads\"")));
 }
