@@ -174,7 +174,7 @@ public:
     void takeIn(HWND frame) const;
     void fit(HWND frame) const;
     void resize(SIZE pane);
-    // Waits until the control in the pane is to be seen; the last picture either way.
+    // Waits until the control in the pane is visible; the last picture either way.
     CAcceptPicture waitUntilPainted() const;
 
     // Called with each message that comes to the edit field or the pane, before it is handled.

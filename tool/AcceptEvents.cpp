@@ -225,7 +225,7 @@ constexpr Scenario SCENARIOS[] = {
     {"twoServers", "calls", "two servers", "Two objects have two processes and share nothing.", USUAL_LIMIT, observeTwo, judgeTwo,
      TELL_THE_MAKERS},
     {"busyClient", "calls", "busy client", "Events for a client that refuses calls for a moment come late.", USUAL_LIMIT,
-     observeBusy, judgeBusy, TELL_THE_MAKERS, "it delivers calls as its own rules are"},
+     observeBusy, judgeBusy, TELL_THE_MAKERS, "it delivers calls by its own rules"},
     {"fullQueue", "calls", "12,000 events at once", "While a sink is stuck under many events, other calls to the server fail.",
      USUAL_LIMIT, observeFullQueue, judgeFullQueue, "correct the page for clients: other calls go on",
      "its message queues take more"},

@@ -147,7 +147,7 @@ json observeParentNotify(CAcceptContext& context)
 Judgement judgeParentNotify(const json& seen)
 {
     if (!seen["isHeard"].get<bool>()) {
-        return undecided("the control's button does not tell of the click");
+        return undecided("the control's button does not report the click");
     }
     return judged(seen["all"] == 1 && seen["sent"] == 1,
                   std::format("one click: {} messages, {} of them sent by the other thread", seen["all"].get<int>(),

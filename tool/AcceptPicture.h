@@ -20,7 +20,7 @@ public:
 
     int width() const { return m_width; }
     int height() const { return m_height; }
-    // Whether a control is to be seen in the area: hardly anything black or of the marker's colour, and not all of one colour.
+    // Whether a control is visible in the area: hardly anything black or of the marker's colour, and not all of one colour.
     bool isPainted(const RECT& area) const;
     bool isPainted() const { return isPainted({0, 0, m_width, m_height}); }
     // The share of equal pixels, 0 to 1; 0 for another size.

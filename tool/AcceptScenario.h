@@ -48,7 +48,7 @@ struct Scenario
     nlohmann::json (*observe)(CAcceptContext& context); // null: only a person can show it
     Judgement (*judge)(const nlohmann::json& seen);
     const char* remedy;           // what to do when it is refuted
-    const char* wine = nullptr;   // in what Wine is known to differ, so that it cannot refute the prediction
+    const char* wine = nullptr;   // how Wine is known to differ; the row is then not applicable
     const char* byHand = nullptr; // how a person shows it
     bool isLong = false;          // runs only when asked for
 };

@@ -81,7 +81,7 @@ json observeCover(CAcceptContext& context)
 Judgement judgeReturn(const json& seen)
 {
     if (!seen["isAway"].get<bool>()) {
-        return undecided("the control was to be seen all the time");
+        return undecided("the control was visible all the time");
     }
     const double likeness = seen["likeness"].get<double>();
     const bool isPainted = seen["isPainted"].get<bool>();
@@ -194,7 +194,7 @@ Judgement judgeGraphics(const json& seen)
 }
 
 constexpr Scenario SCENARIOS[] = {
-    {"takeIn", "window", "take-in", "The frame becomes a child of the client's window and is painted whole.", USUAL_LIMIT,
+    {"takeIn", "window", "embedding", "The frame becomes a child of the client's window and is painted whole.", USUAL_LIMIT,
      observeTakeIn, judgePainted, PAINTING},
     {"resize", "window", "resize", "The frame has each new size and is painted whole.", USUAL_LIMIT, observeResize, judgeSteps,
      PAINTING},
@@ -205,9 +205,9 @@ constexpr Scenario SCENARIOS[] = {
     {"parents", "window", "move between parents", "The frame is painted and works in a second window, and back in the first.",
      USUAL_LIMIT, observeParents, judgeSteps, PAINTING},
     {"dpi", "window", "DPI awareness",
-     "The server is unaware of the scale, and takes on the client's awareness with the take-in.", USUAL_LIMIT, observeDpi,
+     "The server is unaware of the scale, and takes on the client's awareness when embedded.", USUAL_LIMIT, observeDpi,
      judgeDpi, "correct the page for clients: the server keeps its own awareness",
-     "a window that is taken in does not change what its program is aware of"},
+     "an embedded window does not change what its program is aware of"},
     {"graphics", "window", "graphics pipeline", "Java paints without Direct3D.", USUAL_LIMIT, observeGraphics, judgeGraphics,
      "remove the option that switches it on (KESTAtool check lists the options), and run again"},
 };

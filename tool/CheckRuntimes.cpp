@@ -162,7 +162,7 @@ CFindings checkStarts(const JVMChoice& choice, const std::string& server, const 
             if (expectsClassData && isChosen(choice, entry) && whyNotStarted(probe).empty()) {
                 findings.check(probe.answer["usesClassData"].get<bool>(), "class data", labelOf(entry), "is used by Java",
                                "is ignored by Java: the archive does not fit this runtime, class path or these options",
-                               MAKE_CLASS_DATA_ANEW);
+                               MAKE_CLASS_DATA_AGAIN);
             }
         }
     }

@@ -65,7 +65,7 @@ CFindings checkClassPath(const ControlClassPath& classPath, const std::string& b
     CFindings findings;
     for (const ControlArchive& control : classPath.controls) {
         if (control.installPath.empty()) {
-            findings.note("class path", control.name, "has no installpath and stands there as " + control.archive);
+            findings.note("class path", control.name, "has no installpath, so the class path contains " + control.archive);
         } else {
             checkArchive(control.name, control.archive,
                          "install this control again, or remove its key below Prefs\\com\\orvane\\qmrt", findings);

@@ -112,7 +112,7 @@ void addWarm(CLI::App& app, Output& output)
     CLI::App& verb = addVerb(app, output, "warm",
                              "Makes the server start faster: Java, frame and control are started once, and what they loaded is "
                              "kept in an archive beside the server, which its next starts map into memory (Java 13 and newer). "
-                             "Needs an elevated console. To be repeated after an update of Java or of a control.",
+                             "Needs an elevated console. Repeat it after an update of Java or of a control.",
                              "warm");
     verb.add_flag("--remove", *isRemoving, "Take that back");
     verb.callback([isRemoving, &output] { print(*isRemoving ? removeClassData() : makeClassData(), output); });
@@ -143,7 +143,7 @@ void addAccept(CLI::App& app, Output& output)
     order->page = "result.html";
     CLI::App& verb =
         addVerb(app, output, "accept",
-                "Shows on this machine what the registered server does: calls, events, windows, mouse and keyboard, ends. "
+                "Tries out the registered server: calls, events, windows, mouse and keyboard, how client and server end. "
                 "Compares each with what was predicted for Windows, and writes a page with pictures. Leave mouse and keyboard "
                 "alone while it runs. It writes nothing to the registry.",
                 "accept --page result.html");
@@ -195,7 +195,7 @@ void addProbe(CLI::App& app, Output& output)
             output.exitCode = probeScenario(arguments->scenario, arguments->trail, arguments->isLong, arguments->answer);
             return;
         }
-        // Why a runtime does not start stands in the log.
+        // The log says why a runtime does not start.
         Logger::setMaxLogLevel(output.log.level);
         output.exitCode =
             arguments->isServer
@@ -224,7 +224,7 @@ int printResult(const CFindings& findings, const nlohmann::json& details, bool i
 
 int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& errors, bool isColoured)
 {
-    CLI::App app("KESTAtool tells which Java the server takes, why not another one, and what happened.", "KESTAtool");
+    CLI::App app("KESTAtool shows which Java the server uses and why, and what went wrong.", "KESTAtool");
     app.footer("Example: KESTAtool check\nThe exit code is 0, or the number of findings (99 for more), or 100 and above when the "
                "command line is wrong.\nHelp for a verb: KESTAtool VERB --help");
     app.require_subcommand(1);
@@ -245,7 +245,7 @@ int runTool(const std::vector<std::string>& arguments, std::ostream& out, std::o
     } catch (const std::runtime_error& error) {
         CFindings findings;
         findings.fault("KESTAtool", app.get_subcommands().front()->get_name(), error.what(),
-                       "correct the name or the access that this is about, and repeat the command");
+                       "correct the name or permission that it mentions, and run the command again");
         print(findings, output);
     }
     return output.exitCode;

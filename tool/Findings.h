@@ -39,7 +39,7 @@ public:
 
     const std::vector<Row>& rows() const { return m_rows; }
     int faultCount() const;
-    // The program's exit code: the number of faults, as far as exit codes reach everywhere.
+    // The exit code: the number of faults, at most 99.
     int exitCode() const;
     // The one line that says what to do next: about the first fault, or what is left to do without one.
     std::string nextStep() const;

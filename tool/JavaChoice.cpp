@@ -160,7 +160,7 @@ CFindings useRuntime(const std::string& folder, bool withoutStart)
     const LSTATUS status = replace(ownKey(), name, home, library);
     findings.check(status == ERROR_SUCCESS, AREA, name, "is what the server takes from its next start on: " + library,
                    "could not be registered: " + getWindowsErrorText(static_cast<unsigned>(status)), ELEVATE);
-    findings.setNextStep("start the program that shows the control anew; KESTAtool java remove takes this back.");
+    findings.setNextStep("restart the program that shows the control; KESTAtool java remove takes this back.");
     return findings;
 }
 

@@ -1,6 +1,6 @@
 // Takes the texts of calls, properties and events out of logs, so that they can be given away.
 //
-// Closed by default: of a line in which a text of the client or of the control may stand, only what is known to be none stays.
+// Masks by default: of a line that may contain a client's or control's text, only what is known to be safe stays.
 #pragma once
 
 #include <filesystem>

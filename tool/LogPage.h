@@ -1,6 +1,6 @@
 // The scopes of a log as one HTML page that needs no network: a timeline for each thread, foldable scopes, search.
 //
-// A page holds so many scopes as a browser bears, the longest ones, and says how many there are.
+// Holds as many scopes as a browser can handle, the longest ones, and says how many there are.
 #pragma once
 
 #include "tool/LogScopes.h"

@@ -1,4 +1,4 @@
-// Reads a log file from front to end, whatever its size, and hands its lines on. Memory stays the same.
+// Reads a log file from front to end, whatever its size, and hands its lines on. Uses constant memory.
 //
 // Threads: one. Failure: a line that is broken or cut is counted and skipped; a file that cannot be opened throws
 // std::runtime_error.

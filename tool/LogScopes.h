@@ -1,6 +1,6 @@
 // The scopes of a log: functions with their begin and end, put together from entry and exit lines, for each thread.
 //
-// Threads: one. Failure: a scope whose entry or exit is missing is told with what there is; only exhausted memory throws.
+// Threads: one. Failure: a scope whose entry or exit is missing is reported with what is known; only exhausted memory throws.
 #pragma once
 
 #include "tool/LogReader.h"

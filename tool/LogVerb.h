@@ -16,7 +16,7 @@ struct LogOrder
     bool isColoured = false;
 };
 
-// Gives the number of errors as far as exit codes reach.
+// Returns the number of errors, at most 99.
 int readLog(const LogOrder& order, std::ostream& out);
 
 // The file in which a process goes on after `file`: "x.log", "x-0001.log", "x-0002.log".

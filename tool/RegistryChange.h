@@ -35,5 +35,5 @@ private:
 
 // How many keys of a path are missing, counted from its end.
 DWORD missingKeys(std::string path, REGSAM view);
-// Removes so many keys of a path from its end on, as far as they are empty: what others have added since is theirs.
+// Removes up to `count` keys from the end of the path while they are empty: what others have added stays.
 void removeEmptyKeys(std::string path, REGSAM view, DWORD count);

@@ -17,7 +17,7 @@ constexpr uint16_t MACHINE_X64 = 0x8664;
 constexpr uint16_t MACHINE_X86 = 0x014C;
 constexpr uint16_t MACHINE_ARM64 = 0xAA64;
 
-// The keys below which installers write one subkey for each runtime, and where its folder stands there.
+// The keys below which installers write one subkey for each runtime, and where its folder is found there.
 const struct
 {
     const char* key;

@@ -34,5 +34,5 @@ struct FoundRuntime
 };
 
 // What the installers of several vendors write, JAVA_HOME, and the folders in which runtimes usually are. A runtime that is found
-// in several ways stands there once, by its first source.
+// in several ways is listed once, by its first source.
 std::vector<FoundRuntime> findRuntimes();

@@ -8,5 +8,5 @@
 #include <set>
 
 std::set<DWORD> serverProcesses();
-// Those that were not there before, as far as they do not end within the time.
+// Those that were not there before and have not ended within the limit.
 std::set<DWORD> serversLeftSince(const std::set<DWORD>& before, DWORD limit);

@@ -273,7 +273,7 @@ CFindings makeClassData()
     }
     findings.check(status == ERROR_SUCCESS, AREA, "archive", "is what the server uses from its next start on: " + plan.archive,
                    "could not be put in its place: " + getWindowsErrorText(static_cast<unsigned>(status)), remedyFor(status));
-    findings.setNextStep("start the program that shows the control anew; KESTAtool warm --remove takes this back.");
+    findings.setNextStep("restart the program that shows the control; KESTAtool warm --remove takes this back.");
     return findings;
 }
 

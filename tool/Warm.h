@@ -26,7 +26,7 @@
 #include <vector>
 
 inline constexpr char CLASS_DATA_OPTION[] = "jvm_option_KESTA_warm";
-inline constexpr char MAKE_CLASS_DATA_ANEW[] = "make it anew: KESTAtool warm (or do without: KESTAtool warm --remove)";
+inline constexpr char MAKE_CLASS_DATA_AGAIN[] = "make it again: KESTAtool warm (or do without: KESTAtool warm --remove)";
 
 CFindings makeClassData();
 CFindings removeClassData();

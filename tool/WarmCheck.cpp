@@ -132,12 +132,12 @@ CFindings checkClassData(const std::vector<MachineOption>& options, const std::s
     const std::optional<nlohmann::json> record = readRecord(archive);
     if (GetFileAttributesA(archive.c_str()) == INVALID_FILE_ATTRIBUTES) {
         findings.fault(AREA, "archive", "is not there, so that Java starts without any class data: " + archive,
-                       MAKE_CLASS_DATA_ANEW);
+                       MAKE_CLASS_DATA_AGAIN);
     } else if (!record) {
         findings.note(AREA, "archive", "was not made by this program, or its record is missing: " + archive);
     } else {
         const std::string stale = difference(*record, describeClassData(archive, library, classPath));
-        findings.check(stale.empty(), AREA, "archive", archive, stale + ", and Java ignores " + archive, MAKE_CLASS_DATA_ANEW);
+        findings.check(stale.empty(), AREA, "archive", archive, stale + ", and Java ignores " + archive, MAKE_CLASS_DATA_AGAIN);
     }
     const std::string folder = fromPath(toPath(archive).parent_path());
     if (isWritableForAll(folder)) {

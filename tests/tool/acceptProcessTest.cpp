@@ -318,7 +318,7 @@ const Plant PLANTS[] = {
       {"click", "refuted", "no event of the button"},
       {"figures", "failed", "an event does not come"},
       {"parents", "refuted", "0 of 2"},
-      {"parentNotify", "failed", "does not tell of the click"},
+      {"parentNotify", "failed", "does not report the click"},
       {"busyClient", "failed", "no event came even before"}},
      faultyControl("noEvents")},
     {"NoException",

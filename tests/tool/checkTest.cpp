@@ -126,7 +126,7 @@ TEST_F(CheckSettingTest, MissingArchivesOfTheClassPathAreNamed)
                 ElementsAre("ok A: " + folder.path("A.jar"),
                             "FAULT B: is not there: " + folder.path("B.jar") +
                                 " -> install this control again, or remove its key below Prefs\\com\\orvane\\qmrt",
-                            "note C: has no installpath and stands there as \\C.jar",
+                            "note C: has no installpath, so the class path contains \\C.jar",
                             "FAULT basis control: is not there: " + basis +
                                 " -> put ORVANEControl.jar beside KESTAx64.exe, or name it in the value basiscontrol"));
 }

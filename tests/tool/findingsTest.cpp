@@ -77,8 +77,8 @@ TEST_F(FindingsTest, WhatAVerbCannotReadOrWriteIsAFinding)
     std::ostringstream errors;
     EXPECT_EQ(runTool({"log", "C:\\none.log"}, out, errors, false), 1);
     EXPECT_EQ(out.str(), "FAULT  KESTAtool  log  cannot open C:\\none.log\n"
-                         "         -> correct the name or the access that this is about, and repeat the command\n"
-                         "1 finding. Next: correct the name or the access that this is about, and repeat the command\n");
+                         "         -> correct the name or permission that it mentions, and run the command again\n"
+                         "1 finding. Next: correct the name or permission that it mentions, and run the command again\n");
     out.str("");
     EXPECT_EQ(runTool({"log", "C:\\none.log", "--json"}, out, errors, false), 1);
     EXPECT_EQ(nlohmann::json::parse(out.str())["rows"][0]["state"], "cannot open C:\\none.log");

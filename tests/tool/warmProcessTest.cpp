@@ -97,7 +97,7 @@ TEST_F(WarmProcessTest, CheckTellsAnArchiveThatFitsNoMore)
     EXPECT_EQ(run("check"), 1u);
     EXPECT_THAT(output, testing::ContainsRegex("FAULT +class data +JRE.25 +is ignored by Java: the archive does not fit"));
     EXPECT_THAT(output, testing::ContainsRegex("note +class data +archive +was not made by this program"));
-    EXPECT_THAT(output, HasSubstr("Next: make it anew: KESTAtool warm (or do without: KESTAtool warm --remove)\n"));
+    EXPECT_THAT(output, HasSubstr("Next: make it again: KESTAtool warm (or do without: KESTAtool warm --remove)\n"));
     EXPECT_EQ(run("warm"), 0u);
     EXPECT_EQ(run("check"), 0u);
 }

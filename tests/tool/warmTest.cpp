@@ -15,7 +15,7 @@ using testing::ElementsAre;
 namespace {
 
 const std::string SERVER_KEY = "SOFTWARE\\Classes\\CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}\\LocalServer32";
-const std::string ANEW = " -> make it anew: KESTAtool warm (or do without: KESTAtool warm --remove)";
+const std::string ANEW = " -> make it again: KESTAtool warm (or do without: KESTAtool warm --remove)";
 
 void letEveryoneWrite(const std::string& folder)
 {
