@@ -255,8 +255,8 @@ void Pane::CCore::leave(bool forward)
     }
 }
 
-// While the control has the focus, its keys do not come to this thread at all. What is left is the pane's own window while there is
-// no control in it: in a window without a dialog manager, Tab would end there.
+// While the control has the focus, its keys do not come to this thread at all. What is left is the pane's own window while there
+// is no control in it: in a window without a dialog manager, Tab would end there.
 bool Pane::CCore::translate(const MSG& message)
 {
     if (message.hwnd != m_window || m_window == nullptr || message.message != WM_KEYDOWN || message.wParam != VK_TAB ||
@@ -391,14 +391,14 @@ Call Pane::get(const std::wstring& name, Completion completion)
 
 Call Pane::enable(bool isEnabled, Completion completion)
 {
-    return Call(m_core->session()->issue(ENABLE, {isEnabled}, isEnabled ? L"enable(true)" : L"enable(false)",
-                                         std::move(completion)));
+    return Call(
+        m_core->session()->issue(ENABLE, {isEnabled}, isEnabled ? L"enable(true)" : L"enable(false)", std::move(completion)));
 }
 
 Call Pane::invoke(long member, std::vector<Value> arguments, Completion completion)
 {
-    return Call(m_core->session()->issue(member, std::move(arguments), L"Method " + std::to_wstring(member),
-                                         std::move(completion)));
+    return Call(
+        m_core->session()->issue(member, std::move(arguments), L"Method " + std::to_wstring(member), std::move(completion)));
 }
 
 bool Pane::isReady() const

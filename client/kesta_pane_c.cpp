@@ -87,8 +87,9 @@ kesta_pane* kesta_pane_create(HWND parent, const RECT* place, const kesta_option
         setLimit(chosen.closeLimit, options->close_limit);
     }
     std::wstring text;
-    std::unique_ptr<kesta::Pane> pane = kesta::Pane::create(
-        parent, place != nullptr ? *place : RECT(), chosen, handlers != nullptr ? handlersOf(*handlers) : kesta::Handlers(), &text);
+    std::unique_ptr<kesta::Pane> pane =
+        kesta::Pane::create(parent, place != nullptr ? *place : RECT(), chosen,
+                            handlers != nullptr ? handlersOf(*handlers) : kesta::Handlers(), &text);
     if (pane == nullptr && problem != nullptr && problem_size > 0) {
         problem[text.copy(problem, problem_size - 1)] = L'\0';
     }

@@ -1,5 +1,5 @@
-/* The pane of kesta_pane.h for C, and for languages that call C. What that header says of ownership, threads and failure holds here
- * too. Texts are UTF-16, with their length in code units where they may contain zero characters.
+/* The pane of kesta_pane.h for C, and for languages that call C. What that header says of ownership, threads and failure holds
+ * here too. Texts are UTF-16, with their length in code units where they may contain zero characters.
  */
 #ifndef KESTA_PANE_C_H
 #define KESTA_PANE_C_H
@@ -57,9 +57,10 @@ void kesta_pane_set(kesta_pane* pane, const wchar_t* name, const wchar_t* value,
 void kesta_pane_get(kesta_pane* pane, const wchar_t* name, kesta_completion completion, void* context);
 void kesta_pane_enable(kesta_pane* pane, BOOL enabled, kesta_completion completion, void* context);
 
-/* The same with a wait of at most `limit` milliseconds. The answer, or the error's text, is for kesta_free; it is never NULL unless
- * there is no memory. */
-HRESULT kesta_pane_call_and_wait(kesta_pane* pane, const wchar_t* name, const wchar_t* argument, unsigned limit, wchar_t** answer);
+/* The same with a wait of at most `limit` milliseconds. The answer, or the error's text, is for kesta_free; it is never NULL
+ * unless there is no memory. */
+HRESULT kesta_pane_call_and_wait(kesta_pane* pane, const wchar_t* name, const wchar_t* argument, unsigned limit,
+                                 wchar_t** answer);
 HRESULT kesta_pane_set_and_wait(kesta_pane* pane, const wchar_t* name, const wchar_t* value, unsigned limit, wchar_t** answer);
 HRESULT kesta_pane_get_and_wait(kesta_pane* pane, const wchar_t* name, unsigned limit, wchar_t** answer);
 void kesta_free(wchar_t* text);

@@ -14,7 +14,8 @@ constexpr ULONGLONG TURN = 20; // ms
 HINSTANCE moduleInstance()
 {
     HMODULE module = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, CLASS_NAME, &module);
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, CLASS_NAME,
+                       &module);
     return module;
 }
 

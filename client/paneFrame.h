@@ -7,7 +7,7 @@ namespace kesta {
 
 struct SFoundFrame
 {
-    HWND window = nullptr;    // null: not there yet
+    HWND window = nullptr;     // null: not there yet
     DWORD strangerProcess = 0; // another process that has a window of the same name, if any
 };
 

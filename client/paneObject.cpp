@@ -173,8 +173,8 @@ CServerObject::~CServerObject()
 
 Result CServerObject::create()
 {
-    const HRESULT hr =
-        CoCreateInstance(JAVA_MANAGER, nullptr, CLSCTX_LOCAL_SERVER, IID_IDispatch, reinterpret_cast<void**>(m_object.GetAddressOf()));
+    const HRESULT hr = CoCreateInstance(JAVA_MANAGER, nullptr, CLSCTX_LOCAL_SERVER, IID_IDispatch,
+                                        reinterpret_cast<void**>(m_object.GetAddressOf()));
     return FAILED(hr) ? failure(hr, L"The server could not be started. Is KESTAx64.exe registered?") : Result();
 }
 

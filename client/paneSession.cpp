@@ -114,9 +114,8 @@ std::shared_ptr<CSession> CSession::begin(const Options& options, std::weak_ptr<
 
     Result problem;
     if (registerClass(HOLDER_CLASS, holderProcedure, nullptr)) {
-        session->m_holder =
-            CreateWindowExW(WS_EX_NOPARENTNOTIFY, HOLDER_CLASS, L"", WS_CHILD | WS_CLIPCHILDREN | WS_CLIPSIBLINGS, 0, 0, 1, 1,
-                            session->m_base->window(), nullptr, moduleInstance(), nullptr);
+        session->m_holder = CreateWindowExW(WS_EX_NOPARENTNOTIFY, HOLDER_CLASS, L"", WS_CHILD | WS_CLIPCHILDREN | WS_CLIPSIBLINGS,
+                                            0, 0, 1, 1, session->m_base->window(), nullptr, moduleInstance(), nullptr);
     }
     if (session->m_holder == nullptr) {
         problem = lastFailure(L"The pane's inner window could not be made.");
@@ -179,13 +178,12 @@ void CSession::close()
 
 std::shared_ptr<SCall> CSession::issue(long member, std::vector<Value> arguments, std::wstring what, Completion completion)
 {
-    const auto call = std::make_shared<SCall>(
-        member, std::move(arguments), std::move(what), std::move(completion),
-        [weak = weak_from_this()](const std::shared_ptr<SCall>& answered) {
-            if (const std::shared_ptr<CSession> session = weak.lock()) {
-                session->post([answered](CSession& own) { own.answered(answered); });
-            }
-        });
+    const auto call = std::make_shared<SCall>(member, std::move(arguments), std::move(what), std::move(completion),
+                                              [weak = weak_from_this()](const std::shared_ptr<SCall>& answered) {
+                                                  if (const std::shared_ptr<CSession> session = weak.lock()) {
+                                                      session->post([answered](CSession& own) { own.answered(answered); });
+                                                  }
+                                              });
     std::wstring refusal;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);

@@ -1,11 +1,9 @@
 // One server and what belongs to it: the thread that talks to it, its frame, and the holder, the window around the frame whose
 // handle the server is given. A Pane has one session after the other.
 //
-// Ownership: a session lives until its server has ended and nothing refers to its windows, if need be without its Pane. The holder
-// is a child of the pane's window or, without one, of the base's: it has a parent at any time, and so the server's watch over it
-// never sees a client that has died.
-// Threads: as said at each group.
-// Failure: ends in IPane::ended or in a call's answer.
+// Ownership: a session lives until its server has ended and nothing refers to its windows, if need be without its Pane. The
+// holder is a child of the pane's window or, without one, of the base's: it has a parent at any time, and so the server's watch
+// over it never sees a client that has died. Threads: as said at each group. Failure: ends in IPane::ended or in a call's answer.
 #pragma once
 
 #include "client/paneBase.h"

@@ -10,9 +10,9 @@ namespace kesta {
 
 namespace {
 
-constexpr DWORD POLL = 20;                   // ms
-constexpr DWORD END_LIMIT = 1000;            // ms
-constexpr DWORD KILL_LIMIT = 5000;           // ms
+constexpr DWORD POLL = 20;                       // ms
+constexpr DWORD END_LIMIT = 1000;                // ms
+constexpr DWORD KILL_LIMIT = 5000;               // ms
 constexpr wchar_t THREAD_NAME[] = L"kesta pane"; // as debuggers show it
 
 // Windows has the function since version 1607.
@@ -54,7 +54,8 @@ void CSession::work()
             result = {E_OUTOFMEMORY, L"There is not enough memory for the pane."};
         }
         if (!result) {
-            const std::wstring text = hasServerEnded(mayBeTheEnd(result.hr) ? END_LIMIT : 0) ? result.text + L" " + endText() : result.text;
+            const std::wstring text =
+                hasServerEnded(mayBeTheEnd(result.hr) ? END_LIMIT : 0) ? result.text + L" " + endText() : result.text;
             post([result, text](CSession& own) { own.over({Reason::NOT_STARTED, result.hr, text}); });
         } else if (hasServerEnded()) {
             post([text = endText()](CSession& own) { own.over({Reason::DIED, NO_SERVER, text}); });
@@ -71,8 +72,8 @@ void CSession::work()
     SetEvent(m_workerDone.get());
 }
 
-// The order is the server's: the sink first, so that no event is lost, and the control's choice last, because it lets the frame take
-// the focus.
+// The order is the server's: the sink first, so that no event is lost, and the control's choice last, because it lets the frame
+// take the focus.
 Result CSession::start(CServerObject& object)
 {
     step(L"starting the server");
@@ -80,9 +81,8 @@ Result CSession::start(CServerObject& object)
     if (!result) {
         return result;
     }
-    result = object.connect([this](EventKind kind, const std::wstring& text) {
-        post([kind, text](CSession& own) { own.event(kind, text); });
-    });
+    result = object.connect(
+        [this](EventKind kind, const std::wstring& text) { post([kind, text](CSession& own) { own.event(kind, text); }); });
     if (!result) {
         return result;
     }

@@ -303,8 +303,8 @@ Judgement judgeScript(const json& seen)
 constexpr Scenario SCENARIOS[] = {
     {"create", "calls", "creation", "The object is created; its frame has the number of its server's process.", USUAL_LIMIT,
      observeCreate, judgeCreate, "run KESTAtool check, which names what is missing"},
-    {"taskBar", "calls", "frame before embedding", "The frame has no task bar button and is not activated.",
-     USUAL_LIMIT, observeCreate, judgeTaskBar, TELL_THE_MAKERS},
+    {"taskBar", "calls", "frame before embedding", "The frame has no task bar button and is not activated.", USUAL_LIMIT,
+     observeCreate, judgeTaskBar, TELL_THE_MAKERS},
     {"earlyBound", "calls", "17 methods, early bound", "All methods answer through the interface.", USUAL_LIMIT, observeEarly,
      judgeCalls, TELL_THE_MAKERS},
     {"lateBound", "calls", "17 methods, late bound", "All methods answer through IDispatch.", USUAL_LIMIT, observeLate,

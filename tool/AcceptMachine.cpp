@@ -244,11 +244,11 @@ Judgement judgeWatchers(const json& seen)
 {
     const json& logged = seen["logged"];
     const std::string since = seen["since"].get<std::string>();
-    return judged(logged.empty(), logged.empty() ? std::format("{} of 3 event logs read, nothing about KESTA since {}",
-                                                               seen["opened"].get<int>(), since)
-                                                 : std::format("{} event{} about KESTA since {}, for instance {}", logged.size(),
-                                                               logged.size() == 1 ? "" : "s", since,
-                                                               logged.front().get<std::string>()));
+    return judged(logged.empty(),
+                  logged.empty()
+                      ? std::format("{} of 3 event logs read, nothing about KESTA since {}", seen["opened"].get<int>(), since)
+                      : std::format("{} event{} about KESTA since {}, for instance {}", logged.size(),
+                                    logged.size() == 1 ? "" : "s", since, logged.front().get<std::string>()));
 }
 
 json observeDebugViewer(CAcceptContext&)

@@ -30,7 +30,7 @@ enum class RowState {
 struct Judgement
 {
     RowState state;
-    std::string detail;         // what was seen, in UTF-8
+    std::string detail;        // what was seen, in UTF-8
     bool isBeyondWine = false; // refuted in a way that Wine's known difference does not explain
 };
 

@@ -71,8 +71,8 @@ CFindings checkClassPath(const ControlClassPath& classPath, const std::string& b
                          "install this control again, or remove its key below Prefs\\com\\orvane\\qmrt", findings);
         }
     }
-    checkArchive("basis control", basisControl,
-                 "put ORVANEControl.jar beside KESTAx64.exe, or name it in the value basiscontrol", findings);
+    checkArchive("basis control", basisControl, "put ORVANEControl.jar beside KESTAx64.exe, or name it in the value basiscontrol",
+                 findings);
     return findings;
 }
 

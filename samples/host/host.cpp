@@ -129,7 +129,8 @@ void CHost::feed()
 void CHost::ended(const kesta::Ended& ended)
 {
     printStep(L"failed: " + ended.text);
-    m_panel.showFailure(ended.reason == kesta::Reason::HUNG ? L"The control does not answer." : L"There is no control.", ended.text);
+    m_panel.showFailure(ended.reason == kesta::Reason::HUNG ? L"The control does not answer." : L"There is no control.",
+                        ended.text);
 }
 
 void CHost::startAgain()

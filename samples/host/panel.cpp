@@ -136,8 +136,9 @@ void CPanel::addEvent(const wchar_t* event, const std::wstring& text)
 {
     SYSTEMTIME now;
     GetLocalTime(&now);
-    const std::wstring columns[] = {std::format(L"{:02}:{:02}:{:02}.{:03}", now.wHour, now.wMinute, now.wSecond, now.wMilliseconds),
-                                   std::to_wstring(GetCurrentThreadId()), event, text};
+    const std::wstring columns[] = {
+        std::format(L"{:02}:{:02}:{:02}.{:03}", now.wHour, now.wMinute, now.wSecond, now.wMilliseconds),
+        std::to_wstring(GetCurrentThreadId()), event, text};
     HWND events = GetDlgItem(m_window, ID_EVENTS);
     LVITEMW entry = {};
     entry.mask = LVIF_TEXT;

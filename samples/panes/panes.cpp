@@ -1,5 +1,5 @@
-// Three controls in one window, each with a server of its own, and a thread of this program that sends them data. When one of them
-// ends, the others go on, and a button starts it again.
+// Three controls in one window, each with a server of its own, and a thread of this program that sends them data. When one of
+// them ends, the others go on, and a button starts it again.
 #include "client/kesta_pane.h"
 
 #include <array>
@@ -71,8 +71,9 @@ bool CPanes::open(HINSTANCE instance, int show)
     description.hbrBackground = GetSysColorBrush(COLOR_BTNFACE);
     description.lpszClassName = L"KESTA panes";
     RegisterClassW(&description);
-    m_window = CreateWindowExW(WS_EX_CONTROLPARENT, description.lpszClassName, L"KESTA panes", WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN,
-                               CW_USEDEFAULT, CW_USEDEFAULT, 1100, 460, nullptr, nullptr, instance, this);
+    m_window =
+        CreateWindowExW(WS_EX_CONTROLPARENT, description.lpszClassName, L"KESTA panes", WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN,
+                        CW_USEDEFAULT, CW_USEDEFAULT, 1100, 460, nullptr, nullptr, instance, this);
     if (m_window == nullptr) {
         showMessage(L"The window could not be made: error " + std::to_wstring(GetLastError()));
         return false;
@@ -90,8 +91,8 @@ void CPanes::openSite(size_t number)
 {
     SSite& site = m_sites[number];
     const std::wstring region = REGIONS[number];
-    site.status = CreateWindowExW(0, L"STATIC", L"Starting ...", WS_CHILD | WS_VISIBLE | SS_ENDELLIPSIS, 0, 0, 0, 0, m_window, nullptr,
-                                  nullptr, nullptr);
+    site.status = CreateWindowExW(0, L"STATIC", L"Starting ...", WS_CHILD | WS_VISIBLE | SS_ENDELLIPSIS, 0, 0, 0, 0, m_window,
+                                  nullptr, nullptr, nullptr);
     kesta::Handlers handlers;
     handlers.ready = [&site, region](const std::wstring& control) {
         printStep(region + L" is ready: " + control);
@@ -114,9 +115,9 @@ void CPanes::openSite(size_t number)
     if (site.pane == nullptr) {
         return showMessage(problem);
     }
-    site.again = CreateWindowExW(0, L"BUTTON", L"Start again", WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_DISABLED, 0, 0, 0, 0, m_window,
-                                 reinterpret_cast<HMENU>(static_cast<INT_PTR>(FIRST_BUTTON + static_cast<int>(number))), nullptr,
-                                 nullptr);
+    site.again =
+        CreateWindowExW(0, L"BUTTON", L"Start again", WS_CHILD | WS_VISIBLE | WS_TABSTOP | WS_DISABLED, 0, 0, 0, 0, m_window,
+                        reinterpret_cast<HMENU>(static_cast<INT_PTR>(FIRST_BUTTON + static_cast<int>(number))), nullptr, nullptr);
     for (HWND child : {site.status, site.again}) {
         SendMessageW(child, WM_SETFONT, reinterpret_cast<WPARAM>(GetStockObject(DEFAULT_GUI_FONT)), FALSE);
     }
@@ -146,7 +147,8 @@ void CPanes::work()
 {
     for (int round = 0; !m_isClosing; ++round) {
         for (size_t number = 0; number < m_sites.size() && !m_isClosing; ++number) {
-            const std::wstring rows = std::format(L"Alta;{}|Bergen;{}|Troms\u00F8;{}", 400 + round, 600 + 2 * round, 300 + 3 * round);
+            const std::wstring rows =
+                std::format(L"Alta;{}|Bergen;{}|Troms\u00F8;{}", 400 + round, 600 + 2 * round, 300 + 3 * round);
             if (m_sites[number].pane != nullptr) {
                 m_sites[number].pane->set(L"rows", rows).wait(PATIENCE);
             }

@@ -14,8 +14,8 @@ CPulse* s_pulse = nullptr;
 } // namespace
 
 CHostWindow::CHostWindow()
-    : m_window(CreateWindowExW(WS_EX_CONTROLPARENT, L"STATIC", L"host", WS_OVERLAPPEDWINDOW | WS_VISIBLE | WS_CLIPCHILDREN, 40, 40,
-                               640, 480, nullptr, nullptr, nullptr, nullptr))
+    : m_window(CreateWindowExW(WS_EX_CONTROLPARENT, L"STATIC", L"host", WS_OVERLAPPEDWINDOW | WS_VISIBLE | WS_CLIPCHILDREN, 40,
+                               40, 640, 480, nullptr, nullptr, nullptr, nullptr))
 {
 }
 
@@ -107,13 +107,15 @@ std::wstring PaneTest::call(Pane& pane, const wchar_t* name, const wchar_t* argu
 
 bool PaneTest::fills(const Pane& pane)
 {
-    return pumpUntil([&] {
-        RECT outer = {};
-        RECT inner = {};
-        GetClientRect(pane.window(), &outer);
-        return GetClientRect(frameOf(pane), &inner) != FALSE && EqualRect(&outer, &inner) != FALSE &&
-               IsWindowVisible(frameOf(pane)) != FALSE;
-    }, {}, 5000);
+    return pumpUntil(
+        [&] {
+            RECT outer = {};
+            RECT inner = {};
+            GetClientRect(pane.window(), &outer);
+            return GetClientRect(frameOf(pane), &inner) != FALSE && EqualRect(&outer, &inner) != FALSE &&
+                   IsWindowVisible(frameOf(pane)) != FALSE;
+        },
+        {}, 5000);
 }
 
 std::shared_ptr<CProcess> PaneTest::killed(DWORD process)

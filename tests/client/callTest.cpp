@@ -15,9 +15,8 @@ class PaneCallTest : public testing::Test
 protected:
     std::shared_ptr<SCall> make()
     {
-        return std::make_shared<SCall>(
-            3, std::vector<Value>(), L"callMethod(sleep)", Completion(),
-            [this](const std::shared_ptr<SCall>& call) { delivered.push_back(call->result().text); });
+        return std::make_shared<SCall>(3, std::vector<Value>(), L"callMethod(sleep)", Completion(),
+                                       [this](const std::shared_ptr<SCall>& call) { delivered.push_back(call->result().text); });
     }
 
     std::vector<std::wstring> delivered;
@@ -42,7 +41,8 @@ TEST_F(PaneCallTest, CancelledBeforeItsBeginItIsNeverMade)
     Call(call).cancel();
     EXPECT_FALSE(call->begin());
     EXPECT_EQ(call->result().hr, CANCELLED);
-    EXPECT_EQ(call->result().text, L"callMethod(sleep) was cancelled and will not be made: the control is busy or not ready yet.");
+    EXPECT_EQ(call->result().text,
+              L"callMethod(sleep) was cancelled and will not be made: the control is busy or not ready yet.");
 }
 
 TEST_F(PaneCallTest, WaitCancelsAtItsLimit)

@@ -1,7 +1,7 @@
-// Starts the sample host and uses its window as a person would: fills in its fields, presses its button, reads answers and events.
-// Everything goes through the window's messages and the host's output, which it prints on. For what only a person at the screen can
-// do (a mouse click, typing, a picture of the window) it prints a line that begins with "@" and waits for the line "done" on
-// standard input.
+// Starts the sample host and uses its window as a person would: fills in its fields, presses its button, reads answers and
+// events. Everything goes through the window's messages and the host's output, which it prints on. For what only a person at the
+// screen can do (a mouse click, typing, a picture of the window) it prints a line that begins with "@" and waits for the line
+// "done" on standard input.
 #include "samples/host/host.h"
 #include "tests/process/Program.h"
 
@@ -114,7 +114,8 @@ void CDriver::useControls()
     expect(call(GET_PROPERTY, L"title") == L"Wind power by site, GWh", "the title is the one the host has set");
     expect(call(CALL_METHOD, L"add", L"Vardo;198") == L"Vardo;198", "a row is added");
     expect(call(GET_PROPERTY, L"rowCount") == L"7", "the control has all seven rows");
-    expect(call(GET_PROPERTY, L"rows").find(L"Troms\u00F8;364") != std::wstring::npos, "a name beyond ASCII comes back as it was sent");
+    expect(call(GET_PROPERTY, L"rows").find(L"Troms\u00F8;364") != std::wstring::npos,
+           "a name beyond ASCII comes back as it was sent");
     expect(call(CALL_METHOD, L"sum") == L"begun", "a method answers");
     const std::string failure = utf8(call(CALL_METHOD, L"nonsense", L"on purpose"));
     const size_t reason = failure.find("Exception: ");
@@ -233,7 +234,8 @@ std::wstring CDriver::call(int operation, const std::wstring& name, const std::w
 std::wstring CDriver::text(int id) const
 {
     std::wstring text(65536, L'\0');
-    text.resize(static_cast<size_t>(SendDlgItemMessageW(m_window, id, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()))));
+    text.resize(
+        static_cast<size_t>(SendDlgItemMessageW(m_window, id, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()))));
     return text;
 }
 

@@ -68,7 +68,8 @@ TEST_F(PaneTest, ControlThatEndsItsServerIsToldWithItsExitCode)
 {
     const auto pane = openReady();
     expectExit(pane->process(), 3);
-    EXPECT_EQ(call(*pane, L"exit", L"3"), L"(callMethod(exit) has no answer: The server's process has ended with the exit code 3.)");
+    EXPECT_EQ(call(*pane, L"exit", L"3"),
+              L"(callMethod(exit) has no answer: The server's process has ended with the exit code 3.)");
     EXPECT_TRUE(pumpUntil([&] { return !record.ended.empty(); }, {}, 5000));
     EXPECT_EQ(record.ended[0].text, L"The server's process has ended with the exit code 3.");
 }
@@ -82,7 +83,8 @@ TEST_F(PaneTest, ServerThatIsNotRegisteredIsToldInPlainWords)
     EXPECT_EQ(record.ended[0].reason, Reason::NOT_STARTED);
     EXPECT_EQ(record.ended[0].hr, REGDB_E_CLASSNOTREG);
     EXPECT_EQ(record.ended[0].text.rfind(L"The server could not be started. Is KESTAx64.exe registered? 0x80040154", 0), 0u);
-    EXPECT_EQ(waiting.wait(milliseconds(0)).text.rfind(L"callMethod(echo) has no answer: The server could not be started.", 0), 0u);
+    EXPECT_EQ(waiting.wait(milliseconds(0)).text.rfind(L"callMethod(echo) has no answer: The server could not be started.", 0),
+              0u);
     ASSERT_EQ(runServer("/RegServer"), 0u);
     pane->restart();
     awaitReady(record);

@@ -12,7 +12,8 @@ protected:
     // A top-level window of this process.
     static HWND makeWindow(const std::wstring& name)
     {
-        return CreateWindowExW(WS_EX_TOPMOST, L"STATIC", name.c_str(), WS_POPUP, 0, 0, 50, 50, nullptr, nullptr, nullptr, nullptr);
+        return CreateWindowExW(WS_EX_TOPMOST, L"STATIC", name.c_str(), WS_POPUP, 0, 0, 50, 50, nullptr, nullptr, nullptr,
+                               nullptr);
     }
 };
 
@@ -34,8 +35,8 @@ TEST_F(PaneFrameTest, IsFoundByItsNameInItsProcessOnly)
 TEST_F(PaneFrameTest, IsTakenInAsAChildThatTellsNoParentOfClicks)
 {
     const HWND window = makeWindow(L"host");
-    const HWND frame = CreateWindowExW(0, L"STATIC", L"frame", WS_OVERLAPPEDWINDOW | WS_POPUP, 0, 0, 50, 50, nullptr, nullptr, nullptr,
-                                       nullptr);
+    const HWND frame =
+        CreateWindowExW(0, L"STATIC", L"frame", WS_OVERLAPPEDWINDOW | WS_POPUP, 0, 0, 50, 50, nullptr, nullptr, nullptr, nullptr);
     const Result result = takeIn(frame, window);
     EXPECT_TRUE(result) << "error " << result.hr;
     EXPECT_EQ(GetParent(frame), window);

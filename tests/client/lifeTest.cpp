@@ -19,7 +19,7 @@ protected:
     }
     void expectNothingLeft(int rounds)
     {
-        logToFile(); // the monitor holds a handle of each server
+        logToFile();                           // the monitor holds a handle of each server
         for (int warm = 0; warm < 3; ++warm) { // what Windows and COM keep for ever is there then
             round();
         }

@@ -50,10 +50,12 @@ TEST_F(PaneTest, BlockedEventThreadFreezesNothing)
     EXPECT_EQ(call(*pane, L"sleepInEvents", L"2500"), L"2500");
     const ULONGLONG end = GetTickCount64() + 2000;
     int width = 300;
-    pumpUntil([&] {
-        MoveWindow(pane->window(), 0, 0, width++ % 200 + 200, 200, TRUE);
-        return GetTickCount64() > end;
-    }, {}, 5000);
+    pumpUntil(
+        [&] {
+            MoveWindow(pane->window(), 0, 0, width++ % 200 + 200, 200, TRUE);
+            return GetTickCount64() > end;
+        },
+        {}, 5000);
     EXPECT_EQ(call(*pane, L"echo", L"there"), L"there");
     std::printf("the longest time without messages handled: %llu ms\n", pulse.longestGap());
     EXPECT_LE(pulse.longestGap(), LONGEST_FREEZE);

@@ -6,4 +6,5 @@
 #ifdef __cplusplus
 extern "C"
 #endif
-    int usePaneFromC(HWND window);
+    int
+    usePaneFromC(HWND window);

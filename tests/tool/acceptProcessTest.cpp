@@ -262,8 +262,9 @@ public:
     CLibraryOfTheTests(const std::string& program, const char* library)
         : m_key("Software\\Wine\\AppDefaults\\" + program)
     {
-        EXPECT_EQ(RegSetKeyValueA(HKEY_CURRENT_USER, (m_key + "\\DllOverrides").c_str(), library, REG_SZ, "native", sizeof "native"),
-                  ERROR_SUCCESS);
+        EXPECT_EQ(
+            RegSetKeyValueA(HKEY_CURRENT_USER, (m_key + "\\DllOverrides").c_str(), library, REG_SZ, "native", sizeof "native"),
+            ERROR_SUCCESS);
     }
     ~CLibraryOfTheTests() { RegDeleteTreeA(HKEY_CURRENT_USER, m_key.c_str()); }
     CLibraryOfTheTests(const CLibraryOfTheTests&) = delete;
@@ -477,9 +478,8 @@ TEST_F(AcceptProcessTest, ServerOfTheUserOnlyThatIsFoundTurnsElevationRed)
 {
     runServer("/UnregServer");
     const std::string program = m_buildFolder + "\\KESTAx64.exe";
-    EXPECT_EQ(
-        RegSetValueA(HKEY_CURRENT_USER, (std::string(CLASS_KEY) + "\\LocalServer32").c_str(), REG_SZ, program.c_str(), 0),
-        ERROR_SUCCESS);
+    EXPECT_EQ(RegSetValueA(HKEY_CURRENT_USER, (std::string(CLASS_KEY) + "\\LocalServer32").c_str(), REG_SZ, program.c_str(), 0),
+              ERROR_SUCCESS);
     EXPECT_EQ(accept("--only elevation"), 0u);
     EXPECT_EQ(details["elevation"], "this console is not elevated");
     elevate();

@@ -159,8 +159,9 @@ TEST_F(FaultTest, MissingControlIsNamed)
 // With the jars of the bridge's tests.
 TEST_F(FaultTest, ControlThatCannotBeStartedIsNamed)
 {
-    const std::string archiveNext = "\r?\n         -> put the control archive \\(ORVANEControl.jar\\) beside KESTAx64.exe or name it "
-                                    "in basiscontrol\r?\n";
+    const std::string archiveNext =
+        "\r?\n         -> put the control archive \\(ORVANEControl.jar\\) beside KESTAx64.exe or name it "
+        "in basiscontrol\r?\n";
     const std::string makersNext = "\r?\n         -> install the control again; if that does not help, tell its makers what Java "
                                    "says\r?\n";
     const std::string notLoadable = "FAULT  classes +JRE.21.0.8 +not in the class path, or not loadable: "
@@ -172,11 +173,9 @@ TEST_F(FaultTest, ControlThatCannotBeStartedIsNamed)
         std::string line;
     } faulty[] = {
         {"without-QMRTWinControl.jar", "", notLoadable + archiveNext},
-        {"without-Control.jar", "",
-         notLoadable + "; Java says: java.lang.NoClassDefFoundError: kestatest/Control" + makersNext},
+        {"without-Control.jar", "", notLoadable + "; Java says: java.lang.NoClassDefFoundError: kestatest/Control" + makersNext},
         {"whole.jar", "initialiser", notLoadable + "; Java says: java.lang.ExceptionInInitializerError.*" + makersNext},
-        {"whole.jar", "frame",
-         "FAULT  live start +frame +the server runs without Java or without a frame\r?\n" + LOG_NEXT},
+        {"whole.jar", "frame", "FAULT  live start +frame +the server runs without Java or without a frame\r?\n" + LOG_NEXT},
         {"whole.jar", "listener", "FAULT  live start +event +none came back in \\d+ ms\r?\n" + LOG_NEXT},
     };
     for (const auto& control : faulty) {

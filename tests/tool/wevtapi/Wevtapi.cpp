@@ -1,8 +1,8 @@
 // Stand-in for the library of Windows' event logs.
 //
-// Events: PATH.events, a line each: the channel, a tab, the event as XML, the oldest first. A channel without a line is not there.
-// Queries: as the tool asks them: numbers of events ("EventID=1000") and a time from which on they count ("SystemTime>='...'").
-// Threads: one. Failure: what is not asked for in this way finds nothing.
+// Events: PATH.events, a line each: the channel, a tab, the event as XML, the oldest first. A channel without a line is not
+// there. Queries: as the tool asks them: numbers of events ("EventID=1000") and a time from which on they count
+// ("SystemTime>='...'"). Threads: one. Failure: what is not asked for in this way finds nothing.
 #include <windows.h>
 
 #include <winevt.h>
@@ -39,7 +39,8 @@ bool isAskedFor(const std::string& event, const std::string& query)
 {
     const std::string number = "EventID=" + valueBehind(event, "<EventID>", "<");
     const size_t place = query.find(number);
-    const bool hasNumber = place != std::string::npos && query.find_first_of("0123456789", place + number.size()) != place + number.size();
+    const bool hasNumber =
+        place != std::string::npos && query.find_first_of("0123456789", place + number.size()) != place + number.size();
     return hasNumber && valueBehind(event, "SystemTime='", "'") >= valueBehind(query, "@SystemTime>='", "'");
 }
 
