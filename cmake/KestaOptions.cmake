@@ -8,6 +8,8 @@ target_compile_options(kesta_options INTERFACE
 target_include_directories(kesta_options INTERFACE ${CMAKE_SOURCE_DIR})
 # -static: the program then needs no DLLs but Windows' own.
 target_link_options(kesta_options INTERFACE -static -Wl,--dynamicbase,--high-entropy-va,--nxcompat)
+# So that the same sources make the same bytes.
+target_link_options(kesta_options INTERFACE $<$<CONFIG:Release>:-Wl,--no-insert-timestamp>)
 
 # Atomic, because several threads count.
 option(KESTA_COVERAGE "Programs record in files beside their objects which lines and branches they ran" OFF)

@@ -1,12 +1,12 @@
 # kesta_contract: the COM contract, for the server and its clients. "KESTAserver_h.h" declares the interfaces, the library
 # contains their identifiers (IIDs, CLSID, LIBID), and KESTAserver.tlb in KESTA_CONTRACT_DIR is the type library.
 #
-# Include this file in every folder that compiles KESTAserver.rc. The resources are then compiled again when the type library, a
-# registration script or the manifest has changed.
+# Include this file in every folder that compiles KESTAserver.rc. The resources are then compiled again when the version, the type
+# library, a registration script or the manifest has changed.
 set(KESTA_CONTRACT_DIR ${CMAKE_BINARY_DIR}/contract)
 set_source_files_properties(${CMAKE_SOURCE_DIR}/server/KESTAserver.rc PROPERTIES
-    INCLUDE_DIRECTORIES "${CMAKE_SOURCE_DIR}/server;${KESTA_CONTRACT_DIR}"
-    OBJECT_DEPENDS "${KESTA_CONTRACT_DIR}/KESTAserver.tlb;${CMAKE_SOURCE_DIR}/server/KESTAserver.rgs;${CMAKE_SOURCE_DIR}/server/JavaManagerATLObject.rgs;${CMAKE_SOURCE_DIR}/server/KESTAserver.manifest")
+    INCLUDE_DIRECTORIES "${CMAKE_SOURCE_DIR};${CMAKE_SOURCE_DIR}/server;${KESTA_CONTRACT_DIR}"
+    OBJECT_DEPENDS "${CMAKE_SOURCE_DIR}/package/version.rc;${CMAKE_SOURCE_DIR}/package/product.h;${KESTA_CONTRACT_DIR}/KESTAserver.tlb;${CMAKE_SOURCE_DIR}/server/KESTAserver.rgs;${CMAKE_SOURCE_DIR}/server/JavaManagerATLObject.rgs;${CMAKE_SOURCE_DIR}/server/KESTAserver.manifest")
 
 include_guard(GLOBAL)
 
