@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # The contents of .tools: Java runtimes for Windows, Python programs and the Wine prefix of which every slot is a copy.
 # Needs common.sh and slots.sh.
-: "${project:?}" "${tools:?}"
+: "${project:?}" "${tools:?}" "${base:?}"
 
 # Makes a folder of .tools unless its stamp shows that it is up to date. The command fills $part, which then gets the final name.
 # usage: provide FOLDER STAMP TITLE COMMAND...
@@ -63,6 +63,7 @@ prepare() {
     provide python "$(sha256sum <"$project/tools/requirements.txt")" "Fetching Python programs" \
         fetch_python "$project/tools/requirements.txt"
     # The prefix also depends on Wine itself.
-    provide prefix "$(sha256sum <"$project/tools/prefix.reg") $(stat -c %Y /usr/lib/x86_64-linux-gnu/wine/x86_64-unix/ntdll.so)" \
+    provide "${base#"$tools/"}" \
+        "$(sha256sum <"$project/tools/prefix.reg") $(stat -c %Y /usr/lib/x86_64-linux-gnu/wine/x86_64-unix/ntdll.so)${KESTA_WITH:+ $KESTA_WITH}" \
         "Preparing the Wine prefix (about a quarter of a minute)" make_prefix
 }

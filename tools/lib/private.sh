@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# The private Debian root, for machines of another release: one for each content of packages.txt. Runs as root. Needs common.sh
+# The private Debian root, for machines of another release: one for each list of packages. Runs as root. Needs common.sh
 # and the toolbox's variables.
 : "${project:?}" "${cache:?}" "${uid:?}" "${gid:?}"
 
@@ -27,6 +27,12 @@ provide_makers() {
     install_packages "bubblewrap and mmdebstrap" "$root.log" bubblewrap mmdebstrap gpg debian-archive-keyring
 }
 
+# The machine's own, and those that packages name.
+architectures() {
+    dpkg --print-architecture
+    packages | sed -n 's/.*://p' | sort -u
+}
+
 make_root() {
     local part=$root.part settings=$root.part.apt file
     bwrap --dev-bind / / --tmpfs /mnt true ||
@@ -37,8 +43,8 @@ make_root() {
     # shellcheck disable=SC2046 # no mirror is no argument
     step "Making a private Debian root (about two minutes)" "$root.log" \
         bwrap --die-with-parent --unshare-pid --dev-bind / / --proc /proc \
-        mmdebstrap --verbose --variant=minbase --aptopt="$settings" --dpkgopt=force-unsafe-io \
-        --include="$(packages | paste -sd,)" "$suite" "$part" $(machine_mirror)
+        mmdebstrap --verbose --variant=minbase --architectures="$(architectures | paste -sd,)" --aptopt="$settings" \
+        --dpkgopt=force-unsafe-io --include="$(packages | paste -sd,)" "$suite" "$part" $(machine_mirror)
     # apt is also used inside, with the same certificates.
     sed -n 's/^Acquire::https::.* "\(\/.*\)";$/\1/p' "$settings" | while read -r file; do
         [ ! -f "$file" ] || install -D -m 644 "$file" "$part$file"

@@ -11,6 +11,8 @@
 : "${project:?}"
 
 tools=$project/.tools
+# What every slot is a copy of. Another environment has other programs in it, and named slots of its own.
+base=$tools/prefix${KESTA_WITH:+-$KESTA_WITH}
 
 # Debian's wineserver keeps its socket in a folder of /tmp whose name is in the prefix.
 forget_server() {
@@ -30,9 +32,9 @@ copy_prefix() {
     (
         # Not while the base is replaced.
         flock -s 9
-        cp -al "$tools/prefix" "$1.part"
+        cp -al "$base" "$1.part"
         rm "$1.part"/*.reg
-        cp "$tools/prefix"/*.reg "$1.part"
+        cp "$base"/*.reg "$1.part"
     ) 9>>"$tools/lock"
     mv "$1.part" "$1"
 }
@@ -42,10 +44,10 @@ lock_slot() {
     local number=0
     case $1 in
         named-*)
-            slot=$tools/slots/${1#named-}
+            slot=$tools/slots/${1#named-}${KESTA_WITH:+-$KESTA_WITH}
             exec 6>>"$slot.lock"
             lock_or_wait 6 "the slot ${1#named-}"
-            cmp -s "$slot/stamp" "$tools/prefix/stamp" || copy_prefix "$slot"
+            cmp -s "$slot/stamp" "$base/stamp" || copy_prefix "$slot"
             ;;
         *)
             while number=$((number + 1)); do
@@ -54,7 +56,7 @@ lock_slot() {
                 ! flock -n -x 6 || break
             done
             # A slot that no program has used is still fresh.
-            if [ -e "$slot/wineserver" ] || ! cmp -s "$slot/stamp" "$tools/prefix/stamp"; then
+            if [ -e "$slot/wineserver" ] || ! cmp -s "$slot/stamp" "$base/stamp"; then
                 copy_prefix "$slot"
             fi
             ;;
