@@ -38,11 +38,14 @@ json observeResize(CAcceptContext& context)
     for (const SIZE size : {LARGE, SMALL, LARGE}) {
         stage.window.resize(size);
         stage.window.fit(stage.server.frame());
+        // A smaller pane is full of the old picture at once, so that alone says nothing about the new size.
+        const bool hasSize = pumpUntil([&] {
+            RECT frame = {};
+            return GetClientRect(stage.server.frame(), &frame) != FALSE && frame.right == size.cx && frame.bottom == size.cy;
+        });
         const CAcceptPicture picture = stage.window.waitUntilPainted();
-        RECT frame = {};
-        GetClientRect(stage.server.frame(), &frame);
         context.picture(std::format("{} x {} pixels", size.cx, size.cy), picture);
-        seen.push_back(frame.right == size.cx && frame.bottom == size.cy && picture.isPainted());
+        seen.push_back(hasSize && picture.isPainted());
     }
     return {{"steps", seen}};
 }
