@@ -275,7 +275,7 @@ template <class Value>
 Value valueAt(HANDLE process, const void* place)
 {
     Value value = {};
-    readMemory(process, place, &value, sizeof value);
+    readMemory(process, place, static_cast<void*>(&value), sizeof value);
     return value;
 }
 

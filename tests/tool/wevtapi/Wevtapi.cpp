@@ -58,7 +58,7 @@ std::string eventsFile()
 
 extern "C" {
 
-__declspec(dllexport) EVT_HANDLE WINAPI EvtQuery(EVT_HANDLE, LPCWSTR path, LPCWSTR query, DWORD)
+EVT_HANDLE WINAPI EvtQuery(EVT_HANDLE, LPCWSTR path, LPCWSTR query, DWORD)
 {
     std::ifstream file(eventsFile());
     const std::string channel = narrow(path) + "\t";
@@ -75,7 +75,7 @@ __declspec(dllexport) EVT_HANDLE WINAPI EvtQuery(EVT_HANDLE, LPCWSTR path, LPCWS
     return isThere ? found.release() : nullptr;
 }
 
-__declspec(dllexport) BOOL WINAPI EvtNext(EVT_HANDLE results, DWORD, EVT_HANDLE* events, DWORD, DWORD, DWORD* count)
+BOOL WINAPI EvtNext(EVT_HANDLE results, DWORD, EVT_HANDLE* events, DWORD, DWORD, DWORD* count)
 {
     auto& texts = static_cast<Texts*>(results)->texts;
     *count = 0;
@@ -89,7 +89,7 @@ __declspec(dllexport) BOOL WINAPI EvtNext(EVT_HANDLE results, DWORD, EVT_HANDLE*
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI EvtRender(EVT_HANDLE, EVT_HANDLE event, DWORD, DWORD size, PVOID buffer, DWORD* used,
+BOOL WINAPI EvtRender(EVT_HANDLE, EVT_HANDLE event, DWORD, DWORD size, PVOID buffer, DWORD* used,
                                             DWORD* properties)
 {
     const std::string& text = static_cast<const Texts*>(event)->texts.front();
@@ -104,7 +104,7 @@ __declspec(dllexport) BOOL WINAPI EvtRender(EVT_HANDLE, EVT_HANDLE event, DWORD,
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI EvtClose(EVT_HANDLE object)
+BOOL WINAPI EvtClose(EVT_HANDLE object)
 {
     delete static_cast<Texts*>(object);
     return TRUE;
