@@ -199,7 +199,7 @@ private:
 };
 
 // Waits until the servers of all panes that were destroyed have ended; at the limit the others are ended. True if none had to be.
-// The end of the program does this by itself, with two seconds; a DLL calls it before it is unloaded.
+// The end of the program does this by itself, with five seconds; a DLL calls it before it is unloaded.
 bool finish(Milliseconds limit);
 
 } // namespace kesta

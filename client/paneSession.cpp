@@ -15,7 +15,7 @@ namespace {
 constexpr wchar_t HOLDER_CLASS[] = L"kesta pane holder";
 // For controlReady to come once the control is in its frame; then the frame is shown as it is.
 constexpr ULONGLONG SHOW_LIMIT = 5000;
-constexpr Milliseconds EXIT_LIMIT{2000};
+constexpr Milliseconds EXIT_LIMIT{5000};
 
 // Of the program's end. A DLL that is unloaded must not wait here: its threads cannot end meanwhile.
 struct SLiveSessions

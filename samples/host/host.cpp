@@ -111,6 +111,9 @@ void CHost::ready()
     // Each answer comes later; the second one here has the first.
     m_pane->invoke(GET_BASIS_CONTROL_VERSION_INFO, {}, [this, id](const kesta::Result& control) {
         m_pane->invoke(GET_VERSION_INFO, {L"java"}, [this, id, control](const kesta::Result& java) {
+            if (!control || !java) {
+                return; // it has just ended, as ended() shows
+            }
             m_panel.setStatus(L"Connected: kesta_frame_" + id + L", " + control.text + L", Java " + java.text);
             m_panel.enableCalls(true);
         });

@@ -9,6 +9,7 @@ namespace fixtures {
 namespace {
 
 constexpr UINT PULSE = 10; // ms
+constexpr DWORD POLL = 20; // ms
 CPulse* s_pulse = nullptr;
 
 } // namespace
@@ -70,6 +71,17 @@ void CALLBACK CPulse::beat(HWND, UINT, UINT_PTR, DWORD)
     s_pulse->m_last = now;
 }
 
+bool eventually(const std::function<bool()>& done, DWORD limit)
+{
+    const ULONGLONG end = GetTickCount64() + limit;
+    while (!pumpUntil(done, {}, POLL)) {
+        if (GetTickCount64() >= end) {
+            return false;
+        }
+    }
+    return true;
+}
+
 kesta::Options PaneTest::options()
 {
     kesta::Options options;
@@ -107,15 +119,13 @@ std::wstring PaneTest::call(Pane& pane, const wchar_t* name, const wchar_t* argu
 
 bool PaneTest::fills(const Pane& pane)
 {
-    return pumpUntil(
-        [&] {
-            RECT outer = {};
-            RECT inner = {};
-            GetClientRect(pane.window(), &outer);
-            return GetClientRect(frameOf(pane), &inner) != FALSE && EqualRect(&outer, &inner) != FALSE &&
-                   IsWindowVisible(frameOf(pane)) != FALSE;
-        },
-        {}, 5000);
+    return eventually([&] {
+        RECT outer = {};
+        RECT inner = {};
+        GetClientRect(pane.window(), &outer);
+        return GetClientRect(frameOf(pane), &inner) != FALSE && EqualRect(&outer, &inner) != FALSE &&
+               IsWindowVisible(frameOf(pane)) != FALSE;
+    });
 }
 
 std::shared_ptr<CProcess> PaneTest::killed(DWORD process)

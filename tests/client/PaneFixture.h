@@ -58,6 +58,9 @@ private:
     ULONGLONG m_longest = 0;
 };
 
+// Handles messages until the condition holds, which may come true without a message to this thread.
+bool eventually(const std::function<bool()>& done, DWORD limit = TIME_LIMIT);
+
 class PaneTest : public ServerTest
 {
 protected:

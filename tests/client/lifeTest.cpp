@@ -15,7 +15,7 @@ protected:
         awaitReady(told);
         EXPECT_EQ(call(*pane, L"echo", L"there"), L"there");
         pane.reset();
-        EXPECT_TRUE(pumpUntil([&] { return leftovers().servers == 0; }, {}, 20000));
+        EXPECT_TRUE(eventually([&] { return leftovers().servers == 0; }, 20000));
     }
     void expectNothingLeft(int rounds)
     {
@@ -31,7 +31,7 @@ protected:
             round();
         }
         EXPECT_TRUE(kesta::finish(milliseconds(10000)));
-        pumpUntil([&] { return leftovers().threads <= before.threads; }, {}, 5000);
+        eventually([&] { return leftovers().threads <= before.threads; }, 5000);
         const SLeftovers after = leftovers();
         std::printf("%d rounds: handles %lu before, %lu after; windows %zu, %zu; threads %zu, %zu\n", rounds, before.handles,
                     after.handles, before.windows, after.windows, before.threads, after.threads);

@@ -122,8 +122,8 @@ TEST_F(PaneTest, StartThatTakesTooLongIsToldAndEnds)
     EXPECT_EQ(record.ended[0].reason, Reason::NOT_STARTED);
     EXPECT_EQ(record.ended[0].hr, kesta::TIMED_OUT);
     EXPECT_EQ(record.ended[0].text.rfind(L"The control was not there within 100 ms; at that time the pane was ", 0), 0u);
-    EXPECT_TRUE(pumpUntil([] { return !processesNamed("KESTAx64.exe").empty(); }));
-    EXPECT_TRUE(pumpUntil([] { return processesNamed("KESTAx64.exe").empty(); }, {}, 10000)) << "it was let go when it was there";
+    EXPECT_TRUE(eventually([] { return !processesNamed("KESTAx64.exe").empty(); }));
+    EXPECT_TRUE(eventually([] { return processesNamed("KESTAx64.exe").empty(); }, 10000)) << "it was let go when it was there";
 }
 
 } // namespace

@@ -31,7 +31,7 @@ protected:
     // Whether it was printed so often, waiting for it.
     static bool hasPrinted(CProgram& program, const std::string& text, size_t times)
     {
-        return pumpUntil([&] {
+        return eventually([&] {
             const std::string output = program.output();
             size_t count = 0;
             for (size_t place = output.find(text); place != std::string::npos; place = output.find(text, place + 1)) {
