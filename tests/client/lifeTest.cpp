@@ -53,7 +53,7 @@ TEST_F(LongPaneRoundsTest, LeaveNoHandleWindowThreadOrProcess)
 
 TEST_F(PaneRoundsTest, LeaveNoHandleWindowThreadOrProcess)
 {
-    expectNothingLeft(20);
+    expectNothingLeft(4);
 }
 
 TEST_F(LongPaneTest, PaneThatIsClosedWhileItsServerStartsLeavesNothing)
