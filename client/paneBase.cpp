@@ -36,7 +36,7 @@ std::shared_ptr<CBase> CBase::create()
     if (!registerClass(CLASS_NAME, procedure, nullptr)) {
         return nullptr;
     }
-    const std::shared_ptr<CBase> base(new CBase);
+    std::shared_ptr<CBase> base(new CBase);
     base->m_self = base;
     // Top-level: a window under HWND_MESSAGE would be no proper place for a frame.
     base->m_window = CreateWindowExW(WS_EX_TOOLWINDOW | WS_EX_NOACTIVATE, CLASS_NAME, L"", WS_POPUP | WS_CLIPCHILDREN, 0, 0, 1, 1,

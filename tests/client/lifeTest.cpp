@@ -58,7 +58,7 @@ TEST_F(PaneRoundsTest, LeaveNoHandleWindowThreadOrProcess)
 
 TEST_F(LongPaneTest, PaneThatIsClosedWhileItsServerStartsLeavesNothing)
 {
-    for (const DWORD delay : {0, 200, 600, 1200, 1800}) {
+    for (const DWORD delay : {0UL, 200UL, 600UL, 1200UL, 1800UL}) {
         auto pane = open();
         pumpUntil([] { return false; }, {}, delay);
         pane.reset();

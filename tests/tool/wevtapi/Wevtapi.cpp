@@ -89,8 +89,7 @@ BOOL WINAPI EvtNext(EVT_HANDLE results, DWORD, EVT_HANDLE* events, DWORD, DWORD,
     return TRUE;
 }
 
-BOOL WINAPI EvtRender(EVT_HANDLE, EVT_HANDLE event, DWORD, DWORD size, PVOID buffer, DWORD* used,
-                                            DWORD* properties)
+BOOL WINAPI EvtRender(EVT_HANDLE, EVT_HANDLE event, DWORD, DWORD size, PVOID buffer, DWORD* used, DWORD* properties)
 {
     const std::string& text = static_cast<const Texts*>(event)->texts.front();
     const std::wstring wide(text.begin(), text.end());
