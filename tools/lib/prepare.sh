@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# The contents of .tools: Java runtimes for Windows, Python programs and the Wine prefix of which every slot is a copy.
+# The contents of .tools: Java runtimes and Python for Windows, Python programs and the Wine prefix of which every slot is a copy.
 # Needs common.sh and slots.sh.
 : "${project:?}" "${tools:?}" "${base:?}"
 
@@ -44,6 +44,26 @@ fetch_java() {
     [ ! -d "$part/include" ] || ln -s win32/jni_md.h "$part/include/jni_md.h"
 }
 
+# usage: fetch_windows_python LIST
+fetch_windows_python() {
+    local artifact sum library inside=org/bytedeco/cpython/windows-x86_64
+    read -r artifact sum < <(entries "$1" | grep -v "==")
+    "$project/tools/maven" --quiet org.apache.maven.plugins:maven-dependency-plugin:3.8.1:copy "-Dartifact=$artifact" \
+        "-DoutputDirectory=$part"
+    printf '%s  %s\n' "$sum" "$part"/*.jar | sha256sum --check --strict
+    unzip -q "$part"/*.jar "$inside/*" -d "$part"
+    rm "$part"/*.jar
+    mv "$part/$inside"/* "$part"
+    rm -r "$part/org"
+    # The archive has the libraries of Tcl and Tk without their scripts. Debian's ask for their own patch level.
+    mkdir "$part/tcl"
+    for library in tcl tk; do
+        cp -rL "/usr/share/tcltk/${library}8.6" "$part/tcl"
+    done
+    sed -i -E 's/^(package require -exact (Tcl|Tk) +)8\.6\.[0-9]+/\18.6.14/' "$part/tcl/tcl8.6/init.tcl" "$part/tcl/tk8.6/tk.tcl"
+    part=$part/lib/site-packages fetch_python <(entries "$1" | grep "==") --platform win_amd64 --python-version 3.13
+}
+
 make_prefix() {
     export WINEPREFIX=$part DISPLAY='' WINEDLLOVERRIDES='mscoree,mshtml='
     wineboot -i
@@ -62,6 +82,9 @@ prepare() {
     export KESTA_JNI_INCLUDE=$KESTA_JAVA_21/include
     provide python "$(sha256sum <"$project/tools/requirements.txt")" "Fetching Python programs" \
         fetch_python "$project/tools/requirements.txt"
+    provide windows-python "$(sha256sum <"$project/tools/windows-python.txt")" "Fetching Python for Windows" \
+        fetch_windows_python "$project/tools/windows-python.txt"
+    export KESTA_WINDOWS_PYTHON=$tools/windows-python/python.exe
     # The prefix also depends on Wine itself.
     provide "${base#"$tools/"}" \
         "$(sha256sum <"$project/tools/prefix.reg") $(stat -c %Y /usr/lib/x86_64-linux-gnu/wine/x86_64-unix/ntdll.so)${KESTA_WITH:+ $KESTA_WITH}" \
