@@ -12,6 +12,7 @@ import java.util.Queue;
 import java.util.TreeMap;
 import java.util.concurrent.ConcurrentLinkedQueue;
 import java.util.concurrent.atomic.AtomicInteger;
+import java.util.stream.Collectors;
 import javax.swing.BorderFactory;
 import javax.swing.JButton;
 import javax.swing.JPanel;
@@ -87,6 +88,8 @@ public final class TestControl implements Control {
                 return get("text");
             case "echo":
                 return argument;
+            case "units":
+                return argument.chars().mapToObj(unit -> String.format("%04X", unit)).collect(Collectors.joining());
             case "raise":
                 context.raise(argument);
                 return argument;
