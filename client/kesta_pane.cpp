@@ -77,6 +77,7 @@ private:
     template <typename Telling>
     void tell(Telling telling);
     void leave(bool forward);
+    void refresh() const;
     void paint() const;
     LRESULT handle(UINT message, WPARAM wParam, LPARAM lParam);
     static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
@@ -267,6 +268,14 @@ bool Pane::CCore::translate(const MSG& message)
     return true;
 }
 
+// A control that is shown covers the text.
+void Pane::CCore::refresh() const
+{
+    if (m_session == nullptr || !m_session->isReady()) {
+        InvalidateRect(m_window, nullptr, TRUE);
+    }
+}
+
 void Pane::CCore::paint() const
 {
     PAINTSTRUCT painting = {};
@@ -296,19 +305,27 @@ LRESULT Pane::CCore::handle(UINT message, WPARAM wParam, LPARAM lParam)
         if (m_session != nullptr) {
             m_session->fill(LOWORD(lParam), HIWORD(lParam));
         }
-        InvalidateRect(m_window, nullptr, TRUE);
+        refresh();
         return 0;
+    case WM_WINDOWPOSCHANGED: // also for another parent
+        if (m_session != nullptr) {
+            m_session->repaintSoon();
+        }
+        return DefWindowProcW(m_window, message, wParam, lParam);
     case WM_PAINT:
         paint();
+        if (m_session != nullptr) {
+            m_session->repaintSoon();
+        }
         return 0;
     case WM_SETTEXT: {
         const LRESULT result = DefWindowProcW(m_window, message, wParam, lParam);
-        InvalidateRect(m_window, nullptr, TRUE);
+        refresh();
         return result;
     }
     case WM_SETFONT:
         m_font = reinterpret_cast<HFONT>(wParam);
-        InvalidateRect(m_window, nullptr, TRUE);
+        refresh();
         return 0;
     case WM_GETFONT:
         return reinterpret_cast<LRESULT>(m_font);

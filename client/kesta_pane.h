@@ -60,7 +60,7 @@ struct Options
     std::wstring control{}; // empty: the only one that is registered
     std::wstring version{}; // empty: any
     Milliseconds startLimit{60000};
-    // From the call, or from the start's end if that comes later. A call that has begun cannot be interrupted, because Java
+    // From the call, or from `ready` if that comes later. A call that has begun cannot be interrupted, because Java
     // cannot: it is answered with TIMED_OUT, and its own answer is thrown away. One that has not begun is never made.
     Milliseconds callLimit{30000};
     // A call that takes longer is told as Reason::HUNG. 0: twice the limit of a call.
@@ -89,7 +89,8 @@ enum class Way { HERE, FORWARD, BACKWARD };
 // Each may be empty.
 struct Handlers
 {
-    // The control can be seen and used; its name and version as setUsedControl answers them, "Stations;1.0.0".
+    // The control can be seen and used, and calls are made from now on; its name and version as setUsedControl answers them,
+    // "Stations;1.0.0".
     std::function<void(const std::wstring& control)> ready;
     std::function<void(EventKind kind, const std::wstring& text)> event;
     // There is no control any more, or it does not answer. Pane::restart begins anew, also from inside this handler.

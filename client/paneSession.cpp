@@ -15,6 +15,7 @@ namespace {
 constexpr wchar_t HOLDER_CLASS[] = L"kesta pane holder";
 // For controlReady to come once the control is in its frame; then the frame is shown as it is.
 constexpr ULONGLONG SHOW_LIMIT = 5000;
+constexpr ULONGLONG REPAINT_DELAY = 100; // ms
 constexpr Milliseconds EXIT_LIMIT{5000};
 
 // Of the program's end. A DLL that is unloaded must not wait here: its threads cannot end meanwhile.
@@ -154,7 +155,27 @@ void CSession::dock(HWND paneWindow)
     GetClientRect(paneWindow, &area);
     fill(area.right, area.bottom);
     if (isReady()) {
-        ShowWindow(m_holder, SW_SHOWNA);
+        reveal();
+    }
+}
+
+// Java paints all of a window that comes to sight only if its size changes then.
+void CSession::reveal()
+{
+    ShowWindow(m_holder, SW_SHOWNA);
+    RECT area = {};
+    GetClientRect(m_holder, &area);
+    fit(m_frame, area.right, area.bottom + 1);
+    fit(m_frame, area.right, area.bottom);
+    repaintSoon();
+}
+
+// Under Wine, what a program paints in its own window covers the other process's picture in it.
+void CSession::repaintSoon()
+{
+    if (isReady()) {
+        m_repaintDeadline = GetTickCount64() + REPAINT_DELAY;
+        reschedule();
     }
 }
 
@@ -188,7 +209,7 @@ std::shared_ptr<SCall> CSession::issue(long member, std::vector<Value> arguments
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_isAccepting) {
-            call->deadline = m_hasDeadlines ? after(m_options.callLimit) : 0;
+            call->deadline = m_isServing ? after(m_options.callLimit) : 0;
             m_waiting.push_back(call);
             m_unanswered.push_back(call);
         } else {
@@ -237,16 +258,6 @@ void CSession::begun(HWND frame, const std::wstring& control)
     m_control = control;
     m_startDeadline = 0;
     m_showDeadline = GetTickCount64() + SHOW_LIMIT;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_hasDeadlines = true;
-        for (const std::shared_ptr<SCall>& call : m_unanswered) {
-            call->deadline = after(m_options.callLimit);
-        }
-    }
-    RECT area = {};
-    GetClientRect(m_holder, &area);
-    fit(m_frame, area.right, area.bottom);
     if (m_isControlReady) {
         show();
     }
@@ -274,7 +285,16 @@ void CSession::show()
     }
     m_isReady = true;
     m_showDeadline = 0;
-    ShowWindow(m_holder, SW_SHOWNA);
+    reveal();
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isServing = true;
+        for (const std::shared_ptr<SCall>& call : m_unanswered) {
+            call->deadline = after(m_options.callLimit);
+        }
+    }
+    SetEvent(m_wake.get());
+    reschedule();
     if (const std::shared_ptr<IPane> pane = m_pane.lock()) {
         pane->ready(m_control);
     }
@@ -320,6 +340,7 @@ void CSession::stop(const std::wstring& why)
     m_isOver = true;
     m_startDeadline = 0;
     m_showDeadline = 0;
+    m_repaintDeadline = 0;
     m_closeDeadline = after(m_options.closeLimit);
     std::vector<std::shared_ptr<SCall>> unanswered;
     {
@@ -367,6 +388,7 @@ void CSession::reschedule()
     };
     consider(m_startDeadline);
     consider(m_showDeadline);
+    consider(m_repaintDeadline);
     consider(m_closeDeadline);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -410,6 +432,10 @@ void CSession::tick()
     }
     if (isDue(m_showDeadline, now)) {
         show();
+    }
+    if (isDue(m_repaintDeadline, now)) {
+        m_repaintDeadline = 0;
+        RedrawWindow(m_frame, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_ALLCHILDREN);
     }
     if (isDue(m_closeDeadline, now)) {
         m_closeDeadline = 0;

@@ -38,6 +38,8 @@ public:
     // Pane's thread. The holder fills the pane's window, or, for null, waits hidden in the base.
     void dock(HWND paneWindow);
     void fill(LONG width, LONG height);
+    // Has Java paint all of the frame again, once there was time for this program to paint what is around it.
+    void repaintSoon();
     // Ends the server, hung or not, in the background. The Pane hears only answers from now on.
     void close();
     bool isReady() const { return m_isReady && !m_isOver; }
@@ -59,6 +61,7 @@ private:
     void begun(HWND frame, const std::wstring& control);
     void event(EventKind kind, const std::wstring& text);
     void show();
+    void reveal();
     void answered(const std::shared_ptr<SCall>& call);
     void answersAgain();
     void over(const Ended& ended);
@@ -106,6 +109,7 @@ private:
     bool m_isHung = false;
     ULONGLONG m_startDeadline = 0; // GetTickCount64, as all of these; 0: none
     ULONGLONG m_showDeadline = 0;
+    ULONGLONG m_repaintDeadline = 0;
     ULONGLONG m_closeDeadline = 0;
 
     // All threads.
@@ -117,7 +121,7 @@ private:
     std::shared_ptr<SCall> m_current;                 // the one that was begun
     ULONGLONG m_currentBegin = 0;
     bool m_isAccepting = true; // false: calls are refused, for the reason
-    bool m_hasDeadlines = false;
+    bool m_isServing = false;  // calls are made, and their limits run
     std::wstring m_refusal;
     std::wstring m_step;
     std::shared_ptr<void> m_process; // the server's, a handle

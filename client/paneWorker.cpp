@@ -194,7 +194,7 @@ void CSession::serve(const CServerObject& object)
 std::shared_ptr<SCall> CSession::nextCall()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    while (m_isAccepting && !m_waiting.empty() && !hasServerEnded()) {
+    while (m_isServing && m_isAccepting && !m_waiting.empty() && !hasServerEnded()) {
         const std::shared_ptr<SCall> call = std::move(m_waiting.front());
         m_waiting.pop_front();
         if (call->begin()) {

@@ -3,6 +3,7 @@
 #include <tlhelp32.h>
 
 #include <algorithm>
+#include <set>
 
 namespace fixtures {
 
@@ -11,6 +12,24 @@ namespace {
 constexpr UINT PULSE = 10; // ms
 constexpr DWORD POLL = 20; // ms
 CPulse* s_pulse = nullptr;
+
+// The test control has a button at the lower right, with a border and dark letters on a light ground.
+bool isPainted(HWND frame)
+{
+    constexpr int HEIGHT = 60;
+    constexpr int WIDTH = 120;
+    RECT place = {};
+    GetWindowRect(frame, &place);
+    const HDC screen = GetDC(nullptr);
+    std::set<COLORREF> colours;
+    for (int y = 0; y < HEIGHT; y += 3) {
+        for (int x = 0; x < WIDTH; x += 3) {
+            colours.insert(GetPixel(screen, static_cast<int>(place.right) - 1 - x, static_cast<int>(place.bottom) - 1 - y));
+        }
+    }
+    ReleaseDC(nullptr, screen);
+    return colours.size() > 3;
+}
 
 } // namespace
 
@@ -124,7 +143,7 @@ bool PaneTest::fills(const Pane& pane)
         RECT inner = {};
         GetClientRect(pane.window(), &outer);
         return GetClientRect(frameOf(pane), &inner) != FALSE && EqualRect(&outer, &inner) != FALSE &&
-               IsWindowVisible(frameOf(pane)) != FALSE;
+               IsWindowVisible(frameOf(pane)) != FALSE && isPainted(frameOf(pane));
     });
 }
 
@@ -134,10 +153,21 @@ std::shared_ptr<CProcess> PaneTest::killed(DWORD process)
     return std::make_shared<CProcess>(process);
 }
 
+// One by one, because Wine's GetProcessHandleCount always says 0.
+size_t countHandles()
+{
+    constexpr ULONG_PTR LAST = 0x8000;
+    size_t count = 0;
+    for (ULONG_PTR handle = 4; handle < LAST; handle += 4) {
+        DWORD flags = 0;
+        count += GetHandleInformation(reinterpret_cast<HANDLE>(handle), &flags) != FALSE ? 1 : 0;
+    }
+    return count;
+}
+
 SLeftovers leftovers()
 {
     SLeftovers left;
-    GetProcessHandleCount(GetCurrentProcess(), &left.handles);
     const auto count = [](HWND window, LPARAM counter) -> BOOL {
         DWORD process = 0;
         GetWindowThreadProcessId(window, &process);

@@ -77,7 +77,7 @@ protected:
     std::wstring call(Pane& pane, const wchar_t* name, const wchar_t* argument);
     static HWND holderOf(const Pane& pane) { return GetWindow(pane.window(), GW_CHILD); }
     static HWND frameOf(const Pane& pane) { return GetWindow(holderOf(pane), GW_CHILD); }
-    // Whether the control fills the pane, waiting for it.
+    // Whether the control fills the pane and is painted, waiting for it.
     static bool fills(const Pane& pane);
     // Of a server, which TearDown expects to end so.
     std::shared_ptr<CProcess> killed(DWORD process);
@@ -92,11 +92,12 @@ class LongPaneTest : public PaneTest
 
 struct SLeftovers
 {
-    DWORD handles = 0;
     size_t windows = 0;
     size_t threads = 0;
     size_t servers = 0;
 };
 SLeftovers leftovers();
+// Of this process; takes a while.
+size_t countHandles();
 
 } // namespace fixtures

@@ -67,7 +67,7 @@ TEST_F(PaneTest, CallsAreAnsweredInTheirOrderOnThePanesThread)
     EXPECT_THAT(answers, testing::ElementsAre(L"before the start's end", L"before the start's end", L"echoed",
                                               L"ORVANEControl 1.0.0", L""));
     EXPECT_FALSE(isOtherThread);
-    EXPECT_EQ(record.readies.size(), 1u);
+    EXPECT_EQ(record.readies.size(), 1u) << "before the first answer";
 }
 
 TEST_F(PaneTest, OtherThreadsCallAndWait)

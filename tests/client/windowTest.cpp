@@ -17,6 +17,7 @@ TEST_F(PaneTest, MovesToAnotherWindowWithItsControl)
     EXPECT_TRUE(fills(*pane));
     EXPECT_EQ(call(*pane, L"raise", L"elsewhere"), L"elsewhere");
     EXPECT_TRUE(pumpUntil([&] { return record.hasEvent(EventKind::CUSTOM, L"elsewhere"); }));
+    ShowWindow(other.handle(), SW_HIDE);        // the pane is looked at on the screen
     SetParent(pane->window(), window.handle()); // as a framework would do it
     EXPECT_TRUE(fills(*pane));
     EXPECT_EQ(call(*pane, L"echo", L"back"), L"back");
