@@ -11,6 +11,11 @@ namespace {
 using testing::HasSubstr;
 using testing::StartsWith;
 
+// What a program prints that sends 200 rows and takes the events.
+constexpr char TEXTS_AND_EVENTS[] = "Stations;1.0.0\n"
+                                    "Troms\xc3\xb8;200|\xe6\x9d\xb1\xe4\xba\xac;200\n"
+                                    "200 of 200 events\n"
+                                    "a call failed: ";
 constexpr char ON_PURPOSE[] =
     "Exception: com.velmora.tq.kesta.control.NoSuchNameException: Stations has no method \"nonsense\"\n";
 
@@ -66,10 +71,7 @@ protected:
 TEST_F(LanguageTest, PythonScriptTakesEveryEventAndBringsTextsThereAndBack)
 {
     const std::string output = outputOf(python(projectFile("samples/python/script.py")) + " 200");
-    EXPECT_THAT(output, StartsWith("Stations;1.0.0\n"
-                                   "Troms\xc3\xb8;200|\xe6\x9d\xb1\xe4\xba\xac;200\n"
-                                   "200 of 200 events\n"
-                                   "a call failed: "));
+    EXPECT_THAT(output, StartsWith(TEXTS_AND_EVENTS));
     EXPECT_THAT(output, HasSubstr(ON_PURPOSE));
 }
 
@@ -129,10 +131,7 @@ TEST_F(LanguageTest, ScriptOfTheReadmePrintsTheRowsAndTheReasonOfAFailure)
 TEST_F(LanguageTest, GoProgramTakesEveryEventAndBringsTextsThereAndBack)
 {
     const std::string output = outputOf(quoted(builtFile("stations.exe")) + " 200");
-    EXPECT_THAT(output, StartsWith("Stations;1.0.0\n"
-                                   "Troms\xc3\xb8;200|\xe6\x9d\xb1\xe4\xba\xac;200\n"
-                                   "200 of 200 events\n"
-                                   "a call failed: "));
+    EXPECT_THAT(output, StartsWith(TEXTS_AND_EVENTS));
     EXPECT_THAT(output, HasSubstr(ON_PURPOSE));
 }
 
