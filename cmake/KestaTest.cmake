@@ -13,6 +13,8 @@ function(kesta_test)
         set(T_TIMEOUT 120)
     endif()
     add_executable(${T_NAME} ${T_SOURCES})
+    # Line numbers only: all else takes a fifth of the time that it takes to compile a test.
+    target_compile_options(${T_NAME} PRIVATE -g1)
     target_link_libraries(${T_NAME} PRIVATE ${T_ROOM} ${T_LINKS} kesta_options GTest::gmock_main)
     kesta_discover_tests(${T_NAME} "${T_FILTER}" ${T_TIMEOUT} "${T_ENVIRONMENT}" ${T_TIER})
 endfunction()
