@@ -1,4 +1,4 @@
-// Panes that are docked elsewhere, whose window is made anew, and what is in it without a control.
+// Panes that are docked elsewhere, whose window is recreated, and what is in it without a control.
 #include "tests/client/PaneFixture.h"
 
 namespace fixtures {
@@ -45,7 +45,7 @@ TEST_F(PaneTest, ControlOutlivesItsPanesWindow)
     EXPECT_TRUE(record.ended.empty());
 }
 
-// Destroyed and made anew ten times, as frameworks do when a style changes.
+// Destroyed and recreated ten times, as frameworks do when a style changes.
 TEST_F(PaneTest, WindowMadeAnewOftenKeepsItsControl)
 {
     const auto pane = openReady();
