@@ -2,13 +2,14 @@
 // usage: client32 late|early|events
 // Prints one line for each step. The exit code is the number of steps that failed.
 //
-// late: as scripts and Visual Basic without a reference call: by name, through IDispatch.
+// late: by name through IDispatch, as scripts do, and Visual Basic without a reference.
 // early: through the interface itself.
 // events: the control in a window of this program, a sink, and the three events.
-// For the latter two COM needs the type library's entry for 32-bit programs, which the installer writes.
+// For the last two COM needs the type library's entry for 32-bit programs, which the installer writes.
 //
-// Built as every 32-bit program is, with the header that the server's build makes:
-//     i686-w64-mingw32-g++-posix -std=c++20 -static -I contract client32.cpp -o client32.exe -lole32 -loleaut32 -luuid
+// Built in the archive's folder like any 32-bit program:
+//     i686-w64-mingw32-g++-posix -std=c++20 -static -I contract samples/client32/client32.cpp -o client32.exe
+//     -lole32 -loleaut32 -luuid
 #include "KESTAserver_h.h"
 
 #include <comutil.h>
