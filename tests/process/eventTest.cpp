@@ -1,6 +1,7 @@
 // Events of the control at the client's sinks.
 #include "tests/process/ServerFixture.h"
 
+#include <format>
 #include <set>
 
 namespace fixtures {
@@ -24,15 +25,39 @@ protected:
     }
 
     // With the mouse.
+    // Both inputs have their place with them, so that nothing that moves the mouse in between moves the click.
     static void click(POINT place)
     {
-        SetCursorPos(place.x, place.y);
+        constexpr LONG WHOLE = 65536; // the screen's width and height in an input
+        const LONG width = GetSystemMetrics(SM_CXSCREEN);
+        const LONG height = GetSystemMetrics(SM_CYSCREEN);
         INPUT inputs[2] = {};
-        inputs[0].type = INPUT_MOUSE;
-        inputs[0].mi.dwFlags = MOUSEEVENTF_LEFTDOWN;
-        inputs[1].type = INPUT_MOUSE;
-        inputs[1].mi.dwFlags = MOUSEEVENTF_LEFTUP;
-        SendInput(2, inputs, sizeof *inputs);
+        for (INPUT& input : inputs) {
+            input.type = INPUT_MOUSE;
+            input.mi.dx = (place.x * WHOLE + width - 1) / width;
+            input.mi.dy = (place.y * WHOLE + height - 1) / height;
+            input.mi.dwFlags = MOUSEEVENTF_MOVE | MOUSEEVENTF_ABSOLUTE;
+        }
+        inputs[0].mi.dwFlags |= MOUSEEVENTF_LEFTDOWN;
+        inputs[1].mi.dwFlags |= MOUSEEVENTF_LEFTUP;
+        ASSERT_EQ(SendInput(2, inputs, sizeof *inputs), 2u);
+    }
+    // What there is to know of a click that nobody has heard.
+    static std::string aboutTheClick(POINT place, const CSink& sink)
+    {
+        POINT mouse = {};
+        GetCursorPos(&mouse);
+        char hit[64] = "";
+        GetWindowTextA(WindowFromPoint(place), hit, sizeof hit);
+        char foreground[64] = "";
+        GetWindowTextA(GetForegroundWindow(), foreground, sizeof foreground);
+        std::string text =
+            std::format("clicked at {},{}, the mouse is at {},{}, there is \"{}\", the foreground has \"{}\", events:", place.x,
+                        place.y, mouse.x, mouse.y, hit, foreground);
+        for (const CSink::Event& event : sink.events) {
+            text += std::format(" {} \"{}\"", event.id, event.text);
+        }
+        return text;
     }
 };
 
@@ -57,8 +82,9 @@ TEST_F(EventTest, ClickOnTheButtonReachesTheSinkOnTheServersMainThread)
     ASSERT_TRUE(pumpUntil([&] { return GetClientRect(frame, &area) && EqualRect(&area, &pane); }));
     POINT button = {area.right - 40, area.bottom - 25};
     ClientToScreen(frame, &button);
+    ASSERT_TRUE(pumpUntil([&] { return WindowFromPoint(button) == frame; }));
     click(button);
-    ASSERT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "button: typed"); }));
+    ASSERT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "button: typed"); })) << aboutTheClick(button, sink);
     EXPECT_EQ(GetCurrentThreadId(), sink.events.back().thread);
     connection.end();
     release(manager);
