@@ -30,6 +30,8 @@
 
 // The thread message that makes the main thread drain the event queue; no parameters.
 constexpr UINT WM_PROCESSEVENTQUEUE = WM_APP + 3;
+// For PeekMessage, in place of a window: the messages of the thread itself.
+inline const HWND THREAD_MESSAGES = reinterpret_cast<HWND>(-1);
 
 class CBeanFrame : public virtual Loggable
 {

@@ -23,9 +23,6 @@ namespace {
 // The steps, in ms, in which GetTickCount advances. Timers may advance in smaller ones.
 constexpr DWORD TICK_COUNT_STEP = 16;
 
-// In place of a window: the messages of the thread itself.
-const HWND THREAD_MESSAGES = reinterpret_cast<HWND>(-1);
-
 // What becomes due later than this after the first look at the queue, in ms, is left to another message. Otherwise threads that
 // queue events faster than they are taken out would keep COM's calls waiting for ever, the client's release among them.
 constexpr LONG PASS_LIMIT = 1000;

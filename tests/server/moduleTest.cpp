@@ -193,6 +193,32 @@ TEST_F(ServerModuleTest, LoopCarriesEventsToTheSinks)
     EXPECT_EQ(sink.calls.back(), "2 abcjs") << "delayed";
 }
 
+// Threads may post as fast as a pass removes.
+TEST_F(ServerModuleTest, CallsOvertakeTheMessagesOfEventsThatComeTooFast)
+{
+    using PeekHook = ImportHook<decltype(&PeekMessageA)>;
+    const PeekHook hook("PeekMessageA", [](LPMSG message, HWND window, UINT first, UINT last, UINT flags) -> BOOL {
+        const bool isRemoval = first == WM_PROCESSEVENTQUEUE && (flags & PM_REMOVE) != 0;
+        return !isRemoval && PeekHook::s_original(message, window, first, last, flags);
+    });
+    const Window window([](HWND handle, UINT message, WPARAM wParam, LPARAM lParam) -> LRESULT {
+        if (message == WM_USER) {
+            PostQuitMessage(0);
+        }
+        return DefWindowProcA(handle, message, wParam, lParam);
+    });
+    for (int number = 0; number < 4; ++number) {
+        post(WM_PROCESSEVENTQUEUE);
+    }
+    PostMessageA(window, WM_USER, 0, 0);
+    run();
+    const auto passes = std::ranges::count(lines(), "FINE -> processEventQueue ");
+    EXPECT_EQ(passes, 2) << "the call came after one, the end after another";
+    MSG message;
+    while (PeekMessageA(&message, nullptr, 0, 0, PM_REMOVE)) {
+    }
+}
+
 // A window procedure with its own message loop, as in COM and dialogs, drops thread messages.
 TEST_F(ServerModuleTest, EventsWhoseMessageAForeignLoopSwallowedStillCome)
 {
