@@ -27,6 +27,12 @@ bool isBefore(const LoggedScope& left, const LoggedScope& right)
 
 } // namespace
 
+void CLogPage::line(const LogLine& line)
+{
+    m_threads.insert(line.thread);
+    CLogScopes::line(line);
+}
+
 void CLogPage::scope(const LoggedScope& scope)
 {
     m_scopeCount++;
@@ -53,9 +59,9 @@ void CLogPage::write(const std::string& path, const std::string& title, const Lo
 {
     using nlohmann::json;
     std::map<uint32_t, json> threads;
-    const auto threadOf = [&](uint32_t id) -> json& {
-        return threads.try_emplace(id, json{{"id", id}, {"scopes", json::array()}, {"events", json::array()}}).first->second;
-    };
+    for (const uint32_t id : m_threads) {
+        threads[id] = {{"id", id}, {"scopes", json::array()}, {"events", json::array()}};
+    }
     std::map<std::string, size_t> numbers;
     json names = json::array();
     for (const LoggedScope& scope : m_scopes) {
@@ -63,11 +69,11 @@ void CLogPage::write(const std::string& path, const std::string& title, const Lo
         if (isNew) {
             names.push_back(toUtf8(scope.function));
         }
-        threadOf(scope.thread)["scopes"].push_back(
+        threads[scope.thread]["scopes"].push_back(
             {scope.begin, scope.end - scope.begin, scope.depth, place->second, toUtf8(scope.text), scope.isEnded ? 1 : 0});
     }
     for (const LoggedEvent& event : m_events) {
-        threadOf(event.thread)["events"].push_back({event.time, event.level, toUtf8(event.text)});
+        threads[event.thread]["events"].push_back({event.time, event.level, toUtf8(event.text)});
     }
     json data = {{"title", toUtf8(title)},         {"lines", counts.lines},    {"broken", counts.broken},
                  {"scopes", m_scopeCount},         {"shown", m_scopes.size()}, {"events", m_eventCount},

@@ -5,6 +5,7 @@
 
 #include "tool/LogScopes.h"
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@ public:
     static constexpr size_t MOST_SCOPES = 20000;
     static constexpr size_t MOST_EVENTS = 5000;
 
+    void line(const LogLine& line) override;
+
 protected:
     void scope(const LoggedScope& scope) override;
     void event(const LoggedEvent& event) override;
@@ -25,6 +28,7 @@ protected:
 private:
     std::vector<LoggedScope> m_scopes; // a heap with the shortest in front
     std::vector<LoggedEvent> m_events; // the first ones
+    std::set<uint32_t> m_threads;      // also those whose scopes are all too short
     long long m_scopeCount = 0;
     long long m_eventCount = 0;
 };

@@ -265,9 +265,11 @@ TEST_F(LogTest, PageKeepsTheLongestScopesAndSaysSo)
     for (size_t number = 0; number < CLogPage::MOST_SCOPES + 10; number++) {
         text += line(100, 1, "FINE", 0, number % 2000 == 0 ? "<- long  [50 ms]" : "<- short ");
     }
+    text += line(100, 2, "FINE", 0, "<- short ");
     read(text);
     const std::string page = fixtures::readFile(html);
-    EXPECT_NE(page.find("\"scopes\":20010,\"shown\":20000"), std::string::npos);
+    EXPECT_NE(page.find("\"scopes\":20011,\"shown\":20000"), std::string::npos);
+    EXPECT_NE(page.find(R"({"events":[],"id":2,"scopes":[]})"), std::string::npos) << "and names every thread";
     size_t count = 0;
     for (size_t at = 0; (at = page.find("\"long\",1]", at)) != std::string::npos; at++) {
         count++;
