@@ -1,5 +1,7 @@
 // Events from the native that Java calls to the sinks: each kind with all its lines.
 #include "tests/beanframe/BeanFrameWorld.h"
+#include "tests/support/FailingAllocations.h"
+#include "tests/support/ImportHook.h"
 
 #include <gmock/gmock.h>
 
@@ -182,4 +184,22 @@ TEST_F(NativesTest, ExceptionsDropTheEvent)
     EXPECT_THAT(linesWith(lines(), "Dropped"),
                 ElementsAre("WARN Dropped event: 8007000e", "WARN Dropped event: 80004005", "WARN Dropped event: 80004005"));
     EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
+}
+
+// Nor does handling the exception need memory: it would unwind into the virtual machine.
+TEST_F(NativesTest, ExhaustedMemoryDropsTheEvent)
+{
+    createFrame();
+    const jstring text = NativeEnvironment::text("a");
+    {
+        const ImportHook<decltype(&OutputDebugStringA)> silence("OutputDebugStringA", [](LPCSTR) {});
+        const FailingAllocations failing(FailingAllocations::Kind::All);
+        CBeanFrame::NativeOnControlReady(environment.env(), nullptr, text);
+        CBeanFrame::NativeOnCustomEvent(environment.env(), nullptr, text);
+        CBeanFrame::NativeTestBridgeEvent(environment.env(), nullptr, text, 0);
+    }
+    EXPECT_GT(FailingAllocations::refused(), 0);
+    EXPECT_THAT(FrameAccess::s_EventQueue, IsEmpty());
+    call(KINDS[1]);
+    EXPECT_THAT(FrameAccess::s_EventQueue, testing::SizeIs(1));
 }

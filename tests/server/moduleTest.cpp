@@ -296,12 +296,15 @@ TEST_F(RejectedCallFilterTest, HandlesCallsAndMessagesAsComDoesWithoutOne)
     EXPECT_EQ(filter.QueryInterface(IID_IUnknown, nullptr), E_POINTER);
 }
 
-// COM drops what it holds for the client: the connection point, an enumerator that the client still has, and the object.
+// COM drops what it holds for the client: the connection point, an enumerator that the client still has, and the object. From the
+// first to the last of them no memory is needed.
 TEST_F(ServerModuleTest, DeadClientsObjectGoesWithItsSinksAndItsFrame)
 {
     static std::vector<IUnknown*> s_disconnected;
     static CComPtr<IEnumConnectionPoints> s_points;
+    static std::optional<FailingAllocations> s_failing;
     s_disconnected.clear();
+    s_disconnected.reserve(10);
     RecordingSink sink;
     Object* const object = create().Detach();
     advise(object, sink);
@@ -313,12 +316,16 @@ TEST_F(ServerModuleTest, DeadClientsObjectGoesWithItsSinksAndItsFrame)
     const ImportHook<decltype(&CoDisconnectObject)> hook("CoDisconnectObject", [](IUnknown* disconnected, DWORD) -> HRESULT {
         s_disconnected.push_back(disconnected);
         if (disconnected == s_points.p) {
+            s_failing.reset();
             s_points.Release();
+        } else if (!s_failing) {
+            s_failing.emplace(FailingAllocations::Kind::All);
         }
         return S_OK;
     });
     (CBeanFrame::s_Instance->*&FrameAccess::processWatchDogEvent)(nullptr);
     EXPECT_EQ(s_disconnected, expected);
+    EXPECT_EQ(FailingAllocations::refused(), 0);
     EXPECT_EQ(CBeanFrame::s_Instance, nullptr);
     EXPECT_EQ(sink.references, 0u);
 }
