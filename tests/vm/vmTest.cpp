@@ -184,6 +184,7 @@ TEST_F(VmTest, OnlyTheCaptureOfAnExceptionBreaksARuleOfJni)
         {"setFrameVisible", [&] { return java->setFrameVisible(frame, true); }},
         {"setFrameEnabled", [&] { return java->setFrameEnabled(frame, true); }},
         {"setFrameBounds", [&] { return java->setFrameBounds(frame, 1, 2, 3, 4); }},
+        {"validateFrameAndBean", [&] { return java->validateFrameAndBean(frame, bean); }},
         {"addBean", [&] { return java->addBean(frame, bean); }},
         {"testBridge", [&] { return java->testBridge(listener, L"text", -1, 0); }},
     };

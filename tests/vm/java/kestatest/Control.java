@@ -108,6 +108,7 @@ public class Control extends Panel {
 
     @Override
     public void validate() {
+        Failing.in("everyCall");
         Calls.note("validate control");
         super.validate();
     }
