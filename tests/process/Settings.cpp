@@ -120,6 +120,11 @@ void CSettings::removePreference(const char* name) const
     RegDeleteValueA(preferences(), name);
 }
 
+void CSettings::removePreferences() const
+{
+    removeTree(KEY_WOW64_32KEY);
+}
+
 void CSettings::setControl(const std::string& name, const std::string& folder) const
 {
     CKey(HKEY_LOCAL_MACHINE, PREFERENCES_KEY + ("\\" + name), KEY_ALL_ACCESS | KEY_WOW64_32KEY).setText("installpath", folder);

@@ -29,6 +29,8 @@ public:
     void setPreference(const char* name, const std::string& text) const;
     void setPreference(const char* name, DWORD number) const;
     void removePreference(const char* name) const;
+    // The key itself, with the registered controls.
+    void removePreferences() const;
     // A control's jar, NAME.jar in the folder.
     void setControl(const std::string& name, const std::string& folder) const;
     void removeControl(const std::string& name) const;

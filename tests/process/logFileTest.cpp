@@ -230,6 +230,66 @@ TEST_F(LogFileTest, OldFilesAreDeletedUnlessSomebodyHasThemOpen)
     EXPECT_FALSE(logFileLines(id).empty());
 }
 
+// Java's newer key is there, the older one and the preferences are not. Each error's backtrace is in the client's text as well.
+TEST_F(LogFileTest, MachineWithoutPreferencesAndOlderKeyTellsSevenErrors)
+{
+    const std::string missingKey = "CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: false";
+    settings.removePreferences();
+    SManager manager = create();
+    const DWORD id = manager.server->id();
+    const std::string path = specialFolder(CSIDL_LOCAL_APPDATA) + "\\KESTA-logs\\" + fileName(id);
+    const auto linesOfFile = [&path] {
+        std::string content = readFile(path);
+        std::erase(content, '\r');
+        return parseLogLines(content);
+    };
+    const std::vector<LogLine> start = linesOfFile();
+    const SCallResult failed = call(manager.object, 3, "nothing", "");
+    EXPECT_EQ(failed.result, E_FAIL);
+    const std::vector<std::string> text = messagesOf(failed.description);
+    EXPECT_EQ(std::ranges::count(text, missingKey), 7);
+    EXPECT_EQ(text.front(), missingKey);
+    EXPECT_EQ(countMessages(id, missingKey), 7u);
+    const auto isMissingKey = [&](const LogLine& line) { return messageOf(line) == missingKey; };
+    EXPECT_EQ(std::ranges::count_if(start, isMissingKey), 6) << "the first one came before the file";
+    ASSERT_LE(5u, start.size());
+    EXPECT_TRUE(std::all_of(start.begin(), start.begin() + 4, [](const LogLine& line) { return line.level == "ALWAYS"; }));
+    EXPECT_EQ(start[4].marker(), "<- ");
+    // Some twenty lines for a failing call.
+    EXPECT_THAT(linesOfFile().size() - start.size(), testing::AllOf(testing::Ge(15u), testing::Le(25u)));
+    release(manager);
+    std::filesystem::remove(path);
+}
+
+class LogLevelTest : public LogFileTest, public testing::WithParamInterface<int>
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(Levels, LogLevelTest, testing::Values(2, 3, 4), testing::PrintToStringParamName());
+
+TEST_P(LogLevelTest, ShowsArgumentsFromInfoOnEventsFromFineOnAndAnswersNever)
+{
+    setLogLevel(static_cast<DWORD>(GetParam()));
+    logToFile();
+    SManager manager = create();
+    CSink sink;
+    CConnection connection(manager.object, sink);
+    EXPECT_EQ(callMethod(manager.object, "throw", "of an exception"), "(failed)");
+    EXPECT_EQ(callMethod(manager.object, "units", "argument"), "0061007200670075006D0065006E0074");
+    EXPECT_EQ(call(manager.object, 11, "property", "value").answer, "value");
+    EXPECT_EQ(callMethod(manager.object, "burst", "1"), "1");
+    EXPECT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "burst 1.1.1"); }));
+    connection.end();
+    release(manager);
+    const std::string content = readFile(logFile(manager.server->id()));
+    const auto isShown = [&content](const char* text) { return content.find(text) != std::string::npos; };
+    EXPECT_TRUE(isShown("Exception: java.lang.IllegalStateException: of an exception"));
+    EXPECT_EQ(isShown("callMethod units, argument"), GetParam() >= 3);
+    EXPECT_EQ(isShown("setProperty property, value"), GetParam() >= 3);
+    EXPECT_EQ(isShown("burst 1.1.1"), GetParam() >= 4);
+    EXPECT_FALSE(isShown("0061007200670075006D0065006E0074"));
+}
+
 // A folder on the desktop, removed at the end of the test.
 class DesktopFolderTest : public LogFileTest, public testing::WithParamInterface<int>
 {
