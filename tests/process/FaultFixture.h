@@ -76,9 +76,32 @@ protected:
     {
         return FindWindowExA(window.pane(), nullptr, nullptr, std::format("kesta_frame_{}", frameId).c_str());
     }
+    // As a user closes it, which ends the program.
+    static void closeWindows(const CProgram& program)
+    {
+        for (HWND window = nullptr; (window = FindWindowExA(nullptr, window, nullptr, nullptr)) != nullptr;) {
+            DWORD process = 0;
+            GetWindowThreadProcessId(window, &process);
+            if (process == program.process().id()) {
+                PostMessageA(window, WM_CLOSE, 0, 0);
+            }
+        }
+        EXPECT_EQ(program.process().exitCode(), 0u);
+    }
     static bool livesFor(const CProcess& server, DWORD milliseconds)
     {
         return !pumpUntil([&] { return !server.isRunning(); }, {server.handle()}, milliseconds);
+    }
+    // The texts of a server's WARN lines so far.
+    std::vector<std::string> warnings(DWORD process)
+    {
+        std::vector<std::string> texts;
+        for (const LogLine& line : lines(process)) {
+            if (line.level == "WARN") {
+                texts.push_back(messageOf(line));
+            }
+        }
+        return texts;
     }
     // Also that the server still answers after the last call, and ends.
     void expectFailures(int calls, const char* name, const std::string& argument)

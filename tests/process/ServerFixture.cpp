@@ -1,6 +1,7 @@
 #include "tests/process/ServerFixture.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 namespace fixtures {
@@ -71,6 +72,12 @@ void ServerTest::TearDown()
     if (HasFailure()) {
         std::fputs(logTail().c_str(), stdout);
     }
+}
+
+int ServerTest::cycles(int usual)
+{
+    const char* const wanted = std::getenv("KESTA_CYCLES");
+    return wanted != nullptr ? std::stoi(wanted) : usual;
 }
 
 void ServerTest::useRuntime(int version) const

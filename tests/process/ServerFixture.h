@@ -62,6 +62,9 @@ protected:
     static constexpr DWORD WARNINGS = 2;
     void setLogLevel(DWORD level) const { settings.setPreference("loglevel", level); }
 
+    // How often a long test does the same: `usual` times, or as often as KESTA_CYCLES says.
+    static int cycles(int usual);
+
     // The control that the tests' servers show (tests/control).
     static constexpr char TEST_CONTROL[] = "TestControl";
     std::string testJar() const { return m_buildFolder + "\\TestControl.jar"; }

@@ -290,11 +290,9 @@ TEST_F(EventTest, SinkThatBlocksHoldsUpOtherSinksButNotJava)
 
 TEST_F(EventTest, StartAndReleaseWhileFourThreadsFire)
 {
-    const char* const wanted = std::getenv("KESTA_CYCLES");
-    const int cycles = wanted != nullptr ? std::stoi(wanted) : 5;
     setLogLevel(WARNINGS);
     CClientWindow window;
-    for (int cycle = 1; cycle <= cycles; ++cycle) {
+    for (int cycle = 1; cycle <= cycles(5); ++cycle) {
         SCOPED_TRACE("cycle " + std::to_string(cycle));
         SManager manager = create();
         CSink sink;

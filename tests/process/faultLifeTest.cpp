@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <filesystem>
+#include <map>
 #include <random>
 #include <string_view>
 
@@ -63,10 +65,6 @@ TEST_P(PolicyFaultTest, StartsAMachineThatKnowsSecurityManagersAndNoOther)
     EXPECT_EQ(messages(server->id()).back(), ABOUT_TO_START);
 }
 
-class ExitFaultTest : public FaultTest
-{
-};
-
 class ExitingCallFaultTest : public FaultTest, public testing::WithParamInterface<const char*>
 {
 };
@@ -83,13 +81,68 @@ TEST_P(ExitingCallFaultTest, EndsTheServerWithItsCode)
     EXPECT_LE(duration([&] { expectEnd(*server, 3); }), 5000u);
 }
 
-TEST_F(ExitFaultTest, ControlThatExitsWhileItOpensEndsTheServerWithItsCode)
+class ExitFaultTest : public FaultTest
 {
-    settings.setPreference("jvm_option_exit", "-Dkesta.test.exitInOpen=true");
+};
+
+// Its end is not asked for.
+TEST_F(ExitFaultTest, ControlThatExitsIsNotClosedAndItsShutdownHooksAreWaitedFor)
+{
+    CProgram client(clientCommand("exit-after-hook"));
+    const std::shared_ptr<CProcess> server = serverOf(client);
+    ASSERT_TRUE(client.waitForOutput("calling"));
+    const ULONGLONG taken = duration([&] { expectEnd(*server, 3); });
+    EXPECT_LE(1900u, taken);
+    EXPECT_LE(taken, 7000u);
+}
+
+class ExitingStartFaultTest : public FaultTest, public testing::WithParamInterface<const char*>
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(Exits, ExitingStartFaultTest, testing::Values("constructor", "open"),
+                         [](const auto& info) { return std::string(info.param); });
+
+TEST_P(ExitingStartFaultTest, EndsTheServerWithItsCodeAndFailsTheCreation)
+{
+    settings.setPreference("jvm_option_exit", std::string("-Dkesta.test.exitIn=") + GetParam());
     CProgram client(clientCommand("hold"));
     const std::shared_ptr<CProcess> server = waitForNewServer({});
     ASSERT_TRUE(server);
-    expectEnd(*server, 3);
+    ASSERT_TRUE(
+        waitForMessage(server->id(), "-> CJavaManagerJNIClient  startBean com.orvane.tech.client.qmrt.win, QMRTWinControl"));
+    EXPECT_LE(duration([&] { expectEnd(*server, 3); }), 5000u);
+    EXPECT_EQ(client.process().exitCode(), 1u) << "there is no object";
+}
+
+class CrashFaultTest : public FaultTest
+{
+protected:
+    // A start whose control crashes Java.
+    void crash()
+    {
+        CProgram client(clientCommand("crash"));
+        server = serverOf(client);
+        const std::optional<DWORD> code = server->exitCode();
+        ASSERT_TRUE(code);
+        EXPECT_NE(*code, 0u);
+        expectExit(server->id(), *code);
+        EXPECT_EQ(messages(server->id()).back(), "<- bstrToJavaString ") << "the log ends abruptly";
+    }
+
+    std::shared_ptr<CProcess> server;
+};
+
+// Where the page about the log says.
+TEST_F(CrashFaultTest, JavaThatCrashesWritesItsFileIntoTheClientsFolderOrAsTheOptionSays)
+{
+    settings.setPreference("jvm_option_dump", "-XX:-CreateCoredumpOnCrash");
+    crash();
+    EXPECT_TRUE(std::filesystem::remove(folder.file("crash.log"))) << "named by an option";
+    settings.removePreference("jvm_option_crash");
+    crash();
+    const std::string file = std::format("hs_err_pid{}.log", server->id());
+    EXPECT_TRUE(std::filesystem::remove(std::filesystem::current_path() / file));
 }
 
 class FactoryFaultTest : public FaultTest
@@ -168,25 +221,43 @@ TEST_F(FaultTest, ExecutableInAFolderOutsideTheCodePageIsNotRegistered)
     EXPECT_EQ(runServer("/RegServer"), 0u);
 }
 
-// Through the removal of the control, the frame's end and the process's.
+// Through the removal of the control, the frame's end and the process's. The Java side is that of the bridge's tests: its threads
+// keep the listener, while the basis control stops at its removal.
 TEST_F(LongFaultTest, ControlThatFiresAfterItsEndHarmsNobody)
 {
-    constexpr int CYCLES = 200;
-    size_t dropped = 0;
-    for (int cycle = 0; cycle < CYCLES; ++cycle) {
+    constexpr DWORD INFORMATION = 3;
+    constexpr const char* DROPPED[] = {"Dropped ControlReady Event, no corresponding bean frame was found...",
+                                       "Dropped custom event, no corresponding bean frame was found...",
+                                       "Dropped TestBridgeEvent, no corresponding bean frame was found..."};
+    setLogLevel(INFORMATION);
+    settings.setPreference("basiscontrol", buildFolder() + "\\tests\\vm\\whole.jar");
+    std::map<std::string, size_t> dropped;
+    for (int cycle = 1; cycle <= cycles(200); ++cycle) {
+        SCOPED_TRACE(std::format("cycle {}", cycle));
         SManager manager = create();
         const DWORD id = manager.server->id();
-        Client client(manager);
-        ASSERT_EQ(client.call("raiseForEver", "4"), "4");
-        client.connection.reset();
+        CClientWindow window;
+        CSink sink;
+        CConnection connection(manager.object, sink);
+        ASSERT_TRUE(window.takeIn(manager.frameId()));
+        ASSERT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
+        ASSERT_EQ(callMethod(manager.object, "raiseForEver", "4"), "4");
+        ASSERT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "for ever"); }));
+        connection.end();
         release(manager);
-        dropped += countMessages(id, "Dropped custom event, no corresponding bean frame was found...");
-        if (cycle % 20 == 19) {
-            std::printf("%d cycles, %zu events dropped\n", cycle + 1, dropped);
+        for (const char* const line : DROPPED) {
+            dropped[line] += countMessages(id, line);
+        }
+        ASSERT_FALSE(HasFailure());
+        if (cycle % 20 == 0) {
+            std::printf("%d cycles\n", cycle);
             std::fflush(stdout);
         }
     }
-    EXPECT_LT(0u, dropped);
+    for (const char* const line : DROPPED) {
+        std::printf("%zu times: %s\n", dropped[line], line);
+        EXPECT_LT(0u, dropped[line]) << line;
+    }
 }
 
 // The titles of all frames' windows.
@@ -206,42 +277,158 @@ std::vector<std::string> frames()
     return titles;
 }
 
-// A client or its server is killed at a random moment of its life.
-TEST_F(LongFaultTest, RandomKillsLeaveNothingBehind)
+// A client or its server is killed at a random moment of its life. The next one starts while the servers of killed clients wait
+// for their watchdog's check.
+class RandomKills
 {
-    constexpr int STARTS = 500;
-    constexpr DWORD LIFE = 5000; // ms, by which the control is shown
-    constexpr UINT KILLED = 9;
-    std::mt19937 random(1);
-    setLogLevel(WARNINGS);
-    for (int start = 0; start < STARTS; ++start) {
-        const bool isClientKilled = random() % 2 == 0;
-        CProgram client(clientCommand("hold"));
-        Sleep(random() % LIFE);
-        const std::vector<DWORD> servers = processesNamed("KESTAx64.exe");
-        ASSERT_LE(servers.size(), 1u) << "start " << start;
-        if (isClientKilled) {
-            client.process().kill(KILLED);
+public:
+    explicit RandomKills(std::string clientCommand)
+        : m_clientCommand(std::move(clientCommand))
+    {
+    }
+
+    void startAndKill()
+    {
+        constexpr DWORD LIFE = 5000; // ms, by which the control is shown
+        const bool isClientKilled = m_random() % 2 == 0;
+        CProgram client(m_clientCommand);
+        Sleep(m_random() % LIFE);
+        if (!isClientKilled) {
+            killNewServers();
         }
-        for (const DWORD id : servers) {
-            const CProcess server(id);
-            // Wine's COM never notices a client that dies before it has pushed its window.
-            if (!isClientKilled || !server.exitCode(WATCHDOG_PERIOD + 5000)) {
-                server.kill(KILLED);
-                server.exitCode();
+        kill(client.process());
+        const bool isWatched = client.waitForOutput("pushed");
+        const bool wasGiven = isWatched || client.output().find("created") != std::string::npos;
+        for (const DWORD id : newServers()) {
+            auto server = std::make_unique<CProcess>(id);
+            if (isClientKilled && wasGiven) {
+                m_left.push_back({std::move(server), isWatched, GetTickCount64() + WATCHDOG_PERIOD + 5000});
+            } else {
+                kill(*server); // Wine's COM never notices a client that dies before it has pushed its window
             }
         }
-        client.process().kill(KILLED);
-        EXPECT_TRUE(processesNamed("KESTAx64.exe").empty()) << "start " << start;
-        EXPECT_THAT(frames(), testing::IsEmpty()) << "start " << start;
-        if (start % 50 == 49) {
-            std::printf("%d starts\n", start + 1);
+        lookAtServers();
+    }
+    // Whether servers of killed clients are still there; their time limits are checked.
+    bool areServersLeft()
+    {
+        lookAtServers();
+        return !m_left.empty();
+    }
+    int ended() const { return m_ended; }
+
+private:
+    static constexpr UINT KILLED = 9;
+
+    struct SLeft
+    {
+        std::unique_ptr<CProcess> server;
+        bool isWatched; // otherwise it was killed before its client said so, and it may be or not
+        ULONGLONG deadline;
+    };
+
+    std::vector<DWORD> newServers() const
+    {
+        std::vector<DWORD> servers = processesNamed("KESTAx64.exe");
+        std::erase_if(servers, [&](DWORD id) {
+            return std::ranges::any_of(m_left, [id](const SLeft& left) { return left.server->id() == id; });
+        });
+        return servers;
+    }
+    void killNewServers() const
+    {
+        for (const DWORD id : newServers()) {
+            kill(CProcess(id));
+        }
+    }
+    static void kill(const CProcess& process)
+    {
+        process.kill(KILLED);
+        EXPECT_TRUE(process.exitCode());
+    }
+    void lookAtServers()
+    {
+        std::erase_if(m_left, [&](const SLeft& left) {
+            if (const std::optional<DWORD> code = left.server->exitCode(0)) {
+                EXPECT_EQ(*code, 0u) << "of server " << left.server->id();
+                ++m_ended;
+                return true;
+            }
+            if (GetTickCount64() < left.deadline) {
+                return false;
+            }
+            EXPECT_FALSE(left.isWatched) << "server " << left.server->id() << " outlives its client";
+            kill(*left.server);
+            return true;
+        });
+        for (const std::string& title : frames()) {
+            EXPECT_TRUE(std::ranges::any_of(
+                m_left, [&](const SLeft& left) { return title == std::format("kesta_frame_{}", left.server->id()); }))
+                << title << " belongs to no server";
+        }
+    }
+
+    std::string m_clientCommand;
+    std::mt19937 m_random{1};
+    std::vector<SLeft> m_left;
+    int m_ended = 0;
+};
+
+// Java has a file for each running machine in the folder for temporary files. A start removes those of dead ones.
+size_t countMachineFiles()
+{
+    size_t count = 0;
+    for (const auto& folder : std::filesystem::directory_iterator(std::filesystem::temp_directory_path())) {
+        if (folder.path().filename().string().starts_with("hsperfdata")) {
+            count += filesIn(folder.path().string()).size();
+        }
+    }
+    return count;
+}
+
+std::map<std::string, std::uintmax_t> sizesOfFiles(const std::string& folder)
+{
+    std::map<std::string, std::uintmax_t> sizes;
+    for (const std::string& name : filesIn(folder)) {
+        sizes[name] = std::filesystem::file_size(folder + "\\" + name);
+    }
+    return sizes;
+}
+
+TEST_F(LongFaultTest, RandomKillsLeaveNothingBehind)
+{
+    setLogLevel(WARNINGS);
+    logToFile();
+    RandomKills kills(clientCommand("tell"));
+    for (int start = 1; start <= cycles(500); ++start) {
+        SCOPED_TRACE(std::format("start {}", start));
+        kills.startAndKill();
+        if (start % 50 == 0) {
+            std::printf("%d starts, %d servers have ended after their clients\n", start, kills.ended());
             std::fflush(stdout);
         }
     }
-    SManager manager = create();
+    while (kills.areServersLeft()) {
+        Sleep(100);
+    }
+    EXPECT_LT(0, kills.ended()) << "no client was killed while its control was shown";
+    EXPECT_TRUE(processesNamed("KESTAx64.exe").empty());
+    EXPECT_TRUE(processesNamed("process_client.exe").empty());
+    EXPECT_THAT(frames(), testing::IsEmpty());
+    const std::map<std::string, std::uintmax_t> logs = sizesOfFiles(folder.path());
+    EXPECT_FALSE(logs.empty());
+    Sleep(1000);
+    EXPECT_EQ(sizesOfFiles(folder.path()), logs) << "somebody is still writing";
+
+    // Wine gives the class object of a server that was killed before its client took it to one more client.
+    SManager manager;
+    if (create(manager) == HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE)) {
+        EXPECT_EQ(create(manager), S_OK);
+    }
+    ASSERT_TRUE(manager.object);
     Client client(manager);
     EXPECT_EQ(client.call("echo", "there"), "there");
+    EXPECT_EQ(countMachineFiles(), 1u);
     client.connection.reset();
     release(manager);
 }

@@ -33,6 +33,9 @@ public class Control extends Panel {
             case "raise":
                 listener.customEvent(argument);
                 return "raised";
+            case "raiseForEver":
+                EndlessEvents.begin(listener, Integer.parseInt(argument));
+                return argument;
             default:
                 return name + "|" + argument;
         }

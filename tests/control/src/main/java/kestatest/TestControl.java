@@ -7,6 +7,7 @@ import java.awt.BorderLayout;
 import java.awt.Component;
 import java.awt.EventQueue;
 import java.lang.ref.WeakReference;
+import java.lang.reflect.Field;
 import java.util.Map;
 import java.util.Queue;
 import java.util.TreeMap;
@@ -35,6 +36,10 @@ public final class TestControl implements Control {
     private Context context;
     private State<Map<String, String>> properties;
 
+    public TestControl() {
+        exitIn("constructor");
+    }
+
     @Override
     public String name() {
         return "TestControl";
@@ -43,9 +48,7 @@ public final class TestControl implements Control {
     @Override
     public void open(Context surroundings) {
         context = surroundings;
-        if (Boolean.getBoolean("kesta.test.exitInOpen")) {
-            System.exit(3);
-        }
+        exitIn("open");
         properties = context.state(new TreeMap<>());
     }
 
@@ -120,8 +123,8 @@ public final class TestControl implements Control {
             case "exitInEvents":
                 EventQueue.invokeLater(() -> System.exit(Integer.parseInt(argument)));
                 return argument;
-            case "raiseForEver":
-                raiseForEver(Integer.parseInt(argument));
+            case "crash":
+                crash();
                 return argument;
             case "recurse":
                 return call(name, argument + "x");
@@ -203,17 +206,22 @@ public final class TestControl implements Control {
         });
     }
 
-    /** Threads that nothing stops, not even the control's end. */
-    private void raiseForEver(int threads) {
-        for (int thread = 1; thread <= threads; ++thread) {
-            Thread raising = new Thread(() -> {
-                while (true) {
-                    context.raise("for ever");
-                    pause(1);
-                }
-            });
-            raising.setDaemon(true);
-            raising.start();
+    /** Of the machine itself. By reflection, because no release of Java has this among its own classes. */
+    private static void crash() {
+        try {
+            Class<?> unsafe = Class.forName("sun.misc.Unsafe");
+            Field instance = unsafe.getDeclaredField("theUnsafe");
+            instance.setAccessible(true);
+            unsafe.getMethod("putAddress", long.class, long.class).invoke(instance.get(null), 0L, 0L);
+        } catch (ReflectiveOperationException e) {
+            throw new IllegalStateException(e);
+        }
+    }
+
+    /** Ends the process in the place that the test has chosen. */
+    private static void exitIn(String place) {
+        if (place.equals(System.getProperty("kesta.test.exitIn"))) {
+            System.exit(3);
         }
     }
 
