@@ -1,11 +1,13 @@
 // The pane's window, and the way of handlers and completions to the client.
 #include "client/kesta_pane.h"
 
+#include "client/paneFocus.h"
 #include "client/paneFrame.h"
 #include "client/paneSession.h"
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 
 namespace kesta {
 
@@ -20,6 +22,14 @@ constexpr wchar_t OWN_EVENTS[] = L"kesta:";
 constexpr wchar_t LEAVES_FORWARD[] = L"kesta:focusLeaves forward";
 constexpr wchar_t LEAVES_BACKWARD[] = L"kesta:focusLeaves backward";
 constexpr wchar_t FOCUS_ENTERS[] = L"kesta:focusEnters";
+// Keys that nothing in the control uses; the last one is followed by a character.
+constexpr wchar_t KEY_ESCAPE[] = L"kesta:key escape";
+constexpr wchar_t KEY_ENTER[] = L"kesta:key enter";
+constexpr wchar_t KEY_ALT[] = L"kesta:key alt ";
+// What a key's message says of it: pressed once; released; with Alt.
+constexpr LPARAM PRESSED = 1;
+constexpr LPARAM RELEASED = static_cast<LPARAM>(0xC0000001U);
+constexpr LPARAM WITH_ALT = 0x20000001;
 
 bool isDown(int key)
 {
@@ -77,6 +87,7 @@ private:
     template <typename Telling>
     void tell(Telling telling);
     void leave(bool forward);
+    void pass(const std::wstring& event);
     void refresh() const;
     void paint() const;
     LRESULT handle(UINT message, WPARAM wParam, LPARAM lParam);
@@ -85,6 +96,8 @@ private:
     const Options m_options;
     std::shared_ptr<const Handlers> m_handlers; // null once the Pane is closed
     std::shared_ptr<CBase> m_base;
+    std::unique_ptr<CFocusWatch> m_focusWatch; // null once the Pane is closed
+    std::shared_ptr<SCall> m_entering;         // the latest call that gives the focus to a component
     HWND m_window = nullptr;
     HFONT m_font = nullptr; // the client's
     mutable std::mutex m_mutex;
@@ -104,6 +117,12 @@ bool Pane::CCore::open(HWND parent, const RECT& place, std::wstring& problem)
         m_base->leave();
         return false;
     }
+    m_focusWatch = std::make_unique<CFocusWatch>([this] { return session()->frame(); },
+                                                 [this] {
+                                                     if (m_entering != nullptr) {
+                                                         m_entering->cancel(); // made later, it would bring the focus back
+                                                     }
+                                                 });
     restart();
     return true;
 }
@@ -129,6 +148,7 @@ bool Pane::CCore::attach(HWND parent, const RECT& place)
 void Pane::CCore::close()
 {
     m_handlers.reset();
+    m_focusWatch.reset();
     session()->close();
     if (m_window != nullptr) {
         SetWindowLongPtrW(m_window, GWLP_USERDATA, 0);
@@ -185,6 +205,9 @@ void Pane::CCore::tell(Telling telling)
 
 void Pane::CCore::ready(const std::wstring& control)
 {
+    if (m_window != nullptr && GetFocus() == m_window) {
+        focus(Way::HERE);
+    }
     tell([&](const Handlers& handlers) {
         if (handlers.ready) {
             handlers.ready(control);
@@ -195,8 +218,13 @@ void Pane::CCore::ready(const std::wstring& control)
 void Pane::CCore::event(EventKind kind, const std::wstring& text)
 {
     if (kind == EventKind::CUSTOM && text.rfind(OWN_EVENTS, 0) == 0) {
+        if (m_focusWatch == nullptr || !m_focusWatch->isInside()) {
+            return; // the user was faster
+        }
         if (text == LEAVES_FORWARD || text == LEAVES_BACKWARD) {
             leave(text == LEAVES_FORWARD);
+        } else {
+            pass(text);
         }
         return;
     }
@@ -209,6 +237,10 @@ void Pane::CCore::event(EventKind kind, const std::wstring& text)
 
 void Pane::CCore::ended(const Ended& ended)
 {
+    // The focus has gone with the server's windows. In the pane's own it is still in its place among the client's.
+    if (m_window != nullptr && GetFocus() == nullptr && GetActiveWindow() == GetAncestor(m_window, GA_ROOT)) {
+        SetFocus(m_window);
+    }
     tell([&](const Handlers& handlers) {
         if (handlers.ended) {
             handlers.ended(ended);
@@ -231,11 +263,16 @@ bool Pane::CCore::focus(Way way)
     if (frame == nullptr || !answersMessages(frame)) {
         return false;
     }
-    SetFocus(frame);
-    // A child window hears of no activation by itself, and Java gives the focus to no component without it.
-    PostMessageW(frame, WM_ACTIVATE, WA_ACTIVE, 0);
-    if (way != Way::HERE) {
-        session()->issue(CALL_METHOD, {FOCUS_ENTERS, way == Way::FORWARD ? L"forward" : L"backward"}, FOCUS_ENTERS, {});
+    if (!m_focusWatch->isInside()) {
+        SetFocus(frame);
+        if (GetFocus() != frame) {
+            return false; // it is switched off, or hidden
+        }
+        m_focusWatch->look(); // Java has to know before it is asked for a component
+    }
+    // In a program that is not the active one, the call would have Java take the foreground.
+    if (way != Way::HERE && m_focusWatch->isInside()) {
+        m_entering = session()->issue(CALL_METHOD, {FOCUS_ENTERS, way == Way::FORWARD ? L"forward" : L"backward"}, FOCUS_ENTERS, {});
     }
     return true;
 }
@@ -247,12 +284,32 @@ void Pane::CCore::leave(bool forward)
     if (isDone || m_handlers == nullptr || m_window == nullptr) {
         return;
     }
-    const HWND next = GetNextDlgTabItem(dialogOf(m_window), m_window, forward ? FALSE : TRUE);
-    if (next != nullptr && next != m_window) {
+    const HWND dialog = dialogOf(m_window);
+    const HWND next = GetNextDlgTabItem(dialog, m_window, forward ? FALSE : TRUE);
+    if (next == nullptr || next == m_window) {
+        return;
+    }
+    // A dialog also selects a field's text, and marks its button for Enter.
+    SendMessageW(dialog, WM_NEXTDLGCTL, reinterpret_cast<WPARAM>(next), TRUE);
+    if (GetFocus() != next) {
         SetFocus(next);
-        if (const HWND frame = session()->frame()) {
-            PostMessageW(frame, WM_ACTIVATE, WA_INACTIVE, 0);
-        }
+    }
+    if (m_focusWatch != nullptr) {
+        m_focusWatch->look();
+    }
+}
+
+// Posted, so that the key goes through the client's message loop as any other. IsDialogMessage looks for a mnemonic when it sees
+// the character, and needs no key before it.
+void Pane::CCore::pass(const std::wstring& event)
+{
+    const bool isEscape = event == KEY_ESCAPE;
+    if (isEscape || event == KEY_ENTER) {
+        const WPARAM key = isEscape ? VK_ESCAPE : VK_RETURN;
+        PostMessageW(m_window, WM_KEYDOWN, key, PRESSED);
+        PostMessageW(m_window, WM_KEYUP, key, RELEASED);
+    } else if (event.rfind(KEY_ALT, 0) == 0 && event.size() == std::size(KEY_ALT)) {
+        PostMessageW(m_window, WM_SYSCHAR, event.back(), WITH_ALT);
     }
 }
 

@@ -19,6 +19,9 @@
 // `ended`, with an HRESULT and a text in plain words, followed by the server's own text if there is one. Handlers should not
 // throw; what one throws is given to the handler `problem`.
 //
+// Keyboard: docs/keyboard.md says what the library, your window and the control do each. While the pane exists, it listens to
+// Windows' events about the focus. Keys that the control does not use arrive in your message loop as messages to the pane's window.
+//
 // Texts are UTF-16 and may contain zero characters.
 #pragma once
 
@@ -95,8 +98,8 @@ struct Handlers
     std::function<void(EventKind kind, const std::wstring& text)> event;
     // There is no control any more, or it does not answer. Pane::restart begins anew, also from inside this handler.
     std::function<void(const Ended& ended)> ended;
-    // Tab has gone beyond the control's last component, or Shift+Tab before its first one. Return true if you have moved the
-    // focus; otherwise it goes to the next tab stop of the dialog.
+    // Tab has gone beyond the control's last component, or Shift+Tab before its first one, and the focus is still in the control.
+    // Return true if you have moved it; otherwise it goes to the next tab stop of the dialog.
     std::function<bool(bool forward)> focusLeaves;
     // What a handler or completion has thrown.
     std::function<void(const std::wstring& text)> problem;
@@ -182,8 +185,9 @@ public:
     // The id of the server's process; 0 until it is known, and after its end.
     DWORD process() const;
 
-    // Gives the focus to the control: to its first component, its last one, or the one that had it. False if it cannot take it
-    // now.
+    // Gives the focus to the control: to its first component, its last one, or the one that had it, to which it also goes while
+    // your program is not the active one. False if the control cannot take it now: it is not there, switched off or hidden, or does
+    // not answer. Giving the focus to the pane's window does the same, also before the control is there.
     bool focus(Way way = Way::HERE);
     // Starts another server in place of this one; a server that hangs is ended. Calls that are under way are answered with
     // NO_SERVER.

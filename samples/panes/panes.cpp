@@ -52,6 +52,7 @@ private:
     static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 
     HWND m_window = nullptr;
+    HWND m_focus = nullptr; // what had it when the window was last the active one; also a window of Java's
     std::array<SSite, REGIONS.size()> m_sites;
     std::atomic<bool> m_isClosing = false;
     std::thread m_worker;
@@ -184,6 +185,14 @@ LRESULT CPanes::handle(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_SIZE:
         arrange();
         return 0;
+    case WM_ACTIVATE:
+        if (LOWORD(wParam) == WA_INACTIVE) {
+            m_focus = GetFocus();
+        } else if (HIWORD(wParam) == 0 && m_focus != nullptr) {
+            SetFocus(m_focus);
+            return 0;
+        }
+        return DefWindowProcW(m_window, message, wParam, lParam);
     case WM_COMMAND:
         if (const size_t number = static_cast<size_t>(LOWORD(wParam)) - FIRST_BUTTON; number < m_sites.size()) {
             EnableWindow(m_sites[number].again, FALSE);

@@ -5,7 +5,13 @@ import com.velmora.tq.kesta.control.Control;
 import com.velmora.tq.kesta.control.State;
 import java.awt.BorderLayout;
 import java.awt.Component;
+import java.awt.Dialog;
 import java.awt.EventQueue;
+import java.awt.KeyboardFocusManager;
+import java.awt.Point;
+import java.awt.event.FocusEvent;
+import java.awt.event.FocusListener;
+import java.awt.event.KeyEvent;
 import java.lang.ref.WeakReference;
 import java.lang.reflect.Field;
 import java.util.Map;
@@ -16,8 +22,12 @@ import java.util.concurrent.atomic.AtomicInteger;
 import java.util.stream.Collectors;
 import javax.swing.BorderFactory;
 import javax.swing.JButton;
+import javax.swing.JComponent;
+import javax.swing.JDialog;
 import javax.swing.JPanel;
 import javax.swing.JTextField;
+import javax.swing.KeyStroke;
+import javax.swing.SwingUtilities;
 
 /**
  * What the server's tests need of a control: answers, failures, delays, and events from threads of its own. Properties of any
@@ -35,6 +45,7 @@ public final class TestControl implements Control {
     private String nothing;
     private Context context;
     private State<Map<String, String>> properties;
+    private JTextField field;
 
     public TestControl() {
         exitIn("constructor");
@@ -55,10 +66,13 @@ public final class TestControl implements Control {
     /** A text field at the lower left, a button at the lower right. */
     @Override
     public Component createView() {
-        JTextField field = new JTextField();
+        field = new JTextField();
+        field.setName("field");
         properties.bind(field, now -> now.getOrDefault("text", ""), (now, text) -> with(now, "text", text));
         field.addActionListener(event -> context.raise("field: " + get("text")));
         JButton button = new JButton("Send event");
+        button.setName("button");
+        button.setMnemonic('S');
         button.addActionListener(event -> context.raise("button: " + get("text")));
         JPanel input = new JPanel(new BorderLayout());
         input.add(field, BorderLayout.CENTER);
@@ -66,6 +80,7 @@ public final class TestControl implements Control {
         JPanel view = new JPanel(new BorderLayout());
         view.setBorder(BorderFactory.createEmptyBorder(10, 10, 10, 10));
         view.add(input, BorderLayout.SOUTH);
+        KeyboardFocusManager.getCurrentKeyboardFocusManager().addKeyEventPostProcessor(this::passOn);
         return view;
     }
 
@@ -110,6 +125,18 @@ public final class TestControl implements Control {
             case "sleepInEvents":
                 EventQueue.invokeLater(() -> pause(Integer.parseInt(argument)));
                 return argument;
+            case "watchFocus":
+                EventQueue.invokeLater(this::watchFocus);
+                return argument;
+            case "focusOwner":
+                Component owner = KeyboardFocusManager.getCurrentKeyboardFocusManager().getFocusOwner();
+                return owner == null ? "" : String.valueOf(owner.getName());
+            case "openDialog":
+                EventQueue.invokeLater(this::openDialog);
+                return argument;
+            case "place":
+                Point place = SwingUtilities.getWindowAncestor(field).getLocation();
+                return place.x + ";" + place.y;
             case "blockTheEnd":
                 Runtime.getRuntime().addShutdownHook(new Thread(() -> pause(Integer.parseInt(argument))));
                 new Thread(() -> pause(Integer.parseInt(argument))).start();
@@ -151,6 +178,49 @@ public final class TestControl implements Control {
         generation.incrementAndGet();
         timer.incrementAndGet();
         pause(closing);
+    }
+
+    /** Escape, Enter and Alt with a letter go to the client's dialog when nothing here uses them. */
+    private boolean passOn(KeyEvent event) {
+        if (event.getID() == KeyEvent.KEY_PRESSED && !event.isConsumed()) {
+            int modifiers = event.getModifiersEx();
+            if (modifiers == KeyEvent.ALT_DOWN_MASK && Character.isLetterOrDigit(event.getKeyChar())) {
+                context.raise("kesta:key alt " + event.getKeyChar());
+            } else if (modifiers == 0 && event.getKeyCode() == KeyEvent.VK_ESCAPE) {
+                context.raise("kesta:key escape");
+            } else if (modifiers == 0 && event.getKeyCode() == KeyEvent.VK_ENTER) {
+                context.raise("kesta:key enter");
+            }
+        }
+        return false;
+    }
+
+    /** Events tell from now on when the field gains or loses the focus. */
+    private void watchFocus() {
+        field.addFocusListener(new FocusListener() {
+            @Override
+            public void focusGained(FocusEvent event) {
+                context.raise("field gained the focus");
+            }
+
+            @Override
+            public void focusLost(FocusEvent event) {
+                context.raise("field lost the focus");
+            }
+        });
+    }
+
+    /** A modal one with a field, which Escape closes. */
+    private void openDialog() {
+        JDialog dialog = new JDialog(SwingUtilities.getWindowAncestor(field), "dialog", Dialog.ModalityType.APPLICATION_MODAL);
+        JTextField inner = new JTextField(20);
+        inner.setName("inner");
+        dialog.add(inner);
+        dialog.getRootPane().registerKeyboardAction(event -> dialog.dispose(), KeyStroke.getKeyStroke(KeyEvent.VK_ESCAPE, 0),
+                                                    JComponent.WHEN_IN_FOCUSED_WINDOW);
+        dialog.pack();
+        dialog.setLocationRelativeTo(field);
+        dialog.setVisible(true);
     }
 
     private void watch(String text) {
