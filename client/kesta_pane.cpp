@@ -272,7 +272,8 @@ bool Pane::CCore::focus(Way way)
     }
     // In a program that is not the active one, the call would have Java take the foreground.
     if (way != Way::HERE && m_focusWatch->isInside()) {
-        m_entering = session()->issue(CALL_METHOD, {FOCUS_ENTERS, way == Way::FORWARD ? L"forward" : L"backward"}, FOCUS_ENTERS, {});
+        m_entering =
+            session()->issue(CALL_METHOD, {FOCUS_ENTERS, way == Way::FORWARD ? L"forward" : L"backward"}, FOCUS_ENTERS, {});
     }
     return true;
 }

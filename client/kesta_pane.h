@@ -20,7 +20,8 @@
 // throw; what one throws is given to the handler `problem`.
 //
 // Keyboard: docs/keyboard.md says what the library, your window and the control do each. While the pane exists, it listens to
-// Windows' events about the focus. Keys that the control does not use arrive in your message loop as messages to the pane's window.
+// Windows' events about the focus. Keys that the control does not use arrive in your message loop as messages to the pane's
+// window.
 //
 // Texts are UTF-16 and may contain zero characters.
 #pragma once
@@ -186,8 +187,8 @@ public:
     DWORD process() const;
 
     // Gives the focus to the control: to its first component, its last one, or the one that had it, to which it also goes while
-    // your program is not the active one. False if the control cannot take it now: it is not there, switched off or hidden, or does
-    // not answer. Giving the focus to the pane's window does the same, also before the control is there.
+    // your program is not the active one. False if the control cannot take it now: it is not there, switched off or hidden, or
+    // does not answer. Giving the focus to the pane's window does the same, also before the control is there.
     bool focus(Way way = Way::HERE);
     // Starts another server in place of this one; a server that hangs is ended. Calls that are under way are answered with
     // NO_SERVER.

@@ -19,7 +19,8 @@ public:
     using Frame = std::function<HWND()>; // null while there is none
     using Left = std::function<void()>;
 
-    // Left is called, inside look or while the thread handles messages, when the focus is found outside after it was in the frame.
+    // Left is called, inside look or while the thread handles messages, when the focus is found outside after it was in the
+    // frame.
     CFocusWatch(Frame frame, Left left);
     ~CFocusWatch();
     CFocusWatch(const CFocusWatch&) = delete;

@@ -216,8 +216,8 @@ public final class TestControl implements Control {
         JTextField inner = new JTextField(20);
         inner.setName("inner");
         dialog.add(inner);
-        dialog.getRootPane().registerKeyboardAction(event -> dialog.dispose(), KeyStroke.getKeyStroke(KeyEvent.VK_ESCAPE, 0),
-                                                    JComponent.WHEN_IN_FOCUSED_WINDOW);
+        dialog.getRootPane().registerKeyboardAction(
+            event -> dialog.dispose(), KeyStroke.getKeyStroke(KeyEvent.VK_ESCAPE, 0), JComponent.WHEN_IN_FOCUSED_WINDOW);
         dialog.pack();
         dialog.setLocationRelativeTo(field);
         dialog.setVisible(true);
