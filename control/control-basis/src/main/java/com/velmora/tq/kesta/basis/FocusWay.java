@@ -43,7 +43,7 @@ final class FocusWay extends LayoutFocusTraversalPolicy {
     @Override
     public Component getComponentAfter(Container root, Component component) {
         if (component == getLastComponent(root)) {
-            raise.accept(LEAVES_FORWARD);
+            tell(LEAVES_FORWARD);
         }
         return super.getComponentAfter(root, component);
     }
@@ -51,8 +51,16 @@ final class FocusWay extends LayoutFocusTraversalPolicy {
     @Override
     public Component getComponentBefore(Container root, Component component) {
         if (component == getFirstComponent(root)) {
-            raise.accept(LEAVES_BACKWARD);
+            tell(LEAVES_BACKWARD);
         }
         return super.getComponentBefore(root, component);
+    }
+
+    /**
+     * Later, when the focus has gone round: the client tells the frame at once that it has lost the focus, and what Java learns
+     * before it has given the focus to the next component it forgets.
+     */
+    private void tell(String event) {
+        EventQueue.invokeLater(() -> raise.accept(event));
     }
 }
