@@ -400,38 +400,18 @@ void PaneFocusTest::move(int distance)
     EXPECT_TRUE(pump([&] { return ask(L"place") == expected; })) << narrow(ask(L"place")) << " is not " << narrow(expected);
 }
 
-TEST_F(PaneFocusTest, OneClickTypesAndJavaHearsOfTheNextOne)
+TEST_F(PaneFocusTest, KeysFollowClicksTabMnemonicsAndDialogs)
 {
     ASSERT_NO_FATAL_FAILURE(begin());
     ask(L"watchFocus");
     clickAndType();
     EXPECT_TRUE(pump([&] { return record.hasEvent(EventKind::CUSTOM, L"field lost the focus"); }));
-}
-
-TEST_F(PaneFocusTest, TabGoesThroughTheControlBothWays)
-{
-    ASSERT_NO_FATAL_FAILURE(begin());
-    tabThrough();
+    goEachOtherWay(50);
     leaveBeforeJavaIsAsked();
 }
 
-TEST_F(PaneFocusTest, KeysThatJavaDoesNotUseReachTheDialog)
-{
-    ASSERT_NO_FATAL_FAILURE(begin());
-    useKeysOfTheDialog();
-}
-
-TEST_F(PaneFocusTest, FocusComesBackFromDialogsAndOtherPrograms)
-{
-    ASSERT_NO_FATAL_FAILURE(begin());
-    openDialogOfTheHost();
-    openDialogOfTheControl();
-    useAnotherProgram();
-    move(50);
-}
-
 // No message tells the client of a click from one server's window into another one's.
-TEST_F(PaneFocusTest, ClickIntoAnotherPaneIsHeardByBoth)
+TEST_F(PaneFocusTest, PanesHandTheFocusOverAndKeepItWhenTheirServerEnds)
 {
     ASSERT_NO_FATAL_FAILURE(begin());
     MoveWindow(pane->window(), 60, 26, 200, 300, TRUE);
@@ -440,8 +420,6 @@ TEST_F(PaneFocusTest, ClickIntoAnotherPaneIsHeardByBoth)
     EXPECT_TRUE(pump([&] { return !told.readies.empty(); }, TIME_LIMIT));
     ASSERT_TRUE(fills(*other));
     ASSERT_TRUE(fills(*pane));
-    clickOnJavasField();
-    expectTypedInJava();
     for (int round = 0; round < 3; ++round) {
         clickOnFieldOf(*other);
         expectJava(L"");
@@ -450,13 +428,7 @@ TEST_F(PaneFocusTest, ClickIntoAnotherPaneIsHeardByBoth)
         expectTypedInJava();
         EXPECT_TRUE(pump([&] { return ask(*other, L"focusOwner").empty(); })) << state();
     }
-}
 
-TEST_F(PaneFocusTest, FocusOfAServerThatEndsWaitsInThePaneForTheNext)
-{
-    ASSERT_NO_FATAL_FAILURE(begin());
-    clickOnJavasField();
-    expectTypedInJava();
     expectExit(pane->process(), 77);
     CProcess(pane->process()).kill(77);
     EXPECT_TRUE(pump([&] { return !record.ended.empty() && GetFocus() == pane->window(); })) << state();
