@@ -83,6 +83,9 @@ TEST_F(RegistrationTest, WhatIsMissingOrBrokenInItIsNamed)
     machine.setString(library, "", folder.path("a b.exe"));
     EXPECT_THAT(faults(), ElementsAre(testing::StartsWith("FAULT machine, type library: does not load from " +
                                                           folder.path("a b.exe") + ": ")));
+    machine.setString(library, "", "stdole2.tlb");
+    EXPECT_THAT(faults(), ElementsAre(testing::StartsWith("FAULT machine, type library: does not load from stdole2.tlb: ")))
+        << "it is another one";
     machine.setString(library, "", "");
     EXPECT_THAT(faults(), ElementsAre("FAULT machine, type library: is not registered: calls between processes fail" + REGISTER));
     registerServer(machine, folder.path("a b.exe"));
