@@ -108,10 +108,10 @@ json observeKeys(CAcceptContext& context)
     pressKey(VK_F1);
     pressKey(VK_TAB); // to the button
     pressKey(VK_TAB); // round to the first component
+    const auto leaves = [&] { return stage.server.sink.count(CUSTOM_EVENT, "kesta:focusLeaves forward"); };
+    pumpUntil([&] { return leaves() > 0; });
     pumpFor(MOMENT);
-    return {{"got", got},
-            {"seenByClient", seenByClient},
-            {"leaves", stage.server.sink.count(CUSTOM_EVENT, "kesta:focusLeaves forward")}};
+    return {{"got", got}, {"seenByClient", seenByClient}, {"leaves", leaves()}};
 }
 
 Judgement judgeKeys(const json& seen)
