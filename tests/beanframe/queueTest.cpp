@@ -125,8 +125,10 @@ protected:
 
 TEST_F(EventQueueTest, ClockIsGetTickCount)
 {
-    const ImportHook<decltype(&GetTickCount)> hook("GetTickCount", []() -> DWORD { return 0xFFFF4711; });
-    EXPECT_EQ(s_clockOfTheStart(), 0xFFFF4711);
+    using Hook = ImportHook<decltype(&GetTickCount)>;
+    const Hook hook("GetTickCount", []() -> DWORD { return 0xFFFF4711; });
+    // The address of the function itself, or that of a jump through the table of imports: compilers differ.
+    EXPECT_TRUE(s_clockOfTheStart == Hook::s_original || s_clockOfTheStart() == 0xFFFF4711);
 }
 
 TEST_F(EventQueueTest, WithoutDelayOneMessageIsPostedAtOnceFromAnyThread)
