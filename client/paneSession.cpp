@@ -2,11 +2,11 @@
 #include "client/paneSession.h"
 
 #include "client/paneFrame.h"
+#include "client/paneThreads.h"
 
 #include <algorithm>
 #include <iterator>
 #include <system_error>
-#include <thread>
 
 namespace kesta {
 
@@ -92,7 +92,9 @@ bool isDue(ULONGLONG deadline, ULONGLONG now)
 
 bool finish(Milliseconds limit)
 {
-    return liveSessions().finish(limit);
+    const bool haveAllEnded = liveSessions().finish(limit);
+    endIdleApartments();
+    return haveAllEnded;
 }
 
 CSession::CSession(const Options& options, std::weak_ptr<IPane> pane, std::shared_ptr<CBase> base)
@@ -124,7 +126,7 @@ std::shared_ptr<CSession> CSession::begin(const Options& options, std::weak_ptr<
         SetWindowLongPtrW(session->m_holder, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(session.get()));
         session->dock(paneWindow);
         try {
-            std::thread([session] { session->work(); }).detach();
+            runInApartment([session](HRESULT hr) { session->work(hr); });
         } catch (const std::system_error&) {
             problem = {E_OUTOFMEMORY, L"The pane's thread could not be started."};
         }

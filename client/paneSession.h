@@ -74,8 +74,8 @@ private:
     static void CALLBACK timer(HWND window, UINT message, UINT_PTR id, DWORD time);
     static LRESULT CALLBACK holderProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
 
-    // The session's own thread.
-    void work();
+    // The session's own thread, with the result of COM's initialisation.
+    void work(HRESULT hr);
     Result start(CServerObject& object);
     Result watchServer(int frameId);
     Result lookForFrame(DWORD id, HWND& frame);

@@ -10,20 +10,9 @@ namespace kesta {
 
 namespace {
 
-constexpr DWORD POLL = 20;                       // ms
-constexpr DWORD END_LIMIT = 1000;                // ms
-constexpr DWORD KILL_LIMIT = 5000;               // ms
-constexpr wchar_t THREAD_NAME[] = L"kesta pane"; // as debuggers show it
-
-// Windows has the function since version 1607.
-void nameThisThread()
-{
-    using Name = HRESULT(WINAPI*)(HANDLE, PCWSTR);
-    const FARPROC function = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "SetThreadDescription");
-    if (function != nullptr) {
-        reinterpret_cast<Name>(reinterpret_cast<void*>(function))(GetCurrentThread(), THREAD_NAME);
-    }
-}
+constexpr DWORD POLL = 20;         // ms
+constexpr DWORD END_LIMIT = 1000;  // ms
+constexpr DWORD KILL_LIMIT = 5000; // ms
 
 // The connection to a process that ends is broken shortly before its handle is signalled.
 bool mayBeTheEnd(HRESULT hr)
@@ -38,10 +27,8 @@ Result behind(const std::wstring& what, const Result& cause)
 
 } // namespace
 
-void CSession::work()
+void CSession::work(HRESULT hr)
 {
-    nameThisThread();
-    const HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     Result result = FAILED(hr) ? failure(hr, L"COM is not there.") : Result();
     if (result) {
         CServerObject object;
@@ -64,9 +51,6 @@ void CSession::work()
         awaitEnd();
     } else {
         post([result](CSession& own) { own.over({Reason::NOT_STARTED, result.hr, result.text}); });
-    }
-    if (SUCCEEDED(hr)) {
-        CoUninitialize();
     }
     post([](CSession& own) { own.workerEnded(); });
     SetEvent(m_workerDone.get());
