@@ -38,6 +38,14 @@ class JudgementTest(unittest.TestCase):
             self.add(name, lambda part, limit=limit: 2 * max(limit.slope, limit.scatter) * part)
             self.assertEqual(self.growing(), [name])
 
+    def test_stacks_of_threads_are_no_growth_of_private_bytes_but_what_grows_beside_them_is(self):
+        for number, sample in enumerate(self.samples):
+            sample["threads"] = 30 + (number > 60)
+            sample["private bytes"] += sample["threads"] * 1024 * 1024 * 4
+        self.assertEqual(self.growing(), [])
+        self.add("private bytes", lambda part: 2 * LIMITS["private bytes"].slope * part)
+        self.assertEqual(self.growing(), ["private bytes"])
+
     def test_what_rises_in_the_warm_up_or_falls_does_not_grow(self):
         self.add("private bytes", lambda part: 1e9 * min(part, SOAK["WARM_UP"]))
         self.add("handles", lambda part: -1000 * part)
