@@ -42,23 +42,32 @@ protected:
         std::optional<CConnection> connection;
     };
 
-    // The thread that the process began with. COM's windows do not tell it: Java's window thread has such a window too.
-    static DWORD mainThread(DWORD process)
+    static std::vector<DWORD> threadsOf(DWORD process)
     {
+        std::vector<DWORD> threads;
         const ATL::CHandle all(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
         THREADENTRY32 entry = {};
         entry.dwSize = sizeof entry;
+        for (BOOL isThere = Thread32First(all, &entry); isThere != FALSE; isThere = Thread32Next(all, &entry)) {
+            if (entry.th32OwnerProcessID == process) {
+                threads.push_back(entry.th32ThreadID);
+            }
+        }
+        return threads;
+    }
+    // The thread that the process began with. COM's windows do not tell it: Java's window thread has such a window too.
+    static DWORD mainThread(DWORD process)
+    {
         DWORD oldest = 0;
         ULONGLONG oldestTime = std::numeric_limits<ULONGLONG>::max();
-        for (BOOL isThere = Thread32First(all, &entry); isThere != FALSE; isThere = Thread32Next(all, &entry)) {
-            const ATL::CHandle thread(
-                entry.th32OwnerProcessID == process ? OpenThread(THREAD_QUERY_INFORMATION, FALSE, entry.th32ThreadID) : nullptr);
+        for (const DWORD id : threadsOf(process)) {
+            const ATL::CHandle thread(OpenThread(THREAD_QUERY_INFORMATION, FALSE, id));
             FILETIME begin = {};
             FILETIME other = {};
             if (thread != nullptr && GetThreadTimes(thread, &begin, &other, &other, &other) != FALSE &&
                 ULARGE_INTEGER{{begin.dwLowDateTime, begin.dwHighDateTime}}.QuadPart < oldestTime) {
                 oldestTime = ULARGE_INTEGER{{begin.dwLowDateTime, begin.dwHighDateTime}}.QuadPart;
-                oldest = entry.th32ThreadID;
+                oldest = id;
             }
         }
         return oldest;
