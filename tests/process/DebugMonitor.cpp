@@ -16,6 +16,9 @@ struct Page
 
 constexpr char SERVER_LINE[] = "KESTA KESTAx64.exe ";
 
+// Far more than a sender has the page, and less than the ten seconds that the next one waits for it.
+constexpr DWORD SENDER_LIMIT = 3000; // ms
+
 } // namespace
 
 CDebugMonitor::CDebugMonitor()
@@ -54,7 +57,11 @@ void CDebugMonitor::collect()
     const auto* const page = static_cast<const Page*>(MapViewOfFile(m_mapping, FILE_MAP_READ, 0, 0, 0));
     const HANDLE handles[] = {m_stop, m_dataReady};
     SetEvent(m_bufferReady);
-    while (WaitForMultipleObjects(2, handles, FALSE, INFINITE) != WAIT_OBJECT_0) {
+    for (DWORD result = 0; (result = WaitForMultipleObjects(2, handles, FALSE, SENDER_LIMIT)) != WAIT_OBJECT_0;) {
+        if (result == WAIT_TIMEOUT) {
+            SetEvent(m_bufferReady);
+            continue;
+        }
         Line line{page->process, std::string(page->text, strnlen(page->text, sizeof page->text))};
         if (line.text.ends_with('\n')) {
             line.text.pop_back();

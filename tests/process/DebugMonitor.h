@@ -3,6 +3,8 @@
 // Ownership: the four kernel objects of the debugger stream's protocol; one monitor at a time per session.
 // Threads:   it collects on its own thread; every operation may be called from any thread.
 // A sender waits until its line is taken, so a process is certain to be alive when it is opened at its first line.
+// A sender that was killed while it had the shared page never gives it back. The monitor then offers the page anew, or each later
+// line of any process would take ten seconds and be lost.
 #pragma once
 
 #include "tests/process/Program.h"
