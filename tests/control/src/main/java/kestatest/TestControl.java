@@ -80,7 +80,7 @@ public final class TestControl implements Control {
         JPanel view = new JPanel(new BorderLayout());
         view.setBorder(BorderFactory.createEmptyBorder(10, 10, 10, 10));
         view.add(input, BorderLayout.SOUTH);
-        KeyboardFocusManager.getCurrentKeyboardFocusManager().addKeyEventPostProcessor(this::passOn);
+        context.passUnusedKeys();
         return view;
     }
 
@@ -178,21 +178,6 @@ public final class TestControl implements Control {
         generation.incrementAndGet();
         timer.incrementAndGet();
         pause(closing);
-    }
-
-    /** Escape, Enter and Alt with a letter go to the client's dialog when nothing here uses them. */
-    private boolean passOn(KeyEvent event) {
-        if (event.getID() == KeyEvent.KEY_PRESSED && !event.isConsumed()) {
-            int modifiers = event.getModifiersEx();
-            if (modifiers == KeyEvent.ALT_DOWN_MASK && Character.isLetterOrDigit(event.getKeyChar())) {
-                context.raise("kesta:key alt " + event.getKeyChar());
-            } else if (modifiers == 0 && event.getKeyCode() == KeyEvent.VK_ESCAPE) {
-                context.raise("kesta:key escape");
-            } else if (modifiers == 0 && event.getKeyCode() == KeyEvent.VK_ENTER) {
-                context.raise("kesta:key enter");
-            }
-        }
-        return false;
     }
 
     /** Events tell from now on when the field gains or loses the focus. */

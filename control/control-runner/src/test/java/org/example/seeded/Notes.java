@@ -54,6 +54,8 @@ public final class Notes extends OwnNameControl {
         view.add(middle, BorderLayout.CENTER);
         view.add(button, BorderLayout.EAST);
         view.add(off, BorderLayout.SOUTH);
+        context.passUnusedKeys();
+        context.passUnusedKeys(); // no key is told twice
         return view;
     }
 

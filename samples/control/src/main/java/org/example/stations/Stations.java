@@ -7,7 +7,6 @@ import com.velmora.tq.kesta.control.Texts;
 import java.awt.BorderLayout;
 import java.awt.Component;
 import java.awt.KeyboardFocusManager;
-import java.awt.event.KeyEvent;
 import java.util.List;
 import java.util.TreeMap;
 import java.util.stream.Collectors;
@@ -73,23 +72,8 @@ public final class Stations implements Control {
         view.add(title, BorderLayout.NORTH);
         view.add(new JScrollPane(table), BorderLayout.CENTER);
         view.add(input, BorderLayout.SOUTH);
-        KeyboardFocusManager.getCurrentKeyboardFocusManager().addKeyEventPostProcessor(this::passOn);
+        context.passUnusedKeys();
         return view;
-    }
-
-    /** Escape, Enter and Alt with a letter go to the client's dialog when nothing here uses them. */
-    private boolean passOn(KeyEvent event) {
-        if (event.getID() == KeyEvent.KEY_PRESSED && !event.isConsumed()) {
-            int modifiers = event.getModifiersEx();
-            if (modifiers == KeyEvent.ALT_DOWN_MASK && Character.isLetterOrDigit(event.getKeyChar())) {
-                context.raise("kesta:key alt " + event.getKeyChar());
-            } else if (modifiers == 0 && event.getKeyCode() == KeyEvent.VK_ESCAPE) {
-                context.raise("kesta:key escape");
-            } else if (modifiers == 0 && event.getKeyCode() == KeyEvent.VK_ENTER) {
-                context.raise("kesta:key enter");
-            }
-        }
-        return false;
     }
 
     @Override

@@ -23,4 +23,10 @@ public interface Context {
      * keys.
      */
     void focusLeaves(boolean forward);
+
+    /**
+     * From now on, tells the client of Escape, Enter and Alt with a letter or digit when no component of the view uses them, for
+     * the dialog around it. Keys in windows of the control's own are not meant.
+     */
+    void passUnusedKeys();
 }

@@ -157,7 +157,7 @@ public final class ControlHost {
 
     /** Opens the control here, and gives what makes and shows its view on the event thread. */
     private Runnable open(Control wanted) {
-        HostContext around = new HostContext(wanted.name(), log, raise);
+        HostContext around = new HostContext(wanted.name(), place, log, raise);
         try {
             wanted.open(around);
         } catch (RuntimeException | LinkageError problem) {

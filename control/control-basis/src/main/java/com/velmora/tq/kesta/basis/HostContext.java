@@ -3,9 +3,12 @@ package com.velmora.tq.kesta.basis;
 import com.velmora.tq.kesta.control.Context;
 import com.velmora.tq.kesta.control.Log;
 import com.velmora.tq.kesta.control.State;
+import java.awt.Container;
+import java.awt.KeyboardFocusManager;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
 import java.util.concurrent.RejectedExecutionException;
+import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.function.Consumer;
 
@@ -16,10 +19,13 @@ final class HostContext implements Context {
     private final ControlLog log;
     private final Consumer<String> raise;
     private final ExecutorService workers;
+    private final UnusedKeys unusedKeys;
+    private final AtomicBoolean passesKeys = new AtomicBoolean();
 
-    HostContext(String name, ControlLog log, Consumer<String> raise) {
+    HostContext(String name, Container place, ControlLog log, Consumer<String> raise) {
         this.log = log;
         this.raise = raise;
+        unusedKeys = new UnusedKeys(place, raise);
         workers = Executors.newCachedThreadPool(work -> {
             Thread thread = new Thread(work, name + " background " + s_threads.incrementAndGet());
             thread.setDaemon(true);
@@ -65,7 +71,15 @@ final class HostContext implements Context {
         raise.accept(forward ? FocusWay.LEAVES_FORWARD : FocusWay.LEAVES_BACKWARD);
     }
 
+    @Override
+    public void passUnusedKeys() {
+        if (passesKeys.compareAndSet(false, true)) {
+            KeyboardFocusManager.getCurrentKeyboardFocusManager().addKeyEventPostProcessor(unusedKeys);
+        }
+    }
+
     void close() {
+        KeyboardFocusManager.getCurrentKeyboardFocusManager().removeKeyEventPostProcessor(unusedKeys);
         workers.shutdownNow();
     }
 }

@@ -15,6 +15,7 @@ import java.awt.BorderLayout;
 import java.awt.Component;
 import java.awt.Container;
 import java.awt.EventQueue;
+import java.awt.event.KeyEvent;
 import java.awt.image.BufferedImage;
 import java.lang.invoke.MethodType;
 import java.lang.reflect.Method;
@@ -236,6 +237,40 @@ class AdapterTest {
     }
 
     @Test
+    void keysThatTheViewDoesNotUseGoToTheClient(Runner control) {
+        JTextField field = control.find(JTextField.class, "text");
+        control.onEventThread(() -> {
+            press(field, KeyEvent.VK_ESCAPE, KeyEvent.SHIFT_DOWN_MASK);
+            press(field, KeyEvent.VK_X, KeyEvent.CTRL_DOWN_MASK);
+            press(field, KeyEvent.VK_SPACE, KeyEvent.ALT_DOWN_MASK);
+            press(new JTextField(), KeyEvent.VK_ESCAPE, 0); // of another window
+            KeyEvent used = keyPressed(field, KeyEvent.VK_ESCAPE, 0);
+            used.consume();
+            field.dispatchEvent(used);
+            press(field, KeyEvent.VK_ESCAPE, 0);
+        });
+        assertEquals("kesta:key escape", control.awaitEvent());
+        control.onEventThread(() -> press(field, KeyEvent.VK_ENTER, 0));
+        assertEquals("kesta:key enter", control.awaitEvent());
+        control.onEventThread(() -> press(field, KeyEvent.VK_X, KeyEvent.ALT_DOWN_MASK));
+        assertEquals("kesta:key alt x", control.awaitEvent());
+        assertTrue(control.events().isEmpty());
+    }
+
+    @Test
+    void controlThatIsClosedTellsNoKeys() {
+        QMRTWinControl control = new QMRTWinControl();
+        Events events = new Events();
+        control.addORVANEControlListener(events);
+        control.setUsedControl("Notes", "");
+        await(() -> press(control, KeyEvent.VK_ESCAPE, 0));
+        assertEquals("kesta:key escape", events.custom);
+        control.free();
+        await(() -> press(control, KeyEvent.VK_ENTER, 0));
+        assertEquals("kesta:key escape", events.custom);
+    }
+
+    @Test
     void inputIsSwitchedOffAndOnWhereItWasOn(Runner control) {
         JTextField field = control.find(JTextField.class, "text");
         JCheckBox off = control.find(JCheckBox.class, "Always off");
@@ -284,6 +319,14 @@ class AdapterTest {
     private static boolean isNative(String name, Class<?>... parameters) throws Exception {
         Method method = KESTAListener.class.getDeclaredMethod(name, parameters);
         return Modifier.isNative(method.getModifiers()) && !Modifier.isStatic(method.getModifiers());
+    }
+
+    private static void press(Component component, int key, int modifiers) {
+        component.dispatchEvent(keyPressed(component, key, modifiers));
+    }
+
+    private static KeyEvent keyPressed(Component component, int key, int modifiers) {
+        return new KeyEvent(component, KeyEvent.KEY_PRESSED, 0, modifiers, key, (char) Character.toLowerCase(key));
     }
 
     private static String notice(Container place) {
