@@ -1,5 +1,8 @@
 #include "client/paneBase.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace kesta {
 
 namespace {
@@ -8,6 +11,19 @@ constexpr wchar_t CLASS_NAME[] = L"kesta pane base";
 constexpr UINT WM_WORK = WM_APP;
 constexpr UINT_PTR TURN_TIMER = 1;
 constexpr ULONGLONG TURN = 20; // ms
+
+struct SClasses
+{
+    std::mutex mutex;
+    std::vector<const wchar_t*> names;
+};
+
+// Never destroyed: panes may be, after the library's static objects.
+SClasses& classes()
+{
+    static auto* const s_classes = new SClasses;
+    return *s_classes;
+}
 
 } // namespace
 
@@ -28,7 +44,21 @@ bool registerClass(const wchar_t* name, WNDPROC procedure, HBRUSH background)
     description.hCursor = LoadCursorW(nullptr, reinterpret_cast<LPCWSTR>(IDC_ARROW));
     description.hbrBackground = background;
     description.lpszClassName = name;
-    return RegisterClassExW(&description) != 0 || GetLastError() == ERROR_CLASS_ALREADY_EXISTS;
+    SClasses& shared = classes();
+    const std::lock_guard<std::mutex> lock(shared.mutex);
+    if (RegisterClassExW(&description) == 0) {
+        return GetLastError() == ERROR_CLASS_ALREADY_EXISTS;
+    }
+    shared.names.push_back(name);
+    return true;
+}
+
+void unregisterClasses()
+{
+    SClasses& shared = classes();
+    const std::lock_guard<std::mutex> lock(shared.mutex);
+    const auto unregister = [](const wchar_t* name) { return UnregisterClassW(name, moduleInstance()) != FALSE; };
+    shared.names.erase(std::remove_if(shared.names.begin(), shared.names.end(), unregister), shared.names.end());
 }
 
 std::shared_ptr<CBase> CBase::create()
@@ -38,6 +68,10 @@ std::shared_ptr<CBase> CBase::create()
     }
     std::shared_ptr<CBase> base(new CBase);
     base->m_self = base;
+    base->m_thread.reset(OpenThread(SYNCHRONIZE, FALSE, GetCurrentThreadId()));
+    if (base->m_thread == nullptr) {
+        return nullptr;
+    }
     // Top-level: a window under HWND_MESSAGE would be no proper place for a frame.
     base->m_window = CreateWindowExW(WS_EX_TOOLWINDOW | WS_EX_NOACTIVATE, CLASS_NAME, L"", WS_POPUP | WS_CLIPCHILDREN, 0, 0, 1, 1,
                                      nullptr, nullptr, moduleInstance(), nullptr);
@@ -65,6 +99,7 @@ void CBase::leave()
 
 void CBase::post(Work work)
 {
+    std::deque<Work> dropped; // destroyed without the lock
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (m_isOver) {
         return;
@@ -73,10 +108,14 @@ void CBase::post(Work work)
     if (!m_isScheduled) {
         m_turnBegin = GetTickCount64();
         schedule();
+        if (!m_isScheduled && hasThreadEnded()) {
+            m_isOver = true;
+            dropped.swap(m_works);
+        }
     }
 }
 
-// A full message queue or a window that is gone refuses the message; the next post tries again.
+// A full message queue refuses the message; the next post tries again.
 void CBase::schedule()
 {
     if (GetTickCount64() - m_turnBegin > TURN && SetTimer(m_window, TURN_TIMER, USER_TIMER_MINIMUM, nullptr) != 0) {
@@ -86,8 +125,14 @@ void CBase::schedule()
     }
 }
 
+void CBase::workOff()
+{
+    while (GetCurrentThreadId() == m_threadId && doNext()) {
+    }
+}
+
 // The next one is scheduled first, because this one may handle messages itself, in a dialog for instance.
-void CBase::doNext()
+bool CBase::doNext()
 {
     const std::shared_ptr<CBase> keep = m_self.lock();
     Work work;
@@ -95,7 +140,7 @@ void CBase::doNext()
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_isScheduled = false;
         if (m_works.empty()) {
-            return;
+            return false;
         }
         work = std::move(m_works.front());
         m_works.pop_front();
@@ -103,7 +148,12 @@ void CBase::doNext()
             schedule();
         }
     }
-    work();
+    try {
+        work();
+    } catch (...) {
+        OutputDebugStringW(L"The pane has given up some work, probably because there is no memory.");
+    }
+    return true;
 }
 
 LRESULT CALLBACK CBase::procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam)

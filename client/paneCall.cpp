@@ -23,8 +23,8 @@ SCall::SCall(long method, std::vector<Value> values, std::wstring description, C
     : member(method)
     , arguments(std::move(values))
     , what(std::move(description))
-    , completion(std::move(whenDone))
     , m_delivery(std::move(delivery))
+    , m_completion(std::move(whenDone))
     , m_done(CreateEventW(nullptr, TRUE, FALSE, nullptr))
 {
 }
@@ -64,6 +64,12 @@ Result SCall::result() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_result;
+}
+
+Completion SCall::takeCompletion()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return std::exchange(m_completion, nullptr);
 }
 
 bool SCall::begin()

@@ -39,7 +39,9 @@ public:
     const long member;
     const std::vector<Value> arguments;
     const std::wstring what; // "callMethod(sleep)"
-    const Completion completion;
+    // The completion, once: so that it is destroyed where it is called.
+    Completion takeCompletion();
+
     ULONGLONG deadline = 0; // the session's, GetTickCount64; 0: none yet
 
 private:
@@ -47,6 +49,7 @@ private:
     const wchar_t* fate() const;
 
     const Delivery m_delivery;
+    Completion m_completion;
     mutable std::mutex m_mutex;
     CHandle m_done;
     bool m_isBegun = false;

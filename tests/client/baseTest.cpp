@@ -101,6 +101,29 @@ TEST_F(PaneBaseTest, WorkWithoutEndLetsPaintingTakePlace)
     base->leave();
 }
 
+// An exception must not go through Windows' code, which calls the window's procedure.
+TEST_F(PaneBaseTest, WorkThatThrowsHarmsNothing)
+{
+    bool isDone = false;
+    base->post([] { throw std::bad_alloc(); });
+    base->post([&] { isDone = true; });
+    EXPECT_NO_THROW(pumpUntil([&] { return isDone; }));
+    EXPECT_TRUE(isDone);
+    base->leave();
+}
+
+TEST(PaneBaseThreadTest, WorkForAThreadThatHasEndedIsDropped)
+{
+    std::shared_ptr<CBase> base;
+    std::thread([&] {
+        base = CBase::create();
+        base->enter();
+    }).join();
+    const auto held = std::make_shared<int>(1);
+    base->post([held] {});
+    EXPECT_EQ(held.use_count(), 1);
+}
+
 TEST_F(PaneBaseTest, LastOneToLeaveTakesTheWindowAndTheRestOfTheWork)
 {
     const auto held = std::make_shared<int>(1);
