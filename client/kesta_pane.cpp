@@ -42,6 +42,21 @@ bool answersMessages(HWND window)
     return SendMessageTimeoutW(window, WM_NULL, 0, 0, SMTO_ABORTIFHUNG, FRAME_LIMIT, &ignored) != 0;
 }
 
+// Exceptions do not say how their texts are encoded.
+std::wstring wide(const std::string& text)
+{
+    for (const UINT encoding : {static_cast<UINT>(CP_UTF8), static_cast<UINT>(CP_ACP)}) {
+        const DWORD flags = encoding == CP_UTF8 ? MB_ERR_INVALID_CHARS : 0;
+        const int size = static_cast<int>(text.size());
+        std::wstring whole(static_cast<size_t>(MultiByteToWideChar(encoding, flags, text.data(), size, nullptr, 0)), L'\0');
+        if (!whole.empty()) {
+            MultiByteToWideChar(encoding, flags, text.data(), size, whole.data(), static_cast<int>(whole.size()));
+            return whole;
+        }
+    }
+    return {};
+}
+
 // The window whose tab stops the pane's is one of: nested ones are told by their style.
 HWND dialogOf(HWND window)
 {
@@ -80,7 +95,7 @@ public:
     void ready(const std::wstring& control) override;
     void event(EventKind kind, const std::wstring& text) override;
     void ended(const Ended& ended) override;
-    void answered(const SCall& call) override;
+    void answered(const Completion& completion, const Result& result) override;
 
 private:
     // Calls the client; nothing that it throws goes further.
@@ -186,8 +201,7 @@ void Pane::CCore::tell(Telling telling)
         telling(*handlers);
         return;
     } catch (const std::exception& thrown) {
-        const std::string text = thrown.what();
-        problem.assign(text.begin(), text.end());
+        problem = wide(thrown.what());
     } catch (...) {
         problem = L"something that is no std::exception";
     }
@@ -248,13 +262,9 @@ void Pane::CCore::ended(const Ended& ended)
     });
 }
 
-void Pane::CCore::answered(const SCall& call)
+void Pane::CCore::answered(const Completion& completion, const Result& result)
 {
-    tell([&](const Handlers&) {
-        if (call.completion) {
-            call.completion(call.result());
-        }
-    });
+    tell([&](const Handlers&) { completion(result); });
 }
 
 bool Pane::CCore::focus(Way way)
@@ -265,8 +275,8 @@ bool Pane::CCore::focus(Way way)
     }
     if (!m_focusWatch->isInside()) {
         SetFocus(frame);
-        if (GetFocus() != frame) {
-            return false; // it is switched off, or hidden
+        if (GetFocus() != frame || m_focusWatch == nullptr) {
+            return false; // it is switched off or hidden, or a handler of the client's has closed the pane
         }
         m_focusWatch->look(); // Java has to know before it is asked for a component
     }
@@ -412,7 +422,11 @@ LRESULT CALLBACK Pane::CCore::procedure(HWND window, UINT message, WPARAM wParam
         SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(core));
     }
     auto* core = reinterpret_cast<CCore*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-    return core != nullptr ? core->handle(message, wParam, lParam) : DefWindowProcW(window, message, wParam, lParam);
+    if (core == nullptr) {
+        return DefWindowProcW(window, message, wParam, lParam);
+    }
+    const std::shared_ptr<CCore> keep = core->shared_from_this(); // the client may destroy the pane meanwhile
+    return core->handle(message, wParam, lParam);
 }
 
 Pane::Pane(std::shared_ptr<CCore> core)
@@ -446,7 +460,8 @@ HWND Pane::window() const
 
 bool Pane::setParent(HWND parent, const RECT& place)
 {
-    return m_core->attach(parent, place);
+    const std::shared_ptr<CCore> keep = m_core; // the client may destroy the pane meanwhile
+    return keep->attach(parent, place);
 }
 
 Call Pane::call(const std::wstring& name, const std::wstring& argument, Completion completion)
@@ -488,17 +503,20 @@ DWORD Pane::process() const
 
 bool Pane::focus(Way way)
 {
-    return m_core->focus(way);
+    const std::shared_ptr<CCore> keep = m_core; // the client may destroy the pane meanwhile
+    return keep->focus(way);
 }
 
 void Pane::restart()
 {
-    m_core->restart();
+    const std::shared_ptr<CCore> keep = m_core;
+    keep->restart();
 }
 
 bool Pane::translate(const MSG& message)
 {
-    return m_core->translate(message);
+    const std::shared_ptr<CCore> keep = m_core; // the client may destroy the pane meanwhile
+    return keep->translate(message);
 }
 
 } // namespace kesta

@@ -23,10 +23,11 @@ struct SListener
     std::vector<CFocusWatch*> watches;
 };
 
+// The main thread's panes may be destroyed after its own objects of this kind, so this is none that is destroyed.
 SListener& listener()
 {
-    thread_local SListener s_listener;
-    return s_listener;
+    thread_local auto* const s_listener = new SListener;
+    return *s_listener;
 }
 
 bool isWithin(HWND window, HWND outer)

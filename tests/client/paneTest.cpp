@@ -134,6 +134,74 @@ TEST_F(PaneTest, HandlerMayDestroyThePane)
     EXPECT_TRUE(record.readies.empty());
 }
 
+// A client's window may close in the handler of a message that the focus's way into the control sends.
+TEST_F(PaneTest, ClientMayDestroyThePaneWhileItTakesTheFocus)
+{
+    static std::unique_ptr<Pane> s_pane;
+    const HWND field =
+        CreateWindowExW(0, L"EDIT", L"", WS_CHILD | WS_VISIBLE, 420, 0, 100, 24, window.handle(), nullptr, nullptr, nullptr);
+    const WNDPROC destroying = [](HWND target, UINT message, WPARAM wParam, LPARAM lParam) {
+        if (message == WM_KILLFOCUS) {
+            s_pane.reset();
+        }
+        return DefWindowProcW(target, message, wParam, lParam);
+    };
+    SetFocus(field);
+    s_pane = openReady();
+    SetWindowLongPtrW(field, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(destroying));
+    EXPECT_FALSE(s_pane->focus());
+    EXPECT_EQ(s_pane, nullptr);
+}
+
+TEST_F(PaneTest, CompletionMayThrowAndDestroyThePane)
+{
+    kesta::Handlers handlers = record.handlers();
+    std::wstring problem;
+    handlers.problem = [&](const std::wstring& text) { problem = text; };
+    auto pane = Pane::create(window.handle(), PLACE, options(), handlers);
+    pane->call(L"echo", L"first", [](const kesta::Result&) { throw 1; });
+    pane->call(L"echo", L"second", [&](const kesta::Result&) {
+        pane.reset();
+        throw std::runtime_error("thrown at the end");
+    });
+    pane->call(L"echo", L"third", [](const kesta::Result&) { ADD_FAILURE() << "its pane is gone"; });
+    EXPECT_TRUE(pumpUntil([&] { return pane == nullptr; }));
+    EXPECT_EQ(problem, L"A handler of the pane has thrown: thrown at the end");
+    pumpUntil([] { return false; }, {}, 300);
+}
+
+TEST_F(PaneTest, ThrownTextIsToldWhole)
+{
+    kesta::Handlers handlers = record.handlers();
+    std::wstring problem;
+    handlers.ready = [](const std::wstring&) { throw std::runtime_error("Troms\xC3\xB8"); };
+    handlers.problem = [&](const std::wstring& text) { problem = text; };
+    const auto pane = Pane::create(window.handle(), PLACE, options(), handlers);
+    EXPECT_TRUE(pumpUntil([&] { return !problem.empty(); }));
+    EXPECT_EQ(problem, L"A handler of the pane has thrown: Troms\u00F8");
+}
+
+// What they hold may belong to it.
+TEST_F(PaneTest, CompletionsAreDestroyedOnThePanesThread)
+{
+    DWORD thread = 0;
+    const auto noting = [&] {
+        return std::shared_ptr<int>(new int(0), [&](const int* held) {
+            thread = GetCurrentThreadId();
+            delete held;
+        });
+    };
+    const auto pane = openReady();
+    kesta::Call kept = pane->call(L"echo", L"kept", [held = noting()](const kesta::Result&) {});
+    EXPECT_TRUE(pumpUntil([&] { return thread != 0; }, {}, 5000)) << "while the call is kept";
+    EXPECT_EQ(thread, GetCurrentThreadId());
+    thread = 0;
+    kept = pane->call(L"sleep", L"300", [held = noting()](const kesta::Result&) {});
+    kept.cancel();
+    EXPECT_TRUE(pumpUntil([&] { return thread != 0; }, {}, 5000)) << "when it was cancelled";
+    EXPECT_EQ(thread, GetCurrentThreadId());
+}
+
 TEST_F(PaneTest, SampleInReadmeWorks)
 {
     settings.setControl("Stations", buildFolder());
