@@ -6,7 +6,8 @@
 
 #include <algorithm>
 #include <iterator>
-#include <system_error>
+#include <limits>
+#include <utility>
 
 namespace kesta {
 
@@ -18,14 +19,20 @@ constexpr ULONGLONG SHOW_LIMIT = 5000;
 constexpr ULONGLONG REPAINT_DELAY = 100; // ms
 constexpr Milliseconds EXIT_LIMIT{5000};
 
-// Of the program's end. A DLL that is unloaded must not wait here: its threads cannot end meanwhile.
+// For the threads to end that wait for no server any more.
+constexpr DWORD THREAD_LIMIT = 1000; // ms
+
+// Windows has ended all other threads already, as it does before a DLL hears of the program's end.
+bool haveThreadsEnded()
+{
+    using IsEnding = BOOLEAN(WINAPI*)();
+    const FARPROC function = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlDllShutdownInProgress");
+    return function != nullptr && reinterpret_cast<IsEnding>(reinterpret_cast<void*>(function))() != FALSE;
+}
+
+// Never destroyed: panes may be after the other static objects.
 struct SLiveSessions
 {
-    SLiveSessions() = default;
-    ~SLiveSessions() { finish(EXIT_LIMIT); }
-    SLiveSessions(const SLiveSessions&) = delete;
-    SLiveSessions& operator=(const SLiveSessions&) = delete;
-
     void add(const std::shared_ptr<CSession>& session)
     {
         const std::lock_guard<std::mutex> lock(mutex);
@@ -43,28 +50,16 @@ struct SLiveSessions
         }
         return nullptr;
     }
-    bool finish(Milliseconds limit)
+    std::vector<std::shared_ptr<CSession>> all()
     {
-        std::vector<std::shared_ptr<CSession>> closing;
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            for (const std::weak_ptr<CSession>& live : sessions) {
-                if (const std::shared_ptr<CSession> session = live.lock(); session != nullptr && session->isClosing()) {
-                    closing.push_back(session);
-                }
+        const std::lock_guard<std::mutex> lock(mutex);
+        std::vector<std::shared_ptr<CSession>> found;
+        for (const std::weak_ptr<CSession>& live : sessions) {
+            if (std::shared_ptr<CSession> session = live.lock()) {
+                found.push_back(std::move(session));
             }
         }
-        const ULONGLONG end = GetTickCount64() + static_cast<ULONGLONG>(std::max<Milliseconds::rep>(limit.count(), 0));
-        bool haveAllEnded = true;
-        for (const std::shared_ptr<CSession>& session : closing) {
-            const ULONGLONG now = GetTickCount64();
-            if (!waitForHandle(session->workerDone(), Milliseconds(now < end ? end - now : 0))) {
-                haveAllEnded = false;
-                session->kill();
-                waitForHandle(session->workerDone(), EXIT_LIMIT);
-            }
-        }
-        return haveAllEnded;
+        return found;
     }
 
     std::mutex mutex;
@@ -73,8 +68,33 @@ struct SLiveSessions
 
 SLiveSessions& liveSessions()
 {
-    static SLiveSessions s_sessions;
-    return s_sessions;
+    static auto* const s_sessions = new SLiveSessions;
+    return *s_sessions;
+}
+
+// Of the program's end, or of a DLL that is unloaded, whose threads are gone then: each holds the DLL.
+struct SAtEnd
+{
+    SAtEnd() = default;
+    ~SAtEnd()
+    {
+        if (haveThreadsEnded()) {
+            return; // the servers notice that their client's windows are gone
+        }
+        for (const std::shared_ptr<CSession>& session : liveSessions().all()) {
+            session->abandon(L"the program ends");
+        }
+        finish(EXIT_LIMIT);
+        unregisterClasses();
+    }
+    SAtEnd(const SAtEnd&) = delete;
+    SAtEnd& operator=(const SAtEnd&) = delete;
+};
+
+bool waitUntil(ULONGLONG end, HANDLE handle)
+{
+    const ULONGLONG now = GetTickCount64();
+    return waitForHandle(handle, Milliseconds(now < end ? end - now : 0));
 }
 
 // Zero stays what it means: no deadline.
@@ -92,8 +112,30 @@ bool isDue(ULONGLONG deadline, ULONGLONG now)
 
 bool finish(Milliseconds limit)
 {
-    const bool haveAllEnded = liveSessions().finish(limit);
-    endIdleApartments();
+    std::vector<std::shared_ptr<CSession>> closing = liveSessions().all();
+    closing.erase(std::remove_if(closing.begin(), closing.end(), [](const auto& session) { return !session->isClosing(); }),
+                  closing.end());
+    const ULONGLONG end = GetTickCount64() + static_cast<ULONGLONG>(std::max<Milliseconds::rep>(limit.count(), 0));
+    bool haveAllEnded = true;
+    std::vector<std::shared_ptr<CSession>> killed;
+    for (const std::shared_ptr<CSession>& session : closing) {
+        if (!waitUntil(end, session->workerDone())) {
+            haveAllEnded = false;
+            if (session->kill()) {
+                killed.push_back(session);
+            }
+        }
+    }
+    const ULONGLONG killEnd = GetTickCount64() + static_cast<ULONGLONG>(EXIT_LIMIT.count());
+    for (const std::shared_ptr<CSession>& session : killed) {
+        waitUntil(killEnd, session->workerDone());
+    }
+    for (const std::shared_ptr<CSession>& session : closing) {
+        session->dropWindows();
+    }
+    closing.clear();
+    killed.clear();
+    endIdleApartments(THREAD_LIMIT);
     return haveAllEnded;
 }
 
@@ -102,13 +144,14 @@ CSession::CSession(const Options& options, std::weak_ptr<IPane> pane, std::share
     , m_pane(std::move(pane))
     , m_base(std::move(base))
     , m_wake(CreateEventW(nullptr, FALSE, FALSE, nullptr))
-    , m_workerDone(CreateEventW(nullptr, TRUE, FALSE, nullptr))
+    , m_workerDone(CreateEventW(nullptr, TRUE, FALSE, nullptr), SHandleCloser())
 {
 }
 
 std::shared_ptr<CSession> CSession::begin(const Options& options, std::weak_ptr<IPane> pane, std::shared_ptr<CBase> base,
                                           HWND paneWindow)
 {
+    static const SAtEnd s_atEnd;
     const std::shared_ptr<CSession> session(new CSession(options, std::move(pane), std::move(base)));
     session->m_self = session;
     session->m_base->enter();
@@ -125,13 +168,12 @@ std::shared_ptr<CSession> CSession::begin(const Options& options, std::weak_ptr<
     } else {
         SetWindowLongPtrW(session->m_holder, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(session.get()));
         session->dock(paneWindow);
-        try {
-            runInApartment([session](HRESULT hr) { session->work(hr); });
-        } catch (const std::system_error&) {
-            problem = {E_OUTOFMEMORY, L"The pane's thread could not be started."};
+        if (!runInApartment([session](HRESULT hr) { session->work(hr); }, session->m_workerDone)) {
+            problem = lastFailure(L"The pane's thread could not be started.");
         }
     }
     if (!problem) {
+        session->removeEndLimit();
         SetEvent(session->m_workerDone.get());
         session->post([problem](CSession& failed) {
             failed.over({Reason::NOT_STARTED, problem.hr, problem.text});
@@ -227,7 +269,51 @@ std::shared_ptr<SCall> CSession::issue(long member, std::vector<Value> arguments
     return call;
 }
 
-void CSession::kill()
+void CSession::abandon(const std::wstring& why)
+{
+    std::vector<std::shared_ptr<SCall>> unanswered;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (!m_isAccepting) {
+            return;
+        }
+        m_isAccepting = false;
+        m_refusal = why;
+        unanswered.swap(m_unanswered);
+        m_waiting.clear();
+    }
+    limitEnd();
+    for (const std::shared_ptr<SCall>& call : unanswered) {
+        call->answer({NO_SERVER, call->what + L" has no answer: " + why});
+    }
+    SetEvent(m_wake.get());
+}
+
+// Not on the pane's thread, which may be busy with something else, or gone.
+void CSession::limitEnd()
+{
+    const auto limit = std::clamp<Milliseconds::rep>(m_options.closeLimit.count(), 0, INFINITE - 1);
+    const WAITORTIMERCALLBACK end = [](void* session, BOOLEAN) { static_cast<CSession*>(session)->kill(); };
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_isWorkerOver && m_endTimer == nullptr) {
+        CreateTimerQueueTimer(&m_endTimer, nullptr, end, this, static_cast<DWORD>(limit), 0, WT_EXECUTEONLYONCE);
+    }
+}
+
+void CSession::removeEndLimit()
+{
+    HANDLE timer = nullptr;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isWorkerOver = true;
+        timer = std::exchange(m_endTimer, nullptr);
+    }
+    if (timer != nullptr) {
+        DeleteTimerQueueTimer(nullptr, timer, INVALID_HANDLE_VALUE); // after a call that is under way
+    }
+}
+
+bool CSession::kill()
 {
     std::shared_ptr<void> process;
     {
@@ -237,12 +323,20 @@ void CSession::kill()
     if (process != nullptr) {
         TerminateProcess(process.get(), ENDED_BY_CLIENT);
     }
+    return process != nullptr;
 }
 
 bool CSession::isClosing() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return !m_isAccepting;
+}
+
+void CSession::dropWindows()
+{
+    if (m_pane.expired()) { // handlers may be called otherwise
+        m_base->workOff();
+    }
 }
 
 void CSession::post(std::function<void(CSession&)> work)
@@ -309,8 +403,9 @@ void CSession::answered(const std::shared_ptr<SCall>& call)
         m_unanswered.erase(std::remove(m_unanswered.begin(), m_unanswered.end(), call), m_unanswered.end());
     }
     reschedule();
-    if (const std::shared_ptr<IPane> pane = m_pane.lock()) {
-        pane->answered(*call);
+    const Completion completion = call->takeCompletion(); // also when nobody calls it any more
+    if (const std::shared_ptr<IPane> pane = m_pane.lock(); pane != nullptr && completion) {
+        pane->answered(completion, call->result());
     }
 }
 
@@ -343,19 +438,7 @@ void CSession::stop(const std::wstring& why)
     m_startDeadline = 0;
     m_showDeadline = 0;
     m_repaintDeadline = 0;
-    m_closeDeadline = after(m_options.closeLimit);
-    std::vector<std::shared_ptr<SCall>> unanswered;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_isAccepting = false;
-        m_refusal = why;
-        unanswered.swap(m_unanswered);
-        m_waiting.clear();
-    }
-    for (const std::shared_ptr<SCall>& call : unanswered) {
-        call->answer({NO_SERVER, call->what + L" has no answer: " + why});
-    }
-    SetEvent(m_wake.get());
+    abandon(why);
     reschedule();
 }
 
@@ -374,8 +457,11 @@ void CSession::workerEnded()
 
 ULONGLONG CSession::hangLimit() const
 {
-    const Milliseconds limit = m_options.hangLimit.count() > 0 ? m_options.hangLimit : 2 * m_options.callLimit;
-    return static_cast<ULONGLONG>(limit.count());
+    constexpr Milliseconds::rep LONGEST = std::numeric_limits<Milliseconds::rep>::max() / 2; // added to a time it is one still
+    const Milliseconds::rep wanted = m_options.hangLimit.count();
+    const Milliseconds::rep limit =
+        wanted > 0 ? std::min(wanted, LONGEST) : 2 * std::min(m_options.callLimit.count(), LONGEST / 2);
+    return static_cast<ULONGLONG>(std::max<Milliseconds::rep>(limit, 1));
 }
 
 void CSession::reschedule()
@@ -391,7 +477,6 @@ void CSession::reschedule()
     consider(m_startDeadline);
     consider(m_showDeadline);
     consider(m_repaintDeadline);
-    consider(m_closeDeadline);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         for (const std::shared_ptr<SCall>& call : m_unanswered) {
@@ -438,10 +523,6 @@ void CSession::tick()
     if (isDue(m_repaintDeadline, now)) {
         m_repaintDeadline = 0;
         RedrawWindow(m_frame, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_ALLCHILDREN);
-    }
-    if (isDue(m_closeDeadline, now)) {
-        m_closeDeadline = 0;
-        kill();
     }
     lookAtCalls(now);
 }

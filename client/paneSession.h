@@ -22,7 +22,7 @@ struct IPane
     virtual void ready(const std::wstring& control) = 0;
     virtual void event(EventKind kind, const std::wstring& text) = 0;
     virtual void ended(const Ended& ended) = 0;
-    virtual void answered(const SCall& call) = 0;
+    virtual void answered(const Completion& completion, const Result& result) = 0;
 };
 
 class CSession : public std::enable_shared_from_this<CSession>
@@ -48,11 +48,16 @@ public:
 
     // Any thread. The call is answered in any case.
     std::shared_ptr<SCall> issue(long member, std::vector<Value> arguments, std::wstring what, Completion completion);
-    // Ends the server's process, if it is known already.
-    void kill();
+    // Lets the server go for good, without the pane's thread: its calls are answered, and nothing new begins.
+    void abandon(const std::wstring& why);
+    // Ends the server's process. False if it is not known yet.
+    bool kill();
+    // The own thread is idle again.
     HANDLE workerDone() const { return m_workerDone.get(); }
     // Its server has ended or is about to.
     bool isClosing() const;
+    // Once the own thread is idle: forgets its windows at once if their thread is this one and its Pane is gone.
+    void dropWindows();
 
 private:
     CSession(const Options& options, std::weak_ptr<IPane> pane, std::shared_ptr<CBase> base);
@@ -73,6 +78,9 @@ private:
     ULONGLONG hangLimit() const;
     static void CALLBACK timer(HWND window, UINT message, UINT_PTR id, DWORD time);
     static LRESULT CALLBACK holderProcedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
+    // Any thread. Ends the server at the limit for its end, whatever the threads are busy with by then.
+    void limitEnd();
+    void removeEndLimit();
 
     // The session's own thread, with the result of COM's initialisation.
     void work(HRESULT hr);
@@ -84,7 +92,7 @@ private:
     void awaitEnd();
     bool hasServerEnded(DWORD wait = 0) const;
     // Handles messages, COM's among them, until the time is up, the server ends or there is something to do.
-    void idle(DWORD limit) const;
+    void idle(DWORD limit);
     void step(const std::wstring& what);
     // The server's end, with the process's exit code, behind a failure that it may have caused.
     std::wstring endText() const;
@@ -110,18 +118,19 @@ private:
     ULONGLONG m_startDeadline = 0; // GetTickCount64, as all of these; 0: none
     ULONGLONG m_showDeadline = 0;
     ULONGLONG m_repaintDeadline = 0;
-    ULONGLONG m_closeDeadline = 0;
 
     // All threads.
     const CHandle m_wake;
-    const CHandle m_workerDone;
-    mutable std::mutex m_mutex; // guards what follows
+    const std::shared_ptr<void> m_workerDone; // an event
+    mutable std::mutex m_mutex;               // guards what follows
     std::deque<std::shared_ptr<SCall>> m_waiting;
     std::vector<std::shared_ptr<SCall>> m_unanswered; // the waiting ones among them
     std::shared_ptr<SCall> m_current;                 // the one that was begun
     ULONGLONG m_currentBegin = 0;
     bool m_isAccepting = true; // false: calls are refused, for the reason
     bool m_isServing = false;  // calls are made, and their limits run
+    bool m_isWorkerOver = false;
+    HANDLE m_endTimer = nullptr;
     std::wstring m_refusal;
     std::wstring m_step;
     std::shared_ptr<void> m_process; // the server's, a handle

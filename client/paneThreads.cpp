@@ -1,18 +1,33 @@
 #include "client/paneThreads.h"
 
+#include "client/paneBase.h"
+
 #include <objbase.h>
 
+#include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
-#include <thread>
 #include <utility>
+#include <vector>
 
 namespace kesta {
 
 namespace {
 
-using Work = std::function<void(HRESULT)>;
+struct SWork
+{
+    std::function<void(HRESULT)> run;
+    std::shared_ptr<void> done;
+};
+
+struct SThread
+{
+    std::shared_ptr<void> handle;
+    DWORD id = 0;
+    bool isLeaving = false;
+};
 
 constexpr wchar_t THREAD_NAME[] = L"kesta pane"; // as debuggers show it
 
@@ -22,9 +37,10 @@ struct SApartments
     const HANDLE wake = CreateSemaphoreW(nullptr, 0, MAXLONG, nullptr); // once for each work, and for each thread that is to end
     std::mutex mutex;                                                   // guards what follows
     std::condition_variable hasEnded;
-    std::deque<Work> works;
-    LONG idle = 0;   // not counting those that were woken
-    LONG ending = 0; // without work
+    std::deque<SWork> works;
+    LONG idle = 0;                // not counting those that were woken
+    LONG ending = 0;              // were woken without work
+    std::vector<SThread> threads; // until they are known to have ended
 };
 
 SApartments& apartments()
@@ -54,36 +70,34 @@ void awaitWake(HANDLE wake)
     }
 }
 
-// Empty: the thread is to end.
-Work nextWork()
+// Empty: the thread is to end. The former work is told to be done in one step with the thread being idle, so that whoever waits
+// for it can end the thread.
+SWork nextWork(const std::shared_ptr<void>& done)
 {
     SApartments& shared = apartments();
     {
         const std::lock_guard<std::mutex> lock(shared.mutex);
-        if (shared.wake == nullptr) {
-            ++shared.ending;
-            return {};
-        }
         ++shared.idle;
+        SetEvent(done.get());
     }
     awaitWake(shared.wake);
     const std::lock_guard<std::mutex> lock(shared.mutex);
     if (shared.works.empty()) {
         return {};
     }
-    Work work = std::move(shared.works.front());
+    SWork work = std::move(shared.works.front());
     shared.works.pop_front();
     return work;
 }
 
-void serve(Work work)
+void serve(SWork work)
 {
     nameThisThread();
     const HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    while (work) {
-        work(hr);
-        work = nullptr; // it may hold a session
-        work = nextWork();
+    while (work.run) {
+        work.run(hr);
+        work.run = nullptr; // it may hold a session
+        work = nextWork(std::exchange(work.done, nullptr));
     }
     if (SUCCEEDED(hr)) {
         CoUninitialize();
@@ -91,33 +105,85 @@ void serve(Work work)
     SApartments& shared = apartments();
     const std::lock_guard<std::mutex> lock(shared.mutex);
     --shared.ending;
+    for (SThread& thread : shared.threads) {
+        thread.isLeaving = thread.isLeaving || thread.id == GetCurrentThreadId();
+    }
     shared.hasEnded.notify_all();
+}
+
+// Leaves the module and the thread in one call, because the module's code may be gone then.
+DWORD WINAPI threadMain(void* work)
+{
+    serve(std::move(*std::unique_ptr<SWork>(static_cast<SWork*>(work))));
+    FreeLibraryAndExitThread(moduleInstance(), 0);
+}
+
+bool hasThreadEnded(const SThread& thread)
+{
+    return WaitForSingleObject(thread.handle.get(), 0) == WAIT_OBJECT_0;
+}
+
+// With the lock held.
+bool start(SApartments& shared, std::unique_ptr<SWork> work)
+{
+    HMODULE module = nullptr;
+    if (GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, THREAD_NAME, &module) == FALSE) {
+        return false;
+    }
+    shared.threads.erase(std::remove_if(shared.threads.begin(), shared.threads.end(), hasThreadEnded), shared.threads.end());
+    shared.threads.reserve(shared.threads.size() + 1);
+    DWORD id = 0;
+    const HANDLE thread = CreateThread(nullptr, 0, threadMain, work.get(), 0, &id);
+    if (thread == nullptr) {
+        const DWORD error = GetLastError();
+        FreeLibrary(module);
+        SetLastError(error);
+        return false;
+    }
+    static_cast<void>(work.release()); // the thread's
+    shared.threads.push_back({std::shared_ptr<void>(thread, CloseHandle), id, false});
+    return true;
 }
 
 } // namespace
 
-void runInApartment(Work work)
+bool runInApartment(std::function<void(HRESULT)> work, std::shared_ptr<void> done)
 {
     SApartments& shared = apartments();
     const std::lock_guard<std::mutex> lock(shared.mutex);
-    if (shared.idle == 0) {
-        std::thread(serve, std::move(work)).detach();
-        return;
+    if (shared.wake == nullptr) {
+        SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+        return false;
     }
-    shared.works.push_back(std::move(work));
+    if (shared.idle == 0) {
+        return start(shared, std::make_unique<SWork>(SWork{std::move(work), std::move(done)}));
+    }
+    shared.works.push_back({std::move(work), std::move(done)});
     --shared.idle;
     ReleaseSemaphore(shared.wake, 1, nullptr);
+    return true;
 }
 
-void endIdleApartments()
+void endIdleApartments(DWORD limit)
 {
     SApartments& shared = apartments();
-    std::unique_lock<std::mutex> lock(shared.mutex);
-    if (shared.idle > 0) {
-        shared.ending += shared.idle;
-        ReleaseSemaphore(shared.wake, std::exchange(shared.idle, 0), nullptr);
+    std::vector<std::shared_ptr<void>> leaving;
+    {
+        std::unique_lock<std::mutex> lock(shared.mutex);
+        if (shared.idle > 0) {
+            shared.ending += shared.idle;
+            ReleaseSemaphore(shared.wake, std::exchange(shared.idle, 0), nullptr);
+        }
+        shared.hasEnded.wait_for(lock, std::chrono::milliseconds(limit), [&] { return shared.ending <= 0; });
+        for (const SThread& thread : shared.threads) {
+            if (thread.isLeaving) {
+                leaving.push_back(thread.handle);
+            }
+        }
     }
-    shared.hasEnded.wait(lock, [&] { return shared.ending <= 0; });
+    for (const std::shared_ptr<void>& thread : leaving) {
+        WaitForSingleObject(thread.get(), limit);
+    }
 }
 
 } // namespace kesta

@@ -52,8 +52,11 @@ void CSession::work(HRESULT hr)
     } else {
         post([result](CSession& own) { own.over({Reason::NOT_STARTED, result.hr, result.text}); });
     }
+    removeEndLimit();
     post([](CSession& own) { own.workerEnded(); });
-    SetEvent(m_workerDone.get());
+    if (m_base->hasThreadEnded()) {
+        m_self.reset(); // no other thread will
+    }
 }
 
 // The order is the server's: the sink first, so that no event is lost, and the control's choice last, because it lets the frame
@@ -193,7 +196,7 @@ std::shared_ptr<SCall> CSession::nextCall()
 // After the last release the server needs about a second to end. Its windows go with it, so the holder is free of them then.
 void CSession::awaitEnd()
 {
-    const ULONGLONG end = GetTickCount64() + static_cast<ULONGLONG>(m_options.closeLimit.count());
+    const ULONGLONG end = GetTickCount64() + static_cast<ULONGLONG>(std::max<Milliseconds::rep>(m_options.closeLimit.count(), 0));
     while (m_process != nullptr && !hasServerEnded()) {
         const ULONGLONG now = GetTickCount64();
         if (now >= end) {
@@ -210,10 +213,20 @@ bool CSession::hasServerEnded(DWORD wait) const
     return m_process != nullptr && WaitForSingleObject(m_process.get(), wait) == WAIT_OBJECT_0;
 }
 
-void CSession::idle(DWORD limit) const
+void CSession::idle(DWORD limit)
 {
-    const HANDLE handles[] = {m_wake.get(), m_process.get()};
-    MsgWaitForMultipleObjectsEx(m_process != nullptr ? 2 : 1, handles, limit, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
+    HANDLE handles[3] = {m_wake.get()};
+    DWORD count = 1;
+    if (m_process != nullptr) {
+        handles[count++] = m_process.get();
+    }
+    if (!isClosing()) {
+        handles[count++] = m_base->thread();
+    }
+    MsgWaitForMultipleObjectsEx(count, handles, limit, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
+    if (m_base->hasThreadEnded()) {
+        abandon(L"the pane's thread has ended");
+    }
     MSG message;
     while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) != FALSE) {
         DispatchMessageW(&message);

@@ -2,6 +2,7 @@
 #include "tests/client/PaneFixture.h"
 
 #include <format>
+#include <thread>
 
 namespace fixtures {
 namespace {
@@ -110,6 +111,29 @@ TEST_F(PaneTest, ControlThatIsNotRegisteredIsTold)
     EXPECT_EQ(record.ended[0].hr, E_FAIL);
     EXPECT_EQ(record.ended[0].text.rfind(L"The control \"Nowhere\" is not there. ", 0), 0u);
     EXPECT_NE(record.ended[0].text.find(L"TestControl"), std::wstring::npos) << "it says which there are";
+}
+
+// Nobody destroys the pane before its thread ends.
+TEST_F(PaneTest, ServerEndsWithThePanesThread)
+{
+    std::unique_ptr<Pane> pane;
+    DWORD process = 0;
+    kesta::Call late;
+    std::thread([&] {
+        const CHostWindow own;
+        SRecord told;
+        pane = Pane::create(own.handle(), PLACE, options(), told.handlers());
+        awaitReady(told);
+        process = pane->process();
+        pane->call(L"sleep", L"1000");
+        late = pane->call(L"echo", L"after that");
+        pumpUntil([] { return false; }, {}, 200);
+    }).join();
+    EXPECT_EQ(late.wait(milliseconds(5000)).hr, kesta::NO_SERVER);
+    EXPECT_EQ(pane->call(L"echo", L"anybody").wait(milliseconds(5000)).hr, kesta::NO_SERVER);
+    const CProcess server(process);
+    EXPECT_EQ(server.exitCode(8000), 0u) << "sooner than by its own watch over the window";
+    EXPECT_TRUE(kesta::finish(milliseconds(5000)));
 }
 
 // In front of all others, so that a search by name finds it first.

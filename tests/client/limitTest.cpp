@@ -113,6 +113,59 @@ TEST_F(PaneTest, ControlThatHangsWhileItClosesIsEndedAtTheLimit)
     EXPECT_LE(pulse.longestGap(), LONGEST_FREEZE);
 }
 
+TEST_F(PaneTest, LimitsWithoutEndAreNoLimits)
+{
+    kesta::Options endless = options();
+    endless.startLimit = milliseconds::max();
+    endless.callLimit = milliseconds::max();
+    endless.closeLimit = milliseconds::max();
+    auto pane = openReady(endless);
+    EXPECT_EQ(call(*pane, L"sleep", L"500"), L"500");
+    EXPECT_TRUE(record.ended.empty()) << "it was said to hang";
+    const CProcess server(pane->process());
+    pane.reset();
+    EXPECT_EQ(server.exitCode(), 0u);
+}
+
+TEST_F(PaneTest, ServerThatHangsAtItsEndIsEndedWhileThisThreadIsBusy)
+{
+    kesta::Options limited = options();
+    limited.closeLimit = milliseconds(1000);
+    auto pane = openReady(limited);
+    EXPECT_EQ(call(*pane, L"blockClose", L"60000"), L"60000");
+    const auto server = killed(pane->process());
+    pane.reset();
+    EXPECT_EQ(WaitForSingleObject(server->handle(), 5000), WAIT_OBJECT_0) << "no message was handled meanwhile";
+}
+
+TEST_F(PaneTest, StartThatHangsIsToldAtItsLimit)
+{
+    settings.setPreference("jvm_option_sleep", std::string("-Dkesta.test.sleepInConstructor=7000"));
+    kesta::Options limited = options();
+    limited.startLimit = milliseconds(2500);
+    auto pane = open(limited);
+    const kesta::Call waiting = pane->call(L"echo", L"anybody");
+    EXPECT_TRUE(pumpUntil([&] { return !record.ended.empty(); }, {}, 4000));
+    ASSERT_EQ(record.ended.size(), 1u);
+    EXPECT_EQ(record.ended[0].reason, Reason::NOT_STARTED);
+    EXPECT_EQ(record.ended[0].hr, kesta::TIMED_OUT);
+    EXPECT_EQ(record.ended[0].text, L"The control was not there within 2500 ms; at that time the pane was starting the server.");
+    EXPECT_EQ(waiting.wait(milliseconds(0)).hr, kesta::NO_SERVER);
+    EXPECT_EQ(pane->process(), 0u);
+    EXPECT_FALSE(processesNamed("KESTAx64.exe").empty()) << "which process it is cannot be known yet";
+    std::unique_ptr<Pane> more[2];
+    for (std::unique_ptr<Pane>& another : more) {
+        another = open(limited);
+        another.reset();
+    }
+    pane.reset();
+    const ULONGLONG begin = GetTickCount64();
+    EXPECT_FALSE(kesta::finish(milliseconds(100)));
+    EXPECT_LE(GetTickCount64() - begin, 1500u) << "there is no process to wait for";
+    EXPECT_TRUE(eventually([] { return processesNamed("KESTAx64.exe").empty(); }, 30000))
+        << "they are let go when they are there";
+}
+
 TEST_F(PaneTest, StartThatTakesTooLongIsToldAndEnds)
 {
     kesta::Options limited = options();

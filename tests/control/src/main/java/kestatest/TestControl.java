@@ -49,6 +49,7 @@ public final class TestControl implements Control {
 
     public TestControl() {
         exitIn("constructor");
+        pause(Integer.getInteger("kesta.test.sleepInConstructor", 0));
     }
 
     @Override
