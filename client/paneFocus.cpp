@@ -16,10 +16,17 @@ struct SUnhook
 };
 using CHook = std::unique_ptr<std::remove_pointer_t<HWINEVENTHOOK>, SUnhook>;
 
+struct SUnhookMouse
+{
+    void operator()(HHOOK hook) const { UnhookWindowsHookEx(hook); }
+};
+using CMouseHook = std::unique_ptr<std::remove_pointer_t<HHOOK>, SUnhookMouse>;
+
 // Windows' events come with no context of the listener's, so a thread's watches share them.
 struct SListener
 {
     std::vector<CHook> hooks;
+    CMouseHook mouse;
     std::vector<CFocusWatch*> watches;
 };
 
@@ -40,6 +47,23 @@ DWORD processOf(HWND window)
     DWORD process = 0;
     GetWindowThreadProcessId(window, &process);
     return process;
+}
+
+bool isButtonDown(WPARAM message)
+{
+    switch (message) {
+    case WM_LBUTTONDOWN:
+    case WM_MBUTTONDOWN:
+    case WM_RBUTTONDOWN:
+    case WM_XBUTTONDOWN:
+    case WM_NCLBUTTONDOWN:
+    case WM_NCMBUTTONDOWN:
+    case WM_NCRBUTTONDOWN:
+    case WM_NCXBUTTONDOWN:
+        return true;
+    default:
+        return false;
+    }
 }
 
 // In the window that the user works with, whichever program's it is.
@@ -65,6 +89,7 @@ CFocusWatch::CFocusWatch(Frame frame, Left left)
         listenTo(EVENT_SYSTEM_FOREGROUND, 0, 0);
         listenTo(EVENT_OBJECT_FOCUS, 0, 0); // Java's threads too, and those of other panes' servers
         listenTo(EVENT_OBJECT_LOCATIONCHANGE, GetCurrentProcessId(), GetCurrentThreadId());
+        shared.mouse.reset(SetWindowsHookExW(WH_MOUSE, listenToMouse, nullptr, GetCurrentThreadId()));
     }
 }
 
@@ -74,6 +99,7 @@ CFocusWatch::~CFocusWatch()
     shared.watches.erase(std::remove(shared.watches.begin(), shared.watches.end(), this), shared.watches.end());
     if (shared.watches.empty()) {
         shared.hooks.clear();
+        shared.mouse.reset();
     }
 }
 
@@ -82,6 +108,19 @@ void CALLBACK CFocusWatch::listen(HWINEVENTHOOK, DWORD event, HWND window, LONG 
     for (CFocusWatch* watch : listener().watches) {
         watch->hear(event, window, object);
     }
+}
+
+// All windows of this thread are the client's, and not every click in them takes the focus from the control.
+LRESULT CALLBACK CFocusWatch::listenToMouse(int code, WPARAM message, LPARAM details)
+{
+    if (code == HC_ACTION && isButtonDown(message)) {
+        for (CFocusWatch* watch : listener().watches) {
+            if (const HWND frame = watch->m_frame()) {
+                PostMessageW(frame, WM_NCLBUTTONDOWN, HTNOWHERE, 0); // closes Java's menus, and does nothing else
+            }
+        }
+    }
+    return CallNextHookEx(nullptr, code, message, details);
 }
 
 void CFocusWatch::hear(DWORD event, HWND window, LONG object)

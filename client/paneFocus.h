@@ -1,7 +1,7 @@
 // Tells a control's frame what it cannot see as a child of another program's window: that it has the focus, that it has lost it,
-// and that the windows around it have moved. Java concludes the first two from its window's activation and the third from that
-// window's moves; Windows tells a child of neither. So the frame is sent the same messages, as Java does itself for the frames
-// that it embeds.
+// that the windows around it have moved, and that the user has clicked there. Java concludes the first two from its window's
+// activation and the third from that window's moves, and closes its menus for a click on that window's edge; Windows tells a
+// child of none of them. So the frame is sent the same messages, as Java does itself for the frames that it embeds.
 //
 // Ownership: the Pane's. Thread: the pane's. Windows' own events say that something has changed, whichever program has changed
 // it; what the frame is told is what is true by then. Failure: a watch that cannot listen knows only what it is asked to look at.
@@ -35,6 +35,7 @@ private:
     // The frame, with what is known about another one forgotten.
     HWND current();
     void hear(DWORD event, HWND window, LONG object);
+    static LRESULT CALLBACK listenToMouse(int code, WPARAM message, LPARAM details);
     static void CALLBACK listen(HWINEVENTHOOK hook, DWORD event, HWND window, LONG object, LONG child, DWORD thread, DWORD time);
 
     const Frame m_frame;

@@ -5,10 +5,12 @@ import com.velmora.tq.kesta.control.Control;
 import com.velmora.tq.kesta.control.State;
 import java.awt.BorderLayout;
 import java.awt.Component;
+import java.awt.Container;
 import java.awt.Dialog;
 import java.awt.EventQueue;
 import java.awt.KeyboardFocusManager;
 import java.awt.Point;
+import java.awt.Window;
 import java.awt.event.FocusEvent;
 import java.awt.event.FocusListener;
 import java.awt.event.KeyEvent;
@@ -25,9 +27,11 @@ import javax.swing.JButton;
 import javax.swing.JComponent;
 import javax.swing.JDialog;
 import javax.swing.JPanel;
+import javax.swing.JPopupMenu;
 import javax.swing.JTextField;
 import javax.swing.KeyStroke;
 import javax.swing.SwingUtilities;
+import javax.swing.UIManager;
 
 /**
  * What the server's tests need of a control: answers, failures, delays, and events from threads of its own. Properties of any
@@ -46,6 +50,8 @@ public final class TestControl implements Control {
     private Context context;
     private State<Map<String, String>> properties;
     private JTextField field;
+    private JButton button;
+    private JPopupMenu menu;
 
     public TestControl() {
         exitIn("constructor");
@@ -71,10 +77,14 @@ public final class TestControl implements Control {
         field.setName("field");
         properties.bind(field, now -> now.getOrDefault("text", ""), (now, text) -> with(now, "text", text));
         field.addActionListener(event -> context.raise("field: " + get("text")));
-        JButton button = new JButton("Send event");
+        button = new JButton("Send event");
         button.setName("button");
         button.setMnemonic('S');
         button.addActionListener(event -> context.raise("button: " + get("text")));
+        menu = new JPopupMenu();
+        for (String item : new String[] {"One", "Two", "Three", "An item that is not short"}) {
+            menu.add(item);
+        }
         JPanel input = new JPanel(new BorderLayout());
         input.add(field, BorderLayout.CENTER);
         input.add(button, BorderLayout.EAST);
@@ -135,6 +145,19 @@ public final class TestControl implements Control {
             case "openDialog":
                 EventQueue.invokeLater(this::openDialog);
                 return argument;
+            case "openMenu":
+                EventQueue.invokeLater(() -> menu.show(field, 0, field.getHeight()));
+                return argument;
+            case "menu":
+                return menu.isVisible() ? "open" : "closed";
+            case "where":
+                EventQueue.invokeLater(() -> context.raise(argument + " " + where(argument)));
+                return argument;
+            case "addParts":
+                EventQueue.invokeLater(this::addParts);
+                return argument;
+            case "look":
+                return UIManager.getLookAndFeel().getName();
             case "place":
                 Point place = SwingUtilities.getWindowAncestor(field).getLocation();
                 return place.x + ";" + place.y;
@@ -207,6 +230,44 @@ public final class TestControl implements Control {
         dialog.pack();
         dialog.setLocationRelativeTo(field);
         dialog.setVisible(true);
+    }
+
+    /** A field at the upper edge, whose text is selected and can be dragged, and a tool tip for the button. */
+    private void addParts() {
+        JTextField source = new JTextField("dragged");
+        source.setName("source");
+        source.setDragEnabled(true);
+        source.selectAll();
+        Container view = field.getParent().getParent();
+        view.add(source, BorderLayout.NORTH);
+        view.validate();
+        button.setToolTipText("Tells the program around this control what the field says");
+        context.raise("parts are there");
+    }
+
+    /** The place on the screen of a component that is shown, X;Y;WIDTH;HEIGHT, by the name of its class, or "nowhere". */
+    private static String where(String type) {
+        for (Window window : Window.getWindows()) {
+            Component found = find(window, type);
+            if (found != null) {
+                Point place = found.getLocationOnScreen();
+                return place.x + ";" + place.y + ";" + found.getWidth() + ";" + found.getHeight();
+            }
+        }
+        return "nowhere";
+    }
+
+    private static Component find(Component component, String type) {
+        if (!component.isShowing() || component.getClass().getSimpleName().equals(type)) {
+            return component.isShowing() ? component : null;
+        }
+        Component found = null;
+        if (component instanceof Container) {
+            for (Component inner : ((Container) component).getComponents()) {
+                found = found == null ? find(inner, type) : found;
+            }
+        }
+        return found;
     }
 
     private void watch(String text) {
