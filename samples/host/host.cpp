@@ -30,6 +30,12 @@ std::wstring numberText(HRESULT hr)
     return number;
 }
 
+// A length for a screen at 100 %, on this one.
+LONG scaled(int length)
+{
+    return MulDiv(length, static_cast<int>(GetDpiForSystem()), USER_DEFAULT_SCREEN_DPI);
+}
+
 void printStep(const std::wstring& text)
 {
     static const ULONGLONG START = GetTickCount64();
@@ -189,7 +195,7 @@ INT_PTR CHost::handle(UINT message, WPARAM wParam, LPARAM lParam)
         }
         return TRUE;
     case WM_GETMINMAXINFO:
-        reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = {800, 520};
+        reinterpret_cast<MINMAXINFO*>(lParam)->ptMinTrackSize = {scaled(800), scaled(520)};
         return TRUE;
     case WM_COMMAND:
         if (LOWORD(wParam) == ID_CALL) {

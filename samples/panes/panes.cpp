@@ -19,6 +19,12 @@ constexpr kesta::Milliseconds PATIENCE{500};
 constexpr DWORD PERIOD = 500; // ms
 constexpr std::array<const wchar_t*, 3> REGIONS = {L"North", L"West", L"South"};
 
+// A length for a screen at 100 %, on this one.
+int scaled(int length)
+{
+    return MulDiv(length, static_cast<int>(GetDpiForSystem()), USER_DEFAULT_SCREEN_DPI);
+}
+
 void printStep(const std::wstring& text)
 {
     std::printf("%ls\n", text.c_str());
@@ -74,7 +80,7 @@ bool CPanes::open(HINSTANCE instance, int show)
     RegisterClassW(&description);
     m_window =
         CreateWindowExW(WS_EX_CONTROLPARENT, description.lpszClassName, L"KESTA panes", WS_OVERLAPPEDWINDOW | WS_CLIPCHILDREN,
-                        CW_USEDEFAULT, CW_USEDEFAULT, 1100, 460, nullptr, nullptr, instance, this);
+                        CW_USEDEFAULT, CW_USEDEFAULT, scaled(1100), scaled(460), nullptr, nullptr, instance, this);
     if (m_window == nullptr) {
         showMessage(L"The window could not be made: error " + std::to_wstring(GetLastError()));
         return false;
@@ -128,17 +134,20 @@ void CPanes::arrange()
 {
     RECT area = {};
     GetClientRect(m_window, &area);
+    const int gap = scaled(GAP);
+    const int line = scaled(LINE);
+    const int againWidth = scaled(AGAIN_WIDTH);
     const int count = static_cast<int>(m_sites.size());
-    const int width = (static_cast<int>(area.right) - (count + 1) * GAP) / count;
-    const int bottom = static_cast<int>(area.bottom) - GAP - LINE;
-    int left = GAP;
+    const int width = (static_cast<int>(area.right) - (count + 1) * gap) / count;
+    const int bottom = static_cast<int>(area.bottom) - gap - line;
+    int left = gap;
     for (const SSite& site : m_sites) {
         if (site.pane != nullptr) {
-            MoveWindow(site.pane->window(), left, GAP, width, bottom - 2 * GAP, TRUE);
-            MoveWindow(site.status, left, bottom, width - AGAIN_WIDTH - GAP, LINE, TRUE);
-            MoveWindow(site.again, left + width - AGAIN_WIDTH, bottom, AGAIN_WIDTH, LINE, TRUE);
+            MoveWindow(site.pane->window(), left, gap, width, bottom - 2 * gap, TRUE);
+            MoveWindow(site.status, left, bottom, width - againWidth - gap, line, TRUE);
+            MoveWindow(site.again, left + width - againWidth, bottom, againWidth, line, TRUE);
         }
-        left += width + GAP;
+        left += width + gap;
     }
 }
 

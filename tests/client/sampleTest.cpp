@@ -1,8 +1,46 @@
 // The sample clients, as programs.
 #include "tests/client/PaneFixture.h"
 
+#include <gmock/gmock.h>
+
 namespace fixtures {
 namespace {
+
+// Screens at 150 % for programs that start from now on. This program does not know about scales, and goes on to see lengths as
+// they would be at 100 %.
+class CScaledScreens
+{
+public:
+    CScaledScreens()
+    {
+        DWORD size = sizeof m_former;
+        RegGetValueA(HKEY_CURRENT_USER, KEY, VALUE, RRF_RT_REG_DWORD, nullptr, &m_former, &size);
+        set(DPI);
+    }
+    ~CScaledScreens() { set(m_former); }
+    CScaledScreens(const CScaledScreens&) = delete;
+    CScaledScreens& operator=(const CScaledScreens&) = delete;
+
+    static constexpr UINT DPI = 144;
+
+private:
+    static void set(DWORD dpi) { RegSetKeyValueA(HKEY_CURRENT_USER, KEY, VALUE, REG_DWORD, &dpi, sizeof dpi); }
+
+    static constexpr char KEY[] = "Control Panel\\Desktop";
+    static constexpr char VALUE[] = "LogPixels";
+    DWORD m_former = USER_DEFAULT_SCREEN_DPI;
+};
+
+// A program's manifest.
+std::string manifestOf(const std::string& program)
+{
+    const HMODULE module = LoadLibraryExA(program.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    const HRSRC found = FindResourceW(module, MAKEINTRESOURCEW(1), reinterpret_cast<LPCWSTR>(RT_MANIFEST));
+    const auto* const text = found == nullptr ? nullptr : static_cast<const char*>(LockResource(LoadResource(module, found)));
+    std::string manifest = text == nullptr ? "" : std::string(text, SizeofResource(module, found));
+    FreeLibrary(module);
+    return manifest;
+}
 
 class SampleClientTest : public PaneTest
 {
@@ -28,6 +66,12 @@ protected:
         EXPECT_EQ(program.process().exitCode(), 0u);
         EXPECT_TRUE(processesNamed("KESTAx64.exe").empty()) << "the program has waited for its servers";
     }
+    // As its manifest declares; otherwise Windows would stretch it.
+    static void expectKnowsTheScale(HWND window)
+    {
+        EXPECT_EQ(GetAwarenessFromDpiAwarenessContext(GetWindowDpiAwarenessContext(window)), DPI_AWARENESS_SYSTEM_AWARE);
+        EXPECT_EQ(GetDpiForWindow(window), CScaledScreens::DPI);
+    }
     // Whether it was printed so often, waiting for it.
     static bool hasPrinted(CProgram& program, const std::string& text, size_t times)
     {
@@ -40,7 +84,18 @@ protected:
             return count >= times;
         });
     }
+
+    const CScaledScreens scaledScreens;
 };
+
+TEST_F(SampleClientTest, ProgramsDeclareTheVersionOfWindowsThatTheyKnow)
+{
+    for (const char* const program : {"KESTAhost.exe", "KESTApanes.exe"}) {
+        EXPECT_THAT(manifestOf(buildFolder() + "\\" + program),
+                    testing::HasSubstr("<supportedOS Id=\"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}\"/>"))
+            << program;
+    }
+}
 
 TEST_F(SampleClientTest, ThreePanesGoOnWithoutTheOneWhoseServerIsKilled)
 {
@@ -52,6 +107,10 @@ TEST_F(SampleClientTest, ThreePanesGoOnWithoutTheOneWhoseServerIsKilled)
     CProcess(servers[1]).kill(77);
     ASSERT_TRUE(hasPrinted(program, " has ended: The server's process has ended with the exit code 77.", 1));
     const HWND main = windowOf(program);
+    expectKnowsTheScale(main);
+    RECT place = {};
+    GetWindowRect(main, &place);
+    EXPECT_EQ(place.right - place.left, 1100);
     HWND again = nullptr;
     for (int id = 100; id < 103; ++id) {
         again = IsWindowEnabled(GetDlgItem(main, id)) ? GetDlgItem(main, id) : again;
@@ -73,6 +132,7 @@ TEST_F(SampleClientTest, HostSaysWhatIsWrongAndStartsAgain)
     expectExit(servers[0], 77);
     CProcess(servers[0]).kill(77);
     ASSERT_TRUE(program.waitForOutput("failed: The server's process has ended with the exit code 77."));
+    expectKnowsTheScale(windowOf(program));
     PostMessageW(GetDlgItem(windowOf(program), AGAIN), BM_CLICK, 0, 0);
     EXPECT_TRUE(hasPrinted(program, "setProperty(text, Hello) -> Hello", 2));
     close(program);
