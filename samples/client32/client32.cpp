@@ -7,7 +7,8 @@
 // events: the control in a window of this program, a sink, and the three events.
 // For the last two COM needs the type library's entry for 32-bit programs, which the installer writes.
 //
-// Built in the archive's folder like any 32-bit program:
+// Window handles have 32 bits in every program, so nothing here differs from a 64-bit client. Built in the archive's folder like
+// any 32-bit program:
 //     i686-w64-mingw32-g++-posix -std=c++20 -static -I contract samples/client32/client32.cpp -o client32.exe
 //     -lole32 -loleaut32 -luuid
 #include "KESTAserver_h.h"
@@ -168,18 +169,50 @@ private:
     std::vector<std::string> m_events;
 };
 
-// The frame's window becomes a child of the pane, as in a 64-bit program: window handles have 32 bits in both.
-bool takeIn(HWND pane, int frameId)
+// The window of the server's frame. Any program can give a window this name, so it has to belong to the server's process.
+HWND frameOf(DWORD server)
 {
-    HWND frame = nullptr;
-    const std::string title = "kesta_frame_" + std::to_string(frameId);
-    if (!pumpUntil([&] { return (frame = FindWindowA(nullptr, title.c_str())) != nullptr; })) {
-        return false;
+    const std::string name = "kesta_frame_" + std::to_string(server);
+    HWND window = nullptr;
+    DWORD process = 0;
+    while (process != server && (window = FindWindowExA(nullptr, window, nullptr, name.c_str())) != nullptr) {
+        GetWindowThreadProcessId(window, &process);
     }
-    SetWindowLongA(frame, GWL_STYLE, WS_CHILD | WS_VISIBLE | WS_CLIPCHILDREN);
+    return window;
+}
+
+// In the server's own time, so that a busy server does not hold up this program.
+void fit(HWND frame, int width, int height)
+{
+    SetWindowPos(frame, nullptr, 0, 0, width, height,
+                 SWP_NOZORDER | SWP_NOACTIVATE | SWP_FRAMECHANGED | SWP_SHOWWINDOW | SWP_ASYNCWINDOWPOS);
+}
+
+// Makes the frame a child of the pane. Its first size differs from every later one: Java paints all of it when that changes.
+void takeIn(HWND frame, HWND pane)
+{
+    const DWORD style = static_cast<DWORD>(GetWindowLongA(frame, GWL_STYLE)) & ~(WS_POPUP | WS_CAPTION | WS_THICKFRAME);
+    SetWindowLongA(frame, GWL_STYLE, static_cast<LONG>(style | WS_CHILD | WS_CLIPCHILDREN | WS_CLIPSIBLINGS));
+    // Or each click in the control would wait until this program has handled a message about it.
+    SetWindowLongA(frame, GWL_EXSTYLE, GetWindowLongA(frame, GWL_EXSTYLE) | WS_EX_NOPARENTNOTIFY);
     SetParent(frame, pane);
-    SetWindowPos(frame, nullptr, 0, 0, 480, 300, SWP_NOZORDER | SWP_FRAMECHANGED | SWP_ASYNCWINDOWPOS);
-    return pumpUntil([&] { return GetParent(frame) == pane; });
+    fit(frame, 1, 1);
+}
+
+bool hasChildStyles(HWND frame)
+{
+    constexpr DWORD ONES_OF_INTEREST = WS_CHILD | WS_POPUP | WS_CAPTION | WS_THICKFRAME;
+    return (static_cast<DWORD>(GetWindowLongA(frame, GWL_STYLE)) & ONES_OF_INTEREST) == WS_CHILD &&
+           (GetWindowLongA(frame, GWL_EXSTYLE) & WS_EX_NOPARENTNOTIFY) != 0;
+}
+
+bool hasSizeOf(HWND frame, HWND pane)
+{
+    RECT inner = {};
+    RECT outer = {};
+    GetClientRect(frame, &inner);
+    GetClientRect(pane, &outer);
+    return inner.right == outer.right && inner.bottom == outer.bottom;
 }
 
 void takeEvents()
@@ -206,10 +239,17 @@ void takeEvents()
     _variant_t frameId;
     std::string error;
     report("getBeanFrameID", call(control.Get(), L"getBeanFrameID", {}, frameId, error));
-    expect("the frame is in the window", takeIn(pane, static_cast<int>(static_cast<long>(frameId))));
+    HWND frame = nullptr;
+    expect("the frame is there",
+           pumpUntil([&] { return (frame = frameOf(static_cast<DWORD>(static_cast<long>(frameId)))) != nullptr; }));
+    takeIn(frame, pane);
+    expect("the frame is in the window", GetParent(frame) == pane);
+    expect("the frame has a child's styles", hasChildStyles(frame));
     tell(control.Get(), L"pushWindowHandle", {static_cast<long>(reinterpret_cast<LONG_PTR>(pane))});
     tell(control.Get(), L"setUsedControl", {L"Stations", L""});
     expect("controlReady", pumpUntil([&] { return sink.has("3 "); }));
+    fit(frame, 480, 300); // the control is in it, and can be seen
+    expect("the control fills the pane", pumpUntil([&] { return hasSizeOf(frame, pane); }));
     tell(control.Get(), L"testBridge", {L"abc", 1L, 0L});
     expect("testBridgeEvent", pumpUntil([&] { return sink.has("2 abc"); }));
     tell(control.Get(), L"callMethod", {L"sum", L""});

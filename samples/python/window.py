@@ -21,8 +21,7 @@ from kesta_text import decode, encode
 
 RELEASE_LIMIT = 5  # seconds
 POLL_PERIOD = 20  # ms
-# In the server's own time, so that a busy server does not hold up this window.
-RESIZE = win32con.SWP_NOZORDER | win32con.SWP_NOACTIVATE | win32con.SWP_FRAMECHANGED | win32con.SWP_ASYNCWINDOWPOS
+SHOW = win32con.SWP_NOZORDER | win32con.SWP_NOACTIVATE | win32con.SWP_FRAMECHANGED | win32con.SWP_SHOWWINDOW
 
 
 def frame_of(server: int) -> int:
@@ -39,7 +38,7 @@ def frame_of(server: int) -> int:
 
 
 def take_in(frame: int, pane: int) -> None:
-    """Makes the frame a child of the pane, at a size that differs from every later one: Java lays out when the size changes."""
+    """Makes the frame a child of the pane. Its first size differs from every later one: a change makes Java paint all of it."""
     style = win32gui.GetWindowLong(frame, win32con.GWL_STYLE)
     style &= ~(win32con.WS_POPUP | win32con.WS_CAPTION | win32con.WS_THICKFRAME)
     style |= win32con.WS_CHILD | win32con.WS_CLIPSIBLINGS | win32con.WS_CLIPCHILDREN
@@ -48,7 +47,12 @@ def take_in(frame: int, pane: int) -> None:
     extended = win32gui.GetWindowLong(frame, win32con.GWL_EXSTYLE)
     win32gui.SetWindowLong(frame, win32con.GWL_EXSTYLE, extended | win32con.WS_EX_NOPARENTNOTIFY)
     win32gui.SetParent(frame, pane)
-    win32gui.SetWindowPos(frame, 0, 0, 0, 1, 1, RESIZE | win32con.SWP_SHOWWINDOW)
+    fit(frame, 1, 1)
+
+
+def fit(frame: int, width: int, height: int) -> None:
+    """In the server's own time, so that a busy server does not hold up this window."""
+    win32gui.SetWindowPos(frame, 0, 0, 0, width, height, SHOW | win32con.SWP_ASYNCWINDOWPOS)
 
 
 class Events:
@@ -64,8 +68,8 @@ class Events:
 class Control(threading.Thread):
     """The object: this thread creates it, calls it, takes its events and releases it.
 
-    What happens is put into `news`: ("frame", window), ("ready", text), ("event", text), ("answer", text), ("failed", text), and
-    at the end, always, ("ended", text).
+    What happens is put into `news`: ("ready", text), ("event", text), ("answer", text), ("failed", text), and at the end, always,
+    ("ended", text). From "ready" on, the control can be seen in its `frame`.
     """
 
     def __init__(self, name: str, pane: int):
@@ -73,6 +77,7 @@ class Control(threading.Thread):
         super().__init__(name="control", daemon=True)
         self.news = queue.SimpleQueue()
         self.server = 0
+        self.frame = 0
         self._control_name = name
         self._pane = pane
         self._calls = queue.SimpleQueue()
@@ -106,11 +111,10 @@ class Control(threading.Thread):
         if self.server == -1:
             control.validate()  # fails, and its error text says why there is no frame
         process = win32api.OpenProcess(win32con.SYNCHRONIZE, False, self.server)
-        frame = frame_of(self.server)
-        take_in(frame, self._pane)
+        self.frame = frame_of(self.server)
+        take_in(self.frame, self._pane)
         control.pushWindowHandle(self._pane)
         control.setUsedControl(self._control_name, "")
-        self.news.put(("frame", frame))
         while True:
             signalled = win32event.MsgWaitForMultipleObjectsEx(
                 [process, self._wake], win32event.INFINITE, win32event.QS_ALLINPUT, win32con.MWMO_INPUTAVAILABLE
@@ -177,17 +181,17 @@ class Window:
         self.root.after(POLL_PERIOD, self.poll)
 
     def show(self, kind: str, content) -> None:
-        if kind == "frame":
-            self.frame = content
+        if kind == "ready":
+            self.frame = self.control.frame
             self.fit()
-        else:
-            self.frame = 0 if kind == "ended" else self.frame
-            self.log.insert("end", f"{kind}: {content}")
-            self.log.see("end")
+        elif kind == "ended":
+            self.frame = 0
+        self.log.insert("end", f"{kind}: {content}")
+        self.log.see("end")
 
     def fit(self) -> None:
         if self.frame and win32gui.IsWindow(self.frame):
-            win32gui.SetWindowPos(self.frame, 0, 0, 0, self.pane.winfo_width(), self.pane.winfo_height(), RESIZE)
+            fit(self.frame, self.pane.winfo_width(), self.pane.winfo_height())
 
     def close(self) -> None:
         self.control.release()

@@ -49,6 +49,21 @@ pane = window.pane.winfo_id()
 window.wait("inside", lambda: win32gui.GetParent(window.frame) == pane)
 window.wait("of the server", lambda: win32process.GetWindowThreadProcessId(window.frame)[1] == window.control.server)
 window.wait("sized", window.fills_the_pane)
+style = win32gui.GetWindowLong(window.frame, win32con.GWL_STYLE)
+extended = win32gui.GetWindowLong(window.frame, win32con.GWL_EXSTYLE)
+kept = style & (win32con.WS_POPUP | win32con.WS_CAPTION | win32con.WS_THICKFRAME)
+if kept or not style & win32con.WS_CHILD or not extended & win32con.WS_EX_NOPARENTNOTIFY:
+    sys.exit(f"the frame has the styles {style:x} and {extended:x}")
+print("with a child's styles")
+
+# Another program's window with the frame's name.
+decoy = win32gui.CreateWindow("STATIC", f"kesta_frame_{window.control.server}", 0, 0, 0, 0, 0, 0, 0, 0, None)
+try:
+    sys.exit(f"taken for the frame: {sample.frame_of(window.control.server)}, {decoy}")
+except LookupError:
+    print("no stranger")
+win32gui.DestroyWindow(decoy)
+
 root.geometry("700x520")
 window.wait("sized anew", lambda: window.pane.winfo_width() == 700 and window.fills_the_pane())
 

@@ -4,10 +4,12 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
+#include <format>
 
 namespace fixtures {
 namespace {
 
+using ATL::CComBSTR;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -43,6 +45,30 @@ std::string python(const std::string& program)
 std::string cscript(const std::string& program)
 {
     return "cscript.exe //nologo " + quoted(program);
+}
+
+// A script of these tests with the functions that authors of scripts copy behind it. Wine's VBScript has neither AscW nor ChrW.
+// Asc and Chr, which take their place here, are the same within ASCII.
+std::string withVbScriptFunctions(const std::string& name)
+{
+    std::string script =
+        readFile(projectFile("tests/languages/" + name)) + readFile(projectFile("samples/scripts/kestaText.vbs"));
+    for (const char* const function : {"AscW(", "ChrW("}) {
+        for (size_t place = script.find(function); place != std::string::npos; place = script.find(function, place)) {
+            script.erase(place + 3, 1);
+        }
+    }
+    return script;
+}
+
+// As the test control tells them.
+std::string unitsOf(std::wstring_view text)
+{
+    std::string units;
+    for (const wchar_t unit : text) {
+        units += std::format("{:04X}", static_cast<unsigned>(unit));
+    }
+    return units;
 }
 
 // The output of a program that has to succeed.
@@ -82,6 +108,8 @@ TEST_F(LanguageTest, PythonWindowHasTheControlInsideUntilItIsReleased)
               "inside\n"
               "of the server\n"
               "sized\n"
+              "with a child's styles\n"
+              "no stranger\n"
               "sized anew\n"
               "text there and back\n"
               "200 events\n"
@@ -135,6 +163,61 @@ TEST_F(LanguageTest, GoProgramTakesEveryEventAndBringsTextsThereAndBack)
     EXPECT_THAT(output, HasSubstr(ON_PURPOSE));
 }
 
+TEST_F(LanguageTest, ClientWithoutTheLibraryCallsInEachWay)
+{
+    for (const char* const way : {"late", "early"}) {
+        EXPECT_THAT(outputOf(quoted(builtFile("client64.exe")) + " " + way), HasSubstr("the text is back -> 0x00000000\n"))
+            << way;
+    }
+}
+
+TEST_F(LanguageTest, ClientWithoutTheLibraryTakesInTheFrameAndNoOtherWindowOfItsName)
+{
+    CProgram client(quoted(builtFile("client64.exe")) + " events");
+    std::vector<DWORD> servers;
+    const UINT_PTR timer = SetTimer(nullptr, 0, 20, nullptr);
+    ASSERT_TRUE(pumpUntil([&] { return !(servers = processesNamed("KESTAx64.exe")).empty(); }));
+    KillTimer(nullptr, timer);
+    // Long before the frame, and found before it.
+    const HWND decoy = CreateWindowExA(WS_EX_TOPMOST, "STATIC", ("kesta_frame_" + std::to_string(servers[0])).c_str(), WS_POPUP,
+                                       0, 0, 0, 0, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_FALSE(client.waitForOutput("no program prints this")); // until its end
+    EXPECT_EQ(client.process().exitCode(), 0u) << client.output();
+    EXPECT_THAT(client.output(), HasSubstr("the frame has a child's styles -> 0x00000000\n"));
+    EXPECT_THAT(client.output(), HasSubstr("the control fills the pane -> 0x00000000\n"));
+    EXPECT_EQ(GetAncestor(decoy, GA_PARENT), GetDesktopWindow());
+    DestroyWindow(decoy);
+}
+
+TEST_F(LanguageTest, JsonReachesTheControlAsItWasWritten)
+{
+    const std::string plain = unitsOf(L"{\"site\":\"Troms\u00f8 \U0001f600\",\"path\":\"C:\\\\users\"}");
+    const std::string numbered = unitsOf(LR"({"site":"Troms\u00f8 \ud83d\ude00","path":"C:\\users"})");
+    settings.removeControl("Stations");
+    settings.setControl(TEST_CONTROL, buildFolder());
+    writeFile(folder.file("jsonText.vbs"), withVbScriptFunctions("jsonText.vbs"));
+    const std::string functions = quoted(projectFile("samples/scripts/kestaText.js"));
+    EXPECT_EQ(outputOf(python(projectFile("tests/languages/jsonText.py"))), plain + "\n" + numbered + "\n");
+    EXPECT_EQ(outputOf(cscript(projectFile("tests/languages/jsonText.js")) + " " + functions), plain + "\n" + numbered + "\n");
+    EXPECT_EQ(outputOf(cscript(folder.file("jsonText.vbs"))), numbered + "\n");
+}
+
+TEST_F(LanguageTest, EventReachesTheSinksThatAreConnectedWhenItIsDueNotWhenItIsRaised)
+{
+    setLogLevel(FULL_DETAIL);
+    SManager manager = create();
+    EXPECT_EQ(manager->testBridge(CComBSTR("early"), 5, 0), S_OK);
+    EXPECT_TRUE(waitForMessage(manager.server->id(),
+                               "<- CBeanFrame " + std::to_string(manager.server->id()) + " processTestBridgeEvent earlySJBbjs"));
+    EXPECT_EQ(manager->testBridge(CComBSTR("delayed"), 5, 2000), S_OK);
+    CSink sink;
+    CConnection connection(manager.object, sink);
+    EXPECT_TRUE(pumpUntil([&] { return sink.has(TEST_BRIDGE_EVENT, "delayedSJBbjs"); }));
+    EXPECT_EQ(sink.events.size(), 1u);
+    connection.end();
+    release(manager);
+}
+
 // The functions that authors of scripts copy.
 TEST(ScriptTextTest, EveryVectorHoldsInJScript)
 {
@@ -144,18 +227,10 @@ TEST(ScriptTextTest, EveryVectorHoldsInJScript)
               "81 held, 0 failed\n");
 }
 
-// Wine's VBScript has neither AscW nor ChrW. Asc and Chr, which take their place here, are the same within ASCII.
 TEST(ScriptTextTest, VectorsWithinAsciiHoldInVbScript)
 {
-    std::string script =
-        readFile(projectFile("tests/languages/vectors.vbs")) + readFile(projectFile("samples/scripts/kestaText.vbs"));
-    for (const char* const function : {"AscW(", "ChrW("}) {
-        for (size_t place = script.find(function); place != std::string::npos; place = script.find(function, place)) {
-            script.erase(place + 3, 1);
-        }
-    }
     const CTestFolder folder;
-    writeFile(folder.file("vectors.vbs"), script);
+    writeFile(folder.file("vectors.vbs"), withVbScriptFunctions("vectors.vbs"));
     EXPECT_EQ(outputOf(cscript(folder.file("vectors.vbs")) + " " + quoted(projectFile("tests/texts/encoding.txt"))),
               "53 held, 0 failed\n");
 }

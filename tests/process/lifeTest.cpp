@@ -157,19 +157,6 @@ TEST_F(ServerTest, LogOfAWholeRunTellsTheOrderOfAProcessLife)
     EXPECT_EQ(log.end(), place) << "lines after the end of logging";
 }
 
-TEST_F(ServerTest, ClientOfTheReadmeShowsItsTextAndEndsItsServer)
-{
-    settings.setControl("Stations", buildFolder());
-    CProgram client("\"" + programFolder() + "\\readme_client.exe\"");
-    EXPECT_EQ(client.process().exitCode(), 0u);
-    const std::shared_ptr<CProcess> server = waitForNewServer({});
-    ASSERT_TRUE(server);
-    expectEnd(*server);
-    EXPECT_THAT(messages(server->id()), testing::IsSupersetOf({"-> CJavaManagerJNIClient  addBean ",
-                                                               "-> CJavaManagerJNIClient  setUsedControl Stations, ",
-                                                               "<- CJavaManagerATLObject  setProperty text, Hello"}));
-}
-
 TEST_F(ServerTest, TwoHostsAreServedByTwoProcessesWithTwoFrames)
 {
     const std::string command = "\"" + programFolder() + "\\process_client.exe\" hold";
