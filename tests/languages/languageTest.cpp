@@ -163,6 +163,17 @@ TEST_F(LanguageTest, GoProgramTakesEveryEventAndBringsTextsThereAndBack)
     EXPECT_THAT(output, HasSubstr(ON_PURPOSE));
 }
 
+TEST_F(LanguageTest, DelphiOfThePageTakesItsEventAndBringsTextsThereAndBack)
+{
+    const std::string output = outputOf(quoted(builtFile("delphi.exe")));
+    EXPECT_THAT(output, StartsWith("Stations;1.0.0\n"
+                                   "Alta;1|Troms\\u00F8;2.5\n"
+                                   "The rows are back as they were.\n"
+                                   "sum;3.5\n"
+                                   "a call failed: "));
+    EXPECT_THAT(output, HasSubstr(ON_PURPOSE));
+}
+
 TEST_F(LanguageTest, ClientWithoutTheLibraryCallsInEachWay)
 {
     for (const char* const way : {"late", "early"}) {
