@@ -103,16 +103,29 @@ class ExitingStartFaultTest : public FaultTest, public testing::WithParamInterfa
 INSTANTIATE_TEST_SUITE_P(Exits, ExitingStartFaultTest, testing::Values("constructor", "open"),
                          [](const auto& info) { return std::string(info.param); });
 
+ULONGLONG milliseconds(const FILETIME& time)
+{
+    return ULARGE_INTEGER{{time.dwLowDateTime, time.dwHighDateTime}}.QuadPart / 10000;
+}
+
+// The control makes a file before it exits.
 TEST_P(ExitingStartFaultTest, EndsTheServerWithItsCodeAndFailsTheCreation)
 {
+    const std::string file = folder.file("exits");
     settings.setPreference("jvm_option_exit", std::string("-Dkesta.test.exitIn=") + GetParam());
+    settings.setPreference("jvm_option_file", "-Dkesta.test.exitFile=" + file);
     CProgram client(clientCommand("hold"));
     const std::shared_ptr<CProcess> server = waitForNewServer({});
     ASSERT_TRUE(server);
-    ASSERT_TRUE(
-        waitForMessage(server->id(), "-> CJavaManagerJNIClient  startBean com.orvane.tech.client.qmrt.win, QMRTWinControl"));
-    EXPECT_LE(duration([&] { expectEnd(*server, 3); }), 5000u);
+    expectEnd(*server, 3);
     EXPECT_EQ(client.process().exitCode(), 1u) << "there is no object";
+    FILETIME end = {};
+    FILETIME other = {};
+    WIN32_FILE_ATTRIBUTE_DATA exits = {};
+    ASSERT_TRUE(GetProcessTimes(server->handle(), &other, &end, &other, &other));
+    ASSERT_TRUE(GetFileAttributesExA(file.c_str(), GetFileExInfoStandard, &exits));
+    std::printf("%llu ms\n", milliseconds(end) - milliseconds(exits.ftLastWriteTime));
+    EXPECT_LE(milliseconds(end), milliseconds(exits.ftLastWriteTime) + 5000);
 }
 
 class CrashFaultTest : public FaultTest

@@ -14,8 +14,11 @@ import java.awt.Window;
 import java.awt.event.FocusEvent;
 import java.awt.event.FocusListener;
 import java.awt.event.KeyEvent;
+import java.io.IOException;
 import java.lang.ref.WeakReference;
 import java.lang.reflect.Field;
+import java.nio.file.Files;
+import java.nio.file.Paths;
 import java.util.Map;
 import java.util.Queue;
 import java.util.TreeMap;
@@ -335,9 +338,14 @@ public final class TestControl implements Control {
         }
     }
 
-    /** Ends the process in the place that the test has chosen. */
+    /** Ends the process in the place that the test has chosen, and makes a file to tell when. */
     private static void exitIn(String place) {
         if (place.equals(System.getProperty("kesta.test.exitIn"))) {
+            try {
+                Files.createFile(Paths.get(System.getProperty("kesta.test.exitFile")));
+            } catch (IOException e) {
+                throw new IllegalStateException(e);
+            }
             System.exit(3);
         }
     }
