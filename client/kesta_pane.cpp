@@ -6,8 +6,10 @@
 #include "client/paneSession.h"
 
 #include <algorithm>
+#include <deque>
 #include <exception>
 #include <iterator>
+#include <utility>
 
 namespace kesta {
 
@@ -88,6 +90,7 @@ public:
     void restart();
     bool focus(Way way);
     bool translate(const MSG& message);
+    Result waitReady(Milliseconds limit);
     HWND window() const { return m_window; }
     // Any thread.
     std::shared_ptr<CSession> session() const;
@@ -101,6 +104,10 @@ private:
     // Calls the client; nothing that it throws goes further.
     template <typename Telling>
     void tell(Telling telling);
+    // While the client waits inside waitReady: does the same later.
+    bool putOff(CBase::Work work);
+    void focusMoved(bool isInside);
+    void tellFocus(bool isInside);
     void leave(bool forward);
     void pass(const std::wstring& event);
     void refresh() const;
@@ -113,6 +120,9 @@ private:
     std::shared_ptr<CBase> m_base;
     std::unique_ptr<CFocusWatch> m_focusWatch; // null once the Pane is closed
     std::shared_ptr<SCall> m_entering;         // the latest call that gives the focus to a component
+    bool m_isInControl = false;                // the focus, as the client was told
+    int m_waits = 0;                           // for the control, one inside the other
+    std::deque<CBase::Work> m_putOff;
     HWND m_window = nullptr;
     HFONT m_font = nullptr; // the client's
     mutable std::mutex m_mutex;
@@ -132,12 +142,8 @@ bool Pane::CCore::open(HWND parent, const RECT& place, std::wstring& problem)
         m_base->leave();
         return false;
     }
-    m_focusWatch = std::make_unique<CFocusWatch>([this] { return session()->frame(); },
-                                                 [this] {
-                                                     if (m_entering != nullptr) {
-                                                         m_entering->cancel(); // made later, it would bring the focus back
-                                                     }
-                                                 });
+    m_focusWatch =
+        std::make_unique<CFocusWatch>([this] { return session()->frame(); }, [this](bool isInside) { focusMoved(isInside); });
     restart();
     return true;
 }
@@ -176,6 +182,7 @@ void Pane::CCore::close()
 void Pane::CCore::restart()
 {
     if (const std::shared_ptr<CSession> old = session()) {
+        focusMoved(false);
         old->close();
     }
     const std::shared_ptr<CSession> begun = CSession::begin(m_options, weak_from_this(), m_base, m_window);
@@ -217,8 +224,77 @@ void Pane::CCore::tell(Telling telling)
     OutputDebugStringW(problem.c_str());
 }
 
+bool Pane::CCore::putOff(CBase::Work work)
+{
+    if (m_waits > 0) {
+        m_putOff.push_back(std::move(work));
+    }
+    return m_waits > 0;
+}
+
+Result Pane::CCore::waitReady(Milliseconds limit)
+{
+    constexpr ULONGLONG LONGEST = INFINITE - 1;
+    const ULONGLONG begin = GetTickCount64();
+    const auto wanted = static_cast<ULONGLONG>(std::max<Milliseconds::rep>(limit.count(), 0));
+    Result result;
+    ++m_waits;
+    for (;;) {
+        MSG message;
+        while (PeekMessageW(&message, m_base->window(), 0, 0, PM_REMOVE) != FALSE) {
+            DispatchMessageW(&message);
+        }
+        const std::shared_ptr<CSession> current = session();
+        const ULONGLONG passed = GetTickCount64() - begin;
+        if (m_handlers == nullptr) {
+            result = {NO_SERVER, L"The pane was closed meanwhile."};
+        } else if (current->isReady()) {
+            result = {S_OK, current->control()};
+        } else if (current->end() != nullptr) {
+            result = {current->end()->hr, current->end()->text};
+        } else if (passed >= wanted) {
+            result = current->tooLate(limit);
+        } else {
+            MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(std::min(wanted - passed, LONGEST)),
+                                      QS_SENDMESSAGE | QS_POSTMESSAGE | QS_TIMER);
+            continue;
+        }
+        break;
+    }
+    if (--m_waits == 0) {
+        m_base->postFirst(std::exchange(m_putOff, {}));
+    }
+    return result;
+}
+
+// Told later, because it may have been moved by the client itself.
+void Pane::CCore::focusMoved(bool isInside)
+{
+    if (!isInside && m_entering != nullptr) {
+        m_entering->cancel(); // made later, it would bring the focus back
+    }
+    if (std::exchange(m_isInControl, isInside) != isInside) {
+        m_base->post([core = shared_from_this(), isInside] { core->tellFocus(isInside); });
+    }
+}
+
+void Pane::CCore::tellFocus(bool isInside)
+{
+    if (putOff([core = shared_from_this(), isInside] { core->tellFocus(isInside); })) {
+        return;
+    }
+    tell([&](const Handlers& handlers) {
+        if (handlers.focusChanged) {
+            handlers.focusChanged(isInside);
+        }
+    });
+}
+
 void Pane::CCore::ready(const std::wstring& control)
 {
+    if (putOff([core = shared_from_this(), control] { core->ready(control); })) {
+        return;
+    }
     if (m_window != nullptr && GetFocus() == m_window) {
         focus(Way::HERE);
     }
@@ -231,6 +307,9 @@ void Pane::CCore::ready(const std::wstring& control)
 
 void Pane::CCore::event(EventKind kind, const std::wstring& text)
 {
+    if (putOff([core = shared_from_this(), kind, text] { core->event(kind, text); })) {
+        return;
+    }
     if (kind == EventKind::CUSTOM && text.rfind(OWN_EVENTS, 0) == 0) {
         if (m_focusWatch == nullptr || !m_focusWatch->isInside()) {
             return; // the user was faster
@@ -251,6 +330,12 @@ void Pane::CCore::event(EventKind kind, const std::wstring& text)
 
 void Pane::CCore::ended(const Ended& ended)
 {
+    if (putOff([core = shared_from_this(), ended] { core->ended(ended); })) {
+        return;
+    }
+    if (ended.reason != Reason::HUNG) {
+        focusMoved(false);
+    }
     // The focus has gone with the server's windows. In the pane's own it is still in its place among the client's.
     if (m_window != nullptr && GetFocus() == nullptr && GetActiveWindow() == GetAncestor(m_window, GA_ROOT)) {
         SetFocus(m_window);
@@ -264,7 +349,9 @@ void Pane::CCore::ended(const Ended& ended)
 
 void Pane::CCore::answered(const Completion& completion, const Result& result)
 {
-    tell([&](const Handlers&) { completion(result); });
+    if (!putOff([core = shared_from_this(), completion, result] { core->answered(completion, result); })) {
+        tell([&](const Handlers&) { completion(result); });
+    }
 }
 
 bool Pane::CCore::focus(Way way)
@@ -494,6 +581,12 @@ Call Pane::invoke(long member, std::vector<Value> arguments, Completion completi
 bool Pane::isReady() const
 {
     return m_core->session()->isReady();
+}
+
+Result Pane::waitReady(Milliseconds limit)
+{
+    const std::shared_ptr<CCore> keep = m_core; // the client may destroy the pane meanwhile
+    return keep->waitReady(limit);
 }
 
 DWORD Pane::process() const

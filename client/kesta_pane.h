@@ -8,7 +8,8 @@
 //
 // Ownership: the Pane owns its window, the server process and everything between. Its destructor lets go of all of it without
 // waiting; what is left ends in the background, in the right order, for which the library keeps hidden windows of its own. A
-// server that takes longer than Options::closeLimit is ended. At the program's end finish() waits for it.
+// server that takes longer than Options::closeLimit is ended. At the program's end finish() waits for it. The end of the Pane's
+// thread or of the program lets go of a server like the destructor. Handlers and completions are destroyed on the Pane's thread.
 //
 // Threads: create a Pane on a thread that handles messages; it belongs to that thread. Handlers and completions are called there,
 // one after the other, never inside one of the Pane's functions. call, set, get, invoke and enable may be used on any thread, as
@@ -63,6 +64,8 @@ struct Options
 {
     std::wstring control{}; // empty: the only one that is registered
     std::wstring version{}; // empty: any
+    // For the control to be there. A server that takes longer is ended, unless COM is still starting it: which process that is
+    // cannot be known before it answers, for instance while the control's constructor hangs. It is let go when it does answer.
     Milliseconds startLimit{60000};
     // From the call, or from `ready` if that comes later. A call that has begun cannot be interrupted, because Java
     // cannot: it is answered with TIMED_OUT, and its own answer is thrown away. One that has not begun is never made.
@@ -102,6 +105,8 @@ struct Handlers
     // Tab has gone beyond the control's last component, or Shift+Tab before its first one, and the focus is still in the control.
     // Return true if you have moved it; otherwise it goes to the next tab stop of the dialog.
     std::function<bool(bool forward)> focusLeaves;
+    // The focus has come into the control, or has left it: for the client's own windows, its program's others included.
+    std::function<void(bool inControl)> focusChanged;
     // What a handler or completion has thrown.
     std::function<void(const std::wstring& text)> problem;
 };
@@ -183,6 +188,11 @@ public:
     Call invoke(long member, std::vector<Value> arguments, Completion completion = {});
 
     bool isReady() const;
+    // For programs that go on step by step: waits until the control is ready, with its name and version as the answer's text, or
+    // until it cannot come, with the reason. At the limit the answer is TIMED_OUT, and the start goes on. Meanwhile the thread
+    // handles messages that others send to it and those of the library's own, and no others; handlers are called later, when it
+    // handles messages again.
+    Result waitReady(Milliseconds limit);
     // The id of the server's process; 0 until it is known, and after its end.
     DWORD process() const;
 
@@ -204,8 +214,10 @@ private:
     std::shared_ptr<CCore> m_core;
 };
 
-// Waits until the servers of all panes that were destroyed have ended; at the limit the others are ended. True if none had to be.
-// The end of the program does this by itself, with five seconds; a DLL calls it before it is unloaded.
+// Waits until the servers of all panes that were destroyed have ended; at the limit the others are ended, and those that COM is
+// still starting are waited for no longer. True if there were none of either. Any thread.
+// The end of the program does this by itself, with five seconds. A DLL calls it before it is unloaded, on the thread of its
+// panes; without it the DLL stays loaded.
 bool finish(Milliseconds limit);
 
 } // namespace kesta

@@ -1,6 +1,7 @@
 #include "client/paneBase.h"
 
 #include <algorithm>
+#include <iterator>
 #include <vector>
 
 namespace kesta {
@@ -122,6 +123,19 @@ void CBase::schedule()
         m_isScheduled = true; // timers come after the user's input, posted messages before it
     } else {
         m_isScheduled = PostMessageW(m_window, WM_WORK, 0, 0) != 0;
+    }
+}
+
+void CBase::postFirst(std::deque<Work> works)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_isOver || works.empty()) {
+        return;
+    }
+    m_works.insert(m_works.begin(), std::make_move_iterator(works.begin()), std::make_move_iterator(works.end()));
+    if (!m_isScheduled) {
+        m_turnBegin = GetTickCount64();
+        schedule();
     }
 }
 

@@ -34,6 +34,8 @@ public:
     void workOff();
     // Does the work on the pane's thread, one after the other. Work that goes on for long lets the user's input go first.
     void post(Work work);
+    // The same before all that waits already.
+    void postFirst(std::deque<Work> works);
 
 private:
     CBase() = default;

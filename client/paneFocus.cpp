@@ -76,9 +76,9 @@ HWND focusedWindow()
 
 } // namespace
 
-CFocusWatch::CFocusWatch(Frame frame, Left left)
+CFocusWatch::CFocusWatch(Frame frame, Changed changed)
     : m_frame(std::move(frame))
-    , m_left(std::move(left))
+    , m_changed(std::move(changed))
 {
     SListener& shared = listener();
     shared.watches.push_back(this);
@@ -165,6 +165,7 @@ void CFocusWatch::look()
         m_wasInside = true;
         if (!std::exchange(m_isTold, true)) {
             PostMessageW(frame, WM_ACTIVATE, WA_ACTIVE, 0); // no news if Java has taken the focus itself
+            m_changed(true);
         }
         return;
     }
@@ -173,7 +174,7 @@ void CFocusWatch::look()
         if (focus == nullptr || processOf(focus) != processOf(frame)) {
             PostMessageW(frame, WM_ACTIVATE, WA_INACTIVE, 0); // of its own windows, dialogs for instance, Java knows
         }
-        m_left();
+        m_changed(false);
     }
 }
 

@@ -17,11 +17,11 @@ class CFocusWatch
 {
 public:
     using Frame = std::function<HWND()>; // null while there is none
-    using Left = std::function<void()>;
+    using Changed = std::function<void(bool isInside)>;
 
-    // Left is called, inside look or while the thread handles messages, when the focus is found outside after it was in the
-    // frame.
-    CFocusWatch(Frame frame, Left left);
+    // Changed is called, inside look or while the thread handles messages, when the focus is found in the frame or, after it was
+    // there, outside.
+    CFocusWatch(Frame frame, Changed changed);
     ~CFocusWatch();
     CFocusWatch(const CFocusWatch&) = delete;
     CFocusWatch& operator=(const CFocusWatch&) = delete;
@@ -39,7 +39,7 @@ private:
     static void CALLBACK listen(HWINEVENTHOOK hook, DWORD event, HWND window, LONG object, LONG child, DWORD thread, DWORD time);
 
     const Frame m_frame;
-    const Left m_left;
+    const Changed m_changed;
     HWND m_known = nullptr;   // the frame that the rest is about
     bool m_isTold = false;    // that it has the focus
     bool m_wasInside = false; // the focus, since the frame was told that it was not

@@ -425,6 +425,7 @@ void CSession::over(const Ended& ended)
     if (m_isOver) {
         return;
     }
+    m_end = std::make_unique<const Ended>(ended);
     stop(ended.text);
     if (const std::shared_ptr<IPane> pane = m_pane.lock()) {
         pane->ended(ended);
@@ -509,13 +510,9 @@ void CSession::tick()
 {
     const ULONGLONG now = GetTickCount64();
     if (isDue(m_startDeadline, now)) {
-        std::wstring text = L"The control was not there within " + std::to_wstring(m_options.startLimit.count()) + L" ms; ";
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            text += L"at that time the pane was " + m_step + L".";
-        }
-        kill();
-        over({Reason::NOT_STARTED, TIMED_OUT, text});
+        const Result late = tooLate(m_options.startLimit);
+        kill(); // while COM starts the server, there is none to be known
+        over({Reason::NOT_STARTED, late.hr, late.text});
     }
     if (isDue(m_showDeadline, now)) {
         show();
@@ -525,6 +522,13 @@ void CSession::tick()
         RedrawWindow(m_frame, nullptr, nullptr, RDW_INVALIDATE | RDW_ERASE | RDW_ALLCHILDREN);
     }
     lookAtCalls(now);
+}
+
+Result CSession::tooLate(Milliseconds limit) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return {TIMED_OUT, L"The control was not there within " + std::to_wstring(limit.count()) +
+                           L" ms; at that time the pane was " + m_step + L"."};
 }
 
 void CSession::lookAtCalls(ULONGLONG now)

@@ -43,6 +43,12 @@ public:
     // Ends the server, hung or not, in the background. The Pane hears only answers from now on.
     void close();
     bool isReady() const { return m_isReady && !m_isOver; }
+    // As setUsedControl answered, once it is ready.
+    const std::wstring& control() const { return m_control; }
+    // Why it is over; null as long as it is not.
+    const Ended* end() const { return m_end.get(); }
+    // For a limit of the start, with what it waits for.
+    Result tooLate(Milliseconds limit) const;
     HWND frame() const { return m_isReady && !m_isOver ? m_frame : nullptr; }
     DWORD process() const { return m_isOver ? 0 : m_processId; }
 
@@ -110,6 +116,7 @@ private:
     HWND m_frame = nullptr;
     DWORD m_processId = 0;
     std::wstring m_control;
+    std::unique_ptr<const Ended> m_end;
     bool m_isBegun = false;        // the control is in its frame
     bool m_isControlReady = false; // and has said that it can be seen
     bool m_isReady = false;

@@ -202,6 +202,65 @@ TEST_F(PaneTest, CompletionsAreDestroyedOnThePanesThread)
     EXPECT_EQ(thread, GetCurrentThreadId());
 }
 
+TEST_F(PaneTest, HandlerHearsWhenTheFocusComesAndGoes)
+{
+    const HWND field =
+        CreateWindowExW(0, L"EDIT", L"", WS_CHILD | WS_VISIBLE, 420, 0, 100, 24, window.handle(), nullptr, nullptr, nullptr);
+    kesta::Handlers handlers = record.handlers();
+    std::vector<bool> told;
+    handlers.focusChanged = [&](bool inControl) { told.push_back(inControl); };
+    const auto pane = Pane::create(window.handle(), PLACE, options(), handlers);
+    awaitReady(record);
+    SetForegroundWindow(window.handle());
+    SetFocus(field);
+    EXPECT_TRUE(pane->focus());
+    EXPECT_TRUE(told.empty()) << "never inside one of the pane's functions";
+    EXPECT_TRUE(pumpUntil([&] { return told == std::vector<bool>{true}; }, {}, 5000));
+    SetFocus(field);
+    EXPECT_TRUE(pumpUntil([&] { return told == std::vector<bool>{true, false}; }, {}, 5000));
+    EXPECT_TRUE(pane->focus());
+    EXPECT_TRUE(pumpUntil([&] { return told.size() == 3; }, {}, 5000));
+    killed(pane->process())->kill(kesta::ENDED_BY_CLIENT);
+    EXPECT_TRUE(pumpUntil([&] { return told.size() == 4; }, {}, 5000)) << "it has gone with the control";
+    EXPECT_FALSE(told.back());
+}
+
+TEST_F(PaneTest, ProgramMayGoOnStepByStep)
+{
+    const auto pane = open();
+    const kesta::Result early = pane->waitReady(milliseconds(50));
+    EXPECT_EQ(early.hr, kesta::TIMED_OUT);
+    EXPECT_EQ(early.text, L"The control was not there within 50 ms; at that time the pane was starting the server.");
+    PostMessageW(window.handle(), WM_NULL, 0, 0);
+    const kesta::Result ready = pane->waitReady(milliseconds(40000));
+    EXPECT_TRUE(ready) << "error " << ready.hr;
+    EXPECT_EQ(ready.text.rfind(L"TestControl;", 0), 0u);
+    EXPECT_EQ(pane->call(L"echo", L"there").wait(milliseconds(20000)).text, L"there");
+    EXPECT_TRUE(record.readies.empty() && record.events.empty()) << "handlers come later";
+    MSG message;
+    EXPECT_TRUE(PeekMessageW(&message, window.handle(), WM_NULL, WM_NULL, PM_REMOVE)) << "other messages are left alone";
+    std::vector<std::wstring> order;
+    pane->call(L"echo", L"answered", [&](const kesta::Result& result) {
+        order = record.readies;
+        order.push_back(result.text);
+    });
+    EXPECT_TRUE(pumpUntil([&] { return !order.empty(); }));
+    EXPECT_EQ(order, (std::vector<std::wstring>{ready.text, L"answered"}));
+    EXPECT_EQ(pane->waitReady(milliseconds(0)).text, ready.text);
+}
+
+TEST_F(PaneTest, WaitForAControlThatIsNotThereEndsWithTheReason)
+{
+    kesta::Options wrong = options();
+    wrong.control = L"Nowhere";
+    const auto pane = open(wrong);
+    const kesta::Result result = pane->waitReady(milliseconds(40000));
+    EXPECT_EQ(result.hr, E_FAIL);
+    EXPECT_EQ(result.text.rfind(L"The control \"Nowhere\" is not there. ", 0), 0u);
+    EXPECT_TRUE(record.ended.empty()) << "handlers come later";
+    EXPECT_TRUE(pumpUntil([&] { return record.ended.size() == 1; }));
+}
+
 TEST_F(PaneTest, SampleInReadmeWorks)
 {
     settings.setControl("Stations", buildFolder());
