@@ -12,6 +12,7 @@ struct seen
     int events;
     size_t completed_length;
     int ended;
+    int focus; /* 1: came, 2: left afterwards */
 };
 
 static void on_ready(void* context, const wchar_t* control)
@@ -32,6 +33,12 @@ static void on_ended(void* context, int reason, HRESULT hr, const wchar_t* text)
 static void on_completed(void* context, HRESULT hr, const wchar_t* text, size_t length)
 {
     ((struct seen*)context)->completed_length = SUCCEEDED(hr) && text[length] == L'\0' ? length : 0;
+}
+
+static void on_focus_changed(void* context, BOOL in_control)
+{
+    struct seen* seen = context;
+    seen->focus = in_control ? 1 : seen->focus == 1 ? 2 : 0;
 }
 
 static int pump_until(int (*done)(const struct seen*), const struct seen* seen, kesta_pane* pane)
@@ -67,12 +74,65 @@ static int is_completed(const struct seen* seen)
     return seen->completed_length == 3;
 }
 
+static int is_inside(const struct seen* seen)
+{
+    return seen->focus == 1;
+}
+
+static int is_outside(const struct seen* seen)
+{
+    return seen->focus == 2;
+}
+
+/* Calls that are kept. Returns 0, or the number of the step that failed. */
+static int keep_calls(kesta_pane* pane)
+{
+    const kesta_value arguments[] = {{KESTA_TEXT, 0, L"echo", KESTA_ENDS_IN_ZERO}, {KESTA_TEXT, 0, L"a\0b and more", 3}};
+    const kesta_value bridge[] = {{KESTA_TEXT, 0, L"bridge", 6}, {KESTA_NUMBER, 1, NULL, 0}, {KESTA_NUMBER, 0, NULL, 0}};
+    const kesta_value off[] = {{KESTA_TRUTH, 0, NULL, 0}};
+    kesta_call* call = NULL;
+    kesta_call* behind = NULL;
+    wchar_t* answer = NULL;
+    size_t length = 0;
+    int failed = 0;
+    if (kesta_pane_invoke(pane, 3, arguments, 2, NULL, NULL, &call) != S_OK ||
+        kesta_call_wait(call, 20000, &answer, &length) != S_OK || length != 3 || wmemcmp(answer, L"a\0b", 4) != 0 ||
+        !kesta_call_is_done(call)) {
+        failed = 20;
+    }
+    kesta_free(answer);
+    kesta_call_free(call);
+    if (kesta_pane_invoke(pane, 17, bridge, 3, NULL, NULL, &call) != S_OK || FAILED(kesta_call_wait(call, 20000, NULL, NULL))) {
+        failed = 21;
+    }
+    kesta_call_free(call);
+    if (kesta_pane_invoke(pane, 18, off, 1, NULL, NULL, &call) != S_OK || FAILED(kesta_call_wait(call, 20000, NULL, NULL)) ||
+        kesta_pane_enable(pane, TRUE, NULL, NULL, NULL) != S_OK) {
+        failed = 22;
+    }
+    kesta_call_free(call);
+    if (kesta_pane_call(pane, L"sleep", L"300", 3, NULL, NULL, &call) != S_OK ||
+        kesta_pane_set(pane, L"text", L"never", 5, NULL, NULL, &behind) != S_OK) {
+        return 23;
+    }
+    kesta_call_cancel(behind);
+    if (kesta_call_wait(behind, 0, NULL, NULL) != KESTA_CANCELLED || kesta_call_wait(call, 50, NULL, NULL) != KESTA_TIMED_OUT) {
+        failed = 24;
+    }
+    kesta_call_free(behind);
+    kesta_call_free(call);
+    if (kesta_pane_call(pane, L"echo", L"too long", KESTA_ENDS_IN_ZERO - 1, NULL, NULL, NULL) != E_OUTOFMEMORY) {
+        failed = 25;
+    }
+    return failed;
+}
+
 int usePaneFromC(HWND window)
 {
     const RECT place = {0, 0, 300, 200};
     const kesta_options options = {L"TestControl", NULL, 0, 20000, 0, 0};
     struct seen seen = {0};
-    const kesta_handlers handlers = {&seen, on_ready, on_event, on_ended, NULL};
+    const kesta_handlers handlers = {&seen, on_ready, on_event, on_ended, NULL, on_focus_changed, NULL};
     wchar_t problem[200] = L"";
     wchar_t* answer = NULL;
     HRESULT hr = S_OK;
@@ -82,9 +142,12 @@ int usePaneFromC(HWND window)
         return 1;
     }
     pane = kesta_pane_create(window, &place, &options, &handlers, problem, 200);
-    if (pane == NULL || !IsWindow(kesta_pane_window(pane)) || !pump_until(is_ready, &seen, pane)) {
+    if (pane == NULL || !IsWindow(kesta_pane_window(pane)) || kesta_pane_wait_ready(pane, 1, NULL) != KESTA_TIMED_OUT ||
+        kesta_pane_wait_ready(pane, LIMIT, &answer) != S_OK || wcsncmp(answer, L"TestControl;", 12) != 0 || seen.ready != 0 ||
+        !pump_until(is_ready, &seen, pane)) {
         return 2;
     }
+    kesta_free(answer);
     if (!kesta_pane_is_ready(pane) || kesta_pane_process(pane) == 0) {
         failed = 3;
     }
@@ -101,13 +164,22 @@ int usePaneFromC(HWND window)
     if (kesta_pane_set_and_wait(pane, L"text", L"abc", 20000, NULL) != S_OK) {
         failed = 6;
     }
-    kesta_pane_get(pane, L"text", on_completed, &seen);
+    kesta_pane_get(pane, L"text", on_completed, &seen, NULL);
     if (!pump_until(is_completed, &seen, pane)) {
         failed = 7;
     }
-    kesta_pane_call(pane, L"raise", L"raised and more", 6, NULL, NULL);
+    kesta_pane_call(pane, L"raise", L"raised and more", 6, NULL, NULL, NULL);
     if (!pump_until(has_event, &seen, pane)) {
         failed = 8;
+    }
+    failed = failed != 0 ? failed : keep_calls(pane);
+    SetForegroundWindow(window);
+    if (!kesta_pane_focus(pane, KESTA_HERE) || !pump_until(is_inside, &seen, pane)) {
+        failed = 10;
+    }
+    SetFocus(window);
+    if (!pump_until(is_outside, &seen, pane)) {
+        failed = 11;
     }
     kesta_pane_close(pane);
     return seen.ended == 0 ? failed : 9;
