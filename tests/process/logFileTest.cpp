@@ -72,6 +72,7 @@ TEST_F(LogFileTest, EveryLineOfAWholeRunHasTheFormat)
     CSink sink;
     CConnection connection(manager.object, sink);
     EXPECT_EQ(manager->pushWindowHandle(window.handle()), S_OK);
+    EXPECT_EQ(callMethod(manager.object, "echo", "counted"), "counted");
     EXPECT_EQ(callMethod(manager.object, "burst", "10;4"), "40");
     EXPECT_EQ(callMethod(manager.object, "throw", "on purpose"), "(failed)");
     EXPECT_EQ(callMethod(manager.object, "throwNoMessage", ""), "(failed)");
@@ -103,6 +104,22 @@ TEST_F(LogFileTest, EveryLineOfAWholeRunHasTheFormat)
     EXPECT_EQ(banners, 10u);
     // The line feeds of the two exceptions' own texts.
     EXPECT_EQ(rests, (std::vector<std::string>{"", ""}));
+
+    // Some twenty lines for a call, on the thread that handles it.
+    const std::string call = "CJavaManagerATLObject  callMethod echo, counted";
+    int ofCall = 0;
+    unsigned long mainThread = 0;
+    for (const std::string& line : file) {
+        const LogLine parsed = parseLogLine(line);
+        if (messageOf(parsed) == "-> " + call) {
+            mainThread = parsed.thread;
+        }
+        ofCall += mainThread != 0 && parsed.thread == mainThread ? 1 : 0;
+        if (messageOf(parsed) == "<- " + call) {
+            break;
+        }
+    }
+    EXPECT_THAT(ofCall, testing::AllOf(testing::Ge(15), testing::Le(25)));
 
     // What is in the file also went to the debugger stream.
     std::vector<std::string> stream;
@@ -218,6 +235,7 @@ TEST_F(LogFileTest, OldFilesAreDeletedUnlessSomebodyHasThemOpen)
     writeAged("KESTA-old.log", days(28) + seconds(1));
     writeAged("KESTA-young.log", days(28) - seconds(60));
     writeAged("other-old.log", days(29));
+    writeAged("hs_err_pid42.log", days(29));
     const ATL::CHandle locked(
         CreateFileA(folder.file("KESTA-locked.log").c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     settings.setPreference("logpath", folder.path());
@@ -225,8 +243,8 @@ TEST_F(LogFileTest, OldFilesAreDeletedUnlessSomebodyHasThemOpen)
 
     EXPECT_THAT(messages(id),
                 testing::IsSupersetOf({"Deleting old log file KESTA-locked.log", "Deleting old log file KESTA-old.log"}));
-    EXPECT_THAT(filesIn(folder.path()),
-                testing::UnorderedElementsAre(fileName(id), "KESTA-locked.log", "KESTA-young.log", "other-old.log"));
+    EXPECT_THAT(filesIn(folder.path()), testing::UnorderedElementsAre(fileName(id), "KESTA-locked.log", "KESTA-young.log",
+                                                                      "other-old.log", "hs_err_pid42.log"));
     EXPECT_FALSE(logFileLines(id).empty());
 }
 
@@ -251,6 +269,18 @@ TEST_F(LogFileTest, MachineWithoutPreferencesAndOlderKeyTellsSevenErrors)
     EXPECT_EQ(text.front(), missingKey);
     EXPECT_EQ(countMessages(id, missingKey), 7u);
     const auto isMissingKey = [&](const LogLine& line) { return messageOf(line) == missingKey; };
+    // Who asked for the key each time: the first function below the registry's.
+    std::vector<std::string> modules;
+    std::set<std::pair<std::string, int>> functions;
+    const std::vector<LogLine> told = parseLogLines(failed.description);
+    for (auto line = told.begin(); (line = std::find_if(line, told.end(), isMissingKey)) != told.end();) {
+        line = std::find_if(line, told.end(), [](const LogLine& below) { return below.module() != "registry"; });
+        modules.push_back(line->module());
+        functions.insert({line->module(), line->line});
+    }
+    EXPECT_THAT(modules, testing::ElementsAre("logger", "JavaManagerATLObject", "JavaManagerJNIClient", "JavaManagerJNIClient",
+                                              "JavaManagerJNIClient", "JavaManagerJNIClient", "JavaManagerJNIClient"));
+    EXPECT_EQ(functions.size(), 5u) << "one looks for a runtime with two keys, and one for two kinds of options";
     EXPECT_EQ(std::ranges::count_if(start, isMissingKey), 6) << "the first one came before the file";
     ASSERT_LE(5u, start.size());
     EXPECT_TRUE(std::all_of(start.begin(), start.begin() + 4, [](const LogLine& line) { return line.level == "ALWAYS"; }));
@@ -265,7 +295,7 @@ class LogLevelTest : public LogFileTest, public testing::WithParamInterface<int>
 {
 };
 
-INSTANTIATE_TEST_SUITE_P(Levels, LogLevelTest, testing::Values(2, 3, 4), testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(Levels, LogLevelTest, testing::Values(2, 3, 4, 5), testing::PrintToStringParamName());
 
 TEST_P(LogLevelTest, ShowsArgumentsFromInfoOnEventsFromFineOnAndAnswersNever)
 {
@@ -275,6 +305,7 @@ TEST_P(LogLevelTest, ShowsArgumentsFromInfoOnEventsFromFineOnAndAnswersNever)
     CSink sink;
     CConnection connection(manager.object, sink);
     EXPECT_EQ(callMethod(manager.object, "throw", "of an exception"), "(failed)");
+    EXPECT_EQ(callMethod(manager.object, "nullDereference", "of a failed call"), "(failed)");
     EXPECT_EQ(callMethod(manager.object, "units", "argument"), "0061007200670075006D0065006E0074");
     EXPECT_EQ(call(manager.object, 11, "property", "value").answer, "value");
     EXPECT_EQ(callMethod(manager.object, "burst", "1"), "1");
@@ -288,6 +319,9 @@ TEST_P(LogLevelTest, ShowsArgumentsFromInfoOnEventsFromFineOnAndAnswersNever)
     EXPECT_EQ(isShown("setProperty property, value"), GetParam() >= 3);
     EXPECT_EQ(isShown("burst 1.1.1"), GetParam() >= 4);
     EXPECT_FALSE(isShown("0061007200670075006D0065006E0074"));
+    const std::string ofControl = readFile(folder.file("KESTA-control-" + std::to_string(manager.server->id()) + ".log"));
+    EXPECT_THAT(ofControl, testing::HasSubstr("callMethod(nullDereference, of a failed call)"));
+    EXPECT_THAT(ofControl, Not(testing::HasSubstr("0061007200670075006D0065006E0074")));
 }
 
 // A folder on the desktop, removed at the end of the test.
