@@ -9,6 +9,18 @@ namespace {
 
 using ATL::CComBSTR;
 
+// How many presses of a mouse button the pane was told of by its child windows.
+int s_pressesTold = 0;
+WNDPROC s_paneProcedure = nullptr;
+
+LRESULT CALLBACK countPresses(HWND pane, UINT message, WPARAM wParam, LPARAM lParam)
+{
+    if (message == WM_PARENTNOTIFY && LOWORD(wParam) == WM_LBUTTONDOWN) {
+        ++s_pressesTold;
+    }
+    return CallWindowProcA(s_paneProcedure, pane, message, wParam, lParam);
+}
+
 class EventTest : public ServerTest
 {
 protected:
@@ -83,9 +95,18 @@ TEST_F(EventTest, ClickOnTheButtonReachesTheSinkOnTheServersMainThread)
     POINT button = {area.right - 40, area.bottom - 25};
     ClientToScreen(frame, &button);
     ASSERT_TRUE(pumpUntil([&] { return WindowFromPoint(button) == frame; }));
+    s_pressesTold = 0;
+    s_paneProcedure =
+        reinterpret_cast<WNDPROC>(SetWindowLongPtrA(window.pane(), GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(countPresses)));
     click(button);
     ASSERT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "button: typed"); })) << aboutTheClick(button, sink);
     EXPECT_EQ(GetCurrentThreadId(), sink.events.back().thread);
+    EXPECT_EQ(s_pressesTold, 1);
+    // Which a style of the frame spares the pane.
+    SetWindowLongPtrA(frame, GWL_EXSTYLE, GetWindowLongPtrA(frame, GWL_EXSTYLE) | WS_EX_NOPARENTNOTIFY);
+    click(button);
+    EXPECT_TRUE(pumpUntil([&] { return sink.count(CUSTOM_EVENT, "button: typed") == 2; })) << aboutTheClick(button, sink);
+    EXPECT_EQ(s_pressesTold, 1);
     connection.end();
     release(manager);
     const DWORD id = manager.server->id();
