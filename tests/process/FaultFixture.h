@@ -5,12 +5,16 @@
 
 #include "tests/process/ServerFixture.h"
 
+#include <gmock/gmock.h>
 #include <tlhelp32.h>
 
 #include <format>
 #include <limits>
 
 namespace fixtures {
+
+// In which a server ends whose client has died: one period, and its own end.
+constexpr DWORD LONGEST_WITHOUT_CLIENT = WATCHDOG_PERIOD + 2000; // ms
 
 class FaultTest : public ServerTest
 {
@@ -96,6 +100,13 @@ protected:
             }
         }
         EXPECT_EQ(program.process().exitCode(), 0u);
+    }
+    // The results that a client has printed of its last two calls: the server has ended.
+    static void expectRpcErrors(CProgram& client)
+    {
+        EXPECT_TRUE(client.waitForOutput(", then 800706ba")) << client.output();
+        EXPECT_THAT(client.output(),
+                    testing::AnyOf(testing::HasSubstr("failed 800706ba"), testing::HasSubstr("failed 800706be")));
     }
     static bool livesFor(const CProcess& server, DWORD milliseconds)
     {

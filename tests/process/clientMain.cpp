@@ -4,17 +4,23 @@
 //   hold-unpushed  the same without pushing a window
 //   hold-factory   keeps the class object, too
 //   block-close    pushes its window, makes the control's end take 20 seconds and prints "blocked"
-//   die-in-call    pushes its window, prints "sleeping" and calls a method that takes 60 seconds; the test ends it meanwhile
-//   hang-in-sink   pushes its window, has a Java timer raise events, prints "hanging" inside its sink and stays there
+//   sleep          pushes its window, prints "calling" and calls a method that takes 60 seconds; the test ends the client or the
+//   server meanwhile
+//   hang-in-sink   pushes its window, has a Java timer raise events, destroys the window inside its sink, prints "hanging" and
+//   stays there
+//   wait-in-sink   pushes its window, has Java raise 6,000 events in half a minute, prints "waiting" inside its sink and stays
+//   there until a line arrives; then prints after each thousand how many have come
 //   die-in-sink    pushes its window, has a Java timer raise events and ends itself inside its sink, while the server waits for
 //   it
 //   exit, exitInEvents, crash   pushes its window, prints "calling" and calls the method of this name, which ends the server's
-//   process
+//   process; then prints the results of the call that failed and of one more
 //   exit-after-hook      the same with "exit", a shutdown hook that takes 2 seconds and a control whose end takes a minute
 #include "tests/process/Client.h"
 
 #include <cstdio>
+#include <format>
 #include <iostream>
+#include <set>
 
 using namespace fixtures;
 
@@ -27,6 +33,19 @@ void say(const std::string& text)
 {
     std::printf("%s\n", text.c_str());
     std::fflush(stdout);
+}
+
+// Makes the call, then others until one fails, and one more. Prints the results of the last two.
+void callUntilItFails(IJavaManager* manager, const char* name, const char* argument)
+{
+    const DISPID id = memberId(manager, L"callMethod");
+    say("calling");
+    HRESULT result = call(manager, id, name, argument).result;
+    while (SUCCEEDED(result)) {
+        result = call(manager, id, "echo", "").result;
+    }
+    const HRESULT next = call(manager, id, "echo", "").result;
+    say(std::format("failed {:08x}, then {:08x}", static_cast<DWORD>(result), static_cast<DWORD>(next)));
 }
 
 int serve(const std::string& role)
@@ -46,6 +65,7 @@ int serve(const std::string& role)
     if (FAILED(manager->getBeanFrameID(&frameId))) {
         return 2;
     }
+    std::set<std::string> texts; // of the events that have come
     CSink sink;
     CConnection connection(manager, sink);
     CClientWindow window;
@@ -66,26 +86,40 @@ int serve(const std::string& role)
         callMethod(manager, "blockClose", "20000");
         say("blocked");
     }
-    if (role == "die-in-call") {
-        say("sleeping");
-        callMethod(manager, "sleep", "60000");
+    if (role == "sleep") {
+        callUntilItFails(manager, "sleep", "60000");
     }
     if (role == "exit" || role == "exitInEvents" || role == "crash") {
-        say("calling");
-        callMethod(manager, role.c_str(), "3");
+        callUntilItFails(manager, role.c_str(), "3");
     }
     if (role == "exit-after-hook") {
         callMethod(manager, "blockTheEnd", "2000");
         callMethod(manager, "blockClose", "60000");
-        say("calling");
-        callMethod(manager, "exit", "3");
+        callUntilItFails(manager, "exit", "3");
     }
     if (role == "hang-in-sink") {
-        sink.reaction = [](const CSink::Event&) {
+        sink.reaction = [&](const CSink::Event&) {
+            window.destroy();
             say("hanging");
             Sleep(INFINITE);
         };
         callMethod(manager, "startTimer", "10");
+    }
+    if (role == "wait-in-sink") {
+        sink.events.clear();
+        sink.reaction = [&](const CSink::Event& event) {
+            texts.insert(event.text);
+            if (texts.size() == 1) {
+                say("waiting");
+                std::string line;
+                std::getline(std::cin, line);
+            }
+            if (texts.size() % 1000 == 0) {
+                say(std::format("got {} events, {} different", sink.events.size(), texts.size()));
+            }
+        };
+        callMethod(manager, "burst", "6000;1;5");
+        pumpUntil([&] { return !texts.empty(); });
     }
     if (role == "die-in-sink") {
         sink.reaction = [&](const CSink::Event&) {

@@ -72,13 +72,13 @@ class ExitingCallFaultTest : public FaultTest, public testing::WithParamInterfac
 INSTANTIATE_TEST_SUITE_P(Exits, ExitingCallFaultTest, testing::Values("exit", "exitInEvents"),
                          [](const auto& info) { return std::string(info.param); });
 
-// The client is a process of its own: Wine's side of a call to a server that has ended may fault in the client.
-TEST_P(ExitingCallFaultTest, EndsTheServerWithItsCode)
+TEST_P(ExitingCallFaultTest, EndsTheServerWithItsCodeAndFailsTheCalls)
 {
     CProgram client(clientCommand(GetParam()));
     const std::shared_ptr<CProcess> server = serverOf(client);
     ASSERT_TRUE(client.waitForOutput("calling"));
     EXPECT_LE(duration([&] { expectEnd(*server, 3); }), 5000u);
+    expectRpcErrors(client);
 }
 
 class ExitFaultTest : public FaultTest
@@ -94,6 +94,7 @@ TEST_F(ExitFaultTest, ControlThatExitsIsNotClosedAndItsShutdownHooksAreWaitedFor
     const ULONGLONG taken = duration([&] { expectEnd(*server, 3); });
     EXPECT_LE(1900u, taken);
     EXPECT_LE(taken, 7000u);
+    expectRpcErrors(client);
 }
 
 class ExitingStartFaultTest : public FaultTest, public testing::WithParamInterface<const char*>
@@ -140,7 +141,11 @@ protected:
         ASSERT_TRUE(code);
         EXPECT_NE(*code, 0u);
         expectExit(server->id(), *code);
-        EXPECT_EQ(messages(server->id()).back(), "<- bstrToJavaString ") << "the log ends abruptly";
+        expectRpcErrors(client);
+        // A slow computer may have the watchdog's timer come before Java is through with its file.
+        std::vector<LogLine> log = lines(server->id());
+        std::erase_if(log, [main = log.front().thread](const LogLine& line) { return line.thread != main; });
+        EXPECT_EQ(messageOf(log.back()), "<- bstrToJavaString ") << "the log ends abruptly";
     }
 
     std::shared_ptr<CProcess> server;
@@ -191,7 +196,7 @@ TEST_F(FactoryFaultTest, ClientThatDiesWithTheClassObjectEndsItsServer)
     CProgram client(clientCommand("hold-factory"));
     const std::shared_ptr<CProcess> server = serverOf(client);
     client.process().kill(9);
-    EXPECT_LE(duration([&] { expectEnd(*server); }), 20000u);
+    EXPECT_LE(duration([&] { expectEnd(*server); }), LONGEST_WITHOUT_CLIENT);
 }
 
 // There is no watchdog yet. On Windows COM drops the dead client's references after some minutes; Wine does not, and the test
@@ -208,6 +213,23 @@ TEST_F(FactoryFaultTest, ClientThatDiesWhileJavaStartsLeavesAServerThatGoesOn)
     EXPECT_TRUE(livesFor(*server, 2000));
     expectExit(server->id(), ERROR_PROCESS_ABORTED);
     server->kill(ERROR_PROCESS_ABORTED);
+}
+
+// Wine gives the class object of a server that was killed before its client took it to one more client.
+TEST_F(FactoryFaultTest, ServerThatIsKilledBeforeItsClientTookItFailsTheNextCreationOnly)
+{
+    CProgram client(clientCommand("hold"));
+    const std::shared_ptr<CProcess> server = waitForNewServer({});
+    ASSERT_TRUE(server);
+    client.process().kill(9);
+    ASSERT_TRUE(waitForMessage(server->id(), "-> CKESTAserverModule  RunMessageLoop "));
+    server->kill(9);
+    expectEnd(*server, 9);
+    SManager manager;
+    EXPECT_EQ(create(manager), HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE));
+    ASSERT_EQ(create(manager), S_OK);
+    EXPECT_EQ(callMethod(manager.object, "echo", "there"), "there");
+    release(manager);
 }
 
 // Paths are texts of the code page, which has no such letters.
@@ -433,7 +455,7 @@ TEST_F(LongFaultTest, RandomKillsLeaveNothingBehind)
     Sleep(1000);
     EXPECT_EQ(sizesOfFiles(folder.path()), logs) << "somebody is still writing";
 
-    // Wine gives the class object of a server that was killed before its client took it to one more client.
+    // The last one may have left a class object behind.
     SManager manager;
     if (create(manager) == HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE)) {
         EXPECT_EQ(create(manager), S_OK);

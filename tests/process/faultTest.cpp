@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <set>
+#include <thread>
 
 namespace fixtures {
 namespace {
@@ -78,8 +79,73 @@ TEST_F(FaultTest, MessageLoopThatAnotherProgramEndsEndsTheServer)
     const auto server = manager.server;
     EXPECT_TRUE(PostThreadMessageA(mainThread(server->id()), WM_QUIT, 0, 0));
     EXPECT_EQ(server->exitCode(), 0u);
-    EXPECT_EQ(client.call("echo", "anybody"), "(failed)");
+    EXPECT_EQ(client.result("echo", "anybody"), HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE));
     EXPECT_EQ(frameIn(client.window, static_cast<int>(server->id())), nullptr);
+}
+
+TEST_F(FaultTest, ServerThatIsEndedDuringACallFailsIt)
+{
+    CProgram client(clientCommand("sleep"));
+    const std::shared_ptr<CProcess> server = serverOf(client);
+    ASSERT_TRUE(waitForMessage(server->id(), "-> CJavaManagerATLObject  callMethod sleep, 60000"));
+    server->kill(9);
+    expectEnd(*server, 9);
+    expectRpcErrors(client);
+}
+
+// The method is called by another thread of the client, with a proxy of its own.
+TEST_F(FaultTest, MethodThatDoesNotReturnHoldsUpOtherCallsEventsAndTheRelease)
+{
+    constexpr ULONGLONG HELD = 1000; // ms at least, by a method that takes twice as long
+    SManager manager = create();
+    Client client(manager);
+    const DWORD id = manager.server->id();
+    const auto sleepOnAnotherThread = [&](const char* milliseconds) {
+        IStream* stream = nullptr;
+        EXPECT_EQ(CoMarshalInterThreadInterfaceInStream(IID_IJavaManager, manager.object, &stream), S_OK);
+        std::thread thread([stream, milliseconds] {
+            CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+            {
+                ATL::CComPtr<IJavaManager> object;
+                CoGetInterfaceAndReleaseStream(stream, IID_PPV_ARGS(&object));
+                EXPECT_EQ(callMethod(object, "sleep", milliseconds), milliseconds);
+            }
+            CoUninitialize();
+        });
+        EXPECT_TRUE(waitForMessage(id, std::string("-> CJavaManagerATLObject  callMethod sleep, ") + milliseconds));
+        return thread;
+    };
+    EXPECT_EQ(client.call("startTimer", "50"), "50");
+    std::thread first = sleepOnAnotherThread("2000");
+    const ptrdiff_t before = std::ssize(client.sink.events);
+    const ULONGLONG begin = GetTickCount64();
+    EXPECT_GE(duration([&] { EXPECT_EQ(client.call("echo", "there"), "there"); }), HELD);
+    EXPECT_EQ(std::ranges::count_if(client.sink.events.begin() + before, client.sink.events.end(),
+                                    [&](const CSink::Event& event) { return event.time < begin + HELD; }),
+              0);
+    EXPECT_TRUE(pumpUntil([&] { return client.sink.has(CUSTOM_EVENT, "timer 20"); })) << "they come when it has returned";
+    first.join();
+
+    std::thread second = sleepOnAnotherThread("2001");
+    EXPECT_GE(duration([&] { manager.object.Release(); }), HELD);
+    client.connection.reset();
+    second.join();
+    expectEnd(*manager.server);
+}
+
+TEST_F(FaultTest, CallsThatFailKeepTheirTextsAndOthersDoNot)
+{
+    SManager manager = create();
+    Client client(manager);
+    EXPECT_EQ(client.call("watchTexts", ""), "");
+    for (int number = 0; number < 10; ++number) {
+        EXPECT_EQ(client.call("echo", std::format("answered {}", number)), std::format("answered {}", number));
+        EXPECT_EQ(client.result("throw", std::format("failed {}", number)), E_FAIL);
+    }
+    // The last one is that of the question itself.
+    EXPECT_THAT(client.call("heap", ""), testing::EndsWith(";11"));
+    client.connection.reset();
+    release(manager);
 }
 
 TEST_F(FaultTest, FloodOfForeignMessagesDuringABurstLosesNothing)
@@ -149,14 +215,30 @@ TEST_P(HeadlessFaultTest, MachineIsReportedByTheHost)
 
 TEST_F(FaultTest, AgentThatIsMissingFailsTheCreation)
 {
-    SetEnvironmentVariableA("JAVA_TOOL_OPTIONS", "-agentpath:gone.dll");
-    SManager manager;
-    EXPECT_TRUE(FAILED(create(manager)));
-    SetEnvironmentVariableA("JAVA_TOOL_OPTIONS", nullptr);
-    const std::shared_ptr<CProcess> server = waitForNewServer({});
-    ASSERT_TRUE(server);
+    const auto fail = [&] {
+        SetEnvironmentVariableA("JAVA_TOOL_OPTIONS", "-agentpath:gone.dll");
+        SManager manager;
+        EXPECT_TRUE(FAILED(create(manager)));
+        SetEnvironmentVariableA("JAVA_TOOL_OPTIONS", nullptr);
+        std::shared_ptr<CProcess> server = waitForNewServer({});
+        EXPECT_TRUE(server);
+        return server;
+    };
+    const std::shared_ptr<CProcess> detailed = fail();
+    expectEnd(*detailed, 1);
+    EXPECT_EQ(messages(detailed->id()).back(), "CJavaManagerJNIClient  About to call JNI_CreateJavaVM");
+
+    // At the default level there is the harmless error of each start only.
+    setLogLevel(WARNINGS);
+    const std::shared_ptr<CProcess> server = fail();
     expectEnd(*server, 1);
-    EXPECT_EQ(messages(server->id()).back(), "CJavaManagerJNIClient  About to call JNI_CreateJavaVM");
+    std::vector<std::string> told;
+    for (const LogLine& line : lines(server->id())) {
+        if (line.level == "ERROR" || line.level == "WARN") {
+            told.push_back(messageOf(line));
+        }
+    }
+    EXPECT_THAT(told, testing::ElementsAre("CRegistry  RegOpenKeyEx(keyroot, path, 0, access, &m_key) == ERROR_SUCCESS: false"));
 }
 
 class RuntimeFaultTest : public FaultTest, public testing::WithParamInterface<int>
@@ -188,8 +270,12 @@ TEST_F(LongFaultTest, ExhaustedHeapFailsCallsAndCrashesNothing)
 {
     setLogLevel(WARNINGS);
     settings.setPreference("jvm_option_heap", "-Xmx64m");
-    // Failed calls keep their texts, so the heap may have no room left for another call's.
-    expectFailures(500, "throw", std::string(256 * 1024, 'x'), [](Client& client) {
+    const std::string text(256 * 1024, 'x');
+    // Failed calls keep their texts, so the heap has no room left for another one's, and may have none for a short one.
+    expectFailures(500, "throw", text, [&](Client& client) {
+        const SCallResult answer = call(client.manager.object, client.callMethodId, "echo", text.c_str());
+        EXPECT_EQ(answer.result, E_FAIL);
+        EXPECT_THAT(answer.description, HasSubstr("Exception: java.lang.OutOfMemoryError"));
         const HRESULT result = client.result("echo", "there");
         EXPECT_TRUE(result == S_OK || result == E_FAIL) << result;
     });
@@ -238,7 +324,7 @@ TEST_F(LongFaultTest, PaneThatIsTopLevelAtTheCheckEndsTheServer)
     SetParent(client.window.pane(), nullptr);
     EXPECT_FALSE(livesFor(*server, WATCHDOG_PERIOD + 10000));
     EXPECT_EQ(server->exitCode(), 0u);
-    EXPECT_EQ(HRESULT_FACILITY(client.result("echo", "anybody")), FACILITY_WIN32);
+    EXPECT_EQ(client.result("echo", "anybody"), HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE));
 }
 
 TEST_F(LongFaultTest, PaneThatHasAParentAgainAtTheCheckKeepsTheServer)
@@ -290,33 +376,55 @@ TEST_F(LongFaultTest, MinimisedHiddenAndDisabledWindowsAreAlive)
     release(manager);
 }
 
-// With all its threads, also those of COM.
-void suspend(const CProcess& process)
+// All threads of the process, also those of COM: "NtSuspendProcess" or "NtResumeProcess".
+void stopOrGoOn(const char* function, const CProcess& process)
 {
-    const auto suspendProcess = reinterpret_cast<LONG(WINAPI*)(HANDLE)>(
-        reinterpret_cast<void (*)()>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtSuspendProcess")));
-    ASSERT_NE(suspendProcess, nullptr);
-    EXPECT_EQ(suspendProcess(process.handle()), 0);
+    const auto change = reinterpret_cast<LONG(WINAPI*)(HANDLE)>(
+        reinterpret_cast<void (*)()>(GetProcAddress(GetModuleHandleA("ntdll.dll"), function)));
+    ASSERT_NE(change, nullptr);
+    EXPECT_EQ(change(process.handle()), 0);
 }
 
-// Events of a client that hangs wait in memory. Once it has died, its server's wait for the sink fails.
-TEST_F(LongFaultTest, ClientThatHangsInItsSinkAndDiesEndsItsServer)
+// Its events wait in the server's memory.
+TEST_F(LongFaultTest, ClientThatIsStoppedInItsSinkGetsEveryEventWhenItGoesOn)
 {
     constexpr SIZE_T MOST_MEMORY = 16 * 1024 * 1024; // for 6,000 events, and for what Java takes meanwhile
+    setLogLevel(WARNINGS);
+    CProgram client(clientCommand("wait-in-sink"));
+    ASSERT_TRUE(client.waitForOutput("waiting"));
+    const std::vector<DWORD> servers = processesNamed("KESTAx64.exe");
+    ASSERT_EQ(servers.size(), 1u);
+    const CProcess server(servers.front());
+    stopOrGoOn("NtSuspendProcess", client.process());
+    const SIZE_T before = server.privateBytes();
+    EXPECT_TRUE(livesFor(server, 60000));
+    const SIZE_T after = server.privateBytes();
+    std::printf("private bytes: %zu before, %zu after 60 s\n", before, after);
+    EXPECT_LE(after, before + MOST_MEMORY);
+    stopOrGoOn("NtResumeProcess", client.process());
+    client.send("go on");
+    for (int events = 1000; events <= 6000; events += 1000) {
+        ASSERT_TRUE(client.waitForOutput(std::format("got {0} events, {0} different", events))) << client.output();
+    }
+    client.send("end");
+    EXPECT_EQ(client.process().exitCode(), 0u);
+    expectEnd(server);
+}
+
+// There is no window any more, but the check waits for the sink. Once the client has died, the server's wait for it fails.
+TEST_F(LongFaultTest, ClientThatHangsInItsSinkAndDiesEndsItsServer)
+{
     setLogLevel(WARNINGS);
     CProgram client(clientCommand("hang-in-sink"));
     ASSERT_TRUE(client.waitForOutput("hanging"));
     const std::vector<DWORD> servers = processesNamed("KESTAx64.exe");
     ASSERT_EQ(servers.size(), 1u);
     const CProcess server(servers.front());
-    suspend(client.process());
-    const SIZE_T before = server.privateBytes();
-    EXPECT_TRUE(livesFor(server, 60000));
-    const SIZE_T after = server.privateBytes();
-    std::printf("private bytes: %zu before, %zu after 60 s\n", before, after);
-    EXPECT_LE(after, before + MOST_MEMORY);
+    EXPECT_TRUE(livesFor(server, 2 * WATCHDOG_PERIOD));
+    stopOrGoOn("NtSuspendProcess", client.process());
+    EXPECT_TRUE(livesFor(server, WATCHDOG_PERIOD));
     client.process().kill(7);
-    EXPECT_LE(duration([&] { expectEnd(server); }), 20000u);
+    EXPECT_LE(duration([&] { expectEnd(server); }), LONGEST_WITHOUT_CLIENT);
 }
 
 // The latest comes first, so the first one waits until the burst is over.
@@ -364,13 +472,13 @@ TEST_F(LongFaultTest, OverloadLosesNothingAndCallsAreAnsweredMeanwhile)
 // Java cannot be interrupted: the watchdog's next check comes when the call has returned.
 TEST_F(LongFaultTest, ClientThatDiesWhileJavaIsBusyEndsItsServerWhenTheCallReturns)
 {
-    CProgram client(clientCommand("die-in-call"));
+    CProgram client(clientCommand("sleep"));
     const std::shared_ptr<CProcess> server = serverOf(client);
     ASSERT_TRUE(waitForMessage(server->id(), "-> CJavaManagerATLObject  callMethod sleep, 60000"));
     client.process().kill(7);
     EXPECT_FALSE(server->exitCode(30000).has_value()) << "Java is still busy";
     EXPECT_TRUE(waitForMessage(server->id(), "<- CJavaManagerATLObject  callMethod sleep, 60000"));
-    EXPECT_LE(duration([&] { expectEnd(*server); }), 20000u);
+    EXPECT_LE(duration([&] { expectEnd(*server); }), LONGEST_WITHOUT_CLIENT);
 }
 
 TEST_F(LongFaultTest, ControlThatHangsWhileItClosesKeepsTheServerAsLong)

@@ -113,7 +113,9 @@ TEST_F(GoneClientTest, ProcessThatDiesInsideItsSinkEndsItsServer)
     CProgram client(clientCommand("die-in-sink"));
     const std::shared_ptr<CProcess> server = serverOf(client);
     EXPECT_EQ(client.process().exitCode(), 7u);
+    const ULONGLONG death = GetTickCount64();
     expectForcedRelease(*server);
+    EXPECT_LE(GetTickCount64() - death, WATCHDOG_PERIOD + 2000);
     // Events were on their way when it died, and Java went on raising.
     EXPECT_LT(0u, countMessages(server->id(), "CBeanFrame " + std::to_string(server->id()) +
                                                   " Dropped custom event, client seems to be not alive anymore..."));
