@@ -36,7 +36,8 @@ CHostDialog::CHostDialog()
         WORD title;
     } description = {{WS_OVERLAPPEDWINDOW | WS_VISIBLE | WS_CLIPCHILDREN, 0, 0, 0, 0, 100, 100}, 0, 0, 0};
     m_window = CreateDialogIndirectParamW(nullptr, &description.dialog, nullptr, procedure, reinterpret_cast<LPARAM>(this));
-    MoveWindow(m_window, 700, 40, 500, 460, TRUE); // beside the other window of these tests
+    // Beside the other window of these tests, if the screen has room.
+    MoveWindow(m_window, std::min(700, GetSystemMetrics(SM_CXSCREEN) - 500), 40, 500, 460, TRUE);
     add(L"STATIC", L"&Native", {0, 0, 60, 24});
     add(L"EDIT", L"", {60, 0, 300, 24}, BEFORE, WS_TABSTOP);
     add(L"STATIC", L"&Pane", {0, 26, 60, 40});
@@ -55,7 +56,7 @@ void CHostDialog::addRest() const
     add(L"STATIC", L"&Last", {0, 330, 60, 354});
     add(L"EDIT", L"", {60, 330, 360, 354}, AFTER, WS_TABSTOP);
     add(L"BUTTON", L"OK", {0, 360, 100, 390}, IDOK, WS_TABSTOP | BS_DEFPUSHBUTTON);
-    add(L"BUTTON", L"Cancel", {110, 360, 210, 390}, IDCANCEL, WS_TABSTOP);
+    add(L"BUTTON", L"&Stop", {110, 360, 210, 390}, IDCANCEL, WS_TABSTOP);
 }
 
 POINT CHostDialog::onScreen(POINT place) const
@@ -132,13 +133,15 @@ void clickOn(HWND window)
     click((place.left + place.right) / 2, (place.top + place.bottom) / 2);
 }
 
-void PaneDialogTest::begin()
+void PaneDialogTest::begin(bool isPainted)
 {
     dialog = std::make_unique<CHostDialog>();
     pane = Pane::create(dialog->handle(), {60, 26, 460, 326}, options(), record.handlers());
     dialog->addRest();
     awaitReady(record);
-    ASSERT_TRUE(fills(*pane));
+    if (isPainted) {
+        ASSERT_TRUE(fills(*pane));
+    }
     SetForegroundWindow(dialog->handle());
     ASSERT_TRUE(pump([&] { return GetForegroundWindow() == dialog->handle(); }));
 }
@@ -228,6 +231,48 @@ std::string PaneDialogTest::state()
     return std::format("; focus {}, foreground {}, active {}, Java's \"{}\", texts \"{}\" \"{}\" \"{}\"", describe(GetFocus()),
                        describe(GetForegroundWindow()), describe(GetActiveWindow()), narrow(ask(L"focusOwner")),
                        narrow(textOf(dialog->before())), narrow(ask(L"getText")), narrow(textOf(dialog->after())));
+}
+
+std::optional<RECT> PaneDialogTest::shown(const std::wstring& type)
+{
+    const std::wstring begin = type + L" ";
+    std::wstring told;
+    record.events.clear();
+    ask(L"where", type.c_str());
+    EXPECT_TRUE(pump([&] {
+        for (const auto& [kind, text] : record.events) {
+            told = text.starts_with(begin) ? text.substr(begin.size()) : told;
+        }
+        return !told.empty();
+    })) << state();
+    RECT place = {};
+    LONG width = 0;
+    LONG height = 0;
+    if (std::swscanf(told.c_str(), L"%ld;%ld;%ld;%ld", &place.left, &place.top, &width, &height) != 4) {
+        return {};
+    }
+    place.right = place.left + width;
+    place.bottom = place.top + height;
+    return place;
+}
+
+RECT PaneDialogTest::awaitShown(const std::wstring& type)
+{
+    std::optional<RECT> place;
+    EXPECT_TRUE(pump([&] { return (place = shown(type)).has_value(); })) << narrow(type) << " is not shown" << state();
+    return place.value_or(RECT{});
+}
+
+void PaneDialogTest::expectOnScreen(const RECT& place) const
+{
+    const std::string text = std::format("{};{} to {};{}", place.left, place.top, place.right, place.bottom);
+    EXPECT_GE(place.left, 0) << text;
+    EXPECT_GE(place.top, 0) << text;
+    EXPECT_LE(place.right, GetSystemMetrics(SM_CXSCREEN)) << text;
+    EXPECT_LE(place.bottom, GetSystemMetrics(SM_CYSCREEN)) << text;
+    DWORD process = 0;
+    GetWindowThreadProcessId(WindowFromPoint({(place.left + place.right) / 2, (place.top + place.bottom) / 2}), &process);
+    EXPECT_EQ(process, pane->process()) << text;
 }
 
 } // namespace fixtures

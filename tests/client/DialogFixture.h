@@ -3,6 +3,8 @@
 
 #include "tests/client/PaneFixture.h"
 
+#include <optional>
+
 namespace fixtures {
 
 std::wstring textOf(HWND window);
@@ -56,8 +58,8 @@ void clickOn(HWND window);
 class PaneDialogTest : public PaneTest
 {
 protected:
-    // With the runtime that is set.
-    void begin();
+    // With the runtime that is set, and when the control is painted if that is to be waited for.
+    void begin(bool isPainted = true);
     void TearDown() override;
 
     // Handles messages as a program with a dialog does.
@@ -81,6 +83,11 @@ protected:
     void clickOnFieldOf(const Pane& clicked);
     void clickOnJavasField() { clickOnFieldOf(*pane); }
     std::string state();
+    // Where Java shows a component of a class, in its own coordinates of the screen; nothing if it does not.
+    std::optional<RECT> shown(const std::wstring& type);
+    RECT awaitShown(const std::wstring& type);
+    // One of the server's windows has the place, and it is on the screen.
+    void expectOnScreen(const RECT& place) const;
 
     std::unique_ptr<CHostDialog> dialog;
     std::unique_ptr<Pane> pane;

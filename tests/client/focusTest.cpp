@@ -96,7 +96,7 @@ void PaneFocusTest::useKeysOfTheDialog()
     EXPECT_TRUE(pump([&] { return dialog->isPressed(IDCANCEL); })) << state();
     press(VK_RETURN); // the field's own
     EXPECT_TRUE(pump([&] { return record.hasEvent(EventKind::CUSTOM, L"field: " + std::wstring(1, letter)); })) << state();
-    press(VK_MENU, 'S'); // the control's button
+    press(VK_MENU, 'S'); // the control's button, not the dialog's
     EXPECT_TRUE(pump([&] { return record.hasEvent(EventKind::CUSTOM, L"button: " + std::wstring(1, letter)); })) << state();
     expectJava(L"button");
     press(VK_RETURN);
@@ -136,6 +136,8 @@ void PaneFocusTest::openDialogOfTheControl()
     expectTypedInJava();
     ask(L"openDialog");
     expectJava(L"inner");
+    EXPECT_FALSE(IsWindowEnabled(frameOf(*pane)));
+    EXPECT_TRUE(IsWindowEnabled(dialog->handle()));
     press(VK_ESCAPE); // closes it
     expectJava(L"field");
     expectTypedInJava();
