@@ -235,10 +235,12 @@ void CSession::close()
     if (m_isOver) {
         return;
     }
-    stop(L"the pane was closed or started anew");
+    constexpr wchar_t WHY[] = L"the pane was closed or started anew";
     if (m_isHung) {
-        kill();
+        abandon(WHY);
+        kill(); // now: the windows around a frame whose thread stands still wait for it when they are moved elsewhere
     }
+    stop(WHY);
 }
 
 std::shared_ptr<SCall> CSession::issue(long member, std::vector<Value> arguments, std::wstring what, Completion completion)

@@ -6,6 +6,23 @@ namespace {
 
 constexpr ULONGLONG LONGEST_FREEZE = 200; // ms
 
+// Not one of its threads runs any more.
+void suspend(DWORD process)
+{
+    using Suspend = LONG(WINAPI*)(HANDLE);
+    const FARPROC function = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtSuspendProcess");
+    const ATL::CHandle handle(OpenProcess(PROCESS_SUSPEND_RESUME, FALSE, process));
+    EXPECT_EQ(reinterpret_cast<Suspend>(reinterpret_cast<void*>(function))(handle), 0);
+}
+
+template <typename Step>
+void expectNoWait(const char* what, Step step)
+{
+    const ULONGLONG begin = GetTickCount64();
+    step();
+    EXPECT_LE(GetTickCount64() - begin, LONGEST_FREEZE) << what;
+}
+
 TEST_F(PaneTest, SleepingControlFreezesNothingAndItsCallsEndAtTheirLimit)
 {
     kesta::Options limited = options();
@@ -109,6 +126,33 @@ TEST_F(PaneTest, ControlThatHangsWhileItClosesIsEndedAtTheLimit)
     const auto server = killed(pane->process());
     const CPulse pulse;
     pane.reset();
+    EXPECT_TRUE(pumpUntil([&] { return !server->isRunning(); }, {server->handle()}, 8000));
+    EXPECT_LE(pulse.longestGap(), LONGEST_FREEZE);
+}
+
+// The thread of Java's windows stands still too. The focus is outside: in one of them, Windows would wait for it at each change.
+TEST_F(PaneTest, ServerThatStandsStillFreezesNothing)
+{
+    kesta::Options limited = options();
+    limited.callLimit = milliseconds(300);
+    const auto pane = openReady(limited);
+    ASSERT_TRUE(fills(*pane));
+    const auto server = killed(pane->process());
+    SetFocus(window.handle());
+    suspend(server->id());
+    expectNoWait("size", [&] { MoveWindow(pane->window(), 0, 0, 300, 200, TRUE); });
+    expectNoWait("focus", [&] { pane->focus(kesta::Way::FORWARD); });
+    expectNoWait("the pane's window takes the focus", [&] { SetFocus(pane->window()); });
+    expectNoWait("off", [&] { EnableWindow(pane->window(), FALSE); });
+    expectNoWait("on", [&] { EnableWindow(pane->window(), TRUE); });
+    expectNoWait("hidden", [&] { ShowWindow(pane->window(), SW_HIDE); });
+    expectNoWait("shown", [&] { ShowWindow(pane->window(), SW_SHOW); });
+    const CPulse pulse;
+    pane->call(L"echo", L"anybody");
+    ASSERT_TRUE(pumpUntil([&] { return !record.ended.empty(); }));
+    EXPECT_EQ(record.ended[0].reason, Reason::HUNG);
+    expectNoWait("another server", [&] { pane->restart(); });
+    awaitReady(record, 2);
     EXPECT_TRUE(pumpUntil([&] { return !server->isRunning(); }, {server->handle()}, 8000));
     EXPECT_LE(pulse.longestGap(), LONGEST_FREEZE);
 }
