@@ -218,5 +218,9 @@ public final class FaultyStations implements Control {
         @Override
         public void focusLeaves(boolean forward) {
         }
+
+        @Override
+        public void passUnusedKeys() {
+        }
     }
 }
