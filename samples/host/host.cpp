@@ -9,6 +9,7 @@
 #include "panel.h"
 
 #include "client/kesta_pane.h"
+#include "samples/window.h"
 
 #include <commctrl.h>
 
@@ -30,19 +31,10 @@ std::wstring numberText(HRESULT hr)
     return number;
 }
 
-// A length for a screen at 100 %, on this one.
-LONG scaled(int length)
-{
-    return MulDiv(length, static_cast<int>(GetDpiForSystem()), USER_DEFAULT_SCREEN_DPI);
-}
-
 void printStep(const std::wstring& text)
 {
     static const ULONGLONG START = GetTickCount64();
-    std::string narrow(3 * text.size(), '\0');
-    narrow.resize(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, text.c_str(), static_cast<int>(text.size()), narrow.data(),
-                                                          static_cast<int>(narrow.size()), nullptr, nullptr)));
-    std::printf("%6llu ms  %s\n", GetTickCount64() - START, narrow.c_str());
+    std::printf("%6llu ms  %s\n", GetTickCount64() - START, utf8(text).c_str());
     std::fflush(stdout);
 }
 
@@ -117,10 +109,17 @@ void CHost::ready()
     // Each answer comes later; the second one here has the first.
     m_pane->invoke(GET_BASIS_CONTROL_VERSION_INFO, {}, [this, id](const kesta::Result& control) {
         m_pane->invoke(GET_VERSION_INFO, {L"java"}, [this, id, control](const kesta::Result& java) {
-            if (!control || !java) {
+            if (!m_pane->isReady()) {
                 return; // it has just ended, as ended() shows
             }
-            m_panel.setStatus(L"Connected: kesta_frame_" + id + L", " + control.text + L", Java " + java.text);
+            if (control && java) {
+                m_panel.setStatus(L"Connected: kesta_frame_" + id + L", " + control.text + L", Java " + java.text);
+            } else {
+                const std::wstring& problem = control ? java.text : control.text;
+                printStep(L"versions -> failed, " + problem);
+                m_panel.setStatus(L"Connected: kesta_frame_" + id);
+                m_panel.showAnswer(L"Failed: " + problem);
+            }
             m_panel.enableCalls(true);
         });
     });

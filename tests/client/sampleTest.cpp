@@ -138,5 +138,23 @@ TEST_F(SampleClientTest, HostSaysWhatIsWrongAndStartsAgain)
     close(program);
 }
 
+// Java's side of another test, which answers setUsedControl and fails at the next call.
+TEST_F(SampleClientTest, HostSaysWhichCallOfItsOwnFailsAndLetsTheUserCall)
+{
+    constexpr int CALL = 110; // as in the host's resources
+    constexpr int ANSWER = 112;
+    settings.setPreference("basiscontrol", buildFolder() + "\\tests\\tool\\Faults.jar");
+    settings.setPreference("jvm_option_1", "-Dkesta.fault=call");
+    CProgram program(command("KESTAhost.exe") + " /control Stations of another kind");
+    ASSERT_TRUE(program.waitForOutput("versions -> failed, ")) << program.output();
+    const HWND main = windowOf(program);
+    EXPECT_TRUE(eventually([&] { return IsWindowEnabled(GetDlgItem(main, CALL)) != FALSE; }));
+    wchar_t answer[4000] = L"";
+    SendDlgItemMessageW(main, ANSWER, WM_GETTEXT, std::size(answer), reinterpret_cast<LPARAM>(answer));
+    EXPECT_THAT(std::wstring(answer), testing::StartsWith(L"Failed: "));
+    EXPECT_THAT(std::wstring(answer), testing::HasSubstr(L"planted in call"));
+    close(program);
+}
+
 } // namespace
 } // namespace fixtures
