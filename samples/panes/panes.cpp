@@ -1,12 +1,14 @@
 // Three controls in one window, each with a server of its own, and a thread of this program that sends them data. When one of
 // them ends, the others go on, and a button starts it again.
 #include "client/kesta_pane.h"
+#include "samples/window.h"
 
 #include <array>
-#include <atomic>
+#include <condition_variable>
 #include <cstdio>
 #include <exception>
 #include <format>
+#include <mutex>
 #include <thread>
 
 namespace {
@@ -16,18 +18,12 @@ constexpr int LINE = 24;
 constexpr int AGAIN_WIDTH = 90;
 constexpr int FIRST_BUTTON = 100;
 constexpr kesta::Milliseconds PATIENCE{500};
-constexpr DWORD PERIOD = 500; // ms
+constexpr kesta::Milliseconds PERIOD{500};
 constexpr std::array<const wchar_t*, 3> REGIONS = {L"North", L"West", L"South"};
-
-// A length for a screen at 100 %, on this one.
-int scaled(int length)
-{
-    return MulDiv(length, static_cast<int>(GetDpiForSystem()), USER_DEFAULT_SCREEN_DPI);
-}
 
 void printStep(const std::wstring& text)
 {
-    std::printf("%ls\n", text.c_str());
+    std::printf("%s\n", utf8(text).c_str());
     std::fflush(stdout);
 }
 
@@ -52,7 +48,7 @@ public:
 private:
     void openSite(size_t number);
     void arrange();
-    void work();
+    void work(const std::stop_token& closing);
     void close();
     LRESULT handle(UINT message, WPARAM wParam, LPARAM lParam);
     static LRESULT CALLBACK procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
@@ -60,13 +56,18 @@ private:
     HWND m_window = nullptr;
     HWND m_focus = nullptr; // what had it when the window was last the active one; also a window of Java's
     std::array<SSite, REGIONS.size()> m_sites;
-    std::atomic<bool> m_isClosing = false;
-    std::thread m_worker;
+    std::jthread m_worker;
 };
 
 void showMessage(const std::wstring& text)
 {
     MessageBoxW(nullptr, text.c_str(), L"KESTA panes", MB_ICONERROR);
+}
+
+void showMessage(const std::exception& problem)
+{
+    const std::string text = problem.what();
+    showMessage(std::wstring(text.begin(), text.end()));
 }
 
 bool CPanes::open(HINSTANCE instance, int show)
@@ -90,7 +91,7 @@ bool CPanes::open(HINSTANCE instance, int show)
     }
     arrange();
     ShowWindow(m_window, show);
-    m_worker = std::thread([this] { work(); });
+    m_worker = std::jthread([this](const std::stop_token& closing) { work(closing); });
     return true;
 }
 
@@ -105,7 +106,11 @@ void CPanes::openSite(size_t number)
         printStep(region + L" is ready: " + control);
         SetWindowTextW(site.status, (control + L", process " + std::to_wstring(site.pane->process())).c_str());
         EnableWindow(site.again, FALSE);
-        site.pane->set(L"title", L"Wind power, " + region);
+        site.pane->set(L"title", L"Wind power, " + region, [&site](const kesta::Result& result) {
+            if (!result) {
+                SetWindowTextW(site.status, result.text.c_str());
+            }
+        });
     };
     handlers.ended = [&site, region](const kesta::Ended& ended) {
         printStep(region + L" has ended: " + ended.text);
@@ -117,6 +122,7 @@ void CPanes::openSite(size_t number)
             SetWindowTextW(site.status, text.c_str());
         }
     };
+    handlers.problem = [&site](const std::wstring& text) { SetWindowTextW(site.status, text.c_str()); };
     std::wstring problem;
     site.pane = kesta::Pane::create(m_window, {0, 0, 300, 300}, {L"Stations"}, handlers, &problem);
     if (site.pane == nullptr) {
@@ -152,27 +158,34 @@ void CPanes::arrange()
 }
 
 // A call from this thread waits for its own answer only. A control that is busy or gone costs it the limit, and then the next one
-// has its turn.
-void CPanes::work()
+// has its turn. What a pane refuses is told once, not every time.
+void CPanes::work(const std::stop_token& closing)
 {
-    for (int round = 0; !m_isClosing; ++round) {
-        for (size_t number = 0; number < m_sites.size() && !m_isClosing; ++number) {
+    std::array<std::wstring, REGIONS.size()> problems;
+    std::mutex mutex;
+    std::condition_variable_any isTime;
+    for (int round = 0; !closing.stop_requested(); ++round) {
+        for (size_t number = 0; number < m_sites.size() && !closing.stop_requested(); ++number) {
             const std::wstring rows =
                 std::format(L"Alta;{}|Bergen;{}|Troms\u00F8;{}", 400 + round, 600 + 2 * round, 300 + 3 * round);
-            if (m_sites[number].pane != nullptr) {
-                m_sites[number].pane->set(L"rows", rows).wait(PATIENCE);
+            if (m_sites[number].pane == nullptr) {
+                continue;
             }
+            const kesta::Result result = m_sites[number].pane->set(L"rows", rows).wait(PATIENCE);
+            const std::wstring problem = result ? L"" : result.text;
+            if (problem != problems[number] && !result) {
+                printStep(REGIONS[number] + (L" takes no rows: " + problem));
+            }
+            problems[number] = problem;
         }
-        Sleep(PERIOD);
+        std::unique_lock lock(mutex);
+        isTime.wait_for(lock, closing, PERIOD, [] { return false; }); // or until it closes
     }
 }
 
 void CPanes::close()
 {
-    m_isClosing = true;
-    if (m_worker.joinable()) {
-        m_worker.join(); // it uses the panes
-    }
+    m_worker = {}; // ends it, since it uses the panes; waits for one call at most
     for (SSite& site : m_sites) {
         site.pane.reset();
     }
@@ -192,7 +205,9 @@ LRESULT CPanes::handle(UINT message, WPARAM wParam, LPARAM lParam)
 {
     switch (message) {
     case WM_SIZE:
-        arrange();
+        if (wParam != SIZE_MINIMIZED) {
+            arrange();
+        }
         return 0;
     case WM_ACTIVATE:
         if (LOWORD(wParam) == WA_INACTIVE) {
@@ -221,6 +236,7 @@ LRESULT CPanes::handle(UINT message, WPARAM wParam, LPARAM lParam)
     }
 }
 
+// No exception may leave it: the callers between it and WinMain are Windows' own.
 LRESULT CALLBACK CPanes::procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam)
 {
     if (message == WM_NCCREATE) {
@@ -229,7 +245,12 @@ LRESULT CALLBACK CPanes::procedure(HWND window, UINT message, WPARAM wParam, LPA
         SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(panes));
     }
     auto* panes = reinterpret_cast<CPanes*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-    return panes != nullptr ? panes->handle(message, wParam, lParam) : DefWindowProcW(window, message, wParam, lParam);
+    try {
+        return panes != nullptr ? panes->handle(message, wParam, lParam) : DefWindowProcW(window, message, wParam, lParam);
+    } catch (const std::exception& problem) {
+        showMessage(problem);
+        return 0;
+    }
 }
 
 } // namespace
@@ -250,8 +271,7 @@ int WINAPI wWinMain(HINSTANCE instance, HINSTANCE, LPWSTR, int show)
         }
         return static_cast<int>(message.wParam);
     } catch (const std::exception& problem) {
-        const std::string text = problem.what();
-        showMessage(std::wstring(text.begin(), text.end()));
+        showMessage(problem);
         return 1;
     }
 }
