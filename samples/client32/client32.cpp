@@ -215,6 +215,36 @@ bool hasSizeOf(HWND frame, HWND pane)
     return inner.right == outer.right && inner.bottom == outer.bottom;
 }
 
+// Null, with the reason reported, when there is no frame, for instance because Java was not found.
+HWND findFrame(IDispatch* control)
+{
+    _variant_t id;
+    _variant_t answer;
+    std::string error;
+    report("getBeanFrameID", call(control, L"getBeanFrameID", {}, id, error), error);
+    const HRESULT valid = call(control, L"validate", {}, answer, error);
+    report("validate", valid, error);
+    const HWND frame = SUCCEEDED(valid) ? frameOf(static_cast<DWORD>(static_cast<long>(id))) : nullptr;
+    expect("the frame is there", frame != nullptr);
+    return frame;
+}
+
+void useControl(IDispatch* control, const CSink& sink, HWND frame, HWND pane)
+{
+    takeIn(frame, pane);
+    expect("the frame is in the window", GetParent(frame) == pane);
+    expect("the frame has a child's styles", hasChildStyles(frame));
+    tell(control, L"pushWindowHandle", {static_cast<long>(reinterpret_cast<LONG_PTR>(pane))});
+    tell(control, L"setUsedControl", {L"Stations", L""});
+    expect("controlReady", pumpUntil([&] { return sink.has("3 "); }));
+    fit(frame, 480, 300); // the control is in it, and can be seen
+    expect("the control fills the pane", pumpUntil([&] { return hasSizeOf(frame, pane); }));
+    tell(control, L"testBridge", {L"abc", 1L, 0L});
+    expect("testBridgeEvent", pumpUntil([&] { return sink.has("2 abc"); }));
+    tell(control, L"callMethod", {L"sum", L""});
+    expect("customEvent", pumpUntil([&] { return sink.has("4 sum"); }));
+}
+
 void takeEvents()
 {
     CSink sink;
@@ -236,24 +266,9 @@ void takeEvents()
                                         500, 340, nullptr, nullptr, nullptr, nullptr);
     const HWND pane = CreateWindowExA(0, "STATIC", "", WS_CHILD | WS_VISIBLE | WS_CLIPCHILDREN, 0, 0, 480, 300, window, nullptr,
                                       nullptr, nullptr);
-    _variant_t frameId;
-    std::string error;
-    report("getBeanFrameID", call(control.Get(), L"getBeanFrameID", {}, frameId, error));
-    HWND frame = nullptr;
-    expect("the frame is there",
-           pumpUntil([&] { return (frame = frameOf(static_cast<DWORD>(static_cast<long>(frameId)))) != nullptr; }));
-    takeIn(frame, pane);
-    expect("the frame is in the window", GetParent(frame) == pane);
-    expect("the frame has a child's styles", hasChildStyles(frame));
-    tell(control.Get(), L"pushWindowHandle", {static_cast<long>(reinterpret_cast<LONG_PTR>(pane))});
-    tell(control.Get(), L"setUsedControl", {L"Stations", L""});
-    expect("controlReady", pumpUntil([&] { return sink.has("3 "); }));
-    fit(frame, 480, 300); // the control is in it, and can be seen
-    expect("the control fills the pane", pumpUntil([&] { return hasSizeOf(frame, pane); }));
-    tell(control.Get(), L"testBridge", {L"abc", 1L, 0L});
-    expect("testBridgeEvent", pumpUntil([&] { return sink.has("2 abc"); }));
-    tell(control.Get(), L"callMethod", {L"sum", L""});
-    expect("customEvent", pumpUntil([&] { return sink.has("4 sum"); }));
+    if (const HWND frame = findFrame(control.Get()); frame != nullptr) {
+        useControl(control.Get(), sink, frame, pane);
+    }
     point->Unadvise(cookie);
     CoDisconnectObject(&sink, 0);
     point.Reset();

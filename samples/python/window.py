@@ -108,8 +108,7 @@ class Control(threading.Thread):
         events = win32com.client.WithEvents(control, Events)
         events.news = self.news
         self.server = control.getBeanFrameID()
-        if self.server == -1:
-            control.validate()  # fails, and its error text says why there is no frame
+        control.validate()  # fails when there is no frame, and its error text says why
         process = win32api.OpenProcess(win32con.SYNCHRONIZE, False, self.server)
         self.frame = frame_of(self.server)
         take_in(self.frame, self._pane)

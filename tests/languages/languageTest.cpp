@@ -200,6 +200,26 @@ TEST_F(LanguageTest, ClientWithoutTheLibraryTakesInTheFrameAndNoOtherWindowOfIts
     DestroyWindow(decoy);
 }
 
+TEST_F(LanguageTest, ClientsSayWhyThereIsNoFrame)
+{
+    SetEnvironmentVariableA("JAVA_TOOL_OPTIONS", "-Djava.awt.headless=true");
+    constexpr char WHY[] = "Exception: java.awt.HeadlessException";
+    for (const char* const arguments : {"client64.exe\" events", "delphi.exe\""}) {
+        CProgram client("\"" + builtFile(arguments));
+        EXPECT_FALSE(client.waitForOutput("no program prints this")); // until its end
+        EXPECT_NE(client.process().exitCode(), 0u) << arguments;
+        EXPECT_THAT(client.output(), HasSubstr(WHY)) << arguments;
+    }
+    writeFile(folder.file("noFrame.py"), "from window import Control\n"
+                                         "control = Control('Stations', 0)\n"
+                                         "control.start()\n"
+                                         "print(*control.news.get())\n"
+                                         "control.join()\n");
+    const std::string output = outputOf(python(folder.file("noFrame.py")));
+    EXPECT_THAT(output, StartsWith("ended "));
+    EXPECT_THAT(output, HasSubstr(WHY));
+}
+
 TEST_F(LanguageTest, JsonReachesTheControlAsItWasWritten)
 {
     const std::string plain = unitsOf(L"{\"site\":\"Troms\u00f8 \U0001f600\",\"path\":\"C:\\\\users\"}");
