@@ -99,6 +99,7 @@ public:
     void event(EventKind kind, const std::wstring& text) override;
     void ended(const Ended& ended) override;
     void answered(const Completion& completion, const Result& result) override;
+    bool isClosed() const override { return m_handlers == nullptr; }
 
 private:
     // Calls the client; nothing that it throws goes further.

@@ -141,7 +141,7 @@ void CBase::postFirst(std::deque<Work> works)
 
 void CBase::workOff()
 {
-    while (GetCurrentThreadId() == m_threadId && doNext()) {
+    while (doNext()) {
     }
 }
 

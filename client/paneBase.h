@@ -1,8 +1,8 @@
 // A hidden window of the pane's thread: brings work from other threads there, and is the parent of holders that have no pane.
 //
 // Ownership: shared by a Pane and its sessions. The window lives until the last of them has left, or until its thread ends.
-// Threads: create, enter and leave on the pane's thread; post on any, also after the window's end. Failure: work that throws is
-// given up, with a line for debuggers; work for a thread that has ended is dropped.
+// Threads: create, enter, leave and workOff on the pane's thread; post on any, also after the window's end. Failure: work that
+// throws is given up, with a line for debuggers; work for a thread that has ended is dropped.
 #pragma once
 
 #include "client/paneCall.h"
@@ -30,7 +30,9 @@ public:
     void enter() { ++m_users; }
     void leave();
 
-    // Does at once what was posted, on the pane's thread; on any other nothing.
+    bool isThisThread() const { return GetCurrentThreadId() == m_threadId; }
+
+    // Does at once what was posted.
     void workOff();
     // Does the work on the pane's thread, one after the other. Work that goes on for long lets the user's input go first.
     void post(Work work);

@@ -336,7 +336,11 @@ bool CSession::isClosing() const
 
 void CSession::dropWindows()
 {
-    if (m_pane.expired()) { // handlers may be called otherwise
+    if (!m_base->isThisThread()) {
+        return;
+    }
+    const std::shared_ptr<IPane> pane = m_pane.lock(); // what waits in the base may keep a closed one
+    if (pane == nullptr || pane->isClosed()) {         // handlers may be called otherwise
         m_base->workOff();
     }
 }

@@ -23,6 +23,8 @@ struct IPane
     virtual void event(EventKind kind, const std::wstring& text) = 0;
     virtual void ended(const Ended& ended) = 0;
     virtual void answered(const Completion& completion, const Result& result) = 0;
+    // Tells the client nothing any more.
+    virtual bool isClosed() const = 0;
 };
 
 class CSession : public std::enable_shared_from_this<CSession>

@@ -20,6 +20,12 @@ __declspec(dllexport) DWORD readyProcess()
     return s_pane->isReady() ? s_pane->process() : 0;
 }
 
+// Without the handling of messages that readyProcess needs.
+__declspec(dllexport) BOOL waitReady()
+{
+    return s_pane->waitReady(kesta::Milliseconds(40000)) ? TRUE : FALSE;
+}
+
 __declspec(dllexport) void closePane()
 {
     delete s_pane;

@@ -2,7 +2,7 @@
 //   leak    ends with a pane that nobody destroys
 //   static  ends with a pane that is destroyed after the library's own objects
 //   dll     ends with a DLL whose pane was closed just now, without finish
-//   unload  loads, uses and unloads the DLL, twice
+//   unload  loads, uses and unloads the DLL, twice: with a message loop, and step by step
 #include "client/kesta_pane.h"
 
 #include <cstdio>
@@ -46,10 +46,11 @@ bool endInOwnTime(HWND window, bool isLeaked)
     return isReady;
 }
 
-bool useDll(HMODULE dll, HWND window)
+bool useDll(HMODULE dll, HWND window, bool isStepByStep)
 {
     function<void (*)(HWND)>(dll, "openPane")(window);
-    const bool isReady = pumpUntil([&] { return function<DWORD (*)()>(dll, "readyProcess")() != 0; });
+    const bool isReady = isStepByStep ? function<BOOL (*)()>(dll, "waitReady")() != FALSE
+                                      : pumpUntil([&] { return function<DWORD (*)()>(dll, "readyProcess")() != 0; });
     function<void (*)()>(dll, "closePane")();
     return isReady;
 }
@@ -58,7 +59,7 @@ bool unload(HWND window)
 {
     for (int round = 0; round < 2; ++round) {
         const HMODULE dll = LoadLibraryW(L"pane_dll.dll");
-        if (!useDll(dll, window) || function<BOOL (*)()>(dll, "finishPanes")() == FALSE) {
+        if (!useDll(dll, window, round == 1) || function<BOOL (*)()>(dll, "finishPanes")() == FALSE) {
             std::puts("not used");
             return false;
         }
@@ -89,7 +90,7 @@ int main(int count, char** arguments)
     if (std::strcmp(how, "leak") == 0 || std::strcmp(how, "static") == 0) {
         isGood = endInOwnTime(window, std::strcmp(how, "leak") == 0);
     } else if (std::strcmp(how, "dll") == 0) {
-        isGood = useDll(LoadLibraryW(L"pane_dll.dll"), window);
+        isGood = useDll(LoadLibraryW(L"pane_dll.dll"), window, false);
     } else if (std::strcmp(how, "unload") == 0) {
         isGood = unload(window);
     }
