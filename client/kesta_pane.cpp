@@ -182,13 +182,20 @@ void Pane::CCore::close()
 
 void Pane::CCore::restart()
 {
+    bool wasInside = false;
     if (const std::shared_ptr<CSession> old = session()) {
+        wasInside = m_focusWatch->isInside();
         focusMoved(false);
         old->close();
     }
     const std::shared_ptr<CSession> begun = CSession::begin(m_options, weak_from_this(), m_base, m_window);
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_session = begun;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_session = begun;
+    }
+    if (wasInside && m_window != nullptr) {
+        SetFocus(m_window); // it would stay in the old frame
+    }
 }
 
 std::shared_ptr<CSession> Pane::CCore::session() const

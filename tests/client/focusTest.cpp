@@ -202,6 +202,19 @@ TEST_F(PaneFocusTest, PanesHandTheFocusOverAndKeepItWhenTheirServerEnds)
     expectTypedInJava();
 }
 
+TEST_F(PaneFocusTest, FocusStaysWithThePaneThatIsStartedAnew)
+{
+    ASSERT_NO_FATAL_FAILURE(begin());
+    clickOnJavasField();
+    expectTypedInJava();
+    pane->restart();
+    EXPECT_EQ(GetFocus(), pane->window());
+    EXPECT_TRUE(pump([&] { return record.readies.size() == 2; }, TIME_LIMIT));
+    clear();
+    expectJava(L"field");
+    expectTypedInJava();
+}
+
 // In another process, by clicks and as Alt+Tab does it.
 TEST_F(PaneFocusTest, FocusComesBackFromAnotherProcess)
 {
