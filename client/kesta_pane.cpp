@@ -107,6 +107,8 @@ private:
     void tell(Telling telling);
     // While the client waits inside waitReady: does the same later.
     bool putOff(CBase::Work work);
+    // The same for what a session tells: never, if it was replaced by then.
+    bool putOffTold(CBase::Work work);
     void focusMoved(bool isInside);
     void tellFocus(bool isInside);
     void leave(bool forward);
@@ -240,6 +242,15 @@ bool Pane::CCore::putOff(CBase::Work work)
     return m_waits > 0;
 }
 
+bool Pane::CCore::putOffTold(CBase::Work work)
+{
+    return putOff([core = shared_from_this(), teller = session(), work = std::move(work)] {
+        if (core->session() == teller) {
+            work();
+        }
+    });
+}
+
 Result Pane::CCore::waitReady(Milliseconds limit)
 {
     constexpr ULONGLONG LONGEST = INFINITE - 1;
@@ -300,7 +311,7 @@ void Pane::CCore::tellFocus(bool isInside)
 
 void Pane::CCore::ready(const std::wstring& control)
 {
-    if (putOff([core = shared_from_this(), control] { core->ready(control); })) {
+    if (putOffTold([this, control] { ready(control); })) {
         return;
     }
     if (m_window != nullptr && GetFocus() == m_window) {
@@ -315,7 +326,7 @@ void Pane::CCore::ready(const std::wstring& control)
 
 void Pane::CCore::event(EventKind kind, const std::wstring& text)
 {
-    if (putOff([core = shared_from_this(), kind, text] { core->event(kind, text); })) {
+    if (putOffTold([this, kind, text] { event(kind, text); })) {
         return;
     }
     if (kind == EventKind::CUSTOM && text.rfind(OWN_EVENTS, 0) == 0) {
@@ -338,7 +349,7 @@ void Pane::CCore::event(EventKind kind, const std::wstring& text)
 
 void Pane::CCore::ended(const Ended& ended)
 {
-    if (putOff([core = shared_from_this(), ended] { core->ended(ended); })) {
+    if (putOffTold([this, ended] { this->ended(ended); })) {
         return;
     }
     if (ended.reason != Reason::HUNG) {

@@ -261,6 +261,18 @@ TEST_F(PaneTest, WaitForAControlThatIsNotThereEndsWithTheReason)
     EXPECT_TRUE(pumpUntil([&] { return record.ended.size() == 1; }));
 }
 
+TEST_F(PaneTest, EndOfAServerThatWasReplacedDuringTheWaitIsNotToldLater)
+{
+    kesta::Options wrong = options();
+    wrong.control = L"Nowhere";
+    const auto pane = open(wrong);
+    EXPECT_EQ(pane->waitReady(milliseconds(40000)).hr, E_FAIL);
+    pane->restart();
+    EXPECT_EQ(pane->waitReady(milliseconds(40000)).hr, E_FAIL);
+    pumpUntil([] { return false; }, {}, 300);
+    EXPECT_EQ(record.ended.size(), 1u);
+}
+
 TEST_F(PaneTest, SampleInReadmeWorks)
 {
     settings.setControl("Stations", buildFolder());
