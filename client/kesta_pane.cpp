@@ -375,9 +375,10 @@ void Pane::CCore::answered(const Completion& completion, const Result& result)
 
 bool Pane::CCore::focus(Way way)
 {
-    const HWND frame = session()->frame();
-    if (frame == nullptr || !answersMessages(frame)) {
-        return false;
+    const std::shared_ptr<CSession> current = session(); // null while the pane's window is made
+    const HWND frame = current != nullptr && m_focusWatch != nullptr ? current->frame() : nullptr;
+    if (frame == nullptr || !answersMessages(frame) || m_focusWatch == nullptr) {
+        return false; // the wait handles messages of others, and the client may close the pane in one
     }
     if (!m_focusWatch->isInside()) {
         SetFocus(frame);

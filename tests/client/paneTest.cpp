@@ -153,6 +153,27 @@ TEST_F(PaneTest, ClientMayDestroyThePaneWhileItTakesTheFocus)
     EXPECT_EQ(s_pane, nullptr);
 }
 
+// A message that another thread has sent is handled while the pane waits for the frame.
+TEST_F(PaneTest, ClientMayDestroyThePaneWhileItsFrameIsAsked)
+{
+    static std::unique_ptr<Pane> s_pane;
+    const WNDPROC destroying = [](HWND target, UINT message, WPARAM wParam, LPARAM lParam) {
+        if (message == WM_APP) {
+            s_pane.reset();
+        }
+        return DefWindowProcW(target, message, wParam, lParam);
+    };
+    s_pane = openReady();
+    SetWindowLongPtrW(window.handle(), GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(destroying));
+    std::thread sender([target = window.handle()] { SendMessageW(target, WM_APP, 0, 0); });
+    while ((HIWORD(GetQueueStatus(QS_SENDMESSAGE)) & QS_SENDMESSAGE) == 0) {
+        Sleep(1);
+    }
+    EXPECT_FALSE(s_pane->focus());
+    EXPECT_EQ(s_pane, nullptr);
+    sender.join();
+}
+
 TEST_F(PaneTest, CompletionMayThrowAndDestroyThePane)
 {
     kesta::Handlers handlers = record.handlers();
