@@ -9,6 +9,7 @@
 #include <deque>
 #include <exception>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 namespace kesta {
@@ -256,34 +257,43 @@ Result Pane::CCore::waitReady(Milliseconds limit)
     constexpr ULONGLONG LONGEST = INFINITE - 1;
     const ULONGLONG begin = GetTickCount64();
     const auto wanted = static_cast<ULONGLONG>(std::max<Milliseconds::rep>(limit.count(), 0));
-    Result result;
+    std::shared_ptr<CSession> current;
+    std::optional<int> exitCode;
     ++m_waits;
     for (;;) {
         MSG message;
         while (PeekMessageW(&message, m_base->window(), 0, 0, PM_REMOVE) != FALSE) {
-            DispatchMessageW(&message);
+            if (message.message == WM_QUIT) { // whichever window's messages are asked for
+                exitCode = static_cast<int>(message.wParam);
+            } else {
+                DispatchMessageW(&message);
+            }
         }
-        const std::shared_ptr<CSession> current = session();
+        current = session();
         const ULONGLONG passed = GetTickCount64() - begin;
-        if (m_handlers == nullptr) {
-            result = {NO_SERVER, L"The pane was closed meanwhile."};
-        } else if (current->isReady()) {
-            result = {S_OK, current->control()};
-        } else if (current->end() != nullptr) {
-            result = {current->end()->hr, current->end()->text};
-        } else if (passed >= wanted) {
-            result = current->tooLate(limit);
-        } else {
-            MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(std::min(wanted - passed, LONGEST)),
-                                      QS_SENDMESSAGE | QS_POSTMESSAGE | QS_TIMER);
-            continue;
+        if (m_handlers == nullptr || current->isReady() || current->end() != nullptr || passed >= wanted) {
+            break;
         }
-        break;
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(std::min(wanted - passed, LONGEST)),
+                                  QS_SENDMESSAGE | QS_POSTMESSAGE | QS_TIMER);
     }
-    if (--m_waits == 0) {
+    --m_waits;
+    if (exitCode) {
+        PostQuitMessage(*exitCode);
+    }
+    if (m_waits == 0) {
         m_base->postFirst(std::exchange(m_putOff, {}));
     }
-    return result;
+    if (m_handlers == nullptr) {
+        return {NO_SERVER, L"The pane was closed meanwhile."};
+    }
+    if (current->isReady()) {
+        return {S_OK, current->control()};
+    }
+    if (current->end() != nullptr) {
+        return {current->end()->hr, current->end()->text};
+    }
+    return current->tooLate(limit);
 }
 
 // Told later, because it may have been moved by the client itself.

@@ -249,16 +249,19 @@ TEST_F(PaneTest, HandlerHearsWhenTheFocusComesAndGoes)
 TEST_F(PaneTest, ProgramMayGoOnStepByStep)
 {
     const auto pane = open();
+    PostQuitMessage(7);
     const kesta::Result early = pane->waitReady(milliseconds(50));
     EXPECT_EQ(early.hr, kesta::TIMED_OUT);
     EXPECT_EQ(early.text, L"The control was not there within 50 ms; at that time the pane was starting the server.");
+    MSG message;
+    EXPECT_TRUE(PeekMessageW(&message, nullptr, WM_QUIT, WM_QUIT, PM_REMOVE)) << "the program's loop ends with it";
+    EXPECT_EQ(message.wParam, 7u);
     PostMessageW(window.handle(), WM_NULL, 0, 0);
     const kesta::Result ready = pane->waitReady(milliseconds(40000));
     EXPECT_TRUE(ready) << "error " << ready.hr;
     EXPECT_EQ(ready.text.rfind(L"TestControl;", 0), 0u);
     EXPECT_EQ(pane->call(L"echo", L"there").wait(milliseconds(20000)).text, L"there");
     EXPECT_TRUE(record.readies.empty() && record.events.empty()) << "handlers come later";
-    MSG message;
     EXPECT_TRUE(PeekMessageW(&message, window.handle(), WM_NULL, WM_NULL, PM_REMOVE)) << "other messages are left alone";
     std::vector<std::wstring> order;
     pane->call(L"echo", L"answered", [&](const kesta::Result& result) {
