@@ -93,16 +93,35 @@ HRESULT give(const kesta::Result& result, wchar_t** answer, size_t* length)
     return result.hr;
 }
 
+// For functions that wait for a result.
+template <typename Wait>
+HRESULT giveResult(wchar_t** answer, size_t* length, Wait function) noexcept
+{
+    if (answer != nullptr) {
+        *answer = nullptr;
+    }
+    if (length != nullptr) {
+        *length = 0;
+    }
+    HRESULT hr = S_OK;
+    const HRESULT failed = guarded([&] { hr = give(function(), answer, length); });
+    return FAILED(failed) ? failed : hr;
+}
+
 // For functions that issue a call and wait for it.
 template <typename Issue>
 HRESULT waitFor(unsigned limit, wchar_t** answer, Issue function) noexcept
 {
-    HRESULT hr = S_OK;
-    const HRESULT failed = guarded([&] { hr = give(kesta::Call(function()).wait(kesta::Milliseconds(limit)), answer, nullptr); });
-    if (FAILED(failed) && answer != nullptr) {
-        *answer = nullptr;
-    }
-    return FAILED(failed) ? failed : hr;
+    return giveResult(answer, nullptr, [&] { return kesta::Call(function()).wait(kesta::Milliseconds(limit)); });
+}
+
+// False when memory ends.
+template <typename Function>
+BOOL isTrue(Function function) noexcept
+{
+    bool result = false;
+    static_cast<void>(guarded([&] { result = function(); }));
+    return result ? TRUE : FALSE;
 }
 
 kesta::Value valueOf(const kesta_value& value)
@@ -193,7 +212,7 @@ HWND kesta_pane_window(const kesta_pane* pane)
 
 BOOL kesta_pane_set_parent(kesta_pane* pane, HWND parent, const RECT* place)
 {
-    return pane->pane->setParent(parent, *place) ? TRUE : FALSE;
+    return isTrue([&] { return pane->pane->setParent(parent, *place); });
 }
 
 HRESULT kesta_pane_call(kesta_pane* pane, const wchar_t* name, const wchar_t* argument, size_t length,
@@ -236,9 +255,7 @@ BOOL kesta_call_is_done(const kesta_call* call)
 
 HRESULT kesta_call_wait(const kesta_call* call, unsigned limit, wchar_t** answer, size_t* length)
 {
-    HRESULT hr = S_OK;
-    const HRESULT failed = guarded([&] { hr = give(call->call.wait(kesta::Milliseconds(limit)), answer, length); });
-    return FAILED(failed) ? failed : hr;
+    return giveResult(answer, length, [&] { return call->call.wait(kesta::Milliseconds(limit)); });
 }
 
 void kesta_call_cancel(const kesta_call* call)
@@ -278,9 +295,7 @@ BOOL kesta_pane_is_ready(const kesta_pane* pane)
 
 HRESULT kesta_pane_wait_ready(kesta_pane* pane, unsigned limit, wchar_t** answer)
 {
-    HRESULT hr = S_OK;
-    const HRESULT failed = guarded([&] { hr = give(pane->pane->waitReady(kesta::Milliseconds(limit)), answer, nullptr); });
-    return FAILED(failed) ? failed : hr;
+    return giveResult(answer, nullptr, [&] { return pane->pane->waitReady(kesta::Milliseconds(limit)); });
 }
 
 DWORD kesta_pane_process(const kesta_pane* pane)
@@ -290,7 +305,7 @@ DWORD kesta_pane_process(const kesta_pane* pane)
 
 BOOL kesta_pane_focus(kesta_pane* pane, int way)
 {
-    return pane->pane->focus(static_cast<kesta::Way>(way)) ? TRUE : FALSE;
+    return isTrue([&] { return pane->pane->focus(static_cast<kesta::Way>(way)); });
 }
 
 HRESULT kesta_pane_restart(kesta_pane* pane)
@@ -300,10 +315,10 @@ HRESULT kesta_pane_restart(kesta_pane* pane)
 
 BOOL kesta_pane_translate(kesta_pane* pane, const MSG* message)
 {
-    return pane->pane->translate(*message) ? TRUE : FALSE;
+    return isTrue([&] { return pane->pane->translate(*message); });
 }
 
 BOOL kesta_finish(unsigned limit)
 {
-    return kesta::finish(kesta::Milliseconds(limit)) ? TRUE : FALSE;
+    return isTrue([&] { return kesta::finish(kesta::Milliseconds(limit)); });
 }
