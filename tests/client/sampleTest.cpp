@@ -122,6 +122,29 @@ TEST_F(SampleClientTest, ThreePanesGoOnWithoutTheOneWhoseServerIsKilled)
     close(program);
 }
 
+TEST_F(SampleClientTest, ThreePanesKeepTheirSizesInAMinimisedWindow)
+{
+    CProgram program(command("KESTApanes.exe"));
+    ASSERT_TRUE(hasPrinted(program, " is ready: Stations", 3)) << program.output();
+    const HWND main = windowOf(program);
+    const auto sizes = [main] {
+        std::vector<std::pair<LONG, LONG>> all;
+        for (HWND child = GetWindow(main, GW_CHILD); child != nullptr; child = GetWindow(child, GW_HWNDNEXT)) {
+            RECT area = {};
+            GetClientRect(child, &area);
+            all.emplace_back(area.right, area.bottom);
+        }
+        return all;
+    };
+    const std::vector<std::pair<LONG, LONG>> before = sizes();
+    EXPECT_EQ(before.size(), 9u) << "a pane, a line of text and a button, three times";
+    SendMessageW(main, WM_SYSCOMMAND, SC_MINIMIZE, 0);
+    EXPECT_TRUE(IsIconic(main));
+    EXPECT_EQ(sizes(), before);
+    SendMessageW(main, WM_SYSCOMMAND, SC_RESTORE, 0);
+    close(program);
+}
+
 TEST_F(SampleClientTest, HostSaysWhatIsWrongAndStartsAgain)
 {
     constexpr int AGAIN = 109; // as in the host's resources
