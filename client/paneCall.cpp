@@ -31,33 +31,37 @@ SCall::SCall(long method, std::vector<Value> values, std::wstring description, C
 
 bool SCall::answer(Result result)
 {
+    return settle(std::move(result), false);
+}
+
+bool SCall::answerTimedOut(Milliseconds limit)
+{
+    return settle({TIMED_OUT, what + L" was not answered within " + std::to_wstring(limit.count()) + L" ms"}, true);
+}
+
+bool SCall::cancel()
+{
+    return settle({CANCELLED, what + L" was cancelled"}, true);
+}
+
+// One lock for both, because a call that has not begun must not begin once its answer says so.
+bool SCall::settle(Result result, bool isGivenUp)
+{
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_isAnswered) {
             return false;
         }
         m_isAnswered = true;
+        if (isGivenUp) {
+            result.text += m_isBegun ? L". The control is still busy with it."
+                                     : L" and will not be made: the control is busy or not ready yet.";
+        }
         m_result = std::move(result);
     }
     SetEvent(m_done.get());
     m_delivery(shared_from_this());
     return true;
-}
-
-bool SCall::answerTimedOut(Milliseconds limit)
-{
-    return answer({TIMED_OUT, what + L" was not answered within " + std::to_wstring(limit.count()) + L" ms" + fate()});
-}
-
-bool SCall::cancel()
-{
-    return answer({CANCELLED, what + L" was cancelled" + fate()});
-}
-
-const wchar_t* SCall::fate() const
-{
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_isBegun ? L". The control is still busy with it." : L" and will not be made: the control is busy or not ready yet.";
 }
 
 Result SCall::result() const

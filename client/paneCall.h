@@ -45,8 +45,8 @@ public:
     ULONGLONG deadline = 0; // the session's, GetTickCount64; 0: none yet
 
 private:
-    // How the texts of a call that was given up end.
-    const wchar_t* fate() const;
+    // Given up, its text ends with what becomes of it.
+    bool settle(Result result, bool isGivenUp);
 
     const Delivery m_delivery;
     Completion m_completion;
