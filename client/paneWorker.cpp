@@ -166,7 +166,7 @@ void CSession::serve(const CServerObject& object)
                 duration = GetTickCount64() - m_currentBegin;
             }
             call->answer(std::move(result));
-            if (duration >= hangLimit()) {
+            if (duration >= hangLimit() && !hasServerEnded()) {
                 post([](CSession& own) { own.answersAgain(); });
             }
             idle(0);

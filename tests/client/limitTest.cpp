@@ -157,6 +157,20 @@ TEST_F(PaneTest, ServerThatStandsStillFreezesNothing)
     EXPECT_LE(pulse.longestGap(), LONGEST_FREEZE);
 }
 
+TEST_F(PaneTest, HungServerThatIsKilledIsNotReadyAgain)
+{
+    kesta::Options limited = options();
+    limited.hangLimit = milliseconds(700);
+    const auto pane = openReady(limited);
+    pane->call(L"sleep", L"60000");
+    ASSERT_TRUE(pumpUntil([&] { return !record.ended.empty(); }, {}, 4000));
+    expectExit(pane->process(), 77);
+    CProcess(pane->process()).kill(77);
+    EXPECT_TRUE(pumpUntil([&] { return record.ended.size() == 2; }, {}, 5000));
+    EXPECT_EQ(record.ended.back().reason, Reason::DIED);
+    EXPECT_EQ(record.readies.size(), 1u);
+}
+
 TEST_F(PaneTest, LimitsWithoutEndAreNoLimits)
 {
     kesta::Options endless = options();
