@@ -421,6 +421,7 @@ void CSession::answersAgain()
         return;
     }
     m_isHung = false;
+    reschedule(); // the next call may hang as well
     if (const std::shared_ptr<IPane> pane = m_pane.lock()) {
         pane->ready(m_control);
     }

@@ -157,6 +157,20 @@ TEST_F(PaneTest, ServerThatStandsStillFreezesNothing)
     EXPECT_LE(pulse.longestGap(), LONGEST_FREEZE);
 }
 
+TEST_F(PaneTest, SecondCallThatHangsIsToldAsWell)
+{
+    kesta::Options limited = options();
+    limited.callLimit = milliseconds::max();
+    limited.hangLimit = milliseconds(700);
+    const auto pane = openReady(limited);
+    killed(pane->process());
+    pane->call(L"sleep", L"1200");
+    pane->call(L"sleep", L"60000");
+    awaitReady(record, 2);
+    EXPECT_EQ(record.ended.size(), 1u);
+    EXPECT_TRUE(pumpUntil([&] { return record.ended.size() == 2; }, {}, 4000));
+}
+
 TEST_F(PaneTest, HungServerThatIsKilledIsNotReadyAgain)
 {
     kesta::Options limited = options();
