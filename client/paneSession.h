@@ -141,7 +141,7 @@ private:
     bool m_isWorkerOver = false;
     HANDLE m_endTimer = nullptr;
     std::wstring m_refusal;
-    std::wstring m_step;
+    std::wstring m_step{L"starting the server"};
     std::shared_ptr<void> m_process; // the server's, a handle
 };
 

@@ -63,7 +63,6 @@ void CSession::work(HRESULT hr)
 // take the focus.
 Result CSession::start(CServerObject& object)
 {
-    step(L"starting the server");
     Result result = object.create();
     if (!result) {
         return result;
