@@ -168,12 +168,12 @@ std::shared_ptr<CSession> CSession::begin(const Options& options, std::weak_ptr<
     } else {
         SetWindowLongPtrW(session->m_holder, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(session.get()));
         session->dock(paneWindow);
-        if (!runInApartment([session](HRESULT hr) { session->work(hr); }, session->m_workerDone)) {
+        if (!session->watchPaneThread() || !runInApartment([session](HRESULT hr) { session->work(hr); }, session->m_workerDone)) {
             problem = lastFailure(L"The pane's thread could not be started.");
         }
     }
     if (!problem) {
-        session->removeEndLimit();
+        session->stopWatching();
         SetEvent(session->m_workerDone.get());
         session->post([problem](CSession& failed) {
             failed.over({Reason::NOT_STARTED, problem.hr, problem.text});
@@ -291,6 +291,15 @@ void CSession::abandon(const std::wstring& why)
     SetEvent(m_wake.get());
 }
 
+// While a call that does not return is under way, the own thread would not notice the end of the pane's.
+bool CSession::watchPaneThread()
+{
+    const WAITORTIMERCALLBACK ended = [](void* session, BOOLEAN) {
+        static_cast<CSession*>(session)->abandon(L"the pane's thread has ended");
+    };
+    return RegisterWaitForSingleObject(&m_threadWait, m_base->thread(), ended, this, INFINITE, WT_EXECUTEONLYONCE) != FALSE;
+}
+
 // Not on the pane's thread, which may be busy with something else, or gone.
 void CSession::limitEnd()
 {
@@ -302,12 +311,23 @@ void CSession::limitEnd()
     }
 }
 
+void CSession::stopWatching()
+{
+    if (m_threadWait != nullptr) {
+        UnregisterWaitEx(std::exchange(m_threadWait, nullptr), INVALID_HANDLE_VALUE); // after a call that is under way
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isWorkerOver = true;
+    }
+    removeEndLimit();
+}
+
 void CSession::removeEndLimit()
 {
     HANDLE timer = nullptr;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_isWorkerOver = true;
         timer = std::exchange(m_endTimer, nullptr);
     }
     if (timer != nullptr) {

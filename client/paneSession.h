@@ -89,6 +89,9 @@ private:
     // Any thread. Ends the server at the limit for its end, whatever the threads are busy with by then.
     void limitEnd();
     void removeEndLimit();
+    bool watchPaneThread();
+    // The session may be destroyed then.
+    void stopWatching();
 
     // The session's own thread, with the result of COM's initialisation.
     void work(HRESULT hr);
@@ -111,7 +114,8 @@ private:
     const Options m_options;
     const std::weak_ptr<IPane> m_pane;
     const std::shared_ptr<CBase> m_base;
-    HWND m_holder = nullptr; // set before the own thread starts
+    HWND m_holder = nullptr; // set before the own thread starts, as the next one
+    HANDLE m_threadWait = nullptr;
 
     // Pane's thread.
     std::shared_ptr<CSession> m_self; // until the worker has ended

@@ -52,7 +52,7 @@ void CSession::work(HRESULT hr)
     } else {
         post([result](CSession& own) { own.over({Reason::NOT_STARTED, result.hr, result.text}); });
     }
-    removeEndLimit();
+    stopWatching();
     post([](CSession& own) { own.workerEnded(); });
     if (m_base->hasThreadEnded()) {
         m_self.reset(); // no other thread will
@@ -214,18 +214,12 @@ bool CSession::hasServerEnded(DWORD wait) const
 
 void CSession::idle(DWORD limit)
 {
-    HANDLE handles[3] = {m_wake.get()};
+    HANDLE handles[2] = {m_wake.get()};
     DWORD count = 1;
     if (m_process != nullptr) {
         handles[count++] = m_process.get();
     }
-    if (!isClosing()) {
-        handles[count++] = m_base->thread();
-    }
     MsgWaitForMultipleObjectsEx(count, handles, limit, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
-    if (m_base->hasThreadEnded()) {
-        abandon(L"the pane's thread has ended");
-    }
     MSG message;
     while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE) != FALSE) {
         DispatchMessageW(&message);

@@ -136,6 +136,27 @@ TEST_F(PaneTest, ServerEndsWithThePanesThread)
     EXPECT_TRUE(kesta::finish(milliseconds(5000)));
 }
 
+TEST_F(PaneTest, ServerWhoseCallDoesNotReturnEndsAtTheLimitAfterThePanesThread)
+{
+    kesta::Options limited = options();
+    limited.closeLimit = milliseconds(1000);
+    std::unique_ptr<Pane> pane;
+    std::shared_ptr<CProcess> server;
+    kesta::Call hanging;
+    std::thread([&] {
+        const CHostWindow own;
+        SRecord told;
+        pane = Pane::create(own.handle(), PLACE, limited, told.handlers());
+        awaitReady(told);
+        server = killed(pane->process());
+        hanging = pane->call(L"sleep", L"60000");
+        pumpUntil([] { return false; }, {}, 200);
+    }).join();
+    EXPECT_EQ(hanging.wait(milliseconds(1000)).hr, kesta::NO_SERVER);
+    EXPECT_EQ(WaitForSingleObject(server->handle(), 5000), WAIT_OBJECT_0);
+    EXPECT_TRUE(kesta::finish(milliseconds(5000)));
+}
+
 // In front of all others, so that a search by name finds it first.
 TEST_F(PaneTest, ForeignWindowWithTheFramesNameIsNotTakenIn)
 {
