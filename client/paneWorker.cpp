@@ -128,6 +128,10 @@ Result CSession::watchServer(int frameId)
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_process = std::shared_ptr<void>(process, SHandleCloser());
     }
+    if (isClosing()) { // the limit may be over already
+        removeEndLimit();
+        limitEnd();
+    }
     post([id](CSession& own) { own.m_processId = id; });
     return {};
 }
