@@ -8,21 +8,22 @@
 //
 // Ownership: the Pane owns its window, the server process and everything between. Its destructor lets go of all of it without
 // waiting; what is left ends in the background, in the right order, for which the library keeps hidden windows of its own. A
-// server that takes longer than Options::closeLimit is ended. At the program's end finish() waits for it. The end of the Pane's
-// thread or of the program lets go of a server like the destructor. Handlers and completions are destroyed on the Pane's thread.
+// server that takes longer than Options::closeLimit is ended. At the program's end finish() waits for it, but not for a library
+// in a DLL. The end of the Pane's thread or of the program lets go of a server like the destructor. Handlers and completions are
+// destroyed on the Pane's thread.
 //
 // Threads: create a Pane on a thread that handles messages; it belongs to that thread. Handlers and completions are called there,
-// one after the other, never inside one of the Pane's functions. call, set, get, invoke and enable may be used on any thread, as
-// long as the Pane exists. COM runs on a thread of the library's own: nothing here waits for the server but Call::wait, and no
-// function is refused inside the handler of a sent message.
+// one after the other, never inside one of the Pane's functions but translate. call, set, get, invoke and enable may be used on
+// any thread, as long as the Pane exists. COM runs on a thread of the library's own: nothing here waits for the server but
+// Call::wait, and no function is refused inside the handler of a sent message.
 //
 // Failure: create tells why it could not make the window. From then on what fails ends in a completion's Result or in the handler
 // `ended`, with an HRESULT and a text in plain words, followed by the server's own text if there is one. Handlers should not
 // throw; what one throws is given to the handler `problem`.
 //
 // Keyboard: docs/keyboard.md says what the library, your window and the control do each. While the pane exists, it listens to
-// Windows' events about the focus. Keys that the control does not use arrive in your message loop as messages to the pane's
-// window.
+// Windows' events about the focus, and by a hook to its thread's mouse messages, because a click there closes Java's menus. Keys
+// that the control does not use arrive in your message loop as messages to the pane's window.
 //
 // Texts are UTF-16 and may contain zero characters.
 #pragma once
@@ -99,13 +100,16 @@ struct Handlers
     // The control can be seen and used, and calls are made from now on; its name and version as setUsedControl answers them,
     // "Stations;1.0.0".
     std::function<void(const std::wstring& control)> ready;
+    // Texts that begin with "kesta:" are the library's own and not told.
     std::function<void(EventKind kind, const std::wstring& text)> event;
     // There is no control any more, or it does not answer. Pane::restart begins anew, also from inside this handler.
     std::function<void(const Ended& ended)> ended;
     // Tab has gone beyond the control's last component, or Shift+Tab before its first one, and the focus is still in the control.
-    // Return true if you have moved it; otherwise it goes to the next tab stop of the dialog.
+    // Return true if you have moved it; otherwise it goes to the next tab stop of the dialog. Pane::translate calls this for the
+    // pane's own window, which has the focus while there is no control.
     std::function<bool(bool forward)> focusLeaves;
-    // The focus has come into the control, or has left it: for the client's own windows, its program's others included.
+    // The focus has come into the control, or has left it for any other window: one of the client's, of another program or of the
+    // control's own, a dialog for instance.
     std::function<void(bool inControl)> focusChanged;
     // What a handler or completion has thrown.
     std::function<void(const std::wstring& text)> problem;
@@ -191,7 +195,7 @@ public:
     // For programs that go on step by step: waits until the control is ready, with its name and version as the answer's text, or
     // until it cannot come, with the reason. At the limit the answer is TIMED_OUT, and the start goes on. Meanwhile the thread
     // handles messages that others send to it and those of the library's own, and no others; handlers are called later, when it
-    // handles messages again.
+    // handles messages again. They hear nothing of a server that restart has replaced by then.
     Result waitReady(Milliseconds limit);
     // The id of the server's process; 0 until it is known, and after its end.
     DWORD process() const;
@@ -203,7 +207,8 @@ public:
     // Starts another server in place of this one; a server that hangs is ended. Calls that are under way are answered with
     // NO_SERVER.
     void restart();
-    // For your message loop, before TranslateAccelerator and IsDialogMessage. True: the message is dealt with.
+    // For your message loop, before TranslateAccelerator and IsDialogMessage. True: the message is dealt with, perhaps by the
+    // handler focusLeaves.
     bool translate(const MSG& message);
 
     class CCore;
@@ -217,7 +222,8 @@ private:
 // Waits until the servers of all panes that were destroyed have ended; at the limit the others are ended, and those that COM is
 // still starting are waited for no longer. True if there were none of either. Any thread.
 // The end of the program does this by itself, with five seconds. A DLL calls it before it is unloaded, on the thread of its
-// panes; without it the DLL stays loaded.
+// panes; without it the DLL stays loaded, and the program's end waits for nothing: the servers notice it themselves, within 15
+// seconds.
 bool finish(Milliseconds limit);
 
 } // namespace kesta
