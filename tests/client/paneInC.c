@@ -12,6 +12,8 @@ struct seen
     int events;
     size_t completed_length;
     int ended;
+    int hung;
+    int left;  /* by Tab */
     int focus; /* 1: came, 2: left afterwards */
 };
 
@@ -28,11 +30,18 @@ static void on_event(void* context, int kind, const wchar_t* text, size_t length
 static void on_ended(void* context, int reason, HRESULT hr, const wchar_t* text)
 {
     ((struct seen*)context)->ended += reason == KESTA_DIED && FAILED(hr) && *text != L'\0';
+    ((struct seen*)context)->hung += reason == KESTA_HUNG && hr == KESTA_TIMED_OUT && *text != L'\0';
 }
 
 static void on_completed(void* context, HRESULT hr, const wchar_t* text, size_t length)
 {
     ((struct seen*)context)->completed_length = SUCCEEDED(hr) && text[length] == L'\0' ? length : 0;
+}
+
+static BOOL on_focus_leaves(void* context, BOOL forward)
+{
+    ((struct seen*)context)->left += forward;
+    return TRUE;
 }
 
 static void on_focus_changed(void* context, BOOL in_control)
@@ -72,6 +81,11 @@ static int has_event(const struct seen* seen)
 static int is_completed(const struct seen* seen)
 {
     return seen->completed_length == 3;
+}
+
+static int is_hung(const struct seen* seen)
+{
+    return seen->hung > 0;
 }
 
 static int is_inside(const struct seen* seen)
@@ -127,12 +141,45 @@ static int keep_calls(kesta_pane* pane)
     return failed;
 }
 
+/* Another window around the pane, a call that takes longer than a second, and another server. Returns 0, or the number of the
+ * step that failed. */
+static int move_and_restart(kesta_pane* pane, HWND window, struct seen* seen)
+{
+    const RECT place = {0, 0, 200, 100};
+    const HWND other = CreateWindowW(L"STATIC", L"other", WS_OVERLAPPEDWINDOW, 0, 0, 300, 200, NULL, NULL, NULL, NULL);
+    const MSG tab = {kesta_pane_window(pane), WM_KEYDOWN, VK_TAB, 0, 0, {0, 0}};
+    const DWORD process = kesta_pane_process(pane);
+    int failed = 0;
+    if (!kesta_pane_set_parent(pane, other, &place) || GetParent(kesta_pane_window(pane)) != other ||
+        !kesta_pane_set_parent(pane, window, &place) || GetParent(kesta_pane_window(pane)) != window) {
+        failed = 30;
+    }
+    DestroyWindow(other);
+    if (kesta_pane_set_parent(pane, other, &place)) {
+        failed = 31;
+    }
+    if (!kesta_pane_translate(pane, &tab) || seen->left != 1) {
+        failed = 32;
+    }
+    seen->hung = 0;
+    seen->ready = 0;
+    kesta_pane_call(pane, L"sleep", L"1500", KESTA_ENDS_IN_ZERO, NULL, NULL, NULL);
+    if (!pump_until(is_hung, seen, pane) || !pump_until(is_ready, seen, pane)) {
+        failed = 33;
+    }
+    if (kesta_pane_restart(pane) != S_OK || kesta_pane_wait_ready(pane, LIMIT, NULL) != S_OK ||
+        kesta_pane_process(pane) == process) {
+        failed = 34;
+    }
+    return failed;
+}
+
 int usePaneFromC(HWND window)
 {
     const RECT place = {0, 0, 300, 200};
-    const kesta_options options = {L"TestControl", NULL, 0, 20000, 0, 0};
+    const kesta_options options = {L"TestControl", NULL, 0, 20000, 1000, 0};
     struct seen seen = {0};
-    const kesta_handlers handlers = {&seen, on_ready, on_event, on_ended, NULL, on_focus_changed, NULL};
+    const kesta_handlers handlers = {&seen, on_ready, on_event, on_ended, on_focus_leaves, on_focus_changed, NULL};
     wchar_t problem[200] = L"";
     wchar_t* answer = NULL;
     HRESULT hr = S_OK;
@@ -181,6 +228,7 @@ int usePaneFromC(HWND window)
     if (!pump_until(is_outside, &seen, pane)) {
         failed = 11;
     }
+    failed = failed != 0 ? failed : move_and_restart(pane, window, &seen);
     kesta_pane_close(pane);
     return seen.ended == 0 ? failed : 9;
 }
