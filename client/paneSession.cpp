@@ -461,12 +461,12 @@ void CSession::over(const Ended& ended)
 
 void CSession::stop(const std::wstring& why)
 {
-    dock(nullptr);
     m_isOver = true;
     m_startDeadline = 0;
     m_showDeadline = 0;
     m_repaintDeadline = 0;
-    abandon(why);
+    abandon(why);  // first, so that its limit runs if Windows waits
+    dock(nullptr); // for the frame's thread
     reschedule();
 }
 

@@ -157,6 +157,20 @@ TEST_F(PaneTest, ServerThatStandsStillFreezesNothing)
     EXPECT_LE(pulse.longestGap(), LONGEST_FREEZE);
 }
 
+TEST_F(PaneTest, ServerThatStandsStillWithoutACallIsLeftAtOnceAndEndedAtTheLimit)
+{
+    kesta::Options limited = options();
+    limited.closeLimit = milliseconds(1000);
+    auto pane = openReady(limited);
+    ASSERT_TRUE(fills(*pane));
+    const auto server = killed(pane->process());
+    SetFocus(window.handle());
+    suspend(server->id());
+    expectNoWait("the end", [&] { pane.reset(); });
+    EXPECT_TRUE(server->isRunning());
+    EXPECT_EQ(WaitForSingleObject(server->handle(), 5000), WAIT_OBJECT_0);
+}
+
 TEST_F(PaneTest, SecondCallThatHangsIsToldAsWell)
 {
     kesta::Options limited = options();
