@@ -54,6 +54,23 @@ protected:
         inputs[1].mi.dwFlags |= MOUSEEVENTF_LEFTUP;
         ASSERT_EQ(SendInput(2, inputs, sizeof *inputs), 2u);
     }
+    // Wine now and then leaves a click in the queue of the frame's thread until the next input. A hand never holds the mouse
+    // still.
+    static bool clickUntil(POINT place, const std::function<bool()>& done)
+    {
+        constexpr DWORD STILL = 500; // ms
+        click(place);
+        const ULONGLONG deadline = GetTickCount64() + TIME_LIMIT;
+        LONG step = 0;
+        while (!pumpUntil(done, {}, STILL)) {
+            if (GetTickCount64() > deadline) {
+                return false;
+            }
+            step = 1 - step;
+            SetCursorPos(place.x + step, place.y);
+        }
+        return true;
+    }
     // What there is to know of a click that nobody has heard.
     static std::string aboutTheClick(POINT place, const CSink& sink)
     {
@@ -98,14 +115,13 @@ TEST_F(EventTest, ClickOnTheButtonReachesTheSinkOnTheServersMainThread)
     s_pressesTold = 0;
     s_paneProcedure =
         reinterpret_cast<WNDPROC>(SetWindowLongPtrA(window.pane(), GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(countPresses)));
-    click(button);
-    ASSERT_TRUE(pumpUntil([&] { return sink.has(CUSTOM_EVENT, "button: typed"); })) << aboutTheClick(button, sink);
+    ASSERT_TRUE(clickUntil(button, [&] { return sink.has(CUSTOM_EVENT, "button: typed"); })) << aboutTheClick(button, sink);
     EXPECT_EQ(GetCurrentThreadId(), sink.events.back().thread);
     EXPECT_EQ(s_pressesTold, 1);
     // Which a style of the frame spares the pane.
     SetWindowLongPtrA(frame, GWL_EXSTYLE, GetWindowLongPtrA(frame, GWL_EXSTYLE) | WS_EX_NOPARENTNOTIFY);
-    click(button);
-    EXPECT_TRUE(pumpUntil([&] { return sink.count(CUSTOM_EVENT, "button: typed") == 2; })) << aboutTheClick(button, sink);
+    EXPECT_TRUE(clickUntil(button, [&] { return sink.count(CUSTOM_EVENT, "button: typed") == 2; }))
+        << aboutTheClick(button, sink);
     EXPECT_EQ(s_pressesTold, 1);
     connection.end();
     release(manager);
