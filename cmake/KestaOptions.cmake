@@ -5,8 +5,8 @@ target_compile_definitions(kesta_options INTERFACE
     _WIN32_WINNT=0x0A00 WINVER=0x0A00 NTDDI_VERSION=0x0A000000 WIN32_LEAN_AND_MEAN NOMINMAX)
 target_compile_options(kesta_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wconversion -Werror>)
-# Windows' STDMETHOD declares a method as one that throws nothing, and its STDMETHODIMP does not repeat that.
-target_compile_options(kesta_options INTERFACE $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wno-missing-exception-spec>)
+# Otherwise Windows' STDMETHOD declares a method as one that throws nothing, and its STDMETHODIMP does not repeat that.
+target_compile_definitions(kesta_options INTERFACE $<$<COMPILE_LANG_AND_ID:CXX,Clang>:COM_STDMETHOD_CAN_THROW>)
 target_include_directories(kesta_options INTERFACE ${CMAKE_SOURCE_DIR})
 # -static: the program then needs no DLLs but Windows' own.
 target_link_options(kesta_options INTERFACE -static -Wl,--dynamicbase,--high-entropy-va,--nxcompat)
