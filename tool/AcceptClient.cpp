@@ -220,7 +220,6 @@ size_t CAcceptSink::count(DISPID id, const std::string& beginning) const
 }
 
 CAcceptServer::CAcceptServer(CAcceptContext& context)
-    : m_context(context)
 {
     context.step("creating the object");
     const CStopwatch watch;

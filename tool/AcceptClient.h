@@ -144,7 +144,6 @@ private:
     void connect();
     std::string reason() const;
 
-    CAcceptContext& m_context;
     ATL::CComPtr<IJavaManager> m_object;
     ATL::CComPtr<IConnectionPoint> m_point;
     DWORD m_cookie = 0;

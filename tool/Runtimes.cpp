@@ -17,6 +17,8 @@ constexpr uint16_t MACHINE_X64 = 0x8664;
 constexpr uint16_t MACHINE_X86 = 0x014C;
 constexpr uint16_t MACHINE_ARM64 = 0xAA64;
 
+constexpr REGSAM REGISTRY_VIEWS[] = {KEY_WOW64_64KEY, KEY_WOW64_32KEY};
+
 // The keys below which installers write one subkey for each runtime, and where its folder is found there.
 const struct
 {
@@ -169,7 +171,7 @@ std::vector<FoundRuntime> findRuntimes()
 {
     std::vector<FoundRuntime> runtimes;
     for (const auto& vendor : VENDOR_KEYS) {
-        for (const REGSAM view : {KEY_WOW64_64KEY, KEY_WOW64_32KEY}) {
+        for (const REGSAM view : REGISTRY_VIEWS) {
             for (const std::string& name : CRegistryView(HKEY_LOCAL_MACHINE, vendor.key, view).subKeys()) {
                 const std::string key = std::string(vendor.key) + "\\" + name + vendor.below;
                 add(runtimes, "HKLM\\" + key, registryText(HKEY_LOCAL_MACHINE, key, vendor.value, view).value_or(""));
