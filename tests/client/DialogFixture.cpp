@@ -221,6 +221,22 @@ void PaneDialogTest::clickOnFieldOf(const Pane& clicked)
     click(place.left + 40 + STEP * (clicks++ % STEPS), place.bottom - 22);
 }
 
+void PaneDialogTest::clickAndType()
+{
+    clear();
+    clickOn(dialog->before());
+    expectTypedIn(dialog->before());
+    expectJava(L"");
+    clickOnJavasField();
+    expectTypedInJava();
+    expectJava(L"field");
+    clickOn(dialog->after());
+    expectTypedIn(dialog->after());
+    expectJava(L"");
+    clickOnJavasField();
+    expectTypedInJava();
+}
+
 std::string PaneDialogTest::state()
 {
     const auto describe = [](HWND window) {

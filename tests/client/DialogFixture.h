@@ -82,6 +82,8 @@ protected:
     // On the field at the control's lower left. Two clicks at one place would select a word.
     void clickOnFieldOf(const Pane& clicked);
     void clickOnJavasField() { clickOnFieldOf(*pane); }
+    // Goes to and fro between the program's fields and Java's: one click each, and the key at once after it.
+    void clickAndType();
     std::string state();
     // Where Java shows a component of a class, in its own coordinates of the screen; nothing if it does not.
     std::optional<RECT> shown(const std::wstring& type);

@@ -10,7 +10,6 @@ namespace {
 class PaneFocusTest : public PaneDialogTest
 {
 protected:
-    void clickAndType();
     void tabThrough();
     void leaveBeforeJavaIsAsked();
     void useKeysOfTheDialog();
@@ -28,23 +27,6 @@ protected:
         move(distance);
     }
 };
-
-// One click each, and the key at once after it.
-void PaneFocusTest::clickAndType()
-{
-    clear();
-    clickOn(dialog->before());
-    expectTypedIn(dialog->before());
-    expectJava(L"");
-    clickOnJavasField();
-    expectTypedInJava();
-    expectJava(L"field");
-    clickOn(dialog->after());
-    expectTypedIn(dialog->after());
-    expectJava(L"");
-    clickOnJavasField();
-    expectTypedInJava();
-}
 
 void PaneFocusTest::tabThrough()
 {

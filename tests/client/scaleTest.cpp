@@ -33,14 +33,7 @@ TEST_F(ScaledPaneTest, TakesClicksAndKeys)
     ASSERT_NO_FATAL_FAILURE(begin(s_isAware || !isScaled));
     const HWND frame = frameOf(*pane);
     EXPECT_EQ(GetDpiForWindow(frame), s_isAware ? s_dpi : USUAL);
-    clickOnJavasField();
-    expectTypedInJava();
-    expectJava(L"field");
-    clickOn(dialog->after());
-    expectTypedIn(dialog->after());
-    expectJava(L"");
-    clickOnJavasField();
-    expectTypedInJava();
+    clickAndType();
     ask(L"openMenu");
     const RECT menu = awaitShown(L"JPopupMenu");
     if (!s_isAware || !isScaled) {
