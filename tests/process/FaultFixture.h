@@ -108,6 +108,13 @@ protected:
         EXPECT_THAT(client.output(),
                     testing::AnyOf(testing::HasSubstr("failed 800706ba"), testing::HasSubstr("failed 800706be")));
     }
+    // Fails if there is another or none.
+    static DWORD onlyServer()
+    {
+        const std::vector<DWORD> servers = processesNamed("KESTAx64.exe");
+        EXPECT_EQ(servers.size(), 1u);
+        return servers.empty() ? 0 : servers.front();
+    }
     static bool livesFor(const CProcess& server, DWORD milliseconds)
     {
         return !pumpUntil([&] { return !server.isRunning(); }, {server.handle()}, milliseconds);

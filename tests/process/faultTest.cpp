@@ -392,9 +392,7 @@ TEST_F(LongFaultTest, ClientThatIsStoppedInItsSinkGetsEveryEventWhenItGoesOn)
     setLogLevel(WARNINGS);
     CProgram client(clientCommand("wait-in-sink"));
     ASSERT_TRUE(client.waitForOutput("waiting"));
-    const std::vector<DWORD> servers = processesNamed("KESTAx64.exe");
-    ASSERT_EQ(servers.size(), 1u);
-    const CProcess server(servers.front());
+    const CProcess server(onlyServer());
     stopOrGoOn("NtSuspendProcess", client.process());
     const SIZE_T before = server.privateBytes();
     EXPECT_TRUE(livesFor(server, 60000));
@@ -417,9 +415,7 @@ TEST_F(LongFaultTest, ClientThatHangsInItsSinkAndDiesEndsItsServer)
     setLogLevel(WARNINGS);
     CProgram client(clientCommand("hang-in-sink"));
     ASSERT_TRUE(client.waitForOutput("hanging"));
-    const std::vector<DWORD> servers = processesNamed("KESTAx64.exe");
-    ASSERT_EQ(servers.size(), 1u);
-    const CProcess server(servers.front());
+    const CProcess server(onlyServer());
     EXPECT_TRUE(livesFor(server, 2 * WATCHDOG_PERIOD));
     stopOrGoOn("NtSuspendProcess", client.process());
     EXPECT_TRUE(livesFor(server, WATCHDOG_PERIOD));
