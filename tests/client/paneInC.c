@@ -120,9 +120,12 @@ static int keep_calls(kesta_pane* pane)
         failed = 21;
     }
     kesta_call_free(call);
-    if (kesta_pane_invoke(pane, 18, off, 1, NULL, NULL, &call) != S_OK || FAILED(kesta_call_wait(call, 20000, NULL, NULL)) ||
-        kesta_pane_enable(pane, TRUE, NULL, NULL, NULL) != S_OK) {
+    if (kesta_pane_invoke(pane, 18, off, 1, NULL, NULL, &call) != S_OK || FAILED(kesta_call_wait(call, 20000, NULL, NULL))) {
         failed = 22;
+    }
+    kesta_call_free(call);
+    if (kesta_pane_enable(pane, TRUE, NULL, NULL, &call) != S_OK || FAILED(kesta_call_wait(call, 20000, NULL, NULL))) {
+        failed = 26;
     }
     kesta_call_free(call);
     if (kesta_pane_call(pane, L"sleep", L"300", 3, NULL, NULL, &call) != S_OK ||
@@ -139,6 +142,31 @@ static int keep_calls(kesta_pane* pane)
         failed = 25;
     }
     return failed;
+}
+
+/* Java asks for the focus a moment after it has come, and takes it back if it has gone on by then. */
+static int has_java_focus(kesta_pane* pane)
+{
+    const ULONGLONG end = GetTickCount64() + LIMIT;
+    int has_focus = 0;
+    while (!has_focus && GetTickCount64() < end) {
+        wchar_t* answer = NULL;
+        has_focus = kesta_pane_call_and_wait(pane, L"focusOwner", L"", 20000, &answer) == S_OK && wcscmp(answer, L"field") == 0;
+        kesta_free(answer);
+        Sleep(20);
+    }
+    return has_focus;
+}
+
+/* Into the control and out again. Returns 0, or the number of the step that failed. */
+static int move_focus(kesta_pane* pane, HWND window, const struct seen* seen)
+{
+    SetForegroundWindow(window);
+    if (!kesta_pane_focus(pane, KESTA_HERE) || !pump_until(is_inside, seen, pane) || !has_java_focus(pane)) {
+        return 10;
+    }
+    SetFocus(window);
+    return pump_until(is_outside, seen, pane) ? 0 : 11;
 }
 
 /* Another window around the pane, a call that takes longer than a second, and another server. Returns 0, or the number of the
@@ -220,14 +248,7 @@ int usePaneFromC(HWND window)
         failed = 8;
     }
     failed = failed != 0 ? failed : keep_calls(pane);
-    SetForegroundWindow(window);
-    if (!kesta_pane_focus(pane, KESTA_HERE) || !pump_until(is_inside, &seen, pane)) {
-        failed = 10;
-    }
-    SetFocus(window);
-    if (!pump_until(is_outside, &seen, pane)) {
-        failed = 11;
-    }
+    failed = failed != 0 ? failed : move_focus(pane, window, &seen);
     failed = failed != 0 ? failed : move_and_restart(pane, window, &seen);
     kesta_pane_close(pane);
     return seen.ended == 0 ? failed : 9;
