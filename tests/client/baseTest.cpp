@@ -72,6 +72,19 @@ TEST_F(PaneBaseTest, WorkThatHandlesMessagesItselfLetsTheNextOneBeDone)
     base->leave();
 }
 
+TEST_F(PaneBaseTest, WorkThatWasPutOffComesBeforeWhatWaits)
+{
+    std::string order;
+    base->post([&] { order += "c"; });
+    std::deque<CBase::Work> putOff;
+    putOff.emplace_back([&] { order += "a"; });
+    putOff.emplace_back([&] { order += "b"; });
+    base->postFirst(std::move(putOff));
+    EXPECT_TRUE(pumpUntil([&] { return order.size() == 3; }));
+    EXPECT_EQ(order, "abc");
+    base->leave();
+}
+
 // Posted messages come before input and painting, so work without end must not be posted without end.
 TEST_F(PaneBaseTest, WorkWithoutEndLetsPaintingTakePlace)
 {

@@ -106,6 +106,7 @@ TEST_F(PaneTest, RestartEndsAHungServerAndShowsAnother)
     std::optional<kesta::Result> answer;
     pane->call(L"sleep", L"60000", [&](const kesta::Result& result) { answer = result; });
     awaitReady(record, 2);
+    EXPECT_FALSE(hung->isRunning()) << "it was to be ended at once";
     ASSERT_EQ(record.ended.size(), 1u);
     EXPECT_EQ(record.ended[0].reason, Reason::HUNG);
     ASSERT_TRUE(answer);

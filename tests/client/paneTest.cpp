@@ -30,6 +30,19 @@ TEST_F(PaneTest, IsThereAtOnceAndReadyLater)
     EXPECT_TRUE(record.ended.empty());
 }
 
+TEST_F(PaneTest, IsReadyOnlyAfterTheControlHasSaidThatItCanBeSeen)
+{
+    kesta::Handlers handlers = record.handlers();
+    bool hasSaidSo = false;
+    handlers.ready = [&](const std::wstring& control) {
+        hasSaidSo = record.hasEvent(EventKind::CONTROL_READY, L"QMRTWinControl 1.0.0");
+        record.readies.push_back(control);
+    };
+    const auto pane = Pane::create(window.handle(), PLACE, options(), handlers);
+    awaitReady(record);
+    EXPECT_TRUE(hasSaidSo);
+}
+
 TEST_F(PaneTest, ShowsTheFrameInAHolderThatTheServerWatches)
 {
     const auto pane = openReady();
