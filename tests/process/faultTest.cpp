@@ -284,7 +284,9 @@ TEST_F(LongFaultTest, ExhaustedHeapFailsCallsAndCrashesNothing)
 TEST_F(LongFaultTest, MemoryDoesNotGrowWithDelayedEvents)
 {
     setLogLevel(0);
-    // All of Java's heap is in use from the start, so that only what the server keeps can grow.
+    // Java compiles nothing, collects with one thread and uses its whole heap from the start: only the server can grow.
+    settings.setPreference("jvm_option_interpreted", "-Xint");
+    settings.setPreference("jvm_option_collector", "-XX:+UseSerialGC");
     settings.setPreference("jvm_option_heap", "-Xms32m");
     settings.setPreference("jvm_option_limit", "-Xmx32m");
     settings.setPreference("jvm_option_touch", "-XX:+AlwaysPreTouch");
@@ -307,7 +309,7 @@ TEST_F(LongFaultTest, MemoryDoesNotGrowWithDelayedEvents)
         std::printf("private bytes: %zu, with %zu threads\n", bytes, threadsOf(manager.server->id()).size());
         return bytes;
     };
-    raise(10000); // Java compiles its code first
+    raise(10000);
     const SIZE_T before = privateBytesAtRest();
     raise(100000);
     const SIZE_T after = privateBytesAtRest();
