@@ -56,6 +56,7 @@ int serve(const std::string& role)
                                 ? manager.CoCreateInstance(CLSID_JavaManager, CLSCTX_LOCAL_SERVER)
                                 : CoGetClassObject(CLSID_JavaManager, CLSCTX_LOCAL_SERVER, nullptr, IID_PPV_ARGS(&factory));
     if (FAILED(created) || (factory != nullptr && FAILED(factory->CreateInstance(nullptr, IID_PPV_ARGS(&manager))))) {
+        say(std::format("creation failed {:08x}", static_cast<DWORD>(created)));
         return 1;
     }
     if (role == "tell") {

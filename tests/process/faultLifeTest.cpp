@@ -120,6 +120,7 @@ TEST_P(ExitingStartFaultTest, EndsTheServerWithItsCodeAndFailsTheCreation)
     ASSERT_TRUE(server);
     expectEnd(*server, 3);
     EXPECT_EQ(client.process().exitCode(), 1u) << "there is no object";
+    EXPECT_TRUE(client.waitForOutput("creation failed 800706b")) << client.output();
     FILETIME end = {};
     FILETIME other = {};
     WIN32_FILE_ATTRIBUTE_DATA exits = {};
@@ -191,7 +192,7 @@ TEST_F(FactoryFaultTest, SecondObjectOfAProcessTakesTheFrameWithIt)
     release(first);
 }
 
-TEST_F(FactoryFaultTest, ClientThatDiesWithTheClassObjectEndsItsServer)
+TEST_F(LongFaultTest, ClientThatDiesWithTheClassObjectEndsItsServer)
 {
     CProgram client(clientCommand("hold-factory"));
     const std::shared_ptr<CProcess> server = serverOf(client);
@@ -230,30 +231,6 @@ TEST_F(FactoryFaultTest, ServerThatIsKilledBeforeItsClientTookItFailsTheNextCrea
     ASSERT_EQ(create(manager), S_OK);
     EXPECT_EQ(callMethod(manager.object, "echo", "there"), "there");
     release(manager);
-}
-
-// Paths are texts of the code page, which has no such letters.
-TEST_F(FaultTest, ExecutableInAFolderOutsideTheCodePageIsNotRegistered)
-{
-    ASSERT_EQ(GetACP(), 1252u);
-    ASSERT_EQ(runServer("/UnregServer"), 0u);
-    const std::filesystem::path home = std::filesystem::path(folder.path()) / L"\u0422\u0435\u0441\u0442";
-    std::filesystem::create_directory(home);
-    std::filesystem::copy_file(buildFolder() + "\\KESTAx64.exe", home / "KESTAx64.exe");
-    std::wstring command = L"\"" + (home / "KESTAx64.exe").wstring() + L"\" /RegServer";
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION started = {};
-    ASSERT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &started));
-    const ATL::CHandle thread(started.hThread);
-    const CProcess server(started.dwProcessId, started.hProcess);
-    const std::optional<DWORD> result = server.exitCode();
-    ASSERT_TRUE(result);
-    expectExit(server.id(), *result);
-    EXPECT_EQ(static_cast<HRESULT>(*result), HRESULT_FROM_WIN32(ERROR_NO_UNICODE_TRANSLATION));
-    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, "Software\\Classes\\CLSID\\{4F1C2A90-7B3D-4E25-9A61-0C5D8E7F2B14}"));
-    EXPECT_FALSE(keyExists(HKEY_LOCAL_MACHINE, "Software\\Classes\\TypeLib\\{6A3D9F02-E815-4C7B-8D24-5B1F0E93C7A6}\\1.0"));
-    EXPECT_EQ(runServer("/RegServer"), 0u);
 }
 
 // Through the removal of the control, the frame's end and the process's. The Java side is that of the bridge's tests: its threads

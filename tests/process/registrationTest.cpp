@@ -227,5 +227,35 @@ TEST_F(RegistrationTest, FailingSwitchEndsWithItsResult)
     EXPECT_EQ(RegDeleteTreeA(HKEY_LOCAL_MACHINE, classKey(PROGRAM_ID).c_str()), ERROR_SUCCESS);
 }
 
+class RegistrationFaultTest : public RegistrationTest
+{
+};
+
+// Paths are texts of the code page, which has no such letters.
+TEST_F(RegistrationFaultTest, ExecutableInAFolderOutsideTheCodePageIsNotRegistered)
+{
+    ASSERT_EQ(GetACP(), 1252u);
+    const std::filesystem::path foreign = std::filesystem::path(folder.path()) / L"\u0422\u0435\u0441\u0442" / "KESTAx64.exe";
+    std::filesystem::create_directory(foreign.parent_path());
+    std::filesystem::copy_file(executable, foreign);
+    for (const wchar_t* const option : {L"/RegServer", L"/RegServerPerUser"}) {
+        std::wstring command = L"\"" + foreign.wstring() + L"\" " + option;
+        STARTUPINFOW startup = {};
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION started = {};
+        ASSERT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &started));
+        const ATL::CHandle thread(started.hThread);
+        const CProcess server(started.dwProcessId, started.hProcess);
+        const std::optional<DWORD> result = server.exitCode();
+        ASSERT_TRUE(result);
+        expectExit(server.id(), *result);
+        EXPECT_EQ(static_cast<HRESULT>(*result), HRESULT_FROM_WIN32(ERROR_NO_UNICODE_TRANSLATION));
+    }
+    for (const HKEY root : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER}) {
+        EXPECT_EQ(scriptedKeys(root), std::vector<std::string>());
+        EXPECT_FALSE(keyExists(root, LIBRARY_KEY));
+    }
+}
+
 } // namespace
 } // namespace fixtures
