@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <format>
 #include <set>
 
 namespace fixtures {
@@ -110,9 +111,13 @@ TEST_F(ExecutableTest, CarriesTheTypeLibraryThatItsTestsDescribe)
 TEST_F(ExecutableTest, CarriesAManifestWithTheKnownVersionsAndNoElevation)
 {
     using testing::HasSubstr;
-    EXPECT_THAT(resource(RT_MANIFEST), testing::AllOf(HasSubstr("supportedOS Id=\"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}\""),
-                                                      HasSubstr("level=\"asInvoker\""), testing::Not(HasSubstr("activeCodePage")),
-                                                      testing::Not(HasSubstr("dpiAware"))));
+    const std::string manifest = resource(RT_MANIFEST);
+    for (const char* version : {"8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a", "1f676c76-80e1-4239-95bb-83d0f6d0da78",
+                                "4a2f28e3-53b9-4441-ba9c-d69d4a4a6e38", "35138b9a-5d96-4fbd-8e2d-a2440225f93a"}) {
+        EXPECT_THAT(manifest, HasSubstr(std::format("supportedOS Id=\"{{{}}}\"", version)));
+    }
+    EXPECT_THAT(manifest, testing::AllOf(HasSubstr("level=\"asInvoker\""), testing::Not(HasSubstr("activeCodePage")),
+                                         testing::Not(HasSubstr("dpiAware"))));
 }
 
 TEST_F(ExecutableTest, MayBeLoadedAnywhereAndRunsNoData)
