@@ -35,7 +35,7 @@ constexpr const char* VARIABLES = R"({"hasOwn": true, "hasClients": false})";
 constexpr const char* RETURNED = R"({"isAway": true, "isPainted": true, "likeness": 0.999})";
 constexpr const char* FOCUS =
     R"({"java": "java1", "native": "native2", "back": "java3", "isBlinking": true, "isStillBlinking": true})";
-constexpr const char* BUSY = R"({"comesBefore": true, "raised": 3, "early": 0, "came": 3, "comesAgain": true})";
+constexpr const char* BUSY = R"({"comesBefore": true, "raised": 3, "early": 0, "came": 3, "tooLate": 0, "comesAgain": true})";
 constexpr const char* NOTIFIED = R"({"all": 1, "sent": 1, "isHeard": true})";
 constexpr const char* REFUSED = R"({"sent": -2147417843, "posted": 0})";
 constexpr const char* CREATED = R"({"frameId": 7, "process": 7, "java": "21", "milliseconds": 900.0, "isSilent": true,
@@ -70,6 +70,7 @@ constexpr Case CASES[] = {
     {"twoServers", R"({"processes": [1, 2], "titles": ["first", "second"]})", R"({"titles": ["second", "second"]})", "second"},
     {"busyClient", BUSY, R"({"came": 2})", "2 of 3 events came"},
     {"busyClient", BUSY, R"({"early": 3})", "3 of them while"},
+    {"busyClient", BUSY, R"({"tooLate": 1})", "for ten seconds came"},
     {"fullQueue", R"({"result": -2147417856})", R"({"result": 0})", "0x00000000"},
     {"takeIn", R"({"isPainted": true, "width": 5, "height": 4})", R"({"isPainted": false})", "not painted"},
     {"resize", R"({"steps": [true, true, true]})", R"({"steps": [true, false, true]})", "2 of 3"},
