@@ -4,7 +4,6 @@ import com.velmora.tq.kesta.control.State;
 import java.awt.EventQueue;
 import java.util.List;
 import java.util.concurrent.CopyOnWriteArrayList;
-import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.function.BiFunction;
 import java.util.function.Consumer;
 import java.util.function.Function;
@@ -16,10 +15,10 @@ import javax.swing.text.JTextComponent;
 /** A state whose changes are rendered one after the other on the event thread, many in a row at once. */
 final class RenderedState<S> implements State<S> {
     private final List<Consumer<? super S>> views = new CopyOnWriteArrayList<>();
-    private final AtomicBoolean renderingPending = new AtomicBoolean();
     private final ControlLog log;
     private S value;
     private boolean updating;
+    private boolean renderingPending;
 
     RenderedState(S initial, ControlLog log) {
         value = initial;
@@ -32,24 +31,22 @@ final class RenderedState<S> implements State<S> {
     }
 
     @Override
-    public S update(UnaryOperator<S> change) {
-        S now;
-        synchronized (this) {
-            if (updating) {
-                throw new IllegalStateException("a state is updated inside its own update");
-            }
-            updating = true;
-            try {
-                value = change.apply(value);
-            } finally {
-                updating = false;
-            }
-            now = value;
+    public synchronized S update(UnaryOperator<S> change) {
+        if (updating) {
+            throw new IllegalStateException("a state is updated inside its own update");
         }
-        if (!views.isEmpty() && renderingPending.compareAndSet(false, true)) {
+        updating = true;
+        try {
+            value = change.apply(value);
+        } finally {
+            updating = false;
+        }
+        // Under the lock: input that comes after this change finds its rendering in the queue before it, whoever put it there.
+        if (!views.isEmpty() && !renderingPending) {
+            renderingPending = true;
             EventQueue.invokeLater(this::renderAll);
         }
-        return now;
+        return value;
     }
 
     @Override
@@ -68,8 +65,11 @@ final class RenderedState<S> implements State<S> {
     }
 
     private void renderAll() {
-        renderingPending.set(false);
-        S now = get();
+        S now;
+        synchronized (this) {
+            renderingPending = false;
+            now = value;
+        }
         for (Consumer<? super S> view : views) {
             try {
                 view.accept(now);
