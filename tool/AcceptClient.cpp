@@ -14,7 +14,7 @@ namespace {
 constexpr SIZE FIRST_PANE = {560, 340};
 constexpr int EDIT_HEIGHT = 28;
 constexpr const char* WINDOW_CLASS = "KESTAaccept";
-constexpr DWORD FRAME_LIMIT = 15000; // ms, for the frame's window after the creation
+constexpr DWORD FRAME_LIMIT = 15000; // ms, for the frame's window after the creation, and for Java's graphics at its first layout
 constexpr int TRIES = 5;
 
 void check(HRESULT result, const std::string& what)
@@ -489,7 +489,7 @@ CAcceptStage::CAcceptStage(CAcceptContext& context, const char* control)
     window.takeIn(server.frame());
     check(server->pushWindowHandle(window.handle()), "pushWindowHandle");
     window.fit(server.frame());
-    if (!pumpUntil([this] { return server.sink.count(CONTROL_READY) > 0; })) {
+    if (!pumpUntil([this] { return server.sink.count(CONTROL_READY) > 0; }, FRAME_LIMIT)) {
         throw std::runtime_error("the event controlReady does not come");
     }
     context.step("choosing the control");
