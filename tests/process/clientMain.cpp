@@ -52,10 +52,13 @@ int serve(const std::string& role)
 {
     ATL::CComPtr<IJavaManager> manager;
     ATL::CComPtr<IClassFactory> factory;
-    const HRESULT created = role != "hold-factory"
-                                ? manager.CoCreateInstance(CLSID_JavaManager, CLSCTX_LOCAL_SERVER)
-                                : CoGetClassObject(CLSID_JavaManager, CLSCTX_LOCAL_SERVER, nullptr, IID_PPV_ARGS(&factory));
-    if (FAILED(created) || (factory != nullptr && FAILED(factory->CreateInstance(nullptr, IID_PPV_ARGS(&manager))))) {
+    HRESULT created = role != "hold-factory"
+                          ? manager.CoCreateInstance(CLSID_JavaManager, CLSCTX_LOCAL_SERVER)
+                          : CoGetClassObject(CLSID_JavaManager, CLSCTX_LOCAL_SERVER, nullptr, IID_PPV_ARGS(&factory));
+    if (factory != nullptr) {
+        created = factory->CreateInstance(nullptr, IID_PPV_ARGS(&manager));
+    }
+    if (FAILED(created)) {
         say(std::format("creation failed {:08x}", static_cast<DWORD>(created)));
         return 1;
     }

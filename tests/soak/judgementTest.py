@@ -46,17 +46,20 @@ class JudgementTest(unittest.TestCase):
         self.add("private bytes", lambda part: 2 * LIMITS["private bytes"].slope * part)
         self.assertEqual(self.growing(), ["private bytes"])
 
-    def test_a_step_of_private_bytes_is_no_growth_but_a_second_one_is_and_what_grows_beside_it(self):
-        def step(at):
-            self.add("private bytes", lambda part: 1e7 * (part > at))
+    def test_a_step_of_private_bytes_is_no_growth_but_a_second_or_a_high_one_is_and_what_grows_beside_it(self):
+        def step(at, height):
+            self.add("private bytes", lambda part: height * (part > at))
 
-        step(0.57)
+        step(0.57, 3e6)
         self.assertEqual(self.growing(), [])
         self.add("private bytes", lambda part: 2 * LIMITS["private bytes"].slope * part)
         self.assertEqual(self.growing(), ["private bytes"])
         self.setUp()
-        step(0.5)
-        step(0.75)
+        step(0.5, 3e6)
+        step(0.75, 3e6)
+        self.assertEqual(self.growing(), ["private bytes"])
+        self.setUp()
+        step(0.57, 1e7)
         self.assertEqual(self.growing(), ["private bytes"])
 
     def test_what_rises_in_the_warm_up_or_falls_does_not_grow(self):
